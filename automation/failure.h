@@ -1,0 +1,61 @@
+// How every operation behind the seam fails: by throwing a Failure.
+#pragma once
+
+#include <cstdint>
+#include <exception>
+#include <string>
+
+#include "automation/text.h"
+
+namespace automation {
+
+// The numbers that automation programmers know. The small ones are those of the language runtime, the
+// negative ones are result codes (HRESULT) as signed 32-bit integers.
+namespace number {
+constexpr std::int32_t kOverflow = 6;
+constexpr std::int32_t kSubscriptOutOfRange = 9;
+constexpr std::int32_t kTypeMismatch = 13;
+constexpr std::int32_t kInternal = 51;
+constexpr std::int32_t kDeviceInputOutput = 57;
+constexpr std::int32_t kDiskFull = 61;
+constexpr std::int32_t kPathFileAccess = 75;
+constexpr std::int32_t kPathNotFound = 76;
+constexpr std::int32_t kObjectNotSet = 91;
+constexpr std::int32_t kInvalidUseOfNull = 94;
+constexpr std::int32_t kCannotCreateObject = 429;
+constexpr std::int32_t kMemberNotSupported = 438;
+constexpr std::int32_t kWrongArguments = 450;
+constexpr std::int32_t kNotAllowedInContext = 3219;
+constexpr std::int32_t kItemNotInCollection = 3265;
+constexpr std::int32_t kMonikerSyntax = static_cast<std::int32_t>(0x800401E4);
+}  // namespace number
+
+// A failed operation: a number, a description for a person, and the name of whoever failed. A source that is
+// empty says that the failure arose in the caller's own step and in no object.
+class Failure : public std::exception {
+ public:
+  Failure(std::int32_t number, Text description, Text source = {});
+
+  std::int32_t number() const noexcept { return number_; }
+  const Text& description() const noexcept { return description_; }
+  const Text& source() const noexcept { return source_; }
+
+  // Number in hexadecimal, description and source as UTF-8, for a debugger or a test's output.
+  const char* what() const noexcept override { return what_.c_str(); }
+
+ private:
+  std::int32_t number_;
+  Text description_;
+  Text source_;
+  std::string what_;
+};
+
+// The failures that a caller's own step can have, with the wording that they bear everywhere.
+[[noreturn]] void failOverflow();
+[[noreturn]] void failSubscript();
+[[noreturn]] void failTypeMismatch();
+[[noreturn]] void failObjectNotSet();
+[[noreturn]] void failNull();
+[[noreturn]] void failMember(TextView member, TextView source);
+
+}  // namespace automation

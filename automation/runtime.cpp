@@ -1,0 +1,106 @@
+#include "automation/runtime.h"
+
+#include <mutex>
+#include <utility>
+
+#include "automation/failure.h"
+
+namespace automation {
+namespace {
+
+const Text kSource = u"Automation runtime";
+
+// The part of a moniker that tells who serves it: up to the first colon, which belongs to it.
+TextView prefixOf(TextView moniker) {
+  const std::size_t colon = moniker.find(u':');
+  return colon == TextView::npos ? TextView() : moniker.substr(0, colon + 1);
+}
+
+template <typename Server>
+void enter(std::map<Text, std::shared_ptr<const Server>>& table, TextView name, Server server) {
+  if (server) {
+    table[lowerCase(name)] = std::make_shared<const Server>(std::move(server));
+  } else {
+    table.erase(lowerCase(name));
+  }
+}
+
+template <typename Server>
+std::shared_ptr<const Server> find(const std::map<Text, std::shared_ptr<const Server>>& table,
+                                   TextView name) {
+  const auto found = table.find(lowerCase(name));
+  return found == table.end() ? nullptr : found->second;
+}
+
+}  // namespace
+
+Runtime& Runtime::process() {
+  static Runtime runtime;
+  return runtime;
+}
+
+void Runtime::serveMoniker(TextView prefix, MonikerServer server) {
+  const std::unique_lock lock(mutex_);
+  enter(monikers_, prefix, std::move(server));
+}
+
+void Runtime::serveClass(TextView programmaticId, ClassServer server) {
+  const std::unique_lock lock(mutex_);
+  enter(classes_, programmaticId, std::move(server));
+}
+
+void Runtime::setScreen(ObjectRef screen) {
+  const std::unique_lock lock(mutex_);
+  screen_ = std::move(screen);
+}
+
+MonikerServer Runtime::monikerServer(TextView prefix) const {
+  const std::shared_lock lock(mutex_);
+  const auto server = find(monikers_, prefix);
+  return server ? *server : nullptr;
+}
+
+ClassServer Runtime::classServer(TextView programmaticId) const {
+  const std::shared_lock lock(mutex_);
+  const auto server = find(classes_, programmaticId);
+  return server ? *server : nullptr;
+}
+
+ObjectRef Runtime::screen() const {
+  const std::shared_lock lock(mutex_);
+  return screen_;
+}
+
+// Both take the server out of the table under the lock and call it without: a server may well use the table.
+
+ObjectRef GetObject(TextView moniker) {
+  const Runtime& runtime = Runtime::process();
+  std::shared_ptr<const MonikerServer> server;
+  {
+    const std::shared_lock lock(runtime.mutex_);
+    server = find(runtime.monikers_, prefixOf(moniker));
+  }
+  if (!server) {
+    throw Failure(number::kMonikerSyntax, u"Nobody serves this moniker: " + Text(moniker), kSource);
+  }
+  return (*server)(moniker);
+}
+
+ObjectRef CreateObject(TextView programmaticId) {
+  const Runtime& runtime = Runtime::process();
+  std::shared_ptr<const ClassServer> server;
+  {
+    const std::shared_lock lock(runtime.mutex_);
+    server = find(runtime.classes_, programmaticId);
+  }
+  if (!server) {
+    throw Failure(number::kCannotCreateObject, u"Can't create object: " + Text(programmaticId), kSource);
+  }
+  return (*server)();
+}
+
+ObjectRef Screen() {
+  return Runtime::process().screen();
+}
+
+}  // namespace automation

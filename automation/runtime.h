@@ -1,0 +1,66 @@
+// The runtime of late binding: a table of who serves which moniker and which programmatic id, and the screen
+// object. One per process. On a machine with COM the table's place is taken by COM itself.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <shared_mutex>
+
+#include "automation/object.h"
+#include "automation/text.h"
+
+namespace automation {
+
+// Gives the object that a moniker names, or null. The whole moniker is handed in, prefix included. May be
+// called from several threads at once. Throws Failure.
+using MonikerServer = std::function<ObjectRef(TextView moniker)>;
+
+// Creates a new object, or gives null. May be called from several threads at once. Throws Failure.
+using ClassServer = std::function<ObjectRef()>;
+
+// The table. All members may be called from any thread.
+class Runtime {
+ public:
+  // The process's table.
+  static Runtime& process();
+
+  // Enters who serves the monikers that begin with `prefix`, its colon included ("IIS:"), without regard to
+  // case. Replaces an earlier entry. A null server takes the entry out.
+  void serveMoniker(TextView prefix, MonikerServer server);
+
+  // Enters who creates the objects of a programmatic id, without regard to case. Replaces an earlier entry. A
+  // null server takes the entry out.
+  void serveClass(TextView programmaticId, ClassServer server);
+
+  // Sets the process's screen object, which every thread reaches.
+  void setScreen(ObjectRef screen);
+
+  // What stands in the table, or null. These serve whoever puts something between the component and an
+  // object.
+  MonikerServer monikerServer(TextView prefix) const;
+  ClassServer classServer(TextView programmaticId) const;
+  ObjectRef screen() const;
+
+ private:
+  mutable std::shared_mutex mutex_;
+  std::map<Text, std::shared_ptr<const MonikerServer>> monikers_;
+  std::map<Text, std::shared_ptr<const ClassServer>> classes_;
+  ObjectRef screen_;
+
+  friend ObjectRef GetObject(TextView moniker);
+  friend ObjectRef CreateObject(TextView programmaticId);
+};
+
+// The object that a moniker names, for example "IIS://WEB01/MSFTPSVC". May be null where its server gives
+// none. Fails with the server's failure, or with 0x800401E4 (syntax) where nobody serves the prefix.
+ObjectRef GetObject(TextView moniker);
+
+// A new object of a programmatic id, for example "ADODB.Connection". May be null where its server gives none.
+// Fails with the server's failure, or with 429 where nobody serves the id.
+ObjectRef CreateObject(TextView programmaticId);
+
+// The process's screen object, or null where the process has none.
+ObjectRef Screen();
+
+}  // namespace automation

@@ -1,0 +1,32 @@
+// Text as automation strings hold it: counted UTF-16, which may hold any unit, NUL and half a surrogate pair
+// included. UTF-8 appears only at the edges of a process (files, SQLite, a terminal).
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace automation {
+
+using Text = std::u16string;
+using TextView = std::u16string_view;
+
+// UTF-8 to UTF-16. Bytes that are no UTF-8 become U+FFFD, one for each byte that cannot be used.
+Text fromUtf8(std::string_view utf8);
+
+// UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
+std::string toUtf8(TextView text);
+
+// The other case of one letter: ASCII, Latin, Greek and Cyrillic. Any other unit is given back unchanged.
+char16_t toLower(char16_t unit);
+char16_t toUpper(char16_t unit);
+
+Text lowerCase(TextView text);
+Text upperCase(TextView text);
+
+// Whether two texts are equal without regard to case, unit by unit.
+bool equalsIgnoringCase(TextView left, TextView right);
+
+// The text without the blanks (U+0020 and nothing else) at both ends.
+TextView trimBlanks(TextView text);
+
+}  // namespace automation
