@@ -1,0 +1,258 @@
+#include "platform/metabase/metabase.h"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+#include "platform/metabase/failures.h"
+#include "platform/metabase/ip_security.h"
+#include "platform/metabase/metabase_internal.h"
+#include "platform/metabase/values.h"
+
+namespace platform::metabase {
+namespace {
+
+using automation::TextView;
+using automation::Variant;
+
+// "ServerState": 2 is started, 4 is stopped. "AppPoolState" has the same two numbers.
+constexpr std::int32_t kRunning = 2;
+constexpr std::int32_t kStopped = 4;
+
+// The properties that this file treats by themselves.
+struct Special {
+  NameTable::Id status;
+  NameTable::Id serverState;
+  NameTable::Id serverAutoStart;
+  NameTable::Id appPoolState;
+  NameTable::Id appPoolAutoStart;
+};
+
+const Special& special() {
+  static const Special ids = [] {
+    const auto id = [](std::string_view name) { return *schemaNames().find(name); };
+    return Special{id("Status"), id("ServerState"), id("ServerAutoStart"), id("AppPoolState"),
+                   id("AppPoolAutoStart")};
+  }();
+  return ids;
+}
+
+// Whether a value that a file types one way can be read as the schema types it.
+bool isCompatible(Type schema, Type file) {
+  switch (schema) {
+    case Type::kBool:
+    case Type::kDword:
+    case Type::kFlags:
+      return file == Type::kBool || file == Type::kDword;
+    case Type::kString:
+    case Type::kExpandString:
+      return file == Type::kString || file == Type::kExpandString;
+    case Type::kMultiString:
+      return file == Type::kMultiString || file == Type::kString || file == Type::kExpandString;
+    case Type::kIpSecurity:
+      return file == Type::kIpSecurity || file == Type::kBinary || file == Type::kMultiString ||
+             file == Type::kString;
+    case Type::kBinary:
+    case Type::kUnknown:
+      return file == schema;
+  }
+  return false;
+}
+
+}  // namespace
+
+Metabase::Metabase(std::unique_ptr<char[]> bytes, std::size_t size, std::string file)
+    : bytes_(std::move(bytes)), size_(size), file_(std::move(file)), names_(schemaNames()) {}
+
+template <typename View>
+std::optional<Metabase::NodeId> Metabase::findChild(NodeId parentNode, View childName,
+                                                    std::uint32_t hash) const {
+  const std::size_t mask = slots_.size() - 1;
+  for (std::size_t slot = hash & mask; slots_[slot].node != kNoNode; slot = (slot + 1) & mask) {
+    if (slots_[slot].hash != hash) continue;
+    const Node& candidate = nodes_[slots_[slot].node];
+    if (candidate.parent == parentNode &&
+        equalFolded(text(candidate.name, candidate.nameLength), childName)) {
+      return slots_[slot].node;
+    }
+  }
+  return std::nullopt;
+}
+
+template std::optional<Metabase::NodeId> Metabase::findChild(NodeId, std::string_view, std::uint32_t) const;
+
+std::optional<Metabase::NodeId> Metabase::child(NodeId parentNode, TextView childName) const {
+  return findChild(parentNode, childName, nodeHash(parentNode, foldedHash(childName)));
+}
+
+std::optional<Metabase::NodeId> Metabase::find(NodeId from, TextView pieces) const {
+  if (pieces.empty()) return from;
+  while (true) {
+    const std::size_t slash = pieces.find(u'/');
+    const TextView piece = pieces.substr(0, slash);
+    if (piece.empty()) return std::nullopt;
+    const auto found = child(from, piece);
+    if (!found || slash == TextView::npos) return found;
+    from = *found;
+    pieces.remove_prefix(slash + 1);
+  }
+}
+
+std::optional<Metabase::NodeId> Metabase::parent(NodeId node) const {
+  return node == root() ? std::nullopt : std::optional(nodes_[node].parent);
+}
+
+std::optional<Metabase::NodeId> Metabase::firstChild(NodeId node) const {
+  const NodeId last = nodes_[node].lastChild;
+  return last == kNoNode ? std::nullopt : std::optional(nodes_[last].nextSibling);
+}
+
+std::optional<Metabase::NodeId> Metabase::nextSibling(NodeId node) const {
+  if (node == root() || nodes_[nodes_[node].parent].lastChild == node) return std::nullopt;
+  return nodes_[node].nextSibling;
+}
+
+std::string_view Metabase::name(NodeId node) const {
+  return text(nodes_[node].name, nodes_[node].nameLength);
+}
+
+std::string Metabase::path(NodeId node) const {
+  if (node == root()) return "/";
+  std::size_t length = 0;
+  for (NodeId at = node; at != root(); at = nodes_[at].parent) length += nodes_[at].nameLength + 1;
+  std::string whole(length, '/');
+  for (NodeId at = node; at != root(); at = nodes_[at].parent) {
+    const std::string_view piece = name(at);
+    length -= piece.size();
+    std::copy(piece.begin(), piece.end(), whole.begin() + static_cast<std::ptrdiff_t>(length));
+    --length;
+  }
+  return whole;
+}
+
+std::string_view Metabase::className(NodeId node) const {
+  return classes_.text(nodes_[node].classId);
+}
+
+const Metabase::Value* Metabase::ownValue(NodeId node, PropertyId property) const {
+  const Value* const first = values_.data() + nodes_[node].firstValue;
+  const Value* const end = first + nodes_[node].valueCount;
+  const Value* const found = std::lower_bound(
+      first, end, property, [](const Value& value, PropertyId id) { return keyProperty(value.key) < id; });
+  return found != end && keyProperty(found->key) == property ? found : nullptr;
+}
+
+// The node's own value, else the nearest ancestor's that is inherited: by the schema, or because the file
+// says so there.
+const Metabase::Value* Metabase::effectiveValue(NodeId node, PropertyId property) const {
+  if (const Value* own = ownValue(node, property)) return own;
+  const bool known = property < properties().size();
+  if (known && !properties()[property].inherits && !fileSaysInherit_) return nullptr;
+  const bool always = known && properties()[property].inherits;
+  while (node != root()) {
+    node = nodes_[node].parent;
+    const Value* const value = ownValue(node, property);
+    if (value != nullptr && (always || keyInherits(value->key))) return value;
+  }
+  return nullptr;
+}
+
+std::optional<std::string_view> Metabase::ownText(NodeId node, PropertyId property) const {
+  const Value* const value = ownValue(node, property);
+  if (value == nullptr || keyIsParsedFlags(value->key)) return std::nullopt;
+  return text(value->text, value->length);
+}
+
+Type Metabase::typeOf(const Value* value, PropertyId property) const {
+  const std::optional<Type> file = value == nullptr ? std::nullopt : keyType(value->key);
+  if (property >= properties().size()) return file.value_or(Type::kString);
+  const Type schema = properties()[property].type;
+  return file && !isCompatible(schema, *file) ? *file : schema;
+}
+
+std::string Metabase::place(NodeId node) const {
+  return file_ + ", node " + path(node);
+}
+
+void Metabase::failValue(NodeId node, PropertyId property, std::string_view valueText,
+                         std::string_view why) const {
+  fail(number::kWrongValue, place(node) + ": the value " + inQuotes(valueText) + " of " +
+                                std::string(names_.text(property)) + " " + std::string(why));
+}
+
+Variant Metabase::read(NodeId node, PropertyId property) const {
+  const std::size_t known = properties().size();
+  if (property >= known && property - known < flagProperties().size()) {
+    return readFlag(node, flagProperties()[property - known]);
+  }
+  const Special& ids = special();
+  if (property == ids.status || property == ids.serverState || property == ids.appPoolState) {
+    return readState(node, property);
+  }
+  const Value* const value = effectiveValue(node, property);
+  if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
+    fail(number::kSecured, place(node) + ": " + std::string(names_.text(property)) +
+                               " is a secured property, which is never read");
+  }
+  if (value != nullptr && keyIsParsedFlags(value->key)) return static_cast<std::int32_t>(value->text);
+  const Type type = typeOf(value, property);
+  if (value != nullptr) return convert(node, property, type, text(value->text, value->length));
+  if (property < known && properties()[property].defaultText != nullptr) {
+    return convert(node, property, type, properties()[property].defaultText);
+  }
+  if (type == Type::kMultiString) return automation::Array();
+  if (type == Type::kIpSecurity) return makeIpSecurityObject({});
+  return automation::Null;
+}
+
+Variant Metabase::convert(NodeId node, PropertyId property, Type type, std::string_view valueText) const {
+  switch (type) {
+    case Type::kString:
+    case Type::kExpandString:
+    case Type::kBinary:
+      return automation::fromUtf8(valueText);
+    case Type::kMultiString:
+      return parseMultiString(valueText);
+    case Type::kDword:
+      if (const auto whole = parseDword(valueText)) return static_cast<std::int32_t>(*whole);
+      failValue(node, property, valueText, "is no number from 0 to 4294967295");
+    case Type::kBool:
+      if (const auto flag = parseBool(valueText)) return *flag;
+      failValue(node, property, valueText, "is neither TRUE nor FALSE");
+    case Type::kFlags:
+      return static_cast<std::int32_t>(readFlags(node, property, valueText));
+    case Type::kIpSecurity:
+      return makeIpSecurityObject(parseIpSecurity(valueText, place(node)));
+    case Type::kUnknown:
+      break;
+  }
+  failValue(node, property, valueText, "has a type that is not known");
+}
+
+std::uint32_t Metabase::readFlags(NodeId node, PropertyId property, std::string_view valueText) const {
+  std::string culprit;
+  if (const auto bits = parseFlags(valueText, properties()[property].flags, culprit)) return *bits;
+  failValue(node, property, valueText, "holds " + inQuotes(culprit) + ", which is no flag of it");
+}
+
+Variant Metabase::readFlag(NodeId node, const FlagProperty& flag) const {
+  const Variant bits = read(node, flag.owner);
+  const std::int32_t* const number = bits.as<std::int32_t>();
+  if (number == nullptr) {
+    failValue(node, flag.owner, "", "is of a type that has no flags");
+  }
+  return (static_cast<std::uint32_t>(*number) & flag.mask) != 0;
+}
+
+Variant Metabase::readState(NodeId node, PropertyId property) const {
+  const Special& ids = special();
+  const bool pool = property == ids.appPoolState;
+  const std::array<PropertyId, 2> held = {property, property == ids.status ? ids.serverState : property};
+  for (const PropertyId id : held) {
+    if (const auto own = ownText(node, id)) return convert(node, id, Type::kDword, *own);
+  }
+  return automation::toBool(read(node, pool ? ids.appPoolAutoStart : ids.serverAutoStart)) ? kRunning
+                                                                                           : kStopped;
+}
+
+}  // namespace platform::metabase

@@ -1,0 +1,173 @@
+#include "platform/metabase/node_object.h"
+
+#include <array>
+#include <optional>
+#include <utility>
+
+#include "automation/failure.h"
+#include "platform/metabase/failures.h"
+
+namespace platform::metabase {
+namespace {
+
+using automation::Arguments;
+using automation::equalsIgnoringCase;
+using automation::Failure;
+using automation::ObjectRef;
+using automation::Text;
+using automation::TextView;
+using automation::Variant;
+
+constexpr TextView kMonikerStart = u"IIS://";
+
+// The members that are no properties.
+enum class Member { kName, kClass, kAdsPath, kParent, kGet, kGetEx };
+
+// By the length of the name first: this is asked for every property that is read.
+std::optional<Member> memberByName(TextView name) {
+  switch (name.size()) {
+    case 3:
+      if (equalsIgnoringCase(name, u"Get")) return Member::kGet;
+      break;
+    case 4:
+      if (equalsIgnoringCase(name, u"Name")) return Member::kName;
+      break;
+    case 5:
+      if (equalsIgnoringCase(name, u"Class")) return Member::kClass;
+      if (equalsIgnoringCase(name, u"GetEx")) return Member::kGetEx;
+      break;
+    case 6:
+      if (equalsIgnoringCase(name, u"Parent")) return Member::kParent;
+      break;
+    case 7:
+      if (equalsIgnoringCase(name, u"ADsPath")) return Member::kAdsPath;
+      break;
+    default:
+      break;
+  }
+  return std::nullopt;
+}
+
+class NodeWalk : public automation::Walk {
+ public:
+  NodeWalk(std::shared_ptr<const Origin> origin, Metabase::NodeId parent)
+      : origin_(std::move(origin)), next_(origin_->metabase->firstChild(parent)) {}
+
+  ObjectRef next() override {
+    if (!next_) return nullptr;
+    const Metabase::NodeId node = *next_;
+    next_ = origin_->metabase->nextSibling(node);
+    return makeNodeObject(origin_, node);
+  }
+
+ private:
+  std::shared_ptr<const Origin> origin_;
+  std::optional<Metabase::NodeId> next_;
+};
+
+class NodeObject : public automation::Object {
+ public:
+  NodeObject(std::shared_ptr<const Origin> origin, Metabase::NodeId node)
+      : origin_(std::move(origin)), node_(node) {}
+
+  Variant read(TextView member, Arguments arguments) override {
+    if (const auto own = memberByName(member)) return readMember(*own, member, arguments);
+    requireArguments(member, arguments, 0);
+    return property(member);
+  }
+
+  // Late binding tells a method from a property by what the object has, so both come here.
+  Variant call(TextView member, Arguments arguments) override {
+    if (!memberByName(member) && !metabase().property(member)) automation::failMember(member, adsPath(node_));
+    return read(member, arguments);
+  }
+
+  void write(TextView member, Arguments, const Variant&) override {
+    fail(number::kReadOnly, place() + ": a metabase snapshot cannot be changed, so " +
+                                automation::toUtf8(member) + " cannot be written");
+  }
+
+  std::unique_ptr<automation::Walk> children() override { return std::make_unique<NodeWalk>(origin_, node_); }
+
+ private:
+  const Metabase& metabase() const { return *origin_->metabase; }
+  std::string place() const { return metabase().file() + ", node " + metabase().path(node_); }
+
+  Variant readMember(Member member, TextView name, Arguments arguments) const {
+    const bool method = member == Member::kGet || member == Member::kGetEx;
+    requireArguments(name, arguments, method ? 1 : 0);
+    switch (member) {
+      case Member::kName:
+        return automation::fromUtf8(metabase().name(node_));
+      case Member::kClass:
+        return automation::fromUtf8(metabase().className(node_));
+      case Member::kAdsPath:
+        return adsPath(node_);
+      case Member::kParent:
+        return parentPath();
+      case Member::kGet:
+        return get(automation::toText(arguments[0]));
+      case Member::kGetEx:
+        return asArray(get(automation::toText(arguments[0])));
+    }
+    automation::failMember(name, adsPath(node_));
+  }
+
+  // Get and GetEx reach the properties of the object itself too.
+  Variant get(const Text& name) const {
+    const auto own = memberByName(name);
+    if (own && *own != Member::kGet && *own != Member::kGetEx) return readMember(*own, name, {});
+    return property(name);
+  }
+
+  Variant property(TextView name) const {
+    const auto id = metabase().property(name);
+    if (!id) {
+      fail(number::kPropertyUnknown, place() + ": neither the schema nor the file knows the property " +
+                                         inQuotes(automation::toUtf8(name)));
+    }
+    return metabase().read(node_, *id);
+  }
+
+  // What GetEx gives: always an array, but for the one property that is an object.
+  static Variant asArray(Variant value) {
+    if (value.asArray() != nullptr || value.as<ObjectRef>() != nullptr) return value;
+    automation::Array array;
+    if (!value.isNull()) array.elements.push_back(std::move(value));
+    return array;
+  }
+
+  void requireArguments(TextView member, Arguments arguments, std::size_t count) const {
+    if (arguments.size() == count) return;
+    throw Failure(automation::number::kWrongArguments,
+                  Text(member) + (count == 0 ? u" takes no arguments" : u" takes the name of a property"),
+                  Text(kSource));
+  }
+
+  // "IIS://server" is the node /LM; everything else stands below it.
+  Text adsPath(Metabase::NodeId node) const {
+    const std::string path = metabase().path(node);
+    const std::size_t below = path.find('/', 1);
+    Text whole(kMonikerStart);
+    whole += origin_->server;
+    if (below != std::string::npos) whole += automation::fromUtf8(std::string_view(path).substr(below));
+    return whole;
+  }
+
+  Text parentPath() const {
+    const auto parent = metabase().parent(node_);
+    if (!parent || *parent == metabase().root()) return u"IIS:";
+    return adsPath(*parent);
+  }
+
+  std::shared_ptr<const Origin> origin_;
+  Metabase::NodeId node_;
+};
+
+}  // namespace
+
+ObjectRef makeNodeObject(std::shared_ptr<const Origin> origin, Metabase::NodeId node) {
+  return std::make_shared<NodeObject>(std::move(origin), node);
+}
+
+}  // namespace platform::metabase

@@ -1,0 +1,32 @@
+// Which server stands for which metabase file, and the objects at "IIS://" paths. One table per process; all
+// functions may be called from any thread.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "automation/text.h"
+#include "platform/metabase/metabase.h"
+
+namespace platform::metabase {
+
+// Says that the server of this name, compared without regard to case, is the one whose metabase this file is.
+// Replaces what was said before. The file is looked at when the server is first asked for, not here.
+void mapServer(automation::TextView server, const std::filesystem::path& metabaseFile);
+
+// Forgets a server. Objects already given stay good.
+void unmapServer(automation::TextView server);
+
+// The snapshot of a server's file as it is now. A file is parsed once for all servers and threads, and anew
+// when its size, time of change or inode is another one; a file that cannot be parsed fails the same way
+// until then. Fails with 0x800706BA for a server that nobody mapped, else as Metabase::load does.
+std::shared_ptr<const Metabase> snapshotOf(automation::TextView server);
+
+// Enters the objects at "IIS://server/path" in the process's runtime. The path begins below /LM. An object
+// has the members Name, Class, ADsPath, Parent and every property of its node; the methods Get and GetEx; and
+// the node's children. It shows the snapshot of the moment when it was got, as do all children walked from
+// it. A path that is not there, one with an empty piece among them, fails with 0x80070003, a name that
+// neither schema nor file knows with 0x80005006; writing fails, since a snapshot is for reading.
+void registerMoniker();
+
+}  // namespace platform::metabase

@@ -1,0 +1,372 @@
+// The objects at IIS:// paths, over small files that each test writes itself.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "automation/failure.h"
+#include "automation/runtime.h"
+#include "platform/metabase/failures.h"
+#include "platform/metabase/servers.h"
+
+namespace {
+
+using automation::fromUtf8;
+using automation::ObjectRef;
+using automation::TextView;
+using automation::Variant;
+namespace number = platform::metabase::number;
+
+const std::string kHead =
+    "\xEF\xBB\xBF<?xml version =\"1.0\"?>\r\n"
+    "<configuration xmlns=\"urn:microsoft-catalog:XML_Metabase_V64_0\">\r\n<MBProperty>\r\n";
+const std::string kTail = "</MBProperty>\r\n</configuration>\r\n";
+
+// A value with its type: 'text', True, 5, [text|text], null.
+std::string shown(const Variant& value) {
+  if (value.isNull()) return "null";
+  if (const auto* text = value.as<automation::Text>()) return "'" + automation::toUtf8(*text) + "'";
+  if (value.asArray() == nullptr) {
+    EXPECT_TRUE(value.as<bool>() != nullptr || value.as<std::int32_t>() != nullptr);
+    return automation::toUtf8(automation::toText(value));
+  }
+  std::string all;
+  for (const Variant& element : value.asArray()->elements) {
+    all += (all.empty() ? "" : "|") + automation::toUtf8(automation::toText(element));
+  }
+  return "[" + all + "]";
+}
+
+class MetabaseTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    std::string name = (std::filesystem::temp_directory_path() / "metabaseXXXXXX").string();
+    directory_ = ::mkdtemp(name.data());
+    file_ = directory_ / "MetaBase.xml";
+    platform::metabase::registerMoniker();
+    platform::metabase::mapServer(u"Web01", file_);
+  }
+  void TearDown() override {
+    platform::metabase::unmapServer(u"Web01");
+    std::filesystem::remove_all(directory_);
+  }
+
+  void writeRaw(const std::string& bytes) const {
+    std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
+    // No two writes share a time, however coarse the file system's clock is.
+    static int writes = 0;
+    std::filesystem::last_write_time(file_, std::filesystem::file_time_type::clock::now() -
+                                                std::chrono::hours(1) + std::chrono::seconds(++writes));
+  }
+  // Elements, whose quotes are single for the sake of legibility.
+  void write(std::string elements) const {
+    std::replace(elements.begin(), elements.end(), '\'', '"');
+    writeRaw(kHead + elements + kTail);
+  }
+
+  // The object at a moniker, or at a path of Web01.
+  static ObjectRef object(const std::string& path) {
+    return automation::GetObject(fromUtf8(path.find(':') == 3 ? path : "IIS://Web01" + path));
+  }
+  // The values of an object's properties, "Name=value; Name=value", as shown() has them.
+  static void shows(const ObjectRef& object, const std::string& values) {
+    std::istringstream all(values);
+    for (std::string each; std::getline(all >> std::ws, each, ';');) {
+      const std::size_t equals = each.find('=');
+      EXPECT_EQ(shown(automation::read(object, fromUtf8(each.substr(0, equals)))), each.substr(equals + 1))
+          << each;
+    }
+  }
+  static void shows(const std::string& path, const std::string& values) {
+    SCOPED_TRACE(path);
+    shows(object(path), values);
+  }
+  // What is done must fail so, with all the fragments in its message: "" gets the object, "Name" reads,
+  // "Name()" calls, "Name=" writes.
+  static void fails(const std::string& path, const std::string& what, std::int32_t code,
+                    const std::vector<std::string>& fragments) {
+    SCOPED_TRACE(path + " " + what);
+    try {
+      const ObjectRef found = object(path);
+      const automation::Text name = fromUtf8(what.substr(0, what.find_first_of("(=")));
+      if (what.ends_with("()")) automation::call(found, name);
+      if (what.ends_with("=")) automation::write(found, name, u"x");
+      if (name.size() == what.size() && !what.empty()) automation::read(found, name);
+      ADD_FAILURE() << "no failure";
+    } catch (const automation::Failure& failure) {
+      const std::string message = automation::toUtf8(failure.description());
+      EXPECT_EQ(failure.number(), code) << message;
+      for (const std::string& part : fragments) EXPECT_NE(message.find(part), std::string::npos) << message;
+    }
+  }
+  // A property of all children.
+  static std::string children(const std::string& path, TextView property = u"Name") {
+    std::string values;
+    const auto walk = automation::children(object(path));
+    while (const ObjectRef child = walk->next()) values += shown(automation::read(child, property));
+    return values;
+  }
+
+  std::filesystem::path directory_;
+  std::filesystem::path file_;
+};
+
+TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
+  write(
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/2/\xC3\x9C.bung'/>\r\n"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/20'/>\r\n"
+      "<IIsFtpService\tLocation ='/LM/msftpsvc'\r\n\t></IIsFtpService>\r\n"
+      "<IIsFtpServer Location ='/lm/MSFTPSVC/1' ServerComment='one'></IIsFtpServer>\r\n"
+      "<IIS_Global Location ='.' ChangeNumber='4'/><IIS_ROOT Location ='/'/>\r\n");
+  EXPECT_EQ(children(""), "'MSFTPSVC'");
+  EXPECT_EQ(children("/MSFTPSVC"), "'2''20''1'");
+  EXPECT_EQ(children("/MSFTPSVC/1"), "");
+  shows("", "ADsPath='IIS://Web01'");
+  shows("/msftpsvc", "class='IIsFtpService'");
+  shows("/mSFTPsvc/2", "CLASS='IIsConfigObject'");
+  shows("/msftpsvc/2/\xC3\xBC.BUNG", "Name='\xC3\x9C.bung'; Parent='IIS://Web01/MSFTPSVC/2'");
+  shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/MSFTPSVC/1'");
+  for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1", "/MSFTPSVC/1/x"}) {
+    fails(path, "", number::kPathNotFound, {file_.string(), path});
+  }
+  fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
+  fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known are: Web01"});
+  platform::metabase::unmapServer(u"WEB01");
+  fails("/MSFTPSVC", "", number::kUnknownServer, {"no server is"});
+}
+
+TEST_F(MetabaseTest, AValueIsOwnElseInheritedElseTheDefault) {
+  write(
+      "<IIsConfigObject Location ='/LM' ConnectionTimeout='77'/>"
+      "<IIsFtpService Location ='/LM/MSFTPSVC' AnonymousUserName='IUSR' ServerBindings=':21:' "
+      "MaxConnections='5'/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/1' MaxConnections='4294967295' LocalName='here'/>"
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1/ROOT/a/b'/>");
+  shows("/MSFTPSVC", "MAXCONNECTIONS=5");
+  shows("/MSFTPSVC/1", "Maxconnections=-1; connectiontimeout=77; Anonymoususername='IUSR'; LocalName='here'");
+  shows("/MSFTPSVC/1/ROOT/a/b", "MaxConnections=-1; ConnectionTimeout=77");
+  // Not inherited: what the schema says is not, and what it does not know.
+  shows("/MSFTPSVC/1/ROOT", "ServerBindings=[]; LocalName=null");
+  // Nowhere in the file.
+  shows("/MSFTPSVC/1",
+        "ServerComment=null; Path=null; ExitMessage=''; LogFileTruncateSize=2000000; GreetingMessage=[]; "
+        "logfiledirectory='%windir%\\system32\\logfiles'; AllowAnonymous=True; dontlog=False; "
+        "AccessRead=True; AccessWrite=False; LogExtFileTime=True; LogExtFileDate=False");
+  fails("/MSFTPSVC/1", "NoSuchThing", number::kPropertyUnknown, {"/LM/MSFTPSVC/1", "NoSuchThing"});
+}
+
+TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
+  write(
+      "<IIsFtpServer\tLocation ='/LM/MSFTPSVC/1'\r\n\t\tServerBindings=':21:\r\n\t\t\t10.0.0.5:2121:'\r\n"
+      "\t\tGreetingMessage='  Hello &lt;you&gt;\r\n\r\n\t\t\t  and goodbye \r\n\t\t\t'\r\n"
+      "\t\tExitMessage='a&#x000D;&#x000A;b\t c &amp; &quot;d&quot;'\r\n"
+      "\t\tServerComment=' Z\xC3\xBCrich \xF0\x9F\x98\x80 '\r\n"
+      "\t\tMSDOSDirOutput='false' AllowAnonymous='1' AnonymousOnly='tRuE' DontLog='0'\r\n\t/>");
+  shows("/MSFTPSVC/1",
+        "ServerBindings=[:21:|10.0.0.5:2121:]; GreetingMessage=[  Hello <you>|  and goodbye ]; "
+        "ExitMessage='a\r\nb\t c & \"d\"'; ServerComment=' Z\xC3\xBCrich \xF0\x9F\x98\x80 '; "
+        "MSDOSDirOutput=False; AllowAnonymous=True; AnonymousOnly=True; DontLog=False");
+  const auto get = [](TextView method, TextView name) {
+    return shown(automation::call(object("/MSFTPSVC/1"), method, name));
+  };
+  EXPECT_EQ(get(u"Get", u"allowanonymous"), "True");
+  EXPECT_EQ(get(u"GetEx", u"ExitMessage"), "[a\r\nb\t c & \"d\"]");
+  EXPECT_EQ(get(u"getex", u"ServerBindings"), "[:21:|10.0.0.5:2121:]");
+  EXPECT_EQ(get(u"GetEx", u"Path"), "[]");
+  fails("/MSFTPSVC/1", "Start()", automation::number::kMemberNotSupported, {});
+  fails("/MSFTPSVC/1", "ServerComment=", number::kReadOnly, {"ServerComment"});
+}
+
+TEST_F(MetabaseTest, FlagsAreBooleansOfTheirOwn) {
+  write(
+      "<IIsFtpService Location ='/LM/MSFTPSVC' LogExtFileFlags='LogExtFileDate | logextfilehost'/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/1' AccessFlags='AccessRead|AccessWrite | 0x200'/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/2' AccessFlags='2' LogExtFileFlags=''/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/3' DirBrowseFlags='EnableDirBrowsing'/>");
+  shows("/MSFTPSVC/1", "AccessFlags=515; accesswrite=True; AccessScript=True; AccessSource=False");
+  shows("/MSFTPSVC/1", "LogExtFileHost=True; LogExtFileDate=True; LogExtFileTime=False");
+  shows("/MSFTPSVC/2", "AccessRead=False; AccessWrite=True; LogExtFileDate=False");
+  shows("/MSFTPSVC/3", "DirBrowseFlags=-2147483648; EnableDirBrowsing=True; EnableDefaultDoc=False");
+}
+
+TEST_F(MetabaseTest, CustomElementsAreProperties) {
+  write(
+      "<IIsFtpService Location ='/LM/MSFTPSVC'>\r\n"
+      "\t<Custom\r\n\t\tName='Colour'\r\n\t\tID='70001'\r\n\t\tValue='blue'\r\n\t\tType='STRING'\r\n"
+      "\t\tUserType='IIS_MD_UT_SERVER'\r\n\t\tAttributes='INHERIT | VOLATILE'\r\n\t/>\r\n"
+      "<Custom Name='Depth' ID='70002' Value='3' Type='DWORD' Attributes='NO_ATTRIBUTES'/>"
+      "<Custom Name='UnknownName_1013' ID='1013' Value='900' Type='DWORD' Attributes='INHERIT'/>"
+      "<Custom ID='5002' Value='one\r\n\t\t\ttwo' Type='MULTISZ' Attributes='INHERIT'/>"
+      "<Custom Name='AccessFlags' ID='6016' Value='3' Type='DWORD' Attributes='INHERIT'/>"
+      "<Custom Name='ServerBindings' ID='1023' Value=':21:' Type='MULTISZ' Attributes='INHERIT'/>"
+      "<Custom Name='Blob' ID='70003' Value='00ff' Type='BINARY'/>"
+      "<Custom Name='Hidden' ID='70004' Value='x' Type='STRING' Attributes='SECURE'/>"
+      "</IIsFtpService><IIsFtpServer Location ='/LM/MSFTPSVC/1'/>");
+  shows("/MSFTPSVC", "Depth=3; Blob='00ff'");
+  shows("/MSFTPSVC/1", "colour='blue'; Depth=null; ConnectionTimeout=900; GreetingMessage=[one|two]");
+  shows("/MSFTPSVC/1", "AccessWrite=True; ServerBindings=[:21:]");
+  fails("/MSFTPSVC", "Hidden", number::kSecured, {"Hidden"});
+}
+
+TEST_F(MetabaseTest, AStateIsTheFilesOwnElseWhatStartsByItselfRuns) {
+  write(
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/1'/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/2' ServerAutoStart='FALSE'/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/3' ServerAutoStart='FALSE' Status='6'/>"
+      "<IIsFtpServer Location ='/LM/MSFTPSVC/4' ServerState='1'/>"
+      "<IIsApplicationPool Location ='/LM/W3SVC/AppPools/A'/>"
+      "<IIsApplicationPool Location ='/LM/W3SVC/AppPools/B' AppPoolAutoStart='FALSE'/>"
+      "<IIsApplicationPool Location ='/LM/W3SVC/AppPools/C' AppPoolState='4'/>");
+  EXPECT_EQ(children("/MSFTPSVC", u"status"), "2461");
+  EXPECT_EQ(children("/W3SVC/AppPools", u"AppPoolState"), "244");
+}
+
+TEST_F(MetabaseTest, IpSecurityTellsWhoMayComeIn) {
+  write(
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1/ROOT'/>"
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/2/ROOT' IPSecurity='GrantByDefault=FALSE\r\n"
+      "\t\t\tIPGrant=10.0.0.5, 255.255.255.255\r\n\t\t\tIPGrant=10.1.0.0,255.255.0.0\r\n"
+      "\t\t\tipdeny=192.168.0.0, 255.255.0.0'/>"
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/2/ROOT/open' IPSecurity=''/>");
+  const auto security = [](const std::string& path) {
+    return automation::toObject(automation::call(object(path), u"GetEx", u"IPSecurity"));
+  };
+  shows(security("/MSFTPSVC/1/ROOT"), "GrantByDefault=True; IPDeny=[]; DomainGrant=[]");
+  shows(security("/MSFTPSVC/2/ROOT/open"), "GrantByDefault=True");
+  shows(security("/MSFTPSVC/2/ROOT"),
+        "grantbydefault=False; IPGrant=[10.0.0.5, 255.255.255.255|10.1.0.0,255.255.0.0]; "
+        "IPDeny=[192.168.0.0, 255.255.0.0]");
+}
+
+TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
+  struct Case {
+    std::string property;
+    std::string value;
+    const char* fragment;
+    std::int32_t code = number::kWrongValue;
+  };
+  const std::string security = "IPSecurity";
+  const std::string granted = "GrantByDefault=TRUE\r\n\t\t";
+  for (const Case& wrong :
+       {Case{"MaxConnections", "4294967296", "4294967296"}, Case{"ConnectionTimeout", "-1", "-1"},
+        Case{"LogType", "", "no number"}, Case{"AllowAnonymous", "yes", "yes"},
+        Case{"AccessFlags", "AccessRead | AccessFly", "AccessFly"},
+        Case{"AdminACL", "00", "AdminACL", number::kSecured},
+        Case{security, "1800000018000080\r\n\t\t\tFF00", "binary", number::kBinaryIpSecurity},
+        Case{security, "Grant=TRUE", "first line"}, Case{security, granted + "IPDeny=10.0.0.1", "10.0.0.1"},
+        Case{security, granted + "IPDeny=10.0.0.256, 255.0.0.0", "256"},
+        Case{security, granted + "IPLend=10.0.0.1, 255.0.0.0", "IPLend"}}) {
+    write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='fine' " + wrong.property + "='" +
+          wrong.value + "'/>");
+    fails("/MSFTPSVC/1", wrong.property, wrong.code, {wrong.fragment, file_.string(), "/LM/MSFTPSVC/1"});
+    shows("/MSFTPSVC/1", "ServerComment='fine'");
+  }
+}
+
+TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
+  const std::string site = "<IIsFtpServer Location =\"/LM/MSFTPSVC/1\" ServerComment=\"";
+  const std::string whole = kHead + site + "x\"></IIsFtpServer>\r\n" + kTail;
+  const auto among = [](const std::string& elements) { return kHead + elements + kTail; };
+  const auto comment = [&](const std::string& value) { return among(site + value + "\"/>"); };
+  struct Case {
+    std::string content;
+    std::int32_t code;
+    const char* fragment;
+  };
+  const Case cases[] = {
+      {"", number::kFileEmpty, "empty"},
+      {" \r\n ", number::kNotXml, "no element"},
+      {among("<a Location=\"/LM/a\"></b>"), number::kNotXml, "line 4"},
+      {among("<a Location=\"/LM/a></a>"), number::kNotXml, "line 4"},
+      {whole + "<more/>", number::kNotXml, "behind the outermost"},
+      {whole.substr(0, whole.find("</MBProperty>")), number::kCutOff, "line 5"},
+      {whole.substr(0, whole.find("Comment=")), number::kCutOff, "a tag"},
+      {whole.substr(0, whole.find("x\">") + 1), number::kCutOff, "a value"},
+      {kHead + "<!-- x", number::kCutOff, "a comment"},
+      {"<html><body/></html>", number::kAnotherKind, "\"html\""},
+      {"<configuration><Sections/></configuration>", number::kAnotherKind, "MBProperty"},
+      {"<!DOCTYPE configuration []>" + whole, number::kDocumentType, "document type"},
+      {comment("&copy;"), number::kEntity, "&copy;"},
+      {comment("&#xD800;"), number::kEntity, "&#xD800;"},
+      {comment("a & b"), number::kEntity, "line 4"},
+      {comment(std::string("a\0b", 3)), number::kEncoding, "NUL"},
+      {comment("\x01"), number::kEncoding, "U+0001"},
+      {comment("\xC3("), number::kEncoding, "0xC3"},
+      {comment("\xC0\x80"), number::kEncoding, "0xC0"},
+      {comment("\xED\xA0\x80"), number::kEncoding, "surrogate U+D800"},
+      {std::string("\xFF\xFE<\0a\0", 6), number::kEncoding, "UTF-16"},
+      {comment("x\" SERVERCOMMENT=\"y"), number::kDuplicateProperty, "ServerComment"},
+      {among(site + "x\"><Custom Name=\"serverComment\" Value=\"y\"/></IIsFtpServer>"),
+       number::kDuplicateProperty, "/LM/MSFTPSVC/1"},
+      {among(site + "x\"/>\r\n" + "<IIsFtpServer Location=\"/lm/msftpsvc/1\"/>"), number::kDuplicatePath,
+       "line 5: the node \"/lm/msftpsvc/1\" stands twice, first on line 4"},
+      {among("<IIsFtpServer ServerComment=\"x\"/>"), number::kBadElement, "no Location"},
+      {among("<a Location=\"/LM/a\"><b/></a>"), number::kBadElement, "\"b\""},
+      {among("<a Location=\"/LM/a\"><Custom Value=\"1\"/></a>"), number::kBadElement, "Name"},
+      {among("stray"), number::kBadElement, "text"},
+      {among("<a Location=\"LM/a\"/>"), number::kBadLocation, "LM/a"},
+      {among("<a Location=\"/LM//a\"/>"), number::kBadLocation, "empty piece"},
+  };
+  for (const Case& broken : cases) {
+    writeRaw(broken.content);
+    // An unchanged file fails the same way each time.
+    fails("", "", broken.code, {broken.fragment, file_.string()});
+    fails("", "", broken.code, {broken.fragment, file_.string()});
+  }
+}
+
+TEST_F(MetabaseTest, AChangedFileIsReadAnewAndOldObjectsKeepTheirSnapshot) {
+  fails("", "", number::kFileNotFound, {file_.string()});
+  std::filesystem::create_directory(file_);
+  fails("", "", number::kFileIsDirectory, {file_.string()});
+  std::filesystem::remove(file_);
+  write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='before'/>");
+  const ObjectRef old = object("/MSFTPSVC/1");
+  const auto snapshot = platform::metabase::snapshotOf(u"WEB01");
+  platform::metabase::mapServer(u"Alias", directory_ / "." / "MetaBase.xml");
+  EXPECT_EQ(platform::metabase::snapshotOf(u"alias"), snapshot);
+  platform::metabase::unmapServer(u"alias");
+
+  // Of the same size, by its time; and by its inode.
+  write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='middle'/>");
+  shows("/MSFTPSVC/1", "ServerComment='middle'");
+  const auto time = std::filesystem::last_write_time(file_);
+  std::filesystem::rename(file_, directory_ / "old.xml");
+  write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='after!'/>");
+  std::filesystem::last_write_time(file_, time);
+  shows("/MSFTPSVC/1", "ServerComment='after!'");
+  shows(old, "ServerComment='before'");
+}
+
+TEST_F(MetabaseTest, LargeThingsAreReadOnceForAllThreads) {
+  const std::string comment(1 << 20, 'x');
+  std::string elements = "<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='" + comment + "'";
+  std::string deep;
+  std::string nested = kHead;
+  for (int index = 0; index < 10000; ++index) {
+    elements += " P" + std::to_string(index) + "='" + std::to_string(index) + "'";
+    if (index < 1000) deep += "/d" + std::to_string(index);
+    nested += "<a><a><a><a><a><a><a><a><a><a>";
+  }
+  write(elements + "/><IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1" + deep + "'/>");
+  std::vector<std::shared_ptr<const platform::metabase::Metabase>> got(4);
+  std::vector<std::thread> threads;
+  for (auto& snapshot : got) {
+    threads.emplace_back([&snapshot] { snapshot = platform::metabase::snapshotOf(u"Web01"); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(std::count(got.begin(), got.end(), got.front()), 4);
+  shows("/MSFTPSVC/1", "p9999='9999'");
+  shows("/MSFTPSVC/1" + deep, "Name='d999'; ServerComment='" + comment + "'");
+  writeRaw(nested);
+  fails("", "", number::kCutOff, {"never closed"});
+}
+
+}  // namespace
