@@ -1,0 +1,115 @@
+#include "platform/host/host.h"
+
+#include <memory>
+
+#include "automation/failure.h"
+#include "automation/runtime.h"
+#include "platform/metabase/metabase.h"
+#include "platform/metabase/servers.h"
+
+namespace platform::host {
+namespace {
+
+using automation::Arguments;
+using automation::equalsIgnoringCase;
+using automation::Failure;
+using automation::MemberlessObject;
+using automation::ObjectRef;
+using automation::Text;
+using automation::TextView;
+using automation::Variant;
+
+constexpr TextView kProgrammaticId = u"MARLINSCOPEGLOBALCOM.ICommonFunction";
+constexpr TextView kErrorLogPath = u"ErrorLogPath";
+constexpr TextView kGetOs = u"getos";
+constexpr TextView kMousePointer = u"MousePointer";
+constexpr std::int32_t kNoVersion = static_cast<std::int32_t>(0x80070032);
+
+void requireArguments(TextView member, Arguments arguments, std::size_t count, const Text& source) {
+  if (arguments.size() == count) return;
+  throw Failure(automation::number::kWrongArguments, u"Wrong number of arguments: " + Text(member), source);
+}
+
+class CommonObject : public MemberlessObject {
+ public:
+  CommonObject() : MemberlessObject(Text(kProgrammaticId)) {}
+
+  // A function is called or read with an argument, as late binding has it.
+  Variant read(TextView member, Arguments arguments) override {
+    if (equalsIgnoringCase(member, kGetOs)) return getOs(arguments);
+    if (!equalsIgnoringCase(member, kErrorLogPath)) return MemberlessObject::read(member, arguments);
+    requireArguments(member, arguments, 0, source());
+    return errorLogPath_;
+  }
+
+  void write(TextView member, Arguments arguments, const Variant& value) override {
+    if (!equalsIgnoringCase(member, kErrorLogPath)) return MemberlessObject::write(member, arguments, value);
+    requireArguments(member, arguments, 0, source());
+    errorLogPath_ = automation::toText(value);
+  }
+
+  Variant call(TextView member, Arguments arguments) override { return read(member, arguments); }
+
+ private:
+  Variant getOs(Arguments arguments) const {
+    requireArguments(kGetOs, arguments, 1, source());
+    const Text server = automation::toText(arguments[0]);
+    const auto metabase = metabase::snapshotOf(server);
+    const auto version = metabase->property(u"MajorIIsVersionNumber");
+    for (const TextView info : {u"LM/W3SVC/Info", u"LM/MSFTPSVC/Info"}) {
+      const auto node = metabase->find(metabase->root(), info);
+      if (!node || !version) continue;
+      const Variant value = metabase->read(*node, *version);
+      if (!value.isNull()) return automation::toInt16(value);
+    }
+    throw Failure(kNoVersion,
+                  automation::fromUtf8(metabase->file()) +
+                      u": neither /LM/W3SVC/Info nor /LM/MSFTPSVC/Info has MajorIIsVersionNumber, so the "
+                      u"version of the server " +
+                      server + u" is not known",
+                  source());
+  }
+
+  Text errorLogPath_;
+};
+
+// Holds no state of its own, so all threads may share it.
+class ScreenObject : public MemberlessObject {
+ public:
+  ScreenObject() : MemberlessObject(u"Screen") {}
+
+  Variant read(TextView member, Arguments arguments) override {
+    if (!equalsIgnoringCase(member, kMousePointer)) return MemberlessObject::read(member, arguments);
+    requireArguments(member, arguments, 0, source());
+    return pointer();
+  }
+
+  void write(TextView member, Arguments arguments, const Variant& value) override {
+    if (!equalsIgnoringCase(member, kMousePointer)) return MemberlessObject::write(member, arguments, value);
+    requireArguments(member, arguments, 0, source());
+    pointer() = automation::toInt16(value);
+  }
+
+ private:
+  static std::int16_t& pointer() {
+    thread_local std::int16_t value = 0;
+    return value;
+  }
+};
+
+}  // namespace
+
+ObjectRef makeCommonObject() {
+  return std::make_shared<CommonObject>();
+}
+
+ObjectRef makeScreenObject() {
+  return std::make_shared<ScreenObject>();
+}
+
+void registerHostObjects() {
+  automation::Runtime::process().serveClass(kProgrammaticId, makeCommonObject);
+  automation::Runtime::process().setScreen(makeScreenObject());
+}
+
+}  // namespace platform::host

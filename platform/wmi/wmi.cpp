@@ -1,0 +1,197 @@
+#include "platform/wmi/wmi.h"
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "automation/failure.h"
+#include "automation/runtime.h"
+#include "platform/metabase/metabase.h"
+#include "platform/metabase/servers.h"
+#include "platform/wmi/applications.h"
+
+namespace platform::wmi {
+namespace {
+
+using automation::Arguments;
+using automation::equalsIgnoringCase;
+using automation::Failure;
+using automation::MemberlessObject;
+using automation::ObjectRef;
+using automation::Text;
+using automation::TextView;
+using automation::Variant;
+using metabase::Metabase;
+
+// "WMI Error Constants".
+constexpr auto kInvalidNamespace = static_cast<std::int32_t>(0x8004100E);
+constexpr auto kInvalidClass = static_cast<std::int32_t>(0x80041010);
+constexpr auto kInvalidQuery = static_cast<std::int32_t>(0x80041017);
+
+constexpr TextView kSource = u"WMI";
+constexpr TextView kPrefix = u"winmgmts:";
+constexpr TextView kSecurity = u"{authenticationLevel=pktPrivacy}";
+constexpr TextView kNamespace = u"root\\microsoftiisv2";
+constexpr TextView kPoolClass = u"IIsApplicationPool";
+constexpr TextView kPoolNamePrefix = u"W3SVC/APPPOOLS/";
+constexpr TextView kPools = u"LM/W3SVC/AppPools";
+
+using Snapshot = std::shared_ptr<const Metabase>;
+
+void requireArguments(TextView member, Arguments arguments, std::size_t count) {
+  if (arguments.size() == count) return;
+  throw Failure(automation::number::kWrongArguments, u"Wrong number of arguments: " + Text(member),
+                Text(kSource));
+}
+
+// One instance of IIsApplicationPool.
+class Pool : public MemberlessObject {
+ public:
+  Pool(Snapshot metabase, Metabase::NodeId node)
+      : MemberlessObject(Text(kSource)), metabase_(std::move(metabase)), node_(node) {}
+
+  Variant read(TextView member, Arguments arguments) override {
+    if (!equalsIgnoringCase(member, u"Name")) return MemberlessObject::read(member, arguments);
+    requireArguments(member, arguments, 0);
+    return Text(kPoolNamePrefix) + shortName();
+  }
+
+  Variant call(TextView member, Arguments arguments) override {
+    if (!equalsIgnoringCase(member, u"EnumAppsInPool")) return MemberlessObject::call(member, arguments);
+    requireArguments(member, arguments, 1);
+    automation::Array paths;
+    for (const Metabase::NodeId application : Applications::of(metabase_)->inPool(shortName())) {
+      paths.elements.emplace_back(automation::fromUtf8(metabase_->path(application) + "/"));
+    }
+    if (paths.elements.empty()) paths.elements.emplace_back(Text());
+    arguments[0] = std::move(paths);
+    return {};
+  }
+
+ private:
+  Text shortName() const { return automation::fromUtf8(metabase_->name(node_)); }
+
+  Snapshot metabase_;
+  Metabase::NodeId node_;
+};
+
+class PoolWalk : public automation::Walk {
+ public:
+  explicit PoolWalk(Snapshot metabase) : metabase_(std::move(metabase)) {
+    const auto pools = metabase_->find(metabase_->root(), kPools);
+    if (pools) next_ = metabase_->firstChild(*pools);
+  }
+
+  ObjectRef next() override {
+    while (next_) {
+      const Metabase::NodeId node = *next_;
+      next_ = metabase_->nextSibling(node);
+      if (metabase::equalFolded(metabase_->className(node), kPoolClass)) {
+        return std::make_shared<Pool>(metabase_, node);
+      }
+    }
+    return nullptr;
+  }
+
+ private:
+  Snapshot metabase_;
+  std::optional<Metabase::NodeId> next_;
+};
+
+// What ExecQuery gives.
+class PoolCollection : public MemberlessObject {
+ public:
+  explicit PoolCollection(Snapshot metabase)
+      : MemberlessObject(Text(kSource)), metabase_(std::move(metabase)) {}
+
+  Variant read(TextView member, Arguments arguments) override {
+    if (!equalsIgnoringCase(member, u"Count")) return MemberlessObject::read(member, arguments);
+    requireArguments(member, arguments, 0);
+    std::int32_t count = 0;
+    for (PoolWalk walk(metabase_); walk.next() != nullptr;) ++count;
+    return count;
+  }
+
+  std::unique_ptr<automation::Walk> children() override { return std::make_unique<PoolWalk>(metabase_); }
+
+ private:
+  Snapshot metabase_;
+};
+
+std::vector<TextView> wordsOf(TextView text) {
+  constexpr TextView kSpace = u" \t\r\n";
+  std::vector<TextView> words;
+  for (std::size_t start = text.find_first_not_of(kSpace); start != TextView::npos;
+       start = text.find_first_not_of(kSpace, start)) {
+    const std::size_t end = std::min(text.find_first_of(kSpace, start), text.size());
+    words.push_back(text.substr(start, end - start));
+    start = end;
+  }
+  return words;
+}
+
+void requirePoolQuery(const Text& query) {
+  const std::vector<TextView> words = wordsOf(query);
+  const bool selects =
+      words.size() >= 4 && equalsIgnoringCase(words[0], u"select") && equalsIgnoringCase(words[2], u"from");
+  if (selects && words.size() == 4 && !equalsIgnoringCase(words[3], kPoolClass)) {
+    throw Failure(kInvalidClass, u"Invalid class: " + Text(words[3]), Text(kSource));
+  }
+  if (!selects || words.size() != 4 || !equalsIgnoringCase(words[1], u"Name")) {
+    throw Failure(kInvalidQuery,
+                  u"Invalid query; only \"Select Name From IIsApplicationPool\" is answered: " + query,
+                  Text(kSource));
+  }
+}
+
+// The namespace service of a server.
+class Service : public MemberlessObject {
+ public:
+  explicit Service(Snapshot metabase) : MemberlessObject(Text(kSource)), metabase_(std::move(metabase)) {}
+
+  Variant call(TextView member, Arguments arguments) override {
+    if (!equalsIgnoringCase(member, u"ExecQuery")) return MemberlessObject::call(member, arguments);
+    requireArguments(member, arguments, 1);
+    requirePoolQuery(automation::toText(arguments[0]));
+    return ObjectRef(std::make_shared<PoolCollection>(metabase_));
+  }
+
+ private:
+  Snapshot metabase_;
+};
+
+// Takes `start` off the front of `text`, if it stands there in any case.
+bool takeOff(TextView& text, TextView start) {
+  if (!equalsIgnoringCase(text.substr(0, start.size()), start)) return false;
+  text.remove_prefix(start.size());
+  return true;
+}
+
+ObjectRef serviceAt(TextView moniker) {
+  TextView rest = moniker;
+  if (takeOff(rest, kPrefix)) takeOff(rest, kSecurity);
+  const bool named = takeOff(rest, u"\\\\");
+  const std::size_t end = rest.find(u'\\');
+  const TextView server = rest.substr(0, end);
+  if (!named || server.empty()) {
+    throw Failure(
+        automation::number::kMonikerSyntax,
+        u"Not of the form winmgmts:{authenticationLevel=pktPrivacy}\\\\server\\namespace: " + Text(moniker),
+        Text(kSource));
+  }
+  const TextView space = end == TextView::npos ? TextView() : rest.substr(end + 1);
+  if (!equalsIgnoringCase(space, kNamespace)) {
+    throw Failure(kInvalidNamespace, u"Invalid namespace: " + Text(space), Text(kSource));
+  }
+  return std::make_shared<Service>(metabase::snapshotOf(server));
+}
+
+}  // namespace
+
+void registerMoniker() {
+  automation::Runtime::process().serveMoniker(kPrefix, serviceAt);
+}
+
+}  // namespace platform::wmi

@@ -1,0 +1,163 @@
+// The WMI objects and the host's objects, over a small file that the tests write themselves.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <thread>
+
+#include "automation/failure.h"
+#include "automation/runtime.h"
+#include "platform/host/host.h"
+#include "platform/metabase/servers.h"
+#include "platform/wmi/wmi.h"
+
+namespace {
+
+using automation::call;
+using automation::GetObject;
+using automation::ObjectRef;
+using automation::Text;
+using automation::TextView;
+using automation::toInt16;
+using automation::Variant;
+
+constexpr TextView kService = u"winmgmts:{authenticationLevel=pktPrivacy}\\\\Web01\\root\\microsoftiisv2";
+constexpr TextView kQuery = u"Select Name From IIsApplicationPool";
+
+template <typename Operation>
+std::uint32_t failureOf(Operation&& operation) {
+  try {
+    operation();
+  } catch (const automation::Failure& failure) {
+    return static_cast<std::uint32_t>(failure.number());
+  }
+  return 0;
+}
+
+class WmiTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    file_ = std::filesystem::temp_directory_path() / ("wmi_test_" + std::to_string(::getpid()) + ".xml");
+    platform::metabase::mapServer(u"Web01", file_);
+    platform::wmi::registerMoniker();
+    platform::host::registerHostObjects();
+  }
+  void TearDown() override {
+    platform::metabase::unmapServer(u"Web01");
+    std::filesystem::remove(file_);
+  }
+
+  // A changed file is noticed by its size, however coarse the file system's clock is.
+  void write(const std::string& elements) const {
+    std::ofstream(file_, std::ios::binary | std::ios::trunc)
+        << "<configuration><MBProperty>" << elements << "</MBProperty></configuration>";
+  }
+
+  // Every pool's name and the applications that it names: "name=path,path,; ".
+  static Text poolsOf(const ObjectRef& service) {
+    const ObjectRef pools = automation::toObject(call(service, u"ExecQuery", kQuery));
+    Text all;
+    std::int32_t count = 0;
+    const auto walk = automation::children(pools);
+    for (ObjectRef pool = walk->next(); pool != nullptr; pool = walk->next(), ++count) {
+      all += automation::toText(automation::read(pool, u"Name")) + u"=";
+      Variant list;
+      automation::callByReference(pool, u"EnumAppsInPool", list);
+      for (const Variant& path : list.asArray()->elements) all += automation::toText(path) + u",";
+      all += u"; ";
+    }
+    EXPECT_EQ(automation::toInt32(automation::read(pools, u"Count")), count);
+    return all;
+  }
+
+  std::filesystem::path file_;
+};
+
+TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
+  write(
+      "<IIsApplicationPools Location='/LM/W3SVC/AppPools'/><IIsConfigObject Location='/LM/W3SVC/AppPools/x'/>"
+      "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Main'/>"
+      "<IIsApplicationPool Location='/LM/w3svc/apppools/Second Pool'/>"
+      "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Spare'/>"
+      "<IIsWebService Location='/LM/W3SVC' AppPoolId='Main'/>"
+      "<IIsWebVirtualDir Location='/LM/W3SVC/1/ROOT' AppRoot='/LM/W3SVC/1/ROOT'/>"
+      // No root of its own: it names its parent's.
+      "<IIsWebDirectory Location='/LM/W3SVC/1/ROOT/img' AppRoot='/LM/W3SVC/1/ROOT'/>"
+      "<IIsWebDirectory Location='/LM/W3SVC/1/ROOT/doc'/>"
+      "<IIsWebVirtualDir Location='/LM/W3SVC/1/Root/Shop' AppRoot='/lm/w3svc/1/root/shop/' "
+      "AppPoolId='second POOL'/>"
+      "<IIsWebVirtualDir Location='/LM/W3SVC/1/ROOT/Shop/a/b' AppRoot='/LM/W3SVC/1/ROOT/Shop/a/b'/>"
+      "<IIsWebVirtualDir Location='/LM/W3SVC/2/ROOT' AppRoot='/LM/W3SVC/2/ROOT'/>"
+      "<IIsWebVirtualDir Location='/LM/W3SVC/3/ROOT' AppRoot='/LM/W3SVC/3/ROOT' AppPoolId='Gone'/>"
+      "<IIsConfigObject Location='/LM/OTHER' AppRoot='/LM/OTHER' AppPoolId='Main'/>");
+  const TextView pools =
+      u"W3SVC/APPPOOLS/Main=/LM/W3SVC/1/ROOT/,/LM/W3SVC/2/ROOT/,; "
+      u"W3SVC/APPPOOLS/Second Pool=/LM/W3SVC/1/ROOT/Shop/,/LM/W3SVC/1/ROOT/Shop/a/b/,; "
+      u"W3SVC/APPPOOLS/Spare=,; ";
+  const ObjectRef service = GetObject(kService);
+  EXPECT_EQ(poolsOf(service), pools);
+  // A service shows one snapshot; the next one shows the file as it is by then.
+  write(
+      "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Main'/>"
+      "<IIsWebVirtualDir Location='/LM/W3SVC/4/ROOT' AppRoot='/LM/W3SVC/4/ROOT' AppPoolId='Main'/>");
+  EXPECT_EQ(poolsOf(service), pools);
+  EXPECT_EQ(poolsOf(GetObject(kService)), u"W3SVC/APPPOOLS/Main=/LM/W3SVC/4/ROOT/,; ");
+  write("");
+  EXPECT_EQ(poolsOf(GetObject(kService)), u"");
+}
+
+TEST_F(WmiTest, AnythingElseFailsInItsOwnWay) {
+  write("");
+  struct Case {
+    TextView moniker;
+    TextView query;
+    std::uint32_t number;
+  };
+  for (const Case& each :
+       {Case{u"WinMgmts:\\\\web01\\ROOT\\MicrosoftIISv2", u"  select  NAME\tfrom iisapplicationpool ", 0},
+        Case{u"winmgmts:\\\\Web01\\root\\cimv2", kQuery, 0x8004100E},
+        Case{u"winmgmts:\\\\Web01", kQuery, 0x8004100E},
+        Case{u"winmgmts:\\\\Web02\\root\\microsoftiisv2", kQuery, 0x800706BA},
+        Case{u"winmgmts:{impersonationLevel=x}\\\\Web01\\root\\microsoftiisv2", kQuery, 0x800401E4},
+        Case{u"winmgmts:root\\microsoftiisv2", kQuery, 0x800401E4},
+        Case{kService, u"Select Name From IIsWebServer", 0x80041010},
+        Case{kService, u"Select * From IIsApplicationPool", 0x80041017},
+        Case{kService, u"Select Name From IIsApplicationPool Where Name = 'x'", 0x80041017},
+        Case{kService, u"", 0x80041017}}) {
+    const auto ask = [&] { call(GetObject(each.moniker), u"execquery", each.query); };
+    EXPECT_EQ(failureOf(ask), each.number)
+        << automation::toUtf8(each.moniker) << automation::toUtf8(each.query);
+  }
+}
+
+TEST_F(WmiTest, TheHostsObjectsAnswer) {
+  const ObjectRef common = automation::CreateObject(u"marlinscopeglobalcom.icommonfunction");
+  const auto getos = [&] {
+    Variant server = u"web01";
+    return *automation::callByReference(common, u"getos", server).as<std::int16_t>();
+  };
+  write(
+      "<IIsWebInfo Location='/LM/W3SVC/Info' MajorIIsVersionNumber='6'/>"
+      "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
+  EXPECT_EQ(getos(), 6);
+  EXPECT_EQ(toInt16(automation::readIndexed(common, u"GetOS", u"WEB01")), 6);
+  write(
+      "<IIsWebInfo Location='/LM/W3SVC/Info'/>"
+      "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
+  EXPECT_EQ(getos(), 5);
+  write("");
+  EXPECT_EQ(failureOf(getos), 0x80070032u);
+
+  automation::write(common, u"errorlogpath", u"C:\\logs");
+  EXPECT_EQ(automation::toText(automation::read(common, u"ErrorLogPath")), u"C:\\logs");
+  // Each thread has a pointer of its own.
+  automation::write(automation::Screen(), u"MousePointer", std::int16_t{11});
+  std::int16_t seen = -1;
+  std::thread([&] { seen = toInt16(automation::read(automation::Screen(), u"MousePointer")); }).join();
+  EXPECT_EQ(seen, 0);
+  EXPECT_EQ(toInt16(automation::read(automation::Screen(), u"mousepointer")), 11);
+}
+
+}  // namespace
