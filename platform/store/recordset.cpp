@@ -1,0 +1,401 @@
+#include "platform/store/recordset.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "automation/failure.h"
+#include "automation/variant.h"
+#include "platform/store/members.h"
+
+namespace platform::store {
+
+using automation::Arguments;
+using automation::Failure;
+using automation::Text;
+using automation::TextView;
+using automation::Variant;
+
+namespace {
+
+constexpr TextView kSource = u"ADODB.Recordset";
+
+// ADO's constants (ADO API reference, "CursorLocationEnum", "CursorTypeEnum", "LockTypeEnum").
+constexpr std::int32_t kUseServer = 2;
+constexpr std::int32_t kUseClient = 3;
+constexpr std::int32_t kOpenForwardOnly = 0;
+constexpr std::int32_t kOpenDynamic = 2;
+constexpr std::int32_t kOpenStatic = 3;
+constexpr std::int32_t kLockReadOnly = 1;
+constexpr std::int32_t kLockBatchOptimistic = 4;
+
+enum class Property {
+  kCollect,
+  kState,
+  kEof,
+  kRecordCount,
+  kActiveConnection,
+  kCursorLocation,
+  kLockType,
+  kCursorType,
+  kBof,
+};
+constexpr MemberName<Property> kProperties[] = {
+    {u"Collect", Property::kCollect},
+    {u"State", Property::kState},
+    {u"EOF", Property::kEof},
+    {u"RecordCount", Property::kRecordCount},
+    {u"ActiveConnection", Property::kActiveConnection},
+    {u"CursorLocation", Property::kCursorLocation},
+    {u"LockType", Property::kLockType},
+    {u"CursorType", Property::kCursorType},
+    {u"BOF", Property::kBof},
+};
+
+enum class Method { kAddNew, kUpdate, kOpen, kClose, kCancelUpdate, kMoveNext };
+constexpr MemberName<Method> kMethods[] = {
+    {u"AddNew", Method::kAddNew},
+    {u"Update", Method::kUpdate},
+    {u"Open", Method::kOpen},
+    {u"Close", Method::kClose},
+    {u"CancelUpdate", Method::kCancelUpdate},
+    {u"MoveNext", Method::kMoveNext},
+};
+
+[[noreturn]] void fail(std::int32_t code, Text description) {
+  throw Failure(code, std::move(description), Text(kSource));
+}
+
+// A setting between two bounds, both included.
+std::int32_t settingWithin(const Variant& value, std::int32_t least, std::int32_t most, TextView member) {
+  const std::int32_t setting = automation::toInt32(value);
+  if (setting < least || setting > most) {
+    fail(number::kWrongType,
+         u"Value out of range for " + Text(member) + u": " + automation::decimalText(setting));
+  }
+  return setting;
+}
+
+// Nearly every value is plain ASCII, which needs no decoding.
+void assignUtf8(std::string& target, TextView text) {
+  target.resize(text.size());
+  char16_t all = 0;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    all |= text[at];
+    target[at] = static_cast<char>(text[at]);
+  }
+  if (all >= 0x80) target = automation::toUtf8(text);
+}
+
+// Makes a cached statement ready for its next run, whichever way this one ends.
+class Run {
+ public:
+  explicit Run(sqlite3_stmt* statement) : statement_(statement) {}
+  Run(const Run&) = delete;
+  Run& operator=(const Run&) = delete;
+  ~Run() { sqlite3_reset(statement_); }
+
+  int step() { return sqlite3_step(statement_); }
+
+ private:
+  sqlite3_stmt* statement_;
+};
+
+}  // namespace
+
+Recordset::Recordset()
+    : cursorLocation_(kUseServer), cursorType_(kOpenForwardOnly), lockType_(kLockReadOnly) {}
+
+Variant Recordset::read(TextView member, Arguments arguments) {
+  const Property property = findMember(kProperties, member, kSource);
+  requireArguments(arguments, property == Property::kCollect ? 1 : 0, member, kSource);
+  switch (property) {
+    case Property::kCollect: {
+      requireOpen();
+      const std::size_t column = columnOf(arguments[0]);
+      requireRow();
+      return valueAt(column);
+    }
+    case Property::kState:
+      return std::int32_t{isOpen()};
+    case Property::kEof:
+      requireOpen();
+      return !pending_ && place_ == Place::kEnd;
+    case Property::kBof:
+      requireOpen();
+      return !pending_ && fetchedCount_ + addedCount_ == 0;
+    case Property::kRecordCount:
+      requireOpen();
+      return recordCount();
+    case Property::kActiveConnection:
+      return automation::ObjectRef(connection_);
+    case Property::kCursorLocation:
+      return cursorLocation_;
+    case Property::kLockType:
+      return lockType_;
+    case Property::kCursorType:
+      return cursorType_;
+  }
+  return {};
+}
+
+void Recordset::write(TextView member, Arguments arguments, const Variant& value) {
+  const Property property = findMember(kProperties, member, kSource);
+  requireArguments(arguments, property == Property::kCollect ? 1 : 0, member, kSource);
+  switch (property) {
+    case Property::kCollect:
+      requireOpen();
+      setValue(columnOf(arguments[0]), value);
+      return;
+    case Property::kActiveConnection: {
+      requireClosed();
+      const automation::ObjectRef object = automation::toObject(value);
+      auto connection = std::dynamic_pointer_cast<Connection>(object);
+      if (object != nullptr && connection == nullptr) {
+        fail(number::kWrongType, u"ActiveConnection takes a connection of this store only");
+      }
+      connection_ = std::move(connection);
+      return;
+    }
+    case Property::kCursorLocation:
+      requireClosed();
+      cursorLocation_ = settingWithin(value, kUseServer, kUseClient, member);
+      return;
+    case Property::kLockType:
+      requireClosed();
+      lockType_ = settingWithin(value, kLockReadOnly, kLockBatchOptimistic, member);
+      return;
+    case Property::kCursorType:
+      requireClosed();
+      cursorType_ = settingWithin(value, kOpenForwardOnly, kOpenStatic, member);
+      return;
+    case Property::kState:
+    case Property::kEof:
+    case Property::kBof:
+    case Property::kRecordCount:
+      break;
+  }
+  automation::failMember(member, kSource);
+}
+
+Variant Recordset::call(TextView member, Arguments arguments) {
+  const Method method = findMember(kMethods, member, kSource);
+  requireArguments(arguments, method == Method::kOpen ? 1 : 0, member, kSource);
+  switch (method) {
+    case Method::kAddNew:
+      addNew();
+      break;
+    case Method::kUpdate:
+      update();
+      break;
+    case Method::kOpen:
+      open(arguments[0]);
+      break;
+    case Method::kClose:
+      close();
+      break;
+    case Method::kCancelUpdate:
+      cancelUpdate();
+      break;
+    case Method::kMoveNext:
+      moveNext();
+      break;
+  }
+  return {};
+}
+
+std::unique_ptr<automation::Walk> Recordset::children() {
+  automation::failMember(u"(children)", kSource);
+}
+
+bool Recordset::isOpen() const {
+  return opened_ && connection_->session() == session_;
+}
+
+SharedHandle& Recordset::requireOpen() const {
+  if (!isOpen()) fail(number::kObjectClosed, u"The recordset is closed");
+  return *connection_->handle();
+}
+
+void Recordset::requireClosed() const {
+  if (isOpen()) fail(number::kObjectOpen, u"The recordset is open");
+}
+
+void Recordset::requireRow() const {
+  if (!pending_ && place_ == Place::kEnd) fail(number::kNoCurrentRow, u"The recordset has no current row");
+}
+
+// Rows are mostly written column by column in the table's order, so the next one is tried first.
+std::size_t Recordset::columnOf(const Variant& column) {
+  const std::vector<Text>& names = columns_->names;
+  if (const Text* name = column.as<Text>()) {
+    const auto isNamed = [&](const Text& candidate) {
+      return candidate.size() == name->size() &&
+             (candidate == *name || automation::equalsIgnoringCase(candidate, *name));
+    };
+    if (expectedColumn_ < names.size() && isNamed(names[expectedColumn_])) return expectedColumn_++;
+    const auto found = std::find_if(names.begin(), names.end(), isNamed);
+    if (found == names.end()) {
+      fail(automation::number::kItemNotInCollection, u"The recordset has no column '" + *name + u"'");
+    }
+    expectedColumn_ = static_cast<std::size_t>(found - names.begin());
+    return expectedColumn_++;
+  }
+  const std::int32_t ordinal = automation::toInt32(column);
+  if (ordinal < 0 || static_cast<std::size_t>(ordinal) >= names.size()) {
+    fail(automation::number::kItemNotInCollection,
+         u"The recordset has no column number " + automation::decimalText(ordinal));
+  }
+  return static_cast<std::size_t>(ordinal);
+}
+
+void Recordset::open(const Variant& sql) {
+  requireClosed();
+  if (connection_ == nullptr || connection_->handle() == nullptr) {
+    fail(number::kNoConnection, u"The recordset has no open connection");
+  }
+  SharedHandle& handle = *connection_->handle();
+  const Text* text = sql.as<Text>();
+  Query& query =
+      text != nullptr ? handle.query(*text, kSource) : handle.query(automation::toText(sql), kSource);
+  opened_ = false;
+  fetch(handle, query);
+  columns_ = query.columns;
+  expectedColumn_ = 0;
+  fetchedAt_ = 0;
+  place_ = fetchedCount_ > 0 ? Place::kFetched : Place::kEnd;
+  pending_ = false;
+  pendingRow_.resize(columns_->names.size());
+  savedRow_.resize(columns_->names.size());
+  addedCount_ = 0;
+  insertion_ = nullptr;
+  session_ = connection_->session();
+  opened_ = true;
+}
+
+// All rows are taken at once: a query that stays under way would keep this connection from writing and the
+// file's log from being emptied.
+void Recordset::fetch(SharedHandle& handle, Query& query) {
+  fetchedText_.clear();
+  fetchedCells_.clear();
+  fetchedCount_ = 0;
+  sqlite3_stmt* const statement = query.statement.get();
+  Run run(statement);
+  int result = SQLITE_ROW;
+  while ((result = run.step()) == SQLITE_ROW) {
+    const int columns = sqlite3_column_count(statement);
+    for (int column = 0; column < columns; ++column) {
+      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
+      const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
+      fetchedCells_.push_back({fetchedText_.size(), size, text == nullptr});
+      if (text != nullptr) fetchedText_.append(text, size);
+    }
+    ++fetchedCount_;
+  }
+  if (result != SQLITE_DONE) handle.fail(result, kSource);
+  handle.refreshColumns(query);
+}
+
+void Recordset::close() {
+  requireOpen();
+  if (pending_) {
+    fail(automation::number::kNotAllowedInContext,
+         u"The recordset can't be closed while a new row waits to be saved");
+  }
+  opened_ = false;
+}
+
+void Recordset::addNew() {
+  SharedHandle& handle = requireOpen();
+  if (lockType_ == kLockReadOnly || columns_->insertSql.empty()) {
+    fail(number::kNotSupported, u"The recordset doesn't take new rows");
+  }
+  if (pending_) save(handle);
+  for (Value& value : pendingRow_) value.written = false;
+  expectedColumn_ = 0;
+  pending_ = true;
+}
+
+void Recordset::update() {
+  SharedHandle& handle = requireOpen();
+  requireRow();
+  if (pending_) save(handle);
+}
+
+void Recordset::cancelUpdate() {
+  requireOpen();
+  if (!pending_) {
+    fail(automation::number::kNotAllowedInContext, u"The recordset has no new row that could be cancelled");
+  }
+  pending_ = false;
+}
+
+void Recordset::moveNext() {
+  SharedHandle& handle = requireOpen();
+  requireRow();
+  if (pending_) save(handle);
+  expectedColumn_ = 0;
+  if (place_ == Place::kFetched && ++fetchedAt_ < fetchedCount_) return;
+  place_ = Place::kEnd;
+}
+
+void Recordset::save(SharedHandle& handle) {
+  handle.requireUsable(kSource);
+  if (insertion_ == nullptr) insertion_ = handle.insertion(columns_->insertSql, kSource);
+  {
+    Run run(insertion_);
+    int parameter = 0;
+    for (const Value& value : pendingRow_) {
+      ++parameter;
+      const int result = value.written ? sqlite3_bind_text64(insertion_, parameter, value.utf8.data(),
+                                                             value.utf8.size(), SQLITE_STATIC, SQLITE_UTF8)
+                                       : sqlite3_bind_null(insertion_, parameter);
+      if (result != SQLITE_OK) handle.fail(result, kSource);
+    }
+    const int result = run.step();
+    if (result != SQLITE_DONE) handle.fail(result, kSource);
+  }
+  pendingRow_.swap(savedRow_);
+  pending_ = false;
+  place_ = Place::kSaved;
+  ++addedCount_;
+  handle.changed();
+}
+
+std::int32_t Recordset::recordCount() const {
+  const bool counted =
+      cursorLocation_ == kUseClient || (cursorType_ != kOpenForwardOnly && cursorType_ != kOpenDynamic);
+  return counted ? static_cast<std::int32_t>(fetchedCount_ + addedCount_) : -1;
+}
+
+Variant Recordset::valueAt(std::size_t column) const {
+  if (pending_ || place_ == Place::kSaved) {
+    const Value& value = pending_ ? pendingRow_[column] : savedRow_[column];
+    return value.written ? Variant(automation::fromUtf8(value.utf8)) : Variant(automation::Null);
+  }
+  const Cell& cell = fetchedCells_[fetchedAt_ * columns_->names.size() + column];
+  if (cell.isNull) return automation::Null;
+  return automation::fromUtf8(std::string_view(fetchedText_).substr(cell.begin, cell.size));
+}
+
+void Recordset::setValue(std::size_t column, const Variant& value) {
+  if (!pending_) {
+    requireRow();
+    fail(number::kNotSupported, u"A saved row can't be changed, column '" + columns_->names[column] + u"'");
+  }
+  Value& target = pendingRow_[column];
+  if (value.isNull()) {
+    target.written = false;
+    return;
+  }
+  if (const Text* text = value.as<Text>()) {
+    assignUtf8(target.utf8, *text);
+  } else if (value.as<automation::ObjectRef>() != nullptr || value.asArray() != nullptr) {
+    fail(automation::number::kTypeMismatch,
+         u"Column '" + columns_->names[column] + u"' takes no object and no array");
+  } else {
+    assignUtf8(target.utf8, automation::toText(value));
+  }
+  target.written = true;
+}
+
+}  // namespace platform::store

@@ -1,0 +1,86 @@
+// The rows of a query, and the adding of rows, as ADO programmers know them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "automation/object.h"
+#include "platform/store/connection.h"
+
+namespace platform::store {
+
+// Properties: CursorLocation, CursorType, LockType, ActiveConnection (a connection object), State, EOF, BOF,
+// RecordCount, Collect(column). Methods: Open(sql), AddNew(), Update(), CancelUpdate(), MoveNext(), Close().
+//
+// The rows are those that stood when it was opened, and the new row that was saved last is its current row. A
+// column is named, or counted from 0. Saved rows can't be changed.
+class Recordset : public automation::Object {
+ public:
+  Recordset();
+
+  automation::Variant read(automation::TextView member, automation::Arguments arguments) override;
+  void write(automation::TextView member, automation::Arguments arguments,
+             const automation::Variant& value) override;
+  automation::Variant call(automation::TextView member, automation::Arguments arguments) override;
+  std::unique_ptr<automation::Walk> children() override;
+
+ private:
+  // Where the recordset stands: on a row of the query, behind the last one, or on the new row saved last.
+  enum class Place { kFetched, kEnd, kSaved };
+
+  struct Value {
+    bool written = false;
+    std::string utf8;
+  };
+
+  // The rows of the query, each value a piece of one text.
+  struct Cell {
+    std::size_t begin = 0;
+    std::size_t size = 0;
+    bool isNull = false;
+  };
+
+  bool isOpen() const;
+  SharedHandle& requireOpen() const;
+  void requireClosed() const;
+  void requireRow() const;
+  std::size_t columnOf(const automation::Variant& column);
+
+  void open(const automation::Variant& sql);
+  void fetch(SharedHandle& handle, Query& query);
+  void close();
+  void addNew();
+  void update();
+  void cancelUpdate();
+  void moveNext();
+  void save(SharedHandle& handle);
+  std::int32_t recordCount() const;
+  automation::Variant valueAt(std::size_t column) const;
+  void setValue(std::size_t column, const automation::Variant& value);
+
+  std::int32_t cursorLocation_;
+  std::int32_t cursorType_;
+  std::int32_t lockType_;
+  std::shared_ptr<Connection> connection_;
+  std::uint64_t session_ = 0;
+  bool opened_ = false;
+
+  std::shared_ptr<const Columns> columns_;
+  std::size_t expectedColumn_ = 0;
+
+  std::string fetchedText_;
+  std::vector<Cell> fetchedCells_;
+  std::size_t fetchedCount_ = 0;
+  std::size_t fetchedAt_ = 0;
+  Place place_ = Place::kEnd;
+
+  bool pending_ = false;
+  std::vector<Value> pendingRow_;
+  std::vector<Value> savedRow_;
+  std::size_t addedCount_ = 0;
+  sqlite3_stmt* insertion_ = nullptr;
+};
+
+}  // namespace platform::store
