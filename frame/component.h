@@ -1,0 +1,50 @@
+// The words of late binding that the component is written in.
+#pragma once
+
+#include "automation/failure.h"
+#include "automation/object.h"
+#include "automation/runtime.h"
+#include "automation/text.h"
+#include "automation/variant.h"
+
+namespace TORVINFTPAppDataCom {
+
+using automation::Failure;
+using automation::ObjectRef;
+using automation::Text;
+using automation::TextView;
+using automation::Variant;
+using automation::VariantBool;
+
+using automation::False;
+using automation::Null;
+using automation::True;
+
+using automation::CreateObject;
+using automation::GetObject;
+using automation::Screen;
+
+using automation::call;
+using automation::callByReference;
+using automation::read;
+using automation::readIndexed;
+using automation::write;
+
+using automation::decimalText;
+using automation::element;
+using automation::equalsIgnoringCase;
+using automation::lowerBound;
+using automation::narrowToInt16;
+using automation::roundToInt32;
+using automation::toInt16;
+using automation::toInt32;
+using automation::toObject;
+using automation::toText;
+using automation::upperBound;
+using automation::upperCase;
+
+// Values of the screen object's MousePointer.
+constexpr std::int16_t kPointerDefault = 0;
+constexpr std::int16_t kPointerHourglass = 11;
+
+}  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,108 @@
+#include "frame/mFTPAppPoolSupport.h"
+
+#include "frame/guards.h"
+#include "frame/log_record.h"
+
+namespace TORVINFTPAppDataCom::mFTPAppPoolSupport {
+namespace {
+
+const Text kObjectName = u"TORVINFTPAppDataCom-mFTPAppPoolSupport";
+
+// Values of State.
+constexpr std::int32_t kClosed = 0;
+constexpr std::int32_t kOpen = 1;
+
+}  // namespace
+
+thread_local Text mstrAppErrLogPath;
+
+VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, const Text& strCaller) {
+  VariantBool bResult = False;
+  LeaveOnFailure(
+      [&] {
+        objCn = CreateObject(u"ADODB.Connection");
+        write(objCn, u"Provider", u"Microsoft.Jet.OLEDB.4.0");
+        call(objCn, u"Open", strDBName);
+        bResult = True;
+      },
+      [&](const ErrorState& objErr) {
+        WriteErrorLogEntry(objErr.number, objErr.description, kObjectName,
+                           u"OpenConnection(" + strCaller + u")");
+        bResult = False;
+        if (objCn != nullptr) {
+          if (toInt32(read(objCn, u"State")) != kClosed) call(objCn, u"Close");
+          objCn = nullptr;
+        }
+      });
+  return bResult;
+}
+
+void CloseConnection(ObjectRef& objCn) {
+  const ContinueOnFailure guard([&](const ErrorState& objErr) {
+    WriteErrorLogEntry(objErr.number, objErr.description, kObjectName, u"CloseConnection");
+  });
+  if (objCn == nullptr) return;
+  if (guard.test([&] { return toInt32(read(objCn, u"State")) == kOpen; })) {
+    guard.step([&] { call(objCn, u"Close"); });
+  }
+  objCn = nullptr;
+}
+
+VariantBool OpenRecordset(ObjectRef& objRs, const Text& strSql, ObjectRef& objCn, std::int32_t lngCursorType,
+                          std::int32_t lngLockType, std::int16_t intCursorLocation) {
+  VariantBool bResult = False;
+  LeaveOnFailure(
+      [&] {
+        objRs = CreateObject(u"ADODB.Recordset");
+        write(objRs, u"CursorLocation", intCursorLocation);
+        write(objRs, u"LockType", lngLockType);
+        write(objRs, u"CursorType", lngCursorType);
+        write(objRs, u"ActiveConnection", objCn);
+        call(objRs, u"Open", strSql);
+        bResult = True;
+      },
+      [&](const ErrorState& objErr) {
+        WriteErrorLogEntry(objErr.number, objErr.description, kObjectName, u"OpenRecordset");
+        bResult = False;
+        if (objRs != nullptr) {
+          if (toInt32(read(objRs, u"State")) != kClosed) call(objRs, u"Close");
+          objRs = nullptr;
+        }
+      });
+  return bResult;
+}
+
+void CloseRecordset(ObjectRef& objRs, VariantBool bRelease) {
+  const ContinueOnFailure guard([&](const ErrorState& objErr) {
+    WriteErrorLogEntry(objErr.number, objErr.description, kObjectName, u"CloseRecordset");
+  });
+  if (objRs == nullptr) return;
+  if (guard.test([&] { return toInt32(read(objRs, u"State")) == kOpen; })) {
+    if (!guard.step([&] { call(objRs, u"Close"); })) {
+      guard.step([&] { call(objRs, u"CancelUpdate"); });
+    }
+  }
+  if (bRelease != False) objRs = nullptr;
+}
+
+Variant NullToEmpty(Variant value) {
+  if (value.isNull()) return Text();
+  return value;
+}
+
+Text QuoteForSql(TextView strText) {
+  Text strQuoted = u"'";
+  for (const char16_t chrUnit : strText) {
+    if (chrUnit == u'\'') strQuoted += u'\'';
+    strQuoted += chrUnit;
+  }
+  return strQuoted + u"'";
+}
+
+void WriteErrorLogEntry(std::int32_t aErrorNumber, const Text& aErrorMessage, const Text& aObjectName,
+                        const Text& aFunctionName) {
+  AppendLogRecord(mstrAppErrLogPath + u"\\TORVINLog.Log", aErrorNumber, aErrorMessage, aObjectName,
+                  aFunctionName);
+}
+
+}  // namespace TORVINFTPAppDataCom::mFTPAppPoolSupport
