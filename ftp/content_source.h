@@ -1,0 +1,19 @@
+// The columns of a directory that its path and its flags fill.
+#pragma once
+
+#include "frame/component.h"
+
+namespace TORVINFTPAppDataCom {
+
+// Path: a network share begins with two backslashes.
+inline Text ContentSourceText(const Text& strPath) {
+  return strPath.starts_with(u"\\\\") ? u"A directory located on another computer"
+                                      : u"A directory located on this computer";
+}
+
+// DontLog, the other way round.
+inline Text LogVisitsWord(std::int32_t lngDontLog) {
+  return lngDontLog == 0 ? u"Yes" : u"No";
+}
+
+}  // namespace TORVINFTPAppDataCom

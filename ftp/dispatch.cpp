@@ -1,0 +1,106 @@
+// GetFTPPropertyInfo: one tab, of one site or of all sites.
+
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
+#include "ftp/FTPCollection.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text& strDBName,
+                                       const Text& StrSelectedTab, VariantBool bSiteLevel,
+                                       const Text& StrIdentifier) {
+  using Collector = VariantBool (FTPCollection::*)(const Text&, ObjectRef&, ObjectRef&, ObjectRef&);
+  struct Tab {
+    TextView strName;
+    TextView strSql;
+    Collector collector;
+  };
+  static constexpr Tab aTabs[] = {
+      {u"General", u"Select * from tblGeneral where 1=2", &FTPCollection::GetServerGeneralProperty},
+      {u"Log File Settings", u"Select * from tblLogFileSetting where 1=2", &FTPCollection::GetLogFileSetting},
+      {u"Extended Log Properties", u"Select * from tblExtendedLogSetting where 1=2",
+       &FTPCollection::GetExtendedLogProperties},
+      {u"Security Accounts", u"Select * from tblSecurityAccounts where 1=2",
+       &FTPCollection::GetSecurityAccountsProperties},
+      {u"Message", u"Select * from tblMessageSetting where 1=2", &FTPCollection::GetMessageSettings},
+      {u"Home Directory", u"Select * from tblHomeDirectorySetting where 1=2",
+       &FTPCollection::GetHomeDirectoryProperties},
+      {u"Directory Security", u"Select * from tblDirectorySecuritySetting where 1=2",
+       &FTPCollection::GetDirectorySecurityProperties},
+  };
+
+  ObjectRef objService;
+  ObjectRef objSite;
+  ObjectRef objCn;
+  ObjectRef objRs;
+  std::int16_t intTotal = 0;
+  std::int16_t intDone = 0;
+  VariantBool bCollected = False;
+  const ContinueOnFailure guard([&](const ErrorState& objErr) {
+    WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetFTPPropertyInfo");
+  });
+
+  guard.step([&] { write(Screen(), u"MousePointer", kPointerHourglass); });
+
+  if (bSiteLevel != False) {
+    guard.step([&] { objSite = GetObject(u"IIS://" + strIISServerName + u"/MSFTPSVC/" + StrIdentifier); });
+  } else {
+    guard.step([&] { objService = GetObject(u"IIS://" + strIISServerName + u"/MSFTPSVC"); });
+  }
+  if (objSite == nullptr && objService == nullptr) {
+    guard.step([&] {
+      WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
+                 u"GetFTPPropertyInfo");
+    });
+    guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+    return;
+  }
+
+  const auto collect = [&](const Tab& tab, ObjectRef objObject) {
+    bCollected = False;
+    guard.step([&] { bCollected = (this->*tab.collector)(strIISServerName, objObject, objCn, objRs); });
+  };
+  const auto openTable = [&](const Tab& tab) {
+    return !guard.test([&] {
+      return OpenRecordset(objRs, Text(tab.strSql), objCn, kForwardOnly, kOptimistic, kServerSide) == False;
+    });
+  };
+
+  if (!guard.test([&] { return OpenConnection(objCn, strDBName, StrSelectedTab) == False; })) {
+    for (const Tab& tab : aTabs) {
+      if (StrSelectedTab != tab.strName) continue;
+      if (bSiteLevel != False) {
+        if (!openTable(tab)) break;
+        collect(tab, objSite);
+        guard.step([&] { CloseRecordset(objRs, True); });
+      } else {
+        guard.step([&] { intTotal = GenerateFTPSiteInfo(strIISServerName, strDBName); });
+        intDone = 0;
+        guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
+        guard.step([&] { SetProgressBarMax(intTotal); });
+        if (!openTable(tab)) break;
+        guard.forEach(objService, [&](const ObjectRef& objChild) {
+          collect(tab, objChild);
+          if (bCollected == False) return;
+          guard.step([&] { IncrementProgressBar(); });
+          guard.step([&] { intDone = progress::AddOne(intDone); });
+          guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
+        });
+        guard.step([&] { CloseRecordset(objRs, True); });
+      }
+      break;
+    }
+    guard.step([&] { CloseConnection(objCn); });
+  }
+
+  objService = nullptr;
+  objSite = nullptr;
+  objRs = nullptr;
+  objCn = nullptr;
+  guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+}
+
+}  // namespace TORVINFTPAppDataCom

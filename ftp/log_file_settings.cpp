@@ -1,0 +1,106 @@
+// The tab "Log File Settings" of an FTP site: whether it logs, in which format, and that format's settings.
+//
+// Sources: the metabase properties LogType, LogPluginClsid, LogFilePeriod, LogFileTruncateSize,
+// LogFileLocaltimeRollover, LogFileDirectory, LogOdbcDataSource, LogOdbcUserName and LogOdbcTableName.
+
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "ftp/FTPCollection.h"
+#include "ftp/log_format.h"
+#include "ftp/site_identity.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+namespace {
+
+// LogFilePeriod, for whatever isn't limited by size: the words, and the name of the log file by format.
+struct Period {
+  TextView strPeriod;
+  TextView strWords;
+  TextView strExtendedFile;
+  TextView strInternetServiceFile;
+};
+constexpr Period aPeriods[] = {
+    {u"0", u"", u"\\extend#.log", u"\\inetsv#.log"},
+    {u"1", u"Daily", u"\\exyymmdd.log", u"\\inyymmdd.log"},
+    {u"2", u"Weekly", u"\\exyymmww.log", u"\\inyymmww.log"},
+    {u"3", u"Monthly", u"\\exyymm.log", u"\\inyymm.log"},
+    {u"4", u"Hourly", u"\\exyymmddhh.log", u"\\inyymmddhh.log"},
+};
+
+// LogFileTruncateSize, in bytes; -1 is no limit. Rounded to kilobytes first, to megabytes then.
+Text SizeText(std::int32_t lngTruncateSize) {
+  if (lngTruncateSize == -1) return u"Unlimited Filesize";
+  const std::int32_t lngKilobytes = roundToInt32(lngTruncateSize / 1024.0);
+  const std::int32_t lngMegabytes = roundToInt32(lngKilobytes / 1024.0);
+  return u"When File Size Reaches: " + decimalText(lngMegabytes) + u" MB";
+}
+
+}  // namespace
+
+VariantBool FTPCollection::GetLogFileSetting(const Text& strServerName, ObjectRef& objObject, ObjectRef&,
+                                             ObjectRef& objRs) {
+  VariantBool bResult = False;
+  LeaveOnFailure(
+      [&] {
+        ClearError();
+        const Text strId = toText(read(objObject, u"Name"));
+        if (IsInfoNode(strId)) return;
+        const Text strSiteName = ReadSiteName(objObject);
+        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+
+        const Text strEnabled = toInt16(read(objObject, u"logtype")) == 1 ? u"Yes" : u"No";
+        const Text strFormat = LogFormatText(toText(read(objObject, u"logpluginclsid")));
+
+        call(objRs, u"AddNew");
+        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
+        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
+        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
+        WriteColumn(objRs, u"Enable Logging", NullToEmpty(Trim(strEnabled)));
+        WriteColumn(objRs, u"Active log format", NullToEmpty(Trim(strFormat)));
+
+        if (strFormat == kOdbcFormat) {
+          const Text strDataSource = toText(read(objObject, u"logOdbcDataSource"));
+          WriteColumn(objRs, u"ODBC Data Source Name (DSN)", NullToEmpty(Trim(strDataSource)));
+          const Text strUserName = toText(read(objObject, u"logOdbcusername"));
+          WriteColumn(objRs, u"ODBC User name", NullToEmpty(Trim(strUserName)));
+          const Text strTableName = toText(read(objObject, u"logOdbctablename"));
+          WriteColumn(objRs, u"ODBC Table name", NullToEmpty(Trim(strTableName)));
+        } else {
+          const bool bExtended = strFormat == kExtendedFormat;
+          const Text strPeriod = toText(read(objObject, u"logfileperiod"));
+          Text strPeriodText;
+          Text strFileName;
+          if (strPeriod == u"0") strPeriodText = SizeText(toInt32(read(objObject, u"logfiletruncatesize")));
+          for (const Period& period : aPeriods) {
+            if (strPeriod != period.strPeriod) continue;
+            if (strPeriod != u"0") strPeriodText = period.strWords;
+            strFileName = u"MSFTPSVC" + strId;
+            strFileName += bExtended ? period.strExtendedFile : period.strInternetServiceFile;
+          }
+          Text strLocalTime;
+          if (bExtended) {
+            strLocalTime = toInt32(read(objObject, u"logfilelocaltimerollover")) != 0 ? u"Yes" : u"No";
+          }
+          const Text strDirectory = toText(read(objObject, u"logfiledirectory"));
+
+          WriteColumn(objRs, u"New Log Time Period", NullToEmpty(Trim(strPeriodText)));
+          if (bExtended) {
+            WriteColumn(objRs, u"Use local time for file naming and rollover",
+                        NullToEmpty(Trim(strLocalTime)));
+          }
+          WriteColumn(objRs, u"Log file directory", NullToEmpty(Trim(strDirectory)));
+          WriteColumn(objRs, u"Log file name", NullToEmpty(Trim(strFileName)));
+        }
+        call(objRs, u"Update");
+        bResult = True;
+      },
+      [&](const ErrorState& objErr) {
+        WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetLogFileSetting");
+      });
+  return bResult;
+}
+
+}  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,69 @@
+// The tab "Message" of an FTP site: what it tells its users.
+//
+// Sources: the metabase properties GreetingMessage, ExitMessage, BannerMessage and MaxClientsMessage. The
+// banner came with IIS 6.
+
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "ftp/FTPCollection.h"
+#include "ftp/server_version.h"
+#include "ftp/site_identity.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+namespace {
+
+// The lines one behind the other, with nothing in between.
+Text JoinLines(const Variant& aLines) {
+  const std::int16_t intLower = narrowToInt16(lowerBound(aLines));
+  const std::int16_t intUpper = narrowToInt16(upperBound(aLines));
+  Text strJoined;
+  for (std::int32_t intIndex = intLower; intIndex <= intUpper; ++intIndex) {
+    strJoined += toText(element(aLines, intIndex));
+  }
+  return strJoined;
+}
+
+}  // namespace
+
+VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectRef& objObject,
+                                              ObjectRef& objCn, ObjectRef& objRs) {
+  VariantBool bResult = False;
+  LeaveOnFailure(
+      [&] {
+        ClearError();
+        const std::int16_t intOs = ReadServerVersion(strServerName, mstrErrorLogPath);
+        const Text strId = toText(read(objObject, u"Name"));
+        if (IsInfoNode(strId)) return;
+        const Text strSiteName = ReadSiteName(objObject);
+        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+
+        const Text strWelcome = JoinLines(read(objObject, u"GreetingMessage"));
+        const Text strExit = toText(read(objObject, u"Exitmessage"));
+        Text strBanner;
+        if (intOs >= 6) strBanner = JoinLines(read(objObject, u"bannerMessage"));
+        const Text strMaxClients = toText(read(objObject, u"MaxClientsMessage"));
+
+        call(objRs, u"AddNew");
+        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
+        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
+        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
+        WriteColumn(objRs, u"Welcome Message", NullToEmpty(Trim(strWelcome)));
+        WriteColumn(objRs, u"Exit Message", NullToEmpty(Trim(strExit)));
+        WriteColumn(objRs, u"Banner Message", NullToEmpty(Trim(strBanner)));
+        WriteColumn(objRs, u"Maximum connections message", NullToEmpty(Trim(strMaxClients)));
+        call(objRs, u"Update");
+        bResult = True;
+      },
+      [&](const ErrorState& objErr) {
+        WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetMessageSettings");
+        // These are the caller's own recordset and connection: the sites behind this one find neither.
+        if (toInt32(read(objRs, u"State")) == 1) CloseRecordset(objRs, True);
+        if (toInt32(read(objCn, u"State")) == 1) CloseConnection(objCn);
+      });
+  return bResult;
+}
+
+}  // namespace TORVINFTPAppDataCom

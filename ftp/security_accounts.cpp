@@ -1,0 +1,54 @@
+// The tab "Security Accounts" of an FTP site: anonymous connections, their account, and who controls its
+// password.
+//
+// Sources: the metabase properties AllowAnonymous, AnonymousUserName, AnonymousOnly and
+// AnonymousPasswordSync.
+
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "ftp/FTPCollection.h"
+#include "ftp/site_identity.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+Text FTPCollection::GetPropEnabledStatus(std::int16_t PropVal) const {
+  return PropVal != 0 ? u"Yes" : u"No";
+}
+
+VariantBool FTPCollection::GetSecurityAccountsProperties(const Text& strServerName, ObjectRef& objObject,
+                                                         ObjectRef&, ObjectRef& objRs) {
+  VariantBool bResult = False;
+  LeaveOnFailure(
+      [&] {
+        ClearError();
+        const Text strId = toText(read(objObject, u"Name"));
+        if (IsInfoNode(strId)) return;
+        const Text strSiteName = ReadSiteName(objObject);
+        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+
+        const Text strAllowAnonymous = GetPropEnabledStatus(toInt16(read(objObject, u"AllowAnonymous")));
+        const Text strUserName = toText(read(objObject, u"Anonymoususername"));
+        const Text strAnonymousOnly = GetPropEnabledStatus(toInt16(read(objObject, u"Anonymousonly")));
+        const Text strPasswordSync = GetPropEnabledStatus(toInt16(read(objObject, u"Anonymouspasswordsync")));
+
+        call(objRs, u"AddNew");
+        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
+        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
+        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
+        WriteColumn(objRs, u"Allow Anonymous Connections", NullToEmpty(Trim(strAllowAnonymous)));
+        WriteColumn(objRs, u"User name", NullToEmpty(Trim(strUserName)));
+        WriteColumn(objRs, u"Allow only anonymous connections", NullToEmpty(Trim(strAnonymousOnly)));
+        WriteColumn(objRs, u"Allow IIS to control password", NullToEmpty(Trim(strPasswordSync)));
+        call(objRs, u"Update");
+        bResult = True;
+      },
+      [&](const ErrorState& objErr) {
+        WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom",
+                   u"GetSecurityAccountsProperties");
+      });
+  return bResult;
+}
+
+}  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,89 @@
+// The tree of virtual directories of a site, one level with each call.
+//
+// Sources: Name, ADsPath and the metabase properties Path, AccessFlags (AccessRead and AccessWrite) and
+// DontLog of each child.
+
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
+#include "frame/row.h"
+#include "ftp/FTPCollection.h"
+#include "ftp/content_source.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+void FTPCollection::GetRootVirtualDirectory(const Text& strServerName, const Text& strId,
+                                            const Text& strFullPath, const Text& strDBName) {
+  ListVirtualDirectories(u"IIS://" + strServerName + u"/MSFTPSVC/" + strId + u"/root", strFullPath, strId,
+                         strDBName, u"Root Virtual Directory", u"GetRootVirtualDirectory");
+}
+
+void FTPCollection::GetChildVirtualDirectories(Text&, Text& strId, Text& strPath, Text& strDBName) {
+  ListVirtualDirectories(strPath, strPath, strId, strDBName, u"Child Virtual Directory",
+                         u"GetChildVirtualDirectories");
+}
+
+void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text& strParentPath,
+                                           const Text& strId, const Text& strDBName, const Text& strCaller,
+                                           const Text& strFunctionName) {
+  ObjectRef objParent;
+  ObjectRef objCn;
+  ObjectRef objRs;
+  std::int16_t intTotal = 0;
+  std::int16_t intDone = 0;
+  Text strName;
+  Text strPath;
+  Text strRead;
+  Text strWrite;
+  std::int16_t intDontLog = 0;
+  const ContinueOnFailure guard([&](const ErrorState& objErr) {
+    WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", strFunctionName);
+  });
+
+  guard.step([&] { intTotal = GenerateFTPVirDirInfo(strObjectPath); });
+  guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
+  guard.step([&] { objParent = GetObject(strObjectPath); });
+  if (objParent == nullptr) return;
+  if (guard.test([&] { return OpenConnection(objCn, strDBName, strCaller) == False; })) return;
+  if (!guard.test([&] {
+        return OpenRecordset(objRs, u"Select * from tblvirtualDirectory where 1=2", objCn, kForwardOnly,
+                             kOptimistic, kServerSide) == False;
+      })) {
+    guard.step([&] { SetProgressBarMax(intTotal); });
+    guard.forEach(objParent, [&](const ObjectRef& objChild) {
+      // The security rows come first. A read that fails keeps what the child before had.
+      guard.step([&] { strName = toText(read(objChild, u"Name")); });
+      guard.step([&] {
+        GetVirtualDirSecurityProperties(strName, strId, strParentPath + u"/" + strName, strParentPath,
+                                        strDBName);
+      });
+      guard.step([&] { SetStatusBarMessage(u"Processing  " + QuoteForSql(strName)); });
+      guard.step([&] { strPath = toText(read(objChild, u"Path")); });
+      guard.step([&] { strRead = GetPropEnabledStatus(toInt16(read(objChild, u"accessread"))); });
+      guard.step([&] { strWrite = GetPropEnabledStatus(toInt16(read(objChild, u"accesswrite"))); });
+      guard.step([&] { intDontLog = toInt16(read(objChild, u"dontlog")); });
+
+      guard.step([&] { call(objRs, u"AddNew"); });
+      guard.step([&] { WriteColumn(objRs, u"IISPath", NullToEmpty(read(objParent, u"adspath"))); });
+      guard.step([&] { WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId))); });
+      guard.step([&] { WriteColumn(objRs, u"Directory name", NullToEmpty(Trim(strName))); });
+      guard.step(
+          [&] { WriteColumn(objRs, u"Content source", NullToEmpty(Trim(ContentSourceText(strPath)))); });
+      guard.step([&] { WriteColumn(objRs, u"Path", NullToEmpty(Trim(strPath))); });
+      guard.step([&] { WriteColumn(objRs, u"Read", NullToEmpty(Trim(strRead))); });
+      guard.step([&] { WriteColumn(objRs, u"Write", NullToEmpty(Trim(strWrite))); });
+      guard.step([&] { WriteColumn(objRs, u"Log visits", NullToEmpty(Trim(LogVisitsWord(intDontLog)))); });
+      guard.step([&] { call(objRs, u"Update"); });
+
+      guard.step([&] { IncrementProgressBar(); });
+      guard.step([&] { intDone = progress::AddOne(intDone); });
+      guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
+    });
+    guard.step([&] { CloseRecordset(objRs, True); });
+  }
+  guard.step([&] { CloseConnection(objCn); });
+}
+
+}  // namespace TORVINFTPAppDataCom
