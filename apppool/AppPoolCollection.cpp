@@ -1,0 +1,44 @@
+#include "apppool/AppPoolCollection.h"
+
+#include "frame/guards.h"
+#include "frame/log_record.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
+
+namespace TORVINFTPAppDataCom {
+
+void AppPoolCollection::SetErrorLogPath(const Text& strAppErrLogPath, const Text& strErrorLogPath) {
+  mFTPAppPoolSupport::mstrAppErrLogPath = strAppErrLogPath;
+  mstrErrorLogPath = strErrorLogPath;
+}
+
+void AppPoolCollection::WriteToLog(std::int32_t aErrorNumber, const Text& aErrorMessage,
+                                   const Text& aObjectName, const Text& aFunctionName) {
+  Silently(
+      [&] { AppendLogRecord(mstrErrorLogPath, aErrorNumber, aErrorMessage, aObjectName, aFunctionName); });
+}
+
+void AppPoolCollection::SetProcessStatusUpdater(ObjectRef& objStatusBar_, ObjectRef& objProgressBar_,
+                                                ObjectRef& objProcessCount_) {
+  objStatusBar = objStatusBar_;
+  objProgressBar = objProgressBar_;
+  objProcessCount = objProcessCount_;
+}
+
+void AppPoolCollection::IncrementProgressBar() {
+  progress::IncrementProgressBar(objProgressBar);
+}
+
+void AppPoolCollection::SetProgressBarMax(std::int16_t intMax) {
+  progress::SetProgressBarMax(objProgressBar, intMax);
+}
+
+void AppPoolCollection::SetStatusBarMessage(const Text& strMessage) {
+  progress::SetStatusBarMessage(objStatusBar, strMessage);
+}
+
+void AppPoolCollection::SetProcessCountMessage(const Text& strMessage) {
+  progress::SetProcessCountMessage(objProcessCount, strMessage);
+}
+
+}  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,86 @@
+// Which application pools there are: GetAppPoolsCount, GetTotalAppPools.
+
+#include "apppool/AppPoolCollection.h"
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
+#include "frame/row.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+std::int16_t AppPoolCollection::GetTotalAppPools(Text& strIISServerName) {
+  std::int16_t intCount = 0;
+  ObjectRef objPools;
+  const ContinueOnFailure guard([&](const ErrorState& objErr) {
+    WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetTotalAppPools");
+  });
+
+  ClearError();
+  guard.step([&] { objPools = GetObject(u"IIS://" + strIISServerName + u"/W3SVC/apppools"); });
+  if (objPools != nullptr) {
+    guard.forEach(objPools,
+                  [&](const ObjectRef&) { guard.step([&] { intCount = progress::AddOne(intCount); }); });
+    objPools = nullptr;
+  }
+  return intCount;
+}
+
+std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, const Text& strDBName) {
+  std::int16_t intCount = 0;
+  ObjectRef objCn;
+  ObjectRef objRs;
+  ObjectRef objPools;
+  const ContinueOnFailure guard([&](const ErrorState& objErr) {
+    WriteToLog(objErr.number, objErr.description, u"AppPoolCollection", u"GetAppPoolsCount");
+  });
+
+  guard.step(
+      [&] { SetStatusBarMessage(u"Loading Application Pools from " + QuoteForSql(strIISServerName)); });
+
+  if (guard.test([&] { return OpenConnection(objCn, strDBName, u"") == False; })) {
+    guard.step([&] {
+      WriteToLog(CurrentError().number, u"Connection failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
+    });
+    objCn = nullptr;
+    return 0;
+  }
+  if (guard.test([&] {
+        return OpenRecordset(
+                   objRs,
+                   u"Select * from tblAppPoolInfo where [Server name] = " + QuoteForSql(strIISServerName),
+                   objCn, kDynamic, kPessimistic, kClientSide) == False;
+      })) {
+    guard.step([&] {
+      WriteToLog(CurrentError().number, u"Recordset failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
+    });
+    objCn = nullptr;
+    objRs = nullptr;
+    return 0;
+  }
+
+  if (guard.test([&] { return automation::toBool(read(objRs, u"EOF")); })) {
+    guard.step([&] { objPools = GetObject(u"IIS://" + strIISServerName + u"/W3SVC/apppools"); });
+    if (objPools != nullptr) {
+      guard.forEach(objPools, [&](const ObjectRef& objChild) {
+        mstrAppPoolName.clear();
+        guard.step([&] { mstrAppPoolName = toText(read(objChild, u"Name")); });
+        guard.step([&] { call(objRs, u"AddNew"); });
+        guard.step([&] { WriteColumn(objRs, u"Server name", Trim(strIISServerName)); });
+        guard.step([&] { WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName)); });
+        guard.step([&] { call(objRs, u"Update"); });
+      });
+    }
+  }
+
+  guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount")); });
+  guard.step([&] { CloseRecordset(objRs, True); });
+  guard.step([&] { CloseConnection(objCn); });
+  objPools = nullptr;
+  objCn = nullptr;
+  objRs = nullptr;
+  return intCount;
+}
+
+}  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,58 @@
+// The tab "Identity" of an application pool: the account under which its worker processes run.
+//
+// Sources: the metabase properties AppPoolIdentityType and, for a configured account alone, WAMUserName.
+
+#include "apppool/AppPoolCollection.h"
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "frame/row.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+void AppPoolCollection::GetIdentityProperties(const Text& strServerName, ObjectRef& objObject, ObjectRef&,
+                                              ObjectRef& objRs) {
+  LeaveOnFailure(
+      [&] {
+        ClearError();
+        mstrAppPoolName.clear();
+        mstrAppPoolName = toText(read(objObject, u"Name"));
+        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+
+        Text strSetting;
+        Text strAccount;
+        switch (toInt16(read(objObject, u"AppPoolIdentityType"))) {
+          case 0:
+            strSetting = u"Predefined";
+            strAccount = u"Local System";
+            break;
+          case 1:
+            strSetting = u"Predefined";
+            strAccount = u"Local Service";
+            break;
+          case 2:
+            strSetting = u"Predefined";
+            strAccount = u"Network Service";
+            break;
+          case 3:
+            strSetting = u"Configurable";
+            strAccount = toText(read(objObject, u"WAMUserName"));
+            break;
+          default:
+            break;
+        }
+
+        call(objRs, u"AddNew");
+        WriteColumn(objRs, u"Server name", Trim(strServerName));
+        WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
+        WriteColumn(objRs, u"Application pool identity settings", Trim(strSetting));
+        WriteColumn(objRs, u"Security account", Trim(strAccount));
+        call(objRs, u"Update");
+      },
+      [&](const ErrorState& objErr) {
+        WriteToLog(objErr.number, objErr.description, objErr.source, u"GetIdentityProperties");
+      });
+}
+
+}  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,18 @@
+// The words of the pool tabs for a setting that is off at 0.
+#pragma once
+
+#include "frame/component.h"
+
+namespace TORVINFTPAppDataCom {
+
+// Of a setting with a value column beside it.
+inline Text EnabledWord(std::int32_t lngSetting) {
+  return lngSetting == 0 ? u"Disabled" : u"Enabled";
+}
+
+// Of a column whose name begins with "Enable".
+inline Text TrueWord(std::int32_t lngSetting) {
+  return lngSetting == 0 ? u"False" : u"True";
+}
+
+}  // namespace TORVINFTPAppDataCom

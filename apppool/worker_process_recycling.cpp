@@ -1,0 +1,60 @@
+// The tab "Worker Process Recycling" of an application pool: when its worker processes are recycled, one row
+// for each time of the schedule.
+//
+// Sources: the metabase properties PeriodicRestartTime (minutes), PeriodicRestartRequests and
+// PeriodicRestartSchedule.
+
+#include "apppool/AppPoolCollection.h"
+#include "apppool/words.h"
+#include "frame/guards.h"
+#include "frame/mFTPAppPoolSupport.h"
+#include "frame/row.h"
+
+namespace TORVINFTPAppDataCom {
+
+using namespace mFTPAppPoolSupport;
+
+void AppPoolCollection::GetWorkerProcessRecycling(const Text& strServerName, ObjectRef& objObject, ObjectRef&,
+                                                  ObjectRef& objRs) {
+  LeaveOnFailure(
+      [&] {
+        ClearError();
+        mstrAppPoolName.clear();
+        mstrAppPoolName = toText(read(objObject, u"Name"));
+        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+
+        const std::int32_t lngTime = toInt32(Trim(read(objObject, u"PeriodicRestartTime")));
+        const Text strTime = EnabledWord(lngTime);
+        const std::int32_t lngRequests = toInt32(Trim(read(objObject, u"PeriodicRestartRequests")));
+        const Text strRequests = EnabledWord(lngRequests);
+        const Variant aSchedule = read(objObject, u"PeriodicRestartSchedule");
+        const std::int16_t intUpper = narrowToInt16(upperBound(aSchedule));
+        const Text strSchedule = intUpper == -1 ? u"Disabled" : u"Enabled";
+
+        const auto addRow = [&](const Variant& vScheduledAt) {
+          call(objRs, u"AddNew");
+          WriteColumn(objRs, u"Server name", Trim(strServerName));
+          WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
+          WriteColumn(objRs, u"Recycle settings", Trim(strTime));
+          WriteColumn(objRs, u"Recycle (in minutes)", Trim(lngTime));
+          WriteColumn(objRs, u"Recycle request settings", Trim(strRequests));
+          WriteColumn(objRs, u"Number of recycle requests", Trim(lngRequests));
+          WriteColumn(objRs, u"Recycle schedule settings", Trim(strSchedule));
+          WriteColumn(objRs, u"Scheduled recycle at", Trim(toText(vScheduledAt)));
+          call(objRs, u"Update");
+        };
+        if (intUpper < 0) {
+          addRow(u"");
+          return;
+        }
+        const std::int16_t intLower = narrowToInt16(lowerBound(aSchedule));
+        for (std::int32_t intIndex = intLower; intIndex <= intUpper; ++intIndex) {
+          addRow(element(aSchedule, intIndex));
+        }
+      },
+      [&](const ErrorState& objErr) {
+        WriteToLog(objErr.number, objErr.description, objErr.source, u"GetWorkerProcessRecycling");
+      });
+}
+
+}  // namespace TORVINFTPAppDataCom
