@@ -1,0 +1,36 @@
+// Rows on their way to the standard output, in one of the formats of "show".
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "host/options.h"
+#include "host/output.h"
+
+namespace host {
+
+// A value of a row; nothing where none was written.
+using Value = std::optional<std::string>;
+using Row = std::vector<Value>;
+
+// Columns, and rows that can be gone through again and again.
+struct Listing {
+  struct Column {
+    std::string name;
+    bool isNumber = false;
+  };
+  std::vector<Column> columns;
+  std::function<void(const std::function<void(const Row&)>&)> forEachRow;
+};
+
+// Prints a listing row by row, so that memory doesn't grow with it.
+//
+// kTable goes through the rows twice, the first time for the widths. On a terminal where they don't fit
+// beside each other the columns stand below each other; elsewhere nothing is broken. A value that wasn't
+// written shows as "-". kCsv is that of RFC 4180, with an empty field for it, kJson an array of objects, with
+// a null.
+void print(const Listing& listing, Format format, Output& output);
+
+}  // namespace host

@@ -1,0 +1,56 @@
+// iisinventory: a host of the component for the command line.
+
+#include <signal.h>
+
+#include <exception>
+#include <string>
+#include <variant>
+
+#include "automation/failure.h"
+#include "automation/text.h"
+#include "host/collect.h"
+#include "host/options.h"
+#include "host/output.h"
+#include "host/show.h"
+
+namespace host {
+namespace {
+
+constexpr int kWrong = 2;
+
+int run(int argumentCount, const char* const* arguments) {
+  if (argumentCount < 2) {
+    complain("nothing is said to be done");
+    printToError(programHelp());
+    return kWrong;
+  }
+  Output output;
+  try {
+    const Options options = parseCommandLine(argumentCount, arguments);
+    if (const auto* toCollect = std::get_if<CollectOptions>(&options)) return collect(*toCollect, output);
+    if (const auto* toShow = std::get_if<ShowOptions>(&options)) {
+      show(*toShow, output);
+    } else {
+      output.write(std::get<HelpOptions>(options).text);
+      output.flush();
+    }
+    return 0;
+  } catch (const OutputClosed&) {
+    return 0;
+  } catch (const automation::Failure& failure) {
+    complain(automation::toUtf8(failure.description()));
+  } catch (const std::exception& error) {
+    complain(error.what());
+  }
+  return kWrong;
+}
+
+}  // namespace
+}  // namespace host
+
+int main(int argumentCount, char** arguments) {
+  host::openStandardFiles();
+  // A reader that goes away shows as an error of the write.
+  ::signal(SIGPIPE, SIG_IGN);
+  return host::run(argumentCount, arguments);
+}

@@ -1,0 +1,43 @@
+// What the program prints.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+namespace host {
+
+// Nobody reads the output any more.
+class OutputClosed : public std::exception {
+ public:
+  const char* what() const noexcept override { return "the output is closed"; }
+};
+
+// Text on its way to the standard output, in large pieces. The process must ignore SIGPIPE.
+class Output {
+ public:
+  Output() = default;
+  Output(const Output&) = delete;
+  Output& operator=(const Output&) = delete;
+
+  // Throws OutputClosed when the reader has gone, std::runtime_error when the output can't be written.
+  void write(std::string_view text);
+
+  // To be called at the end: what isn't flushed is lost.
+  void flush();
+
+ private:
+  std::string buffer_;
+};
+
+// Writes a message as one line to the standard error output, behind the program's name. Failures are dropped:
+// there is nowhere left to tell them.
+void complain(std::string_view message) noexcept;
+
+// Writes a text to the standard error output as it is.
+void printToError(std::string_view text) noexcept;
+
+// Opens what is missing of the three standard files, so that no database takes the place of one.
+void openStandardFiles();
+
+}  // namespace host
