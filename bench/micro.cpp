@@ -1,0 +1,116 @@
+// Benchmarks of the single steps that a collection is made of.
+
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <filesystem>
+#include <sstream>
+#include <string>
+
+#include "automation/object.h"
+#include "automation/runtime.h"
+#include "bench/collection.h"
+#include "bench/metabase_generator.h"
+#include "frame/log_record.h"
+#include "host/tables.h"
+#include "platform/metabase/metabase.h"
+#include "platform/store/database.h"
+#include "platform/store/store.h"
+
+namespace {
+
+using automation::Text;
+using platform::metabase::Metabase;
+
+// A server with `sites` FTP sites, six nodes each besides the directories below.
+std::string generated(std::int64_t sites, std::int64_t directories) {
+  bench::MetabaseOptions options;
+  options.sites = sites;
+  options.directories = directories;
+  std::ostringstream out;
+  bench::writeMetabase(options, out);
+  return out.str();
+}
+
+void parse(benchmark::State& state) {
+  const std::string bytes = generated(state.range(0), 5);
+  for (auto _ : state) benchmark::DoNotOptimize(Metabase::parse(bytes, "generated"));
+  state.SetBytesProcessed(static_cast<std::int64_t>(bytes.size()) * state.iterations());
+}
+BENCHMARK(parse)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
+
+// One path in a metabase of about so many nodes, a different one each time.
+void lookUp(benchmark::State& state) {
+  const std::int64_t sites = state.range(0) / 10;
+  const auto metabase = Metabase::parse(generated(sites, 8), "generated");
+  std::int64_t site = 0;
+  for (auto _ : state) {
+    site = (site + 7919) % sites;
+    const Text path = u"LM/MSFTPSVC/" + automation::fromUtf8(std::to_string(site + 1)) + u"/root/dir0/dir1";
+    benchmark::DoNotOptimize(metabase->find(metabase->root(), path));
+  }
+  state.counters["nodes"] = static_cast<double>(metabase->nodeCount());
+}
+BENCHMARK(lookUp)->Arg(10000)->Arg(1000000);
+
+void readProperty(benchmark::State& state) {
+  static constexpr std::array kNames = {u"ServerComment", u"MaxConnections", u"logextfiletime",
+                                        u"ServerBindings"};
+  const auto metabase = Metabase::parse(generated(100, 5), "generated");
+  const auto node = *metabase->find(metabase->root(), u"LM/MSFTPSVC/50");
+  const Text name = kNames[static_cast<std::size_t>(state.range(0))];
+  for (auto _ : state) benchmark::DoNotOptimize(metabase->read(node, *metabase->property(name)));
+  state.SetLabel(automation::toUtf8(name));
+}
+BENCHMARK(readProperty)->DenseRange(0, 3);
+
+// One saved row of eight columns through the seam.
+void saveRow(benchmark::State& state) {
+  const auto path = std::filesystem::temp_directory_path() / "micro_benchmark.db";
+  bench::createDatabase(path);
+  {
+    const automation::ObjectRef connection = automation::CreateObject(u"ADODB.Connection");
+    automation::call(connection, u"Open", automation::fromUtf8(path.string()));
+    const automation::ObjectRef rows = automation::CreateObject(u"ADODB.Recordset");
+    automation::write(rows, u"LockType", 3);
+    automation::write(rows, u"ActiveConnection", connection);
+    automation::call(rows, u"Open", u"Select * from tblGeneral where 1=2");
+    const host::Table& table = host::tables()[host::tableIndex("tblGeneral")];
+    for (auto _ : state) {
+      automation::call(rows, u"AddNew");
+      for (std::size_t column = 0; column < 8; ++column) {
+        automation::writeIndexed(rows, u"Collect", automation::fromUtf8(table.columns[column]),
+                                 u"Some value");
+      }
+      automation::call(rows, u"Update");
+    }
+    automation::call(rows, u"Close");
+    automation::call(connection, u"Close");
+  }
+  platform::store::releaseIdle();
+  std::filesystem::remove(path);
+}
+BENCHMARK(saveRow)->Unit(benchmark::kMicrosecond);
+
+// One record: an open, a write and a close. The file grows all the while.
+void logRecord(benchmark::State& state) {
+  const auto path = std::filesystem::temp_directory_path() / "micro_benchmark.log";
+  const Text text = automation::fromUtf8(path.string());
+  for (auto _ : state) {
+    TORVINFTPAppDataCom::AppendLogRecord(text, 13, u"Type mismatch", u"TORVINFTPAppDataCom",
+                                         u"GetLogFileSetting");
+  }
+  std::filesystem::remove(path);
+}
+BENCHMARK(logRecord)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  bench::registerEverything();
+  benchmark::Initialize(&argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}
