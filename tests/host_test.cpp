@@ -1,0 +1,367 @@
+// The command-line host, run as a program of its own.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pty.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <nlohmann/json.hpp>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/collection.h"
+#include "tests/support/process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using platform::store::Database;
+
+const std::string kWeb01 = SAMPLES_DIRECTORY "/WEB01/MetaBase.xml";
+const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
+constexpr const char* kWipe = "\r\x1b[K";
+
+struct Result {
+  int status = -1;  // minus the signal that has ended it
+  std::string out;
+  std::string err;
+};
+
+std::string contents(const fs::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+std::vector<std::string> lines(const std::string& text) {
+  std::vector<std::string> all;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);) all.push_back(line);
+  return all;
+}
+
+// Bytes behind the first one of a character take no column.
+std::size_t columns(const std::string& text) {
+  return static_cast<std::size_t>(std::count_if(text.begin(), text.end(), [](char c) {
+    return (static_cast<unsigned char>(c) & 0xC0) != 0x80 && c != '\r';
+  }));
+}
+
+class Host : public testing::Test {
+ protected:
+  std::string path(const std::string& name) const { return (directory_ / name).string(); }
+
+  std::string file(const std::string& name, const std::string& text) const {
+    std::ofstream(directory_ / name, std::ios::binary) << text;
+    return path(name);
+  }
+
+  std::string metabaseOf(const std::string& name, int sites) const {
+    bench::MetabaseOptions options = bench::inProportion(sites);
+    options.directories = 1;
+    return directory_.server(name, options);
+  }
+
+  // Standard output goes to `out`, else into the result.
+  Result run(const std::vector<std::string>& arguments, int out = -1) const {
+    const pid_t child = test::inChild([&] {
+      dup2(out >= 0 ? out : creat(path("out").c_str(), 0600), STDOUT_FILENO);
+      dup2(creat(path("err").c_str(), 0600), STDERR_FILENO);
+      test::become(arguments);
+    });
+    const int status = test::endOf(child);
+    return {status, contents(path("out")), contents(path("err"))};
+  }
+
+  Result collect(std::vector<std::string> arguments) const {
+    arguments.insert(arguments.begin(), "collect");
+    arguments.insert(arguments.end(), {"--database", database_});
+    return run(arguments);
+  }
+
+  json rows(const std::string& table) const {
+    return json::parse(run({"show", table, "--database", database_, "--format", "json"}).out);
+  }
+
+  std::vector<std::string> everything() const { return test::everyRow(database_); }
+
+  // Runs on a terminal and gives what it has shown. `shown` may look at that and do something about the
+  // child.
+  Result runOnTerminal(unsigned short width, const std::vector<std::string>& arguments,
+                       const std::function<void(pid_t, const std::string&)>& shown = {}) const {
+    winsize size{};
+    size.ws_col = width;
+    int terminal = -1;
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0) {
+      setenv("TERM", "xterm", 1);
+      test::become(arguments);
+    }
+    Result result;
+    char buffer[4096];
+    for (ssize_t got = 0; (got = read(terminal, buffer, sizeof buffer)) > 0;) {
+      result.out.append(buffer, static_cast<std::size_t>(got));
+      if (shown) shown(child, result.out);
+    }
+    result.status = test::endOf(child);
+    close(terminal);
+    return result;
+  }
+
+  test::Directory directory_;
+  std::string database_ = path("inventory.db");
+};
+
+TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
+  const std::string broken = file("broken.xml", "<configuration>");
+  const std::string noDatabase = file("note.txt", std::string(2000, 'x'));
+  const std::string here = path("new.db");
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{}, "--help"},
+      {{"gather"}, "there is no command 'gather'"},
+      {{"collect", "--database", here}, "METABASE is required"},
+      {{"collect", kWeb01}, "--database is required"},
+      {{"collect", kWeb01, "--database", path("no/such.db")}, "its directory doesn't exist"},
+      {{"collect", kWeb01, "--database", noDatabase}, "it is not a database"},
+      {{"collect", kWeb01, "web01=" + kLegacy, "--database", here}, "is given already"},
+      {{"collect", "=x", "--database", here}, "it is empty"},
+      {{"collect", kWeb01, "--database", here, "--only", "Healht"}, "Health, Identity"},
+      {{"collect", kWeb01, "--database", here, "--only", "Health", "--site", "1"}, "--site: nothing"},
+      {{"collect", kWeb01, "--database", here, "--jobs", "0"}, "--jobs"},
+      {{"collect", kWeb01, "--database", here, "--log-dir", broken}, "it is not a directory"},
+      {{"collect", broken, "--database", here}, "broken: " + broken},
+      {{"collect", path("gone.xml"), "--database", here}, "gone: " + path("gone.xml")},
+      {{"collect", SAMPLES_DIRECTORY "/WEB01", "--database", here}, "is a directory; give " + kWeb01},
+      {{"show", "--database", here}, "there is no such file"},
+      {{"show", "--database", noDatabase}, "it is not a database"},
+  };
+  for (const auto& [arguments, message] : cases) {
+    const Result result = run(arguments);
+    SCOPED_TRACE(message + " in: " + result.err);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_TRUE(result.err.starts_with("iisinventory: "));
+    EXPECT_NE(result.err.find(message), std::string::npos);
+    EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
+    EXPECT_FALSE(fs::exists(here));
+  }
+  EXPECT_EQ(run({"--help"}).status, 0);
+  EXPECT_NE(run({"collect", "--help"}).out.find("Examples:"), std::string::npos);
+  EXPECT_TRUE(run({"--version"}).out.starts_with("iisinventory "));
+}
+
+TEST_F(Host, CollectsTheSampleAndShowsItInEachFormat) {
+  const Result collected = collect({kWeb01});
+  EXPECT_EQ(collected.status, 0);
+  EXPECT_EQ(collected.err, "");
+  EXPECT_NE(collected.out.find("no problems in the logs"), std::string::npos);
+  for (const char c : collected.out) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F)) << int{c};
+
+  std::vector<std::string> sites;
+  for (const json& row : rows("TBLFTPSITEINFO")) sites.push_back(row["FTP site name"]);
+  EXPECT_EQ(sites.size(), 12U);
+  EXPECT_EQ(std::count(sites.begin(), sites.end(), "Sales' site"), 1);
+  const json general = rows("tblGeneral");
+  EXPECT_EQ(general.size(), 12U + 6U);
+  EXPECT_TRUE(general[0]["Application pool name"].is_null());
+  EXPECT_TRUE(general[17]["Identifier"].is_null());
+  EXPECT_EQ(rows("tblAppliedObject").size(), 10U);
+
+  // The tree to its third level, under one path in both tables.
+  for (const std::string table : {"tblvirtualDirectory", "tblvirtualDirSecurity"}) {
+    int found = 0;
+    for (const json& row : rows(table)) {
+      found +=
+          row["IISPath"] == "IIS://WEB01/MSFTPSVC/1/ROOT/pub/releases" && row["Directory name"] == "2006";
+    }
+    EXPECT_EQ(found, 1) << table;
+  }
+  const std::string csv = run({"show", "tblMessageSetting", "--database", database_, "--format", "csv"}).out;
+  EXPECT_TRUE(csv.starts_with("Server name,FTP site name,Identifier,Welcome Message,Exit Message,"));
+  EXPECT_NE(csv.find("\r\nWEB01,Sales' site,3,"), std::string::npos);
+  EXPECT_NE(csv.find("bis bald, \"\"Ostrelle\"\" "), std::string::npos);
+
+  const std::string table = run({"show", "tblAppPoolInfo", "--database", database_}).out;
+  EXPECT_EQ(lines(table).size(), 2U + 6U);
+  EXPECT_EQ(lines(table)[0], "Server name  Application pool name");
+  EXPECT_NE(table.find("WEB01        Übersicht\n"), std::string::npos);
+
+  const Result unknown = run({"show", "tblPools", "--database", database_});
+  EXPECT_EQ(unknown.status, 2);
+  EXPECT_NE(unknown.err.find("tblAppPoolInfo"), std::string::npos);
+}
+
+TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
+  for (int time = 0; time < 2; ++time) {
+    const Result result = collect({kLegacy});
+    const auto records = lines(contents(path("LEGACY.log"))).size() / static_cast<std::size_t>(time + 1);
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.out.find(std::to_string(records) + " problems stand in the logs"), std::string::npos);
+    EXPECT_NE(result.out.find(path("LEGACY.log")), std::string::npos);
+    EXPECT_NE(result.out.find("LEGACY is IIS 5"), std::string::npos);
+  }
+  const Result quiet = collect({kLegacy, "--quiet", "--log-dir", directory_.folder("logs")});
+  EXPECT_EQ(quiet.status, 1);
+  EXPECT_EQ(quiet.out, "");
+  EXPECT_NE(quiet.err.find(path("logs/LEGACY.log")), std::string::npos);
+
+  const Result mixed = collect({path("gone.xml"), kWeb01});
+  EXPECT_EQ(mixed.status, 1);
+  EXPECT_EQ(lines(mixed.err).size(), 1U);
+  EXPECT_NE(mixed.out.find("collected 1 server"), std::string::npos);
+}
+
+TEST_F(Host, ReplacesTheRowsOfTheSameServerOnly) {
+  // A name that begins like another one.
+  ASSERT_EQ(collect({kWeb01, "WEB=" + kWeb01}).status, 0);
+  const auto first = everything();
+  const Result again = collect({"web=" + kWeb01});
+  EXPECT_NE(again.out.find("replaced " + std::to_string(first.size() / 2) + " rows of web "),
+            std::string::npos);
+  EXPECT_EQ(everything().size(), first.size());
+  ASSERT_EQ(collect({"WEB=" + kWeb01}).status, 0);
+  EXPECT_EQ(everything(), first);
+}
+
+TEST_F(Host, CollectsOnlyWhatIsAskedFor) {
+  ASSERT_EQ(collect({kWeb01}).status, 0);
+  const auto whole = everything();
+  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+      {{"--only", "message"}, "tblFTPSiteInfo 12 tblMessageSetting 12"},
+      {{"--only", "General", "--site", "3"}, "tblFTPSiteInfo 12 tblGeneral 1"},
+      {{"--only", "general", "--only", "Virtual Directories", "--site", "1", "--site", "12"},
+       "tblFTPSiteInfo 12 tblGeneral 2 tblvirtualDirectory 8 tblvirtualDirSecurity 11"},
+      {{"--only", "Applied Objects", "--pool", "intranet POOL"}, "tblAppPoolInfo 6 tblAppliedObject 4"},
+      {{"--only", "Web Service Extensions"}, "tblWSExtension 9"},
+  };
+  for (const auto& [arguments, counts] : cases) {
+    std::vector<std::string> all{kWeb01};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    const Result result = collect(all);
+    std::string told;
+    std::istringstream words(result.out.substr(result.out.find("  tbl")));
+    for (std::string table, count; words >> table >> count && table.starts_with("tbl");) {
+      told += (told.empty() ? "" : " ") + table + " " + count;
+    }
+    EXPECT_EQ(told, counts);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(everything(), whole) << counts;
+  }
+  const Result unknown = collect({kWeb01, "--site", "77"});
+  EXPECT_EQ(unknown.status, 1);
+  EXPECT_NE(unknown.err.find("there is no FTP site '77'"), std::string::npos);
+}
+
+TEST_F(Host, ServersSideBySideGiveTheRowsOfServersInTurn) {
+  const std::vector<std::string> servers = {kWeb01, kLegacy, metabaseOf("MANY", 60), metabaseOf("MORE", 40)};
+  ASSERT_EQ(collect(servers).status, 1);
+  const auto inTurn = everything();
+  database_ = path("side.db");
+  auto sideBySide = servers;
+  sideBySide.insert(sideBySide.end(), {"--jobs", "3"});
+  ASSERT_EQ(collect(sideBySide).status, 1);
+  EXPECT_EQ(everything(), inTurn);
+}
+
+TEST_F(Host, MakesMissingTablesAndRefusesOthersTables) {
+  { Database::create(database_).execute("create table tblHealth (\"Server name\" text)"); }
+  const Result refused = collect({kWeb01});
+  EXPECT_EQ(refused.status, 2);
+  EXPECT_NE(refused.err.find("tblHealth has no column 'Application pool name'"), std::string::npos);
+  {
+    Database database = Database::openExisting(database_, platform::store::Access::kReadWrite);
+    EXPECT_FALSE(database.prepare("select 1 from sqlite_master where name = 'tblIdentity'").step());
+    database.execute("drop table tblHealth");
+  }
+  EXPECT_EQ(collect({kWeb01}).status, 0);
+}
+
+TEST_F(Host, ShowsHostileTextHarmlessly) {
+  ASSERT_EQ(collect({kWeb01, "--only", "Health"}).status, 0);
+  const std::string hostile = "\x1b[2J\r\n\u202E,\"\xFF\x9B";
+  {
+    Database database = Database::openExisting(database_, platform::store::Access::kReadWrite);
+    auto statement = database.prepare("insert into tblIdentity (\"Security account\") values (?)");
+    statement.bind(1, hostile);
+    statement.step();
+  }
+  const std::string table = run({"show", "tblIdentity", "--database", database_}).out;
+  EXPECT_EQ(table.find_first_of("\x1b\r\xFF"), std::string::npos);
+  EXPECT_EQ(table.find("\u202E"), std::string::npos);
+  EXPECT_EQ(lines(table).size(), 3U);
+  EXPECT_NE(run({"show", "tblIdentity", "--database", database_, "--format", "csv"})
+                .out.find("\r\n,,,\"\x1b[2J\r\n\u202E,\"\"\xFF\x9B\"\r\n"),
+            std::string::npos);
+  EXPECT_EQ(rows("tblIdentity")[0]["Security account"], "\x1b[2J\r\n\u202E,\"\uFFFD\uFFFD");
+}
+
+TEST_F(Host, KeepsToTheTerminalsWidth) {
+  ASSERT_EQ(collect({kWeb01}).status, 0);
+  for (const std::string table : {"", "tblPerformance", "tblMessageSetting", "tblExtendedLogSetting"}) {
+    const Result shown = runOnTerminal(80, {"show", table, "--database", database_});
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_GE(lines(shown.out).size(), 18U);
+    for (const std::string& line : lines(shown.out)) EXPECT_LE(columns(line), 80U) << line;
+  }
+}
+
+TEST_F(Host, ProgressIsOneLineThatVanishes) {
+  const std::string many = metabaseOf("MANY", 400);
+  const Result result =
+      runOnTerminal(60, {"collect", many, kLegacy, "--only", "Message", "--database", database_});
+  const std::size_t summary = result.out.find("collected 2 servers");
+  ASSERT_NE(summary, std::string::npos);
+  EXPECT_NE(result.out.find("MANY: Loading FTP Sites"), std::string::npos);
+  EXPECT_NE(result.out.find("[--------"), std::string::npos);
+  const std::size_t lastWipe = result.out.rfind(kWipe);
+  ASSERT_NE(lastWipe, std::string::npos);
+  for (const std::string& line : lines(result.out.substr(lastWipe + 4)))
+    EXPECT_EQ(line.find('['), std::string::npos);
+  for (std::size_t at = result.out.find(kWipe); at != lastWipe;) {
+    const std::size_t next = result.out.find(kWipe, at + 1);
+    EXPECT_LT(columns(result.out.substr(at + 4, next - at - 4)), 60U);
+    at = next;
+  }
+  EXPECT_EQ(runOnTerminal(60, {"collect", many, "--quiet", "--database", database_}).out, "");
+}
+
+TEST_F(Host, ASignalEndsItWithoutTheLine) {
+  const std::string many = metabaseOf("MANY", 20000);
+  bool sent = false;
+  const Result result = runOnTerminal(80, {"collect", many, "--database", database_},
+                                      [&](pid_t child, const std::string& shown) {
+                                        if (sent || shown.find("Processing") == std::string::npos) return;
+                                        sent = true;
+                                        kill(child, SIGINT);
+                                      });
+  EXPECT_EQ(result.status, -SIGINT);
+  EXPECT_TRUE(result.out.ends_with(kWipe));
+  EXPECT_EQ(collect({"MANY=" + kWeb01}).status, 0);
+  EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
+}
+
+TEST_F(Host, AReaderThatGoesAwayIsNoFault) {
+  ASSERT_EQ(collect({kWeb01}).status, 0);
+  const std::vector<std::string> commands[] = {{"show", "tblGeneral"}, {"collect", kWeb01}};
+  for (auto arguments : commands) {
+    arguments.insert(arguments.end(), {"--database", database_});
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    const Result result = run(arguments, ends[1]);
+    close(ends[1]);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.err, "");
+  }
+  EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
+}
+
+}  // namespace
