@@ -1,0 +1,122 @@
+// The in-process server: entry points, class factories, and objects whose members are called by name.
+
+#include "server/server.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/world.h"
+
+namespace test {
+namespace {
+
+using namespace automation;
+using namespace TORVINFTPAppDataCom;
+
+// The number that a call fails with, 0 where it doesn't.
+template <typename... Values>
+std::int32_t numberOf(const ObjectRef& object, TextView member, Values... values) {
+  try {
+    call(object, member, values...);
+  } catch (const Failure& failure) {
+    return failure.number();
+  }
+  return 0;
+}
+
+class Server : public testing::Test {
+ protected:
+  Server() { DllRegisterServer(); }
+  ~Server() override { DllUnregisterServer(); }
+};
+
+TEST_F(Server, GivesAFactoryForEachClass) {
+  const struct {
+    Guid classId, interfaceId, otherInterfaceId;
+    const char16_t* member;
+  } cases[] = {
+      {kFTPCollectionClassId, kFTPCollectionInterfaceId, kAppPoolCollectionInterfaceId, u"GetFTPSitesCount"},
+      {kAppPoolCollectionClassId, kAppPoolCollectionInterfaceId, kFTPCollectionInterfaceId,
+       u"GetTotalAppPools"},
+  };
+  for (const auto& each : cases) {
+    void* pointer = nullptr;
+    ASSERT_EQ(DllGetClassObject(each.classId, kClassFactoryInterfaceId, &pointer), kOk);
+    auto* factory = static_cast<ClassFactory*>(pointer);
+    for (const Guid& id : {kUnknownInterfaceId, kDispatchInterfaceId, each.interfaceId}) {
+      ObjectRef object;
+      ASSERT_EQ(factory->createInstance(id, object), kOk);
+      EXPECT_EQ(numberOf(object, each.member), 450) << "a member that lacks its argument";
+    }
+    ObjectRef object;
+    EXPECT_EQ(factory->createInstance(each.otherInterfaceId, object), kNoInterface);
+    EXPECT_EQ(DllGetClassObject(each.classId, each.interfaceId, &pointer), kNoInterface);
+    EXPECT_EQ(pointer, nullptr);
+  }
+  void* pointer = &pointer;
+  EXPECT_EQ(DllGetClassObject(kTypeLibraryId, kClassFactoryInterfaceId, &pointer), kClassNotAvailable);
+  EXPECT_EQ(DllGetClassObject(kFTPCollectionClassId, kClassFactoryInterfaceId, nullptr), kNullPointer);
+}
+
+TEST_F(Server, CanBeUnloadedWhenNothingLivesAndIsTakenOut) {
+  EXPECT_NE(CreateObject(u"torvinftpappdatacom.FTPCollection"), nullptr);
+  EXPECT_EQ(DllCanUnloadNow(), kOk);
+  ObjectRef object = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
+  EXPECT_EQ(DllCanUnloadNow(), kNo);
+  object = nullptr;
+  void* pointer = nullptr;
+  DllGetClassObject(kFTPCollectionClassId, kUnknownInterfaceId, &pointer);
+  auto* factory = static_cast<ClassFactory*>(pointer);
+  factory->lockServer(true);
+  EXPECT_EQ(DllCanUnloadNow(), kNo);
+  factory->lockServer(false);
+  EXPECT_EQ(DllCanUnloadNow(), kOk);
+  EXPECT_EQ(DllUnregisterServer(), kOk);
+  EXPECT_THROW(CreateObject(u"TORVINFTPAppDataCom.FTPCollection"), Failure);
+  EXPECT_THROW(CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection"), Failure);
+}
+
+TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
+  World world;
+  world.site(u"1", u"Sales");
+  world.pool(u"Shop");
+  const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
+  const ObjectRef pools = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
+  call(ftp, u"seterrorlogpath", u"", world.ftp.mstrErrorLogPath);
+  call(ftp, u"SetProcessStatusUpdater", Variant(), world.bar, Null);
+  EXPECT_EQ(toText(call(ftp, u"GETPROPENABLEDSTATUS", -1)), u"Yes");
+  call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", False);
+  EXPECT_EQ(world.rows(u"tblGeneral").size(), 1u);
+  EXPECT_EQ(world.progress(), (std::vector<std::string>{"bar.Max = 1", "bar.increment()"}));
+  call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", True);
+  EXPECT_EQ(world.journal->lines[world.journal->lines.size() - 2], "GetObject IIS://WEB01/MSFTPSVC/ !");
+
+  // A collector on the public interface, which a host may call itself.
+  write(pools, u"MSTRERRORLOGPATH", read(ftp, u"mstrErrorLogPath"));
+  const ObjectRef connection = CreateObject(u"ADODB.Connection");
+  const ObjectRef recordset = CreateObject(u"ADODB.Recordset");
+  call(connection, u"Open", world.database);
+  write(recordset, u"ActiveConnection", connection);
+  call(recordset, u"Open", u"Select * from tblMemoryRecycling where 1=2");
+  call(pools, u"GetMemoryRecyclingProperties", u"WEB01", GetObject(u"IIS://WEB01/W3SVC/AppPools/Shop"),
+       connection, recordset);
+  EXPECT_EQ(world.rows(u"tblMemoryRecycling"), std::vector<std::string>{"WEB01|Shop|Enabled|500|Disabled|0"});
+  EXPECT_EQ(toInt32(read(recordset, u"State")), 1) << "the caller's, left open";
+}
+
+TEST_F(Server, RefusesWhatTheInterfacesDoNotHave) {
+  const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
+  const ObjectRef pools = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
+  for (const char16_t* member : {u"GetTotalAppPools", u"GetServerGeneralProperty", u"GetFTPSitesCoun", u""}) {
+    EXPECT_EQ(numberOf(ftp, member, u"WEB01"), 438) << toUtf8(member);
+  }
+  EXPECT_EQ(numberOf(pools, u"GetHealthProperties", u"WEB01"), 438);
+  EXPECT_THROW(write(ftp, u"objStatusBar", Null), Failure);
+  EXPECT_THROW(children(ftp), Failure);
+  EXPECT_EQ(numberOf(ftp, u"GetFTPPropertyInfo", u"a", u"b", u"c"), 450);
+  EXPECT_EQ(numberOf(pools, u"GetAppPoolPropertyInfo", u"a", u"b", u"c", True, u"e", u"f"), 450);
+  EXPECT_EQ(numberOf(ftp, u"GetPropEnabledStatus", 32768), 6);
+  EXPECT_EQ(numberOf(ftp, u"GetFTPSitesCount", Null), 94);
+}
+
+}  // namespace
+}  // namespace test

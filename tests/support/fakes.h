@@ -1,0 +1,70 @@
+// Objects in memory that stand for the metabase, the host's objects and the store.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "automation/object.h"
+
+namespace test {
+
+// An object with the properties, methods and children that a test gives it, found without regard to case.
+class FakeObject : public automation::Object {
+ public:
+  using Method = std::function<automation::Variant(automation::Arguments)>;
+
+  // A property that isn't set fails with 0x80005006, so does writing it.
+  FakeObject& set(automation::TextView property, automation::Variant value);
+  FakeObject& unset(automation::TextView property);
+  FakeObject& method(automation::TextView name, Method method);
+  automation::Variant get(automation::TextView property) const;
+
+  // The child of this name, or null.
+  std::shared_ptr<FakeObject> find(automation::TextView name) const;
+  FakeObject& add(automation::TextView name);
+
+  // GetEx gives a property and is there from the start.
+  automation::Variant read(automation::TextView member, automation::Arguments arguments) override;
+  void write(automation::TextView member, automation::Arguments arguments,
+             const automation::Variant& value) override;
+  automation::Variant call(automation::TextView member, automation::Arguments arguments) override;
+  std::unique_ptr<automation::Walk> children() override;
+
+ private:
+  std::map<automation::Text, automation::Variant> properties_;
+  std::map<automation::Text, Method> methods_;
+  std::vector<std::shared_ptr<FakeObject>> children_;
+};
+
+// An array of texts.
+automation::Variant texts(const std::vector<automation::Text>& elements);
+
+// A database in memory and the connections and recordsets that reach it. It keeps the rules of the real
+// store: a pending row, saved by the next AddNew, which hinders Close; null where nothing was written; no
+// count on a forward-only server-side cursor; saved rows that can't be changed. It understands the SQL texts
+// of the component and no others.
+class FakeStore {
+ public:
+  using Row = std::vector<std::optional<automation::Text>>;
+  struct Table {
+    std::vector<automation::Text> columns;
+    std::vector<Row> rows;
+  };
+
+  // The one file that can be opened.
+  automation::Text file;
+  // By name in lower case.
+  std::map<automation::Text, Table> tables;
+  // How many are open at this moment.
+  int openConnections = 0;
+  int openRecordsets = 0;
+
+  automation::ObjectRef createConnection();
+  automation::ObjectRef createRecordset();
+};
+
+}  // namespace test

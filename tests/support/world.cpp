@@ -1,0 +1,310 @@
+#include "tests/support/world.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <regex>
+#include <sstream>
+
+#include "host/tables.h"
+#include "platform/host/host.h"
+#include "platform/metabase/servers.h"
+#include "platform/store/database.h"
+#include "platform/store/store.h"
+#include "platform/wmi/wmi.h"
+
+namespace test {
+
+using namespace automation;
+
+namespace {
+
+constexpr TextView kCommonId = u"MARLINSCOPEGLOBALCOM.ICommonFunction";
+
+// Properties with their values, all as text.
+constexpr char kSite[] = R"(Maxconnections=100000 connectiontimeout=120 Status=2 logtype=1 logfileperiod=1
+  logpluginclsid={FF160663-DE82-11CF-BC0A-00AA006111E0} logfiletruncatesize=20971520
+  logfilelocaltimerollover=0 logfiledirectory=C:\Logs logOdbcDataSource=HTTPLOG
+  logOdbcusername=InternetAdmin logOdbctablename=FTPLog AllowAnonymous=-1 Anonymoususername=IUSR
+  Anonymousonly=0 Anonymouspasswordsync=1 Exitmessage=Bye MaxClientsMessage=Full msdosdiroutput=1
+  logextfiledate=1 logextfiletime=1 logextfileclientip=1 logextfileusername=1 logextfilesitename=1
+  logextfilecomputername=0 logextfileserverip=1 logextfileserverport=0 logextfilemethod=1
+  logextfileuristem=0 logextfileuriquery=1 logextfilehttpstatus=0 logextfilewin32status=1
+  logextfilebytessent=0 logextfilebytesrecv=0 logextfiletimetaken=1 logextfileprotocolversion=0
+  logextfilehost=1 logextfileuseragent=0 logextfilecookie=1 logextfilereferer=0)";
+constexpr char kPool[] = R"(AppPoolState=2 PeriodicRestartTime=1740 PeriodicRestartRequests=0
+  PeriodicRestartMemory=512000 PeriodicRestartPrivateMemory=0 IdleTimeout=20 AppPoolQueueLength=4000
+  CPULimit=0 CPUResetInterval=5 CPUAction=0 MaxProcesses=1 PingingEnabled=-1 PingInterval=30
+  RapidFailProtection=1 RapidFailProtectionmaxCrashes=5 RapidFailProtectionInterval=6
+  StartupTimeLimit=90 ShutdownTimeLimit=91 AppPoolIdentityType=2 WAMUserName=IWAM)";
+
+FakeObject& setAll(FakeObject& object, const char* properties) {
+  std::istringstream words(properties);
+  for (std::string word; words >> word;) {
+    const std::size_t equals = word.find('=');
+    object.set(fromUtf8(word.substr(0, equals)), fromUtf8(word.substr(equals + 1)));
+  }
+  return object;
+}
+
+std::filesystem::path newDirectory() {
+  static int count = 0;
+  // In memory where the system offers that: thousands of worlds each write logs and some a database.
+  const std::filesystem::path memory = "/dev/shm";
+  const auto root = std::filesystem::is_directory(memory) ? memory : std::filesystem::temp_directory_path();
+  auto path = root / ("component-test-" + std::to_string(::getpid()) + "-" + std::to_string(++count));
+  std::filesystem::create_directories(path);
+  return path;
+}
+
+// A reference to an object that the world itself owns.
+ObjectRef unowned(Object& object) {
+  return ObjectRef(ObjectRef(), &object);
+}
+
+Text textOf(const std::filesystem::path& path) {
+  return fromUtf8(path.string());
+}
+
+std::string masked(const std::filesystem::path& path) {
+  static const std::regex time(R"((^|\n)\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\t)");
+  std::ifstream file(path, std::ios::binary);
+  return std::regex_replace(std::string{std::istreambuf_iterator<char>(file), {}}, time, "$1<time>\t");
+}
+
+std::string shown(const std::optional<std::string>& value) {
+  return value.value_or("-");
+}
+
+}  // namespace
+
+std::string record(const std::string& object, const std::string& function, const std::string& number,
+                   const std::string& message) {
+  std::string line = "<time>\t" + object + std::string(object.size() < 40 ? 40 - object.size() : 0, ' ');
+  line += "\t" + function + std::string(function.size() < 40 ? 40 - function.size() : 0, ' ');
+  return line + "\t" + std::string(10 - number.size(), ' ') + number + "\t" + message + "\r\n";
+}
+
+std::size_t recordsIn(const std::string& log) {
+  std::size_t count = 0;
+  for (std::size_t at = 0; (at = log.find("<time>", at)) != std::string::npos; ++at) ++count;
+  return count;
+}
+
+std::string sabotaged(const std::string& object, const std::string& function) {
+  return record(object, function, "8000FFFF", "sabotaged");
+}
+
+World::World(Layer layer) : layer_(layer), directory_(newDirectory()) {
+  database = textOf(directory_ / "inventory.mdb");
+  statusBar_.set(u"message", u"");
+  progressBar_.set(u"Max", std::int16_t{0}).method(u"increment", [](Arguments) { return Variant(); });
+  processCount_.set(u"message", u"");
+  layer == Layer::kFakes ? setUpFakes() : setUpLayer();
+
+  setLogs(directory_, directory_ / "object.log");
+  status = journal->wrap(unowned(statusBar_), "status");
+  bar = journal->wrap(unowned(progressBar_), "bar");
+  count = journal->wrap(unowned(processCount_), "count");
+  ftp.SetProcessStatusUpdater(status, bar, count);
+  pools.SetProcessStatusUpdater(status, bar, count);
+}
+
+World::~World() {
+  Runtime& runtime = Runtime::process();
+  runtime.serveMoniker(u"IIS:", nullptr);
+  runtime.serveMoniker(u"winmgmts:", nullptr);
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId}) {
+    runtime.serveClass(id, nullptr);
+  }
+  runtime.setScreen(nullptr);
+  if (layer_ == Layer::kReal) platform::store::releaseIdle();
+  std::error_code ignored;
+  std::filesystem::remove_all(directory_, ignored);
+}
+
+void World::serve(TextView prefix, MonikerServer behind) {
+  Runtime::process().serveMoniker(prefix, [this, behind](TextView moniker) {
+    return journal->getObject(moniker, [&] { return behind(moniker); });
+  });
+}
+
+void World::serveClass(TextView id, ClassServer behind) {
+  Runtime::process().serveClass(id,
+                                [this, behind, id = Text(id)] { return journal->createObject(id, behind); });
+}
+
+void World::setUpFakes() {
+  store.file = database;
+  for (const host::Table& table : host::tables()) {
+    auto& columns = store.tables[lowerCase(fromUtf8(table.name))].columns;
+    for (const std::string_view column : table.columns) columns.push_back(fromUtf8(column));
+  }
+  serve(u"IIS:", [this](TextView moniker) -> ObjectRef {
+    const Text prefix = u"IIS://" + server;
+    FakeObject* at = moniker.starts_with(prefix) ? &metabase_ : nullptr;
+    std::shared_ptr<FakeObject> child;
+    for (std::size_t from = prefix.size() + 1; at != nullptr && from <= moniker.size();) {
+      const std::size_t end = std::min(moniker.find(u'/', from), moniker.size());
+      child = at->find(moniker.substr(from, end - from));
+      at = child.get();
+      from = end + 1;
+    }
+    if (at != nullptr) return child;
+    throw Failure(static_cast<std::int32_t>(0x80070003), u"No path " + Text(moniker), u"FakeMetabase");
+  });
+  serve(u"winmgmts:", [this](TextView) { return unowned(wmi_); });
+  wmi_.method(u"ExecQuery", [this](Arguments) { return unowned(wmi_); });
+  serveClass(u"ADODB.Connection", [this] { return store.createConnection(); });
+  serveClass(u"ADODB.Recordset", [this] { return store.createRecordset(); });
+  serveClass(kCommonId, [this] {
+    auto common = std::make_shared<FakeObject>();
+    common->set(u"ErrorLogPath", u"").method(u"getos", [this](Arguments) { return Variant(version); });
+    return common;
+  });
+  auto screen = std::make_shared<FakeObject>();
+  screen->set(u"MousePointer", std::int16_t{0});
+  screen_ = screen;
+  Runtime::process().setScreen(journal->wrap(screen_, "screen"));
+}
+
+void World::setUpLayer() {
+  Runtime& runtime = Runtime::process();
+  platform::metabase::mapServer(server, std::filesystem::path(SAMPLES_DIRECTORY) / "WEB01/MetaBase.xml");
+  platform::metabase::registerMoniker();
+  platform::wmi::registerMoniker();
+  platform::store::registerStore();
+  platform::host::registerHostObjects();
+  for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")}) {
+    serve(prefix, runtime.monikerServer(prefix));
+  }
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId}) {
+    serveClass(id, runtime.classServer(id));
+  }
+  screen_ = runtime.screen();
+  runtime.setScreen(journal->wrap(screen_, "screen"));
+
+  std::string sql = "begin";
+  for (const host::Table& table : host::tables()) sql += ";" + host::creationSql(table);
+  platform::store::Database::create(std::filesystem::path(database)).execute(sql + ";commit");
+}
+
+void World::setLogs(const std::filesystem::path& appDirectory, const std::filesystem::path& log) {
+  ftp.SetErrorLogPath(textOf(appDirectory), textOf(log));
+  pools.SetErrorLogPath(textOf(appDirectory), textOf(log));
+}
+
+void World::spoilLog() {
+  pools.mstrErrorLogPath = ftp.mstrErrorLogPath = textOf(directory_ / "nowhere" / "object.log");
+}
+
+void World::spoilAppLog() {
+  const Text log = ftp.mstrErrorLogPath;
+  setLogs(directory_ / "nowhere", std::filesystem::path(log));
+}
+
+FakeObject& World::node(TextView path) {
+  FakeObject* at = &metabase_;
+  Text adsPath = u"IIS://" + server;
+  for (std::size_t from = 0; from <= path.size();) {
+    const std::size_t end = std::min(path.find(u'/', from), path.size());
+    const TextView name = path.substr(from, end - from);
+    adsPath += u"/" + Text(name);
+    const auto child = at->find(name);
+    at = child != nullptr ? child.get() : &at->add(name).set(u"adspath", adsPath);
+    from = end + 1;
+  }
+  return *at;
+}
+
+FakeObject& World::site(TextView id, Variant comment) {
+  const Text path = u"MSFTPSVC/" + Text(id);
+  directory(path + u"/ROOT", u"C:\\ftp\\" + Text(id));
+  FakeObject& site = setAll(node(path), kSite).set(u"servercomment", std::move(comment));
+  site.set(u"GreetingMessage", texts({u"Welcome ", u"here"})).set(u"bannerMessage", texts({u"Banner"}));
+  return site.set(u"ServerBindings", texts({u"10.0.0.1:21:"}));
+}
+
+FakeObject& World::directory(TextView path, TextView localPath) {
+  FakeObject& made = node(path).set(u"Path", localPath).set(u"accessread", true).set(u"accesswrite", false);
+  return made.set(u"dontlog", false).set(u"IPSecurity", ipSecurity(true, {}));
+}
+
+FakeObject& World::pool(TextView name) {
+  FakeObject& made = setAll(node(u"W3SVC/AppPools/" + Text(name)), kPool);
+  return made.set(u"PeriodicRestartSchedule", texts({}));
+}
+
+Variant World::ipSecurity(bool grantByDefault, const std::vector<Text>& list) {
+  const Variant other = texts({u"never, read"});
+  auto security = std::make_shared<FakeObject>();
+  security->set(u"GrantByDefault", grantByDefault).set(u"IPDeny", grantByDefault ? texts(list) : other);
+  security->set(u"IPGrant", grantByDefault ? other : texts(list));
+  return ObjectRef(security);
+}
+
+FakeObject& World::applications(TextView poolName, Variant paths) {
+  return wmi_.add(u"W3SVC/APPPOOLS/" + Text(poolName)).method(u"EnumAppsInPool", [paths](Arguments list) {
+    list[0] = paths;
+    return Variant();
+  });
+}
+
+std::vector<std::string> World::rows(TextView table) const {
+  std::vector<std::string> lines;
+  const auto add = [&](std::size_t columns, const auto& valueAt) {
+    std::string line;
+    for (std::size_t at = 0; at < columns; ++at) line += (at > 0 ? "|" : "") + shown(valueAt(at));
+    lines.push_back(std::move(line));
+  };
+  if (layer_ == Layer::kReal) {
+    auto file = platform::store::Database::openExisting(std::filesystem::path(database),
+                                                        platform::store::Access::kReadOnly);
+    auto statement = file.prepare("select * from " + toUtf8(table));
+    while (statement.step()) {
+      add(static_cast<std::size_t>(statement.columnCount()),
+          [&](std::size_t at) { return statement.columnText(static_cast<int>(at)); });
+    }
+    return lines;
+  }
+  for (const FakeStore::Row& row : store.tables.at(lowerCase(table)).rows) {
+    add(row.size(), [&](std::size_t at) { return row[at] ? std::optional(toUtf8(*row[at])) : std::nullopt; });
+  }
+  return lines;
+}
+
+std::string World::value(TextView table, std::size_t row, TextView column) const {
+  const FakeStore::Table& found = store.tables.at(lowerCase(table));
+  if (row >= found.rows.size()) return "no row";
+  const auto at = std::find(found.columns.begin(), found.columns.end(), Text(column));
+  if (at == found.columns.end()) return "no column";
+  const auto& value = found.rows[row][static_cast<std::size_t>(at - found.columns.begin())];
+  return value ? toUtf8(*value) : "-";
+}
+
+int World::pointer() const {
+  return toInt32(read(screen_, u"MousePointer"));
+}
+
+std::vector<std::string> World::progress() const {
+  std::vector<std::string> found;
+  for (const std::string& line : journal->lines) {
+    if (line.starts_with("status.") || line.starts_with("bar.") || line.starts_with("count.")) {
+      found.push_back(line);
+    }
+  }
+  return found;
+}
+
+std::string World::log() const {
+  return masked(directory_ / "object.log");
+}
+
+std::string World::appLog() const {
+  return masked(directory_ / "TORVINLog.Log");
+}
+
+}  // namespace test

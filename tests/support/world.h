@@ -1,0 +1,97 @@
+// Everything that the component meets outside itself, set up for one test.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "apppool/AppPoolCollection.h"
+#include "automation/runtime.h"
+#include "ftp/FTPCollection.h"
+#include "tests/support/fakes.h"
+#include "tests/support/seam.h"
+
+namespace test {
+
+// What stands behind the seam: fakes, or the layer with the sample server WEB01 and a database of SQLite.
+enum class Layer { kFakes, kReal };
+
+// Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
+class World {
+ public:
+  explicit World(Layer layer = Layer::kFakes);
+  ~World();
+  World(const World&) = delete;
+  World& operator=(const World&) = delete;
+
+  std::shared_ptr<Journal> journal = std::make_shared<Journal>();
+  // Both have the two logs and the progress objects.
+  TORVINFTPAppDataCom::FTPCollection ftp;
+  TORVINFTPAppDataCom::AppPoolCollection pools;
+  automation::Text server = u"WEB01";
+  automation::Text database;
+
+  // The metabase of fakes. A path is that behind "IIS://WEB01/"; the node and those above it are made where
+  // they are missing.
+  FakeObject& node(automation::TextView path);
+  // A site, a directory, a pool with all that the tabs read. The site has a root, the pool no applications.
+  FakeObject& site(automation::TextView id, automation::Variant comment);
+  FakeObject& directory(automation::TextView path, automation::TextView localPath);
+  FakeObject& pool(automation::TextView name);
+  // An IPSecurity object.
+  static automation::Variant ipSecurity(bool grantByDefault, const std::vector<automation::Text>& list);
+  // The applications that WMI names for a pool.
+  FakeObject& applications(automation::TextView poolName, automation::Variant paths);
+  FakeStore store;
+  std::int16_t version = 6;
+
+  // The rows of a table: the values of a row with "|" in between, "-" where nothing was written.
+  std::vector<std::string> rows(automation::TextView table) const;
+  // One value, "-" where nothing was written.
+  std::string value(automation::TextView table, std::size_t row, automation::TextView column) const;
+
+  // Where the mouse pointer stands.
+  int pointer() const;
+  // What the progress objects have received.
+  std::vector<std::string> progress() const;
+
+  // The logs, byte for byte but for "<time>" where a record has its time.
+  std::string log() const;
+  std::string appLog() const;
+
+  // Points both logs to a directory that isn't there.
+  void spoilLog();
+  void spoilAppLog();
+
+  // The progress objects.
+  automation::ObjectRef status;
+  automation::ObjectRef bar;
+  automation::ObjectRef count;
+
+ private:
+  void setUpFakes();
+  void setUpLayer();
+  void serve(automation::TextView prefix, automation::MonikerServer behind);
+  void serveClass(automation::TextView id, automation::ClassServer behind);
+  void setLogs(const std::filesystem::path& appDirectory, const std::filesystem::path& log);
+
+  Layer layer_;
+  std::filesystem::path directory_;
+  FakeObject metabase_;
+  FakeObject wmi_;
+  FakeObject statusBar_;
+  FakeObject progressBar_;
+  FakeObject processCount_;
+  automation::ObjectRef screen_;
+};
+
+// A record as a log holds it. The number is in hexadecimal, without blanks.
+std::string record(const std::string& object, const std::string& function, const std::string& number,
+                   const std::string& message);
+std::size_t recordsIn(const std::string& log);
+// That of a sabotaged operation.
+std::string sabotaged(const std::string& object, const std::string& function);
+
+}  // namespace test
