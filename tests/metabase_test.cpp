@@ -205,13 +205,14 @@ TEST_F(MetabaseTest, CustomElementsAreProperties) {
       "<Custom Name='UnknownName_1013' ID='1013' Value='900' Type='DWORD' Attributes='INHERIT'/>"
       "<Custom ID='5002' Value='one\r\n\t\t\ttwo' Type='MULTISZ' Attributes='INHERIT'/>"
       "<Custom Name='AccessFlags' ID='6016' Value='3' Type='DWORD' Attributes='INHERIT'/>"
+      "<Custom Name='AllowAnonymous' ID='5005' Value='0' Type='DWORD'/>"
       "<Custom Name='ServerBindings' ID='1023' Value=':21:' Type='MULTISZ' Attributes='INHERIT'/>"
       "<Custom Name='Blob' ID='70003' Value='00ff' Type='BINARY'/>"
       "<Custom Name='Hidden' ID='70004' Value='x' Type='STRING' Attributes='SECURE'/>"
       "</IIsFtpService><IIsFtpServer Location ='/LM/MSFTPSVC/1'/>");
   shows("/MSFTPSVC", "Depth=3; Blob='00ff'");
   shows("/MSFTPSVC/1", "colour='blue'; Depth=null; ConnectionTimeout=900; GreetingMessage=[one|two]");
-  shows("/MSFTPSVC/1", "AccessWrite=True; ServerBindings=[:21:]");
+  shows("/MSFTPSVC/1", "AccessWrite=True; AllowAnonymous=False; ServerBindings=[:21:]");
   fails("/MSFTPSVC", "Hidden", number::kSecured, {"Hidden"});
 }
 
