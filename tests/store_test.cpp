@@ -386,6 +386,10 @@ TEST_F(Store, ProcessesAndThreadsWriteAtTheSameTime) {
   // Two processes that let go in the same moment may both leave the log to the next one.
   Database::openExisting(path_, Access::kReadWrite);
   EXPECT_FALSE(fs::exists(path_.string() + "-wal")) << "the last one leaves a single plain file";
+  Database reader = Database::openExisting(path_, Access::kReadOnly);
+  auto journal = reader.prepare("pragma journal_mode");
+  ASSERT_TRUE(journal.step());
+  EXPECT_EQ(journal.columnText(0), "delete") << "readers need no log beside it";
 }
 
 TEST_F(Store, TransactionsAndStatementsOfTheWrapper) {
