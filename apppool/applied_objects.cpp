@@ -9,6 +9,7 @@
 #include "frame/mFTPAppPoolSupport.h"
 #include "frame/progress.h"
 #include "frame/row.h"
+#include "frame/state_word.h"
 
 namespace TORVINFTPAppDataCom {
 
@@ -22,14 +23,6 @@ constexpr std::size_t kPoolPrefixLength = 15;
 // The text from one position on; empty where there is nothing left.
 Text TextFrom(const Text& strText, std::size_t lngStart) {
   return lngStart < strText.size() ? strText.substr(lngStart) : Text();
-}
-
-// Status
-Text StateWord(const Text& strStatus) {
-  if (strStatus == u"2") return u"Running";
-  if (strStatus == u"4") return u"Stopped";
-  if (strStatus == u"6") return u"Paused";
-  return strStatus;
 }
 
 }  // namespace

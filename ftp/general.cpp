@@ -5,24 +5,13 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/state_word.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/site_identity.h"
 
 namespace TORVINFTPAppDataCom {
 
 using namespace mFTPAppPoolSupport;
-
-namespace {
-
-// Status
-Text StateWord(const Text& strStatus) {
-  if (strStatus == u"2") return u"Running";
-  if (strStatus == u"4") return u"Stopped";
-  if (strStatus == u"6") return u"Paused";
-  return strStatus;
-}
-
-}  // namespace
 
 VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, ObjectRef& objObject,
                                                     ObjectRef&, ObjectRef& objRs) {
