@@ -95,7 +95,10 @@ Line measure(std::int64_t sites, const fs::path& directory, int runs) {
     std::ofstream out(metabase, std::ios::binary);
     bench::writeMetabase(bench::inProportion(sites), out);
   }
-  const auto map = [&] { platform::metabase::mapServer(automation::fromUtf8(kServer), metabase); };
+  const auto map = [&] {
+    platform::metabase::mapServer(automation::fromUtf8(kServer),
+                                  platform::metabase::Metabase::load(metabase));
+  };
 
   Line line;
   line.sites = sites;
@@ -103,19 +106,20 @@ Line measure(std::int64_t sites, const fs::path& directory, int runs) {
   line.whole = best(runs, [&] {
     bench::registerEverything();
     bench::createDatabase(database);
-    map();
-    return secondsOf([&] { bench::collectEverything(kServer, database, directory); });
+    return secondsOf([&] {
+      map();
+      bench::collectEverything(kServer, database, directory);
+    });
   });
   line.rows = bench::countRows(database);
-  line.parse = best(runs, [&] {
-    map();
-    return secondsOf([&] { platform::metabase::snapshotOf(automation::fromUtf8(kServer)); });
-  });
+  line.parse = best(runs, [&] { return secondsOf(map); });
   line.withoutStore = best(runs, [&] {
     bench::registerEverything();
-    map();
     const bench::NoStore none;
-    return secondsOf([&] { bench::collectEverything(kServer, database, directory); });
+    return secondsOf([&] {
+      map();
+      bench::collectEverything(kServer, database, directory);
+    });
   });
   const auto bare = [&](bench::BareWriter::Commit commit) {
     return best(runs, [&] {

@@ -73,9 +73,6 @@ class Collection {
         replaced_(tables().size(), 0) {}
 
   int run() {
-    for (const Server& server : options_.servers) {
-      platform::metabase::mapServer(automation::fromUtf8(server.name), server.file);
-    }
     // Nothing is made for the sake of files that are no good.
     if (!passUnusable()) return kNothing;
 

@@ -267,6 +267,7 @@ ServerShape lookAt(const Server& server) {
     platform::metabase::fail(platform::metabase::number::kFileIsDirectory, text);
   }
 
+  platform::metabase::mapServer(fromUtf8(server.name), platform::metabase::Metabase::load(server.file));
   ServerShape shape;
   shape.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
   shape.hasWeb = objectAt(server.name, u"/W3SVC") != nullptr;

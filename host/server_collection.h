@@ -25,8 +25,8 @@ struct ServerShape {
   std::string poolsNote;
 };
 
-// Takes the look. Throws automation::Failure for a file that can't be used, and for a server that has nothing
-// of either side.
+// Reads the file, makes it the server's and takes the look. Throws automation::Failure for a file that can't
+// be used, and for a server that has nothing of either side.
 ServerShape lookAt(const Server& server);
 
 // Where the collection of a server goes to.

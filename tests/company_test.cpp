@@ -67,7 +67,8 @@ TEST_F(Company, EightThreadsWithObjectsOfTheirOwnLeaveTheRowsOfAll) {
     threads.emplace_back([&, at] {
       try {
         const std::string name = servers_[at].substr(0, servers_[at].find('='));
-        platform::metabase::mapServer(automation::fromUtf8(name), servers_[at].substr(name.size() + 1));
+        platform::metabase::mapServer(automation::fromUtf8(name), platform::metabase::Metabase::load(
+                                                                      servers_[at].substr(name.size() + 1)));
         test::collectEverything(name, database, logs);
         platform::metabase::unmapServer(automation::fromUtf8(name));
       } catch (const std::exception& failure) {

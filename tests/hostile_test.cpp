@@ -64,10 +64,8 @@ class Hostile : public testing::Test {
   static void SetUpTestSuite() { test::registerEverything(); }
 
   // Makes the elements the metabase of the server H.
-  void serve(const std::string& elements) const {
-    std::ofstream(directory_ / "MetaBase.xml", std::ios::binary) << kHead << elements << kTail;
-    platform::metabase::unmapServer(u"H");
-    platform::metabase::mapServer(u"H", directory_ / "MetaBase.xml");
+  static void serve(const std::string& elements) {
+    platform::metabase::mapServer(u"H", Metabase::parse(kHead + elements + kTail, "file"));
   }
   static ObjectRef object(const std::string& path) {
     return automation::GetObject(fromUtf8("IIS://H" + path));

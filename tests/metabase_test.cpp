@@ -1,11 +1,12 @@
 // The objects at IIS:// paths, over small files that each test writes itself.
 #include <gtest/gtest.h>
-#include <unistd.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -15,6 +16,7 @@
 #include "automation/runtime.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/servers.h"
+#include "tests/support/process.h"
 
 namespace {
 
@@ -22,12 +24,14 @@ using automation::fromUtf8;
 using automation::ObjectRef;
 using automation::TextView;
 using automation::Variant;
+using platform::metabase::Metabase;
 namespace number = platform::metabase::number;
 
 const std::string kHead =
     "\xEF\xBB\xBF<?xml version =\"1.0\"?>\r\n"
     "<configuration xmlns=\"urn:microsoft-catalog:XML_Metabase_V64_0\">\r\n<MBProperty>\r\n";
 const std::string kTail = "</MBProperty>\r\n</configuration>\r\n";
+const std::string kFile = "MetaBase.xml";
 
 // A value with its type: 'text', True, 5, [text|text], null.
 std::string shown(const Variant& value) {
@@ -46,29 +50,13 @@ std::string shown(const Variant& value) {
 
 class MetabaseTest : public testing::Test {
  protected:
-  void SetUp() override {
-    std::string name = (std::filesystem::temp_directory_path() / "metabaseXXXXXX").string();
-    directory_ = ::mkdtemp(name.data());
-    file_ = directory_ / "MetaBase.xml";
-    platform::metabase::registerMoniker();
-    platform::metabase::mapServer(u"Web01", file_);
-  }
-  void TearDown() override {
-    platform::metabase::unmapServer(u"Web01");
-    std::filesystem::remove_all(directory_);
-  }
+  void SetUp() override { platform::metabase::registerMoniker(); }
+  void TearDown() override { platform::metabase::unmapServer(u"Web01"); }
 
-  void writeRaw(const std::string& bytes) const {
-    std::ofstream(file_, std::ios::binary | std::ios::trunc) << bytes;
-    // No two writes share a time, however coarse the file system's clock is.
-    static int writes = 0;
-    std::filesystem::last_write_time(file_, std::filesystem::file_time_type::clock::now() -
-                                                std::chrono::hours(1) + std::chrono::seconds(++writes));
-  }
-  // Elements, whose quotes are single for the sake of legibility.
-  void write(std::string elements) const {
+  // Makes the elements, whose quotes are single for the sake of legibility, the metabase of Web01.
+  static void write(std::string elements) {
     std::replace(elements.begin(), elements.end(), '\'', '"');
-    writeRaw(kHead + elements + kTail);
+    platform::metabase::mapServer(u"Web01", Metabase::parse(kHead + elements + kTail, kFile));
   }
 
   // The object at a moniker, or at a path of Web01.
@@ -88,23 +76,29 @@ class MetabaseTest : public testing::Test {
     SCOPED_TRACE(path);
     shows(object(path), values);
   }
-  // What is done must fail so, with all the fragments in its message: "" gets the object, "Name" reads,
-  // "Name()" calls, "Name=" writes.
-  static void fails(const std::string& path, const std::string& what, std::int32_t code,
-                    const std::vector<std::string>& fragments) {
-    SCOPED_TRACE(path + " " + what);
+  // What is done must fail so, with all the fragments in its message.
+  static void fails(std::int32_t code, const std::vector<std::string>& fragments,
+                    const std::function<void()>& operation) {
     try {
-      const ObjectRef found = object(path);
-      const automation::Text name = fromUtf8(what.substr(0, what.find_first_of("(=")));
-      if (what.ends_with("()")) automation::call(found, name);
-      if (what.ends_with("=")) automation::write(found, name, u"x");
-      if (name.size() == what.size() && !what.empty()) automation::read(found, name);
+      operation();
       ADD_FAILURE() << "no failure";
     } catch (const automation::Failure& failure) {
       const std::string message = automation::toUtf8(failure.description());
       EXPECT_EQ(failure.number(), code) << message;
       for (const std::string& part : fragments) EXPECT_NE(message.find(part), std::string::npos) << message;
     }
+  }
+  // The same of an object: "" gets it, "Name" reads, "Name()" calls, "Name=" writes.
+  static void fails(const std::string& path, const std::string& what, std::int32_t code,
+                    const std::vector<std::string>& fragments) {
+    SCOPED_TRACE(path + " " + what);
+    fails(code, fragments, [&] {
+      const ObjectRef found = object(path);
+      const automation::Text name = fromUtf8(what.substr(0, what.find_first_of("(=")));
+      if (what.ends_with("()")) automation::call(found, name);
+      if (what.ends_with("=")) automation::write(found, name, u"x");
+      if (name.size() == what.size() && !what.empty()) automation::read(found, name);
+    });
   }
   // A property of all children.
   static std::string children(const std::string& path, TextView property = u"Name") {
@@ -113,9 +107,6 @@ class MetabaseTest : public testing::Test {
     while (const ObjectRef child = walk->next()) values += shown(automation::read(child, property));
     return values;
   }
-
-  std::filesystem::path directory_;
-  std::filesystem::path file_;
 };
 
 TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
@@ -134,7 +125,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   shows("/msftpsvc/2/\xC3\xBC.BUNG", "Name='\xC3\x9C.bung'; Parent='IIS://Web01/MSFTPSVC/2'");
   shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/MSFTPSVC/1'");
   for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1", "/MSFTPSVC/1/x"}) {
-    fails(path, "", number::kPathNotFound, {file_.string(), path});
+    fails(path, "", number::kPathNotFound, {kFile, path});
   }
   fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
   fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known are: Web01"});
@@ -266,7 +257,7 @@ TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
         Case{security, granted + "IPLend=10.0.0.1, 255.0.0.0", "IPLend"}}) {
     write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='fine' " + wrong.property + "='" +
           wrong.value + "'/>");
-    fails("/MSFTPSVC/1", wrong.property, wrong.code, {wrong.fragment, file_.string(), "/LM/MSFTPSVC/1"});
+    fails("/MSFTPSVC/1", wrong.property, wrong.code, {wrong.fragment, kFile, "/LM/MSFTPSVC/1"});
     shows("/MSFTPSVC/1", "ServerComment='fine'");
   }
 }
@@ -316,37 +307,57 @@ TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
       {among("<a Location=\"/LM//a\"/>"), number::kBadLocation, "empty piece"},
   };
   for (const Case& broken : cases) {
-    writeRaw(broken.content);
-    // An unchanged file fails the same way each time.
-    fails("", "", broken.code, {broken.fragment, file_.string()});
-    fails("", "", broken.code, {broken.fragment, file_.string()});
+    fails(broken.code, {broken.fragment, kFile}, [&] { Metabase::parse(broken.content, kFile); });
   }
 }
 
-TEST_F(MetabaseTest, AChangedFileIsReadAnewAndOldObjectsKeepTheirSnapshot) {
-  fails("", "", number::kFileNotFound, {file_.string()});
-  std::filesystem::create_directory(file_);
-  fails("", "", number::kFileIsDirectory, {file_.string()});
-  std::filesystem::remove(file_);
+TEST_F(MetabaseTest, AServerStaysWhatWasPinnedForIt) {
   write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='before'/>");
   const ObjectRef old = object("/MSFTPSVC/1");
-  const auto snapshot = platform::metabase::snapshotOf(u"WEB01");
-  platform::metabase::mapServer(u"Alias", directory_ / "." / "MetaBase.xml");
-  EXPECT_EQ(platform::metabase::snapshotOf(u"alias"), snapshot);
+  platform::metabase::mapServer(u"Alias", platform::metabase::snapshotOf(u"WEB01"));
+  write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='after'/>");
+  shows("/MSFTPSVC/1", "ServerComment='after'");
+  shows("IIS://alias/MSFTPSVC/1", "ServerComment='before'");
   platform::metabase::unmapServer(u"alias");
-
-  // Of the same size, by its time; and by its inode.
-  write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='middle'/>");
-  shows("/MSFTPSVC/1", "ServerComment='middle'");
-  const auto time = std::filesystem::last_write_time(file_);
-  std::filesystem::rename(file_, directory_ / "old.xml");
-  write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='after!'/>");
-  std::filesystem::last_write_time(file_, time);
-  shows("/MSFTPSVC/1", "ServerComment='after!'");
   shows(old, "ServerComment='before'");
 }
 
-TEST_F(MetabaseTest, LargeThingsAreReadOnceForAllThreads) {
+TEST_F(MetabaseTest, AFileIsReadAsItStoodAtOneMoment) {
+  const test::Directory directory;
+  const std::filesystem::path file = directory / kFile;
+  const auto read = [&] { Metabase::load(file); };
+  fails(number::kFileNotFound, {file.string()}, read);
+  std::filesystem::create_directory(file);
+  fails(number::kFileIsDirectory, {file.string()}, read);
+  std::filesystem::remove(file);
+  ASSERT_EQ(::mkfifo(file.c_str(), 0600), 0);
+  fails(number::kFileUnreadable, {file.string()}, read);
+  std::filesystem::remove(file);
+
+  std::ofstream(file) << kHead << kTail << std::string(1 << 22, ' ');
+  std::filesystem::last_write_time(file, std::filesystem::file_time_type());
+  const auto stamp = platform::metabase::readFile(file).stamp;
+  EXPECT_EQ(platform::metabase::stampOf(file), stamp);
+  // Another file of the same size and time; then one that never rests.
+  std::filesystem::copy_file(file, directory / "other");
+  std::filesystem::last_write_time(directory / "other", std::filesystem::file_time_type());
+  std::filesystem::rename(directory / "other", file);
+  EXPECT_NE(platform::metabase::readFile(file).stamp, stamp);
+  std::jthread restless([&](const std::stop_token& stop) {
+    for (std::filesystem::file_time_type time; !stop.stop_requested(); time += std::chrono::seconds(1))
+      std::filesystem::last_write_time(file, time);
+  });
+  for (bool refused = false; !refused;) {
+    try {
+      read();
+    } catch (const automation::Failure& failure) {
+      EXPECT_EQ(failure.number(), number::kFileChanged);
+      refused = true;
+    }
+  }
+}
+
+TEST_F(MetabaseTest, LargeThingsAreRead) {
   const std::string comment(1 << 20, 'x');
   std::string elements = "<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='" + comment + "'";
   std::string deep;
@@ -357,17 +368,9 @@ TEST_F(MetabaseTest, LargeThingsAreReadOnceForAllThreads) {
     nested += "<a><a><a><a><a><a><a><a><a><a>";
   }
   write(elements + "/><IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1" + deep + "'/>");
-  std::vector<std::shared_ptr<const platform::metabase::Metabase>> got(4);
-  std::vector<std::thread> threads;
-  for (auto& snapshot : got) {
-    threads.emplace_back([&snapshot] { snapshot = platform::metabase::snapshotOf(u"Web01"); });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(std::count(got.begin(), got.end(), got.front()), 4);
   shows("/MSFTPSVC/1", "p9999='9999'");
   shows("/MSFTPSVC/1" + deep, "Name='d999'; ServerComment='" + comment + "'");
-  writeRaw(nested);
-  fails("", "", number::kCutOff, {"never closed"});
+  fails(number::kCutOff, {"never closed"}, [&] { Metabase::parse(nested, kFile); });
 }
 
 }  // namespace

@@ -74,7 +74,8 @@ class SuddenDeath : public testing::Test {
 
 TEST_F(SuddenDeath, AKilledCollectionKeepsTheRowsOfFinishedCallsAndTearsNone) {
   test::registerEverything();
-  platform::metabase::mapServer(u"WEB01", server_.substr(server_.find('=') + 1));
+  platform::metabase::mapServer(u"WEB01",
+                                platform::metabase::Metabase::load(server_.substr(server_.find('=') + 1)));
   // A clean run: behind each call the time and the rows of each table.
   std::vector<nanoseconds> reached{nanoseconds(0)};
   std::vector<std::vector<std::vector<std::string>>> rowsBehind;

@@ -1,9 +1,6 @@
 // The WMI objects and the host's objects, over a small file that the tests write themselves.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
 #include <string>
 #include <thread>
 
@@ -39,20 +36,14 @@ std::uint32_t failureOf(Operation&& operation) {
 class WmiTest : public testing::Test {
  protected:
   void SetUp() override {
-    file_ = std::filesystem::temp_directory_path() / ("wmi_test_" + std::to_string(::getpid()) + ".xml");
-    platform::metabase::mapServer(u"Web01", file_);
     platform::wmi::registerMoniker();
     platform::host::registerHostObjects();
   }
-  void TearDown() override {
-    platform::metabase::unmapServer(u"Web01");
-    std::filesystem::remove(file_);
-  }
+  void TearDown() override { platform::metabase::unmapServer(u"Web01"); }
 
-  // A changed file is noticed by its size, however coarse the file system's clock is.
-  void write(const std::string& elements) const {
-    std::ofstream(file_, std::ios::binary | std::ios::trunc)
-        << "<configuration><MBProperty>" << elements << "</MBProperty></configuration>";
+  static void write(const std::string& elements) {
+    const std::string bytes = "<configuration><MBProperty>" + elements + "</MBProperty></configuration>";
+    platform::metabase::mapServer(u"Web01", platform::metabase::Metabase::parse(bytes, "file"));
   }
 
   // Every pool's name and the applications that it names: "name=path,path,; ".
@@ -71,8 +62,6 @@ class WmiTest : public testing::Test {
     EXPECT_EQ(automation::toInt32(automation::read(pools, u"Count")), count);
     return all;
   }
-
-  std::filesystem::path file_;
 };
 
 TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
@@ -98,7 +87,7 @@ TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
       u"W3SVC/APPPOOLS/Spare=,; ";
   const ObjectRef service = GetObject(kService);
   EXPECT_EQ(poolsOf(service), pools);
-  // A service shows one snapshot; the next one shows the file as it is by then.
+  // A service shows one snapshot; the next one shows the server as it is by then.
   write(
       "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Main'/>"
       "<IIsWebVirtualDir Location='/LM/W3SVC/4/ROOT' AppRoot='/LM/W3SVC/4/ROOT' AppPoolId='Main'/>");

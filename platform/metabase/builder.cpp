@@ -1,12 +1,5 @@
 // From the bytes of a file to a snapshot.
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <limits>
 #include <pugixml.hpp>
 #include <utility>
 
@@ -19,7 +12,6 @@
 namespace platform::metabase {
 namespace {
 
-constexpr std::size_t kLargestFile = std::numeric_limits<std::uint32_t>::max() - 16;
 constexpr std::string_view kUnclassified = "IIsConfigObject";
 constexpr std::string_view kUnknownNamePrefix = "UnknownName_";
 
@@ -29,25 +21,6 @@ constexpr std::uint32_t kAttributeSecure = 0x00000004;
 
 // Line ends as XML has them, and references resolved; white space in values stays, for lines are values.
 constexpr unsigned kParseOptions = pugi::parse_escapes | pugi::parse_eol;
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
-
-std::string systemMessage() {
-  return std::strerror(errno);
-}
 
 // The name behind a namespace prefix.
 std::string_view localName(const char* qualified) {
@@ -392,47 +365,22 @@ class Metabase::Builder {
   std::vector<Step> steps_;
 };
 
-std::shared_ptr<const Metabase> Metabase::build(std::unique_ptr<char[]> bytes, std::size_t size,
-                                                std::string file) {
-  if (size == 0) fail(number::kFileEmpty, file + ": the file is empty");
-  if (size > kLargestFile) fail(number::kFileTooLarge, file + ": the file is larger than 4 GiB");
-  const std::shared_ptr<Metabase> metabase(new Metabase(std::move(bytes), size, std::move(file)));
+std::shared_ptr<const Metabase> Metabase::parse(FileBytes bytes, std::string name) {
+  if (bytes.size == 0) fail(number::kFileEmpty, name + ": the file is empty");
+  if (bytes.size > kLargestFile) fail(number::kFileTooLarge, name + ": the file is larger than 2 GiB");
+  const std::shared_ptr<Metabase> metabase(new Metabase(std::move(bytes.bytes), bytes.size, std::move(name)));
   Builder(*metabase).build();
   return metabase;
 }
 
 std::shared_ptr<const Metabase> Metabase::parse(std::string_view bytes, std::string name) {
-  std::unique_ptr<char[]> copy(new char[bytes.size() + 1]);
-  std::copy(bytes.begin(), bytes.end(), copy.get());
-  return build(std::move(copy), bytes.size(), std::move(name));
+  FileBytes copy{std::unique_ptr<char[]>(new char[bytes.size() + 1]), bytes.size(), {}};
+  std::copy(bytes.begin(), bytes.end(), copy.bytes.get());
+  return parse(std::move(copy), std::move(name));
 }
 
 std::shared_ptr<const Metabase> Metabase::load(const std::filesystem::path& path) {
-  const std::string name = path.string();
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (file.number() < 0) {
-    const bool absent = errno == ENOENT || errno == ENOTDIR;
-    fail(absent ? number::kFileNotFound : number::kFileUnreadable,
-         name + (absent ? ": there is no such file" : ": the file cannot be opened: " + systemMessage()));
-  }
-  struct stat status {};
-  if (::fstat(file.number(), &status) != 0) {
-    fail(number::kFileReadFault, name + ": the file cannot be read: " + systemMessage());
-  }
-  if (S_ISDIR(status.st_mode)) fail(number::kFileIsDirectory, name + ": this is a directory and not a file");
-  if (!S_ISREG(status.st_mode)) fail(number::kFileUnreadable, name + ": this is no ordinary file");
-  const auto size = static_cast<std::size_t>(status.st_size);
-  if (size > kLargestFile) fail(number::kFileTooLarge, name + ": the file is larger than 4 GiB");
-  std::unique_ptr<char[]> bytes(new char[size + 1]);
-  std::size_t done = 0;
-  while (done < size) {
-    const ssize_t count = ::read(file.number(), bytes.get() + done, size - done);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) fail(number::kFileReadFault, name + ": the file cannot be read: " + systemMessage());
-    if (count == 0) break;
-    done += static_cast<std::size_t>(count);
-  }
-  return build(std::move(bytes), done, name);
+  return parse(readFile(path), path.string());
 }
 
 }  // namespace platform::metabase

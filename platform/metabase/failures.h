@@ -19,6 +19,7 @@ constexpr std::int32_t kFileUnreadable = static_cast<std::int32_t>(0x80070005);
 constexpr std::int32_t kFileReadFault = static_cast<std::int32_t>(0x8007001E);
 constexpr std::int32_t kFileEmpty = static_cast<std::int32_t>(0x80070026);
 constexpr std::int32_t kFileTooLarge = static_cast<std::int32_t>(0x800700DF);
+constexpr std::int32_t kFileChanged = static_cast<std::int32_t>(0x800703EE);
 constexpr std::int32_t kFileIsDirectory = static_cast<std::int32_t>(0x8007010B);
 
 // What the file holds.

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "automation/object.h"
+#include "platform/metabase/file.h"
 #include "platform/metabase/names.h"
 #include "platform/metabase/schema.h"
 
@@ -30,7 +31,8 @@ class Metabase {
   // names the file and the line.
   static std::shared_ptr<const Metabase> load(const std::filesystem::path& file);
 
-  // The same from bytes in memory. `name` stands for the file in messages.
+  // The same from bytes in memory, which are taken over or copied. `name` stands for the file in messages.
+  static std::shared_ptr<const Metabase> parse(FileBytes bytes, std::string name);
   static std::shared_ptr<const Metabase> parse(std::string_view bytes, std::string name);
 
   Metabase(const Metabase&) = delete;
@@ -108,9 +110,6 @@ class Metabase {
   class Builder;
 
   Metabase(std::unique_ptr<char[]> bytes, std::size_t size, std::string file);
-
-  static std::shared_ptr<const Metabase> build(std::unique_ptr<char[]> bytes, std::size_t size,
-                                               std::string file);
 
   template <typename View>
   std::optional<NodeId> findChild(NodeId parent, View name, std::uint32_t hash) const;

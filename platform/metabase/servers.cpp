@@ -1,8 +1,5 @@
 #include "platform/metabase/servers.h"
 
-#include <sys/stat.h>
-
-#include <cerrno>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -26,68 +23,6 @@ using automation::TextView;
 constexpr TextView kMonikerStart = u"IIS://";
 constexpr TextView kLocalMachine = u"LM";
 
-// What tells one state of a file from another.
-struct Stamp {
-  std::uint64_t device = 0;
-  std::uint64_t inode = 0;
-  std::int64_t size = 0;
-  std::int64_t seconds = 0;
-  std::int64_t nanoseconds = 0;
-
-  bool operator==(const Stamp&) const = default;
-};
-
-// The stamp of a file, or nothing where it cannot be looked at; opening it then tells why.
-std::optional<Stamp> stampOf(const std::filesystem::path& file) {
-  struct stat status {};
-  if (::stat(file.c_str(), &status) != 0) return std::nullopt;
-  return Stamp{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-}
-
-// A file and what was made of it.
-class CachedFile {
- public:
-  explicit CachedFile(std::filesystem::path path) : path_(std::move(path)) {}
-
-  // Threads that ask for a file while it is parsed wait for that one parse.
-  std::shared_ptr<const Metabase> snapshot() {
-    const std::lock_guard lock(mutex_);
-    // Before the file is read: a change while it is being read then shows at the next look.
-    const std::optional<Stamp> stamp = stampOf(path_);
-    if (stamp && stamp == stamp_) {
-      if (failure_) throw Failure(*failure_);
-      return snapshot_;
-    }
-    forget();
-    try {
-      snapshot_ = Metabase::load(path_);
-    } catch (const Failure& failure) {
-      failure_ = failure;
-      if (failure.number() != number::kFileNotFound && failure.number() != number::kFileUnreadable &&
-          failure.number() != number::kFileReadFault) {
-        stamp_ = stamp;
-      }
-      throw;
-    }
-    stamp_ = stamp;
-    return snapshot_;
-  }
-
- private:
-  // Also lets go of the old snapshot before the new one takes its memory.
-  void forget() {
-    stamp_.reset();
-    snapshot_.reset();
-    failure_.reset();
-  }
-
-  const std::filesystem::path path_;
-  std::mutex mutex_;
-  std::optional<Stamp> stamp_;
-  std::shared_ptr<const Metabase> snapshot_;
-  std::optional<Failure> failure_;
-};
-
 class Servers {
  public:
   static Servers& process() {
@@ -95,46 +30,30 @@ class Servers {
     return servers;
   }
 
-  void map(TextView server, const std::filesystem::path& file) {
-    const std::filesystem::path whole = std::filesystem::absolute(file).lexically_normal();
+  void map(TextView server, std::shared_ptr<const Metabase> snapshot) {
+    Entry entry{Text(server), std::move(snapshot)};
     const std::unique_lock lock(mutex_);
-    std::weak_ptr<CachedFile>& known = files_[whole];
-    std::shared_ptr<CachedFile> cached = known.lock();
-    if (!cached) {
-      cached = std::make_shared<CachedFile>(whole);
-      known = cached;
-    }
-    servers_[automation::lowerCase(server)] = Entry{Text(server), std::move(cached)};
-    forgetFiles();
+    std::swap(servers_[automation::lowerCase(server)], entry);
   }
 
   void unmap(TextView server) {
+    decltype(servers_)::node_type gone;  // and with it perhaps much memory, after the lock
     const std::unique_lock lock(mutex_);
-    servers_.erase(automation::lowerCase(server));
-    forgetFiles();
+    gone = servers_.extract(automation::lowerCase(server));
   }
 
   std::shared_ptr<const Metabase> snapshot(TextView server) {
-    std::shared_ptr<CachedFile> file;
-    {
-      const std::shared_lock lock(mutex_);
-      const auto found = servers_.find(automation::lowerCase(server));
-      if (found == servers_.end()) failUnknown(server);
-      file = found->second.file;
-    }
-    return file->snapshot();
+    const std::shared_lock lock(mutex_);
+    const auto found = servers_.find(automation::lowerCase(server));
+    if (found == servers_.end()) failUnknown(server);
+    return found->second.snapshot;
   }
 
  private:
   struct Entry {
     Text name;
-    std::shared_ptr<CachedFile> file;
+    std::shared_ptr<const Metabase> snapshot;
   };
-
-  // Takes out the files that no server stands for any more.
-  void forgetFiles() {
-    std::erase_if(files_, [](const auto& entry) { return entry.second.expired(); });
-  }
 
   [[noreturn]] void failUnknown(TextView server) const {
     constexpr std::size_t kMostNames = 10;
@@ -155,7 +74,6 @@ class Servers {
 
   std::shared_mutex mutex_;
   std::unordered_map<Text, Entry> servers_;
-  std::map<std::filesystem::path, std::weak_ptr<CachedFile>> files_;
 };
 
 // Serves "IIS://server/path".
@@ -184,8 +102,8 @@ ObjectRef objectAt(TextView moniker) {
 
 }  // namespace
 
-void mapServer(TextView server, const std::filesystem::path& metabaseFile) {
-  Servers::process().map(server, metabaseFile);
+void mapServer(TextView server, std::shared_ptr<const Metabase> snapshot) {
+  Servers::process().map(server, std::move(snapshot));
 }
 
 void unmapServer(TextView server) {

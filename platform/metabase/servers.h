@@ -1,8 +1,7 @@
-// Which server stands for which metabase file, and the objects at "IIS://" paths. One table per process; all
-// functions may be called from any thread.
+// Which server stands for which metabase snapshot, and the objects at "IIS://" paths. One table per process;
+// all functions may be called from any thread.
 #pragma once
 
-#include <filesystem>
 #include <memory>
 
 #include "automation/text.h"
@@ -10,16 +9,14 @@
 
 namespace platform::metabase {
 
-// Says that the server of this name, compared without regard to case, is the one whose metabase this file is.
-// Replaces what was said before. The file is looked at when the server is first asked for, not here.
-void mapServer(automation::TextView server, const std::filesystem::path& metabaseFile);
+// Says that the server of this name, compared without regard to case, is this snapshot, whatever becomes of
+// the file that it came from. Replaces what was said before.
+void mapServer(automation::TextView server, std::shared_ptr<const Metabase> snapshot);
 
 // Forgets a server. Objects already given stay good.
 void unmapServer(automation::TextView server);
 
-// The snapshot of a server's file as it is now. A file is parsed once for all servers and threads, and anew
-// when its size, time of change or inode is another one; a file that cannot be parsed fails the same way
-// until then. Fails with 0x800706BA for a server that nobody mapped, else as Metabase::load does.
+// The snapshot of a server. Fails with 0x800706BA for a server that nobody mapped.
 std::shared_ptr<const Metabase> snapshotOf(automation::TextView server);
 
 // Enters the objects at "IIS://server/path" in the process's runtime. The path begins below /LM. An object

@@ -173,7 +173,8 @@ void World::setUpFakes() {
 
 void World::setUpLayer() {
   Runtime& runtime = Runtime::process();
-  platform::metabase::mapServer(server, std::filesystem::path(SAMPLES_DIRECTORY) / "WEB01/MetaBase.xml");
+  platform::metabase::mapServer(server, platform::metabase::Metabase::load(
+                                            std::filesystem::path(SAMPLES_DIRECTORY) / "WEB01/MetaBase.xml"));
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::store::registerStore();
