@@ -59,7 +59,7 @@ void readProperty(benchmark::State& state) {
   const auto metabase = Metabase::parse(generated(100, 5), "generated");
   const auto node = *metabase->find(metabase->root(), u"LM/MSFTPSVC/50");
   const Text name = kNames[static_cast<std::size_t>(state.range(0))];
-  for (auto _ : state) benchmark::DoNotOptimize(metabase->read(node, *metabase->property(name)));
+  for (auto _ : state) benchmark::DoNotOptimize(metabase->read(node, *metabase->property(name), u"S"));
   state.SetLabel(automation::toUtf8(name));
 }
 BENCHMARK(readProperty)->DenseRange(0, 3);

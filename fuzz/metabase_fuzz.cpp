@@ -21,7 +21,7 @@ void readEverything(const Metabase& metabase, Metabase::NodeId node) {
   const std::size_t names = platform::metabase::schemaNames().size();
   for (Metabase::PropertyId property = 0; property < names; ++property) {
     try {
-      metabase.read(node, property);
+      metabase.read(node, property, u"input");
     } catch (const automation::Failure&) {
     }
   }

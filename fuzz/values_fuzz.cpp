@@ -7,7 +7,6 @@
 #include <string>
 #include <string_view>
 
-#include "automation/failure.h"
 #include "automation/text.h"
 #include "automation/variant.h"
 #include "platform/metabase/ip_security.h"
@@ -38,15 +37,15 @@ void tryMultiString(std::string_view text) {
 
 // An entry is an address and a mask.
 void tryIpSecurity(std::string_view text) {
-  try {
-    const IpSecurity security = parseIpSecurity(text, "input");
-    for (const std::string& entry : security.grants) {
-      if (entry.find(',') == std::string::npos) std::abort();
-    }
-    for (const std::string& entry : security.denials) {
-      if (entry.find(',') == std::string::npos) std::abort();
-    }
-  } catch (const automation::Failure&) {
+  IpSecurityProblem problem;
+  const auto security = parseIpSecurity(text, problem);
+  if (security.has_value() != problem.why.empty()) std::abort();
+  if (!security) return;
+  for (const std::string& entry : security->grants) {
+    if (entry.find(',') == std::string::npos) std::abort();
+  }
+  for (const std::string& entry : security->denials) {
+    if (entry.find(',') == std::string::npos) std::abort();
   }
 }
 

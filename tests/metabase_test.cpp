@@ -125,7 +125,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   shows("/msftpsvc/2/\xC3\xBC.BUNG", "Name='\xC3\x9C.bung'; Parent='IIS://Web01/MSFTPSVC/2'");
   shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/MSFTPSVC/1'");
   for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1", "/MSFTPSVC/1/x"}) {
-    fails(path, "", number::kPathNotFound, {kFile, path});
+    fails(path, "", number::kPathNotFound, {std::string("IIS://Web01") + path + ": there is no such node"});
   }
   fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
   fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known are: Web01"});
@@ -147,10 +147,31 @@ TEST_F(MetabaseTest, AValueIsOwnElseInheritedElseTheDefault) {
   shows("/MSFTPSVC/1/ROOT", "ServerBindings=[]; LocalName=null");
   // Nowhere in the file.
   shows("/MSFTPSVC/1",
-        "ServerComment=null; Path=null; ExitMessage=''; LogFileTruncateSize=2000000; GreetingMessage=[]; "
+        "ServerComment=null; HttpRedirect=null; ExitMessage=''; LogFileTruncateSize=2000000; "
+        "GreetingMessage=[]; "
         "logfiledirectory='%windir%\\system32\\logfiles'; AllowAnonymous=True; dontlog=False; "
         "AccessRead=True; AccessWrite=False; LogExtFileTime=True; LogExtFileDate=False");
-  fails("/MSFTPSVC/1", "NoSuchThing", number::kPropertyUnknown, {"/LM/MSFTPSVC/1", "NoSuchThing"});
+}
+
+TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
+  write(
+      "<IIsWebServer Location ='/LM/w3svc/1' Path='C:\\site' MaxConnections='many'/>"
+      "<IIsFilters Location ='/LM/w3svc/1/Filters'/><IIsCertMapper Location ='/LM/w3svc/1/Mapper' Path='D:'/>"
+      "<IIsWebVirtualDir Location ='/LM/w3svc/1/ROOT'/><IIsConfigObject Location ='/LM/w3svc/1/x'/>"
+      "<Invented Location ='/LM/w3svc/1/y'/>");
+  // What the node itself holds counts, whatever its class.
+  shows("/W3SVC/1", "Path='C:\\site'");
+  shows("/W3SVC/1/Mapper", "path='D:'");
+  for (const char* path : {"/W3SVC/1/ROOT", "/W3SVC/1/x", "/W3SVC/1/y"}) shows(path, "Path='C:\\site'");
+  const std::string filters = "IIS://Web01/w3svc/1/Filters (IIsFilters), ";
+  const char* const never = "a node of this class has no such property";
+  fails("/W3SVC/1/FILTERS", "path", number::kNotOfClass, {filters + "Path: " + never});
+  fails("/W3SVC/1/filters", "Status", number::kNotOfClass, {filters + "Status: " + never});
+  fails("/W3SVC/1/Filters", "NoSuchThing", number::kPropertyUnknown, {filters + "NoSuchThing: neither"});
+  fails("/W3SVC/1/Filters", "ServerComment=", number::kReadOnly, {filters + "ServerComment: a metabase"});
+  fails("iis://WEB01/w3svc/1/filters", "MaxConnections", number::kWrongValue,
+        {"IIS://WEB01/w3svc/1/Filters (IIsFilters), MaxConnections: the value \"many\", inherited from "
+         "/LM/w3svc/1, is no number"});
 }
 
 TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
@@ -170,9 +191,8 @@ TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
   EXPECT_EQ(get(u"Get", u"allowanonymous"), "True");
   EXPECT_EQ(get(u"GetEx", u"ExitMessage"), "[a\r\nb\t c & \"d\"]");
   EXPECT_EQ(get(u"getex", u"ServerBindings"), "[:21:|10.0.0.5:2121:]");
-  EXPECT_EQ(get(u"GetEx", u"Path"), "[]");
+  EXPECT_EQ(get(u"GetEx", u"HttpRedirect"), "[]");
   fails("/MSFTPSVC/1", "Start()", automation::number::kMemberNotSupported, {});
-  fails("/MSFTPSVC/1", "ServerComment=", number::kReadOnly, {"ServerComment"});
 }
 
 TEST_F(MetabaseTest, FlagsAreBooleansOfTheirOwn) {
@@ -257,7 +277,8 @@ TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
         Case{security, granted + "IPLend=10.0.0.1, 255.0.0.0", "IPLend"}}) {
     write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='fine' " + wrong.property + "='" +
           wrong.value + "'/>");
-    fails("/MSFTPSVC/1", wrong.property, wrong.code, {wrong.fragment, kFile, "/LM/MSFTPSVC/1"});
+    fails("/MSFTPSVC/1", wrong.property, wrong.code,
+          {wrong.fragment, "IIS://Web01/MSFTPSVC/1 (IIsFtpServer), " + wrong.property + ": "});
     shows("/MSFTPSVC/1", "ServerComment='fine'");
   }
 }
@@ -367,7 +388,7 @@ TEST_F(MetabaseTest, LargeThingsAreRead) {
     if (index < 1000) deep += "/d" + std::to_string(index);
     nested += "<a><a><a><a><a><a><a><a><a><a>";
   }
-  write(elements + "/><IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1" + deep + "'/>");
+  write(elements + "/><Invented Location ='/LM/MSFTPSVC/1" + deep + "'/>");
   shows("/MSFTPSVC/1", "p9999='9999'");
   shows("/MSFTPSVC/1" + deep, "Name='d999'; ServerComment='" + comment + "'");
   fails(number::kCutOff, {"never closed"}, [&] { Metabase::parse(nested, kFile); });

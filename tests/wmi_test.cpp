@@ -138,6 +138,13 @@ TEST_F(WmiTest, TheHostsObjectsAnswer) {
   EXPECT_EQ(getos(), 5);
   write("");
   EXPECT_EQ(failureOf(getos), 0x80070032u);
+  write("<IIsWebInfo Location='/LM/W3SVC/Info' MajorIIsVersionNumber='70000'/>");
+  try {
+    getos();
+    ADD_FAILURE() << "no failure";
+  } catch (const automation::Failure& failure) {
+    EXPECT_EQ(failure.description(), u"IIS://web01/W3SVC/Info (IIsWebInfo), MajorIIsVersionNumber: Overflow");
+  }
 
   automation::write(common, u"errorlogpath", u"C:\\logs");
   EXPECT_EQ(automation::toText(automation::read(common, u"ErrorLogPath")), u"C:\\logs");

@@ -1,6 +1,7 @@
 #include "platform/host/host.h"
 
 #include <memory>
+#include <optional>
 
 #include "automation/failure.h"
 #include "automation/runtime.h"
@@ -18,10 +19,12 @@ using automation::ObjectRef;
 using automation::Text;
 using automation::TextView;
 using automation::Variant;
+using metabase::Metabase;
 
 constexpr TextView kProgrammaticId = u"MARLINSCOPEGLOBALCOM.ICommonFunction";
 constexpr TextView kErrorLogPath = u"ErrorLogPath";
 constexpr TextView kGetOs = u"getos";
+constexpr TextView kVersion = u"MajorIIsVersionNumber";
 constexpr TextView kMousePointer = u"MousePointer";
 constexpr std::int32_t kNoVersion = static_cast<std::int32_t>(0x80070032);
 
@@ -55,19 +58,28 @@ class CommonObject : public MemberlessObject {
     requireArguments(kGetOs, arguments, 1, source());
     const Text server = automation::toText(arguments[0]);
     const auto metabase = metabase::snapshotOf(server);
-    const auto version = metabase->property(u"MajorIIsVersionNumber");
-    for (const TextView info : {u"LM/W3SVC/Info", u"LM/MSFTPSVC/Info"}) {
-      const auto node = metabase->find(metabase->root(), info);
+    const auto version = metabase->property(kVersion);
+    std::optional<Metabase::NodeId> asked;
+    const auto failAt = [&](std::int32_t number, TextView why) {
+      const auto place =
+          metabase->place(asked.value_or(metabase->root()), server, automation::toUtf8(kVersion));
+      throw Failure(number, automation::fromUtf8(place) + u": " + Text(why), source());
+    };
+    for (const TextView path : {u"LM/W3SVC/Info", u"LM/MSFTPSVC/Info"}) {
+      const auto node = metabase->find(metabase->root(), path);
       if (!node || !version) continue;
-      const Variant value = metabase->read(*node, *version);
-      if (!value.isNull()) return automation::toInt16(value);
+      asked = node;
+      const Variant value = metabase->read(*node, *version, server);
+      if (value.isNull()) continue;
+      try {
+        return automation::toInt16(value);
+      } catch (const Failure& failure) {
+        failAt(failure.number(), failure.description());
+      }
     }
-    throw Failure(kNoVersion,
-                  automation::fromUtf8(metabase->file()) +
-                      u": neither /LM/W3SVC/Info nor /LM/MSFTPSVC/Info has MajorIIsVersionNumber, so the "
-                      u"version of the server " +
-                      server + u" is not known",
-                  source());
+    failAt(kNoVersion,
+           u"neither /W3SVC/Info nor /MSFTPSVC/Info says it, so the server's version is not known");
+    return {};
   }
 
   Text errorLogPath_;

@@ -130,8 +130,8 @@ class Metabase::Builder {
     std::size_t capacity = 16;
     while (capacity * 3 < nodes * 4) capacity *= 2;
     metabase_.slots_.assign(capacity, Slot{0, kNoNode});
-    const NameTable::Id unclassified = metabase_.classes_.enter(kUnclassified);
-    metabase_.nodes_.push_back(Node{kNoNode, kNoNode, kNoNode, 0, 0, 0, 0, unclassified, 0});
+    unclassified_ = metabase_.classes_.enter(kUnclassified);
+    metabase_.nodes_.push_back(Node{kNoNode, kNoNode, kNoNode, 0, 0, 0, 0, unclassified_, 0});
   }
 
   void readElement(const pugi::xml_node& element) {
@@ -210,7 +210,7 @@ class Metabase::Builder {
     std::vector<Node>& nodes = metabase_.nodes_;
     if (nodes.size() >= kNoNode) fail(number::kFileTooLarge, metabase_.file_ + ": too many nodes");
     const auto node = static_cast<NodeId>(nodes.size());
-    nodes.push_back(Node{parentNode, kNoNode, node, nameOffset, nameLength, 0, 0, 0, 0});
+    nodes.push_back(Node{parentNode, kNoNode, node, nameOffset, nameLength, 0, 0, unclassified_, 0});
     const NodeId last = nodes[parentNode].lastChild;
     if (last != kNoNode) {
       nodes[node].nextSibling = nodes[last].nextSibling;
@@ -361,6 +361,7 @@ class Metabase::Builder {
 
   Metabase& metabase_;
   const LineIndex* lines_ = nullptr;
+  NameTable::Id unclassified_ = 0;
   std::string_view lastPlace_;
   std::vector<Step> steps_;
 };

@@ -2,6 +2,14 @@
 
 namespace platform::metabase {
 
+std::string inOneLine(std::string_view text) {
+  std::string line(text);
+  for (char& unit : line) {
+    if (static_cast<unsigned char>(unit) < 0x20) unit = ' ';
+  }
+  return line;
+}
+
 std::string inQuotes(std::string_view text) {
   constexpr std::size_t kLongest = 80;
   const bool cut = text.size() > kLongest;
@@ -10,10 +18,7 @@ std::string inQuotes(std::string_view text) {
     while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0) == 0x80) text.remove_suffix(1);
     if (!text.empty() && static_cast<unsigned char>(text.back()) >= 0xC0) text.remove_suffix(1);
   }
-  std::string out = "\"";
-  for (const char unit : text) out += static_cast<unsigned char>(unit) < 0x20 ? ' ' : unit;
-  out += cut ? "...\"" : "\"";
-  return out;
+  return '"' + inOneLine(text) + (cut ? "...\"" : "\"");
 }
 
 }  // namespace platform::metabase

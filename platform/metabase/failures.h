@@ -37,6 +37,7 @@ constexpr std::int32_t kBadElement = static_cast<std::int32_t>(0x8004030A);
 // A read.
 constexpr std::int32_t kPathNotFound = static_cast<std::int32_t>(0x80070003);
 constexpr std::int32_t kPropertyUnknown = static_cast<std::int32_t>(0x80005006);
+constexpr std::int32_t kNotOfClass = static_cast<std::int32_t>(0x8000500D);
 constexpr std::int32_t kWrongValue = static_cast<std::int32_t>(0x8000500C);
 constexpr std::int32_t kBinaryIpSecurity = static_cast<std::int32_t>(0x8004030B);
 constexpr std::int32_t kSecured = static_cast<std::int32_t>(0x80070005);
@@ -52,7 +53,10 @@ inline constexpr automation::TextView kSource = u"Metabase";
   throw automation::Failure(failureNumber, automation::fromUtf8(description), automation::Text(kSource));
 }
 
-// A piece of a file's text for a message: at most 80 bytes of it, in quotes, control characters as blanks.
+// Control characters as blanks, so that a text fits into one line.
+std::string inOneLine(std::string_view text);
+
+// A piece of a file's text for a message: at most 80 bytes of it, in one line, in quotes.
 std::string inQuotes(std::string_view text);
 
 }  // namespace platform::metabase

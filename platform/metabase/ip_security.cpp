@@ -93,20 +93,17 @@ class IpSecurityObject : public automation::MemberlessObject {
 
 }  // namespace
 
-IpSecurity parseIpSecurity(std::string_view text, std::string_view place) {
+std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProblem& problem) {
   IpSecurity security;
   if (trimSpace(text).empty()) return security;
   if (isHexadecimal(text)) {
-    fail(number::kBinaryIpSecurity, std::string(place) +
-                                        ": IPSecurity is binary, in a layout that is not published, so who "
-                                        "may come in cannot be told");
+    problem = {number::kBinaryIpSecurity,
+               "the value is binary, in a layout that is not published, so who may come in cannot be told"};
+    return std::nullopt;
   }
   bool first = true;
   forEachLine(text, [&](std::string_view line) {
-    const auto malformed = [&](const char* expected) {
-      fail(number::kWrongValue, std::string(place) + ": the line " + inQuotes(line) +
-                                    " of IPSecurity is not of the form " + expected);
-    };
+    const char* expected = nullptr;
     const std::size_t equals = line.find('=');
     const std::string_view key = trimSpace(line.substr(0, equals));
     const std::string_view value =
@@ -114,18 +111,23 @@ IpSecurity parseIpSecurity(std::string_view text, std::string_view place) {
     if (first) {
       const auto granted = parseBool(value);
       if (!equalFolded(key, std::string_view("GrantByDefault")) || !granted) {
-        malformed("GrantByDefault=TRUE or GrantByDefault=FALSE, which the first line must have");
+        expected = "GrantByDefault=TRUE or GrantByDefault=FALSE, which the first line must have";
       }
-      security.grantByDefault = *granted;
+      security.grantByDefault = granted.value_or(false);
       first = false;
-      return;
+    } else {
+      const bool grants = equalFolded(key, std::string_view("IPGrant"));
+      if ((!grants && !equalFolded(key, std::string_view("IPDeny"))) || !isEntry(value)) {
+        expected = "IPGrant=address, mask or IPDeny=address, mask";
+      }
+      (grants ? security.grants : security.denials).emplace_back(trimSpace(value));
     }
-    const bool grants = equalFolded(key, std::string_view("IPGrant"));
-    if ((!grants && !equalFolded(key, std::string_view("IPDeny"))) || !isEntry(value)) {
-      malformed("IPGrant=address, mask or IPDeny=address, mask");
+    if (expected != nullptr && problem.why.empty()) {
+      problem = {number::kWrongValue,
+                 "the line " + inQuotes(line) + " of the value is not of the form " + expected};
     }
-    (grants ? security.grants : security.denials).emplace_back(trimSpace(value));
   });
+  if (!problem.why.empty()) return std::nullopt;
   return security;
 }
 

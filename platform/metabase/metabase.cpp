@@ -1,7 +1,6 @@
 #include "platform/metabase/metabase.h"
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include "platform/metabase/failures.h"
@@ -62,7 +61,11 @@ bool isCompatible(Type schema, Type file) {
 }  // namespace
 
 Metabase::Metabase(std::unique_ptr<char[]> bytes, std::size_t size, std::string file)
-    : bytes_(std::move(bytes)), size_(size), file_(std::move(file)), names_(schemaNames()) {}
+    : bytes_(std::move(bytes)),
+      size_(size),
+      file_(std::move(file)),
+      names_(schemaNames()),
+      classes_(schemaClasses()) {}
 
 template <typename View>
 std::optional<Metabase::NodeId> Metabase::findChild(NodeId parentNode, View childName,
@@ -170,42 +173,68 @@ Type Metabase::typeOf(const Value* value, PropertyId property) const {
   return file && !isCompatible(schema, *file) ? *file : schema;
 }
 
-std::string Metabase::place(NodeId node) const {
-  return file_ + ", node " + path(node);
+std::string Metabase::address(NodeId node, TextView server) const {
+  const std::string whole = path(node);
+  const std::size_t below = std::min(whole.find('/', 1), whole.size());
+  return "IIS://" + automation::toUtf8(server) + whole.substr(below);
 }
 
-void Metabase::failValue(NodeId node, PropertyId property, std::string_view valueText,
-                         std::string_view why) const {
-  fail(number::kWrongValue, place(node) + ": the value " + inQuotes(valueText) + " of " +
-                                std::string(names_.text(property)) + " " + std::string(why));
+std::string Metabase::place(NodeId node, TextView server, std::string_view property) const {
+  std::string text = address(node, server);
+  text.append(" (").append(className(node)).append(")");
+  if (!property.empty()) text.append(", ").append(property);
+  return inOneLine(text);
 }
 
-Variant Metabase::read(NodeId node, PropertyId property) const {
+void Metabase::failRead(const Reading& reading, std::int32_t failureNumber, std::string_view why) const {
+  fail(failureNumber,
+       place(reading.node, reading.server, names_.text(reading.property)).append(": ").append(why));
+}
+
+void Metabase::failValue(const Reading& reading, std::string_view valueText, std::string_view why) const {
+  std::string what = "the value " + inQuotes(valueText);
+  NodeId holder = reading.node;
+  while (holder != root() && ownValue(holder, reading.property) == nullptr) holder = nodes_[holder].parent;
+  if (holder != reading.node) what += ", inherited from " + inOneLine(path(holder)) + ",";
+  failRead(reading, number::kWrongValue, what.append(" ").append(why));
+}
+
+// Whether the node is of a known class that never has the property.
+bool Metabase::isForeign(NodeId node, PropertyId property) const {
+  const NameTable::Id classId = nodes_[node].classId;
+  if (property >= properties().size() || classId >= schemaClasses().size()) return false;
+  const std::uint32_t having = properties()[property].classes;
+  return having != 0 && (having >> classId & 1) == 0;
+}
+
+Variant Metabase::read(NodeId node, PropertyId property, TextView server) const {
+  const Reading reading{node, property, server};
   const std::size_t known = properties().size();
   if (property >= known && property - known < flagProperties().size()) {
-    return readFlag(node, flagProperties()[property - known]);
+    return readFlag(reading, flagProperties()[property - known]);
   }
   const Special& ids = special();
   if (property == ids.status || property == ids.serverState || property == ids.appPoolState) {
-    return readState(node, property);
+    return readState(reading);
   }
+  if (isForeign(node, property) && ownValue(node, property) == nullptr)
+    failRead(reading, number::kNotOfClass, "a node of this class has no such property");
   const Value* const value = effectiveValue(node, property);
   if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
-    fail(number::kSecured, place(node) + ": " + std::string(names_.text(property)) +
-                               " is a secured property, which is never read");
+    failRead(reading, number::kSecured, "a secured property, which is never read");
   }
   if (value != nullptr && keyIsParsedFlags(value->key)) return static_cast<std::int32_t>(value->text);
   const Type type = typeOf(value, property);
-  if (value != nullptr) return convert(node, property, type, text(value->text, value->length));
+  if (value != nullptr) return convert(reading, type, text(value->text, value->length));
   if (property < known && properties()[property].defaultText != nullptr) {
-    return convert(node, property, type, properties()[property].defaultText);
+    return convert(reading, type, properties()[property].defaultText);
   }
   if (type == Type::kMultiString) return automation::Array();
   if (type == Type::kIpSecurity) return makeIpSecurityObject({});
   return automation::Null;
 }
 
-Variant Metabase::convert(NodeId node, PropertyId property, Type type, std::string_view valueText) const {
+Variant Metabase::convert(const Reading& reading, Type type, std::string_view valueText) const {
   switch (type) {
     case Type::kString:
     case Type::kExpandString:
@@ -215,44 +244,53 @@ Variant Metabase::convert(NodeId node, PropertyId property, Type type, std::stri
       return parseMultiString(valueText);
     case Type::kDword:
       if (const auto whole = parseDword(valueText)) return static_cast<std::int32_t>(*whole);
-      failValue(node, property, valueText, "is no number from 0 to 4294967295");
+      failValue(reading, valueText, "is no number from 0 to 4294967295");
     case Type::kBool:
       if (const auto flag = parseBool(valueText)) return *flag;
-      failValue(node, property, valueText, "is neither TRUE nor FALSE");
-    case Type::kFlags:
-      return static_cast<std::int32_t>(readFlags(node, property, valueText));
-    case Type::kIpSecurity:
-      return makeIpSecurityObject(parseIpSecurity(valueText, place(node)));
+      failValue(reading, valueText, "is neither TRUE nor FALSE");
+    case Type::kFlags: {
+      std::string culprit;
+      const auto bits = parseFlags(valueText, properties()[reading.property].flags, culprit);
+      if (bits) return static_cast<std::int32_t>(*bits);
+      failValue(reading, valueText, "holds " + inQuotes(culprit) + ", which is no flag of it");
+    }
+    case Type::kIpSecurity: {
+      IpSecurityProblem problem;
+      if (auto security = parseIpSecurity(valueText, problem))
+        return makeIpSecurityObject(*std::move(security));
+      failRead(reading, problem.failureNumber, problem.why);
+    }
     case Type::kUnknown:
       break;
   }
-  failValue(node, property, valueText, "has a type that is not known");
+  failValue(reading, valueText, "has a type that is not known");
 }
 
-std::uint32_t Metabase::readFlags(NodeId node, PropertyId property, std::string_view valueText) const {
-  std::string culprit;
-  if (const auto bits = parseFlags(valueText, properties()[property].flags, culprit)) return *bits;
-  failValue(node, property, valueText, "holds " + inQuotes(culprit) + ", which is no flag of it");
-}
-
-Variant Metabase::readFlag(NodeId node, const FlagProperty& flag) const {
-  const Variant bits = read(node, flag.owner);
+Variant Metabase::readFlag(const Reading& reading, const FlagProperty& flag) const {
+  const Variant bits = read(reading.node, flag.owner, reading.server);
   const std::int32_t* const number = bits.as<std::int32_t>();
   if (number == nullptr) {
-    failValue(node, flag.owner, "", "is of a type that has no flags");
+    failRead({reading.node, flag.owner, reading.server}, number::kWrongValue,
+             "the value is of a type that has no flags");
   }
   return (static_cast<std::uint32_t>(*number) & flag.mask) != 0;
 }
 
-Variant Metabase::readState(NodeId node, PropertyId property) const {
+Variant Metabase::readState(const Reading& reading) const {
   const Special& ids = special();
-  const bool pool = property == ids.appPoolState;
-  const std::array<PropertyId, 2> held = {property, property == ids.status ? ids.serverState : property};
-  for (const PropertyId id : held) {
-    if (const auto own = ownText(node, id)) return convert(node, id, Type::kDword, *own);
+  const bool pool = reading.property == ids.appPoolState;
+  const PropertyId state = reading.property == ids.status ? ids.serverState : reading.property;
+  for (const PropertyId held : {reading.property, state}) {
+    if (const auto own = ownText(reading.node, held)) {
+      return convert({reading.node, held, reading.server}, Type::kDword, *own);
+    }
   }
-  return automation::toBool(read(node, pool ? ids.appPoolAutoStart : ids.serverAutoStart)) ? kRunning
-                                                                                           : kStopped;
+  if (isForeign(reading.node, state))
+    failRead(reading, number::kNotOfClass, "a node of this class has no such property");
+  return automation::toBool(
+             read(reading.node, pool ? ids.appPoolAutoStart : ids.serverAutoStart, reading.server))
+             ? kRunning
+             : kStopped;
 }
 
 }  // namespace platform::metabase

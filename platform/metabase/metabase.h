@@ -60,17 +60,25 @@ class Metabase {
   // The node's class: its element's name, or "IIsConfigObject" for a node that the file only implies.
   std::string_view className(NodeId node) const;
 
+  // Where a node is for whoever reaches this snapshot as `server`: "IIS://server" for /LM, and for what is
+  // below it with the rest of the path. UTF-8.
+  std::string address(NodeId node, automation::TextView server) const;
+
+  // What every failure that concerns a node begins with: address, class and, where it is about one, the
+  // property. "IIS://WEB01/MSFTPSVC/1 (IIsFtpServer), MaxConnections". In one line.
+  std::string place(NodeId node, automation::TextView server, std::string_view property = {}) const;
+
   // The number of a property's name, or nothing where neither the schema nor the file knows it.
   std::optional<PropertyId> property(automation::TextView name) const { return names_.find(name); }
 
-  // A property's value: the node's own, else one inherited, else the schema's default, else an array without
-  // elements for a multi-valued property, else Null. Where a <Custom> element gives a property another type
-  // than the schema does, the schema's counts if the value can be read so, else the element's. A flag reads
-  // as a Boolean, IPSecurity as an object. Status, ServerState and AppPoolState, which exist only while a
-  // server runs, are what the node itself holds, else 2 (running) where it starts by itself, else 4
-  // (stopped). Fails with a message that names file, node, property and value where the value is not of its
-  // type, and where the property is secured.
-  automation::Variant read(NodeId node, PropertyId property) const;
+  // A property's value, for whoever reaches this snapshot as `server`, which failures name: the node's own,
+  // else, unless its class never has the property (0x8000500D), one inherited, else the schema's default,
+  // else an array without elements for a multi-valued property, else Null. Where a <Custom> element gives a
+  // property another type than the schema does, the schema's counts if the value can be read so, else the
+  // element's. A flag reads as a Boolean, IPSecurity as an object. Status, ServerState and AppPoolState,
+  // which exist only while a server runs, are what the node itself holds, else 2 (running) where it starts by
+  // itself, else 4 (stopped). Fails where the value is not of its type, and where the property is secured.
+  automation::Variant read(NodeId node, PropertyId property, automation::TextView server) const;
 
   // The text of a property that the node itself holds, or nothing. Not for properties of flags.
   std::optional<std::string_view> ownText(NodeId node, PropertyId property) const;
@@ -107,6 +115,13 @@ class Metabase {
     NodeId node;
   };
 
+  // What is being read, and for whom.
+  struct Reading {
+    NodeId node;
+    PropertyId property;
+    automation::TextView server;
+  };
+
   class Builder;
 
   Metabase(std::unique_ptr<char[]> bytes, std::size_t size, std::string file);
@@ -120,13 +135,12 @@ class Metabase {
   const Value* ownValue(NodeId node, PropertyId property) const;
   const Value* effectiveValue(NodeId node, PropertyId property) const;
   Type typeOf(const Value* value, PropertyId property) const;
-  automation::Variant convert(NodeId node, PropertyId property, Type type, std::string_view text) const;
-  automation::Variant readFlag(NodeId node, const FlagProperty& flag) const;
-  std::uint32_t readFlags(NodeId node, PropertyId property, std::string_view text) const;
-  automation::Variant readState(NodeId node, PropertyId property) const;
-  std::string place(NodeId node) const;
-  [[noreturn]] void failValue(NodeId node, PropertyId property, std::string_view text,
-                              std::string_view why) const;
+  bool isForeign(NodeId node, PropertyId property) const;
+  automation::Variant convert(const Reading& reading, Type type, std::string_view text) const;
+  automation::Variant readFlag(const Reading& reading, const FlagProperty& flag) const;
+  automation::Variant readState(const Reading& reading) const;
+  [[noreturn]] void failRead(const Reading& reading, std::int32_t failureNumber, std::string_view why) const;
+  [[noreturn]] void failValue(const Reading& reading, std::string_view text, std::string_view why) const;
 
   std::unique_ptr<char[]> bytes_;
   std::size_t size_;

@@ -18,8 +18,6 @@ using automation::Text;
 using automation::TextView;
 using automation::Variant;
 
-constexpr TextView kMonikerStart = u"IIS://";
-
 // The members that are no properties.
 enum class Member { kName, kClass, kAdsPath, kParent, kGet, kGetEx };
 
@@ -78,20 +76,24 @@ class NodeObject : public automation::Object {
 
   // Late binding tells a method from a property by what the object has, so both come here.
   Variant call(TextView member, Arguments arguments) override {
-    if (!memberByName(member) && !metabase().property(member)) automation::failMember(member, adsPath(node_));
+    if (!memberByName(member) && !metabase().property(member)) automation::failMember(member, adsPath());
     return read(member, arguments);
   }
 
   void write(TextView member, Arguments, const Variant&) override {
-    fail(number::kReadOnly, place() + ": a metabase snapshot cannot be changed, so " +
-                                automation::toUtf8(member) + " cannot be written");
+    failAt(member, number::kReadOnly, "a metabase snapshot cannot be changed");
   }
 
   std::unique_ptr<automation::Walk> children() override { return std::make_unique<NodeWalk>(origin_, node_); }
 
  private:
   const Metabase& metabase() const { return *origin_->metabase; }
-  std::string place() const { return metabase().file() + ", node " + metabase().path(node_); }
+  Text adsPath() const { return automation::fromUtf8(metabase().address(node_, origin_->server)); }
+
+  [[noreturn]] void failAt(TextView property, std::int32_t failureNumber, const char* why) const {
+    const std::string name = automation::toUtf8(property);
+    fail(failureNumber, metabase().place(node_, origin_->server, name) + ": " + why);
+  }
 
   Variant readMember(Member member, TextView name, Arguments arguments) const {
     const bool method = member == Member::kGet || member == Member::kGetEx;
@@ -102,7 +104,7 @@ class NodeObject : public automation::Object {
       case Member::kClass:
         return automation::fromUtf8(metabase().className(node_));
       case Member::kAdsPath:
-        return adsPath(node_);
+        return adsPath();
       case Member::kParent:
         return parentPath();
       case Member::kGet:
@@ -110,7 +112,7 @@ class NodeObject : public automation::Object {
       case Member::kGetEx:
         return asArray(get(automation::toText(arguments[0])));
     }
-    automation::failMember(name, adsPath(node_));
+    automation::failMember(name, adsPath());
   }
 
   // Get and GetEx reach the properties of the object itself too.
@@ -122,11 +124,8 @@ class NodeObject : public automation::Object {
 
   Variant property(TextView name) const {
     const auto id = metabase().property(name);
-    if (!id) {
-      fail(number::kPropertyUnknown, place() + ": neither the schema nor the file knows the property " +
-                                         inQuotes(automation::toUtf8(name)));
-    }
-    return metabase().read(node_, *id);
+    if (!id) failAt(name, number::kPropertyUnknown, "neither the schema nor the file knows this property");
+    return metabase().read(node_, *id, origin_->server);
   }
 
   // What GetEx gives: always an array, but for the one property that is an object.
@@ -144,20 +143,10 @@ class NodeObject : public automation::Object {
                   Text(kSource));
   }
 
-  // "IIS://server" is the node /LM; everything else stands below it.
-  Text adsPath(Metabase::NodeId node) const {
-    const std::string path = metabase().path(node);
-    const std::size_t below = path.find('/', 1);
-    Text whole(kMonikerStart);
-    whole += origin_->server;
-    if (below != std::string::npos) whole += automation::fromUtf8(std::string_view(path).substr(below));
-    return whole;
-  }
-
   Text parentPath() const {
     const auto parent = metabase().parent(node_);
     if (!parent || *parent == metabase().root()) return u"IIS:";
-    return adsPath(*parent);
+    return automation::fromUtf8(metabase().address(*parent, origin_->server));
   }
 
   std::shared_ptr<const Origin> origin_;

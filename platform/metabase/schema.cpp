@@ -1,5 +1,7 @@
 #include "platform/metabase/schema.h"
 
+#include <algorithm>
+#include <iterator>
 #include <unordered_map>
 #include <vector>
 
@@ -57,8 +59,43 @@ constexpr Flag kRecycleFlags[] = {
     {"AppPoolRecycleConfigChange", 0x40},   {"AppPoolRecyclePrivateMemory", 0x80},
 };
 
-// Name, identifier, type, inherits, secured, default, flags. A text whose page gives no default has an empty
-// one, as the pages of version 5.0 say, save where a reader must be able to tell that it was never set.
+constexpr std::string_view kClasses[] = {
+    "IIsFtpService",        "IIsFtpServer",
+    "IIsFtpVirtualDir",     "IIsFtpInfo",
+    "IIsWebService",        "IIsWebServer",
+    "IIsWebVirtualDir",     "IIsWebDirectory",
+    "IIsWebFile",           "IIsWebInfo",
+    "IIsNntpService",       "IIsNntpServer",
+    "IIsNntpVirtualDir",    "IIsSmtpService",
+    "IIsSmtpServer",        "IIsSmtpVirtualDir",
+    "IIsApplicationPools",  "IIsApplicationPool",
+    "IIsFilters",           "IIsFilter",
+    "IIsCertMapper",        "IIsCompressionSchemes",
+    "IIsCompressionScheme", "IIsLogModules",
+    "IIsLogModule",         "IIsCustomLogModule",
+    "IIsMimeMap",           "IIsComputer",
+};
+static_assert(std::size(kClasses) <= 32);
+
+template <typename... Names>
+constexpr std::uint32_t classes(Names... names) {
+  const auto bit = [](std::string_view name) {
+    return std::uint32_t{1} << (std::find(std::begin(kClasses), std::end(kClasses), name) - kClasses);
+  };
+  return (bit(names) | ...);
+}
+
+constexpr std::uint32_t kServers = classes("IIsFtpServer", "IIsWebServer", "IIsNntpServer", "IIsSmtpServer");
+constexpr std::uint32_t kServices =
+    classes("IIsFtpService", "IIsWebService", "IIsNntpService", "IIsSmtpService");
+// The page names the virtual directories. What lies below one may be asked too, and is given its path.
+constexpr std::uint32_t kDirectories = classes("IIsFtpVirtualDir", "IIsWebVirtualDir", "IIsNntpVirtualDir",
+                                               "IIsSmtpVirtualDir", "IIsWebDirectory", "IIsWebFile");
+constexpr std::uint32_t kPool = classes("IIsApplicationPool");
+
+// Name, identifier, type, inherits, secured, default, flags, classes. A text whose page gives no default has
+// an empty one, as the pages of version 5.0 say, save where a reader must be able to tell that it was never
+// set.
 constexpr Property kProperties[] = {
     // Every node.
     {"KeyType", 1002, Type::kString, false, false, nullptr, {}},
@@ -66,14 +103,14 @@ constexpr Property kProperties[] = {
     {"AdminACLBin", 0, Type::kBinary, true, true, nullptr, {}},
     // The state of a server.
     {"Status", 0, Type::kDword, false, false, nullptr, {}},
-    {"ServerState", 1016, Type::kDword, false, false, nullptr, {}},
+    {"ServerState", 1016, Type::kDword, false, false, nullptr, {}, kServers},
     {"ServerCommand", 1012, Type::kDword, false, false, nullptr, {}},
     {"Win32Error", 1099, Type::kDword, false, false, nullptr, {}},
-    {"ServerAutoStart", 1017, Type::kBool, false, false, "TRUE", {}},
+    {"ServerAutoStart", 1017, Type::kBool, false, false, "TRUE", {}, kServices | kServers},
     // Services and sites.
-    {"ServerComment", 1015, Type::kString, true, false, nullptr, {}},
-    {"ServerBindings", 1023, Type::kMultiString, false, false, nullptr, {}},
-    {"SecureBindings", 2021, Type::kMultiString, false, false, nullptr, {}},
+    {"ServerComment", 1015, Type::kString, true, false, nullptr, {}, kServices | kServers},
+    {"ServerBindings", 1023, Type::kMultiString, false, false, nullptr, {}, kServices | kServers},
+    {"SecureBindings", 2021, Type::kMultiString, false, false, nullptr, {}, kServices | kServers},
     {"ServerSize", 1018, Type::kDword, true, false, "1", {}},
     {"ServerListenBacklog", 1019, Type::kDword, true, false, "40", {}},
     {"ServerListenTimeout", 1020, Type::kDword, true, false, "120", {}},
@@ -124,7 +161,7 @@ constexpr Property kProperties[] = {
     {"ADConnectionsUserName", 0, Type::kString, true, false, "", {}},
     {"ADConnectionsPassword", 0, Type::kString, true, true, nullptr, {}},
     // Directories.
-    {"Path", 3001, Type::kString, true, false, nullptr, {}},
+    {"Path", 3001, Type::kString, true, false, nullptr, {}, kDirectories},
     {"IPSecurity", 6019, Type::kIpSecurity, true, false, nullptr, {}},
     {"AccessFlags", 6016, Type::kFlags, true, false, "AccessRead", kAccessFlags},
     {"AccessSSLFlags", 6030, Type::kFlags, true, false, "0", kAccessSslFlags},
@@ -152,9 +189,9 @@ constexpr Property kProperties[] = {
     {"InProcessIsapiApps", 2073, Type::kMultiString, true, false, nullptr, {}},
     {"IIs5IsolationModeEnabled", 9203, Type::kBool, false, false, "FALSE", {}},
     // Application pools.
-    {"AppPoolState", 9027, Type::kDword, false, false, nullptr, {}},
+    {"AppPoolState", 9027, Type::kDword, false, false, nullptr, {}, kPool},
     {"AppPoolCommand", 9026, Type::kDword, false, false, nullptr, {}},
-    {"AppPoolAutoStart", 9028, Type::kBool, false, false, "TRUE", {}},
+    {"AppPoolAutoStart", 9028, Type::kBool, false, false, "TRUE", {}, kPool | classes("IIsApplicationPools")},
     {"PeriodicRestartTime", 9001, Type::kDword, true, false, "60", {}},
     {"PeriodicRestartRequests", 9002, Type::kDword, true, false, "0", {}},
     {"PeriodicRestartSchedule", 9020, Type::kMultiString, true, false, nullptr, {}},
@@ -191,6 +228,7 @@ constexpr Property kProperties[] = {
 
 struct Tables {
   NameTable names;
+  NameTable classes;
   std::vector<FlagProperty> flags;
   std::unordered_map<std::uint32_t, NameTable::Id> byIdentifier;
 };
@@ -202,6 +240,7 @@ const Tables& tables() {
       const NameTable::Id id = made.names.enter(property.name);
       if (property.identifier != 0) made.byIdentifier.emplace(property.identifier, id);
     }
+    for (const std::string_view name : kClasses) made.classes.enter(name);
     for (NameTable::Id owner = 0; owner < std::size(kProperties); ++owner) {
       for (const Flag& flag : kProperties[owner].flags) {
         made.names.enter(flag.name);
@@ -239,6 +278,10 @@ std::span<const FlagProperty> flagProperties() {
 
 const NameTable& schemaNames() {
   return tables().names;
+}
+
+const NameTable& schemaClasses() {
+  return tables().classes;
 }
 
 std::optional<NameTable::Id> propertyByIdentifier(std::uint32_t identifier) {

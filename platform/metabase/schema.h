@@ -1,6 +1,7 @@
 // What is known of metabase properties beforehand: type, whether a value is inherited, default value and
 // identifier. From the vendor's pages "<Name> Metabase Property" and the property pages of the 6.0 software
-// development kit, whose row "Schema Default" is the default here.
+// development kit, whose row "Schema Default" is the default here and whose table "Configurable Locations"
+// tells the classes.
 #pragma once
 
 #include <cstddef>
@@ -38,6 +39,9 @@ struct Property {
   bool secured;                 // encrypted in the file, never read
   const char* defaultText;      // as a file would write it; null where there is no default
   std::span<const Flag> flags;  // of a property of flags
+  // The only known classes that have it, one bit for the place of each in `schemaClasses()`. 0 where any
+  // class may have it, or where the pages don't tell for sure.
+  std::uint32_t classes = 0;
 };
 
 // A flag as a Boolean property: a bit of the property of flags that it belongs to.
@@ -55,6 +59,10 @@ std::span<const FlagProperty> flagProperties();
 // The names of the properties, then of their flags. The number of a property's name is its place in
 // `properties()`.
 const NameTable& schemaNames();
+
+// The names of the classes that are known, from "IIS ADSI Provider Reference". Neither IIsConfigObject, the
+// class of what has none, nor a class that a file invents is among them.
+const NameTable& schemaClasses();
 
 // The property with an identifier, or nothing.
 std::optional<NameTable::Id> propertyByIdentifier(std::uint32_t identifier);

@@ -95,7 +95,8 @@ ObjectRef objectAt(TextView moniker) {
   }
   if (!node) {
     fail(number::kPathNotFound,
-         metabase->file() + ": there is no node " + inQuotes(automation::toUtf8(moniker)));
+         inOneLine("IIS://" + automation::toUtf8(moniker.substr(kMonikerStart.size()))) +
+             ": there is no such node");
   }
   return makeNodeObject(std::make_shared<const Origin>(Origin{std::move(metabase), Text(server)}), *node);
 }

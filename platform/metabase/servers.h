@@ -23,7 +23,9 @@ std::shared_ptr<const Metabase> snapshotOf(automation::TextView server);
 // has the members Name, Class, ADsPath, Parent and every property of its node; the methods Get and GetEx; and
 // the node's children. It shows the snapshot of the moment when it was got, as do all children walked from
 // it. A path that is not there, one with an empty piece among them, fails with 0x80070003, a name that
-// neither schema nor file knows with 0x80005006; writing fails, since a snapshot is for reading.
+// neither schema nor file knows with 0x80005006, a property that a node of this class never has with
+// 0x8000500D; writing fails, since a snapshot is for reading. What concerns a node begins as Metabase::place
+// tells.
 void registerMoniker();
 
 }  // namespace platform::metabase

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "automation/variant.h"
+#include "platform/metabase/failures.h"
 
 namespace platform::wmi {
 namespace {
@@ -34,7 +35,7 @@ bool namesItself(const Metabase& metabase, Metabase::NodeId node, std::string_vi
 
 }  // namespace
 
-Applications::Applications(const Metabase& metabase) {
+Applications::Applications(const Metabase& metabase, TextView server) {
   const auto appRoot = metabase.property(u"AppRoot");
   const auto appPoolId = metabase.property(u"AppPoolId");
   const auto top = metabase.find(metabase.root(), kWebService);
@@ -42,8 +43,13 @@ Applications::Applications(const Metabase& metabase) {
   for (auto node = nextInTree(metabase, *top, *top); node; node = nextInTree(metabase, *top, *node)) {
     const auto own = metabase.ownText(*node, *appRoot);
     if (!own || !namesItself(metabase, *node, *own)) continue;
-    const automation::Variant pool = metabase.read(*node, *appPoolId);
-    if (!pool.isNull()) byPool_[automation::lowerCase(automation::toText(pool))].push_back(*node);
+    const automation::Variant pool = metabase.read(*node, *appPoolId, server);
+    if (pool.isNull()) continue;
+    if (pool.asArray() != nullptr) {
+      metabase::fail(metabase::number::kWrongValue,
+                     metabase.place(*node, server, "AppPoolId") + ": the value is a list and not a text");
+    }
+    byPool_[automation::lowerCase(automation::toText(pool))].push_back(*node);
   }
 }
 
@@ -53,14 +59,15 @@ const std::vector<Metabase::NodeId>& Applications::inPool(TextView pool) const {
   return found == byPool_.end() ? none : found->second;
 }
 
-std::shared_ptr<const Applications> Applications::of(const std::shared_ptr<const Metabase>& metabase) {
+std::shared_ptr<const Applications> Applications::of(const std::shared_ptr<const Metabase>& metabase,
+                                                     TextView server) {
   using Weak = std::weak_ptr<const Metabase>;
   static std::mutex mutex;
   static std::map<Weak, std::shared_ptr<const Applications>, std::owner_less<Weak>> made;
   const std::lock_guard lock(mutex);
   if (const auto found = made.find(metabase); found != made.end()) return found->second;
   std::erase_if(made, [](const auto& entry) { return entry.first.expired(); });
-  auto applications = std::make_shared<const Applications>(*metabase);
+  auto applications = std::make_shared<const Applications>(*metabase, server);
   made.emplace(metabase, applications);
   return applications;
 }

@@ -16,10 +16,11 @@ class Applications {
  public:
   // The index of a snapshot. It is made once, by one walk over the tree, and kept as long as the snapshot.
   // Any thread may ask.
-  static std::shared_ptr<const Applications> of(const std::shared_ptr<const metabase::Metabase>& metabase);
+  static std::shared_ptr<const Applications> of(const std::shared_ptr<const metabase::Metabase>& metabase,
+                                                automation::TextView server);
 
-  // Walks the tree. Fails as reading AppRoot and AppPoolId does.
-  explicit Applications(const metabase::Metabase& metabase);
+  // Walks the tree. Fails, in the name of the server, as reading AppPoolId does.
+  Applications(const metabase::Metabase& metabase, automation::TextView server);
 
   // The applications whose pool, their own or inherited, has this name in any case.
   const std::vector<metabase::Metabase::NodeId>& inPool(automation::TextView pool) const;

@@ -9,6 +9,7 @@
 #include "automation/failure.h"
 #include "automation/runtime.h"
 #include "platform/metabase/metabase.h"
+#include "platform/metabase/node_object.h"
 #include "platform/metabase/servers.h"
 #include "platform/wmi/applications.h"
 
@@ -38,7 +39,8 @@ constexpr TextView kPoolClass = u"IIsApplicationPool";
 constexpr TextView kPoolNamePrefix = u"W3SVC/APPPOOLS/";
 constexpr TextView kPools = u"LM/W3SVC/AppPools";
 
-using Snapshot = std::shared_ptr<const Metabase>;
+// The snapshot, and the server's name as the caller wrote it.
+using Source = std::shared_ptr<const metabase::Origin>;
 
 void requireArguments(TextView member, Arguments arguments, std::size_t count) {
   if (arguments.size() == count) return;
@@ -49,8 +51,8 @@ void requireArguments(TextView member, Arguments arguments, std::size_t count) {
 // One instance of IIsApplicationPool.
 class Pool : public MemberlessObject {
  public:
-  Pool(Snapshot metabase, Metabase::NodeId node)
-      : MemberlessObject(Text(kSource)), metabase_(std::move(metabase)), node_(node) {}
+  Pool(Source origin, Metabase::NodeId node)
+      : MemberlessObject(Text(kSource)), origin_(std::move(origin)), node_(node) {}
 
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"Name")) return MemberlessObject::read(member, arguments);
@@ -62,8 +64,9 @@ class Pool : public MemberlessObject {
     if (!equalsIgnoringCase(member, u"EnumAppsInPool")) return MemberlessObject::call(member, arguments);
     requireArguments(member, arguments, 1);
     automation::Array paths;
-    for (const Metabase::NodeId application : Applications::of(metabase_)->inPool(shortName())) {
-      paths.elements.emplace_back(automation::fromUtf8(metabase_->path(application) + "/"));
+    for (const Metabase::NodeId application :
+         Applications::of(origin_->metabase, origin_->server)->inPool(shortName())) {
+      paths.elements.emplace_back(automation::fromUtf8(metabase().path(application) + "/"));
     }
     if (paths.elements.empty()) paths.elements.emplace_back(Text());
     arguments[0] = std::move(paths);
@@ -71,53 +74,55 @@ class Pool : public MemberlessObject {
   }
 
  private:
-  Text shortName() const { return automation::fromUtf8(metabase_->name(node_)); }
+  const Metabase& metabase() const { return *origin_->metabase; }
+  Text shortName() const { return automation::fromUtf8(metabase().name(node_)); }
 
-  Snapshot metabase_;
+  Source origin_;
   Metabase::NodeId node_;
 };
 
 class PoolWalk : public automation::Walk {
  public:
-  explicit PoolWalk(Snapshot metabase) : metabase_(std::move(metabase)) {
-    const auto pools = metabase_->find(metabase_->root(), kPools);
-    if (pools) next_ = metabase_->firstChild(*pools);
+  explicit PoolWalk(Source origin) : origin_(std::move(origin)) {
+    const auto pools = metabase().find(metabase().root(), kPools);
+    if (pools) next_ = metabase().firstChild(*pools);
   }
 
   ObjectRef next() override {
     while (next_) {
       const Metabase::NodeId node = *next_;
-      next_ = metabase_->nextSibling(node);
-      if (metabase::equalFolded(metabase_->className(node), kPoolClass)) {
-        return std::make_shared<Pool>(metabase_, node);
+      next_ = metabase().nextSibling(node);
+      if (metabase::equalFolded(metabase().className(node), kPoolClass)) {
+        return std::make_shared<Pool>(origin_, node);
       }
     }
     return nullptr;
   }
 
  private:
-  Snapshot metabase_;
+  const Metabase& metabase() const { return *origin_->metabase; }
+
+  Source origin_;
   std::optional<Metabase::NodeId> next_;
 };
 
 // What ExecQuery gives.
 class PoolCollection : public MemberlessObject {
  public:
-  explicit PoolCollection(Snapshot metabase)
-      : MemberlessObject(Text(kSource)), metabase_(std::move(metabase)) {}
+  explicit PoolCollection(Source origin) : MemberlessObject(Text(kSource)), origin_(std::move(origin)) {}
 
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"Count")) return MemberlessObject::read(member, arguments);
     requireArguments(member, arguments, 0);
     std::int32_t count = 0;
-    for (PoolWalk walk(metabase_); walk.next() != nullptr;) ++count;
+    for (PoolWalk walk(origin_); walk.next() != nullptr;) ++count;
     return count;
   }
 
-  std::unique_ptr<automation::Walk> children() override { return std::make_unique<PoolWalk>(metabase_); }
+  std::unique_ptr<automation::Walk> children() override { return std::make_unique<PoolWalk>(origin_); }
 
  private:
-  Snapshot metabase_;
+  Source origin_;
 };
 
 std::vector<TextView> wordsOf(TextView text) {
@@ -149,17 +154,17 @@ void requirePoolQuery(const Text& query) {
 // The namespace service of a server.
 class Service : public MemberlessObject {
  public:
-  explicit Service(Snapshot metabase) : MemberlessObject(Text(kSource)), metabase_(std::move(metabase)) {}
+  explicit Service(Source origin) : MemberlessObject(Text(kSource)), origin_(std::move(origin)) {}
 
   Variant call(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"ExecQuery")) return MemberlessObject::call(member, arguments);
     requireArguments(member, arguments, 1);
     requirePoolQuery(automation::toText(arguments[0]));
-    return ObjectRef(std::make_shared<PoolCollection>(metabase_));
+    return ObjectRef(std::make_shared<PoolCollection>(origin_));
   }
 
  private:
-  Snapshot metabase_;
+  Source origin_;
 };
 
 // Takes `start` off the front of `text`, if it stands there in any case.
@@ -185,7 +190,8 @@ ObjectRef serviceAt(TextView moniker) {
   if (!equalsIgnoringCase(space, kNamespace)) {
     throw Failure(kInvalidNamespace, u"Invalid namespace: " + Text(space), Text(kSource));
   }
-  return std::make_shared<Service>(metabase::snapshotOf(server));
+  return std::make_shared<Service>(
+      std::make_shared<const metabase::Origin>(metabase::Origin{metabase::snapshotOf(server), Text(server)}));
 }
 
 }  // namespace

@@ -19,7 +19,8 @@ namespace platform::wmi {
 // answers come from one snapshot.
 //
 // Fails with 0x8004100E for another namespace, 0x80041010 for a query of another class, 0x80041017 for any
-// other query, 0x800401E4 for a moniker of another form, and as platform::metabase::snapshotOf does.
+// other query, 0x800401E4 for a moniker of another form, as platform::metabase::snapshotOf does, and as
+// reading the applications' pools does.
 void registerMoniker();
 
 }  // namespace platform::wmi
