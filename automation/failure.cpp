@@ -13,6 +13,10 @@ Failure::Failure(std::int32_t number, Text description, Text source)
   if (!source_.empty()) what_ += " (" + toUtf8(source_) + ")";
 }
 
+const char* Failure::what() const noexcept {
+  return what_.c_str();
+}
+
 void failOverflow() {
   throw Failure(number::kOverflow, u"Overflow");
 }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "automation/text.h"
+#include "automation/visibility.h"
 
 namespace automation {
 
@@ -32,7 +33,7 @@ constexpr std::int32_t kMonikerSyntax = static_cast<std::int32_t>(0x800401E4);
 
 // A failed operation: a number, a description for a person, and the name of whoever failed. A source that is
 // empty says that the failure arose in the caller's own step and in no object.
-class Failure : public std::exception {
+class AUTOMATION_VISIBLE Failure : public std::exception {
  public:
   Failure(std::int32_t number, Text description, Text source = {});
 
@@ -41,7 +42,7 @@ class Failure : public std::exception {
   const Text& source() const noexcept { return source_; }
 
   // Number in hexadecimal, description and source as UTF-8, for a debugger or a test's output.
-  const char* what() const noexcept override { return what_.c_str(); }
+  const char* what() const noexcept override;
 
  private:
   std::int32_t number_;

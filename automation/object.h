@@ -10,6 +10,7 @@
 
 #include "automation/text.h"
 #include "automation/variant.h"
+#include "automation/visibility.h"
 
 namespace automation {
 
@@ -17,7 +18,7 @@ namespace automation {
 using Arguments = std::span<Variant>;
 
 // A walk over the children of an object, in the order in which their owner keeps them.
-class Walk {
+class AUTOMATION_VISIBLE Walk {
  public:
   virtual ~Walk() = default;
 
@@ -33,7 +34,7 @@ class Walk {
 //
 // Each call of one of these four is one operation on the outside, so an object that stands between the
 // component and another one sees, counts, records or fails every single operation.
-class Object {
+class AUTOMATION_VISIBLE Object {
  public:
   virtual ~Object() = default;
 
@@ -72,7 +73,7 @@ Variant call(const ObjectRef& object, TextView member, Values&&... values) {
 Variant callByReference(const ObjectRef& object, TextView member, Variant& argument);
 
 // An object that has no member at all: a base for objects that have some. `source` is what its failures name.
-class MemberlessObject : public Object {
+class AUTOMATION_VISIBLE MemberlessObject : public Object {
  public:
   explicit MemberlessObject(Text source) : source_(std::move(source)) {}
 

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "tests/support/world.h"
+#include "tests/support/component.h"
 
 namespace test {
 namespace {
@@ -14,12 +14,12 @@ using Rows = std::vector<std::string>;
 
 const std::string kName = "TORVINFTPAppDataCom";
 
-void collect(World& world, TextView tab, TextView pool = u"Shop") {
+void collect(ComponentWorld& world, TextView tab, TextView pool = u"Shop") {
   world.pools.GetAppPoolPropertyInfo(world.server, world.database, Text(tab), True, Text(pool));
 }
 
 TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
-  World world;
+  ComponentWorld world;
   world.pool(u"One");
   world.pool(u"Two").unset(u"AppPoolState");
   world.pool(u"Info");
@@ -38,7 +38,7 @@ TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
 }
 
 TEST(PoolDispatch, WhatCannotBeOpened) {
-  World world;
+  ComponentWorld world;
   world.pool(u"Shop");
   world.pools.GetAppPoolPropertyInfo(world.server, world.database, u"General", True);
   EXPECT_EQ(world.log(),
@@ -88,7 +88,7 @@ row[Application pool name] = Shop; row[Application pool identity settings] = Pre
 row[Security account] = Network Service; row.Update())"},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     world.pool(u"Shop");
     collect(world, each.tab);
     EXPECT_EQ(world.journal->excerpt(
@@ -135,7 +135,7 @@ TEST(PoolTabs, TranslateTheirNumbers) {
       {u"General", u"AppPoolState", 32768, "6"},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     world.pool(u"Shop").set(each.property, each.value);
     collect(world, each.tab);
     std::string rows;
@@ -153,7 +153,7 @@ TEST(PoolTabs, TranslateTheirNumbers) {
 }
 
 TEST(PoolTabs, AScheduleGivesARowForEachTime) {
-  World world;
+  ComponentWorld world;
   world.pool(u"Shop").set(u"PeriodicRestartSchedule", texts({u" 03:00", u"15:30"}));
   collect(world, u"Worker Process Recycling");
   EXPECT_EQ(world.rows(u"tblWProcessRecycling"), (Rows{"WEB01|Shop|Enabled|1740|Disabled|0|Enabled|03:00",
@@ -161,16 +161,16 @@ TEST(PoolTabs, AScheduleGivesARowForEachTime) {
 }
 
 // The extension list of a server.
-FakeObject& extensions(World& world, const std::vector<Text>& entries) {
+FakeObject& extensions(ComponentWorld& world, const std::vector<Text>& entries) {
   return world.node(u"W3SVC").set(u"WebSvcExtRestrictionList", texts(entries));
 }
 
-void collectExtensions(World& world) {
+void collectExtensions(ComponentWorld& world) {
   world.pools.GetWebServiceExtension(world.server, world.database);
 }
 
 TEST(Extensions, TwoPassesLetterForLetter) {
-  World world;
+  ComponentWorld world;
   extensions(world, {u"0,*.EXE", u"-1,a.dll,1,X,Thing, cut", u"0,b.dll,1,X,Thing", u"1,*.dll"});
   collectExtensions(world);
   EXPECT_EQ(world.rows(u"tblWSExtension"),
@@ -204,7 +204,7 @@ Recordset3.State; Recordset3.Close(); Recordset2.MoveNext())"));
 }
 
 TEST(Extensions, BrokenEntriesKeepWhatTheyHave) {
-  World world;
+  ComponentWorld world;
   extensions(world, {u"7", u"no number,a.dll,1,A,First", u"0,b.dll,1,A,Second", u"1,c.dll,0,It's,Quoted"});
   collectExtensions(world);
   EXPECT_EQ(world.rows(u"tblWSExtension"),
@@ -217,7 +217,7 @@ TEST(Extensions, BrokenEntriesKeepWhatTheyHave) {
 }
 
 TEST(Extensions, EndWhateverFails) {
-  World world;
+  ComponentWorld world;
   extensions(world, {}).set(u"WebSvcExtRestrictionList", u"no array");
   world.store.tables[u"tblwsextension"].rows.assign(1, {u"WEB01", u"Old", u"", u"", u"o.dll", u"Allowed"});
   collectExtensions(world);
@@ -229,7 +229,7 @@ TEST(Extensions, EndWhateverFails) {
   collectExtensions(world);
   EXPECT_TRUE(world.log().ends_with(sabotaged("Saboteur", "GetWebServiceExtension")));
   for (const char* operation : {"Recordset2.EOF", "Recordset2.MoveNext", "Recordset2[", "Recordset2."}) {
-    World stuck;
+    ComponentWorld stuck;
     extensions(stuck, {u"1,a.dll,1,X,Thing", u"0,b.dll,1,Y,Thing"});
     stuck.journal->failAt(operation, 1, SIZE_MAX);
     collectExtensions(stuck);
@@ -237,12 +237,12 @@ TEST(Extensions, EndWhateverFails) {
   }
 }
 
-void enumerate(World& world, const Text& pool = u"Shop") {
+void enumerate(ComponentWorld& world, const Text& pool = u"Shop") {
   world.pools.EnumAppsInPool(world.server, world.database, pool);
 }
 
 // A web site with two bindings, whose second child has no path, and a directory in it.
-void addWebSite(World& world) {
+void addWebSite(ComponentWorld& world) {
   FakeObject& site = world.node(u"W3SVC/1");
   site.set(u"servercomment", u" Sales' ").set(u"ServerBindings", texts({u"10.0.0.1:80:h", u":8080:h"}));
   site.set(u"Status", 1);
@@ -252,7 +252,7 @@ void addWebSite(World& world) {
 }
 
 TEST(AppliedObjects, ASiteAndADirectory) {
-  World world;
+  ComponentWorld world;
   addWebSite(world);
   world.applications(u"Other", texts({u"/LM/W3SVC/9/ROOT/"}));
   world.applications(u"SHOP", texts({u"/LM/W3SVC/1/ROOT/", u"", u"/LM/W3SVC/1/ROOT/App/"}));
@@ -301,7 +301,7 @@ TEST(AppliedObjects, WhatAPoolCanAnswer) {
       {u"no array", {"count.message = 0/0", "bar.Max = 0"}, 3},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     world.applications(u"Shop", each.applications);
     enumerate(world, u"sHOP");
     Rows expected = each.progress;
@@ -315,7 +315,7 @@ TEST(AppliedObjects, WhatAPoolCanAnswer) {
 }
 
 TEST(AppliedObjects, ARowIsWrittenWithWhatThereIs) {
-  World world;
+  ComponentWorld world;
   addWebSite(world);
   world.node(u"W3SVC/1").set(u"servercomment", Null).set(u"ServerBindings", texts({})).set(u"Status", Null);
   world.node(u"W3SVC/1/ROOT").unset(u"Path");

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/world.h"
+#include "tests/support/component.h"
 
 namespace test {
 namespace {
@@ -11,7 +11,7 @@ using namespace automation;
 using Rows = std::vector<std::string>;
 
 TEST(FtpDiscovery, FillsTheTableOnceInTheOrderOfTheMetabase) {
-  World world;
+  ComponentWorld world;
   world.site(u"1", u" Sales ");
   world.node(u"MSFTPSVC/INFO");
   world.site(u"2", Null);
@@ -44,7 +44,7 @@ Recordset1.Update(); next of /MSFTPSVC; /MSFTPSVC/INFO.Name)"));
 }
 
 TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
-  World world;
+  ComponentWorld world;
   world.server = u"O'Hara ";
   world.site(u"1", u" Sales ");
   world.node(u"MSFTPSVC/2");
@@ -58,7 +58,7 @@ TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
 }
 
 TEST(FtpDiscovery, AStoreThatCannotBeOpenedLeavesARecordInEachLog) {
-  World world;
+  ComponentWorld world;
   EXPECT_EQ(world.ftp.GenerateFTPSiteInfo(world.server, u"nowhere.mdb"), 0);
   world.store.tables.erase(u"tblftpsiteinfo");
   EXPECT_EQ(world.ftp.GenerateFTPSiteInfo(world.server, world.database), 0);
@@ -70,7 +70,7 @@ TEST(FtpDiscovery, AStoreThatCannotBeOpenedLeavesARecordInEachLog) {
 }
 
 TEST(Counts, CountChildrenWhateverTheyAre) {
-  World world;
+  ComponentWorld world;
   EXPECT_EQ(world.ftp.GetFTPSitesCount(world.server), -1);
   EXPECT_EQ(world.pools.GetTotalAppPools(world.server), 0);
   EXPECT_EQ(world.ftp.GenerateFTPVirDirInfo(u"IIS://WEB01/MSFTPSVC"), 0);
@@ -91,7 +91,7 @@ TEST(Counts, CountChildrenWhateverTheyAre) {
 }
 
 TEST(PoolDiscovery, FillsTheTableOnceAndSkipsNoChild) {
-  World world;
+  ComponentWorld world;
   world.pool(u" Shop ");
   world.pool(u"Info");
   world.pool(u"Two");
@@ -111,7 +111,7 @@ Recordset1[Server name] = WEB01; Recordset1[Application pool name] = Shop; Recor
 }
 
 TEST(Logs, ARecordIsALineOfFiveFields) {
-  World world;
+  ComponentWorld world;
   world.ftp.WriteToLog(0, u"", u"", u"f");
   world.pools.WriteToLog(-1, u"two\r\nlines\tand a tab", Text(40, u'o'), Text(41, u'f'));
   world.ftp.WriteToLog(0x1aB, u"M\u00FCller", u"M\u00FCller", u"f");
@@ -123,7 +123,7 @@ TEST(Logs, ARecordIsALineOfFiveFields) {
 }
 
 TEST(Logs, AnUnusableLogIsAFailureOfSitesAndALostRecordOfPools) {
-  World world;
+  ComponentWorld world;
   world.spoilLog();
   EXPECT_THROW(world.ftp.WriteToLog(1, u"m", u"o", u"f"), Failure);
   EXPECT_NO_THROW(world.pools.WriteToLog(1, u"m", u"o", u"f"));

@@ -16,7 +16,7 @@
 #include <set>
 
 #include "platform/store/database.h"
-#include "server/dispatch.h"
+#include "server/server.h"
 #include "tests/support/world.h"
 
 namespace test {
@@ -140,9 +140,9 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
   if (layer == Layer::kFakes) fill(world);
   if (broken == kBothLogs) world.spoilLog();
   if (broken == kBothLogs || broken == kAppLog) world.spoilAppLog();
-  const ObjectRef object = call.ofPools ? TORVINFTPAppDataCom::CreateAppPoolCollection()
-                                        : TORVINFTPAppDataCom::CreateFTPCollection();
-  write(object, u"mstrErrorLogPath", world.ftp.mstrErrorLogPath);
+  const ObjectRef object = CreateObject(call.ofPools ? u"TORVINFTPAppDataCom.AppPoolCollection"
+                                                     : u"TORVINFTPAppDataCom.FTPCollection");
+  automation::call(object, u"SetErrorLogPath", world.appLogDirectory, world.logFile);
   automation::call(object, u"SetProcessStatusUpdater", world.status, world.bar, world.count);
   std::vector<Variant> arguments = call.arguments;
   for (Variant& argument : arguments) {
@@ -304,13 +304,19 @@ void report(const char* what, const Totals& totals) {
               totals.runs);
 }
 
-TEST(EverySingleFault, OfEveryOperation) {
+class EverySingleFault : public testing::Test {
+ protected:
+  EverySingleFault() { DllRegisterServer(); }
+  ~EverySingleFault() override { DllUnregisterServer(); }
+};
+
+TEST_F(EverySingleFault, OfEveryOperation) {
   Totals totals;
   for (const Call& call : calls()) sweep(call, kNothing, Layer::kFakes, 1, totals);
   report("each operation", totals);
 }
 
-TEST(EverySingleFault, WithUnusableLogsAndBrokenHostObjects) {
+TEST_F(EverySingleFault, WithUnusableLogsAndBrokenHostObjects) {
   Totals totals;
   for (const std::string& broken : kBroken) {
     for (const Call& call : calls()) sweep(call, broken, Layer::kFakes, 3, totals);
@@ -319,7 +325,7 @@ TEST(EverySingleFault, WithUnusableLogsAndBrokenHostObjects) {
 }
 
 // The same behind the seam as a host has it: a sample server's file and a database of SQLite.
-TEST(EverySingleFault, OverTheLayer) {
+TEST_F(EverySingleFault, OverTheLayer) {
   Totals totals;
   for (const Call& call : calls()) {
     const bool every = call.collector == "GetServerGeneralProperty" || call.name == "GetRootVirtualDirectory";
@@ -389,7 +395,7 @@ class Gone {
 
 // A call that can't save its rows ends, closes what it opened and says so in a log; the rows that are there
 // are whole.
-TEST(EverySingleFault, ADatabaseThatIsLockedFullOrGone) {
+TEST_F(EverySingleFault, ADatabaseThatIsLockedFullOrGone) {
   const auto patience = platform::store::lockWait();
   platform::store::setLockWait(std::chrono::milliseconds(0));
   Totals totals;

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/world.h"
+#include "tests/support/component.h"
 
 namespace test {
 namespace {
@@ -15,15 +15,15 @@ const TextView kExtended = u"{ff160663-DE82-11CF-BC0A-00AA006111E0} ";
 const std::string kW3C = "W3C Extended Log File Format";
 const std::string kOwn = "Microsoft IIS Log File Format";
 
-void collect(World& world, TextView tab, TextView id = u"1") {
+void collect(ComponentWorld& world, TextView tab, TextView id = u"1") {
   world.ftp.GetFTPPropertyInfo(world.server, world.database, Text(tab), True, Text(id));
 }
 
-void collectAll(World& world, TextView tab) {
+void collectAll(ComponentWorld& world, TextView tab) {
   world.ftp.GetFTPPropertyInfo(world.server, world.database, Text(tab), False);
 }
 
-void addThreeSites(World& world) {
+void addThreeSites(ComponentWorld& world) {
   world.site(u"1", u"Sales' site");
   world.node(u"MSFTPSVC/Info");
   world.site(u"2", Null);
@@ -31,7 +31,7 @@ void addThreeSites(World& world) {
 }
 
 TEST(FtpDispatch, AllSitesMoveTheProgressWithEachRow) {
-  World world;
+  ComponentWorld world;
   addThreeSites(world);
   collectAll(world, u"General");
   EXPECT_EQ(world.progress(),
@@ -64,7 +64,7 @@ children of /MSFTPSVC; next of /MSFTPSVC; /MSFTPSVC/1.Name)"));
 }
 
 TEST(FtpDispatch, WhatCannotBeOpened) {
-  World world;
+  ComponentWorld world;
   addThreeSites(world);
   // No site: the failure, then a record of the error that its handler has cleared.
   world.ftp.GetFTPPropertyInfo(world.server, world.database, u"General", True);
@@ -82,7 +82,7 @@ TEST(FtpDispatch, WhatCannotBeOpened) {
 }
 
 TEST(FtpDispatch, NumbersStopAtSixteenBits) {
-  World world;
+  ComponentWorld world;
   world.site(u"1", u"s").set(u"Anonymousonly", 32768);
   collect(world, u"Security Accounts");
   for (int at = 2; at <= 32768; ++at)
@@ -93,7 +93,7 @@ TEST(FtpDispatch, NumbersStopAtSixteenBits) {
 }
 
 // A site with something to translate in each tab.
-void addSite(World& world) {
+void addSite(ComponentWorld& world) {
   FakeObject& site = world.site(u"1", u" s ").set(u"logfileperiod", 0).set(u"logtype", -1);
   site.set(u"AllowAnonymous", 0).set(u"Anonymousonly", 32767).set(u"Anonymoususername", u"");
   site.set(u"GreetingMessage", texts({u" one ", u"two "}));
@@ -170,7 +170,7 @@ row[Granted IP Address (Subnet mask)] = 10.0.0.5
 row[Granted IP Address (Subnet mask)] = 10.1.0.0  (255.255.0.0); row.Update())"},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     addSite(world);
     world.node(u"MSFTPSVC/1").set(u"logpluginclsid", each.format);
     collect(world, each.tab);
@@ -195,7 +195,7 @@ TEST(FtpGeneral, TranslatesBindingsAndStates) {
       {{u":21:"}, Null, "5E"},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     world.site(u"1", u"s").set(u"ServerBindings", texts(each.bindings)).set(u"Status", each.status);
     collect(world, u"General");
     if (each.expected.size() > 2) {
@@ -232,7 +232,7 @@ TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
       {u"{ff160657", 7, 0, kOwn, "|-", ""},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     FakeObject& site = world.site(u"1", u"s").set(u"logpluginclsid", each.format);
     site.set(u"logfileperiod", each.period).set(u"logfilelocaltimerollover", -1);
     // The size is read for the first period alone.
@@ -245,7 +245,7 @@ TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
 }
 
 TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
-  World world;
+  ComponentWorld world;
   addThreeSites(world);
   world.node(u"MSFTPSVC/1").unset(u"logfiledirectory");
   world.node(u"MSFTPSVC/3").set(u"logfilelocaltimerollover", Null);
@@ -262,7 +262,7 @@ TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
 }
 
 TEST(FtpExtendedLog, HostsAndBannersCameWithVersionSixAndOtherFormatsHaveNoFields) {
-  World world;
+  ComponentWorld world;
   world.version = 5;
   addThreeSites(world);
   world.node(u"MSFTPSVC/1").unset(u"logextfilehost").set(u"logextfilecookie", 1);
@@ -289,7 +289,7 @@ TEST(FtpMessages, AFailureClosesTheStoreForAllLaterSites) {
                             record(kName, "GetFTPPropertyInfo", "5B", "Object variable not set");
   // A handler that fails leaves the store open for them.
   for (const bool handled : {true, false}) {
-    World world;
+    ComponentWorld world;
     addThreeSites(world);
     world.site(u"4", u"s");
     world.node(u"MSFTPSVC/2").set(u"Exitmessage", Null);
@@ -320,7 +320,7 @@ TEST(FtpDirectories, ListsOfAddressesOfAllKinds) {
       {false, {u"1.3.4,255.255.255.255", u""}, "Denied|1.3.4|-; Denied| ()|-", 2},
   };
   for (const auto& each : cases) {
-    World world;
+    ComponentWorld world;
     world.site(u"1", u"s");
     world.node(u"MSFTPSVC/1/ROOT").set(u"IPSecurity", World::ipSecurity(each.grant, each.list));
     collectAll(world, u"Directory Security");
@@ -332,7 +332,7 @@ TEST(FtpDirectories, ListsOfAddressesOfAllKinds) {
 }
 
 TEST(FtpDirectories, WhatARootCanLack) {
-  World world;
+  ComponentWorld world;
   world.node(u"MSFTPSVC/2").set(u"servercomment", Null).set(u"msdosdiroutput", 0);
   world.site(u"3", u"s");
   world.node(u"MSFTPSVC/3/ROOT").set(u"Path", u"\\\\FILE01\\share").set(u"IPSecurity", Null);

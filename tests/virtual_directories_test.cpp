@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/world.h"
+#include "tests/support/component.h"
 
 namespace test {
 namespace {
@@ -12,16 +12,16 @@ using Rows = std::vector<std::string>;
 
 const std::string kName = "TORVINFTPAppDataCom";
 
-void listRoot(World& world, const Text& hostPath = u"IIS://WEB01/MSFTPSVC/1/ROOT") {
+void listRoot(ComponentWorld& world, const Text& hostPath = u"IIS://WEB01/MSFTPSVC/1/ROOT") {
   world.ftp.GetRootVirtualDirectory(world.server, u"1", hostPath, world.database);
 }
 
-FakeObject& addDirectory(World& world, TextView name, TextView path) {
+FakeObject& addDirectory(ComponentWorld& world, TextView name, TextView path) {
   return world.directory(u"MSFTPSVC/1/ROOT/" + Text(name), path);
 }
 
 TEST(VirtualDirectories, SecurityComesFirstOnAConnectionOfItsOwn) {
-  World world;
+  ComponentWorld world;
   addDirectory(world, u"it's ", u" C:\\a ")
       .set(u"IPSecurity", World::ipSecurity(false, {u"10.0.0.0,255.0.0.0"}));
   addDirectory(world, u"share", u"\\\\FILE01\\b").set(u"accesswrite", -1).set(u"dontlog", true);
@@ -61,7 +61,7 @@ Recordset1.Update(); bar.increment())"));
 }
 
 TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
-  World world;
+  ComponentWorld world;
   addDirectory(world, u"bare", u"")
       .unset(u"Path")
       .unset(u"accessread")
@@ -79,7 +79,7 @@ TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
 }
 
 TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
-  World world;
+  ComponentWorld world;
   addDirectory(world, u"a", u"C:\\a");
   listRoot(world, u"IIS://WEB01/gone");
   EXPECT_EQ(world.rows(u"tblvirtualDirSecurity"), Rows{"IIS://WEB01/gone|a|1|Denied|-|-"});
@@ -92,7 +92,7 @@ TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
 }
 
 TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
-  World world;
+  ComponentWorld world;
   addDirectory(world, u"a/b", u"C:\\b");
   Text server = u"unused";
   Text id = u"1 ";
@@ -111,7 +111,7 @@ TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
 }
 
 TEST(VirtualDirectories, WhatCannotBeOpened) {
-  World world;
+  ComponentWorld world;
   listRoot(world);
   const std::string missing = "No path IIS://WEB01/MSFTPSVC/1/root";
   EXPECT_EQ(world.log(), record(kName, "GenerateFTPVirDirInfo", "80070003", missing) +

@@ -105,12 +105,11 @@ World::World(Layer layer) : layer_(layer), directory_(newDirectory()) {
   processCount_.set(u"message", u"");
   layer == Layer::kFakes ? setUpFakes() : setUpLayer();
 
-  setLogs(directory_, directory_ / "object.log");
+  appLogDirectory = textOf(directory_);
+  logFile = textOf(directory_ / "object.log");
   status = journal->wrap(unowned(statusBar_), "status");
   bar = journal->wrap(unowned(progressBar_), "bar");
   count = journal->wrap(unowned(processCount_), "count");
-  ftp.SetProcessStatusUpdater(status, bar, count);
-  pools.SetProcessStatusUpdater(status, bar, count);
 }
 
 World::~World() {
@@ -193,18 +192,12 @@ void World::setUpLayer() {
   platform::store::Database::create(std::filesystem::path(database)).execute(sql + ";commit");
 }
 
-void World::setLogs(const std::filesystem::path& appDirectory, const std::filesystem::path& log) {
-  ftp.SetErrorLogPath(textOf(appDirectory), textOf(log));
-  pools.SetErrorLogPath(textOf(appDirectory), textOf(log));
-}
-
 void World::spoilLog() {
-  pools.mstrErrorLogPath = ftp.mstrErrorLogPath = textOf(directory_ / "nowhere" / "object.log");
+  logFile = textOf(directory_ / "nowhere" / "object.log");
 }
 
 void World::spoilAppLog() {
-  const Text log = ftp.mstrErrorLogPath;
-  setLogs(directory_ / "nowhere", std::filesystem::path(log));
+  appLogDirectory = textOf(directory_ / "nowhere");
 }
 
 FakeObject& World::node(TextView path) {

@@ -7,9 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "apppool/AppPoolCollection.h"
 #include "automation/runtime.h"
-#include "ftp/FTPCollection.h"
 #include "tests/support/fakes.h"
 #include "tests/support/seam.h"
 
@@ -27,9 +25,6 @@ class World {
   World& operator=(const World&) = delete;
 
   std::shared_ptr<Journal> journal = std::make_shared<Journal>();
-  // Both have the two logs and the progress objects.
-  TORVINFTPAppDataCom::FTPCollection ftp;
-  TORVINFTPAppDataCom::AppPoolCollection pools;
   automation::Text server = u"WEB01";
   automation::Text database;
 
@@ -61,7 +56,10 @@ class World {
   std::string log() const;
   std::string appLog() const;
 
-  // Points both logs to a directory that isn't there.
+  // Where the logs go: what SetErrorLogPath is to be called with. Spoilt, they go to a directory that isn't
+  // there.
+  automation::Text appLogDirectory;
+  automation::Text logFile;
   void spoilLog();
   void spoilAppLog();
 
@@ -75,7 +73,6 @@ class World {
   void setUpLayer();
   void serve(automation::TextView prefix, automation::MonikerServer behind);
   void serveClass(automation::TextView id, automation::ClassServer behind);
-  void setLogs(const std::filesystem::path& appDirectory, const std::filesystem::path& log);
 
   Layer layer_;
   std::filesystem::path directory_;
