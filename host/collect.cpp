@@ -22,7 +22,7 @@
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
-#include "server/server.h"
+#include "server/portable/server.h"
 
 namespace host {
 namespace {

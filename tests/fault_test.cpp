@@ -16,7 +16,7 @@
 #include <set>
 
 #include "platform/store/database.h"
-#include "server/server.h"
+#include "server/portable/server.h"
 #include "tests/support/world.h"
 
 namespace test {

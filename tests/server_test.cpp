@@ -1,6 +1,6 @@
 // The in-process server: entry points, class factories, and objects whose members are called by name.
 
-#include "server/server.h"
+#include "server/portable/server.h"
 
 #include <gtest/gtest.h>
 

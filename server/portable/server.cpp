@@ -1,4 +1,4 @@
-#include "server/server.h"
+#include "server/portable/server.h"
 
 #include <atomic>
 
