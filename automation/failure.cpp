@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "automation/variant.h"
+
 namespace automation {
 
 Failure::Failure(std::int32_t number, Text description, Text source)
@@ -39,6 +41,14 @@ void failNull() {
 
 void failMember(TextView member, TextView source) {
   throw Failure(number::kMemberNotSupported, u"Object doesn't support this member: " + Text(member),
+                Text(source));
+}
+
+void failArguments(TextView member, std::size_t taken, std::size_t given, TextView source) {
+  throw Failure(number::kWrongArguments,
+                u"Wrong number of arguments: " + Text(member) + u" takes " +
+                    decimalText(static_cast<std::int32_t>(taken)) + u", " +
+                    decimalText(static_cast<std::int32_t>(given)) + u" given",
                 Text(source));
 }
 

@@ -1,6 +1,7 @@
 // How every operation behind the seam fails: by throwing a Failure.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -10,25 +11,40 @@
 
 namespace automation {
 
-// The numbers that automation programmers know. The small ones are those of the language runtime, the
-// negative ones are result codes (HRESULT) as signed 32-bit integers.
+// The numbers of failures, as automation programmers know them: the small ones are those of the language
+// runtime, those from 3000 on of database objects, the negative ones result codes (HRESULT) as signed 32-bit
+// integers. An object may fail with numbers of its own beside these; they stand in the folder that it lives
+// in.
 namespace number {
+// Raised by a step of the caller's own: a conversion, an index, a reference that holds nothing.
 constexpr std::int32_t kOverflow = 6;
 constexpr std::int32_t kSubscriptOutOfRange = 9;
 constexpr std::int32_t kTypeMismatch = 13;
+constexpr std::int32_t kObjectNotSet = 91;
+constexpr std::int32_t kInvalidUseOfNull = 94;
+
+// Given to what isn't a Failure where a guard of the component catches it: lack of memory, anything else.
+constexpr std::int32_t kOutOfMemory = 7;
 constexpr std::int32_t kInternal = 51;
+
+// Raised by whoever writes a file: a log of the component.
 constexpr std::int32_t kDeviceInputOutput = 57;
 constexpr std::int32_t kDiskFull = 61;
 constexpr std::int32_t kPathFileAccess = 75;
 constexpr std::int32_t kPathNotFound = 76;
-constexpr std::int32_t kObjectNotSet = 91;
-constexpr std::int32_t kInvalidUseOfNull = 94;
+
+// Raised by the runtime: nobody creates such an object, nobody serves such a moniker. The latter also by who
+// does serve it, for a moniker that isn't of its form.
 constexpr std::int32_t kCannotCreateObject = 429;
+constexpr std::int32_t kMonikerSyntax = static_cast<std::int32_t>(0x800401E4);
+
+// Raised by any object: no such member, and arguments that don't fit it.
 constexpr std::int32_t kMemberNotSupported = 438;
 constexpr std::int32_t kWrongArguments = 450;
+
+// Raised by objects that hold rows: not in this state, and no such column.
 constexpr std::int32_t kNotAllowedInContext = 3219;
 constexpr std::int32_t kItemNotInCollection = 3265;
-constexpr std::int32_t kMonikerSyntax = static_cast<std::int32_t>(0x800401E4);
 }  // namespace number
 
 // A failed operation: a number, a description for a person, and the name of whoever failed. A source that is
@@ -58,5 +74,6 @@ class AUTOMATION_VISIBLE Failure : public std::exception {
 [[noreturn]] void failObjectNotSet();
 [[noreturn]] void failNull();
 [[noreturn]] void failMember(TextView member, TextView source);
+[[noreturn]] void failArguments(TextView member, std::size_t taken, std::size_t given, TextView source);
 
 }  // namespace automation

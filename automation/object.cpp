@@ -1,43 +1,42 @@
 #include "automation/object.h"
 
-#include "automation/failure.h"
-
 namespace automation {
 namespace {
 
-Object& required(const ObjectRef& object) {
+// A reference of the call's own, which keeps the object alive until the call returns.
+ObjectRef required(const ObjectRef& object) {
   if (object == nullptr) failObjectNotSet();
-  return *object;
+  return object;
 }
 
 }  // namespace
 
 Variant read(const ObjectRef& object, TextView member) {
-  return required(object).read(member, {});
+  return required(object)->read(member, {});
 }
 
 void write(const ObjectRef& object, TextView member, const Variant& value) {
-  required(object).write(member, {}, value);
+  required(object)->write(member, {}, value);
 }
 
 std::unique_ptr<Walk> children(const ObjectRef& object) {
-  return required(object).children();
+  return required(object)->children();
 }
 
 Variant readIndexed(const ObjectRef& object, TextView member, Variant index) {
-  return required(object).read(member, {&index, 1});
+  return required(object)->read(member, {&index, 1});
 }
 
 void writeIndexed(const ObjectRef& object, TextView member, Variant index, const Variant& value) {
-  required(object).write(member, {&index, 1}, value);
+  required(object)->write(member, {&index, 1}, value);
 }
 
 Variant callWith(const ObjectRef& object, TextView member, Arguments arguments) {
-  return required(object).call(member, arguments);
+  return required(object)->call(member, arguments);
 }
 
 Variant callByReference(const ObjectRef& object, TextView member, Variant& argument) {
-  return required(object).call(member, {&argument, 1});
+  return required(object)->call(member, {&argument, 1});
 }
 
 Variant MemberlessObject::read(TextView member, Arguments) {

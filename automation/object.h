@@ -1,5 +1,19 @@
 // The one door to everything outside the component: an object whose members are found by name while the
-// program runs.
+// program runs. What to know before writing on either side of it:
+//
+//   Members   are found by name, without regard to case. Each call of one of the four operations of Object is
+//             one operation on the outside, so an object that stands between the component and another one
+//             sees, counts, records or fails every single one.
+//   Failures  are thrown as Failure and as nothing else. automation/failure.h lists their numbers and who
+//             raises each. An operation that failed has changed nothing but what its object's rules say.
+//   Values    are Variants: automation/variant.h tells how each kind reads as a text or a number. Text is
+//             counted UTF-16, in any form that an automation string can have.
+//   Threads   An object stays with the thread that created it, and so do its walks and what it gives. Only
+//             the runtime's table (automation/runtime.h) is there for all threads.
+//   Lifetime  The functions below hold a reference of their own until the call returns: a member may take
+//             away the last reference that its caller has. Whoever calls a member of Object itself sees to
+//             that. Names, arguments and values belong to the caller and live until the call returns; an
+//             object copies what it keeps. A walk keeps alive what it needs of its object.
 #pragma once
 
 #include <array>
@@ -8,6 +22,7 @@
 #include <span>
 #include <utility>
 
+#include "automation/failure.h"
 #include "automation/text.h"
 #include "automation/variant.h"
 #include "automation/visibility.h"
@@ -27,13 +42,8 @@ class AUTOMATION_VISIBLE Walk {
   virtual ObjectRef next() = 0;
 };
 
-// An object of somebody else's. Member names are compared without regard to case. Every operation fails by
-// throwing Failure: 438 for a member that the object does not have, 450 for arguments that do not fit the
-// member, any other number for a reason of the object's own. An operation that failed has changed nothing but
-// what its object's rules say. Called on the thread that created the object and on no other.
-//
-// Each call of one of these four is one operation on the outside, so an object that stands between the
-// component and another one sees, counts, records or fails every single operation.
+// An object of somebody else's. Each operation fails with 438 for a member that the object does not have,
+// with 450 for arguments that do not fit the member, with any other number for a reason of the object's own.
 class AUTOMATION_VISIBLE Object {
  public:
   virtual ~Object() = default;
@@ -71,6 +81,15 @@ Variant call(const ObjectRef& object, TextView member, Values&&... values) {
 
 // A method with one argument by reference, which holds what the method gave when the call returns.
 Variant callByReference(const ObjectRef& object, TextView member, Variant& argument);
+
+// Fails with 450 where a member takes fewer arguments than `needed` or more than `taken`. `source` is what
+// the failure names.
+inline void requireArguments(TextView member, Arguments arguments, std::size_t needed, std::size_t taken,
+                             TextView source) {
+  if (arguments.size() < needed || arguments.size() > taken) {
+    failArguments(member, taken, arguments.size(), source);
+  }
+}
 
 // An object that has no member at all: a base for objects that have some. `source` is what its failures name.
 class AUTOMATION_VISIBLE MemberlessObject : public Object {

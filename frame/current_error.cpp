@@ -5,8 +5,6 @@
 namespace TORVINFTPAppDataCom {
 namespace {
 
-constexpr std::int32_t kOutOfMemory = 7;
-
 thread_local ErrorState currentError;
 
 ErrorState stateOf(const std::exception& failure) {
@@ -15,7 +13,9 @@ ErrorState stateOf(const std::exception& failure) {
   }
   // Whatever else a library throws must not cost the host more than the step that failed.
   const bool memory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
-  return {memory ? kOutOfMemory : automation::number::kInternal, automation::fromUtf8(failure.what()), {}};
+  return {memory ? automation::number::kOutOfMemory : automation::number::kInternal,
+          automation::fromUtf8(failure.what()),
+          {}};
 }
 
 }  // namespace

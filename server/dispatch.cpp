@@ -12,7 +12,7 @@ namespace {
 using automation::Arguments;
 using automation::MemberlessObject;
 
-const Text kSource = u"TORVINFTPAppDataCom";
+constexpr TextView kSource = u"TORVINFTPAppDataCom";
 
 std::atomic<long> livingObjects = 0;
 
@@ -143,7 +143,8 @@ constexpr Method<AppPoolCollection> kAppPoolMethods[] = {
 template <typename Class>
 class Dispatch final : public MemberlessObject {
  public:
-  explicit Dispatch(std::span<const Method<Class>> methods) : MemberlessObject(kSource), methods_(methods) {
+  explicit Dispatch(std::span<const Method<Class>> methods)
+      : MemberlessObject(Text(kSource)), methods_(methods) {
     ++livingObjects;
   }
   ~Dispatch() override { --livingObjects; }
@@ -153,20 +154,20 @@ class Dispatch final : public MemberlessObject {
   // A method may be read as well: late binding asks for a function's result in either way.
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, kErrorLogPath)) return call(member, arguments);
-    requireCount(member, arguments, 0, 0);
+    automation::requireArguments(member, arguments, 0, 0, kSource);
     return object_.mstrErrorLogPath;
   }
 
   void write(TextView member, Arguments arguments, const Variant& value) override {
     if (!equalsIgnoringCase(member, kErrorLogPath)) automation::failMember(member, kSource);
-    requireCount(member, arguments, 0, 0);
+    automation::requireArguments(member, arguments, 0, 0, kSource);
     object_.mstrErrorLogPath = toText(value);
   }
 
   Variant call(TextView member, Arguments arguments) override {
     for (const Method<Class>& method : methods_) {
       if (!equalsIgnoringCase(member, method.name)) continue;
-      requireCount(member, arguments, method.needed, method.taken);
+      automation::requireArguments(member, arguments, method.needed, method.taken, kSource);
       return method.invoke(object_, arguments);
     }
     automation::failMember(member, kSource);
@@ -174,15 +175,6 @@ class Dispatch final : public MemberlessObject {
 
  private:
   static constexpr TextView kErrorLogPath = u"mstrErrorLogPath";
-
-  static void requireCount(TextView member, Arguments arguments, std::size_t needed, std::size_t taken) {
-    if (arguments.size() >= needed && arguments.size() <= taken) return;
-    throw Failure(automation::number::kWrongArguments,
-                  u"Wrong number of arguments: " + Text(member) + u" takes " +
-                      decimalText(static_cast<std::int32_t>(taken)) + u", " +
-                      decimalText(static_cast<std::int32_t>(arguments.size())) + u" given",
-                  kSource);
-  }
 
   std::span<const Method<Class>> methods_;
   Class object_;

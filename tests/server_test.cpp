@@ -103,6 +103,27 @@ TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
   EXPECT_EQ(toInt32(read(recordset, u"State")), 1) << "the caller's, left open";
 }
 
+// A status bar that goes away in the middle of its own call, as a window does that the user has closed.
+TEST_F(Server, AProgressObjectMayTakeItselfAway) {
+  World world;
+  world.site(u"1", u"Sales");
+  const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
+  call(ftp, u"SetErrorLogPath", world.appLogDirectory, world.logFile);
+  auto bar = std::make_shared<FakeObject>();
+  const std::weak_ptr<FakeObject> watched = bar;
+  bool alive = false;
+  bar->set(u"Max", 0).method(u"increment", [&](Arguments) {
+    call(ftp, u"SetProcessStatusUpdater", Null, Null, Null);
+    alive = !watched.expired();
+    return Variant();
+  });
+  call(ftp, u"SetProcessStatusUpdater", Null, ObjectRef(std::exchange(bar, nullptr)), Null);
+  call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", False);
+  EXPECT_TRUE(alive);
+  EXPECT_TRUE(watched.expired());
+  EXPECT_EQ(world.log(), "");
+}
+
 TEST_F(Server, RefusesWhatTheInterfacesDoNotHave) {
   const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
   const ObjectRef pools = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
