@@ -1,5 +1,7 @@
 #include "apppool/AppPoolCollection.h"
 
+#include <utility>
+
 #include "frame/guards.h"
 #include "frame/log_record.h"
 #include "frame/mFTPAppPoolSupport.h"
@@ -33,12 +35,12 @@ void AppPoolCollection::SetProgressBarMax(std::int16_t intMax) {
   progress::SetProgressBarMax(objProgressBar, intMax);
 }
 
-void AppPoolCollection::SetStatusBarMessage(const Text& strMessage) {
-  progress::SetStatusBarMessage(objStatusBar, strMessage);
+void AppPoolCollection::SetStatusBarMessage(Text strMessage) {
+  progress::SetStatusBarMessage(objStatusBar, std::move(strMessage));
 }
 
-void AppPoolCollection::SetProcessCountMessage(const Text& strMessage) {
-  progress::SetProcessCountMessage(objProcessCount, strMessage);
+void AppPoolCollection::SetProcessCountMessage(Text strMessage) {
+  progress::SetProcessCountMessage(objProcessCount, std::move(strMessage));
 }
 
 }  // namespace TORVINFTPAppDataCom

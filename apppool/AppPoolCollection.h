@@ -63,6 +63,10 @@ class AppPoolCollection {
   std::int16_t GetTotalAppPools(Text& strIISServerName);
 
  private:
+  // A tab's table and its collector, found by the tab's name; null where there is no such tab.
+  struct Tab;
+  static const Tab* FindTab(TextView strName);
+
   // The collectors of the tabs: the metabase object of a pool, the open connection, the recordset on the
   // tab's table.
   void GetAppPoolGeneralProperty(const Text& strServerName, ObjectRef& objObject, ObjectRef& objCn,
@@ -82,8 +86,8 @@ class AppPoolCollection {
 
   void IncrementProgressBar();
   void SetProgressBarMax(std::int16_t intMax);
-  void SetStatusBarMessage(const Text& strMessage);
-  void SetProcessCountMessage(const Text& strMessage);
+  void SetStatusBarMessage(Text strMessage);
+  void SetProcessCountMessage(Text strMessage);
 
   ObjectRef objStatusBar;
   ObjectRef objProgressBar;

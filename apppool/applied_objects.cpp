@@ -21,8 +21,8 @@ namespace {
 constexpr std::size_t kPoolPrefixLength = 15;
 
 // The text from one position on; empty where there is nothing left.
-Text TextFrom(const Text& strText, std::size_t lngStart) {
-  return lngStart < strText.size() ? strText.substr(lngStart) : Text();
+TextView TextFrom(TextView strText, std::size_t lngStart) {
+  return lngStart < strText.size() ? strText.substr(lngStart) : TextView();
 }
 
 }  // namespace
@@ -40,8 +40,9 @@ void AppPoolCollection::EnumAppsInPool(const Text& strServerName, const Text& st
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"EnumAppsInPool");
   });
 
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerHourglass); });
-  guard.step([&] { SetStatusBarMessage(u"Loading Applied objects from " + QuoteForSql(strServerName)); });
+  guard.step([&] { progress::ShowHourglass(); });
+  guard.step(
+      [&] { SetStatusBarMessage(progress::StatusText(u"Loading Applied objects from", strServerName)); });
   guard.step([&] {
     objService = GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\" + strServerName +
                            u"\\root\\microsoftiisv2");
@@ -51,7 +52,7 @@ void AppPoolCollection::EnumAppsInPool(const Text& strServerName, const Text& st
   if (objPools != nullptr) {
     guard.forEachUntil(objPools, [&](const ObjectRef& objPool) {
       guard.step([&] { strName = TextFrom(toText(read(objPool, u"Name")), kPoolPrefixLength); });
-      if (upperCase(strName) != upperCase(strSelectedNode)) return false;
+      if (!equalsIgnoringCase(strName, strSelectedNode)) return false;
       guard.step([&] { callByReference(objPool, u"EnumAppsInPool", aApplications); });
       bFound = true;
       return true;
@@ -78,7 +79,7 @@ void AppPoolCollection::EnumAppsInPool(const Text& strServerName, const Text& st
 
   objPools = nullptr;
   objService = nullptr;
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+  guard.step([&] { progress::ShowDefaultPointer(); });
 }
 
 void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, const Text& strDBName,
@@ -92,34 +93,34 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
     WriteToLog(objErr.number, objErr.description, objErr.source, u"GetAppliedObjectProperties");
   });
 
-  if (guard.test([&] { return OpenConnection(objCn, strDBName, u"") == False; })) return;
-  if (!guard.test([&] {
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) return;
+  if (guard.opened([&] {
         return OpenRecordset(objRs, u"Select * from tblAppliedObject where 1=2", objCn, kForwardOnly,
-                             kOptimistic, kServerSide) == False;
+                             kOptimistic, kServerSide);
       })) {
     // /LM and the closing slash go; what is left begins with a slash, so its first piece is empty.
-    const Text strObjectPath = TextFrom(strAppPath.substr(0, strAppPath.size() - 1), 3);
-    const std::vector<Text> aPieces = Split(strObjectPath, u'/');
-    const bool bWebSite = aPieces.size() == 4;
+    const TextView strObjectPath = TextFrom(TextView(strAppPath).substr(0, strAppPath.size() - 1), 3);
+    const bool bWebSite = CountPieces(strObjectPath, u'/') == 4;
     if (bWebSite) {
       Variant aBindings;
       Text strBinding;
-      Text strIP;
-      Text strPort;
+      TextView strIP;
+      TextView strPort;
       Text strState;
-      guard.step(
-          [&] { objObject = GetObject(u"IIS://" + strServerName + u"/" + aPieces[1] + u"/" + aPieces[2]); });
+      guard.step([&] {
+        objObject = GetObject(concat({u"IIS://", strServerName, u"/", PieceOf(strObjectPath, u'/', 1), u"/",
+                                      PieceOf(strObjectPath, u'/', 2)}));
+      });
       guard.step([&] { strObjectName = toText(read(objObject, u"servercomment")); });
-      guard.step([&] { SetStatusBarMessage(u"Processing " + QuoteForSql(strObjectName)); });
+      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing", strObjectName)); });
       // The last binding counts. Without the list there are no bounds to walk between.
       if (guard.step([&] { aBindings = read(objObject, u"ServerBindings"); })) {
         guard.forEachIndex(aBindings, [&](std::int32_t intIndex) {
           guard.step([&] { strBinding = toText(element(aBindings, intIndex)); });
         });
       }
-      const std::vector<Text> aBinding = Split(strBinding, u':');
-      guard.step([&] { strIP = PieceOf(aBinding, 0); });
-      guard.step([&] { strPort = PieceOf(aBinding, 1); });
+      guard.step([&] { strIP = PieceOf(strBinding, u':', 0); });
+      guard.step([&] { strPort = PieceOf(strBinding, u':', 1); });
       if (strIP.empty()) strIP = u"(All Unassigned)";
       guard.step([&] { strState = StateWord(toText(read(objObject, u"Status"))); });
       // The last child that has a path counts.
@@ -128,33 +129,31 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
       });
 
       guard.step([&] { call(objRs, u"AddNew"); });
-      guard.step([&] { WriteColumn(objRs, u"Server name", Trim(strServerName)); });
-      guard.step([&] { WriteColumn(objRs, u"Application pool name", Trim(strPoolName)); });
-      guard.step([&] { WriteColumn(objRs, u"Object name", Trim(strObjectName)); });
-      guard.step([&] { WriteColumn(objRs, u"Object type", u"Web site"); });
-      guard.step([&] { WriteColumn(objRs, u"IP address", Trim(strIP)); });
-      guard.step([&] { WriteColumn(objRs, u"TCP port", Trim(strPort)); });
-      guard.step([&] { WriteColumn(objRs, u"State", Trim(strState)); });
-      guard.step([&] { WriteColumn(objRs, u"Local path", Trim(strPath)); });
+      guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
+      guard.step([&] { WriteText(objRs, u"Application pool name", strPoolName); });
+      guard.step([&] { WriteText(objRs, u"Object name", strObjectName); });
+      guard.step([&] { WriteText(objRs, u"Object type", u"Web site"); });
+      guard.step([&] { WriteText(objRs, u"IP address", strIP); });
+      guard.step([&] { WriteText(objRs, u"TCP port", strPort); });
+      guard.step([&] { WriteText(objRs, u"State", strState); });
+      guard.step([&] { WriteText(objRs, u"Local path", strPath); });
     } else {
-      guard.step([&] { objObject = GetObject(u"IIS://" + strServerName + strObjectPath); });
+      guard.step([&] { objObject = GetObject(concat({u"IIS://", strServerName, strObjectPath})); });
       guard.step([&] { strObjectName = toText(read(objObject, u"Name")); });
-      guard.step([&] { SetStatusBarMessage(u"Processing " + QuoteForSql(strObjectName)); });
+      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing", strObjectName)); });
       guard.step([&] { strPath = toText(read(objObject, u"Path")); });
 
       guard.step([&] { call(objRs, u"AddNew"); });
-      guard.step([&] { WriteColumn(objRs, u"Server name", Trim(strServerName)); });
-      guard.step([&] { WriteColumn(objRs, u"Application pool name", Trim(strPoolName)); });
-      guard.step([&] { WriteColumn(objRs, u"Object name", Trim(strObjectName)); });
-      guard.step([&] { WriteColumn(objRs, u"Object type", u"Virtual directory"); });
-      guard.step([&] { WriteColumn(objRs, u"Local path", Trim(strPath)); });
+      guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
+      guard.step([&] { WriteText(objRs, u"Application pool name", strPoolName); });
+      guard.step([&] { WriteText(objRs, u"Object name", strObjectName); });
+      guard.step([&] { WriteText(objRs, u"Object type", u"Virtual directory"); });
+      guard.step([&] { WriteText(objRs, u"Local path", strPath); });
     }
     guard.step([&] { call(objRs, u"Update"); });
     guard.step([&] { CloseRecordset(objRs, True); });
   }
   guard.step([&] { CloseConnection(objCn); });
-  objObject = nullptr;
-  objRs = nullptr;
 }
 
 }  // namespace TORVINFTPAppDataCom

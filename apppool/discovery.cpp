@@ -22,7 +22,6 @@ std::int16_t AppPoolCollection::GetTotalAppPools(Text& strIISServerName) {
   if (objPools != nullptr) {
     guard.forEach(objPools,
                   [&](const ObjectRef&) { guard.step([&] { intCount = progress::AddOne(intCount); }); });
-    objPools = nullptr;
   }
   return intCount;
 }
@@ -36,27 +35,25 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
     WriteToLog(objErr.number, objErr.description, u"AppPoolCollection", u"GetAppPoolsCount");
   });
 
-  guard.step(
-      [&] { SetStatusBarMessage(u"Loading Application Pools from " + QuoteForSql(strIISServerName)); });
+  guard.step([&] {
+    SetStatusBarMessage(progress::StatusText(u"Loading Application Pools from", strIISServerName));
+  });
 
-  if (guard.test([&] { return OpenConnection(objCn, strDBName, u"") == False; })) {
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) {
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Connection failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
     });
-    objCn = nullptr;
     return 0;
   }
-  if (guard.test([&] {
+  if (!guard.opened([&] {
         return OpenRecordset(
-                   objRs,
-                   u"Select * from tblAppPoolInfo where [Server name] = " + QuoteForSql(strIISServerName),
-                   objCn, kDynamic, kPessimistic, kClientSide) == False;
+            objRs, u"Select * from tblAppPoolInfo where [Server name] = " + QuoteForSql(strIISServerName),
+            objCn, kDynamic, kPessimistic, kClientSide);
       })) {
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Recordset failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
     });
-    objCn = nullptr;
-    objRs = nullptr;
+    // The connection is released without a Close. It stays so.
     return 0;
   }
 
@@ -67,8 +64,8 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
         mstrAppPoolName.clear();
         guard.step([&] { mstrAppPoolName = toText(read(objChild, u"Name")); });
         guard.step([&] { call(objRs, u"AddNew"); });
-        guard.step([&] { WriteColumn(objRs, u"Server name", Trim(strIISServerName)); });
-        guard.step([&] { WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName)); });
+        guard.step([&] { WriteText(objRs, u"Server name", strIISServerName); });
+        guard.step([&] { WriteText(objRs, u"Application pool name", mstrAppPoolName); });
         guard.step([&] { call(objRs, u"Update"); });
       });
     }
@@ -77,9 +74,6 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
   guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount")); });
   guard.step([&] { CloseRecordset(objRs, True); });
   guard.step([&] { CloseConnection(objCn); });
-  objPools = nullptr;
-  objCn = nullptr;
-  objRs = nullptr;
   return intCount;
 }
 

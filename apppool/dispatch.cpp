@@ -9,15 +9,14 @@ namespace TORVINFTPAppDataCom {
 
 using namespace mFTPAppPoolSupport;
 
-void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const Text& strDBName,
-                                               const Text& StrSelectedTab, VariantBool bApplicationLevel,
-                                               const Text& strApplicationPoolName) {
-  using Collector = void (AppPoolCollection::*)(const Text&, ObjectRef&, ObjectRef&, ObjectRef&);
-  struct Tab {
-    TextView strName;
-    TextView strSql;
-    Collector collector;
-  };
+// The collectors by the names of their tabs, as hosts spell them.
+struct AppPoolCollection::Tab {
+  TextView strName;
+  TextView strSql;
+  void (AppPoolCollection::*collector)(const Text&, ObjectRef&, ObjectRef&, ObjectRef&);
+};
+
+const AppPoolCollection::Tab* AppPoolCollection::FindTab(TextView strName) {
   static constexpr Tab aTabs[] = {
       {u"General", u"Select * from tblGeneral where 1=2", &AppPoolCollection::GetAppPoolGeneralProperty},
       {u"Worker Process Recycling", u"Select * from tblWProcessRecycling where 1=2",
@@ -29,7 +28,15 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
       {u"Health", u"Select * from tblHealth where 1=2", &AppPoolCollection::GetHealthProperties},
       {u"Identity", u"Select * from tblIdentity where 1=2", &AppPoolCollection::GetIdentityProperties},
   };
+  for (const Tab& tab : aTabs) {
+    if (tab.strName == strName) return &tab;
+  }
+  return nullptr;
+}
 
+void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const Text& strDBName,
+                                               const Text& StrSelectedTab, VariantBool bApplicationLevel,
+                                               const Text& strApplicationPoolName) {
   ObjectRef objPools;
   ObjectRef objPool;
   ObjectRef objCn;
@@ -40,7 +47,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetAppPoolPropertyInfo");
   });
 
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerHourglass); });
+  guard.step([&] { progress::ShowHourglass(); });
 
   if (bApplicationLevel != False) {
     guard.step([&] {
@@ -54,7 +61,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
       WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
                  u"GetAppPoolPropertyInfo");
     });
-    guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+    guard.step([&] { progress::ShowDefaultPointer(); });
     return;
   }
 
@@ -62,33 +69,30 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
     guard.step([&] { (this->*tab.collector)(strServerName, objObject, objCn, objRs); });
   };
   const auto openTable = [&](const Tab& tab) {
-    return !guard.test([&] {
-      return OpenRecordset(objRs, Text(tab.strSql), objCn, kForwardOnly, kOptimistic, kServerSide) == False;
-    });
+    return guard.opened(
+        [&] { return OpenRecordset(objRs, tab.strSql, objCn, kForwardOnly, kOptimistic, kServerSide); });
   };
 
-  if (!guard.test([&] { return OpenConnection(objCn, strDBName, u"") == False; })) {
-    for (const Tab& tab : aTabs) {
-      if (StrSelectedTab != tab.strName) continue;
-      if (bApplicationLevel != False) {
-        if (!openTable(tab)) break;
-        collect(tab, objPool);
+  if (guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) {
+    const Tab* const tab = FindTab(StrSelectedTab);
+    if (tab != nullptr && bApplicationLevel != False) {
+      if (openTable(*tab)) {
+        collect(*tab, objPool);
         guard.step([&] { CloseRecordset(objRs, True); });
-      } else {
-        guard.step([&] { intTotal = GetAppPoolsCount(strServerName, strDBName); });
-        intDone = 0;
-        guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
-        guard.step([&] { SetProgressBarMax(intTotal); });
-        if (!openTable(tab)) break;
+      }
+    } else if (tab != nullptr) {
+      guard.step([&] { intTotal = GetAppPoolsCount(strServerName, strDBName); });
+      guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
+      guard.step([&] { SetProgressBarMax(intTotal); });
+      if (openTable(*tab)) {
         guard.forEach(objPools, [&](const ObjectRef& objChild) {
-          collect(tab, objChild);
+          collect(*tab, objChild);
           guard.step([&] { IncrementProgressBar(); });
           guard.step([&] { intDone = progress::AddOne(intDone); });
           guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
         });
         guard.step([&] { CloseRecordset(objRs, True); });
       }
-      break;
     }
     guard.step([&] { CloseConnection(objCn); });
   }
@@ -97,7 +101,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
   objPool = nullptr;
   objRs = nullptr;
   objCn = nullptr;
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+  guard.step([&] { progress::ShowDefaultPointer(); });
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -3,8 +3,10 @@
 // Source: the ADSI property AppPoolState of an IIsApplicationPool; 2 is started.
 
 #include "apppool/AppPoolCollection.h"
+#include "apppool/pool_identity.h"
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
@@ -18,14 +20,13 @@ void AppPoolCollection::GetAppPoolGeneralProperty(const Text& strServerName, Obj
         ClearError();
         mstrAppPoolName.clear();
         mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
 
-        const Text strState = toInt16(read(objObject, u"AppPoolState")) == 2 ? u"Running" : u"Stopped";
+        const TextView strState = toInt16(read(objObject, u"AppPoolState")) == 2 ? u"Running" : u"Stopped";
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", Trim(strServerName));
-        WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
-        WriteColumn(objRs, u"State", Trim(strState));
+        WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
+        WriteText(objRs, u"State", strState);
         call(objRs, u"Update");
       },
       [&](const ErrorState& objErr) {

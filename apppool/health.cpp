@@ -6,9 +6,11 @@
 // ShutdownTimeLimit (seconds).
 
 #include "apppool/AppPoolCollection.h"
+#include "apppool/pool_identity.h"
 #include "apppool/words.h"
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
@@ -22,26 +24,25 @@ void AppPoolCollection::GetHealthProperties(const Text& strServerName, ObjectRef
         ClearError();
         mstrAppPoolName.clear();
         mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
 
-        const Text strPinging = TrueWord(toInt16(read(objObject, u"PingingEnabled")));
+        const TextView strPinging = TrueWord(toInt16(read(objObject, u"PingingEnabled")));
         const std::int32_t lngPingInterval = toInt32(read(objObject, u"PingInterval"));
-        const Text strRapidFail = TrueWord(toInt16(read(objObject, u"RapidFailProtection")));
+        const TextView strRapidFail = TrueWord(toInt16(read(objObject, u"RapidFailProtection")));
         const std::int32_t lngMaxCrashes = toInt32(read(objObject, u"RapidFailProtectionmaxCrashes"));
         const std::int32_t lngCrashInterval = toInt32(read(objObject, u"RapidFailProtectionInterval"));
         const std::int32_t lngStartupLimit = toInt32(read(objObject, u"StartupTimeLimit"));
         const std::int32_t lngShutdownLimit = toInt32(read(objObject, u"ShutdownTimeLimit"));
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", Trim(strServerName));
-        WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
-        WriteColumn(objRs, u"Enable pinging", Trim(strPinging));
-        WriteColumn(objRs, u"Ping worker process (frequency in seconds)", Trim(lngPingInterval));
-        WriteColumn(objRs, u"Enable rapid-fail protection", Trim(strRapidFail));
-        WriteColumn(objRs, u"Rapid-fail protection failures", Trim(lngMaxCrashes));
-        WriteColumn(objRs, u"Rapid-fail protection time period (in minutes)", Trim(lngCrashInterval));
-        WriteColumn(objRs, u"Startup time limit (in seconds)", Trim(lngStartupLimit));
-        WriteColumn(objRs, u"Shutdown time limit (in seconds)", Trim(lngShutdownLimit));
+        WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
+        WriteText(objRs, u"Enable pinging", strPinging);
+        WriteNumber(objRs, u"Ping worker process (frequency in seconds)", lngPingInterval);
+        WriteText(objRs, u"Enable rapid-fail protection", strRapidFail);
+        WriteNumber(objRs, u"Rapid-fail protection failures", lngMaxCrashes);
+        WriteNumber(objRs, u"Rapid-fail protection time period (in minutes)", lngCrashInterval);
+        WriteNumber(objRs, u"Startup time limit (in seconds)", lngStartupLimit);
+        WriteNumber(objRs, u"Shutdown time limit (in seconds)", lngShutdownLimit);
         call(objRs, u"Update");
       },
       [&](const ErrorState& objErr) {

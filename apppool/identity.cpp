@@ -3,8 +3,10 @@
 // Sources: the metabase properties AppPoolIdentityType and, for a configured account alone, WAMUserName.
 
 #include "apppool/AppPoolCollection.h"
+#include "apppool/pool_identity.h"
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
@@ -18,7 +20,7 @@ void AppPoolCollection::GetIdentityProperties(const Text& strServerName, ObjectR
         ClearError();
         mstrAppPoolName.clear();
         mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
 
         Text strSetting;
         Text strAccount;
@@ -44,10 +46,9 @@ void AppPoolCollection::GetIdentityProperties(const Text& strServerName, ObjectR
         }
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", Trim(strServerName));
-        WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
-        WriteColumn(objRs, u"Application pool identity settings", Trim(strSetting));
-        WriteColumn(objRs, u"Security account", Trim(strAccount));
+        WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
+        WriteText(objRs, u"Application pool identity settings", strSetting);
+        WriteText(objRs, u"Security account", strAccount);
         call(objRs, u"Update");
       },
       [&](const ErrorState& objErr) {

@@ -5,9 +5,11 @@
 // no limit.
 
 #include "apppool/AppPoolCollection.h"
+#include "apppool/pool_identity.h"
 #include "apppool/words.h"
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
@@ -21,22 +23,21 @@ void AppPoolCollection::GetMemoryRecyclingProperties(const Text& strServerName, 
         ClearError();
         mstrAppPoolName.clear();
         mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
 
         const std::int32_t lngVirtualMemory = toInt32(read(objObject, u"PeriodicRestartMemory"));
-        const Text strVirtualMemory = EnabledWord(lngVirtualMemory);
+        const TextView strVirtualMemory = EnabledWord(lngVirtualMemory);
         const std::int32_t lngVirtualMegabytes = roundToInt32(lngVirtualMemory / 1024.0);
         const std::int32_t lngUsedMemory = toInt32(read(objObject, u"PeriodicRestartPrivateMemory"));
-        const Text strUsedMemory = EnabledWord(lngUsedMemory);
+        const TextView strUsedMemory = EnabledWord(lngUsedMemory);
         const std::int32_t lngUsedMegabytes = roundToInt32(lngUsedMemory / 1024.0);
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", Trim(strServerName));
-        WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
-        WriteColumn(objRs, u"Maximum virtual memory settings", Trim(strVirtualMemory));
-        WriteColumn(objRs, u"Maximum virtual memory (mb)", Trim(lngVirtualMegabytes));
-        WriteColumn(objRs, u"Maximum used memory settings", Trim(strUsedMemory));
-        WriteColumn(objRs, u"Maximum used memory (mb)", Trim(lngUsedMegabytes));
+        WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
+        WriteText(objRs, u"Maximum virtual memory settings", strVirtualMemory);
+        WriteNumber(objRs, u"Maximum virtual memory (mb)", lngVirtualMegabytes);
+        WriteText(objRs, u"Maximum used memory settings", strUsedMemory);
+        WriteNumber(objRs, u"Maximum used memory (mb)", lngUsedMegabytes);
         call(objRs, u"Update");
       },
       [&](const ErrorState& objErr) {

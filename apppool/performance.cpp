@@ -5,9 +5,11 @@
 // (thousandths of a percent), CPUResetInterval (minutes), CPUAction and MaxProcesses.
 
 #include "apppool/AppPoolCollection.h"
+#include "apppool/pool_identity.h"
 #include "apppool/words.h"
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
@@ -21,31 +23,31 @@ void AppPoolCollection::GetPerformanceProperties(const Text& strServerName, Obje
         ClearError();
         mstrAppPoolName.clear();
         mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
 
         const std::int32_t lngIdleTimeout = toInt32(read(objObject, u"IdleTimeout"));
-        const Text strIdleTimeout = EnabledWord(lngIdleTimeout);
+        const TextView strIdleTimeout = EnabledWord(lngIdleTimeout);
         const std::int32_t lngQueueLength = toInt32(read(objObject, u"AppPoolQueueLength"));
-        const Text strQueueLength = lngQueueLength == 65535 ? u"Disabled" : u"Enabled";
+        const TextView strQueueLength = lngQueueLength == 65535 ? u"Disabled" : u"Enabled";
         const std::int32_t lngCpuLimit = toInt32(read(objObject, u"CPULimit"));
-        const Text strCpuMonitoring = TrueWord(lngCpuLimit);
+        const TextView strCpuMonitoring = TrueWord(lngCpuLimit);
         const std::int32_t lngCpuPercent = roundToInt32(lngCpuLimit / 1000.0);
         const std::int16_t intCpuReset = toInt16(read(objObject, u"CPUResetInterval"));
-        const Text strCpuAction = toInt16(read(objObject, u"CPUAction")) == 0 ? u"No action" : u"Shutdown";
+        const TextView strCpuAction =
+            toInt16(read(objObject, u"CPUAction")) == 0 ? u"No action" : u"Shutdown";
         const std::int32_t lngMaxProcesses = toInt32(read(objObject, u"MaxProcesses"));
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", Trim(strServerName));
-        WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
-        WriteColumn(objRs, u"Idle timeout settings", Trim(strIdleTimeout));
-        WriteColumn(objRs, u"Idle timeout (in minutes)", Trim(lngIdleTimeout));
-        WriteColumn(objRs, u"Request queue limit settings", Trim(strQueueLength));
-        WriteColumn(objRs, u"Number of request queues", Trim(lngQueueLength));
-        WriteColumn(objRs, u"Enable CPU monitoring", Trim(strCpuMonitoring));
-        WriteColumn(objRs, u"Maximum CPU use (percentage)", Trim(lngCpuPercent));
-        WriteColumn(objRs, u"Refresh CPU usage numbers (in minutes)", Trim(intCpuReset));
-        WriteColumn(objRs, u"Action performed when CPU usage exceeds maximum CPU use", Trim(strCpuAction));
-        WriteColumn(objRs, u"Maximum number of worker processes", Trim(lngMaxProcesses));
+        WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
+        WriteText(objRs, u"Idle timeout settings", strIdleTimeout);
+        WriteNumber(objRs, u"Idle timeout (in minutes)", lngIdleTimeout);
+        WriteText(objRs, u"Request queue limit settings", strQueueLength);
+        WriteNumber(objRs, u"Number of request queues", lngQueueLength);
+        WriteText(objRs, u"Enable CPU monitoring", strCpuMonitoring);
+        WriteNumber(objRs, u"Maximum CPU use (percentage)", lngCpuPercent);
+        WriteNumber(objRs, u"Refresh CPU usage numbers (in minutes)", intCpuReset);
+        WriteText(objRs, u"Action performed when CPU usage exceeds maximum CPU use", strCpuAction);
+        WriteNumber(objRs, u"Maximum number of worker processes", lngMaxProcesses);
         call(objRs, u"Update");
       },
       [&](const ErrorState& objErr) {

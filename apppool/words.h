@@ -6,12 +6,12 @@
 namespace TORVINFTPAppDataCom {
 
 // Of a setting with a value column beside it.
-inline Text EnabledWord(std::int32_t lngSetting) {
+inline TextView EnabledWord(std::int32_t lngSetting) {
   return lngSetting == 0 ? u"Disabled" : u"Enabled";
 }
 
 // Of a column whose name begins with "Enable".
-inline Text TrueWord(std::int32_t lngSetting) {
+inline TextView TrueWord(std::int32_t lngSetting) {
   return lngSetting == 0 ? u"False" : u"True";
 }
 

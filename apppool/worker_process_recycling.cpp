@@ -5,9 +5,11 @@
 // PeriodicRestartSchedule.
 
 #include "apppool/AppPoolCollection.h"
+#include "apppool/pool_identity.h"
 #include "apppool/words.h"
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
@@ -21,26 +23,25 @@ void AppPoolCollection::GetWorkerProcessRecycling(const Text& strServerName, Obj
         ClearError();
         mstrAppPoolName.clear();
         mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(u"Processing " + QuoteForSql(mstrAppPoolName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
 
         const std::int32_t lngTime = toInt32(Trim(read(objObject, u"PeriodicRestartTime")));
-        const Text strTime = EnabledWord(lngTime);
+        const TextView strTime = EnabledWord(lngTime);
         const std::int32_t lngRequests = toInt32(Trim(read(objObject, u"PeriodicRestartRequests")));
-        const Text strRequests = EnabledWord(lngRequests);
+        const TextView strRequests = EnabledWord(lngRequests);
         const Variant aSchedule = read(objObject, u"PeriodicRestartSchedule");
         const std::int16_t intUpper = narrowToInt16(upperBound(aSchedule));
-        const Text strSchedule = intUpper == -1 ? u"Disabled" : u"Enabled";
+        const TextView strSchedule = intUpper == -1 ? u"Disabled" : u"Enabled";
 
         const auto addRow = [&](const Variant& vScheduledAt) {
           call(objRs, u"AddNew");
-          WriteColumn(objRs, u"Server name", Trim(strServerName));
-          WriteColumn(objRs, u"Application pool name", Trim(mstrAppPoolName));
-          WriteColumn(objRs, u"Recycle settings", Trim(strTime));
-          WriteColumn(objRs, u"Recycle (in minutes)", Trim(lngTime));
-          WriteColumn(objRs, u"Recycle request settings", Trim(strRequests));
-          WriteColumn(objRs, u"Number of recycle requests", Trim(lngRequests));
-          WriteColumn(objRs, u"Recycle schedule settings", Trim(strSchedule));
-          WriteColumn(objRs, u"Scheduled recycle at", Trim(toText(vScheduledAt)));
+          WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
+          WriteText(objRs, u"Recycle settings", strTime);
+          WriteNumber(objRs, u"Recycle (in minutes)", lngTime);
+          WriteText(objRs, u"Recycle request settings", strRequests);
+          WriteNumber(objRs, u"Number of recycle requests", lngRequests);
+          WriteText(objRs, u"Recycle schedule settings", strSchedule);
+          WriteText(objRs, u"Scheduled recycle at", toText(vScheduledAt));
           call(objRs, u"Update");
         };
         if (intUpper < 0) {

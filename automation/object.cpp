@@ -31,6 +31,10 @@ void writeIndexed(const ObjectRef& object, TextView member, Variant index, const
   required(object)->write(member, {&index, 1}, value);
 }
 
+void writeWith(const ObjectRef& object, TextView member, Arguments arguments, const Variant& value) {
+  required(object)->write(member, arguments, value);
+}
+
 Variant callWith(const ObjectRef& object, TextView member, Arguments arguments) {
   return required(object)->call(member, arguments);
 }

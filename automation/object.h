@@ -71,6 +71,8 @@ std::unique_ptr<Walk> children(const ObjectRef& object);
 Variant readIndexed(const ObjectRef& object, TextView member, Variant index);
 void writeIndexed(const ObjectRef& object, TextView member, Variant index, const Variant& value);
 
+void writeWith(const ObjectRef& object, TextView member, Arguments arguments, const Variant& value);
+
 // A method with its arguments by value.
 Variant callWith(const ObjectRef& object, TextView member, Arguments arguments);
 template <typename... Values>

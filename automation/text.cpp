@@ -184,6 +184,15 @@ bool equalsIgnoringCase(TextView left, TextView right) {
                     [](char16_t a, char16_t b) { return a == b || toLower(a) == toLower(b); });
 }
 
+Text concat(std::initializer_list<TextView> pieces) {
+  std::size_t length = 0;
+  for (const TextView piece : pieces) length += piece.size();
+  Text text;
+  text.reserve(length);
+  for (const TextView piece : pieces) text += piece;
+  return text;
+}
+
 TextView trimBlanks(TextView text) {
   const std::size_t first = text.find_first_not_of(u' ');
   if (first == TextView::npos) return {};

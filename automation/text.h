@@ -2,6 +2,7 @@
 // included. UTF-8 appears only at the edges of a process (files, SQLite, a terminal).
 #pragma once
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 
@@ -25,6 +26,9 @@ Text upperCase(TextView text);
 
 // Whether two texts are equal without regard to case, unit by unit.
 bool equalsIgnoringCase(TextView left, TextView right);
+
+// The pieces one behind the other.
+Text concat(std::initializer_list<TextView> pieces);
 
 // The text without the blanks (U+0020 and nothing else) at both ends.
 TextView trimBlanks(TextView text);

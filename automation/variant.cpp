@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <limits>
 #include <optional>
+#include <utility>
 
 #include "automation/failure.h"
 
@@ -77,6 +78,11 @@ Text toText(const Variant& value) {
   if (value.isEmpty()) return {};
   if (value.isNull()) failNull();
   failTypeMismatch();
+}
+
+Text toText(Variant&& value) {
+  if (auto* text = value.as<Text>()) return std::move(*text);
+  return toText(std::as_const(value));
 }
 
 std::int16_t toInt16(const Variant& value) {

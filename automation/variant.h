@@ -51,6 +51,10 @@ class Variant {
   const T* as() const {
     return std::get_if<T>(&value_);
   }
+  template <typename T>
+  T* as() {
+    return std::get_if<T>(&value_);
+  }
   const Array* asArray() const {
     const auto* array = std::get_if<std::shared_ptr<const Array>>(&value_);
     return array != nullptr ? array->get() : nullptr;
@@ -81,6 +85,7 @@ inline Variant::Variant(Array value) : value_(std::make_shared<const Array>(std:
 //
 // As text: a text stays as it is, a number gives its decimal text, a Boolean "True" or "False".
 Text toText(const Variant& value);
+Text toText(Variant&& value);
 // As a number: a number, a Boolean (True is -1), or a text that holds a number. A fraction goes to the
 // nearest whole number, one exactly halfway to the even neighbour.
 std::int16_t toInt16(const Variant& value);

@@ -30,6 +30,7 @@ using automation::read;
 using automation::readIndexed;
 using automation::write;
 
+using automation::concat;
 using automation::decimalText;
 using automation::element;
 using automation::equalsIgnoringCase;
@@ -40,11 +41,7 @@ using automation::toInt16;
 using automation::toInt32;
 using automation::toObject;
 using automation::toText;
+using automation::trimBlanks;
 using automation::upperBound;
-using automation::upperCase;
-
-// Values of the screen object's MousePointer.
-constexpr std::int16_t kPointerDefault = 0;
-constexpr std::int16_t kPointerHourglass = 11;
 
 }  // namespace TORVINFTPAppDataCom

@@ -5,10 +5,13 @@
 //   silent               Silently(step)
 //   none                 nothing: the failure passes to the caller
 //
-// A failure inside a handler leaves the routine and goes to its caller.
+// A handler is called with the failure, a const ErrorState&. A failure inside a handler leaves the routine
+// and goes to its caller.
+//
+// References are released where their scope ends. A routine sets one to null itself only where what follows
+// shows outside: the mouse pointer, which goes back when everything is released.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <utility>
 
@@ -17,11 +20,9 @@
 
 namespace TORVINFTPAppDataCom {
 
-using Handler = std::function<void(const ErrorState& objErr)>;
-
 // Runs the steps. The first that fails ends them and hands its failure to the handler.
-template <typename Steps>
-void LeaveOnFailure(Steps&& steps, const Handler& handler) {
+template <typename Steps, typename Handler>
+void LeaveOnFailure(Steps&& steps, Handler&& handler) {
   try {
     steps();
   } catch (const std::exception& failure) {
@@ -39,11 +40,10 @@ void Silently(Step&& step) {
   }
 }
 
-// Runs each step on its own: a failed one goes to the handler, and the routine goes on behind it.
-class ContinueOnFailure {
+// What a continue-on-failure routine runs its steps with, each on its own: a failed one goes to the handler,
+// and the routine goes on behind it.
+class Guard {
  public:
-  explicit ContinueOnFailure(Handler handler) : handler_(std::move(handler)) {}
-
   // Runs one step; an assignment that fails in it leaves its variable as it was. Gives whether the step
   // succeeded.
   template <typename Step>
@@ -52,8 +52,7 @@ class ContinueOnFailure {
       step();
       return true;
     } catch (const std::exception& failure) {
-      const PendingError error(failure);
-      handler_(error.state());
+      handle(failure);
       return false;
     }
   }
@@ -64,6 +63,13 @@ class ContinueOnFailure {
     bool bPassed = true;
     step([&] { bPassed = test(); });
     return bPassed;
+  }
+
+  // Runs a routine that opens something, and gives whether it is open. The test is for False, so one that
+  // fails counts as not open.
+  template <typename Open>
+  bool opened(Open&& open) const {
+    return !test([&] { return open() == False; });
   }
 
   // Walks the children of an object, each handed to `body`, which guards its own steps. A failure to begin or
@@ -99,7 +105,24 @@ class ContinueOnFailure {
     for (std::int32_t intIndex = intLower; intIndex <= intUpper; ++intIndex) body(intIndex);
   }
 
+ protected:
+  ~Guard() = default;
+
  private:
+  virtual void handle(const std::exception& failure) const = 0;
+};
+
+template <typename Handler>
+class ContinueOnFailure final : public Guard {
+ public:
+  explicit ContinueOnFailure(Handler handler) : handler_(std::move(handler)) {}
+
+ private:
+  void handle(const std::exception& failure) const override {
+    const PendingError error(failure);
+    handler_(error.state());
+  }
+
   Handler handler_;
 };
 

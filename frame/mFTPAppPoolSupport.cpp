@@ -7,6 +7,7 @@ namespace TORVINFTPAppDataCom::mFTPAppPoolSupport {
 namespace {
 
 const Text kObjectName = u"TORVINFTPAppDataCom-mFTPAppPoolSupport";
+const Variant vProvider = u"Microsoft.Jet.OLEDB.4.0";
 
 // Values of State.
 constexpr std::int32_t kClosed = 0;
@@ -16,18 +17,18 @@ constexpr std::int32_t kOpen = 1;
 
 thread_local Text mstrAppErrLogPath;
 
-VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, const Text& strCaller) {
+VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, TextView strCaller) {
   VariantBool bResult = False;
   LeaveOnFailure(
       [&] {
         objCn = CreateObject(u"ADODB.Connection");
-        write(objCn, u"Provider", u"Microsoft.Jet.OLEDB.4.0");
+        write(objCn, u"Provider", vProvider);
         call(objCn, u"Open", strDBName);
         bResult = True;
       },
       [&](const ErrorState& objErr) {
         WriteErrorLogEntry(objErr.number, objErr.description, kObjectName,
-                           u"OpenConnection(" + strCaller + u")");
+                           concat({u"OpenConnection(", strCaller, u")"}));
         bResult = False;
         if (objCn != nullptr) {
           if (toInt32(read(objCn, u"State")) != kClosed) call(objCn, u"Close");
@@ -48,7 +49,7 @@ void CloseConnection(ObjectRef& objCn) {
   objCn = nullptr;
 }
 
-VariantBool OpenRecordset(ObjectRef& objRs, const Text& strSql, ObjectRef& objCn, std::int32_t lngCursorType,
+VariantBool OpenRecordset(ObjectRef& objRs, TextView strSql, ObjectRef& objCn, std::int32_t lngCursorType,
                           std::int32_t lngLockType, std::int16_t intCursorLocation) {
   VariantBool bResult = False;
   LeaveOnFailure(
@@ -91,12 +92,14 @@ Variant NullToEmpty(Variant value) {
 }
 
 Text QuoteForSql(TextView strText) {
-  Text strQuoted = u"'";
-  for (const char16_t chrUnit : strText) {
-    if (chrUnit == u'\'') strQuoted += u'\'';
-    strQuoted += chrUnit;
+  Text strQuoted;
+  strQuoted.reserve(strText.size() + 2);
+  strQuoted += u'\'';
+  for (std::size_t lngQuote; (lngQuote = strText.find(u'\'')) != TextView::npos;) {
+    strQuoted.append(strText.substr(0, lngQuote + 1)) += u'\'';
+    strText.remove_prefix(lngQuote + 1);
   }
-  return strQuoted + u"'";
+  return strQuoted.append(strText) += u'\'';
 }
 
 void WriteErrorLogEntry(std::int32_t aErrorNumber, const Text& aErrorMessage, const Text& aObjectName,

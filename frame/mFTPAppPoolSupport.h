@@ -21,7 +21,7 @@ extern thread_local Text mstrAppErrLogPath;
 
 // Opens a new connection to the database file `strDBName` in `objCn`, replacing what that held. On failure: a
 // record whose function name holds `strCaller`, `objCn` null, False. Guard: leave-on-failure.
-VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, const Text& strCaller);
+VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, TextView strCaller);
 
 // Closes the connection if it is open, and makes `objCn` null. Nothing for a null reference. Guard:
 // continue-on-failure.
@@ -29,7 +29,7 @@ void CloseConnection(ObjectRef& objCn);
 
 // Opens a new recordset with `strSql` on `objCn` in `objRs`. On failure: a record, `objRs` null, False.
 // Guard: leave-on-failure.
-VariantBool OpenRecordset(ObjectRef& objRs, const Text& strSql, ObjectRef& objCn, std::int32_t lngCursorType,
+VariantBool OpenRecordset(ObjectRef& objRs, TextView strSql, ObjectRef& objCn, std::int32_t lngCursorType,
                           std::int32_t lngLockType, std::int16_t intCursorLocation);
 
 // Closes the recordset if it is open, dropping a row that hinders it, and makes `objRs` null if `bRelease` is

@@ -1,9 +1,20 @@
 #include "frame/progress.h"
 
-namespace TORVINFTPAppDataCom::progress {
+#include <utility>
 
-void SetStatusBarMessage(const ObjectRef& objStatusBar, const Text& strMessage) {
-  if (objStatusBar != nullptr) write(objStatusBar, u"message", strMessage);
+#include "frame/mFTPAppPoolSupport.h"
+
+namespace TORVINFTPAppDataCom::progress {
+namespace {
+
+// Values of MousePointer.
+constexpr std::int16_t kPointerDefault = 0;
+constexpr std::int16_t kPointerHourglass = 11;
+
+}  // namespace
+
+void SetStatusBarMessage(const ObjectRef& objStatusBar, Text strMessage) {
+  if (objStatusBar != nullptr) write(objStatusBar, u"message", std::move(strMessage));
 }
 
 void SetProgressBarMax(const ObjectRef& objProgressBar, std::int16_t intMax) {
@@ -14,8 +25,12 @@ void IncrementProgressBar(const ObjectRef& objProgressBar) {
   if (objProgressBar != nullptr) call(objProgressBar, u"increment");
 }
 
-void SetProcessCountMessage(const ObjectRef& objProcessCount, const Text& strMessage) {
-  if (objProcessCount != nullptr) write(objProcessCount, u"message", strMessage);
+void SetProcessCountMessage(const ObjectRef& objProcessCount, Text strMessage) {
+  if (objProcessCount != nullptr) write(objProcessCount, u"message", std::move(strMessage));
+}
+
+Text StatusText(TextView strDoing, TextView strName) {
+  return concat({strDoing, u" ", mFTPAppPoolSupport::QuoteForSql(strName)});
 }
 
 Text CountText(std::int16_t intDone, std::int16_t intTotal) {
@@ -24,6 +39,14 @@ Text CountText(std::int16_t intDone, std::int16_t intTotal) {
 
 std::int16_t AddOne(std::int16_t intCount) {
   return narrowToInt16(intCount + 1);
+}
+
+void ShowHourglass() {
+  write(Screen(), u"MousePointer", kPointerHourglass);
+}
+
+void ShowDefaultPointer() {
+  write(Screen(), u"MousePointer", kPointerDefault);
 }
 
 }  // namespace TORVINFTPAppDataCom::progress

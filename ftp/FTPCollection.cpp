@@ -1,5 +1,7 @@
 #include "ftp/FTPCollection.h"
 
+#include <utility>
+
 #include "frame/log_record.h"
 #include "frame/mFTPAppPoolSupport.h"
 #include "frame/progress.h"
@@ -31,12 +33,12 @@ void FTPCollection::SetProgressBarMax(std::int16_t intMax) {
   progress::SetProgressBarMax(objProgressBar, intMax);
 }
 
-void FTPCollection::SetStatusBarMessage(const Text& strMessage) {
-  progress::SetStatusBarMessage(objStatusBar, strMessage);
+void FTPCollection::SetStatusBarMessage(Text strMessage) {
+  progress::SetStatusBarMessage(objStatusBar, std::move(strMessage));
 }
 
-void FTPCollection::SetProcessCountMessage(const Text& strMessage) {
-  progress::SetProcessCountMessage(objProcessCount, strMessage);
+void FTPCollection::SetProcessCountMessage(Text strMessage) {
+  progress::SetProcessCountMessage(objProcessCount, std::move(strMessage));
 }
 
 }  // namespace TORVINFTPAppDataCom

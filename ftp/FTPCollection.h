@@ -60,6 +60,10 @@ class FTPCollection {
                           VariantBool bSiteLevel, const Text& StrIdentifier = {});
 
  private:
+  // A tab's table and its collector, found by the tab's name; null where there is no such tab.
+  struct Tab;
+  static const Tab* FindTab(TextView strName);
+
   // The collectors of the tabs: the metabase object of a site, the open connection, the recordset on the
   // tab's table. True if a row was written; False for the service's Info node and after a failure.
   VariantBool GetServerGeneralProperty(const Text& strServerName, ObjectRef& objObject, ObjectRef& objCn,
@@ -87,7 +91,7 @@ class FTPCollection {
   // What the two operations on virtual directories share: lists the children of the object at
   // `strObjectPath`, whose path towards the security rows is `strParentPath`.
   void ListVirtualDirectories(const Text& strObjectPath, const Text& strParentPath, const Text& strId,
-                              const Text& strDBName, const Text& strCaller, const Text& strFunctionName);
+                              const Text& strDBName, TextView strCaller, const Text& strFunctionName);
 
   // Writes the IP restrictions of one virtual directory, on a connection of its own.
   void GetVirtualDirSecurityProperties(const Text& strDirectoryName, const Text& strId,
@@ -95,8 +99,8 @@ class FTPCollection {
                                        const Text& strDBName);
 
   void SetProgressBarMax(std::int16_t intMax);
-  void SetStatusBarMessage(const Text& strMessage);
-  void SetProcessCountMessage(const Text& strMessage);
+  void SetStatusBarMessage(Text strMessage);
+  void SetProcessCountMessage(Text strMessage);
 
   ObjectRef objStatusBar;
   ObjectRef objProgressBar;

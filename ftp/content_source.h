@@ -6,13 +6,13 @@
 namespace TORVINFTPAppDataCom {
 
 // Path: a network share begins with two backslashes.
-inline Text ContentSourceText(const Text& strPath) {
+inline TextView ContentSourceText(TextView strPath) {
   return strPath.starts_with(u"\\\\") ? u"A directory located on another computer"
                                       : u"A directory located on this computer";
 }
 
 // DontLog, the other way round.
-inline Text LogVisitsWord(std::int32_t lngDontLog) {
+inline TextView LogVisitsWord(std::int32_t lngDontLog) {
   return lngDontLog == 0 ? u"Yes" : u"No";
 }
 

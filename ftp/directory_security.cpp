@@ -2,6 +2,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/ip_restrictions.h"
 #include "ftp/site_identity.h"
@@ -19,7 +20,7 @@ VariantBool FTPCollection::GetDirectorySecurityProperties(const Text& strServerN
         const Text strId = toText(read(objObject, u"Name"));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
 
         GetRestrictedIPAddress(strServerName, strSiteName, strId, objRs);
         call(objRs, u"Update");
@@ -39,18 +40,15 @@ void FTPCollection::GetRestrictedIPAddress(const Text& strServerName, const Text
   const ContinueOnFailure guard([&](const ErrorState& objErr) {
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetRestrictedIPAddress");
   });
-  const auto writeIdentity = [&] {
-    guard.step([&] { WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName))); });
-    guard.step([&] { WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName))); });
-    guard.step([&] { WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId))); });
-  };
+  const RowIdentity identity = {
+      {{u"Server name", strServerName}, {u"FTP site name", strSiteName}, {u"Identifier", strId}}};
 
   guard.step([&] { call(objRs, u"AddNew"); });
-  writeIdentity();
+  WriteIdentity(guard, objRs, identity);
   guard.step([&] { objRoot = GetObject(u"IIS://" + strServerName + u"/MSFTPSVC/" + strId + u"/Root"); });
   if (objRoot == nullptr) return;
   guard.step([&] { objIPSecurity = toObject(call(objRoot, u"GetEx", u"IPSecurity")); });
-  WalkIPRestrictions(guard, objIPSecurity, objRs, writeIdentity);
+  WalkIPRestrictions(guard, objIPSecurity, objRs, identity);
 }
 
 }  // namespace TORVINFTPAppDataCom

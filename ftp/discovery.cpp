@@ -5,6 +5,7 @@
 #include "frame/progress.h"
 #include "frame/row.h"
 #include "ftp/FTPCollection.h"
+#include "ftp/site_identity.h"
 
 namespace TORVINFTPAppDataCom {
 
@@ -22,7 +23,6 @@ std::int16_t FTPCollection::GetFTPSitesCount(Text& strIISServerName) {
   if (objService != nullptr) {
     guard.forEach(objService,
                   [&](const ObjectRef&) { guard.step([&] { intCount = progress::AddOne(intCount); }); });
-    objService = nullptr;
   }
   // The service's Info entry is no site.
   return static_cast<std::int16_t>(intCount - 1);
@@ -41,26 +41,24 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
                u"GenerateFTPSiteInfo(" + QuoteForSql(strServerName) + u", " + QuoteForSql(strDBName) + u")");
   });
 
-  guard.step([&] { SetStatusBarMessage(u"Loading FTP Sites from " + QuoteForSql(strServerName)); });
+  guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Loading FTP Sites from", strServerName)); });
 
-  if (guard.test([&] { return OpenConnection(objCn, strDBName, u"FTPSiteInfo") == False; })) {
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u"FTPSiteInfo"); })) {
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Connection failure", u"TORVINFTPAppDataCom",
                  u"GenerateFTPSiteInfo");
     });
-    objCn = nullptr;
     return 0;
   }
-  if (guard.test([&] {
+  if (!guard.opened([&] {
         return OpenRecordset(
-                   objRs, u"Select * from tblFTPSiteInfo where [Server name] = " + QuoteForSql(strServerName),
-                   objCn, kDynamic, kPessimistic, kClientSide) == False;
+            objRs, u"Select * from tblFTPSiteInfo where [Server name] = " + QuoteForSql(strServerName), objCn,
+            kDynamic, kPessimistic, kClientSide);
       })) {
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Recordset failure", u"TORVINFTPAppDataCom", u"GenerateFTPSiteInfo");
     });
-    objCn = nullptr;
-    objRs = nullptr;
+    // The connection is released without a Close. It stays so.
     return 0;
   }
 
@@ -69,13 +67,15 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
     if (objService != nullptr) {
       guard.forEach(objService, [&](const ObjectRef& objChild) {
         guard.step([&] { strName = toText(read(objChild, u"Name")); });
-        if (equalsIgnoringCase(strName, u"Info")) return;
+        if (IsInfoNode(strName)) return;
         guard.step([&] { call(objRs, u"AddNew"); });
+        // Two steps, unlike in the tabs: where the read fails, the name comes from the comment of the child
+        // before.
         guard.step([&] { vComment = read(objChild, u"servercomment"); });
-        guard.step([&] { strSiteName = vComment.isNull() ? Text(u"Value not set") : toText(vComment); });
-        guard.step([&] { WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName))); });
-        guard.step([&] { WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName))); });
-        guard.step([&] { WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strName))); });
+        guard.step([&] { strSiteName = vComment.isNull() ? Text(kNoSiteName) : toText(vComment); });
+        guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
+        guard.step([&] { WriteText(objRs, u"FTP site name", strSiteName); });
+        guard.step([&] { WriteText(objRs, u"Identifier", strName); });
         guard.step([&] { call(objRs, u"Update"); });
       });
     }
@@ -84,7 +84,6 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
   guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount")); });
   guard.step([&] { CloseRecordset(objRs, True); });
   guard.step([&] { CloseConnection(objCn); });
-  objService = nullptr;
   return intCount;
 }
 
@@ -100,7 +99,6 @@ std::int16_t FTPCollection::GenerateFTPVirDirInfo(const Text& strBindingPath) {
   if (objParent != nullptr) {
     guard.forEach(objParent,
                   [&](const ObjectRef&) { guard.step([&] { intCount = progress::AddOne(intCount); }); });
-    objParent = nullptr;
     intResult = intCount;
   }
   return intResult;

@@ -9,15 +9,14 @@ namespace TORVINFTPAppDataCom {
 
 using namespace mFTPAppPoolSupport;
 
-void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text& strDBName,
-                                       const Text& StrSelectedTab, VariantBool bSiteLevel,
-                                       const Text& StrIdentifier) {
-  using Collector = VariantBool (FTPCollection::*)(const Text&, ObjectRef&, ObjectRef&, ObjectRef&);
-  struct Tab {
-    TextView strName;
-    TextView strSql;
-    Collector collector;
-  };
+// The collectors by the names of their tabs, as hosts spell them.
+struct FTPCollection::Tab {
+  TextView strName;
+  TextView strSql;
+  VariantBool (FTPCollection::*collector)(const Text&, ObjectRef&, ObjectRef&, ObjectRef&);
+};
+
+const FTPCollection::Tab* FTPCollection::FindTab(TextView strName) {
   static constexpr Tab aTabs[] = {
       {u"General", u"Select * from tblGeneral where 1=2", &FTPCollection::GetServerGeneralProperty},
       {u"Log File Settings", u"Select * from tblLogFileSetting where 1=2", &FTPCollection::GetLogFileSetting},
@@ -31,7 +30,15 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
       {u"Directory Security", u"Select * from tblDirectorySecuritySetting where 1=2",
        &FTPCollection::GetDirectorySecurityProperties},
   };
+  for (const Tab& tab : aTabs) {
+    if (tab.strName == strName) return &tab;
+  }
+  return nullptr;
+}
 
+void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text& strDBName,
+                                       const Text& StrSelectedTab, VariantBool bSiteLevel,
+                                       const Text& StrIdentifier) {
   ObjectRef objService;
   ObjectRef objSite;
   ObjectRef objCn;
@@ -43,7 +50,7 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetFTPPropertyInfo");
   });
 
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerHourglass); });
+  guard.step([&] { progress::ShowHourglass(); });
 
   if (bSiteLevel != False) {
     guard.step([&] { objSite = GetObject(u"IIS://" + strIISServerName + u"/MSFTPSVC/" + StrIdentifier); });
@@ -55,7 +62,7 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
       WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
                  u"GetFTPPropertyInfo");
     });
-    guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+    guard.step([&] { progress::ShowDefaultPointer(); });
     return;
   }
 
@@ -64,26 +71,24 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
     guard.step([&] { bCollected = (this->*tab.collector)(strIISServerName, objObject, objCn, objRs); });
   };
   const auto openTable = [&](const Tab& tab) {
-    return !guard.test([&] {
-      return OpenRecordset(objRs, Text(tab.strSql), objCn, kForwardOnly, kOptimistic, kServerSide) == False;
-    });
+    return guard.opened(
+        [&] { return OpenRecordset(objRs, tab.strSql, objCn, kForwardOnly, kOptimistic, kServerSide); });
   };
 
-  if (!guard.test([&] { return OpenConnection(objCn, strDBName, StrSelectedTab) == False; })) {
-    for (const Tab& tab : aTabs) {
-      if (StrSelectedTab != tab.strName) continue;
-      if (bSiteLevel != False) {
-        if (!openTable(tab)) break;
-        collect(tab, objSite);
+  if (guard.opened([&] { return OpenConnection(objCn, strDBName, StrSelectedTab); })) {
+    const Tab* const tab = FindTab(StrSelectedTab);
+    if (tab != nullptr && bSiteLevel != False) {
+      if (openTable(*tab)) {
+        collect(*tab, objSite);
         guard.step([&] { CloseRecordset(objRs, True); });
-      } else {
-        guard.step([&] { intTotal = GenerateFTPSiteInfo(strIISServerName, strDBName); });
-        intDone = 0;
-        guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
-        guard.step([&] { SetProgressBarMax(intTotal); });
-        if (!openTable(tab)) break;
+      }
+    } else if (tab != nullptr) {
+      guard.step([&] { intTotal = GenerateFTPSiteInfo(strIISServerName, strDBName); });
+      guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });
+      guard.step([&] { SetProgressBarMax(intTotal); });
+      if (openTable(*tab)) {
         guard.forEach(objService, [&](const ObjectRef& objChild) {
-          collect(tab, objChild);
+          collect(*tab, objChild);
           if (bCollected == False) return;
           guard.step([&] { IncrementProgressBar(); });
           guard.step([&] { intDone = progress::AddOne(intDone); });
@@ -91,7 +96,6 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
         });
         guard.step([&] { CloseRecordset(objRs, True); });
       }
-      break;
     }
     guard.step([&] { CloseConnection(objCn); });
   }
@@ -100,7 +104,7 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
   objSite = nullptr;
   objRs = nullptr;
   objCn = nullptr;
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+  guard.step([&] { progress::ShowDefaultPointer(); });
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -5,6 +5,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/log_format.h"
 #include "ftp/server_version.h"
@@ -26,37 +27,34 @@ VariantBool FTPCollection::GetExtendedLogProperties(const Text& strServerName, O
 
         call(objRs, u"AddNew");
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
-        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
-        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
-        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
+        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
 
-        const Text strGroup = LogClassGroup(toText(read(objObject, u"logpluginclsid")));
-        if (equalsIgnoringCase(strGroup, u"ff160663")) {
+        if (IsExtendedFormat(toText(read(objObject, u"logpluginclsid")))) {
           const auto flagWord = [&](TextView strMember) {
-            return NullToEmpty(Trim(GetPropEnabledStatus(toInt16(read(objObject, strMember)))));
+            return GetPropEnabledStatus(toInt16(read(objObject, strMember)));
           };
-          WriteColumn(objRs, u"Date", flagWord(u"logextfileDate"));
-          WriteColumn(objRs, u"Time", flagWord(u"logextfiletime"));
-          WriteColumn(objRs, u"Client IP Address", flagWord(u"logextfileclientip"));
-          WriteColumn(objRs, u"User Name", flagWord(u"logextfileusername"));
-          WriteColumn(objRs, u"Service Name", flagWord(u"logextfilesitename"));
-          WriteColumn(objRs, u"Computer Name", flagWord(u"logextfilecomputername"));
-          WriteColumn(objRs, u"Server IP Address", flagWord(u"logextfileserverip"));
-          WriteColumn(objRs, u"Server Port", flagWord(u"logextfileserverport"));
-          WriteColumn(objRs, u"Method", flagWord(u"logextfilemethod"));
-          WriteColumn(objRs, u"URI Stem", flagWord(u"logextfileuristem"));
-          WriteColumn(objRs, u"URI Query", flagWord(u"logextfileuriquery"));
-          WriteColumn(objRs, u"Protocol Status", flagWord(u"logextfilehttpstatus"));
-          WriteColumn(objRs, u"Win32 Status", flagWord(u"logextfilewin32status"));
-          WriteColumn(objRs, u"Bytes Sent", flagWord(u"logextfilebytessent"));
-          WriteColumn(objRs, u"Bytes Received", flagWord(u"logextfilebytesrecv"));
-          WriteColumn(objRs, u"Time Taken", flagWord(u"logextfiletimetaken"));
-          WriteColumn(objRs, u"Protocol Version", flagWord(u"logextfileprotocolversion"));
-          WriteColumn(objRs, u"Host", intOs >= 6 ? flagWord(u"logextfilehost") : Variant(u""));
-          WriteColumn(objRs, u"User Agent", flagWord(u"logextfileuseragent"));
-          WriteColumn(objRs, u"Cookie", flagWord(u"logextfilecookie"));
-          WriteColumn(objRs, u"Referer", flagWord(u"logextfilereferer"));
+          WriteText(objRs, u"Date", flagWord(u"logextfileDate"));
+          WriteText(objRs, u"Time", flagWord(u"logextfiletime"));
+          WriteText(objRs, u"Client IP Address", flagWord(u"logextfileclientip"));
+          WriteText(objRs, u"User Name", flagWord(u"logextfileusername"));
+          WriteText(objRs, u"Service Name", flagWord(u"logextfilesitename"));
+          WriteText(objRs, u"Computer Name", flagWord(u"logextfilecomputername"));
+          WriteText(objRs, u"Server IP Address", flagWord(u"logextfileserverip"));
+          WriteText(objRs, u"Server Port", flagWord(u"logextfileserverport"));
+          WriteText(objRs, u"Method", flagWord(u"logextfilemethod"));
+          WriteText(objRs, u"URI Stem", flagWord(u"logextfileuristem"));
+          WriteText(objRs, u"URI Query", flagWord(u"logextfileuriquery"));
+          WriteText(objRs, u"Protocol Status", flagWord(u"logextfilehttpstatus"));
+          WriteText(objRs, u"Win32 Status", flagWord(u"logextfilewin32status"));
+          WriteText(objRs, u"Bytes Sent", flagWord(u"logextfilebytessent"));
+          WriteText(objRs, u"Bytes Received", flagWord(u"logextfilebytesrecv"));
+          WriteText(objRs, u"Time Taken", flagWord(u"logextfiletimetaken"));
+          WriteText(objRs, u"Protocol Version", flagWord(u"logextfileprotocolversion"));
+          WriteText(objRs, u"Host", intOs >= 6 ? flagWord(u"logextfilehost") : Text());
+          WriteText(objRs, u"User Agent", flagWord(u"logextfileuseragent"));
+          WriteText(objRs, u"Cookie", flagWord(u"logextfilecookie"));
+          WriteText(objRs, u"Referer", flagWord(u"logextfilereferer"));
         }
         call(objRs, u"Update");
         bResult = True;

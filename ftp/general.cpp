@@ -5,6 +5,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/state_word.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/site_identity.h"
@@ -22,7 +23,7 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
         const Text strId = toText(read(objObject, u"Name"));
         if (!IsInfoNode(strId)) {
           const Text strSiteName = ReadSiteName(objObject);
-          SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+          SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
 
           // The last binding counts.
           const Variant aBindings = read(objObject, u"ServerBindings");
@@ -32,9 +33,8 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
           for (std::int32_t intIndex = intLower; intIndex <= intUpper; ++intIndex) {
             strBinding = toText(element(aBindings, intIndex));
           }
-          const std::vector<Text> aPieces = Split(strBinding, u':');
-          Text strIP = PieceOf(aPieces, 0);
-          const Text strPort = PieceOf(aPieces, 1);
+          TextView strIP = PieceOf(strBinding, u':', 0);
+          const TextView strPort = PieceOf(strBinding, u':', 1);
           if (strIP.empty()) strIP = u"(All Unassigned)";
 
           const Text strMaxConnections = toText(read(objObject, u"Maxconnections"));
@@ -42,18 +42,16 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
           const Text strState = StateWord(toText(read(objObject, u"Status")));
 
           call(objRs, u"AddNew");
-          WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
-          WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
-          WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
-          WriteColumn(objRs, u"IP Address", NullToEmpty(Trim(strIP)));
-          WriteColumn(objRs, u"TCP Port", NullToEmpty(Trim(strPort)));
-          WriteColumn(objRs, u"Maximum Connections", NullToEmpty(Trim(strMaxConnections)));
-          WriteColumn(objRs, u"Connection Timeout (seconds)", NullToEmpty(Trim(strTimeout)));
-          WriteColumn(objRs, u"State", NullToEmpty(Trim(strState)));
+          WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
+          WriteText(objRs, u"IP Address", strIP);
+          WriteText(objRs, u"TCP Port", strPort);
+          WriteText(objRs, u"Maximum Connections", strMaxConnections);
+          WriteText(objRs, u"Connection Timeout (seconds)", strTimeout);
+          WriteText(objRs, u"State", strState);
           call(objRs, u"Update");
           bResult = True;
         }
-        write(Screen(), u"MousePointer", kPointerDefault);
+        progress::ShowDefaultPointer();
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetServerGeneralProperty");

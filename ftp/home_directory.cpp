@@ -6,6 +6,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/content_source.h"
 #include "ftp/site_identity.h"
@@ -23,12 +24,10 @@ VariantBool FTPCollection::GetHomeDirectoryProperties(const Text& strServerName,
         const Text strId = toText(read(objObject, u"Name"));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
-        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
-        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
+        WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
 
         const ObjectRef objSite = GetObject(u"IIS://" + strServerName + u"/MSFTPSVC/" + strId);
         if (objSite != nullptr) {
@@ -38,16 +37,16 @@ VariantBool FTPCollection::GetHomeDirectoryProperties(const Text& strServerName,
             const Text strPath = toText(read(objDirectory, u"Path"));
             const Text strRead = GetPropEnabledStatus(toInt16(read(objDirectory, u"accessread")));
             const Text strWrite = GetPropEnabledStatus(toInt16(read(objDirectory, u"accesswrite")));
-            const Text strLogVisits = LogVisitsWord(toInt32(read(objDirectory, u"dontlog")));
-            WriteColumn(objRs, u"Content source", NullToEmpty(Trim(ContentSourceText(strPath))));
-            WriteColumn(objRs, u"Path", NullToEmpty(Trim(strPath)));
-            WriteColumn(objRs, u"Read", NullToEmpty(Trim(strRead)));
-            WriteColumn(objRs, u"Write", NullToEmpty(Trim(strWrite)));
-            WriteColumn(objRs, u"Log visits", NullToEmpty(Trim(strLogVisits)));
+            const TextView strLogVisits = LogVisitsWord(toInt32(read(objDirectory, u"dontlog")));
+            WriteText(objRs, u"Content source", ContentSourceText(strPath));
+            WriteText(objRs, u"Path", strPath);
+            WriteText(objRs, u"Read", strRead);
+            WriteText(objRs, u"Write", strWrite);
+            WriteText(objRs, u"Log visits", strLogVisits);
           }
         }
-        const Text strListing = toInt32(read(objObject, u"msdosdiroutput")) == 0 ? u"UNIX" : u"MS-DOS";
-        WriteColumn(objRs, u"Directory Listing Style", NullToEmpty(Trim(strListing)));
+        const TextView strListing = toInt32(read(objObject, u"msdosdiroutput")) == 0 ? u"UNIX" : u"MS-DOS";
+        WriteText(objRs, u"Directory Listing Style", strListing);
         call(objRs, u"Update");
         bResult = True;
       },

@@ -3,54 +3,51 @@
 
 #include "ftp/ip_restrictions.h"
 
-#include "frame/mFTPAppPoolSupport.h"
-#include "frame/row.h"
-
 namespace TORVINFTPAppDataCom {
-
-using namespace mFTPAppPoolSupport;
-
 namespace {
 
-// An entry: the address alone for a single computer, else with its subnet mask.
-Text EntryText(const Text& strAddress, const Text& strMask) {
-  const Text strTrimmed = TrimText(strMask);
-  return strTrimmed == u"255.255.255.255" ? strAddress : strAddress + u" (" + strTrimmed + u")";
+constexpr TextView kSingleComputer = u"255.255.255.255";
+
+// An entry: the address alone for a single computer, else with its subnet mask. The address stays untrimmed.
+Text EntryText(TextView strAddress, TextView strMask) {
+  const TextView strTrimmed = trimBlanks(strMask);
+  if (strTrimmed == kSingleComputer) return Text(strAddress);
+  return concat({strAddress, u" (", strTrimmed, u")"});
 }
 
 }  // namespace
 
-void WalkIPRestrictions(const ContinueOnFailure& guard, const ObjectRef& objIPSecurity,
-                        const ObjectRef& objRs, const std::function<void()>& writeIdentity) {
+void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, const ObjectRef& objRs,
+                        const RowIdentity& identity) {
   std::int16_t intGrantByDefault = 0;
   Variant aList;
-  std::vector<Text> aPieces;
-  Text strAddress;
-  Text strMask;
+  Text strEntry;
+  TextView strAddress;
+  TextView strMask;
 
   guard.step([&] { intGrantByDefault = toInt16(read(objIPSecurity, u"GrantByDefault")); });
   const bool bGranted = intGrantByDefault != 0;
-  const Text strAccess = bGranted ? u"Granted" : u"Denied";
+  const TextView strAccess = bGranted ? u"Granted" : u"Denied";
   const TextView strList = bGranted ? u"IPDeny" : u"IPGrant";
   const TextView strColumn =
       bGranted ? u"Denied IP Address (Subnet mask)" : u"Granted IP Address (Subnet mask)";
 
-  guard.step([&] { WriteColumn(objRs, u"All computer access", NullToEmpty(strAccess)); });
+  guard.step([&] { WriteText(objRs, u"All computer access", strAccess); });
 
   // Without the list there are no bounds to walk between.
   if (!guard.step([&] { aList = read(objIPSecurity, strList); })) return;
   guard.forEachIndex(aList, [&](std::int32_t intIndex) {
-    strAddress.clear();
-    strMask.clear();
+    strAddress = {};
+    strMask = {};
     if (intIndex > 0) {
       guard.step([&] { call(objRs, u"AddNew"); });
-      writeIdentity();
-      guard.step([&] { WriteColumn(objRs, u"All computer access", NullToEmpty(strAccess)); });
+      WriteIdentity(guard, objRs, identity);
+      guard.step([&] { WriteText(objRs, u"All computer access", strAccess); });
     }
-    guard.step([&] { aPieces = Split(toText(element(aList, intIndex)), u','); });
-    guard.step([&] { strAddress = PieceOf(aPieces, 0); });
-    guard.step([&] { strMask = PieceOf(aPieces, 1); });
-    guard.step([&] { WriteColumn(objRs, strColumn, NullToEmpty(EntryText(strAddress, strMask))); });
+    guard.step([&] { strEntry = toText(element(aList, intIndex)); });
+    guard.step([&] { strAddress = PieceOf(strEntry, u',', 0); });
+    guard.step([&] { strMask = PieceOf(strEntry, u',', 1); });
+    guard.step([&] { WriteColumn(objRs, strColumn, EntryText(strAddress, strMask)); });
   });
 }
 

@@ -5,6 +5,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/log_format.h"
 #include "ftp/site_identity.h"
@@ -49,25 +50,23 @@ VariantBool FTPCollection::GetLogFileSetting(const Text& strServerName, ObjectRe
         const Text strId = toText(read(objObject, u"Name"));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
 
-        const Text strEnabled = toInt16(read(objObject, u"logtype")) == 1 ? u"Yes" : u"No";
-        const Text strFormat = LogFormatText(toText(read(objObject, u"logpluginclsid")));
+        const TextView strEnabled = toInt16(read(objObject, u"logtype")) == 1 ? u"Yes" : u"No";
+        const TextView strFormat = LogFormatText(toText(read(objObject, u"logpluginclsid")));
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
-        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
-        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
-        WriteColumn(objRs, u"Enable Logging", NullToEmpty(Trim(strEnabled)));
-        WriteColumn(objRs, u"Active log format", NullToEmpty(Trim(strFormat)));
+        WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
+        WriteText(objRs, u"Enable Logging", strEnabled);
+        WriteText(objRs, u"Active log format", strFormat);
 
         if (strFormat == kOdbcFormat) {
           const Text strDataSource = toText(read(objObject, u"logOdbcDataSource"));
-          WriteColumn(objRs, u"ODBC Data Source Name (DSN)", NullToEmpty(Trim(strDataSource)));
+          WriteText(objRs, u"ODBC Data Source Name (DSN)", strDataSource);
           const Text strUserName = toText(read(objObject, u"logOdbcusername"));
-          WriteColumn(objRs, u"ODBC User name", NullToEmpty(Trim(strUserName)));
+          WriteText(objRs, u"ODBC User name", strUserName);
           const Text strTableName = toText(read(objObject, u"logOdbctablename"));
-          WriteColumn(objRs, u"ODBC Table name", NullToEmpty(Trim(strTableName)));
+          WriteText(objRs, u"ODBC Table name", strTableName);
         } else {
           const bool bExtended = strFormat == kExtendedFormat;
           const Text strPeriod = toText(read(objObject, u"logfileperiod"));
@@ -86,13 +85,12 @@ VariantBool FTPCollection::GetLogFileSetting(const Text& strServerName, ObjectRe
           }
           const Text strDirectory = toText(read(objObject, u"logfiledirectory"));
 
-          WriteColumn(objRs, u"New Log Time Period", NullToEmpty(Trim(strPeriodText)));
+          WriteText(objRs, u"New Log Time Period", strPeriodText);
           if (bExtended) {
-            WriteColumn(objRs, u"Use local time for file naming and rollover",
-                        NullToEmpty(Trim(strLocalTime)));
+            WriteText(objRs, u"Use local time for file naming and rollover", strLocalTime);
           }
-          WriteColumn(objRs, u"Log file directory", NullToEmpty(Trim(strDirectory)));
-          WriteColumn(objRs, u"Log file name", NullToEmpty(Trim(strFileName)));
+          WriteText(objRs, u"Log file directory", strDirectory);
+          WriteText(objRs, u"Log file name", strFileName);
         }
         call(objRs, u"Update");
         bResult = True;

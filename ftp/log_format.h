@@ -2,7 +2,6 @@
 #pragma once
 
 #include "frame/component.h"
-#include "frame/row.h"
 
 namespace TORVINFTPAppDataCom {
 
@@ -12,17 +11,20 @@ inline constexpr TextView kInternetServiceFormat = u"Microsoft IIS Log File Form
 
 // The first group: the eight characters behind the opening brace. `strClassId` is the value of
 // LogPluginClsid.
-inline Text LogClassGroup(const Text& strClassId) {
-  const Text strTrimmed = TrimText(strClassId);
-  return strTrimmed.size() < 2 ? Text() : strTrimmed.substr(1, 8);
+inline TextView LogClassGroup(TextView strClassId) {
+  const TextView strTrimmed = trimBlanks(strClassId);
+  return strTrimmed.size() < 2 ? TextView() : strTrimmed.substr(1, 8);
+}
+
+inline bool IsExtendedFormat(TextView strClassId) {
+  return equalsIgnoringCase(LogClassGroup(strClassId), u"ff160663");
 }
 
 // LogPluginClsid
-inline Text LogFormatText(const Text& strClassId) {
-  const Text strGroup = LogClassGroup(strClassId);
-  if (equalsIgnoringCase(strGroup, u"ff160663")) return Text(kExtendedFormat);
-  if (equalsIgnoringCase(strGroup, u"ff16065b")) return Text(kOdbcFormat);
-  return Text(kInternetServiceFormat);
+inline TextView LogFormatText(TextView strClassId) {
+  if (IsExtendedFormat(strClassId)) return kExtendedFormat;
+  if (equalsIgnoringCase(LogClassGroup(strClassId), u"ff16065b")) return kOdbcFormat;
+  return kInternetServiceFormat;
 }
 
 }  // namespace TORVINFTPAppDataCom

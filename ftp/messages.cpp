@@ -5,6 +5,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/server_version.h"
 #include "ftp/site_identity.h"
@@ -38,7 +39,7 @@ VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectR
         const Text strId = toText(read(objObject, u"Name"));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
 
         const Text strWelcome = JoinLines(read(objObject, u"GreetingMessage"));
         const Text strExit = toText(read(objObject, u"Exitmessage"));
@@ -47,13 +48,11 @@ VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectR
         const Text strMaxClients = toText(read(objObject, u"MaxClientsMessage"));
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
-        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
-        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
-        WriteColumn(objRs, u"Welcome Message", NullToEmpty(Trim(strWelcome)));
-        WriteColumn(objRs, u"Exit Message", NullToEmpty(Trim(strExit)));
-        WriteColumn(objRs, u"Banner Message", NullToEmpty(Trim(strBanner)));
-        WriteColumn(objRs, u"Maximum connections message", NullToEmpty(Trim(strMaxClients)));
+        WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
+        WriteText(objRs, u"Welcome Message", strWelcome);
+        WriteText(objRs, u"Exit Message", strExit);
+        WriteText(objRs, u"Banner Message", strBanner);
+        WriteText(objRs, u"Maximum connections message", strMaxClients);
         call(objRs, u"Update");
         bResult = True;
       },

@@ -6,6 +6,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/site_identity.h"
 
@@ -26,7 +27,7 @@ VariantBool FTPCollection::GetSecurityAccountsProperties(const Text& strServerNa
         const Text strId = toText(read(objObject, u"Name"));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(u"Processing " + QuoteForSql(strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
 
         const Text strAllowAnonymous = GetPropEnabledStatus(toInt16(read(objObject, u"AllowAnonymous")));
         const Text strUserName = toText(read(objObject, u"Anonymoususername"));
@@ -34,13 +35,11 @@ VariantBool FTPCollection::GetSecurityAccountsProperties(const Text& strServerNa
         const Text strPasswordSync = GetPropEnabledStatus(toInt16(read(objObject, u"Anonymouspasswordsync")));
 
         call(objRs, u"AddNew");
-        WriteColumn(objRs, u"Server name", NullToEmpty(Trim(strServerName)));
-        WriteColumn(objRs, u"FTP site name", NullToEmpty(Trim(strSiteName)));
-        WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId)));
-        WriteColumn(objRs, u"Allow Anonymous Connections", NullToEmpty(Trim(strAllowAnonymous)));
-        WriteColumn(objRs, u"User name", NullToEmpty(Trim(strUserName)));
-        WriteColumn(objRs, u"Allow only anonymous connections", NullToEmpty(Trim(strAnonymousOnly)));
-        WriteColumn(objRs, u"Allow IIS to control password", NullToEmpty(Trim(strPasswordSync)));
+        WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
+        WriteText(objRs, u"Allow Anonymous Connections", strAllowAnonymous);
+        WriteText(objRs, u"User name", strUserName);
+        WriteText(objRs, u"Allow only anonymous connections", strAnonymousOnly);
+        WriteText(objRs, u"Allow IIS to control password", strPasswordSync);
         call(objRs, u"Update");
         bResult = True;
       },

@@ -1,4 +1,4 @@
-// Who is this site: the steps that the tab collectors of FTP sites begin with.
+// Which site is this: what the collectors of FTP sites share to tell it.
 #pragma once
 
 #include "frame/component.h"
@@ -6,15 +6,26 @@
 
 namespace TORVINFTPAppDataCom {
 
+// What stands for the name of a site that has none.
+inline constexpr TextView kNoSiteName = u"Value not set";
+
 // The service's own Info node stands among the sites and is none.
-inline bool IsInfoNode(const Text& strId) {
+inline bool IsInfoNode(TextView strId) {
   return equalsIgnoringCase(strId, u"Info");
 }
 
 // The site's name, or what stands in its place where `servercomment` isn't set.
 inline Text ReadSiteName(const ObjectRef& objSite) {
-  const Variant vComment = read(objSite, u"servercomment");
-  return vComment.isNull() ? Text(u"Value not set") : toText(vComment);
+  Variant vComment = read(objSite, u"servercomment");
+  return vComment.isNull() ? Text(kNoSiteName) : toText(std::move(vComment));
+}
+
+// The columns that every row of a site's tabs begins with.
+inline void WriteSiteIdentity(const ObjectRef& objRs, TextView strServerName, TextView strSiteName,
+                              TextView strId) {
+  WriteText(objRs, u"Server name", strServerName);
+  WriteText(objRs, u"FTP site name", strSiteName);
+  WriteText(objRs, u"Identifier", strId);
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -2,6 +2,7 @@
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
+#include "frame/progress.h"
 #include "frame/row.h"
 #include "ftp/FTPCollection.h"
 #include "ftp/ip_restrictions.h"
@@ -20,22 +21,19 @@ void FTPCollection::GetVirtualDirSecurityProperties(const Text& strDirectoryName
   const ContinueOnFailure guard([&](const ErrorState& objErr) {
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetVirtualDirSecurityProperties");
   });
-  const auto writeIdentity = [&] {
-    guard.step([&] { WriteColumn(objRs, u"IISPath", NullToEmpty(Trim(strParentPath))); });
-    guard.step([&] { WriteColumn(objRs, u"Directory name", NullToEmpty(Trim(strDirectoryName))); });
-    guard.step([&] { WriteColumn(objRs, u"Identifier", NullToEmpty(Trim(strId))); });
-  };
+  const RowIdentity identity = {
+      {{u"IISPath", strParentPath}, {u"Directory name", strDirectoryName}, {u"Identifier", strId}}};
 
-  if (!guard.test([&] { return OpenConnection(objCn, strDBName, u"VirtualDirSecurity") == False; })) {
-    if (!guard.test([&] {
+  if (guard.opened([&] { return OpenConnection(objCn, strDBName, u"VirtualDirSecurity"); })) {
+    if (guard.opened([&] {
           return OpenRecordset(objRs, u"Select * from tblvirtualDirSecurity where 1=2", objCn, kForwardOnly,
-                               kOptimistic, kServerSide) == False;
+                               kOptimistic, kServerSide);
         })) {
       guard.step([&] { objDirectory = GetObject(strDirectoryPath); });
       guard.step([&] { objIPSecurity = toObject(call(objDirectory, u"GetEx", u"IPSecurity")); });
       guard.step([&] { call(objRs, u"AddNew"); });
-      writeIdentity();
-      WalkIPRestrictions(guard, objIPSecurity, objRs, writeIdentity);
+      WriteIdentity(guard, objRs, identity);
+      WalkIPRestrictions(guard, objIPSecurity, objRs, identity);
       guard.step([&] { call(objRs, u"Update"); });
       guard.step([&] { CloseRecordset(objRs, True); });
     }
@@ -45,7 +43,7 @@ void FTPCollection::GetVirtualDirSecurityProperties(const Text& strDirectoryName
   objCn = nullptr;
   objIPSecurity = nullptr;
   objDirectory = nullptr;
-  guard.step([&] { write(Screen(), u"MousePointer", kPointerDefault); });
+  guard.step([&] { progress::ShowDefaultPointer(); });
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -1,0 +1,14 @@
+// Which application pool is this: the columns that every row of a pool's tabs begins with.
+#pragma once
+
+#include "frame/component.h"
+#include "frame/row.h"
+
+namespace TORVINFTPAppDataCom {
+
+inline void WritePoolIdentity(const ObjectRef& objRs, TextView strServerName, TextView strPoolName) {
+  WriteText(objRs, u"Server name", strServerName);
+  WriteText(objRs, u"Application pool name", strPoolName);
+}
+
+}  // namespace TORVINFTPAppDataCom
