@@ -1,5 +1,5 @@
-// A whole MetaBase.xml: it is refused with a failure, or every node can be found by its path and every
-// property of every node reads as a value or a failure.
+// A whole MetaBase.xml: it is refused with a failure, or every node can be found by its path, every property
+// of every node reads as a value or a failure, and every oddity can be told.
 
 #include <algorithm>
 #include <cstddef>
@@ -30,11 +30,16 @@ void readEverything(const Metabase& metabase, Metabase::NodeId node) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  platform::metabase::looksLikeMetabase(bytes);
   std::shared_ptr<const Metabase> metabase;
   try {
-    metabase = Metabase::parse({reinterpret_cast<const char*>(data), size}, "input");
+    metabase = Metabase::parse(bytes, "input");
   } catch (const automation::Failure&) {
     return 0;
+  }
+  for (const Metabase::Oddity& oddity : metabase->oddities()) {
+    if (metabase->describe(oddity, u"input").find('\n') != std::string::npos) std::abort();
   }
   const auto nodes = std::min<std::size_t>(metabase->nodeCount(), kNodes);
   for (Metabase::NodeId node = 0; node < nodes; ++node) {

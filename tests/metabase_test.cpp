@@ -33,6 +33,17 @@ const std::string kHead =
 const std::string kTail = "</MBProperty>\r\n</configuration>\r\n";
 const std::string kFile = "MetaBase.xml";
 
+// UTF-8 as UTF-16 with its bytes in either order.
+std::string utf16(const std::string& text, bool bigEndian) {
+  std::string bytes;
+  for (const char16_t unit : fromUtf8(text)) {
+    const char pair[2] = {static_cast<char>(unit >> 8), static_cast<char>(unit)};
+    bytes += pair[bigEndian ? 0 : 1];
+    bytes += pair[bigEndian ? 1 : 0];
+  }
+  return bytes;
+}
+
 // A value with its type: 'text', True, 5, [text|text], null.
 std::string shown(const Variant& value) {
   if (value.isNull()) return "null";
@@ -116,14 +127,14 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
       "<IIsFtpService\tLocation ='/LM/msftpsvc'\r\n\t></IIsFtpService>\r\n"
       "<IIsFtpServer Location ='/lm/MSFTPSVC/1' ServerComment='one'></IIsFtpServer>\r\n"
       "<IIS_Global Location ='.' ChangeNumber='4'/><IIS_ROOT Location ='/'/>\r\n");
-  EXPECT_EQ(children(""), "'MSFTPSVC'");
+  EXPECT_EQ(children(""), "'msftpsvc'");
   EXPECT_EQ(children("/MSFTPSVC"), "'2''20''1'");
   EXPECT_EQ(children("/MSFTPSVC/1"), "");
   shows("", "ADsPath='IIS://Web01'");
   shows("/msftpsvc", "class='IIsFtpService'");
   shows("/mSFTPsvc/2", "CLASS='IIsConfigObject'");
-  shows("/msftpsvc/2/\xC3\xBC.BUNG", "Name='\xC3\x9C.bung'; Parent='IIS://Web01/MSFTPSVC/2'");
-  shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/MSFTPSVC/1'");
+  shows("/msftpsvc/2/\xC3\xBC.BUNG", "Name='\xC3\x9C.bung'; Parent='IIS://Web01/msftpsvc/2'");
+  shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/msftpsvc/1'");
   for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1", "/MSFTPSVC/1/x"}) {
     fails(path, "", number::kPathNotFound, {std::string("IIS://Web01") + path + ": there is no such node"});
   }
@@ -296,40 +307,112 @@ TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
   const Case cases[] = {
       {"", number::kFileEmpty, "empty"},
       {" \r\n ", number::kNotXml, "no element"},
-      {among("<a Location=\"/LM/a\"></b>"), number::kNotXml, "line 4"},
+      {among("<a Location=\"/LM/a\"></b>"), number::kNotXml, "line 4: not XML: the tag \"</b>\""},
       {among("<a Location=\"/LM/a></a>"), number::kNotXml, "line 4"},
+      {among("<a\r\nP=\"1\"\r\nP=\"2\"/>"), number::kNotXml,
+       "line 6: not XML: the attribute \"P\" stands twice"},
       {whole + "<more/>", number::kNotXml, "behind the outermost"},
+      {"stray <configuration/>", number::kNotXml, "before the outermost"},
+      {among("<a \xE2\x82\xAC=\"\"/>"), number::kNotXml, "\"\xE2\x82\xAC\" where it cannot stand"},
       {whole.substr(0, whole.find("</MBProperty>")), number::kCutOff, "line 5"},
-      {whole.substr(0, whole.find("Comment=")), number::kCutOff, "a tag"},
+      {whole.substr(0, whole.find("Comment=")), number::kCutOff, "a tag that begins on line 4"},
       {whole.substr(0, whole.find("x\">") + 1), number::kCutOff, "a value"},
-      {kHead + "<!-- x", number::kCutOff, "a comment"},
+      {kHead + "\n<!-- x\n", number::kCutOff,
+       "line 6: the file is cut off in the middle of a comment that begins on line 5"},
+      {kHead + "<![CDATA[ x", number::kCutOff, "a CDATA section"},
       {"<html><body/></html>", number::kAnotherKind, "\"html\""},
       {"<configuration><Sections/></configuration>", number::kAnotherKind, "MBProperty"},
       {"<!DOCTYPE configuration []>" + whole, number::kDocumentType, "document type"},
-      {comment("&copy;"), number::kEntity, "&copy;"},
-      {comment("&#xD800;"), number::kEntity, "&#xD800;"},
+      {"<!DOCTYPE x SYSTEM 'x'>" + whole, number::kDocumentType, "document type"},
+      {"<?xml version='1.1'?><configuration/>", number::kNotXml, "another version than 1.0"},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?><configuration/>", number::kEncoding, "another encoding"},
+      {comment("&amp;\r\n&copy;"), number::kEntity, "line 5: the entity \"&copy;\""},
+      {comment("\r\n&#xD800;"), number::kEntity, "line 5: the reference \"&#xD800;\""},
       {comment("a & b"), number::kEntity, "line 4"},
       {comment(std::string("a\0b", 3)), number::kEncoding, "NUL"},
       {comment("\x01"), number::kEncoding, "U+0001"},
       {comment("\xC3("), number::kEncoding, "0xC3"},
       {comment("\xC0\x80"), number::kEncoding, "0xC0"},
-      {comment("\xED\xA0\x80"), number::kEncoding, "surrogate U+D800"},
-      {std::string("\xFF\xFE<\0a\0", 6), number::kEncoding, "UTF-16"},
-      {comment("x\" SERVERCOMMENT=\"y"), number::kDuplicateProperty, "ServerComment"},
-      {among(site + "x\"><Custom Name=\"serverComment\" Value=\"y\"/></IIsFtpServer>"),
-       number::kDuplicateProperty, "/LM/MSFTPSVC/1"},
-      {among(site + "x\"/>\r\n" + "<IIsFtpServer Location=\"/lm/msftpsvc/1\"/>"), number::kDuplicatePath,
-       "line 5: the node \"/lm/msftpsvc/1\" stands twice, first on line 4"},
-      {among("<IIsFtpServer ServerComment=\"x\"/>"), number::kBadElement, "no Location"},
-      {among("<a Location=\"/LM/a\"><b/></a>"), number::kBadElement, "\"b\""},
-      {among("<a Location=\"/LM/a\"><Custom Value=\"1\"/></a>"), number::kBadElement, "Name"},
-      {among("stray"), number::kBadElement, "text"},
-      {among("<a Location=\"LM/a\"/>"), number::kBadLocation, "LM/a"},
-      {among("<a Location=\"/LM//a\"/>"), number::kBadLocation, "empty piece"},
+      {comment("\xED\xA0\x80"), number::kEncoding, "0xED"},
+      {utf16(comment("x"), false).substr(0, 201), number::kCutOff, "a character"},
+      {utf16(kHead, true) + std::string("\xDC\0\0\0", 4), number::kEncoding, "line 4: invalid UTF-16"},
   };
   for (const Case& broken : cases) {
+    SCOPED_TRACE(broken.fragment);
     fails(broken.code, {broken.fragment, kFile}, [&] { Metabase::parse(broken.content, kFile); });
   }
+}
+
+TEST_F(MetabaseTest, EveryEncodingOfXmlIsReadAndKnown) {
+  const std::string element =
+      "<IIsFtpServer Location=\"/LM/MSFTPSVC/1\" ServerComment=\"Z\xC3\xBC \xF0\x9F\x98\x80\"/>";
+  const std::string plain = kHead.substr(3) + element + kTail;
+  const std::string declared =
+      "<?xml version=\"1.0\" encoding=\"utf-16\"?>" + plain.substr(plain.find("<conf"));
+  for (const std::string& bytes :
+       {plain, kHead.substr(0, 3) + plain, utf16(kHead + element + kTail, false), utf16(declared, false),
+        utf16(kHead + element + kTail, true), utf16("\n" + plain.substr(plain.find("<conf")), true)}) {
+    platform::metabase::mapServer(u"Web01", Metabase::parse(bytes, kFile));
+    shows("/MSFTPSVC/1", "ServerComment='Z\xC3\xBC \xF0\x9F\x98\x80'");
+    EXPECT_TRUE(platform::metabase::looksLikeMetabase(bytes));
+    EXPECT_TRUE(platform::metabase::looksLikeMetabase(bytes.substr(0, 300)));
+  }
+  EXPECT_TRUE(platform::metabase::looksLikeMetabase(
+      "<?xml version=\"1.0\" encoding=\"windows-1252\"?><!-- \xE9 --><x:configuration>\xFC<x:MBProperty>"));
+  for (const char* other :
+       {"", "<configuration/>", "<configuration><system.web><MBProperty/>", "<MBProperty><configuration/>",
+        "<html><configuration><MBProperty>", "PK\x03\x04"}) {
+    EXPECT_FALSE(platform::metabase::looksLikeMetabase(other)) << other;
+  }
+}
+
+TEST_F(MetabaseTest, AnOddPlaceCostsOnlyItself) {
+  write(
+      "<IIsFtpServer ServerComment='lost'/>stray\r\n<a Location='LM/a'/><a Location='/LM//a'/><a "
+      "Location='/LM/a/'/>\r\n"
+      "<IIsFtpServer Location='/lm/MSFTPSVC/1' ServerComment='first' SERVERCOMMENT='second' "
+      "AccessFlags='1'>\r\n"
+      "<Custom Name='serverComment' Value='third' Type='STRING'/><b/>text\r\n"
+      "<Custom Name='' ID='9202' Value='1'/><Custom Name='Own' Value='1' Type='BLOB'/>\r\n"
+      "<Custom Name='Handed' Value='h' Type='STRING' Attributes='INHERIT | NEW'/><Custom Name='handed' "
+      "Value='i'/>\r\n"
+      "<Custom Name='AccessFlags' Value='2' Type='DWORD'/></IIsFtpServer>\r\n"
+      "<IIsFtpVirtualDir Location='/LM/msftpsvc/1/ROOT'/><IIsFtpService Location='/lm/MSFTPSVC/1' "
+      "LogType='9'/>\r\n"
+      "<IIsFtpService Location='/LM/MsFtpSvc'/><a Location='/" +
+      std::string(32767, 'x') + "'/>\r\n");
+  const auto snapshot = platform::metabase::snapshotOf(u"Web01");
+  const std::string where = "IIS://S/MsFtpSvc/1 (IIsFtpServer)";
+  std::string all;
+  for (const Metabase::Oddity& oddity : snapshot->oddities()) {
+    std::string message = snapshot->describe(oddity, u"S");
+    if (message.starts_with(where)) message.replace(0, where.size(), "@");
+    all += message + "\n";
+  }
+  EXPECT_EQ(all,
+            "MetaBase.xml, line 4: the element \"IIsFtpServer\" has no Location\n"
+            "MetaBase.xml, line 4: text inside \"MBProperty\", where it does not belong\n"
+            "MetaBase.xml, line 5: the Location \"LM/a\" of \"a\" does not begin with \"/\"\n"
+            "MetaBase.xml, line 5: the Location \"/LM//a\" of \"a\" has an empty piece\n"
+            "MetaBase.xml, line 5: the Location \"/LM/a/\" of \"a\" has an empty piece\n"
+            "@, ServerComment: the property stands twice, and the first one counts (line 6)\n"
+            "@: the element \"b\" inside a node, where it does not belong (line 7)\n"
+            "@: text inside a node, where it does not belong (line 7)\n"
+            "@, ServerComment: the property stands twice, and the first one counts (line 7)\n"
+            "@: a \"Custom\" without a Name, whose ID is missing or not known (line 8)\n"
+            "@, Own: the type \"BLOB\" of the \"Custom\" is not known (line 8)\n"
+            "@, Handed: the attribute \"NEW\" of the \"Custom\" is not known (line 9)\n"
+            "@, Handed: the property stands twice, and the first one counts (line 9)\n"
+            "@, AccessFlags: the property stands twice, and the first one counts (line 10)\n"
+            "@: the node stands twice, and its element on line 6 counts (line 11)\n"
+            "MetaBase.xml, line 12: the Location \"/" +
+                std::string(79, 'x') + "...\" of \"a\" is longer than 32767 characters\n");
+  EXPECT_EQ(snapshot->oddities()[0].failureNumber, number::kBadElement);
+  EXPECT_EQ(snapshot->oddities().back().failureNumber, number::kBadLocation);
+  // The node's own element spells it, wherever it stands.
+  shows("/MSFTPSVC/1/root", "ADsPath='IIS://Web01/MsFtpSvc/1/ROOT'; Handed='h'");
+  shows("/MSFTPSVC/1", "Class='IIsFtpServer'; ServerComment='first'; AccessFlags=1; LogType=1");
+  fails("/MSFTPSVC/1", "Own", number::kWrongValue, {"has a type that is not known"});
 }
 
 TEST_F(MetabaseTest, AServerStaysWhatWasPinnedForIt) {

@@ -1,6 +1,7 @@
 #include "platform/metabase/metabase.h"
 
 #include <algorithm>
+#include <atomic>
 #include <utility>
 
 #include "platform/metabase/failures.h"
@@ -36,6 +37,11 @@ const Special& special() {
   return ids;
 }
 
+std::uint64_t nextSerial() {
+  static std::atomic<std::uint64_t> last = 0;
+  return ++last;
+}
+
 // Whether a value that a file types one way can be read as the schema types it.
 bool isCompatible(Type schema, Type file) {
   switch (schema) {
@@ -64,6 +70,7 @@ Metabase::Metabase(std::unique_ptr<char[]> bytes, std::size_t size, std::string 
     : bytes_(std::move(bytes)),
       size_(size),
       file_(std::move(file)),
+      serial_(nextSerial()),
       names_(schemaNames()),
       classes_(schemaClasses()) {}
 
@@ -90,15 +97,15 @@ std::optional<Metabase::NodeId> Metabase::child(NodeId parentNode, TextView chil
 
 std::optional<Metabase::NodeId> Metabase::find(NodeId from, TextView pieces) const {
   if (pieces.empty()) return from;
-  while (true) {
-    const std::size_t slash = pieces.find(u'/');
-    const TextView piece = pieces.substr(0, slash);
-    if (piece.empty()) return std::nullopt;
-    const auto found = child(from, piece);
-    if (!found || slash == TextView::npos) return found;
-    from = *found;
-    pieces.remove_prefix(slash + 1);
-  }
+  struct Last {
+    std::uint64_t snapshot = 0;
+    NodeId from = 0;
+    Trail<char16_t> trail;
+  };
+  static thread_local Last last;
+  if (last.snapshot != serial_ || last.from != from) last = {serial_, from, {}};
+  return last.trail.follow(from, pieces,
+                           [this](NodeId at, TextView piece, std::size_t) { return child(at, piece); });
 }
 
 std::optional<Metabase::NodeId> Metabase::parent(NodeId node) const {
@@ -152,8 +159,7 @@ const Metabase::Value* Metabase::effectiveValue(NodeId node, PropertyId property
   const bool known = property < properties().size();
   if (known && !properties()[property].inherits && !fileSaysInherit_) return nullptr;
   const bool always = known && properties()[property].inherits;
-  while (node != root()) {
-    node = nodes_[node].parent;
+  while ((node = nodes_[node].holder) != kNoNode) {
     const Value* const value = ownValue(node, property);
     if (value != nullptr && (always || keyInherits(value->key))) return value;
   }
@@ -184,6 +190,12 @@ std::string Metabase::place(NodeId node, TextView server, std::string_view prope
   text.append(" (").append(className(node)).append(")");
   if (!property.empty()) text.append(", ").append(property);
   return inOneLine(text);
+}
+
+std::string Metabase::describe(const Oddity& oddity, TextView server) const {
+  const std::string line = "line " + std::to_string(oddity.line);
+  if (!oddity.node) return inOneLine(file_) + ", " + line + ": " + oddity.reason;
+  return place(*oddity.node, server, oddity.property) + ": " + oddity.reason + " (" + line + ")";
 }
 
 void Metabase::failRead(const Reading& reading, std::int32_t failureNumber, std::string_view why) const {
@@ -249,10 +261,10 @@ Variant Metabase::convert(const Reading& reading, Type type, std::string_view va
       if (const auto flag = parseBool(valueText)) return *flag;
       failValue(reading, valueText, "is neither TRUE nor FALSE");
     case Type::kFlags: {
-      std::string culprit;
-      const auto bits = parseFlags(valueText, properties()[reading.property].flags, culprit);
-      if (bits) return static_cast<std::int32_t>(*bits);
-      failValue(reading, valueText, "holds " + inQuotes(culprit) + ", which is no flag of it");
+      std::optional<std::string_view> culprit;
+      const std::uint32_t bits = parseFlags(valueText, properties()[reading.property].flags, culprit);
+      if (!culprit) return static_cast<std::int32_t>(bits);
+      failValue(reading, valueText, "holds " + inQuotes(*culprit) + ", which is no flag of it");
     }
     case Type::kIpSecurity: {
       IpSecurityProblem problem;

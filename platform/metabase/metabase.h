@@ -26,9 +26,18 @@ class Metabase {
   using NodeId = std::uint32_t;
   using PropertyId = NameTable::Id;
 
-  // Reads a file. Fails, with a number for each cause, where the file cannot be read, where its XML is
-  // broken or cut off, where it is no metabase, and where a node or a property stands twice; the message
-  // names the file and the line.
+  // Something in a file that is XML and has no place in a metabase. It costs what it tells and nothing else.
+  struct Oddity {
+    std::size_t line;
+    std::optional<NodeId> node;  // where it belongs to one
+    std::string_view property;   // of the node, as the snapshot spells it; empty where it is about none
+    std::int32_t failureNumber;
+    std::string reason;
+  };
+
+  // Reads a file. Fails, with a number for each cause, where the file cannot be read, where it is no XML in
+  // UTF-8 or UTF-16, or cut off, and where it is no metabase; the message names the file and the line. What
+  // else is wrong with it stands in `oddities()`.
   static std::shared_ptr<const Metabase> load(const std::filesystem::path& file);
 
   // The same from bytes in memory, which are taken over or copied. `name` stands for the file in messages.
@@ -83,6 +92,17 @@ class Metabase {
   // The text of a property that the node itself holds, or nothing. Not for properties of flags.
   std::optional<std::string_view> ownText(NodeId node, PropertyId property) const;
 
+  // The odd places of the file in their order, at most the first 10000 and a word about the others: a
+  // <Custom> element without a name, or of an unknown type, which makes the value unreadable, or with an
+  // unknown attribute, which is ignored; an element without a Location or with one that is no path; text and
+  // elements where none belong; a property or a node that stands twice, of which the first in the file
+  // counts.
+  const std::vector<Oddity>& oddities() const { return oddities_; }
+
+  // An oddity as a message: it begins with its place, as whoever reaches this snapshot as `server` has it,
+  // else with the file, and tells the line.
+  std::string describe(const Oddity& oddity, automation::TextView server) const;
+
   // What messages call the file.
   const std::string& file() const { return file_; }
 
@@ -94,6 +114,8 @@ class Metabase {
     NodeId parent;
     NodeId lastChild;
     NodeId nextSibling;
+    NodeId
+        holder;  // the nearest node above that holds values, so that long chains of empty ones cost nothing
     std::uint32_t name;
     std::uint32_t nameLength;
     std::uint32_t firstValue;
@@ -103,7 +125,7 @@ class Metabase {
   };
 
   // A property that a node holds. `key` is the name's number and what a <Custom> element says. Flags that
-  // could be read stand as their bits in `text`.
+  // could be read stand as their bits in `text`, and the text's offset in `length`.
   struct Value {
     std::uint32_t key;
     std::uint32_t text;
@@ -145,6 +167,8 @@ class Metabase {
   std::unique_ptr<char[]> bytes_;
   std::size_t size_;
   std::string file_;
+  std::uint64_t serial_;  // told apart from every other snapshot of the process
+  std::vector<Oddity> oddities_;
   std::vector<Node> nodes_;
   std::vector<Value> values_;
   std::vector<Slot> slots_;
@@ -152,5 +176,9 @@ class Metabase {
   NameTable classes_;
   bool fileSaysInherit_ = false;  // whether any value does, besides what the schema says
 };
+
+// Whether this may be the beginning of a metabase file, by its two outermost elements, in whatever encoding.
+// 4096 bytes are enough for every file but one that begins with a long comment.
+bool looksLikeMetabase(std::string_view head);
 
 }  // namespace platform::metabase

@@ -1,8 +1,15 @@
-// What the snapshot and its builder share: how a value's key and a node's hash are made.
+// What the snapshot and its builder share: how a value's key and a node's hash are made, and how a path is
+// followed.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "platform/metabase/names.h"
 #include "platform/metabase/schema.h"
@@ -50,5 +57,57 @@ constexpr std::uint32_t nodeHash(std::uint32_t parent, std::uint32_t nameHash) {
   const std::uint64_t mixed = ((std::uint64_t{parent} << 32) | nameHash) * std::uint64_t{0x9E3779B97F4A7C15};
   return static_cast<std::uint32_t>((mixed ^ (mixed >> 32)) >> 5);
 }
+
+// The nodes along a path, kept from one path to the next: paths that follow one another mostly share their
+// front, which then need not be looked up again, however deep it is.
+template <typename Unit>
+class Trail {
+ public:
+  using View = std::basic_string_view<Unit>;
+
+  // The node at a path below `from`, which is the same in all calls: pieces with "/" between them. `step`
+  // gives the node of a piece (its parent, the piece, where it ends in the path), or nothing, which ends the
+  // walk. Nothing too where a piece is empty.
+  template <typename Step>
+  std::optional<std::uint32_t> follow(std::uint32_t from, View path, Step&& step) {
+    const std::size_t shared = sharedFront(path);
+    const auto isBelow = [&](const Place& place) {
+      return place.end <= shared && (place.end == path.size() || path[place.end] == '/');
+    };
+    while (!places_.empty() && !isBelow(places_.back())) places_.pop_back();
+    path_.replace(shared, std::basic_string<Unit>::npos, path, shared, View::npos);
+    std::uint32_t at = places_.empty() ? from : places_.back().node;
+    for (std::size_t end = places_.empty() ? 0 : places_.back().end; places_.empty() || end < path.size();) {
+      const std::size_t start = places_.empty() ? 0 : end + 1;
+      end = std::min(path.find('/', start), path.size());
+      const std::optional<std::uint32_t> node =
+          end == start ? std::nullopt : step(at, path.substr(start, end - start), end);
+      if (!node) return std::nullopt;
+      at = *node;
+      places_.push_back({end, at});
+    }
+    return at;
+  }
+
+ private:
+  struct Place {
+    std::size_t end;
+    std::uint32_t node;
+  };
+
+  // In blocks, for a path may be long.
+  std::size_t sharedFront(View path) const {
+    constexpr std::size_t kBlock = 64;
+    const std::size_t most = std::min(path.size(), path_.size());
+    std::size_t at = 0;
+    while (at + kBlock <= most && std::memcmp(&path[at], &path_[at], kBlock * sizeof(Unit)) == 0)
+      at += kBlock;
+    while (at < most && path[at] == path_[at]) ++at;
+    return at;
+  }
+
+  std::basic_string<Unit> path_;
+  std::vector<Place> places_;
+};
 
 }  // namespace platform::metabase

@@ -37,8 +37,8 @@ std::optional<std::uint32_t> parseDword(std::string_view text) {
   return number;
 }
 
-std::optional<std::uint32_t> parseFlags(std::string_view text, std::span<const Flag> flags,
-                                        std::string& culprit) {
+std::uint32_t parseFlags(std::string_view text, std::span<const Flag> flags,
+                         std::optional<std::string_view>& culprit) {
   if (trimSpace(text).empty()) return 0;
   std::uint32_t bits = 0;
   while (true) {
@@ -51,9 +51,8 @@ std::optional<std::uint32_t> parseFlags(std::string_view text, std::span<const F
                                 [&](const Flag& flag) { return equalFolded(flag.name, piece); });
                known != flags.end()) {
       bits |= known->mask;
-    } else {
+    } else if (!culprit) {
       culprit = piece;
-      return std::nullopt;
     }
     if (bar == std::string_view::npos) return bits;
     text.remove_prefix(bar + 1);

@@ -1,0 +1,313 @@
+#include "platform/metabase/xml.h"
+
+#include <expat.h>
+#include <iconv.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <utility>
+
+#include "platform/metabase/failures.h"
+#include "platform/metabase/metabase.h"
+#include "platform/metabase/names.h"
+
+namespace platform::metabase {
+namespace {
+
+constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+using Parser = std::unique_ptr<std::remove_pointer_t<XML_Parser>, decltype(&XML_ParserFree)>;
+
+Parser makeParser(const char* encoding) {
+  Parser parser(XML_ParserCreate(encoding), &XML_ParserFree);
+  if (parser == nullptr) throw std::bad_alloc();
+  return parser;
+}
+
+[[noreturn]] void refuse(std::int32_t failureNumber, const std::string& name, std::string_view before,
+                         const std::string& what) {
+  const auto line = 1 + std::count(before.begin(), before.end(), '\n');
+  fail(failureNumber, name + ", line " + std::to_string(line) + ": " + what);
+}
+
+// Which UTF-16 the bytes are in, as iconv calls it, or null. A text that is to be XML begins with a character
+// below U+0100 or a byte order mark.
+const char* utf16Of(std::string_view bytes) {
+  if (bytes.size() < 2) return nullptr;
+  if (bytes.starts_with("\xFF\xFE") || bytes[1] == 0) return "UTF-16LE";
+  if (bytes.starts_with("\xFE\xFF") || bytes[0] == 0) return "UTF-16BE";
+  return nullptr;
+}
+
+class Converter {
+ public:
+  explicit Converter(const char* from) : handle_(::iconv_open("UTF-8", from)) {}
+  ~Converter() {
+    if (valid()) ::iconv_close(handle_);
+  }
+  Converter(const Converter&) = delete;
+  Converter& operator=(const Converter&) = delete;
+
+  bool valid() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
+  iconv_t handle() const { return handle_; }
+
+ private:
+  iconv_t handle_;
+};
+
+std::string hexadecimal(const char* format, unsigned value) {
+  char digits[16];
+  std::snprintf(digits, sizeof digits, format, value);
+  return digits;
+}
+
+// One pass of Expat over a whole file, whose result is thrown away.
+class Check {
+ public:
+  Check(std::string_view bytes, const std::string& name)
+      : bytes_(bytes), name_(name), parser_(makeParser("UTF-8")) {
+    XML_SetUserData(parser_.get(), this);
+    XML_SetXmlDeclHandler(parser_.get(), onDeclaration);
+    XML_SetStartDoctypeDeclHandler(parser_.get(), onDocumentType);
+    XML_SetStartElementHandler(parser_.get(), onFirstElement);
+  }
+
+  void run() {
+    const auto size = static_cast<int>(bytes_.size());
+    if (XML_Parse(parser_.get(), bytes_.data(), size, XML_TRUE) == XML_STATUS_ERROR) refuseError();
+  }
+
+ private:
+  // The handlers, which no exception may leave.
+  static void XMLCALL onDeclaration(void* self, const char* version, const char* encoding, int) {
+    auto& check = *static_cast<Check*>(self);
+    check.wrongVersion_ = version != nullptr && std::string_view(version) != "1.0";
+    check.wrongEncoding_ = encoding != nullptr && !equalFolded(encoding, std::string_view("UTF-8")) &&
+                           !equalFolded(encoding, std::string_view("UTF-16"));
+    if (check.wrongVersion_ || check.wrongEncoding_) XML_StopParser(check.parser_.get(), XML_FALSE);
+  }
+  static void XMLCALL onDocumentType(void* self, const char*, const char*, const char*, int) {
+    auto& check = *static_cast<Check*>(self);
+    check.documentType_ = true;
+    XML_StopParser(check.parser_.get(), XML_FALSE);
+  }
+  static void XMLCALL onFirstElement(void* self, const char*, const char**) {
+    auto& check = *static_cast<Check*>(self);
+    check.hasElement_ = true;
+    XML_SetStartElementHandler(check.parser_.get(), nullptr);
+  }
+
+  [[noreturn]] void refuseAt(std::size_t at, std::int32_t failureNumber, const std::string& what) const {
+    refuse(failureNumber, name_, bytes_.substr(0, at), what);
+  }
+
+  [[noreturn]] void refuseXml(std::size_t at, const std::string& why) const {
+    refuseAt(at, number::kNotXml, "not XML: " + why);
+  }
+
+  [[noreturn]] void refuseCutOff(const std::string& inWhat) const {
+    refuseAt(bytes_.size(), number::kCutOff, "the file is cut off in the middle of " + inWhat);
+  }
+
+  [[noreturn]] void refuseError() const {
+    const XML_Index index = XML_GetCurrentByteIndex(parser_.get());
+    const std::size_t at = index < 0 ? bytes_.size() : static_cast<std::size_t>(index);
+    switch (const XML_Error error = XML_GetErrorCode(parser_.get())) {
+      case XML_ERROR_NO_MEMORY:
+        throw std::bad_alloc();
+      case XML_ERROR_ABORTED:
+        if (wrongVersion_) refuseXml(at, "the file declares another version than 1.0");
+        if (documentType_) {
+          refuseAt(at, number::kDocumentType,
+                   "a document type declaration, which a metabase file does not have");
+        }
+        refuseAt(at, number::kEncoding, "the file declares another encoding than UTF-8 or UTF-16");
+      case XML_ERROR_NO_ELEMENTS:
+        if (hasElement_) refuseCutOff("an element that is never closed");
+        refuseXml(at, "the file has no element");
+      case XML_ERROR_UNCLOSED_CDATA_SECTION:
+        refuseCutOff("a CDATA section");
+      case XML_ERROR_UNCLOSED_TOKEN:
+        refuseCutOff(tokenAt(at));
+      case XML_ERROR_PARTIAL_CHAR:
+        refuseCutOff("a character");
+      case XML_ERROR_INVALID_TOKEN:
+        refuseToken(at);
+      case XML_ERROR_UNDEFINED_ENTITY:
+        refuseEntity(at);
+      case XML_ERROR_BAD_CHAR_REF:
+        refuseAt(at, number::kEntity,
+                 "the reference " + inQuotes(upTo(';', at)) + " denotes no character that XML has");
+      case XML_ERROR_TAG_MISMATCH:
+        refuseXml(at, "the tag " + inQuotes("</" + std::string(upTo('>', at))) +
+                          " does not close the element that is open here");
+      case XML_ERROR_DUPLICATE_ATTRIBUTE:
+        refuseXml(at, "the attribute " +
+                          inQuotes(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)) +
+                          " stands twice in one element");
+      case XML_ERROR_SYNTAX:
+      case XML_ERROR_JUNK_AFTER_DOC_ELEMENT:
+        refuseXml(at, std::string("something stands ") + (hasElement_ ? "behind" : "before") +
+                          " the outermost element");
+      case XML_ERROR_MISPLACED_XML_PI:
+        refuseXml(at, "the XML declaration does not stand at the beginning of the file");
+      default:
+        refuseXml(at, XML_ErrorString(error));
+    }
+  }
+
+  // What begins at `at` and never ends.
+  std::string tokenAt(std::size_t at) const {
+    const std::string_view token = bytes_.substr(at);
+    const auto begun = [&](const char* what) {
+      const auto line =
+          1 + std::count(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(at), '\n');
+      return what + (" that begins on line " + std::to_string(line));
+    };
+    if (token.starts_with("<!--")) return begun("a comment");
+    if (token.starts_with("<?")) return begun("a processing instruction");
+    if (!token.starts_with("<")) return begun("a reference");
+    char quote = 0;
+    for (const char unit : token) {
+      if (quote == 0 ? unit == '"' || unit == '\'' : unit == quote) quote = quote == 0 ? unit : '\0';
+    }
+    return begun(quote == 0 ? "a tag" : "a value of a tag");
+  }
+
+  std::string_view upTo(char last, std::size_t at) const {
+    return bytes_.substr(at, bytes_.find(last, at) - at + 1);
+  }
+
+  // Says what is wrong with the byte at which the tokens end.
+  [[noreturn]] void refuseToken(std::size_t at) const {
+    const unsigned byte = at < bytes_.size() ? static_cast<unsigned char>(bytes_[at]) : ' ';
+    const std::size_t length = byte < 0x80 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
+    const std::string_view character = bytes_.substr(at, length);
+    if (byte == 0) refuseAt(at, number::kEncoding, "a NUL character");
+    if (byte < 0x20 && byte != '\t' && byte != '\r' && byte != '\n') {
+      refuseAt(at, number::kEncoding, "the control character " + hexadecimal("U+%04X", byte));
+    }
+    if (automation::toUtf8(automation::fromUtf8(character)) != character) {
+      refuseAt(at, number::kEncoding, "invalid UTF-8 at the byte " + hexadecimal("0x%02X", byte));
+    }
+    // An ampersand that begins nothing is found out at what follows it.
+    const std::size_t mark = bytes_.substr(0, at).find_last_of("&<>\"' \t\r\n;");
+    if (mark != std::string_view::npos && bytes_[mark] == '&') {
+      refuseAt(at, number::kEntity, "\"&\" that begins no entity");
+    }
+    refuseXml(at, inQuotes(character) + " where it cannot stand" +
+                      (byte == '<' ? ", perhaps behind a quote that is missing" : ""));
+  }
+
+  // Expat points to the tag in which the unknown entity stands.
+  [[noreturn]] void refuseEntity(std::size_t at) const {
+    constexpr std::string_view kKnown[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
+    std::string_view reference;
+    do {
+      at = bytes_.find('&', reference.empty() ? at : at + 1);
+      reference = upTo(';', at);
+    } while (reference.starts_with("&#") ||
+             std::find(std::begin(kKnown), std::end(kKnown), reference) != std::end(kKnown));
+    refuseAt(at, number::kEntity, "the entity " + inQuotes(reference) + " is not one of XML's");
+  }
+
+  std::string_view bytes_;
+  const std::string& name_;
+  Parser parser_;
+  bool hasElement_ = false;
+  bool documentType_ = false;
+  bool wrongVersion_ = false;
+  bool wrongEncoding_ = false;
+};
+
+// Looks for the two outermost elements.
+struct Outermost {
+  XML_Parser parser;
+  int depth = 0;
+  bool found = false;
+
+  static void XMLCALL open(void* self, const char* name, const char**) {
+    auto& outermost = *static_cast<Outermost*>(self);
+    const int depth = outermost.depth++;
+    outermost.found = depth == 1 && localName(name) == "MBProperty";
+    if (outermost.found || (depth == 0 && localName(name) != "configuration")) {
+      XML_StopParser(outermost.parser, XML_FALSE);
+    }
+  }
+  static void XMLCALL close(void* self, const char*) { --static_cast<Outermost*>(self)->depth; }
+};
+
+}  // namespace
+
+void makeUtf8(FileBytes& file, const std::string& name) {
+  const char* const encoding = utf16Of({file.bytes.get(), file.size});
+  if (encoding == nullptr) return;
+  const Converter converter(encoding);
+  if (!converter.valid()) fail(number::kEncoding, name + ": UTF-16 cannot be converted on this system");
+  // No unit of UTF-16 takes more than three bytes.
+  std::size_t room = file.size / 2 * 3 + 4;
+  FileBytes converted{std::unique_ptr<char[]>(new char[room + 1]), 0, file.stamp};
+  char* in = file.bytes.get();
+  char* out = converted.bytes.get();
+  std::size_t left = file.size;
+  const std::size_t result = ::iconv(converter.handle(), &in, &left, &out, &room);
+  const int error = errno;
+  converted.size = static_cast<std::size_t>(out - converted.bytes.get());
+  if (result == static_cast<std::size_t>(-1)) {
+    const std::string_view before(converted.bytes.get(), converted.size);
+    if (error == EINVAL) {
+      refuse(number::kCutOff, name, before, "the file is cut off in the middle of a character");
+    }
+    refuse(number::kEncoding, name, before, "invalid UTF-16: half of a surrogate pair");
+  }
+  file = std::move(converted);
+}
+
+void requireXml(std::string_view bytes, const std::string& name) {
+  Check(bytes, name).run();
+}
+
+bool looksLikeMetabase(std::string_view head) {
+  // Names and marks are ASCII in every encoding, so a byte is good enough for any other character.
+  std::string text;
+  if (const char* const encoding = utf16Of(head)) {
+    const bool bigEndian = std::string_view(encoding).ends_with("BE");
+    for (std::size_t at = head.starts_with("\xFF\xFE") || head.starts_with("\xFE\xFF") ? 2 : 0;
+         at + 1 < head.size(); at += 2) {
+      const char low = head[at + (bigEndian ? 1 : 0)];
+      text += head[at + (bigEndian ? 0 : 1)] == 0 ? low : '?';
+    }
+  } else {
+    text = head.substr(head.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
+  }
+  const Parser parser = makeParser("ISO-8859-1");
+  Outermost outermost{parser.get()};
+  XML_SetUserData(parser.get(), &outermost);
+  XML_SetElementHandler(parser.get(), Outermost::open, Outermost::close);
+  XML_Parse(parser.get(), text.data(), static_cast<int>(std::min(text.size(), kLargestFile)), XML_FALSE);
+  return outermost.found;
+}
+
+LineIndex::LineIndex(std::string_view bytes) {
+  lineFeeds_.reserve(static_cast<std::size_t>(std::count(bytes.begin(), bytes.end(), '\n')));
+  for (std::size_t at = bytes.find('\n'); at != std::string_view::npos; at = bytes.find('\n', at + 1)) {
+    lineFeeds_.push_back(static_cast<std::uint32_t>(at));
+  }
+}
+
+std::size_t LineIndex::lineAt(std::size_t offset) const {
+  const auto found = std::lower_bound(lineFeeds_.begin(), lineFeeds_.end(), offset);
+  return static_cast<std::size_t>(found - lineFeeds_.begin()) + 1;
+}
+
+std::string_view localName(std::string_view qualified) {
+  const std::size_t colon = qualified.rfind(':');
+  return colon == std::string_view::npos ? qualified : qualified.substr(colon + 1);
+}
+
+}  // namespace platform::metabase
