@@ -14,7 +14,9 @@
 
 #include "automation/failure.h"
 #include "automation/runtime.h"
+#include "fuzz/ip_security_encoder.h"
 #include "platform/metabase/failures.h"
+#include "platform/metabase/ip_security.h"
 #include "platform/metabase/servers.h"
 #include "tests/support/process.h"
 
@@ -252,12 +254,22 @@ TEST_F(MetabaseTest, AStateIsTheFilesOwnElseWhatStartsByItselfRuns) {
 }
 
 TEST_F(MetabaseTest, IpSecurityTellsWhoMayComeIn) {
+  const std::string binary =
+      "180000802000008 03C00008044000080 010000004c000000 0000000000000000 0100000001000000 "
+      "0200000002000000\r\n"
+      "\t\t0400000000000000 4C000080 0000000000000000 0000000000000000 ffffffff 7f000001";
   write(
       "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1/ROOT'/>"
       "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/2/ROOT' IPSecurity='GrantByDefault=FALSE\r\n"
       "\t\t\tIPGrant=10.0.0.5, 255.255.255.255\r\n\t\t\tIPGrant=10.1.0.0,255.255.0.0\r\n"
       "\t\t\tipdeny=192.168.0.0, 255.255.0.0'/>"
-      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/2/ROOT/open' IPSecurity=''/>");
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/2/ROOT/open' IPSecurity=''/>"
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/3/ROOT' IPSecurity='" +
+      binary +
+      "'/>"
+      "<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/4/ROOT'>"
+      "<Custom Name='UnknownName_6019' ID='6019' Type='BINARY' Attributes='INHERIT' Value='" +
+      binary + "'/></IIsFtpVirtualDir>");
   const auto security = [](const std::string& path) {
     return automation::toObject(automation::call(object(path), u"GetEx", u"IPSecurity"));
   };
@@ -266,6 +278,57 @@ TEST_F(MetabaseTest, IpSecurityTellsWhoMayComeIn) {
   shows(security("/MSFTPSVC/2/ROOT"),
         "grantbydefault=False; IPGrant=[10.0.0.5, 255.255.255.255|10.1.0.0,255.255.0.0]; "
         "IPDeny=[192.168.0.0, 255.255.0.0]");
+  for (const char* path : {"/MSFTPSVC/3/ROOT", "/MSFTPSVC/4/ROOT"}) {
+    shows(security(path), "GrantByDefault=False; IPGrant=[127.0.0.1, 255.255.255.255]; IPDeny=[]");
+  }
+}
+
+TEST_F(MetabaseTest, ABinaryIpSecurityIsUnderstoodWholeOrNotAtAll) {
+  using Entries = std::vector<std::string>;
+  const std::string host = ", 255.255.255.255";
+  const Entries one{"10.0.0.5" + host};
+  const Entries several{"10.0.0.5" + host, "10.0.0.6" + host, "192.168.0.0, 255.255.0.0",
+                        "10.9.0.0, 255.255.255.0"};
+  const auto decode = [](const std::string& bytes) {
+    platform::metabase::IpSecurityProblem problem;
+    const auto security = platform::metabase::decodeIpSecurity(bytes, problem);
+    if (!security) {
+      EXPECT_EQ(problem.failureNumber, number::kBinaryIpSecurity);
+      EXPECT_NE(problem.why.find(std::to_string(bytes.size()) + " bytes"), std::string::npos) << problem.why;
+    }
+    return security;
+  };
+  for (const Entries& entries : {one, several, Entries{"0.0.0.0" + host}}) {
+    const auto denied = decode(test::encodeIpSecurity(entries, {}));
+    EXPECT_TRUE(denied && denied->grantByDefault && denied->denials == entries && denied->grants.empty());
+    const auto granted = decode(test::encodeIpSecurity({}, entries));
+    EXPECT_TRUE(granted && !granted->grantByDefault && granted->grants == entries &&
+                granted->denials.empty());
+  }
+  EXPECT_FALSE(decode(test::encodeIpSecurity(one, several)));
+  EXPECT_FALSE(decode(test::encodeIpSecurity({}, {})));
+  for (const std::string& whole :
+       {test::encodeIpSecurity({}, several), test::encodeIpSecurity(several, {})}) {
+    for (std::size_t size = 0; size < whole.size(); ++size)
+      EXPECT_FALSE(decode(whole.substr(0, size))) << size;
+    EXPECT_FALSE(decode(whole + '\0'));
+    // Every number before the elements but the one without a meaning.
+    const std::size_t elements = static_cast<unsigned char>(whole[20]);
+    for (std::size_t at = 0; at < elements; at += 4) {
+      const auto with = [&](std::uint32_t number) {
+        std::string bytes = whole;
+        for (std::size_t byte = 0; byte < 4; ++byte) bytes[at + byte] = static_cast<char>(number >> 8 * byte);
+        return bytes;
+      };
+      std::uint32_t number = 0;
+      for (std::size_t byte = 4; byte-- > 0;)
+        number = number << 8 | static_cast<unsigned char>(whole[at + byte]);
+      for (const std::uint32_t other :
+           {number + 1, number - 1, number ^ 0x80000000, number + 8, 0xFFFFFFFF, 0U}) {
+        EXPECT_EQ(decode(with(other)).has_value(), at == 16 || other == number) << at << " " << other;
+      }
+    }
+  }
 }
 
 TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
@@ -282,8 +345,9 @@ TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
         Case{"LogType", "", "no number"}, Case{"AllowAnonymous", "yes", "yes"},
         Case{"AccessFlags", "AccessRead | AccessFly", "AccessFly"},
         Case{"AdminACL", "00", "AdminACL", number::kSecured},
-        Case{security, "1800000018000080\r\n\t\t\tFF00", "binary", number::kBinaryIpSecurity},
-        Case{security, "Grant=TRUE", "first line"}, Case{security, granted + "IPDeny=10.0.0.1", "10.0.0.1"},
+        Case{security, "0102030405060708\r\n\t\t\tFF00", "10 bytes", number::kBinaryIpSecurity},
+        Case{security, "123", "first line"}, Case{security, "Grant=TRUE", "first line"},
+        Case{security, granted + "IPDeny=10.0.0.1", "10.0.0.1"},
         Case{security, granted + "IPDeny=10.0.0.256, 255.0.0.0", "256"},
         Case{security, granted + "IPLend=10.0.0.1, 255.0.0.0", "IPLend"}}) {
     write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='fine' " + wrong.property + "='" +

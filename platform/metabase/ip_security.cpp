@@ -16,12 +16,145 @@ using automation::equalsIgnoringCase;
 using automation::TextView;
 using automation::Variant;
 
-bool isHexadecimal(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char unit) {
-    return (unit >= '0' && unit <= '9') || (unit >= 'a' && unit <= 'f') || (unit >= 'A' && unit <= 'F') ||
-           unit == ' ' || unit == '\t' || unit == '\r' || unit == '\n';
-  });
+// The bytes that hexadecimal digits tell, white space among them aside; nothing where there is anything else
+// or half a byte.
+std::optional<std::string> bytesFrom(std::string_view text) {
+  std::string bytes;
+  int high = -1;
+  for (const char unit : text) {
+    if (unit == ' ' || unit == '\t' || unit == '\r' || unit == '\n') continue;
+    const char lower = static_cast<char>(unit | 0x20);
+    const int digit = unit >= '0' && unit <= '9'     ? unit - '0'
+                      : lower >= 'a' && lower <= 'f' ? lower - 'a' + 10
+                                                     : -1;
+    if (digit < 0) return std::nullopt;
+    if (high >= 0) bytes += static_cast<char>(high << 4 | digit);
+    high = high >= 0 ? -1 : digit;
+  }
+  return high >= 0 ? std::nullopt : std::optional(std::move(bytes));
 }
+
+// Reads the binary form from its front to its end.
+class Decoder {
+ public:
+  explicit Decoder(std::string_view bytes) : bytes_(bytes) {}
+
+  std::optional<IpSecurity> decode() {
+    IpSecurity security;
+    if (bytes_.size() < kHeaderSize) return refuse("it is shorter than its fixed part");
+    std::size_t end = kHeaderSize;
+    std::size_t elements = numberAt(kElementsAt);
+    const bool read = readList("denied addresses", 0, end, elements, security.denials) &&
+                      readList("granted addresses", 4, end, elements, security.grants) &&
+                      readNames("denied names", 8, end) && readNames("granted names", 12, end);
+    if (!read) return std::nullopt;
+    if (end != numberAt(kElementsAt)) return refuse("its elements do not begin where its lists end");
+    if (elements != bytes_.size()) return refuse("its elements do not end where it ends");
+    if (security.denials.empty() && security.grants.empty())
+      return refuse("none of its lists has an address");
+    if (!security.denials.empty() && !security.grants.empty()) {
+      return refuse("it both denies and grants addresses");
+    }
+    security.grantByDefault = security.grants.empty();
+    return security;
+  }
+
+  const std::string& why() const { return why_; }
+
+ private:
+  static constexpr std::size_t kElementsAt = 20;
+  static constexpr std::size_t kHeaderSize = 24;
+  static constexpr std::size_t kListSize = 8;
+  static constexpr std::size_t kGroupSize = 20;
+  static constexpr std::size_t kElementSize = 4;
+  static constexpr std::uint32_t kOffset = 0x80000000;
+  static constexpr std::uint32_t kIpv4 = 2;
+
+  std::nullopt_t refuse(std::string why) {
+    if (why_.empty()) why_ = std::move(why);
+    return std::nullopt;
+  }
+
+  // Whether so many bytes stand from `at` on.
+  bool has(std::size_t at, std::uint64_t size) const {
+    return at <= bytes_.size() && size <= bytes_.size() - at;
+  }
+
+  std::uint32_t numberAt(std::size_t at) const {
+    std::uint32_t number = 0;
+    for (std::size_t byte = 4; byte-- > 0;)
+      number = number << 8 | static_cast<unsigned char>(bytes_[at + byte]);
+    return number;
+  }
+
+  bool begins(const char* what, std::size_t offsetAt, std::size_t end) {
+    if (numberAt(offsetAt) != (end | kOffset) || !has(end, kListSize)) {
+      refuse(std::string("the list of ") + what + " does not begin where the part before it ends, at " +
+             std::to_string(end));
+      return false;
+    }
+    return true;
+  }
+
+  bool readNames(const char* what, std::size_t offsetAt, std::size_t& end) {
+    if (!begins(what, offsetAt, end)) return false;
+    if (numberAt(end) != 0 || numberAt(end + 4) != 0) {
+      refuse(std::string("it has ") + what);
+      return false;
+    }
+    end += kListSize;
+    return true;
+  }
+
+  // A list at `end`, which is moved behind it, with the elements at `elements`, moved likewise.
+  bool readList(const char* what, std::size_t offsetAt, std::size_t& end, std::size_t& elements,
+                std::vector<std::string>& entries) {
+    if (!begins(what, offsetAt, end)) return false;
+    const std::uint64_t groups = numberAt(end);
+    const std::uint64_t addresses = numberAt(end + 4);
+    end += kListSize;
+    for (std::uint64_t group = 0; group < groups; ++group, end += kGroupSize) {
+      if (!has(end, kGroupSize) || !readGroup(end, elements, entries)) {
+        refuse(std::string("a group of ") + what + " is cut off");
+        return false;
+      }
+    }
+    if (entries.size() != addresses) {
+      refuse(std::string("its groups do not have as many ") + what + " as it says");
+      return false;
+    }
+    return true;
+  }
+
+  bool readGroup(std::size_t at, std::size_t& elements, std::vector<std::string>& entries) {
+    const std::uint64_t count = numberAt(at + 4);
+    if (numberAt(at) != kIpv4) refuse("a group is of another family than IPv4");
+    if (numberAt(at + 8) != kElementSize || numberAt(at + 12) != 0) refuse("a group has another form");
+    if (count < 2) refuse("a group has no address");
+    if (numberAt(at + 16) != (elements | kOffset)) {
+      refuse("the elements of a group do not begin where those before them end");
+    }
+    if (!has(elements, count * kElementSize)) refuse("the elements of a group reach beyond its end");
+    if (!why_.empty()) return false;
+    const std::string mask = addressAt(elements);
+    for (std::uint64_t element = 1; element < count; ++element) {
+      entries.push_back(addressAt(elements + element * kElementSize) + ", " + mask);
+    }
+    elements += count * kElementSize;
+    return true;
+  }
+
+  std::string addressAt(std::size_t at) const {
+    std::string text;
+    for (const char byte : bytes_.substr(at, kElementSize)) {
+      text += (text.empty() ? "" : ".") + std::to_string(static_cast<unsigned char>(byte));
+    }
+    return text;
+  }
+
+  std::string_view bytes_;
+  std::string why_;
+};
 
 // Four numbers from 0 to 255 with dots between them.
 bool isAddress(std::string_view text) {
@@ -96,11 +229,7 @@ class IpSecurityObject : public automation::MemberlessObject {
 std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProblem& problem) {
   IpSecurity security;
   if (trimSpace(text).empty()) return security;
-  if (isHexadecimal(text)) {
-    problem = {number::kBinaryIpSecurity,
-               "the value is binary, in a layout that is not published, so who may come in cannot be told"};
-    return std::nullopt;
-  }
+  if (const auto bytes = bytesFrom(text)) return decodeIpSecurity(*bytes, problem);
   bool first = true;
   forEachLine(text, [&](std::string_view line) {
     const char* expected = nullptr;
@@ -128,6 +257,16 @@ std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProbl
     }
   });
   if (!problem.why.empty()) return std::nullopt;
+  return security;
+}
+
+std::optional<IpSecurity> decodeIpSecurity(std::string_view bytes, IpSecurityProblem& problem) {
+  Decoder decoder(bytes);
+  auto security = decoder.decode();
+  if (!security) {
+    problem = {number::kBinaryIpSecurity, "the binary value of " + std::to_string(bytes.size()) +
+                                              " bytes is not understood: " + decoder.why()};
+  }
   return security;
 }
 
