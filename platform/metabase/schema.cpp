@@ -108,6 +108,7 @@ constexpr Property kProperties[] = {
     {"Win32Error", 1099, Type::kDword, false, false, nullptr, {}},
     {"ServerAutoStart", 1017, Type::kBool, false, false, "TRUE", {}, kServices | kServers},
     // Services and sites.
+    // Inherited: all its pages say so. A site without one bears its service's.
     {"ServerComment", 1015, Type::kString, true, false, nullptr, {}, kServices | kServers},
     {"ServerBindings", 1023, Type::kMultiString, false, false, nullptr, {}, kServices | kServers},
     {"SecureBindings", 2021, Type::kMultiString, false, false, nullptr, {}, kServices | kServers},
@@ -133,7 +134,10 @@ constexpr Property kProperties[] = {
     {"LogOdbcTableName", 4008, Type::kString, true, false, "InternetLog", {}},
     {"LogOdbcUserName", 4009, Type::kString, true, false, "InternetAdmin", {}},
     {"LogOdbcPassword", 4010, Type::kString, true, true, nullptr, {}},
-    {"LogPluginClsid", 4011, Type::kString, true, false, "", {}},
+    // Null, as its pages say: an empty identifier would be taken for that of a format, and a site that names
+    // none
+    // has none that is known.
+    {"LogPluginClsid", 4011, Type::kString, true, false, nullptr, {}},
     {"LogModuleList", 4012, Type::kString, true, false, "", {}},
     // By default time, client address, method, URI stem and HTTP status.
     {"LogExtFileFlags", 4013, Type::kFlags, true, false, "0x586", kLogExtFileFlags},
