@@ -197,19 +197,12 @@ TEST_F(Hostile, TheDeepestTreeIsWalkedByItsPaths) {
   EXPECT_EQ(found, levels);
 }
 
-TEST_F(Hostile, NoByteThatIsNoTextPassesAnywhereNorAFileThatIsCutOff) {
+TEST_F(Hostile, NoFileThatIsCutOffOrHasANulPassesWhereverItIs) {
   const std::string whole =
       "\xEF\xBB\xBF" + kHead + "<!-- a note --><a\tLocation =\"/LM/1\"\r\n\tServerComment=\"Z\xC3\xBCrich " +
       "&amp;\">\r\n<Custom Name=\"Own\" Value=\"\xF0\x9F\x98\x80\" Type=\"STRING\"/></a>\r\n" + kTail;
-  EXPECT_EQ(failureOfParsing(whole).first, 0);
-  const std::string badOnes[] = {std::string(1, '\0'), "\x01",         "\xFF",         "\xC3\xC3",
-                                 "\xC0\xAF",           "\xED\xA0\x80", "\xED\xB0\x80", "\xF4\x90\x80\x80"};
-  for (std::size_t at = 0; at <= whole.size(); ++at) {
-    for (const std::string& bad : badOnes) {
-      const auto [code, message] = failureOfParsing(std::string(whole).insert(at, bad));
-      ASSERT_NE(code, 0) << "at " << at << " " << testing::PrintToString(bad);
-      ASSERT_TRUE(message.starts_with("file")) << message;
-    }
+  for (std::size_t at = 1; at <= whole.size(); ++at) {
+    ASSERT_NE(failureOfParsing(std::string(whole).insert(at, 1, '\0')).first, 0) << at;
     const bool complete = at >= whole.size() - 2;
     ASSERT_EQ(failureOfParsing(std::string_view(whole).substr(0, at)).first == 0, complete) << at;
   }

@@ -192,7 +192,8 @@ class Check {
     if (byte < 0x20 && byte != '\t' && byte != '\r' && byte != '\n') {
       refuseAt(at, number::kEncoding, "the control character " + hexadecimal("U+%04X", byte));
     }
-    if (automation::toUtf8(automation::fromUtf8(character)) != character) {
+    const automation::Text text = automation::fromUtf8(character);
+    if (automation::toUtf8(text) != character) {
       refuseAt(at, number::kEncoding, "invalid UTF-8 at the byte " + hexadecimal("0x%02X", byte));
     }
     // An ampersand that begins nothing is found out at what follows it.
@@ -200,7 +201,9 @@ class Check {
     if (mark != std::string_view::npos && bytes_[mark] == '&') {
       refuseAt(at, number::kEntity, "\"&\" that begins no entity");
     }
-    refuseXml(at, inQuotes(character) + " where it cannot stand" +
+    // In quotes, a byte order mark would not be seen.
+    refuseXml(at, (byte >= 0x80 && text.size() == 1 ? hexadecimal("U+%04X", text[0]) : inQuotes(character)) +
+                      " where it cannot stand" +
                       (byte == '<' ? ", perhaps behind a quote that is missing" : ""));
   }
 
