@@ -1,0 +1,276 @@
+#include "sqlite/database.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace sqlite {
+namespace {
+
+using std::chrono::steady_clock;
+
+int primary(int result) {
+  return result & 0xFF;
+}
+
+// A message is one line, whatever SQLite quotes from a statement.
+std::string oneLine(std::string text) {
+  std::replace_if(
+      text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
+  return text;
+}
+
+// By the versions in the file's head ("Database File Format", 1.3.3).
+bool isWriteAhead(const std::filesystem::path& file) {
+  char head[20] = {};
+  std::ifstream in(file, std::ios::binary);
+  return in.read(head, sizeof head) && head[18] == 2 && head[19] == 2;
+}
+
+bool holdsStatement(std::string_view rest) {
+  return rest.find_first_not_of(" \t\r\n\f;") != std::string_view::npos;
+}
+
+}  // namespace
+
+std::string Statement::columnName(int column) const {
+  const char* const name = sqlite3_column_name(statement_.get(), column);
+  return name != nullptr ? name : "";
+}
+
+bool Statement::step() {
+  const int result = sqlite3_step(statement_.get());
+  if (result == SQLITE_ROW) return true;
+  if (result != SQLITE_DONE) {
+    try {
+      fail(result);
+    } catch (...) {
+      sqlite3_reset(statement_.get());
+      throw;
+    }
+  }
+  sqlite3_reset(statement_.get());
+  return false;
+}
+
+void Statement::fail(int result) const {
+  database_->fail(result);
+}
+
+Database::Database(const std::filesystem::path& file, Mode mode, std::chrono::milliseconds wait)
+    : name_(file.string()), wait_(wait) {
+  requirePlainFile(file, mode);
+  const int access = mode == Mode::kReadOnly    ? SQLITE_OPEN_READONLY
+                     : mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE
+                                                : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+  // SQLite takes a relative name that begins with "file:" or ":" for something else.
+  open(std::filesystem::absolute(file).c_str(), access);
+  if (mode != Mode::kReadOnly && sqlite3_db_readonly(db_.get(), "main") != 0) {
+    failUnusable(Cause::kUnusable, "it is read-only");
+  }
+  // In write-ahead mode the log's index would stand in shared memory beside the file, which can't be written
+  // to safely on a full disk. For one process alone it stands in its own memory.
+  if (mode != Mode::kReadOnly && isWriteAhead(file)) execute("pragma locking_mode = exclusive");
+  readHead(mode == Mode::kReadOnly);
+}
+
+Database::Database(std::string name, int cacheKibibytes) : name_(std::move(name)) {
+  open("", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+  execute(
+      "pragma journal_mode = off; pragma synchronous = off; pragma locking_mode = exclusive;"
+      "pragma cache_size = -" +
+      std::to_string(cacheKibibytes));
+}
+
+void Database::open(const char* file, int flags) {
+  sqlite3* opened = nullptr;
+  const int result = sqlite3_open_v2(file, &opened, flags | SQLITE_OPEN_NOMUTEX, nullptr);
+  db_.reset(opened);
+  if (result != SQLITE_OK) {
+    if (primary(result) == SQLITE_NOMEM) throw std::bad_alloc();
+    const int cause = opened != nullptr ? sqlite3_system_errno(opened) : 0;
+    failUnusable(cause == ENOSPC || cause == EMFILE ? Cause::kLack : Cause::kUnusable,
+                 cause != 0 ? std::strerror(cause) : sqlite3_errstr(result));
+  }
+  sqlite3_extended_result_codes(db_.get(), 1);
+  sqlite3_busy_handler(db_.get(), &Database::onBusy, this);
+}
+
+void Database::requirePlainFile(const std::filesystem::path& file, Mode mode) const {
+  if (name_.empty()) throw Error(Cause::kUnusable, "No database file is named");
+  if (name_.find('\0') != std::string::npos) {
+    failUnusable(Cause::kUnusable, "its name holds a NUL character");
+  }
+  struct stat status {};
+  if (::stat(file.c_str(), &status) == 0) {
+    if (S_ISDIR(status.st_mode)) failUnusable(Cause::kUnusable, "it is a directory");
+    if (!S_ISREG(status.st_mode)) failUnusable(Cause::kUnusable, "it is not a plain file");
+    return;
+  }
+  const int error = errno;
+  if (error != ENOENT) failUnusable(Cause::kUnusable, std::strerror(error));
+  if (mode != Mode::kCreate) failUnusable(Cause::kUnusable, "there is no such file");
+  std::error_code ignored;
+  if (!std::filesystem::is_directory(std::filesystem::absolute(file).parent_path(), ignored)) {
+    failUnusable(Cause::kUnusable, "its directory doesn't exist");
+  }
+}
+
+// Reads what SQLite puts off for as long as it can.
+void Database::readHead(bool mayUndo) {
+  const int result = sqlite3_exec(db_.get(), "select count(*) from sqlite_schema", nullptr, nullptr, nullptr);
+  if (result == SQLITE_OK) return;
+  // The journal of a killed writer: a writer's handle undoes its half change by itself, a reader's can't.
+  const bool unfinished = result == SQLITE_READONLY_ROLLBACK || result == SQLITE_READONLY_RECOVERY ||
+                          result == SQLITE_READONLY_CANTINIT || primary(result) == SQLITE_CANTOPEN;
+  if (!mayUndo || !unfinished) fail(result);
+  sqlite3* opened = nullptr;
+  const char* const file = sqlite3_db_filename(db_.get(), "main");
+  sqlite3_open_v2(file, &opened, SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE, nullptr);
+  const std::unique_ptr<sqlite3, Closer> writer(opened);
+  if (writer != nullptr) {
+    sqlite3_exec(writer.get(), "select count(*) from sqlite_schema", nullptr, nullptr, nullptr);
+  }
+  readHead(false);
+}
+
+Statement Database::prepareNext(std::string_view& sql) {
+  if (sql.size() > static_cast<std::size_t>(sqlite3_limit(db_.get(), SQLITE_LIMIT_SQL_LENGTH, -1))) {
+    fail(SQLITE_TOOBIG);
+  }
+  // SQLite would silently end at a NUL character, and a shortened statement may do harm.
+  if (sql.find('\0') != std::string_view::npos) {
+    throw Error(Cause::kBadSql, "Database '" + name_ + "': the SQL text holds a NUL character");
+  }
+  sqlite3_stmt* prepared = nullptr;
+  const char* tail = nullptr;
+  const int result =
+      sqlite3_prepare_v3(db_.get(), sql.data(), static_cast<int>(sql.size()), 0, &prepared, &tail);
+  if (result != SQLITE_OK) fail(result);
+  sql.remove_prefix(static_cast<std::size_t>(tail - sql.data()));
+  Statement statement;
+  statement.database_ = this;
+  statement.statement_.reset(prepared);
+  return statement;
+}
+
+Statement Database::prepare(std::string_view sql) {
+  Statement statement = prepareNext(sql);
+  if (!statement) throw Error(Cause::kBadSql, "Database '" + name_ + "': the SQL text is empty");
+  if (holdsStatement(sql)) {
+    throw Error(Cause::kBadSql, "Database '" + name_ + "': characters found after the end of the statement");
+  }
+  return statement;
+}
+
+void Database::execute(std::string_view sql) {
+  while (holdsStatement(sql)) {
+    if (Statement statement = prepareNext(sql)) statement.run();
+  }
+}
+
+std::string Database::value(std::string_view sql) {
+  Statement statement = prepare(sql);
+  if (!statement.step()) return {};
+  return std::string(statement.text(0).value_or(""));
+}
+
+bool Database::hasMoved() const {
+  int moved = 0;
+  sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  return moved != 0;
+}
+
+// Another publication is done within milliseconds, somebody's transaction takes longer, so the naps grow.
+int Database::onBusy(void* self, int attempt) noexcept {
+  Database& database = *static_cast<Database*>(self);
+  const auto now = steady_clock::now();
+  if (attempt == 0) database.waitingSince_ = now;
+  if (now - database.waitingSince_ >= database.wait_) return 0;
+  if (database.stop_ != nullptr && *database.stop_) return 0;
+  std::this_thread::sleep_for(std::chrono::microseconds(std::min(100 << std::min(attempt / 4, 6), 5000)));
+  return 1;
+}
+
+void Database::fail(int result) const {
+  const int code = db_ != nullptr ? sqlite3_extended_errcode(db_.get()) : result;
+  const std::string message = oneLine(db_ != nullptr ? sqlite3_errmsg(db_.get()) : sqlite3_errstr(result));
+  switch (primary(result)) {
+    case SQLITE_BUSY:
+    case SQLITE_LOCKED:
+      failUnusable(Cause::kLocked, "it is locked by somebody else");
+    case SQLITE_NOTADB:
+      failUnusable(Cause::kUnusable, "it is not a database");
+    case SQLITE_READONLY:
+      failUnusable(Cause::kUnusable, "it is read-only");
+    case SQLITE_CANTOPEN:
+      failUnusable(name_.empty() || sqlite3_db_filename(db_.get(), "main")[0] == '\0' ? Cause::kLack
+                                                                                      : Cause::kUnusable,
+                   "a file beside it can't be opened, so its directory may be read-only");
+    case SQLITE_FULL:
+      failUnusable(Cause::kLack, "there is no space left: " + message);
+    case SQLITE_NOMEM:
+      failUnusable(Cause::kLack, "out of memory");
+    case SQLITE_IOERR: {
+      const int cause = sqlite3_system_errno(db_.get());
+      const bool lack = code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || cause == ENOSPC ||
+                        cause == EDQUOT || cause == EFBIG;
+      failUnusable(lack ? Cause::kLack : Cause::kUnusable,
+                   message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
+    }
+    case SQLITE_CORRUPT:
+      failUnusable(Cause::kUnusable, "it is damaged: " + message);
+    case SQLITE_CONSTRAINT:
+      throw Error(Cause::kConstraint, "Database '" + oneLine(name_) + "': " + message);
+    case SQLITE_ERROR:
+      throw Error(message.starts_with("no such table") ? Cause::kNoTable : Cause::kBadSql,
+                  "Database '" + oneLine(name_) + "': " + message);
+    default:
+      throw Error(Cause::kOther, "Database '" + oneLine(name_) + "': " + message);
+  }
+}
+
+void Database::failUnusable(Cause cause, const std::string& why) const {
+  throw Error(cause, "Can't use the database '" + oneLine(name_) + "': " + why);
+}
+
+Transaction::Transaction(Database& database) : database_(database) {
+  database_.execute("begin immediate");
+}
+
+Transaction::~Transaction() {
+  if (open_ && database_.inTransaction()) {
+    sqlite3_exec(database_.raw(), "rollback", nullptr, nullptr, nullptr);
+  }
+}
+
+void Transaction::commit() {
+  database_.execute("commit");
+  open_ = false;
+}
+
+ReadTransaction::ReadTransaction(Database& database) : database_(database) {
+  database_.execute("begin; select count(*) from sqlite_schema");
+}
+
+ReadTransaction::~ReadTransaction() {
+  if (database_.inTransaction()) sqlite3_exec(database_.raw(), "rollback", nullptr, nullptr, nullptr);
+}
+
+void leaveMemoryUncounted() noexcept {
+  sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+}
+
+std::string quotedName(std::string_view name) {
+  std::string quoted = "\"";
+  for (const char c : name) quoted.append(c == '"' ? 2 : 1, c);
+  return quoted + '"';
+}
+
+}  // namespace sqlite
