@@ -1,0 +1,87 @@
+#include "inventory/remainder.h"
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+
+#include "automation/text.h"
+
+namespace inventory {
+
+std::string folded(std::string_view utf8) {
+  return automation::toUtf8(automation::lowerCase(automation::fromUtf8(utf8)));
+}
+
+std::string_view wordFor(ItemKind kind) {
+  if (kind == ItemKind::kSite) return "site";
+  return kind == ItemKind::kPool ? "pool" : "";
+}
+
+ItemKind kindOf(std::string_view word) {
+  if (word == "site") return ItemKind::kSite;
+  return word == "pool" ? ItemKind::kPool : ItemKind::kNone;
+}
+
+std::span<const ItemKind> Remainder::kindsOf(const Table& table) {
+  static constexpr std::array kAll = {ItemKind::kSite, ItemKind::kPool, ItemKind::kNone};
+  const std::span all(kAll);
+  const bool sites = hasColumn(table, kSiteColumn);
+  const bool pools = hasColumn(table, kPoolColumn);
+  if (sites) return all.first(pools ? 2 : 1);
+  return pools ? all.subspan(1, 1) : all.last(1);
+}
+
+std::string Remainder::toText() const {
+  nlohmann::json all = nlohmann::json::array();
+  for (const Part& part : parts_) {
+    nlohmann::json entry{{"table", part.table}};
+    if (part.kind != ItemKind::kNone) entry["of"] = wordFor(part.kind);
+    if (!part.everyItem || !part.items.empty()) entry[part.everyItem ? "without" : "only"] = part.items;
+    all.push_back(std::move(entry));
+  }
+  return all.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
+Remainder Remainder::fromText(std::string_view text) {
+  Remainder remainder;
+  const auto all = nlohmann::json::parse(text, nullptr, false);
+  if (!all.is_array()) return remainder;
+  for (const auto& entry : all) {
+    if (!entry.is_object()) continue;
+    Part part{entry.value("table", ""), kindOf(entry.value("of", "")), !entry.contains("only"), {}};
+    const char* const list = part.everyItem ? "without" : "only";
+    if (entry.contains(list)) part.items = entry[list].get<std::set<std::string>>();
+    remainder.parts_.push_back(std::move(part));
+  }
+  return remainder;
+}
+
+void Remainder::subtract(const Scope& scope) {
+  if (scope.whole) {
+    parts_.clear();
+    return;
+  }
+  std::erase_if(parts_, [&](Part& part) {
+    return std::any_of(scope.tables.begin(), scope.tables.end(), [&](const TableScope& table) {
+      return table.table == part.table && table.kind == part.kind && isReplaced(part, table);
+    });
+  });
+}
+
+// Takes the replaced items out of a part, and tells whether nothing of it is left.
+bool Remainder::isReplaced(Part& part, const TableScope& scope) {
+  if (scope.everyItem) return true;
+  std::set<std::string> selected;
+  std::set<std::string> there;
+  for (const std::string& item : scope.items) selected.insert(folded(item));
+  for (const std::string& item : scope.there) there.insert(folded(item));
+  if (part.everyItem) {
+    part.items.merge(selected);
+    return std::includes(part.items.begin(), part.items.end(), there.begin(), there.end());
+  }
+  std::erase_if(part.items,
+                [&](const std::string& item) { return selected.contains(item) || !there.contains(item); });
+  return part.items.empty();
+}
+
+}  // namespace inventory

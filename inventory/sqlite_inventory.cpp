@@ -1,0 +1,794 @@
+#include "inventory/sqlite_inventory.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <set>
+#include <system_error>
+#include <utility>
+
+#include "inventory/remainder.h"
+#include "sqlite/database.h"
+#include "sqlite/feed.h"
+
+namespace inventory {
+namespace {
+
+using nlohmann::json;
+using sqlite::Database;
+using sqlite::quotedName;
+using sqlite::Statement;
+using std::string_literals::operator""s;
+
+constexpr std::string_view kCollections = "Collections";
+constexpr std::string_view kProblems = "Problems";
+
+// "Still current" keeps what of a publication hasn't been replaced since, and "Rows without a path" the rows
+// that don't tell their server by themselves.
+constexpr std::string_view kCollectionColumns[] = {
+    "Server name", "File",    "File size",     "File time",
+    "SHA-256",     "Started", "Published",     "Version",
+    "Selection",   "Rows",    "Rows by table", "Problems",
+    "Notes",       "Seconds", "Still current", "Rows without a path"};
+constexpr std::string_view kProblemColumns[] = {"Server name", "Kind",    "Table",    "Item kind",
+                                                "Item",        "Node",    "Property", "Routine",
+                                                "Number",      "Message", "Time"};
+
+std::string namesOf(std::span<const std::string_view> columns) {
+  std::string names;
+  for (const std::string_view column : columns) names += (names.empty() ? "" : ", ") + quotedName(column);
+  return names;
+}
+
+std::string placeholders(std::size_t count) {
+  std::string list = "?";
+  for (std::size_t at = 1; at < count; ++at) list += ", ?";
+  return list;
+}
+
+std::string insertSql(std::string_view table, std::span<const std::string_view> columns) {
+  return "insert into " + quotedName(table) + " (" + namesOf(columns) + ") values (" +
+         placeholders(columns.size()) + ")";
+}
+
+std::string creationSqlOf(std::string_view table, std::span<const std::string_view> columns) {
+  std::string sql;
+  for (const std::string_view column : columns) {
+    const bool isNumber =
+        column == "File size" || column == "Rows" || column == "Problems" || column == "Notes";
+    sql += (sql.empty() ? "" : ", ") + quotedName(column) +
+           (isNumber              ? " integer"
+            : column == "Seconds" ? " real"
+                                  : " text collate nocase");
+  }
+  return "create table if not exists " + quotedName(table) + " (" + sql + ")";
+}
+
+std::string indexSql(std::string_view table, const std::string& expression) {
+  return "create index if not exists " + quotedName(std::string(table) + " by server") + " on " +
+         quotedName(table) + " (" + expression + " collate nocase)";
+}
+
+bool isAscii(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
+bool tellsServer(const Table& table) {
+  return hasColumn(table, kServerColumn);
+}
+
+// What a path says behind "IIS://" up to the next slash.
+std::string serverInPath() {
+  const std::string rest = "substr(" + quotedName(kPathColumn) + ", 7)";
+  return "substr(" + rest + ", 1, instr(" + rest + ", '/') - 1)";
+}
+
+// The rows of one server: compared without regard to case as far as ASCII goes, which an index can do. What
+// goes beyond is a matter of how the name is spelled in the database.
+std::string serverCondition(const Table& table) {
+  if (tellsServer(table)) return quotedName(kServerColumn) + " = ?1 collate nocase";
+  return serverInPath() + " = ?1 collate nocase";
+}
+
+std::string kindCondition(const Table& table, ItemKind kind) {
+  if (Remainder::kindsOf(table).size() < 2) return "";
+  return " and " + quotedName(kPoolColumn) + (kind == ItemKind::kSite ? " is null" : " is not null");
+}
+
+std::string_view itemColumn(ItemKind kind) {
+  return kind == ItemKind::kSite ? kSiteColumn : kPoolColumn;
+}
+
+// An item that is selected, or that isn't there any more. ?2 and ?3 are lists as JSON.
+std::string itemCondition(std::string_view column) {
+  const std::string item = "folded(" + quotedName(column) + ")";
+  return " and (" + item + " in (select value from json_each(?2)) or " + item +
+         " not in (select value from json_each(?3)))";
+}
+
+std::string foldedList(const std::vector<std::string>& items) {
+  json list = json::array();
+  for (const std::string& item : items) list.push_back(folded(item));
+  return list.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+std::string utcNow() {
+  using namespace std::chrono;
+  const auto now = floor<milliseconds>(system_clock::now());
+  const std::time_t seconds = system_clock::to_time_t(now);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  char text[64];
+  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
+  std::snprintf(text + length, sizeof text - length, ".%03dZ",
+                static_cast<int>(now.time_since_epoch().count() % 1000));
+  return text;
+}
+
+void fold(sqlite3_context* context, int, sqlite3_value** values) {
+  const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(values[0]));
+  if (text == nullptr) return sqlite3_result_null(context);
+  try {
+    const std::string result = folded({text, static_cast<std::size_t>(sqlite3_value_bytes(values[0]))});
+    sqlite3_result_text64(context, result.data(), result.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+  } catch (const std::bad_alloc&) {
+    sqlite3_result_error_nomem(context);
+  }
+}
+
+// Failures of the database as those of the inventory.
+template <typename Work>
+decltype(auto) attempt(Work&& work) {
+  try {
+    return work();
+  } catch (const sqlite::Error& error) {
+    if (error.cause() == sqlite::Cause::kLocked) throw Locked(error.what());
+    throw Error(error.what());
+  }
+}
+
+std::string feedSql(const Table& table) {
+  std::string columns;
+  for (std::size_t at = 0; at < table.columns.size(); ++at) {
+    columns += (at == 0 ? "c" : ", c") + std::to_string(at);
+  }
+  return "insert into " + quotedName(table.name) + " (" + namesOf(table.columns) + ") select " + columns +
+         " from feed";
+}
+
+// The rows of a table on their way into it, and what is to be known of them.
+class RowFeed : public sqlite::FeedSource {
+ public:
+  RowFeed(const Table& table, std::unique_ptr<Rows> rows)
+      : table_(table),
+        rows_(std::move(rows)),
+        kinds_(Remainder::kindsOf(table)),
+        poolColumn_(static_cast<std::size_t>(
+            std::find(table.columns.begin(), table.columns.end(), kPoolColumn) - table.columns.begin())),
+        isByPath_(!tellsServer(table)) {}
+
+  bool next() override {
+    if (!rows_->next()) return false;
+    ++count_;
+    if (kinds_.size() > 1 && rows_->cell(poolColumn_)) ++ofSecondKind_;
+    if (isByPath_ && rows_->cell(0).value_or("").empty()) keepCopy();
+    return true;
+  }
+
+  Cell cell(int column) override { return rows_->cell(static_cast<std::size_t>(column)); }
+
+  std::int64_t count() const { return count_; }
+  // The kinds that there are rows of.
+  std::vector<ItemKind> kinds() const {
+    std::vector<ItemKind> there;
+    if (count_ > ofSecondKind_) there.push_back(kinds_[0]);
+    if (ofSecondKind_ > 0) there.push_back(kinds_[1]);
+    return there;
+  }
+  // Copies of the rows without a path.
+  std::vector<json>& pathless() { return pathless_; }
+
+ private:
+  void keepCopy() {
+    json cells = json::array();
+    for (std::size_t at = 0; at < table_.columns.size(); ++at) {
+      const Cell value = rows_->cell(at);
+      cells.push_back(value ? json(*value) : json());
+    }
+    pathless_.push_back(std::move(cells));
+  }
+
+  const Table& table_;
+  const std::unique_ptr<Rows> rows_;
+  const std::span<const ItemKind> kinds_;
+  const std::size_t poolColumn_;
+  const bool isByPath_;
+  std::int64_t count_ = 0;
+  std::int64_t ofSecondKind_ = 0;
+  std::vector<json> pathless_;
+};
+
+class SqliteSnapshot : public Snapshot {
+ public:
+  explicit SqliteSnapshot(Database& database) : database_(database), transaction_(database) {}
+
+  std::vector<std::string> tableNames() override {
+    return attempt([&] {
+      Statement statement = database_.prepare(
+          "select name from sqlite_schema where type = 'table' and name = ? collate nocase");
+      std::vector<std::string> names;
+      const auto look = [&](std::string_view table) {
+        statement.bind(1, table);
+        if (statement.step()) names.emplace_back(*statement.text(0));
+        statement.reset();
+      };
+      for (const Table& table : tables()) look(table.name);
+      // Somebody else's tables may have these names.
+      if (names.empty()) return names;
+      look(kCollections);
+      look(kProblems);
+      return names;
+    });
+  }
+
+  std::vector<std::string> columnNames(const std::string& table) override {
+    return attempt([&] {
+      const Statement statement = database_.prepare("select * from " + quotedName(table));
+      std::vector<std::string> names;
+      for (int column = 0; column < statement.columnCount(); ++column) {
+        names.push_back(statement.columnName(column));
+      }
+      return names;
+    });
+  }
+
+  std::int64_t rowCount(const std::string& table) override {
+    return attempt([&] {
+      Statement statement = database_.prepare("select count(*) from " + quotedName(table));
+      statement.step();
+      return statement.number(0);
+    });
+  }
+
+  void forEach(const std::string& table, const TakeRow& take) override {
+    attempt([&] {
+      Statement statement = database_.prepare("select * from " + quotedName(table) + " order by rowid");
+      std::vector<Cell> row(static_cast<std::size_t>(statement.columnCount()));
+      while (statement.step()) {
+        for (std::size_t at = 0; at < row.size(); ++at) row[at] = statement.text(static_cast<int>(at));
+        take(row);
+      }
+    });
+  }
+
+ private:
+  Database& database_;
+  sqlite::ReadTransaction transaction_;
+};
+
+class SqliteInventory : public Inventory {
+ public:
+  SqliteInventory(std::string file, const Access& access) : file_(std::move(file)), access_(access) {}
+
+  void openForReading() { open(Database::Mode::kReadOnly); }
+
+  void openForPublishing() {
+    std::error_code error;
+    if (!std::filesystem::exists(file_, error) && !error) return requireWritableDirectory();
+    open(Database::Mode::kReadWrite);
+    leaveWriteAheadMode();
+    // Somebody who is at work may be done by the time that there is something to publish.
+    requireTaker();
+  }
+
+  std::vector<Published> publish(std::span<const Result> results) override {
+    return attempt([&] {
+      for (int tries = 1;; ++tries) {
+        const bool isNew = openOrCreate();
+        try {
+          if (auto published = publishOnce(results)) return std::move(*published);
+        } catch (...) {
+          if (isNew) removeEmptyFile();
+          throw;
+        }
+        // Another file has taken the name since this one was opened.
+        close();
+        if (tries == kMostTries) throw Error("the database '" + file_ + "' keeps being replaced");
+      }
+    });
+  }
+
+  std::int64_t rowsOf(const std::string& server) override {
+    if (database_ == nullptr) return 0;
+    return attempt([&] {
+      std::int64_t rows = 0;
+      const std::vector<std::string> spellings = spellingsOf(server);
+      for (const Table& table : tables()) {
+        if (!hasTable(table.name)) continue;
+        Statement& count =
+            statement("select count(*) from " + quotedName(table.name) + " where " + serverCondition(table));
+        for (const std::string& spelling : spellings) {
+          count.bind(1, spelling);
+          if (count.step()) rows += count.number(0);
+          count.reset();
+        }
+      }
+      return rows;
+    });
+  }
+
+  std::unique_ptr<Snapshot> snapshot() override {
+    return attempt([&] { return std::make_unique<SqliteSnapshot>(*database_); });
+  }
+
+  void stopWaiting() override { stopWaiting_ = true; }
+
+ private:
+  static constexpr int kMostTries = 5;
+  // What a publication may take of memory before SQLite writes into the file ahead of the commit.
+  static constexpr int kCacheKibibytes = 32 * 1024;
+
+  void open(Database::Mode mode) {
+    attempt([&] {
+      database_ = std::make_unique<Database>(file_, mode, access_.wait);
+      database_->stopWaitingWhen(stopWaiting_);
+      database_->execute("pragma synchronous = full; pragma cache_size = -" +
+                         std::to_string(kCacheKibibytes));
+      feed_ = std::make_unique<sqlite::Feed>(*database_);
+      sqlite3_create_function_v2(database_->raw(), "folded", 1,
+                                 SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr, fold,
+                                 nullptr, nullptr, nullptr);
+    });
+  }
+
+  void close() {
+    statements_.clear();
+    database_.reset();
+    checkedSchema_.clear();
+  }
+
+  void requireWritableDirectory() const {
+    const auto refuse = [&](const std::string& why) {
+      throw Error("Can't make the database '" + file_ + "': " + why);
+    };
+    const std::filesystem::path folder = std::filesystem::absolute(file_).parent_path();
+    std::error_code error;
+    if (!std::filesystem::is_directory(folder, error)) refuse("its directory doesn't exist");
+    if (::access(folder.c_str(), W_OK | X_OK) != 0) {
+      refuse("its directory can't be written to: "s + std::strerror(errno));
+    }
+  }
+
+  // Opens the file where it isn't open. Tells whether that has made it.
+  bool openOrCreate() {
+    if (database_ != nullptr) return false;
+    std::error_code error;
+    const bool isThere = std::filesystem::exists(file_, error);
+    open(Database::Mode::kCreate);
+    return !isThere;
+  }
+
+  // A file that nothing was put into goes again. Whoever else has opened it in the meantime finds that out
+  // behind the lock.
+  void removeEmptyFile() noexcept {
+    try {
+      statements_.clear();
+      database_->execute("begin exclusive");
+      if (database_->value("pragma page_count") == "0" && !database_->hasMoved()) {
+        std::filesystem::remove(file_);
+      }
+    } catch (const std::exception&) {
+      // Then somebody is at work on it.
+    }
+    close();
+  }
+
+  void leaveWriteAheadMode() {
+    attempt([&] {
+      if (database_->value("pragma journal_mode") == "wal" &&
+          database_->value("pragma journal_mode = delete") != "delete") {
+        throw Locked("Can't use the database '" + file_ + "': it is locked by somebody else");
+      }
+      database_->execute("pragma locking_mode = normal; select count(*) from sqlite_schema");
+    });
+  }
+
+  bool hasTable(std::string_view name) {
+    Statement& look =
+        statement("select 1 from sqlite_schema where type = 'table' and name = ? collate nocase");
+    look.bind(1, name);
+    const bool there = look.step();
+    look.reset();
+    return there;
+  }
+
+  // Fails for a database that an inventory may not or can't be put into.
+  void requireTaker() {
+    attempt([&] {
+      const bool ours = std::any_of(tables().begin(), tables().end(),
+                                    [&](const Table& table) { return hasTable(table.name); });
+      if (!ours && !access_.force &&
+          !database_->value("select name from sqlite_schema where name not like 'sqlite~_%' escape '~'")
+               .empty()) {
+        throw Error("the database '" + file_ +
+                    "' has tables of somebody else's and none of an inventory's; --force puts the inventory "
+                    "beside them");
+      }
+      for (const Table& table : tables()) requireColumns(table.name, table.columns);
+      requireColumns(kCollections, kCollectionColumns);
+      requireColumns(kProblems, kProblemColumns);
+    });
+  }
+
+  void requireColumns(std::string_view table, std::span<const std::string_view> columns) {
+    if (!hasTable(table)) return;
+    Statement& look = statement("select 1 from pragma_table_info(?) where name = ? collate nocase");
+    look.bind(1, table);
+    for (const std::string_view column : columns) {
+      look.bind(2, column);
+      const bool there = look.step();
+      look.reset();
+      if (there) continue;
+      throw Error("The database '" + file_ + "' can't take an inventory: its table " + std::string(table) +
+                  " has no column '" + std::string(column) + "'");
+    }
+  }
+
+  void makeTables() {
+    const std::string schema = database_->value("pragma schema_version");
+    if (schema == checkedSchema_) return;
+    requireTaker();
+    for (const Table& table : tables()) {
+      database_->execute(creationSql(table));
+      database_->execute(
+          indexSql(table.name, tellsServer(table) ? quotedName(kServerColumn) : serverInPath()));
+    }
+    database_->execute(creationSqlOf(kCollections, kCollectionColumns));
+    database_->execute(creationSqlOf(kProblems, kProblemColumns));
+    database_->execute(indexSql(kCollections, quotedName(kServerColumn)));
+    database_->execute(indexSql(kProblems, quotedName(kServerColumn)));
+    checkedSchema_ = database_->value("pragma schema_version");
+  }
+
+  // Nothing where another file has taken the name.
+  std::optional<std::vector<Published>> publishOnce(std::span<const Result> results) {
+    sqlite::Transaction transaction(*database_);
+    if (database_->hasMoved()) return std::nullopt;
+    std::vector<Published> published;
+    try {
+      makeTables();
+      for (const Result& result : results) published.push_back(replace(result));
+      transaction.commit();
+    } catch (...) {
+      checkedSchema_.clear();
+      throw;
+    }
+    return published;
+  }
+
+  Published replace(const Result& result) {
+    Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0)};
+    const std::vector<std::string> spellings = spellingsOf(result.origin.server);
+    removeRowsWithoutPath(spellings, result.scope, published.replaced);
+    removeRows(spellings, result.scope, published.replaced);
+    removeProblems(spellings, result.scope);
+
+    std::set<std::pair<std::size_t, ItemKind>> brought;
+    const json pathless = addRows(result, published.added, brought);
+    for (const Problem& problem : result.problems) addProblem(result.origin.server, problem);
+    updateCollections(spellings, result.scope);
+    const Remainder remainder = Remainder::of(result.scope, [&](const Table& table, ItemKind kind) {
+      return brought.contains({tableIndex(table.name), kind});
+    });
+    addCollection(result, published.added, remainder, pathless);
+    removeStrayProblems(spellings);
+    return published;
+  }
+
+  // How the name of a server is spelled in the database, and as it is given.
+  std::vector<std::string> spellingsOf(const std::string& server) {
+    std::vector<std::string> spellings{server};
+    // ASCII is compared without regard to case by the database itself.
+    if (isAscii(server)) return spellings;
+    const std::string wanted = folded(server);
+    std::set<std::string> found;
+    const auto look = [&](const std::string& sql) {
+      Statement names = database_->prepare(sql);
+      while (names.step()) {
+        const std::string name(names.text(0).value_or(""));
+        if (name != server && folded(name) == wanted) found.insert(name);
+      }
+    };
+    for (const Table& table : tables()) {
+      if (!hasTable(table.name)) continue;
+      if (tellsServer(table)) {
+        look("select distinct " + quotedName(kServerColumn) + " collate binary from " +
+             quotedName(table.name));
+      } else {
+        look("select distinct " + serverInPath() + " collate binary from " + quotedName(table.name));
+      }
+    }
+    for (const std::string_view table : {kCollections, kProblems}) {
+      if (!hasTable(table)) continue;
+      look("select distinct " + quotedName(kServerColumn) + " collate binary from " + quotedName(table));
+    }
+    spellings.insert(spellings.end(), found.begin(), found.end());
+    return spellings;
+  }
+
+  // Runs a statement whose first parameter is the server for each of its spellings.
+  std::int64_t runForServer(const std::vector<std::string>& spellings, Statement& change) {
+    std::int64_t touched = 0;
+    for (const std::string& spelling : spellings) {
+      change.bind(1, spelling);
+      change.run();
+      touched += database_->changes();
+    }
+    return touched;
+  }
+
+  void removeRows(const std::vector<std::string>& spellings, const Scope& scope, RowCounts& removed) {
+    const auto sqlFor = [&](const Table& table) {
+      return "delete from " + quotedName(table.name) + " where " + serverCondition(table);
+    };
+    if (scope.whole) {
+      for (std::size_t at = 0; at < tables().size(); ++at) {
+        removed[at] += runForServer(spellings, statement(sqlFor(tables()[at])));
+      }
+      return;
+    }
+    for (const TableScope& part : scope.tables) {
+      const std::size_t index = tableIndex(part.table);
+      const Table& table = tables()[index];
+      const std::string sql = sqlFor(table) + kindCondition(table, part.kind);
+      if (part.everyItem) {
+        removed[index] += runForServer(spellings, statement(sql));
+        continue;
+      }
+      Statement& change = statement(sql + itemCondition(itemColumn(part.kind)));
+      const std::string items = foldedList(part.items);
+      const std::string there = foldedList(part.there);
+      change.bind(2, items);
+      change.bind(3, there);
+      removed[index] += runForServer(spellings, change);
+    }
+  }
+
+  // Rows whose path is empty don't tell their server. The publication that has brought them keeps a copy of
+  // each; of rows that are alike it doesn't matter which one goes.
+  void removeRowsWithoutPath(const std::vector<std::string>& spellings, const Scope& scope,
+                             RowCounts& removed) {
+    Statement& look = statement(
+        "select rowid, \"Rows without a path\" from \"Collections\" where \"Server name\" = ? "
+        "collate nocase and \"Rows without a path\" <> ''");
+    std::vector<std::pair<std::int64_t, json>> kept;
+    for (const std::string& spelling : spellings) {
+      look.bind(1, spelling);
+      while (look.step()) {
+        kept.emplace_back(look.number(0), json::parse(look.text(1).value_or(""), nullptr, false));
+      }
+    }
+    for (auto& [row, entries] : kept) {
+      if (!entries.is_array()) continue;
+      json left = json::array();
+      for (const json& entry : entries) {
+        const std::size_t index = tableIndex(entry.value("table", ""));
+        if (index >= tables().size()) continue;
+        if (isInScope(tables()[index], entry.at("row"), scope)) {
+          removed[index] += removeOneLike(tables()[index], entry.at("row"));
+        } else {
+          left.push_back(entry);
+        }
+      }
+      Statement& change =
+          statement("update \"Collections\" set \"Rows without a path\" = ?2 where rowid = ?1");
+      const std::string text = left.empty() ? std::string() : left.dump();
+      change.bind(1, row);
+      change.bind(2, text);
+      change.run();
+    }
+  }
+
+  static bool isInScope(const Table& table, const json& row, const Scope& scope) {
+    if (scope.whole) return true;
+    const auto column = std::find(table.columns.begin(), table.columns.end(), kSiteColumn);
+    const json& cell = row.at(static_cast<std::size_t>(column - table.columns.begin()));
+    const std::string item = cell.is_string() ? folded(cell.get<std::string>()) : std::string();
+    const auto isAmong = [&](const std::vector<std::string>& items) {
+      return std::any_of(items.begin(), items.end(),
+                         [&](const std::string& other) { return folded(other) == item; });
+    };
+    return std::any_of(scope.tables.begin(), scope.tables.end(), [&](const TableScope& part) {
+      return part.table == table.name && (part.everyItem || isAmong(part.items) || !isAmong(part.there));
+    });
+  }
+
+  std::int64_t removeOneLike(const Table& table, const json& row) {
+    std::string condition;
+    for (const std::string_view column : table.columns) {
+      condition += (condition.empty() ? "" : " and ") + quotedName(column) + " is ? collate binary";
+    }
+    Statement& change =
+        statement("delete from " + quotedName(table.name) + " where rowid = (select rowid from " +
+                  quotedName(table.name) + " where " + condition + " order by rowid limit 1)");
+    std::vector<std::optional<std::string>> cells;
+    for (const json& cell : row) {
+      cells.push_back(cell.is_string() ? std::optional(cell.get<std::string>()) : std::nullopt);
+    }
+    int parameter = 0;
+    for (const auto& cell : cells) change.bindOrNull(++parameter, cell);
+    change.run();
+    return database_->changes();
+  }
+
+  void removeProblems(const std::vector<std::string>& spellings, const Scope& scope) {
+    const std::string sql = "delete from \"Problems\" where \"Server name\" = ?1 collate nocase";
+    if (scope.whole) {
+      runForServer(spellings, statement(sql));
+      return;
+    }
+    for (const TableScope& part : scope.tables) {
+      Statement& change = statement(sql + " and \"Table\" = ?4 and \"Item kind\" = ?5" +
+                                    (part.everyItem ? "" : " and \"Item\" <> ''" + itemCondition("Item")));
+      const std::string items = foldedList(part.items);
+      const std::string there = foldedList(part.there);
+      if (!part.everyItem) {
+        change.bind(2, items);
+        change.bind(3, there);
+      }
+      change.bind(4, part.table);
+      change.bind(5, wordFor(part.kind));
+      runForServer(spellings, change);
+    }
+  }
+
+  // Gives copies of the rows that have no path.
+  json addRows(const Result& result, RowCounts& added, std::set<std::pair<std::size_t, ItemKind>>& brought) {
+    json pathless = json::array();
+    for (std::size_t at = 0; at < tables().size(); ++at) {
+      const Table& table = tables()[at];
+      RowFeed rows(table, result.rows->rows(table));
+      feed_->run(statement(feedSql(table)), rows);
+      added[at] += rows.count();
+      for (const ItemKind kind : rows.kinds()) brought.insert({at, kind});
+      for (json& row : rows.pathless()) pathless.push_back({{"table", table.name}, {"row", std::move(row)}});
+    }
+    return pathless;
+  }
+
+  void addProblem(const std::string& server, const Problem& problem) {
+    char number[16] = "";
+    if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
+    const std::array<std::string_view, std::size(kProblemColumns)> values = {
+        server,           problem.isNote ? "note" : "problem",
+        problem.table,    wordFor(problem.itemKind),
+        problem.item,     problem.node,
+        problem.property, problem.routine,
+        number,           problem.message,
+        problem.time};
+    Statement& insertion = statement(insertSql(kProblems, kProblemColumns));
+    int parameter = 0;
+    for (const std::string_view value : values) insertion.bind(++parameter, value);
+    insertion.run();
+  }
+
+  // Former publications lose what is replaced, and go when nothing is left of them.
+  void updateCollections(const std::vector<std::string>& spellings, const Scope& scope) {
+    Statement& look = statement(
+        "select rowid, \"Still current\" from \"Collections\" where \"Server name\" = ? collate nocase");
+    std::vector<std::pair<std::int64_t, Remainder>> former;
+    for (const std::string& spelling : spellings) {
+      look.bind(1, spelling);
+      while (look.step()) former.emplace_back(look.number(0), Remainder::fromText(look.text(1).value_or("")));
+    }
+    for (auto& [row, remainder] : former) {
+      remainder.subtract(scope);
+      if (remainder.isEmpty()) {
+        Statement& change = statement("delete from \"Collections\" where rowid = ?");
+        change.bind(1, row);
+        change.run();
+        continue;
+      }
+      Statement& change = statement("update \"Collections\" set \"Still current\" = ?2 where rowid = ?1");
+      const std::string text = remainder.toText();
+      change.bind(1, row);
+      change.bind(2, text);
+      change.run();
+    }
+  }
+
+  void addCollection(const Result& result, const RowCounts& added, const Remainder& remainder,
+                     const json& pathless) {
+    json byTable = json::object();
+    for (std::size_t at = 0; at < added.size(); ++at) {
+      if (added[at] > 0) byTable[std::string(tables()[at].name)] = added[at];
+    }
+    const auto notes = std::count_if(result.problems.begin(), result.problems.end(),
+                                     [](const Problem& problem) { return problem.isNote; });
+    const Origin& origin = result.origin;
+    const std::string published = utcNow();
+    const std::string rowsByTable = byTable.dump();
+    const std::string current = remainder.toText();
+    const std::string withoutPath = pathless.empty() ? std::string() : pathless.dump();
+    Statement& insertion = statement(insertSql(kCollections, kCollectionColumns));
+    int parameter = 0;
+    const auto next = [&](const auto& value) { insertion.bind(++parameter, value); };
+    next(std::string_view(origin.server));
+    next(std::string_view(origin.file));
+    next(origin.fileSize);
+    next(std::string_view(origin.fileTime));
+    next(std::string_view(origin.sha256));
+    next(std::string_view(origin.started));
+    next(std::string_view(published));
+    next(std::string_view(origin.version));
+    next(std::string_view(origin.selection));
+    next(std::accumulate(added.begin(), added.end(), std::int64_t{0}));
+    next(std::string_view(rowsByTable));
+    next(static_cast<std::int64_t>(result.problems.size()) - notes);
+    next(std::int64_t{notes});
+    next(origin.seconds);
+    next(std::string_view(current));
+    next(std::string_view(withoutPath));
+    insertion.run();
+  }
+
+  // A problem that belongs to no table goes with the publications that it may be from.
+  void removeStrayProblems(const std::vector<std::string>& spellings) {
+    Statement& change = statement(
+        "delete from \"Problems\" where \"Server name\" = ?1 collate nocase and \"Table\" = '' and \"Time\" "
+        "< "
+        "(select min(\"Started\") from \"Collections\" where \"Server name\" = ?1 collate nocase)");
+    runForServer(spellings, change);
+  }
+
+  // Prepared once.
+  Statement& statement(const std::string& sql) {
+    const auto found = statements_.find(sql);
+    if (found != statements_.end()) {
+      found->second.reset();
+      return found->second;
+    }
+    return statements_.emplace(sql, database_->prepare(sql)).first->second;
+  }
+
+  const std::string file_;
+  const Access access_;
+  std::atomic<bool> stopWaiting_ = false;
+  std::unique_ptr<sqlite::Feed> feed_;  // outlives the database that knows it
+  std::unique_ptr<Database> database_;
+  std::map<std::string, Statement, std::less<>> statements_;
+  std::string checkedSchema_;
+};
+
+}  // namespace
+
+std::unique_ptr<Inventory> openSqliteForReading(const std::string& file, const Access& access) {
+  auto inventory = std::make_unique<SqliteInventory>(file, access);
+  inventory->openForReading();
+  return inventory;
+}
+
+std::unique_ptr<Inventory> openSqliteForPublishing(const std::string& file, const Access& access) {
+  auto inventory = std::make_unique<SqliteInventory>(file, access);
+  inventory->openForPublishing();
+  return inventory;
+}
+
+// One kind of database so far.
+std::unique_ptr<Inventory> openForReading(const std::string& database, const Access& access) {
+  return openSqliteForReading(database, access);
+}
+
+std::unique_ptr<Inventory> openForPublishing(const std::string& database, const Access& access) {
+  return openSqliteForPublishing(database, access);
+}
+
+}  // namespace inventory
