@@ -6,33 +6,11 @@
 #include <pugixml.hpp>
 #include <stdexcept>
 
-#include "automation/object.h"
-#include "automation/runtime.h"
-#include "host/tables.h"
-#include "platform/store/store.h"
+#include "inventory/tables.h"
+#include "sqlite/database.h"
 
 namespace bench {
 namespace {
-
-using automation::Arguments;
-using automation::Runtime;
-using automation::TextView;
-using automation::Variant;
-
-constexpr TextView kConnectionId = u"ADODB.Connection";
-constexpr TextView kRecordsetId = u"ADODB.Recordset";
-
-// A connection or recordset that accepts everything and keeps nothing.
-class Sink final : public automation::MemberlessObject {
- public:
-  Sink() : MemberlessObject(u"Sink") {}
-  Variant read(TextView member, Arguments) override {
-    if (automation::equalsIgnoringCase(member, u"EOF")) return true;
-    return 0;
-  }
-  void write(TextView, Arguments, const Variant&) override {}
-  Variant call(TextView, Arguments) override { return {}; }
-};
 
 struct Closer {
   void operator()(sqlite3* database) const { sqlite3_close(database); }
@@ -60,35 +38,32 @@ Prepared prepare(const Handle& database, const std::string& sql) {
 
 }  // namespace
 
+void createDatabase(const std::filesystem::path& database) {
+  std::filesystem::remove(database);
+  sqlite::Database created(database, sqlite::Database::Mode::kCreate, std::chrono::seconds(5));
+  test::createTables(created);
+}
+
 std::int64_t countRows(const std::filesystem::path& database) {
   const Handle handle = open(database);
   std::int64_t rows = 0;
-  for (const host::Table& table : host::tables()) {
-    const Prepared statement = prepare(handle, "select count(*) from " + host::quotedName(table.name));
+  for (const inventory::Table& table : inventory::tables()) {
+    const Prepared statement = prepare(handle, "select count(*) from " + sqlite::quotedName(table.name));
     require(sqlite3_step(statement.get()) == SQLITE_ROW, "can't count rows");
     rows += sqlite3_column_int64(statement.get(), 0);
   }
   return rows;
 }
 
-NoStore::NoStore() {
-  Runtime::process().serveClass(kConnectionId, [] { return std::make_shared<Sink>(); });
-  Runtime::process().serveClass(kRecordsetId, [] { return std::make_shared<Sink>(); });
-}
-
-NoStore::~NoStore() {
-  platform::store::registerStore();
-}
-
 BareWriter::BareWriter(const std::filesystem::path& collected) {
   const Handle handle = open(collected);
-  for (const host::Table& table : host::tables()) {
+  for (const inventory::Table& table : inventory::tables()) {
     Rows rows;
     rows.columns = static_cast<int>(table.columns.size());
-    rows.insertSql = "insert into " + host::quotedName(table.name) + " values (?";
+    rows.insertSql = "insert into " + sqlite::quotedName(table.name) + " values (?";
     for (int column = 1; column < rows.columns; ++column) rows.insertSql += ",?";
     rows.insertSql += ")";
-    const Prepared statement = prepare(handle, "select * from " + host::quotedName(table.name));
+    const Prepared statement = prepare(handle, "select * from " + sqlite::quotedName(table.name));
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
       for (int column = 0; column < rows.columns; ++column) {
         const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement.get(), column));
@@ -99,16 +74,14 @@ BareWriter::BareWriter(const std::filesystem::path& collected) {
   }
 }
 
-std::int64_t BareWriter::write(const std::filesystem::path& metabase, const std::filesystem::path& database,
-                               Commit commit) const {
+std::int64_t BareWriter::write(const std::filesystem::path& metabase,
+                               const std::filesystem::path& database) const {
   pugi::xml_document document;
   require(document.load_file(metabase.c_str(), pugi::parse_default & ~pugi::parse_wconv_attribute),
           "can't parse the metabase");
 
   const Handle handle = open(database);
-  const char* const begin =
-      commit == Commit::kOnce ? "begin" : "pragma journal_mode=wal; pragma synchronous=normal";
-  require(sqlite3_exec(handle.get(), begin, nullptr, nullptr, nullptr) == SQLITE_OK, "can't begin");
+  require(sqlite3_exec(handle.get(), "begin", nullptr, nullptr, nullptr) == SQLITE_OK, "can't begin");
   std::int64_t written = 0;
   for (const Rows& rows : tables_) {
     const Prepared statement = prepare(handle, rows.insertSql);
@@ -127,9 +100,7 @@ std::int64_t BareWriter::write(const std::filesystem::path& metabase, const std:
       ++written;
     }
   }
-  if (commit == Commit::kOnce) {
-    require(sqlite3_exec(handle.get(), "commit", nullptr, nullptr, nullptr) == SQLITE_OK, "can't commit");
-  }
+  require(sqlite3_exec(handle.get(), "commit", nullptr, nullptr, nullptr) == SQLITE_OK, "can't commit");
   return written;
 }
 

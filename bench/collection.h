@@ -12,21 +12,13 @@
 namespace bench {
 
 using test::collectEverything;
-using test::createDatabase;
 using test::registerEverything;
+
+// Makes a database with all tables and nothing in them.
+void createDatabase(const std::filesystem::path& database);
 
 // How many rows stand in all tables together.
 std::int64_t countRows(const std::filesystem::path& database);
-
-// While one lives, the component's database objects drop what they are given: what is left is the cost of
-// everything but the store.
-class NoStore {
- public:
-  NoStore();
-  ~NoStore();
-  NoStore(const NoStore&) = delete;
-  NoStore& operator=(const NoStore&) = delete;
-};
 
 // The limit: rows that stand in memory, written by bare libsqlite3 with one prepared insert for each table in
 // one transaction, behind a parse of the file by bare pugixml.
@@ -35,13 +27,8 @@ class BareWriter {
   // Takes the rows of all tables of a collected database into memory.
   explicit BareWriter(const std::filesystem::path& collected);
 
-  // In one transaction, or each row as a change of its own in a write-ahead log, which is what a row that
-  // survives the process being killed takes.
-  enum class Commit { kOnce, kEachRow };
-
   // Parses `metabase` and writes all rows into the empty tables of `database`. Gives the number of rows.
-  std::int64_t write(const std::filesystem::path& metabase, const std::filesystem::path& database,
-                     Commit commit) const;
+  std::int64_t write(const std::filesystem::path& metabase, const std::filesystem::path& database) const;
 
  private:
   struct Rows {

@@ -12,10 +12,9 @@
 #include "bench/collection.h"
 #include "bench/metabase_generator.h"
 #include "frame/log_record.h"
-#include "host/tables.h"
+#include "inventory/tables.h"
 #include "platform/metabase/metabase.h"
-#include "platform/store/database.h"
-#include "platform/store/store.h"
+#include "platform/store/private_database.h"
 
 namespace {
 
@@ -66,29 +65,26 @@ BENCHMARK(readProperty)->DenseRange(0, 3);
 
 // One saved row of eight columns through the seam.
 void saveRow(benchmark::State& state) {
-  const auto path = std::filesystem::temp_directory_path() / "micro_benchmark.db";
-  bench::createDatabase(path);
-  {
-    const automation::ObjectRef connection = automation::CreateObject(u"ADODB.Connection");
-    automation::call(connection, u"Open", automation::fromUtf8(path.string()));
-    const automation::ObjectRef rows = automation::CreateObject(u"ADODB.Recordset");
-    automation::write(rows, u"LockType", 3);
-    automation::write(rows, u"ActiveConnection", connection);
-    automation::call(rows, u"Open", u"Select * from tblGeneral where 1=2");
-    const host::Table& table = host::tables()[host::tableIndex("tblGeneral")];
-    for (auto _ : state) {
-      automation::call(rows, u"AddNew");
-      for (std::size_t column = 0; column < 8; ++column) {
-        automation::writeIndexed(rows, u"Collect", automation::fromUtf8(table.columns[column]),
-                                 u"Some value");
-      }
-      automation::call(rows, u"Update");
+  const std::string name = "/nowhere/inventory.db";
+  platform::store::PrivateDatabase database(name);
+  const inventory::Table& table = inventory::tables()[inventory::tableIndex("tblGeneral")];
+  database.database().execute(inventory::creationSql(table));
+  const platform::store::Loan loan(database);
+  const automation::ObjectRef connection = automation::CreateObject(u"ADODB.Connection");
+  automation::call(connection, u"Open", automation::fromUtf8(name));
+  const automation::ObjectRef rows = automation::CreateObject(u"ADODB.Recordset");
+  automation::write(rows, u"LockType", 3);
+  automation::write(rows, u"ActiveConnection", connection);
+  automation::call(rows, u"Open", u"Select * from tblGeneral where 1=2");
+  std::vector<Text> columns;
+  for (const auto column : table.columns) columns.push_back(automation::fromUtf8(column));
+  for (auto _ : state) {
+    automation::call(rows, u"AddNew");
+    for (std::size_t column = 0; column < 8; ++column) {
+      automation::writeIndexed(rows, u"Collect", automation::TextView(columns[column]), u"Some value");
     }
-    automation::call(rows, u"Close");
-    automation::call(connection, u"Close");
+    automation::call(rows, u"Update");
   }
-  platform::store::releaseIdle();
-  std::filesystem::remove(path);
 }
 BENCHMARK(saveRow)->Unit(benchmark::kMicrosecond);
 

@@ -1,10 +1,12 @@
-// collection_report: measures whole collections at several sizes against the bare libraries, each measurement
-// in a process of its own, and prints a table.
+// collection_report: measures the program against the bare libraries, each measurement in a process of its own
+// and the two in turn, and prints tables.
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -16,21 +18,15 @@
 #include <string>
 #include <vector>
 
-#include "automation/text.h"
 #include "bench/collection.h"
 #include "bench/metabase_generator.h"
-#include "platform/metabase/servers.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kServer = "BENCH";
-
-double secondsOf(const std::function<void()>& work) {
-  const auto start = Clock::now();
-  work();
+double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
 }
 
@@ -69,101 +65,127 @@ Measurement inChild(const std::function<double()>& work) {
   return measurement;
 }
 
-// The best of several runs: what the machine does beside them only ever adds.
-Measurement best(int runs, const std::function<double()>& work) {
-  Measurement found = inChild(work);
-  for (int run = 1; run < runs; ++run) {
-    const Measurement next = inChild(work);
-    if (next.seconds < found.seconds) found.seconds = next.seconds;
-    if (next.megabytes > found.megabytes) found.megabytes = next.megabytes;
+// The program from its start to its end, as a user runs it.
+Measurement program(const std::vector<std::string>& arguments) {
+  const auto start = Clock::now();
+  const pid_t child = fork();
+  if (child < 0) throw std::runtime_error("can't fork");
+  if (child == 0) {
+    std::vector<char*> raw;
+    std::vector<std::string> all{IISINVENTORY_PROGRAM, "collect", "--quiet"};
+    all.insert(all.end(), arguments.begin(), arguments.end());
+    for (std::string& argument : all) raw.push_back(argument.data());
+    raw.push_back(nullptr);
+    execv(raw[0], raw.data());
+    _exit(127);
   }
-  return found;
+  int status = 0;
+  rusage usage{};
+  wait4(child, &status, 0, &usage);
+  if (status != 0) throw std::runtime_error("the program has ended with status " + std::to_string(status));
+  return {secondsSince(start), static_cast<double>(usage.ru_maxrss) / 1024};
 }
 
-struct Line {
-  long long sites = 0;
-  double fileMegabytes = 0;
-  std::int64_t rows = 0;
-  Measurement whole, parse, withoutStore, bare, bareEachRow;
-};
+// The median: the middle of what the machine did beside them.
+double median(std::vector<Measurement> runs) {
+  std::sort(runs.begin(), runs.end(),
+            [](const Measurement& left, const Measurement& right) { return left.seconds < right.seconds; });
+  return runs[runs.size() / 2].seconds;
+}
 
-Line measure(std::int64_t sites, const fs::path& directory, int runs) {
-  const fs::path metabase = directory / ("metabase" + std::to_string(sites) + ".xml");
-  const fs::path database = directory / "inventory.db";
-  const fs::path copy = directory / "bare.db";
-  {
-    std::ofstream out(metabase, std::ios::binary);
-    bench::writeMetabase(bench::inProportion(sites), out);
+class Report {
+ public:
+  explicit Report(fs::path directory) : directory_(std::move(directory)) {}
+
+  void againstBare(const std::vector<std::int64_t>& sizes) {
+    std::printf("| FTP sites | File | Rows | iisinventory | Bare libraries | Ratio | Peak memory |\n");
+    std::printf("|---|---|---|---|---|---|---|\n");
+    for (const std::int64_t sites : sizes) lineAgainstBare(sites);
   }
-  const auto map = [&] {
-    platform::metabase::mapServer(automation::fromUtf8(kServer),
-                                  platform::metabase::Metabase::load(metabase));
-  };
 
-  Line line;
-  line.sites = sites;
-  line.fileMegabytes = static_cast<double>(fs::file_size(metabase)) / (1024 * 1024);
-  line.whole = best(runs, [&] {
-    bench::registerEverything();
-    bench::createDatabase(database);
-    return secondsOf([&] {
-      map();
-      bench::collectEverything(kServer, database, directory);
-    });
-  });
-  line.rows = bench::countRows(database);
-  line.parse = best(runs, [&] { return secondsOf(map); });
-  line.withoutStore = best(runs, [&] {
-    bench::registerEverything();
-    const bench::NoStore none;
-    return secondsOf([&] {
-      map();
-      bench::collectEverything(kServer, database, directory);
-    });
-  });
-  const auto bare = [&](bench::BareWriter::Commit commit) {
-    return best(runs, [&] {
-      bench::createDatabase(copy);
-      const bench::BareWriter writer(database);
-      return secondsOf([&] { writer.write(metabase, copy, commit); });
-    });
-  };
-  line.bareEachRow = bare(bench::BareWriter::Commit::kEachRow);
-  line.bare = bare(bench::BareWriter::Commit::kOnce);
-  if (bench::countRows(copy) != line.rows) throw std::runtime_error("the two databases differ");
-  for (const auto& entry : fs::directory_iterator(directory)) {
-    if (entry.path().extension() == ".log" || entry.path().extension() == ".Log") {
-      throw std::runtime_error("the collection left problems in " + entry.path().string());
+  void sideBySide() {
+    const int runs = 5;
+    const fs::path large = metabase("LARGE", 10000);
+    std::vector<std::string> small;
+    for (int server = 0; server < 1000; ++server) small.push_back(named("S" + std::to_string(server), 10));
+    std::vector<std::string> four;
+    for (int server = 0; server < 4; ++server) four.push_back(named("Q" + std::to_string(server), 2500));
+
+    std::vector<Measurement> one, many, alone, together, again, fresh;
+    for (int run = 0; run < runs; ++run) {
+      one.push_back(collect({"LARGE=" + large.string()}, true));
+      many.push_back(collect(small, true));
+      again.push_back(collect({small[500]}, false));
+      fresh.push_back(collect({small[500]}, true));
+      alone.push_back(collect(four, true));
+      auto two = four;
+      two.insert(two.end(), {"--jobs", "2"});
+      together.push_back(collect(two, true));
     }
+    std::printf("\n| What | Seconds | Against | Seconds | Ratio |\n|---|---|---|---|---|\n");
+    line("1,000 servers of 10 sites", many, "1 server of 10,000 sites", one);
+    line("One of 1,000 servers again", again, "the same into a new file", fresh);
+    line("4 servers of 2,500 sites, `--jobs 1`", alone, "`--jobs 2`", together);
   }
-  return line;
-}
 
-void print(const std::vector<Line>& lines) {
-  std::printf(
-      "| FTP sites | File | Rows | Collection | | Bare | | Ratio | Bare, a commit per row | Ratio | Peak "
-      "|\n");
-  std::printf("|---|---|---|---|---|---|---|---|---|---|---|\n");
-  for (const Line& line : lines) {
-    const auto rows = static_cast<double>(line.rows);
-    const auto perRow = [&](const Measurement& measured) { return measured.seconds * 1e6 / rows; };
-    std::printf(
-        "| %lld | %.1f MiB | %lld | %.0f rows/s | %.1f us/row | %.0f rows/s | %.1f us/row | %.2f | %.1f "
-        "us/row | %.2f "
-        "| %.0f MiB |\n",
-        line.sites, line.fileMegabytes, static_cast<long long>(line.rows), rows / line.whole.seconds,
-        perRow(line.whole), rows / line.bare.seconds, perRow(line.bare),
-        perRow(line.bare) / perRow(line.whole), perRow(line.bareEachRow),
-        perRow(line.bareEachRow) / perRow(line.whole), line.whole.megabytes);
+ private:
+  static void line(const char* what, const std::vector<Measurement>& left, const char* against,
+                   const std::vector<Measurement>& right) {
+    std::printf("| %s | %.3f | %s | %.3f | %.2f |\n", what, median(left), against, median(right),
+                median(left) / median(right));
   }
-  std::printf("\n| FTP sites | Parse | Reads | Store |\n|---|---|---|---|\n");
-  for (const Line& line : lines) {
-    const double whole = line.whole.seconds;
-    std::printf("| %lld | %.0f %% | %.0f %% | %.0f %% |\n", line.sites, 100 * line.parse.seconds / whole,
-                100 * (line.withoutStore.seconds - line.parse.seconds) / whole,
-                100 * (whole - line.withoutStore.seconds) / whole);
+
+  fs::path metabase(const std::string& server, std::int64_t sites) const {
+    const fs::path file = directory_ / (server + ".xml");
+    std::ofstream out(file, std::ios::binary);
+    bench::writeMetabase(bench::inProportion(sites), out);
+    return file;
   }
-}
+  std::string named(const std::string& server, std::int64_t sites) const {
+    return server + "=" + metabase(server, sites).string();
+  }
+
+  Measurement collect(std::vector<std::string> arguments, bool intoNewFile) const {
+    if (intoNewFile) fs::remove(database_);
+    arguments.insert(arguments.end(), {"--database", database_.string()});
+    return program(arguments);
+  }
+
+  void lineAgainstBare(std::int64_t sites) const {
+    const fs::path file = metabase("BENCH", sites);
+    collect({"BENCH=" + file.string()}, true);
+    const std::int64_t rows = bench::countRows(database_);
+    const fs::path collected = directory_ / "collected.db";
+    fs::rename(database_, collected);
+    const fs::path copy = directory_ / "bare.db";
+    std::vector<Measurement> ours, bare;
+    const int runs = sites > 1000 ? 7 : 15;
+    for (int run = 0; run < runs; ++run) {
+      ours.push_back(collect({"BENCH=" + file.string()}, true));
+      bare.push_back(inChild([&] {
+        bench::createDatabase(copy);
+        const bench::BareWriter writer(collected);
+        const auto start = Clock::now();
+        writer.write(file, copy);
+        return secondsSince(start);
+      }));
+    }
+    if (bench::countRows(copy) != rows) throw std::runtime_error("the two databases differ");
+    double peak = 0;
+    for (const Measurement& run : ours) peak = std::max(peak, run.megabytes);
+    const auto perSecond = [&](const std::vector<Measurement>& runsOf) {
+      return static_cast<double>(rows) / median(runsOf);
+    };
+    std::printf("| %lld | %.1f MiB | %lld | %.3f s, %.0f rows/s | %.3f s, %.0f rows/s | %.2f | %.0f MiB |\n",
+                static_cast<long long>(sites), static_cast<double>(fs::file_size(file)) / (1024 * 1024),
+                static_cast<long long>(rows), median(ours), perSecond(ours), median(bare), perSecond(bare),
+                median(bare) / median(ours), peak);
+    fs::remove(collected);
+  }
+
+  const fs::path directory_;
+  const fs::path database_ = directory_ / "inventory.db";
+};
 
 }  // namespace
 
@@ -171,8 +193,6 @@ int main(int argc, char** argv) {
   try {
     std::vector<std::int64_t> sizes;
     for (int index = 1; index < argc; ++index) sizes.push_back(std::atoll(argv[index]));
-    if (sizes.empty()) sizes = {100, 1000, 10000};
-
     std::string pattern = (fs::temp_directory_path() / "collection_report.XXXXXX").string();
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("can't make a temporary folder");
     const fs::path directory = pattern;
@@ -184,9 +204,9 @@ int main(int argc, char** argv) {
       }
     } const cleaner{directory};
 
-    std::vector<Line> lines;
-    for (const std::int64_t size : sizes) lines.push_back(measure(size, directory, size > 1000 ? 3 : 5));
-    print(lines);
+    Report report(directory);
+    report.againstBare(sizes.empty() ? std::vector<std::int64_t>{100, 1000, 10000} : sizes);
+    if (sizes.empty()) report.sideBySide();
   } catch (const std::exception& failure) {
     std::fprintf(stderr, "collection_report: %s\n", failure.what());
     return 1;

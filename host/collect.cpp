@@ -1,9 +1,12 @@
 #include "host/collect.h"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
+#include <cstring>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -12,12 +15,16 @@
 #include <vector>
 
 #include "automation/failure.h"
-#include "host/inventory.h"
-#include "host/log_files.h"
+#include "automation/text.h"
+#include "host/clock.h"
+#include "host/private_folder.h"
+#include "host/problem_groups.h"
 #include "host/progress.h"
+#include "host/publisher.h"
 #include "host/server_collection.h"
-#include "host/tables.h"
+#include "host/signals.h"
 #include "host/terminal_text.h"
+#include "host/user_log.h"
 #include "platform/host/host.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
@@ -31,20 +38,11 @@ using automation::Failure;
 
 enum Status { kAllWell = 0, kWithProblems = 1, kNothing = 2 };
 
-void requireDatabaseDirectory(const std::filesystem::path& database) {
-  const auto refuse = [&](const char* why) {
-    throw UsageError("--database '" + database.string() + "': " + why);
-  };
-  std::error_code error;
-  const std::filesystem::path directory = database.parent_path();
-  if (!std::filesystem::is_directory(directory, error)) refuse("its directory doesn't exist");
-  if (!std::filesystem::exists(database, error) && ::access(directory.c_str(), W_OK | X_OK) != 0) {
-    refuse("its directory can't be written to");
-  }
-}
+// What a thread holds open at most: a server's file, two logs and a record on its way, a database's temporary
+// file; and what the program holds besides.
+constexpr rlim_t kDescriptorsOfJob = 8;
+constexpr rlim_t kDescriptorsOfAll = 24;
 
-// The component's logs go where the database is unless told otherwise, so a directory that can't take them
-// shows before the first row.
 void requireLogDirectory(const std::filesystem::path& directory) {
   const auto refuse = [&](const char* why) {
     throw UsageError("the logs can't go to the directory '" + directory.string() + "': " + why);
@@ -52,68 +50,51 @@ void requireLogDirectory(const std::filesystem::path& directory) {
   std::error_code error;
   if (!std::filesystem::exists(directory, error)) refuse("it doesn't exist");
   if (!std::filesystem::is_directory(directory, error)) refuse("it is not a directory");
-  if (::access(directory.c_str(), W_OK | X_OK) != 0) refuse("it can't be written to");
-  if (directory.string().find('\\') != std::string::npos) {
-    refuse("a backslash in its path would be taken for a separator");
-  }
 }
 
-std::string counted(std::int64_t count, const char* one, const char* many) {
-  return std::to_string(count) + " " + (count == 1 ? one : many);
+// "A, B and 3 more".
+std::string namesIn(const std::vector<std::string>& names) {
+  constexpr std::size_t kMostNames = 20;
+  std::string text;
+  for (std::size_t at = 0; at < std::min(names.size(), kMostNames); ++at) {
+    text += (at == 0 ? "" : ", ") + names[at];
+  }
+  if (names.size() > kMostNames) text += " and " + std::to_string(names.size() - kMostNames) + " more";
+  return names.empty() ? "none" : text;
 }
 
 class Collection {
  public:
-  Collection(const CollectOptions& options, Output& output)
+  Collection(const CollectOptions& options, Sources sources, Output& output)
       : options_(options),
+        servers_(std::move(sources.servers)),
+        notes_(std::move(sources.notes)),
+        findings_(std::move(sources.problems)),
         output_(output),
-        target_{options.database, options.logDirectory},
-        logs_(logPaths(options, target_)),
+        inventory_(inventory::openForPublishing(options.database.string(), {options.wait, options.force})),
         progress_(!options.quiet),
-        replaced_(tables().size(), 0) {}
+        publisher_(*inventory_, options.database.string(),
+                   [this](const Finished& finished, const inventory::Published* published,
+                          const std::string& why) { take(finished, published, why); }),
+        rows_(inventory::tables().size(), 0) {}
 
   int run() {
-    // Nothing is made for the sake of files that are no good.
-    if (!passUnusable()) return kNothing;
-
-    // Kept open to the end, so that the threads' connections come and go without closing the file each time.
-    std::optional<platform::store::Database> database;
-    RowCounts before;
-    try {
-      database.emplace(openInventory(options_.database));
-      before = countRows(*database, serverNames());
-    } catch (const Failure& failure) {
-      complain(automation::toUtf8(failure.description()));
-      return kNothing;
-    } catch (const std::filesystem::filesystem_error& error) {
-      complain("Can't make the database '" + options_.database.string() + "': " + error.code().message());
-      return kNothing;
-    }
+    const EndingSignals signals([this](int signalNumber) { end(signalNumber); });
+    for (const std::string& text : notes_) note(text);
+    for (const std::string& text : findings_) fail(text);
     collectAll();
+    publisher_.finish();
     reportUnknown(options_.selection.sites, foundSites_, "FTP site");
     reportUnknown(options_.selection.pools, foundPools_, "application pool");
-    const RowCounts after = countRows(*database, serverNames());
-    database.reset();
-    return summarize(after - (before - replaced_));
+    return summarize();
   }
 
  private:
-  static std::vector<std::filesystem::path> logPaths(const CollectOptions& options, const Target& target) {
-    std::vector<std::filesystem::path> paths{target.applicationLog()};
-    for (const Server& server : options.servers) paths.push_back(target.serverLog(server.name));
-    return paths;
-  }
-
-  std::vector<std::string> serverNames() const {
-    std::vector<std::string> names;
-    for (const Server& server : options_.servers) names.push_back(server.name);
-    return names;
-  }
-
-  void fail(const Server& server, const std::string& why) {
-    progress_.aside([&] { complain(server.name + ": " + why); });
+  // A line on the standard error output; what it tells counts as a problem.
+  void fail(const std::string& text) {
+    progress_.aside([&] { complain(text); });
     const std::lock_guard lock(mutex_);
-    ++problems_;
+    ++complaints_;
   }
 
   void note(const std::string& text) {
@@ -135,153 +116,288 @@ class Collection {
       outputFailed_ = true;
       complain(error.what());
       const std::lock_guard lock(mutex_);
-      ++problems_;
+      ++complaints_;
     }
   }
 
-  // Goes on to the first server that can be collected. False when there is none.
-  bool passUnusable() {
-    for (; next_ < options_.servers.size(); ++next_) {
-      const Server& server = options_.servers[next_];
-      try {
-        lookAt(server);
-        return true;
-      } catch (const Failure& failure) {
-        fail(server, automation::toUtf8(failure.description()));
-      }
+  std::size_t jobs() {
+    std::size_t count = std::min<std::size_t>(options_.jobs, servers_.size());
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return count;
+    const rlim_t spare = limit.rlim_cur > kDescriptorsOfAll ? limit.rlim_cur - kDescriptorsOfAll : 0;
+    const auto most = std::max<std::size_t>(1, spare / kDescriptorsOfJob);
+    if (count > most) {
+      note("at most " + std::to_string(limit.rlim_cur) + " files may be open here, so " +
+           std::to_string(most) + " servers are collected side by side and not " + std::to_string(count));
+      count = most;
     }
-    return false;
+    return count;
   }
 
   void collectAll() {
-    const std::size_t count = std::min<std::size_t>(options_.jobs, options_.servers.size() - next_);
     std::vector<std::jthread> others;
+    const std::size_t count = jobs();
     for (std::size_t at = 1; at < count; ++at) {
-      others.emplace_back([this] { work(); });
+      others.emplace_back([this, at] { work(at); });
     }
-    work();
+    work(0);
   }
 
   // What each thread does, the first one included: a server after the other, until none is left.
-  void work() {
-    while (true) {
-      const std::size_t place = next_++;
-      if (place >= options_.servers.size()) break;
-      collectOne(options_.servers[place]);
+  void work(std::size_t number) {
+    try {
+      const std::filesystem::path folder = folder_.path() / std::to_string(number);
+      std::filesystem::create_directory(folder);
+      PrivateLogs logs(folder);
+      while (true) {
+        const std::size_t place = next_++;
+        if (place >= servers_.size()) return;
+        collectOne(servers_[place], logs);
+      }
+    } catch (const std::exception& error) {
+      // Others may have better luck with what is left.
+      fail("the collection can't go on: " + std::string(error.what()));
     }
-    platform::store::releaseIdle();
   }
 
-  void collectOne(const Server& server) {
-    const auto lane = progress_.begin(options_.servers.size() > 1 ? server.name : std::string());
+  void collectOne(const Server& server, PrivateLogs& logs) {
+    const auto lane = progress_.begin(servers_.size() > 1 ? server.name : std::string());
+    auto finished = std::make_unique<Finished>();
     try {
-      const Outcome outcome = collectServer(server, target_, options_.selection, progress_.updaters(lane),
-                                            [&](const std::string& text) { note(text); });
-      take(outcome);
-      for (const std::string& problem : outcome.problems) fail(server, problem);
+      finished->workplace = publisher_.workplace();
+      finished->outcome = collectServer(server, options_.maxSize, options_.selection, *finished->workplace,
+                                        logs, progress_.updaters(lane));
+      finished->rows = finished->workplace->rowCount();
+      keepLogs(server, logs, &finished->outcome.result);
+      progress_.end(lane);
+      hand(std::move(finished));
+      logs.application.clear();
+      logs.server.clear();
+      return;
+    } catch (const Failure& failure) {
+      fail(server.name + ": " + automation::toUtf8(failure.description()));
+    } catch (const std::bad_alloc&) {
+      fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
-      fail(server, error.what());
+      fail(server.name + ": incomplete and not published: " + error.what());
     }
     progress_.end(lane);
-    // Its metabase may be large, and nobody asks for it any more.
-    platform::metabase::unmapServer(automation::fromUtf8(server.name));
+    keepLogs(server, logs, nullptr);
+    if (finished != nullptr && finished->workplace != nullptr)
+      publisher_.giveBack(std::move(finished->workplace));
+    untold(server.name);
+    logs.application.clear();
+    logs.server.clear();
   }
 
-  void take(const Outcome& outcome) {
+  // Appends what the component has logged to the user's logs, whatever becomes of the rows.
+  void keepLogs(const Server& server, const PrivateLogs& logs, inventory::Result* result) {
+    const auto keep = [&](const std::filesystem::path& file, const std::string& records) {
+      try {
+        appendToLog(file, records);
+      } catch (const std::runtime_error& error) {
+        fail(server.name + ": " + error.what());
+        if (result == nullptr) return;
+        inventory::Problem problem;
+        problem.message = error.what();
+        problem.time = utcNow();
+        result->problems.push_back(std::move(problem));
+      }
+    };
+    keep(applicationLog(), logs.application.text());
+    keep(serverLog(server.name), logs.server.text());
+  }
+
+  std::filesystem::path applicationLog() const { return options_.logDirectory / "TORVINLog.Log"; }
+  std::filesystem::path serverLog(const std::string& server) const {
+    return options_.logDirectory / (server + ".log");
+  }
+
+  void hand(std::unique_ptr<Finished> finished) {
+    const Outcome& outcome = finished->outcome;
+    const std::string server = outcome.result.origin.server;
+    for (const std::string& remark : outcome.remarks) note(remark);
+    {
+      const std::lock_guard lock(mutex_);
+      foundSites_.insert(outcome.foundSites.begin(), outcome.foundSites.end());
+      foundPools_.insert(outcome.foundPools.begin(), outcome.foundPools.end());
+      ++looked_;
+      for (const inventory::Problem& problem : outcome.result.problems) groups_.add(server, problem);
+    }
+    if (finished->rows > 0) return publisher_.add(std::move(finished));
+    publisher_.giveBack(std::move(finished->workplace));
+    fail(server + ": gives no row in any table, so nothing is published");
+    untold(server);
+  }
+
+  // Called by whoever publishes, one at a time.
+  void take(const Finished& finished, const inventory::Published* published, const std::string& why) {
+    const std::string& server = finished.outcome.result.origin.server;
+    if (published == nullptr) {
+      fail(server + ": not published: " + why);
+      untold(server);
+      return;
+    }
+    std::int64_t replaced = 0;
+    {
+      const std::lock_guard lock(mutex_);
+      published_.push_back(server);
+      for (std::size_t at = 0; at < rows_.size(); ++at) {
+        rows_[at] += published->added[at];
+        replaced += published->replaced[at];
+      }
+    }
+    if (replaced > 0)
+      note("replaced " + counted(replaced, "row", "rows") + " of " + server + " from an earlier run");
+  }
+
+  // A server that isn't published; its former rows stand.
+  void untold(const std::string& server) {
     const std::lock_guard lock(mutex_);
-    if (outcome.collected) ++collected_;
-    if (!outcome.replaced.empty()) replaced_ = replaced_ + outcome.replaced;
-    foundSites_.insert(outcome.foundSites.begin(), outcome.foundSites.end());
-    foundPools_.insert(outcome.foundPools.begin(), outcome.foundPools.end());
+    untouched_.push_back(server);
   }
 
   void reportUnknown(const std::vector<std::string>& wanted, const std::set<std::string>& found,
                      const char* what) {
-    if (collected_ == 0) return;
+    if (looked_ == 0) return;
     for (const std::string& item : std::set<std::string>(wanted.begin(), wanted.end())) {
       if (found.contains(item)) continue;
       complain(std::string("there is no ") + what + " '" + item + "'" +
-               (collected_ == 1 ? "" : " on any of the servers"));
-      ++problems_;
+               (looked_ == 1 ? "" : " on any of the servers"));
+      ++complaints_;
     }
   }
 
-  int summarize(const RowCounts& rows) {
-    const std::vector<LogFiles::Added> logs = logs_.added();
-    std::int64_t records = 0;
-    for (const LogFiles::Added& log : logs) records += log.records;
-
-    const bool nothing = collected_ == 0 || (total(rows) == 0 && records + problems_ > 0);
+  int summarize() {
+    tellFormerRows();
+    const std::int64_t problems = groups_.problems();
     if (!options_.quiet) {
       print([&] {
-        printRows(rows);
-        printRecords(records, logs);
+        if (!published_.empty()) printRows();
+        const std::size_t width = ::isatty(STDOUT_FILENO) != 0 ? terminalColumns(STDOUT_FILENO) : 100;
+        groups_.print(output_, width);
+        if (problems == 0 && complaints_ == 0) output_.write("no problems\n");
+        printLogs();
       });
-    } else if (records > 0) {
-      std::string text = counted(records, "problem stands", "problems stand") + " in the logs:";
-      for (const LogFiles::Added& log : logs) text += " " + log.file.string();
-      complain(text);
+    } else if (problems > 0) {
+      complain(counted(problems, "problem", "problems") +
+               ", told by 'iisinventory show Problems' and the logs in " + options_.logDirectory.string());
     }
-    if (nothing) return kNothing;
-    return records + problems_ > 0 ? kWithProblems : kAllWell;
+    if (published_.empty()) return kNothing;
+    return problems + complaints_ > 0 || !untouched_.empty() ? kWithProblems : kAllWell;
   }
 
-  void printRows(const RowCounts& rows) {
-    output_.write("collected " + counted(collected_, "server", "servers") + " into " +
-                  harmless(options_.database.string()) + ": " + counted(total(rows), "row", "rows") + "\n");
+  // What stands of the servers that weren't published.
+  void tellFormerRows() {
+    for (const std::string& server : untouched_) {
+      try {
+        if (const std::int64_t rows = inventory_->rowsOf(server); rows > 0) {
+          complain(server + ": the former inventory stands, " + counted(rows, "row", "rows"));
+        }
+      } catch (const inventory::Error&) {
+        // What it can't be asked for it hasn't lost.
+      }
+    }
+  }
+
+  void printRows() {
+    std::int64_t total = 0;
     std::size_t nameWidth = 0;
     std::size_t countWidth = 0;
-    for (std::size_t at = 0; at < rows.size(); ++at) {
-      nameWidth = std::max(nameWidth, tables()[at].name.size());
-      countWidth = std::max(countWidth, std::to_string(rows[at]).size());
+    for (std::size_t at = 0; at < rows_.size(); ++at) {
+      total += rows_[at];
+      nameWidth = std::max(nameWidth, inventory::tables()[at].name.size());
+      countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
     }
-    for (std::size_t at = 0; at < rows.size(); ++at) {
-      if (rows[at] == 0) continue;
-      const std::string name(tables()[at].name);
-      const std::string count = std::to_string(rows[at]);
+    output_.write("collected " + counted(static_cast<std::int64_t>(published_.size()), "server", "servers") +
+                  " into " + harmless(options_.database.string()) + ": " + counted(total, "row", "rows") +
+                  "\n");
+    for (std::size_t at = 0; at < rows_.size(); ++at) {
+      if (rows_[at] == 0) continue;
+      const std::string name(inventory::tables()[at].name);
+      const std::string count = std::to_string(rows_[at]);
       output_.write("  " + name + std::string(nameWidth - name.size() + 2 + countWidth - count.size(), ' ') +
                     count + "\n");
     }
   }
 
-  void printRecords(std::int64_t records, const std::vector<LogFiles::Added>& logs) {
-    if (records == 0) {
-      output_.write("no problems in the logs\n");
-      return;
+  void printLogs() {
+    if (groups_.problems() + groups_.notes() == 0) return;
+    output_.write("all of them: iisinventory show Problems; the logs are in " +
+                  harmless(options_.logDirectory.string()) + "\n");
+  }
+
+  // On the thread that waits for signals, while the others go on with what is lost already.
+  [[noreturn]] void end(int signalNumber) {
+    progress_.stop();
+    publisher_.stop();
+    std::vector<std::string> others;
+    {
+      // Whoever publishes has stopped, so nothing is added any more.
+      const std::lock_guard lock(mutex_);
+      for (const Server& server : servers_) {
+        if (std::find(published_.begin(), published_.end(), server.name) == published_.end()) {
+          others.push_back(server.name);
+        }
+      }
+      complain("ended by a signal; in the inventory: " + namesIn(published_) +
+               "; not touched: " + namesIn(others));
     }
-    output_.write(counted(records, "problem stands", "problems stand") + " in the logs:\n");
-    for (const LogFiles::Added& log : logs) {
-      output_.write("  " + harmless(log.file.string()) + "  " + std::to_string(log.records) + "\n");
-    }
+    folder_.remove();
+    endBySignal(signalNumber);
   }
 
   const CollectOptions& options_;
+  const std::vector<Server> servers_;
+  const std::vector<std::string> notes_;
+  const std::vector<std::string> findings_;  // what couldn't be looked into
   Output& output_;
-  const Target target_;
-  const LogFiles logs_;
+  const std::unique_ptr<inventory::Inventory> inventory_;
+  PrivateFolder folder_;
   ProgressLine progress_;
+  Publisher publisher_;
 
   std::atomic<std::size_t> next_ = 0;
   bool outputFailed_ = false;
-  std::mutex mutex_;
-  std::int64_t collected_ = 0;
-  std::int64_t problems_ = 0;
-  RowCounts replaced_;
+  std::mutex mutex_;  // of what stands below, while there are several threads
+  std::int64_t looked_ = 0;
+  std::int64_t complaints_ = 0;
+  ProblemGroups groups_;
+  inventory::RowCounts rows_;
+  std::vector<std::string> published_;
+  std::vector<std::string> untouched_;
   std::set<std::string> foundSites_;
   std::set<std::string> foundPools_;
 };
 
+// What would be collected, under which name.
+int list(const Sources& sources, Output& output) {
+  std::size_t width = 0;
+  for (const Server& server : sources.servers) width = std::max(width, displayWidth(harmless(server.name)));
+  for (const Server& server : sources.servers) {
+    const std::string name = harmless(server.name);
+    output.write(name + std::string(width - displayWidth(name) + 2, ' ') + harmless(server.source.shown()) +
+                 "\n");
+  }
+  for (const std::string& text : sources.notes) output.write(harmless(text) + "\n");
+  output.flush();
+  for (const std::string& text : sources.problems) complain(text);
+  if (sources.servers.empty()) return kNothing;
+  return sources.problems.empty() ? kAllWell : kWithProblems;
+}
+
 }  // namespace
 
 int collect(const CollectOptions& options, Output& output) {
-  requireDatabaseDirectory(options.database);
+  Sources sources = findSources(options.metabases, options.maxSize);
+  if (options.listOnly) return list(sources, output);
   requireLogDirectory(options.logDirectory);
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::store::registerStore();
   platform::host::registerHostObjects();
   DllRegisterServer();
-  return Collection(options, output).run();
+  return Collection(options, std::move(sources), output).run();
 }
 
 }  // namespace host

@@ -81,7 +81,18 @@ Selection select(const std::vector<std::string>& names, const std::vector<std::s
     }
   }
 
-  Selection selection{{}, sites, pools};
+  Selection selection;
+  selection.sites = sites;
+  selection.pools = pools;
+  selection.isWhole = names.empty() && sites.empty() && pools.empty();
+  const auto tell = [&](const char* option, const std::vector<std::string>& values) {
+    for (const std::string& value : values) {
+      selection.text += (selection.text.empty() ? "" : " ") + std::string(option) + " '" + value + "'";
+    }
+  };
+  tell("--only", names);
+  tell("--site", sites);
+  tell("--pool", pools);
   const bool filtered = !sites.empty() || !pools.empty();
   for (const Gathering& gathering : kGatherings) {
     const bool named = std::any_of(names.begin(), names.end(),

@@ -33,6 +33,9 @@ struct Selection {
   // The sites and pools that it is restricted to; empty stands for all. Spelled as the user has spelled them.
   std::vector<std::string> sites;
   std::vector<std::string> pools;
+  // Whether it is all that there is, and if not, the options that say so.
+  bool isWhole = true;
+  std::string text;
 
   bool has(Side side, Kind kind) const;
   // Whether it needs the list of the sites or of the pools.

@@ -8,10 +8,12 @@
 
 #include "automation/failure.h"
 #include "automation/text.h"
+#include "host/check.h"
 #include "host/collect.h"
 #include "host/options.h"
 #include "host/output.h"
 #include "host/show.h"
+#include "sqlite/database.h"
 
 namespace host {
 namespace {
@@ -28,6 +30,7 @@ int run(int argumentCount, const char* const* arguments) {
   try {
     const Options options = parseCommandLine(argumentCount, arguments);
     if (const auto* toCollect = std::get_if<CollectOptions>(&options)) return collect(*toCollect, output);
+    if (const auto* toCheck = std::get_if<CheckOptions>(&options)) return check(*toCheck, output);
     if (const auto* toShow = std::get_if<ShowOptions>(&options)) {
       show(*toShow, output);
     } else {
@@ -52,5 +55,8 @@ int main(int argumentCount, char** arguments) {
   host::openStandardFiles();
   // A reader that goes away shows as an error of the write.
   ::signal(SIGPIPE, SIG_IGN);
+  // So does a file that grows beyond what is allowed.
+  ::signal(SIGXFSZ, SIG_IGN);
+  sqlite::leaveMemoryUncounted();
   return host::run(argumentCount, arguments);
 }

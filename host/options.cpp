@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <string_view>
 
@@ -10,8 +11,9 @@
 namespace host {
 namespace {
 
-constexpr std::string_view kMetabaseFile = "MetaBase.xml";
 constexpr unsigned kMostJobs = 256;
+constexpr double kLongestWait = 1e6;
+constexpr std::uint64_t kUsualMaxSize = 1ULL << 30;
 
 constexpr const char* kProgramFooter =
     "Examples:\n"
@@ -34,13 +36,24 @@ const std::string kCollectFooter =
     "  of pools: Worker Process Recycling, Memory Recycling, Performance, Health,\n"
     "    Identity, Web Service Extensions, Applied Objects.\n"
     "\n"
-    "Exit status: 0 all well, 1 collected with problems, 2 nothing could be collected.\n"
+    "In a folder or an archive every metabase is found, at any depth; a server is named\n"
+    "after the nearest folder that isn't one of the file's usual homes (inetsrv,\n"
+    "system32, windows, History, MetaBack, C$ and the like).\n"
+    "\n"
+    "Exit status: 0 all of it and no problem, 1 problems, or a server that wasn't\n"
+    "published while another was, 2 nothing was published.\n"
     "\n"
     "Examples:\n"
     "  iisinventory collect WEB01/MetaBase.xml WEB02/MetaBase.xml --database all.db\n"
     "  iisinventory collect OLD=backup/2006.xml --database old.db --log-dir logs\n"
     "  iisinventory collect WEB01/MetaBase.xml --database all.db --only Message --site 3\n"
     "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet";
+
+constexpr const char* kCheckFooter =
+    "Exit status: 0 nothing odd, 1 odd places, 2 something that is no metabase.\n"
+    "\n"
+    "Example:\n"
+    "  iisinventory check WEB01/MetaBase.xml";
 
 constexpr const char* kShowFooter =
     "Examples:\n"
@@ -59,6 +72,10 @@ struct Raw {
   std::string table;
   std::string format = "table";
   unsigned jobs = 1;
+  double wait = 5;
+  bool force = false;
+  bool list = false;
+  std::uint64_t maxSize = kUsualMaxSize;
   bool quiet = false;
 };
 
@@ -67,6 +84,7 @@ struct Parser {
   CLI::App app{"Takes stock of IIS 6 servers: from their MetaBase.xml files to one database.",
                "iisinventory"};
   CLI::App* collect = app.add_subcommand("collect", "Collect servers into a database");
+  CLI::App* check = app.add_subcommand("check", "Say what is odd about metabase files");
   CLI::App* show = app.add_subcommand("show", "Show what a database holds");
 
   Parser() {
@@ -74,12 +92,15 @@ struct Parser {
     app.require_subcommand(1);
     app.footer(kProgramFooter);
 
-    collect->add_option("METABASE", raw.metabases, "Metabase file of a server, as [NAME=]METABASE")
+    collect
+        ->add_option("METABASE", raw.metabases,
+                     "Metabase file, folder or archive, as [NAME=]METABASE; NAME=- is standard input")
         ->required()
         ->type_name("");
     collect->add_option("--database", raw.database, "Database file, made when it isn't there")
-        ->required()
         ->type_name("FILE");
+    collect->add_flag("--list", raw.list, "Only list what would be collected, under which name");
+    addMaxSize(collect);
     collect->add_option("--only", raw.only, "Collect only this tab (repeatable)")
         ->type_name("TAB")
         ->expected(1)
@@ -100,8 +121,16 @@ struct Parser {
     collect->add_option("--jobs", raw.jobs, "How many servers are collected side by side (default: 1)")
         ->type_name("N")
         ->check(CLI::Range(1U, kMostJobs).description(""));
+    addWait(collect);
+    collect->add_flag("--force", raw.force, "Also into a database that holds somebody else's tables");
     collect->add_flag("--quiet", raw.quiet, "No progress and no summary, problems only");
     collect->footer(kCollectFooter);
+
+    check->add_option("METABASE", raw.metabases, "Metabase file, folder or archive; - is standard input")
+        ->required()
+        ->type_name("");
+    addMaxSize(check);
+    check->footer(kCheckFooter);
 
     show->add_option("TABLE", raw.table, "Table to show; without it, the tables and their row counts")
         ->type_name("");
@@ -109,7 +138,21 @@ struct Parser {
     show->add_option("--format", raw.format, "How to print it (default: table)")
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"table", "csv", "json"}, CLI::ignore_case));
+    addWait(show);
     show->footer(kShowFooter);
+  }
+
+  void addMaxSize(CLI::App* command) {
+    command
+        ->add_option("--max-size", raw.maxSize, "Largest metabase from an archive or a pipe (default: 1GiB)")
+        ->type_name("SIZE")
+        ->transform(CLI::AsSizeValue(false).description(""));
+  }
+
+  void addWait(CLI::App* command) {
+    command->add_option("--wait", raw.wait, "How long to wait for others that use the database (default: 5)")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.0, kLongestWait).description(""));
   }
 };
 
@@ -128,76 +171,39 @@ bool sameName(std::string_view left, std::string_view right) {
   return automation::equalsIgnoringCase(automation::fromUtf8(left), automation::fromUtf8(right));
 }
 
-void requireServerName(const std::string& name, const std::string& argument) {
-  const auto refuse = [&](const std::string& why) {
-    throw UsageError("METABASE '" + argument + "': '" + name + "' can't be a server's name, " + why +
-                     "; put a name and '=' before the path");
-  };
-  if (name.empty()) refuse("it is empty");
-  if (!isUtf8(name)) refuse("it is not UTF-8");
-  if (name.front() == ' ' || name.back() == ' ') refuse("it begins or ends in a blank");
-  for (const char c : name) {
-    if (c == '/' || c == '\\') refuse("it holds a slash");
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) refuse("it holds a control character");
-  }
-}
-
-// [NAME=]METABASE. An equals sign behind a slash belongs to the path.
-Server parseServer(const std::string& argument) {
-  const std::size_t equals = argument.find('=');
-  const bool named = equals != std::string::npos && equals < argument.find('/');
-  const std::string path = named ? argument.substr(equals + 1) : argument;
-  if (path.empty()) throw UsageError("METABASE '" + argument + "': the path is empty");
-
-  Server server{named ? argument.substr(0, equals) : std::string(),
-                std::filesystem::absolute(path).lexically_normal()};
-  if (!named) {
-    std::filesystem::path file = server.file;
-    if (!file.has_filename()) file = file.parent_path();
-    const bool usualName = sameName(file.filename().string(), kMetabaseFile);
-    server.name = usualName ? file.parent_path().filename().string() : file.stem().string();
-  }
-  requireServerName(server.name, argument);
-  return server;
-}
-
-std::vector<Server> parseServers(const std::vector<std::string>& arguments) {
-  std::vector<Server> servers;
-  for (const std::string& argument : arguments) {
-    Server server = parseServer(argument);
-    const auto twin = std::find_if(servers.begin(), servers.end(),
-                                   [&](const Server& other) { return sameName(other.name, server.name); });
-    if (twin != servers.end()) {
-      throw UsageError("METABASE '" + argument + "': the server " + server.name + " is given already, as " +
-                       twin->file.string());
-    }
-    servers.push_back(std::move(server));
-  }
-  return servers;
-}
-
 void refuseEmpty(const char* option, const std::vector<std::string>& values) {
   for (const std::string& value : values) {
     if (value.empty()) throw UsageError(std::string(option) + ": the value is empty");
   }
 }
 
+std::chrono::milliseconds milliseconds(double seconds) {
+  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
 CollectOptions collectOptions(const Raw& raw) {
   refuseEmpty("--site", raw.sites);
   refuseEmpty("--pool", raw.pools);
   CollectOptions options;
-  options.servers = parseServers(raw.metabases);
+  options.metabases = raw.metabases;
+  options.maxSize = raw.maxSize;
+  options.listOnly = raw.list;
+  if (options.listOnly) return options;
+  if (raw.database.empty()) throw UsageError("--database is required (see 'iisinventory collect --help')");
   options.database = wholePath("--database", raw.database);
   options.logDirectory =
       raw.logDirectory.empty() ? options.database.parent_path() : wholePath("--log-dir", raw.logDirectory);
   options.selection = select(raw.only, raw.sites, raw.pools);
   options.jobs = raw.jobs;
+  options.wait = milliseconds(raw.wait);
+  options.force = raw.force;
   options.quiet = raw.quiet;
   return options;
 }
 
 ShowOptions showOptions(const Raw& raw) {
-  ShowOptions options{raw.table, wholePath("--database", raw.database), Format::kTable};
+  ShowOptions options{raw.table, wholePath("--database", raw.database), Format::kTable,
+                      milliseconds(raw.wait)};
   if (sameName(raw.format, "csv")) options.format = Format::kCsv;
   if (sameName(raw.format, "json")) options.format = Format::kJson;
   return options;
@@ -216,14 +222,16 @@ Options parseCommandLine(int argumentCount, const char* const* arguments) {
   } catch (const CLI::CallForVersion&) {
     return HelpOptions{parser.app.version() + "\n"};
   } catch (const CLI::Error& error) {
-    const bool known = parser.collect->parsed() || parser.show->parsed();
-    if (!known && arguments[1][0] != '-') {
-      throw UsageError(std::string("there is no command '") + arguments[1] + "'; there are: collect, show");
+    std::string command;
+    for (const CLI::App* subcommand : parser.app.get_subcommands()) command = " " + subcommand->get_name();
+    if (command.empty() && arguments[1][0] != '-') {
+      throw UsageError(std::string("there is no command '") + arguments[1] +
+                       "'; there are: collect, check, show");
     }
-    const std::string command = parser.collect->parsed() ? " collect" : parser.show->parsed() ? " show" : "";
     throw UsageError(std::string(error.what()) + " (see 'iisinventory" + command + " --help')");
   }
   if (parser.collect->parsed()) return collectOptions(parser.raw);
+  if (parser.check->parsed()) return CheckOptions{parser.raw.metabases, parser.raw.maxSize};
   return showOptions(parser.raw);
 }
 

@@ -1,6 +1,8 @@
 // The command line.
 #pragma once
 
+#include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -17,18 +19,16 @@ class UsageError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A server and the file that stands for it. Names differ in more than case; paths are absolute.
-struct Server {
-  std::string name;
-  std::filesystem::path file;
-};
-
 struct CollectOptions {
-  std::vector<Server> servers;
+  std::vector<std::string> metabases;  // as given
+  std::uint64_t maxSize = 0;           // of what is read from pipes and archives, in bytes
+  bool listOnly = false;
   std::filesystem::path database;
   std::filesystem::path logDirectory;
   Selection selection;
   unsigned jobs = 1;
+  std::chrono::milliseconds wait{5000};  // for somebody else who is writing to the database
+  bool force = false;                    // also beside tables of somebody else's
   bool quiet = false;
 };
 
@@ -38,6 +38,12 @@ struct ShowOptions {
   std::string table;  // empty for the list of tables
   std::filesystem::path database;
   Format format = Format::kTable;
+  std::chrono::milliseconds wait{5000};
+};
+
+struct CheckOptions {
+  std::vector<std::string> metabases;  // as given
+  std::uint64_t maxSize = 0;
 };
 
 // A text that was asked for, and nothing else to do.
@@ -45,7 +51,7 @@ struct HelpOptions {
   std::string text;
 };
 
-using Options = std::variant<CollectOptions, ShowOptions, HelpOptions>;
+using Options = std::variant<CollectOptions, ShowOptions, CheckOptions, HelpOptions>;
 
 // Reads the command line. Throws UsageError.
 Options parseCommandLine(int argumentCount, const char* const* arguments);

@@ -1,6 +1,5 @@
 #include "host/progress.h"
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -28,35 +27,11 @@ constexpr std::string_view kWipe = "\r\x1b[K";
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kLeastForStatus = 24;
 
-std::atomic<bool> lineStands = false;
-static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler reads it");
-
 void writeToTerminal(std::string_view text) noexcept {
   while (!text.empty()) {
     const ssize_t written = ::write(STDERR_FILENO, text.data(), text.size());
     if (written <= 0) return;
     text.remove_prefix(static_cast<std::size_t>(written));
-  }
-}
-
-// Leaves the end itself to the signal's usual course, so that a shell sees what ended the program.
-extern "C" void wipeAndEnd(int signalNumber) {
-  if (lineStands) writeToTerminal(kWipe);
-  ::raise(signalNumber);
-}
-
-constexpr int kEndingSignals[] = {SIGINT, SIGTERM};
-
-void setHandlers(bool ours) {
-  for (const int signalNumber : kEndingSignals) {
-    struct sigaction current {};
-    ::sigaction(signalNumber, nullptr, &current);
-    // Who has the signal ignored wants it ignored.
-    if (current.sa_handler == SIG_IGN) continue;
-    struct sigaction action {};
-    action.sa_handler = ours ? wipeAndEnd : SIG_DFL;
-    if (ours) action.sa_flags = static_cast<int>(SA_RESETHAND);
-    ::sigaction(signalNumber, &action, nullptr);
   }
 }
 
@@ -128,14 +103,10 @@ class ProgressLine::Updater : public MemberlessObject {
   Role role_;
 };
 
-ProgressLine::ProgressLine(bool wanted) : shown_(wanted && isCapableTerminal()) {
-  if (shown_) setHandlers(true);
-}
+ProgressLine::ProgressLine(bool wanted) : shown_(wanted && isCapableTerminal()) {}
 
 ProgressLine::~ProgressLine() {
-  if (!shown_) return;
-  wipe();
-  setHandlers(false);
+  stop();
 }
 
 std::shared_ptr<ProgressLine::Lane> ProgressLine::begin(std::string name) {
@@ -161,6 +132,12 @@ void ProgressLine::end(const std::shared_ptr<Lane>& lane) {
   if (lanes_.empty()) wipe();
 }
 
+void ProgressLine::stop() {
+  const std::lock_guard lock(mutex_);
+  stopped_ = true;
+  wipe();
+}
+
 void ProgressLine::aside(const std::function<void()>& print) {
   const std::lock_guard lock(mutex_);
   wipe();
@@ -170,6 +147,7 @@ void ProgressLine::aside(const std::function<void()>& print) {
 void ProgressLine::change(const std::shared_ptr<Lane>& lane, const std::function<void(Lane&)>& edit) {
   const std::lock_guard lock(mutex_);
   edit(*lane);
+  if (stopped_) return;
   const Clock::time_point now = Clock::now();
   if (now - drawn_ < kBetweenDrawings) return;
   chooseLane(now);
@@ -178,7 +156,7 @@ void ProgressLine::change(const std::shared_ptr<Lane>& lane, const std::function
   // The last column stays free: a terminal may break the line behind it.
   const std::size_t columns = terminalColumns(STDERR_FILENO);
   const std::string line = std::string(kWipe) + layOut(*current_, columns > 1 ? columns - 1 : 1);
-  lineStands = true;
+  lineStands_ = true;
   writeToTerminal(line);
 }
 
@@ -192,9 +170,9 @@ void ProgressLine::chooseLane(Clock::time_point now) {
 }
 
 void ProgressLine::wipe() noexcept {
-  if (!lineStands) return;
+  if (!lineStands_) return;
   writeToTerminal(kWipe);
-  lineStands = false;
+  lineStands_ = false;
 }
 
 }  // namespace host

@@ -3,7 +3,6 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -16,8 +15,7 @@
 namespace host {
 
 // The one line of all servers that are collected at the moment. It stands at the bottom of the terminal, fits
-// its width, and is gone when nothing is collected. A signal that ends the process wipes it first. At most
-// one object at a time; its members may be called from any thread.
+// its width, and is gone when nothing is collected. Its members may be called from any thread.
 class ProgressLine {
  public:
   // What the component has told about one server so far.
@@ -43,6 +41,9 @@ class ProgressLine {
   Updaters updaters(const std::shared_ptr<Lane>& lane);
   void end(const std::shared_ptr<Lane>& lane);
 
+  // Takes the line away for good, whatever goes on.
+  void stop();
+
   // Lets somebody print while the line is out of the way.
   void aside(const std::function<void()>& print);
 
@@ -60,6 +61,8 @@ class ProgressLine {
   std::shared_ptr<Lane> current_;
   Clock::time_point currentSince_;
   Clock::time_point drawn_;
+  bool lineStands_ = false;
+  bool stopped_ = false;
 };
 
 }  // namespace host

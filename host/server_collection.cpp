@@ -1,15 +1,23 @@
 #include "host/server_collection.h"
 
+#include <openssl/evp.h>
+
 #include <algorithm>
-#include <memory>
+#include <array>
+#include <cstdlib>
 #include <optional>
+#include <system_error>
 #include <utility>
 
+#include "automation/failure.h"
 #include "automation/object.h"
 #include "automation/runtime.h"
+#include "host/clock.h"
+#include "host/places.h"
 #include "platform/metabase/failures.h"
+#include "platform/metabase/file.h"
+#include "platform/metabase/metabase.h"
 #include "platform/metabase/servers.h"
-#include "platform/store/store.h"
 #include "server/identifiers.h"
 
 namespace host {
@@ -23,7 +31,40 @@ using automation::Text;
 using automation::TextView;
 using automation::toUtf8;
 
+using inventory::ItemKind;
+using inventory::Problem;
+
 constexpr std::int16_t kFirstVersionWithPools = 6;
+// The number into which the component turns a lack of memory.
+constexpr std::int32_t kOutOfMemory = 7;
+// How a failure of one of its logs begins.
+constexpr std::string_view kLostRecord = "Can't write the log ";
+
+constexpr std::string_view kSitesTable = "tblFTPSiteInfo";
+constexpr std::string_view kPoolsTable = "tblAppPoolInfo";
+
+ItemKind kindOf(Side side) {
+  return side == Side::kFtp ? ItemKind::kSite : ItemKind::kPool;
+}
+
+// The status of each extension is looked up by these two columns.
+constexpr std::string_view kExtensionIndex =
+    "create index \"tblWSExtension names\" on tblWSExtension (\"Server name\", \"Web service extension\")";
+
+std::string sha256(const char* bytes, std::size_t size) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned length = 0;
+  if (EVP_Digest(bytes, size, digest.data(), &length, EVP_sha256(), nullptr) != 1) {
+    throw Incomplete("the file's SHA-256 can't be computed");
+  }
+  std::string text;
+  for (unsigned at = 0; at < length; ++at) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    text += kDigits[digest[at] >> 4];
+    text += kDigits[digest[at] & 0xF];
+  }
+  return text;
+}
 
 // The object at a path of the server, or null where the path isn't there.
 ObjectRef objectAt(const std::string& server, TextView path) {
@@ -73,201 +114,18 @@ std::vector<std::string> spelledByServer(const std::vector<std::string>& wanted,
   return items;
 }
 
-class ServerCollection {
- public:
-  ServerCollection(const Server& server, const Target& target, const Selection& selection,
-                   const ProgressLine::Updaters& updaters,
-                   const std::function<void(const std::string&)>& note)
-      : server_(server),
-        target_(target),
-        selection_(selection),
-        updaters_(updaters),
-        note_(note),
-        serverName_(fromUtf8(server.name)),
-        databaseName_(fromUtf8(target.database.string())) {}
-
-  Outcome run() {
-    try {
-      const ServerShape shape = lookAt(server_);
-      spellSelection();
-      auto database =
-          platform::store::Database::openExisting(target_.database, platform::store::Access::kReadWrite);
-      clear(database);
-      noteWhatIsMissing(shape);
-      outcome_.collected = true;
-      if (shape.hasSites && has(Side::kFtp)) collectSites(database);
-      if (shape.hasWeb && has(Side::kPools)) collectPools(database, shape.hasPools);
-    } catch (const Failure& failure) {
-      problem(failure);
-    }
-    return std::move(outcome_);
-  }
-
- private:
-  bool has(Side side) const {
-    return std::any_of(selection_.gatherings.begin(), selection_.gatherings.end(),
-                       [&](const Gathering* gathering) { return gathering->side == side; });
-  }
-
-  void problem(const Failure& failure) {
-    std::string text = toUtf8(failure.description());
-    auto& problems = outcome_.problems;
-    if (std::find(problems.begin(), problems.end(), text) == problems.end()) {
-      problems.push_back(std::move(text));
-    }
-  }
-
-  // The component tells its failures in the logs; what comes through is a log that can't be written. The
-  // other calls still have rows to give.
-  template <typename Call>
-  void attempt(const Call& componentCall) {
-    try {
-      componentCall();
-    } catch (const Failure& failure) {
-      problem(failure);
-    }
-  }
-
-  void spellSelection() {
-    const auto spell = [&](std::vector<std::string>& items, TextView container,
-                           std::vector<std::string>& found) {
-      if (items.empty()) return;
-      const ObjectRef parent = objectAt(server_.name, container);
-      items =
-          spelledByServer(items, parent != nullptr ? childNames(parent) : std::vector<std::string>(), found);
-    };
-    spell(selection_.sites, u"/MSFTPSVC", outcome_.foundSites);
-    spell(selection_.pools, u"/W3SVC/AppPools", outcome_.foundPools);
-  }
-
-  void clear(platform::store::Database& database) {
-    outcome_.replaced = clearRows(database, server_.name, selection_);
-    const std::int64_t rows = total(outcome_.replaced);
-    if (rows == 0) return;
-    note_("replaced " + std::to_string(rows) + (rows == 1 ? " row" : " rows") + " of " + server_.name +
-          " from an earlier run");
-  }
-
-  void noteWhatIsMissing(const ServerShape& shape) {
-    if (has(Side::kFtp) && !shape.sitesNote.empty()) note_(server_.name + " " + shape.sitesNote);
-    if (has(Side::kPools) && !shape.poolsNote.empty()) note_(server_.name + " " + shape.poolsNote);
-  }
-
-  // A new object of one of the two classes, with its log and the progress objects.
-  ObjectRef component(TextView programmaticId) {
-    ObjectRef object = automation::CreateObject(programmaticId);
-    call(object, u"SetErrorLogPath", fromUtf8(target_.logDirectory.string()),
-         fromUtf8(target_.serverLog(server_.name).string()));
-    call(object, u"SetProcessStatusUpdater", updaters_[0], updaters_[1], updaters_[2]);
-    return object;
-  }
-
-  // The tabs of one side: of all its items in one call each, or of the selected ones.
-  void collectTabs(const ObjectRef& object, TextView method, Side side, const std::vector<std::string>& items,
-                   bool all) {
-    for (const Gathering* gathering : selection_.gatherings) {
-      if (gathering->side != side || gathering->kind != Kind::kTab) continue;
-      const Text tab = fromUtf8(gathering->name);
-      if (all) {
-        attempt([&] { call(object, method, serverName_, databaseName_, tab, false); });
-        continue;
-      }
-      for (const std::string& item : items) {
-        attempt([&] { call(object, method, serverName_, databaseName_, tab, true, fromUtf8(item)); });
-      }
-    }
-  }
-
-  // The items that discovery has found and the selection wants.
-  std::vector<std::string> wantedItems(platform::store::Database& database, Side side,
-                                       const std::vector<std::string>& selected) const {
-    std::vector<std::string> items = listedItems(database, server_.name, side);
-    if (selected.empty()) return items;
-    std::erase_if(items, [&](const std::string& item) {
-      return std::find(selected.begin(), selected.end(), item) == selected.end();
-    });
-    return items;
-  }
-
-  void collectSites(platform::store::Database& database) {
-    const ObjectRef sites = component(TORVINFTPAppDataCom::kFTPCollectionProgrammaticId);
-    attempt([&] { call(sites, u"GenerateFTPSiteInfo", serverName_, databaseName_); });
-    const auto items = wantedItems(database, Side::kFtp, selection_.sites);
-    collectTabs(sites, u"GetFTPPropertyInfo", Side::kFtp, items, selection_.sites.empty());
-    if (!selection_.has(Side::kFtp, Kind::kVirtualDirectories)) return;
-    for (const std::string& item : items) {
-      attempt([&] { collectDirectories(sites, fromUtf8(item)); });
-    }
-  }
-
-  // The tree of one site. Where the walk stands on each level lies on a list: a tree may be deep.
-  void collectDirectories(const ObjectRef& sites, const Text& id) {
-    const Text sitePath = u"/MSFTPSVC/" + id + u"/ROOT";
-    const ObjectRef root = objectAt(server_.name, sitePath);
-    const Text rootPath = root != nullptr ? automation::toText(automation::read(root, u"ADsPath"))
-                                          : u"IIS://" + serverName_ + sitePath;
-    call(sites, u"GetRootVirtualDirectory", serverName_, id, rootPath, databaseName_);
-    if (root == nullptr) return;
-
-    std::vector<std::unique_ptr<automation::Walk>> levels;
-    levels.push_back(automation::children(root));
-    while (!levels.empty()) {
-      const ObjectRef directory = levels.back()->next();
-      if (directory == nullptr) {
-        levels.pop_back();
-        continue;
-      }
-      const Text path = automation::toText(automation::read(directory, u"ADsPath"));
-      const auto children = automation::toInt16(call(sites, u"GenerateFTPVirDirInfo", path));
-      if (children <= 0) continue;
-      call(sites, u"GetChildVirtualDirectories", serverName_, id, path, databaseName_);
-      levels.push_back(automation::children(directory));
-    }
-  }
-
-  void collectPools(platform::store::Database& database, bool hasPools) {
-    const ObjectRef pools = component(TORVINFTPAppDataCom::kAppPoolCollectionProgrammaticId);
-    std::vector<std::string> items;
-    if (hasPools && selection_.needsList(Side::kPools)) {
-      attempt([&] { call(pools, u"GetAppPoolsCount", serverName_, databaseName_); });
-      items = wantedItems(database, Side::kPools, selection_.pools);
-      collectTabs(pools, u"GetAppPoolPropertyInfo", Side::kPools, items, selection_.pools.empty());
-    }
-    if (selection_.has(Side::kPools, Kind::kExtensions)) {
-      attempt([&] { call(pools, u"GetWebServiceExtension", serverName_, databaseName_); });
-    }
-    if (!selection_.has(Side::kPools, Kind::kAppliedObjects)) return;
-    for (const std::string& item : items) {
-      attempt([&] { call(pools, u"EnumAppsInPool", serverName_, databaseName_, fromUtf8(item)); });
-    }
-  }
-
-  const Server& server_;
-  const Target& target_;
-  Selection selection_;  // spelled as the server spells it
-  const ProgressLine::Updaters& updaters_;
-  const std::function<void(const std::string&)>& note_;
-  const Text serverName_;
-  const Text databaseName_;
-  Outcome outcome_;
+// What a look at a server's metabase tells before anything is collected.
+struct ServerShape {
+  bool hasSites = false;  // an FTP service
+  bool hasWeb = false;    // a web service whose server may have application pools
+  bool hasPools = false;
+  // What isn't there and why; empty where all of a side is there.
+  std::string sitesNote;
+  std::string poolsNote;
 };
 
-}  // namespace
-
+// Fails for a server that has nothing of either side.
 ServerShape lookAt(const Server& server) {
-  std::error_code error;
-  if (std::filesystem::is_directory(server.file, error)) {
-    std::string text = server.file.string() + " is a directory";
-    for (const auto& entry : std::filesystem::directory_iterator(server.file, error)) {
-      const std::string name = entry.path().filename().string();
-      if (!automation::equalsIgnoringCase(fromUtf8(name), u"MetaBase.xml")) continue;
-      text += "; give " + entry.path().string();
-      break;
-    }
-    platform::metabase::fail(platform::metabase::number::kFileIsDirectory, text);
-  }
-
-  platform::metabase::mapServer(fromUtf8(server.name), platform::metabase::Metabase::load(server.file));
   ServerShape shape;
   shape.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
   shape.hasWeb = objectAt(server.name, u"/W3SVC") != nullptr;
@@ -286,15 +144,425 @@ ServerShape lookAt(const Server& server) {
   if (!shape.hasSites && !shape.hasWeb) {
     platform::metabase::fail(
         platform::metabase::number::kPathNotFound,
-        server.file.string() + ": the server " + shape.sitesNote + ", and it " + shape.poolsNote);
+        server.source.shown() + ": the server " + shape.sitesNote + ", and it " + shape.poolsNote);
   }
   return shape;
 }
 
-Outcome collectServer(const Server& server, const Target& target, const Selection& selection,
-                      const ProgressLine::Updaters& updaters,
-                      const std::function<void(const std::string&)>& note) {
-  return ServerCollection(server, target, selection, updaters, note).run();
+// The component's status bar: what it is told says how far a call has come.
+class StatusTap : public automation::MemberlessObject {
+ public:
+  StatusTap(ObjectRef behind, std::function<void(TextView)> sent)
+      : MemberlessObject(u"iisinventory"), behind_(std::move(behind)), sent_(std::move(sent)) {}
+
+  void write(TextView member, automation::Arguments arguments, const automation::Variant& value) override {
+    if (!arguments.empty() || !automation::equalsIgnoringCase(member, u"message")) {
+      return MemberlessObject::write(member, arguments, value);
+    }
+    if (const Text* text = value.as<Text>()) sent_(*text);
+    if (behind_ != nullptr) behind_->write(member, arguments, value);
+  }
+
+ private:
+  ObjectRef behind_;
+  std::function<void(TextView)> sent_;
+};
+
+// A server's name leads to its metabase for as long as this lives.
+class MappedServer {
+ public:
+  MappedServer(const Text& name, std::shared_ptr<const platform::metabase::Metabase> snapshot) : name_(name) {
+    platform::metabase::mapServer(name, std::move(snapshot));
+  }
+  ~MappedServer() { platform::metabase::unmapServer(name_); }
+  MappedServer(const MappedServer&) = delete;
+  MappedServer& operator=(const MappedServer&) = delete;
+
+ private:
+  const Text& name_;
+};
+
+// Where a walk over a tree stands on one of its levels.
+struct Level {
+  explicit Level(const ObjectRef& parent) : walk(automation::children(parent)), next(walk->next()) {}
+
+  // The next child, or null.
+  ObjectRef take() {
+    ObjectRef taken = std::move(next);
+    if (taken != nullptr) next = walk->next();
+    return taken;
+  }
+
+  std::unique_ptr<automation::Walk> walk;
+  ObjectRef next;
+};
+
+class ServerCollection {
+ public:
+  ServerCollection(const Server& server, std::uint64_t maxSize, const Selection& selection,
+                   Workplace& workplace, PrivateLogs& logs, const ProgressLine::Updaters& updaters)
+      : server_(server),
+        maxSize_(maxSize),
+        selection_(selection),
+        workplace_(workplace),
+        logs_(logs),
+        serverName_(fromUtf8(server.name)),
+        databaseName_(fromUtf8(workplace.database().database().name())),
+        statusBar_(std::make_shared<StatusTap>(updaters[0], [this](TextView status) { sent(status); })),
+        updaters_(updaters) {}
+
+  Outcome run() {
+    const auto start = std::chrono::steady_clock::now();
+    outcome_.result.origin.started = utcNow();
+    platform::metabase::FileBytes bytes = readSource(server_.source, maxSize_);
+    const platform::metabase::Stamp stamp = bytes.stamp;
+    tellOrigin(bytes);
+    const auto metabase = platform::metabase::Metabase::parse(std::move(bytes), server_.source.shown());
+    const MappedServer mapped(serverName_, metabase);
+    const ServerShape shape = lookAt(server_);
+    spellSelection();
+    remarkWhatIsMissing(shape);
+    {
+      const platform::store::Loan loan(workplace_.database());
+      logOddities(*metabase);
+      if (shape.hasSites && has(Side::kFtp)) collectSites();
+      if (shape.hasWeb && has(Side::kPools)) collectPools(shape.hasPools);
+    }
+    if (const std::string& why = workplace_.database().breakdown(); !why.empty()) throw Incomplete(why);
+    if (hasChanged(server_.source, stamp)) noteChangedFile();
+    outcome_.result.scope = scope();
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    outcome_.result.origin.seconds = seconds.count();
+    return std::move(outcome_);
+  }
+
+ private:
+  bool has(Side side) const {
+    return std::any_of(selection_.gatherings.begin(), selection_.gatherings.end(),
+                       [&](const Gathering* gathering) { return gathering->side == side; });
+  }
+
+  void tellOrigin(const platform::metabase::FileBytes& bytes) {
+    using namespace std::chrono;
+    inventory::Origin& origin = outcome_.result.origin;
+    origin.server = server_.name;
+    origin.file = server_.source.shown();
+    origin.fileSize = static_cast<std::int64_t>(bytes.size);
+    origin.fileTime = utc(system_clock::time_point(duration_cast<system_clock::duration>(
+        seconds(bytes.stamp.seconds) + nanoseconds(bytes.stamp.nanoseconds))));
+    origin.sha256 = sha256(bytes.bytes.get(), bytes.size);
+    origin.version = IISINVENTORY_VERSION;
+    origin.selection = selection_.text;
+  }
+
+  void spellSelection() {
+    const auto spell = [&](std::vector<std::string>& items, TextView container,
+                           std::vector<std::string>& found) {
+      if (items.empty()) return;
+      const ObjectRef parent = objectAt(server_.name, container);
+      items =
+          spelledByServer(items, parent != nullptr ? childNames(parent) : std::vector<std::string>(), found);
+    };
+    spell(selection_.sites, u"/MSFTPSVC", outcome_.foundSites);
+    spell(selection_.pools, u"/W3SVC/AppPools", outcome_.foundPools);
+  }
+
+  void remarkWhatIsMissing(const ServerShape& shape) {
+    const auto remark = [&](const std::string& note) {
+      if (!note.empty()) outcome_.remarks.push_back(server_.name + " " + note);
+    };
+    if (has(Side::kFtp)) remark(shape.sitesNote);
+    if (has(Side::kPools)) remark(shape.poolsNote);
+  }
+
+  // What stands in the file and has no place there becomes a record of the class whose side it is on.
+  void logOddities(const platform::metabase::Metabase& metabase) {
+    ObjectRef sites;
+    ObjectRef pools;
+    for (const platform::metabase::Metabase::Oddity& oddity : metabase.oddities()) {
+      const std::string address = oddity.node ? metabase.address(*oddity.node, serverName_) : std::string();
+      const bool isPools = isBelow(address, "/W3SVC");
+      ObjectRef& object = isPools ? pools : sites;
+      if (object == nullptr) {
+        object = component(isPools ? TORVINFTPAppDataCom::kAppPoolCollectionProgrammaticId
+                                   : TORVINFTPAppDataCom::kFTPCollectionProgrammaticId);
+      }
+      const Text message = fromUtf8(metabase.describe(oddity, serverName_));
+      attempt(CallPlace::ofItem({}, isPools ? ItemKind::kPool : ItemKind::kSite, {}, {}),
+              [&] { call(object, u"WriteToLog", oddity.failureNumber, message, u"Metabase", u"check"); });
+    }
+  }
+
+  // Whether an address is that of a service or of something below it.
+  bool isBelow(const std::string& address, const std::string& service) const {
+    const std::string start = "IIS://" + server_.name + service;
+    return automation::equalsIgnoringCase(fromUtf8(std::string_view(address).substr(0, start.size())),
+                                          fromUtf8(start)) &&
+           (address.size() == start.size() || address[start.size()] == '/');
+  }
+
+  void noteChangedFile() {
+    Problem note;
+    note.isNote = true;
+    note.message = "the file " + server_.source.shown() +
+                   " has changed since it was read; the inventory shows what it held before";
+    note.time = utcNow();
+    outcome_.result.problems.push_back(std::move(note));
+  }
+
+  // A new object of one of the two classes, with its log and the progress objects.
+  ObjectRef component(TextView programmaticId) {
+    ObjectRef object = automation::CreateObject(programmaticId);
+    call(object, u"SetErrorLogPath", fromUtf8(logs_.directory.string()),
+         fromUtf8(logs_.server.file().string()));
+    call(object, u"SetProcessStatusUpdater", statusBar_, updaters_[1], updaters_[2]);
+    return object;
+  }
+
+  // One call of the component. It tells its failures in the logs, so what comes through is a log that can't
+  // be written.
+  template <typename Call>
+  void attempt(CallPlace place, const Call& componentCall) {
+    place_ = std::move(place);
+    try {
+      componentCall();
+    } catch (const Failure& failure) {
+      throw Incomplete(toUtf8(failure.description()));
+    } catch (const std::bad_alloc&) {
+      throw Incomplete("out of memory");
+    }
+    takeRecords();
+    prove();
+  }
+
+  // What has been logged up to now belongs to the status before this one.
+  void sent(TextView status) {
+    takeRecords();
+    place_.sent(status);
+  }
+
+  void takeRecords() {
+    for (PrivateLog* log : {&logs_.application, &logs_.server}) {
+      const std::string_view news = newsOf(*log);
+      if (news.empty()) continue;
+      for (const Record& record : parseRecords(news)) {
+        if (record.number == kOutOfMemory) lost_ = "out of memory: " + record.message;
+        // What the record about the lost record would have told.
+        if (record.message.starts_with(kLostRecord)) lost_ = record.message;
+        outcome_.result.problems.push_back(place_.problemOf(record, server_.name));
+      }
+    }
+  }
+
+  // Inside a call of the component a failure would become one more record; it is told behind the call.
+  std::string_view newsOf(PrivateLog& log) {
+    try {
+      return log.news();
+    } catch (const std::runtime_error& error) {
+      lost_ = error.what();
+      return {};
+    }
+  }
+
+  void prove() {
+    if (!lost_.empty()) throw Incomplete(lost_);
+    try {
+      // One that can be opened shows that the other one in the same folder can be too.
+      logs_.server.prove();
+      if (!logs_.application.isReserved()) logs_.application.prove();
+    } catch (const std::runtime_error& error) {
+      throw Incomplete(error.what());
+    }
+  }
+
+  // The tabs of one side: of all its items in one call each, or of the selected ones.
+  void collectTabs(const ObjectRef& object, TextView method, Side side, const std::vector<std::string>& items,
+                   bool all) {
+    for (const Gathering* gathering : selection_.gatherings) {
+      if (gathering->side != side || gathering->kind != Kind::kTab) continue;
+      const Text tab = fromUtf8(gathering->name);
+      const std::string_view table = gathering->tables.front();
+      if (all) {
+        attempt(CallPlace::ofAll(table, kindOf(side), listed_),
+                [&] { call(object, method, serverName_, databaseName_, tab, false); });
+        continue;
+      }
+      for (const std::string& item : items) {
+        attempt(CallPlace::ofItem(table, kindOf(side), item, {}),
+                [&] { call(object, method, serverName_, databaseName_, tab, true, fromUtf8(item)); });
+      }
+    }
+  }
+
+  // Takes the list that discovery has made.
+  void takeList(Side side) {
+    const bool sites = side == Side::kFtp;
+    listed_.clear();
+    sqlite::Statement statement = workplace_.database().database().prepare(
+        sites ? "select \"Identifier\", \"FTP site name\" from tblFTPSiteInfo order by rowid"
+              : "select \"Application pool name\", \"Application pool name\" from tblAppPoolInfo order by "
+                "rowid");
+    while (statement.step()) {
+      listed_.push_back(
+          {fromUtf8(statement.text(1).value_or("")), std::string(statement.text(0).value_or(""))});
+    }
+    auto& ids = sites ? siteIds_ : poolNames_;
+    for (const CallPlace::Item& item : listed_) ids.push_back(item.id);
+  }
+
+  // The items that discovery has found and the selection wants.
+  static std::vector<std::string> wantedItems(std::vector<std::string> items,
+                                              const std::vector<std::string>& selected) {
+    if (selected.empty()) return items;
+    std::erase_if(items, [&](const std::string& item) {
+      return std::find(selected.begin(), selected.end(), item) == selected.end();
+    });
+    return items;
+  }
+
+  void collectSites() {
+    const ObjectRef sites = component(TORVINFTPAppDataCom::kFTPCollectionProgrammaticId);
+    attempt(CallPlace::ofItem(kSitesTable, ItemKind::kSite, {}, {}),
+            [&] { call(sites, u"GenerateFTPSiteInfo", serverName_, databaseName_); });
+    takeList(Side::kFtp);
+    const auto items = wantedItems(siteIds_, selection_.sites);
+    collectTabs(sites, u"GetFTPPropertyInfo", Side::kFtp, items, selection_.sites.empty());
+    if (!selection_.has(Side::kFtp, Kind::kVirtualDirectories)) return;
+    for (const std::string& item : items) collectDirectories(sites, item);
+  }
+
+  // The tree of one site. Where the walk stands on each level lies on a list: a tree may be deep.
+  void collectDirectories(const ObjectRef& sites, const std::string& item) {
+    const Text id = fromUtf8(item);
+    const auto placeOf = [&](const Text& path) {
+      return CallPlace::ofItem("tblvirtualDirectory", ItemKind::kSite, item, toUtf8(path));
+    };
+    const Text sitePath = u"/MSFTPSVC/" + id + u"/ROOT";
+    const ObjectRef root = objectAt(server_.name, sitePath);
+    const Text rootPath = root != nullptr ? automation::toText(automation::read(root, u"ADsPath"))
+                                          : u"IIS://" + serverName_ + sitePath;
+    attempt(placeOf(rootPath),
+            [&] { call(sites, u"GetRootVirtualDirectory", serverName_, id, rootPath, databaseName_); });
+    if (root == nullptr) return;
+
+    std::vector<Level> levels;
+    levels.emplace_back(root);
+    while (!levels.empty()) {
+      const ObjectRef directory = levels.back().take();
+      if (directory == nullptr) {
+        levels.pop_back();
+        continue;
+      }
+      Level below(directory);
+      if (below.next == nullptr) continue;
+      const Text path = automation::toText(automation::read(directory, u"ADsPath"));
+      attempt(placeOf(path),
+              [&] { call(sites, u"GetChildVirtualDirectories", serverName_, id, path, databaseName_); });
+      levels.push_back(std::move(below));
+    }
+  }
+
+  void collectPools(bool hasPools) {
+    const ObjectRef pools = component(TORVINFTPAppDataCom::kAppPoolCollectionProgrammaticId);
+    std::vector<std::string> items;
+    if (hasPools && selection_.needsList(Side::kPools)) {
+      attempt(CallPlace::ofItem(kPoolsTable, ItemKind::kPool, {}, {}),
+              [&] { call(pools, u"GetAppPoolsCount", serverName_, databaseName_); });
+      takeList(Side::kPools);
+      items = wantedItems(poolNames_, selection_.pools);
+      collectTabs(pools, u"GetAppPoolPropertyInfo", Side::kPools, items, selection_.pools.empty());
+    }
+    if (selection_.has(Side::kPools, Kind::kExtensions)) {
+      attempt(CallPlace::ofItem("tblWSExtension", ItemKind::kNone, {}, "IIS://" + server_.name + "/W3SVC"),
+              [&] { call(pools, u"GetWebServiceExtension", serverName_, databaseName_); });
+    }
+    if (!selection_.has(Side::kPools, Kind::kAppliedObjects)) return;
+    for (const std::string& item : items) {
+      attempt(CallPlace::ofItem("tblAppliedObject", ItemKind::kPool, item, {}),
+              [&] { call(pools, u"EnumAppsInPool", serverName_, databaseName_, fromUtf8(item)); });
+    }
+  }
+
+  // What of the server's former rows the new ones replace.
+  inventory::Scope scope() const {
+    inventory::Scope scope;
+    scope.whole = selection_.isWhole;
+    if (scope.whole) return scope;
+    if (selection_.needsList(Side::kFtp))
+      scope.tables.push_back({kSitesTable, ItemKind::kSite, true, {}, {}});
+    if (selection_.needsList(Side::kPools))
+      scope.tables.push_back({kPoolsTable, ItemKind::kPool, true, {}, {}});
+    for (const Gathering* gathering : selection_.gatherings) {
+      const bool ftp = gathering->side == Side::kFtp;
+      const bool single = gathering->kind != Kind::kExtensions;
+      const auto& selected = ftp ? selection_.sites : selection_.pools;
+      const ItemKind kind = single ? kindOf(gathering->side) : ItemKind::kNone;
+      for (const std::string_view table : gathering->tables) {
+        scope.tables.push_back(
+            {table, kind, !single || selected.empty(), selected, ftp ? siteIds_ : poolNames_});
+      }
+    }
+    return scope;
+  }
+
+  const Server& server_;
+  const std::uint64_t maxSize_;
+  Selection selection_;  // spelled as the server spells it
+  Workplace& workplace_;
+  PrivateLogs& logs_;
+  const Text serverName_;
+  const Text databaseName_;
+  const ObjectRef statusBar_;
+  const ProgressLine::Updaters& updaters_;
+
+  CallPlace place_ = CallPlace::ofItem({}, ItemKind::kNone, {}, {});
+  std::vector<CallPlace::Item> listed_;
+  std::vector<std::string> siteIds_;
+  std::vector<std::string> poolNames_;
+  std::string lost_;  // why records have been lost
+  Outcome outcome_;
+};
+
+}  // namespace
+
+Workplace::Workplace(const std::string& name) : database_(name) {
+  sqlite::Database& database = database_.database();
+  for (const inventory::Table& table : inventory::tables()) database.execute(inventory::creationSql(table));
+  database.execute(kExtensionIndex);
+  for (const inventory::Table& table : inventory::tables()) {
+    readings_.push_back(
+        database.prepare("select * from " + sqlite::quotedName(table.name) + " order by rowid"));
+  }
+}
+
+std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) const {
+  class Reading : public inventory::Rows {
+   public:
+    explicit Reading(sqlite::Statement& statement) : statement_(statement) { statement_.reset(); }
+    ~Reading() override { statement_.reset(); }
+    bool next() override { return statement_.step(); }
+    inventory::Cell cell(std::size_t column) override { return statement_.text(static_cast<int>(column)); }
+
+   private:
+    sqlite::Statement& statement_;
+  };
+  return std::make_unique<Reading>(readings_[inventory::tableIndex(table.name)]);
+}
+
+std::int64_t Workplace::rowCount() {
+  std::int64_t rows = 0;
+  for (const inventory::Table& table : inventory::tables()) {
+    sqlite::Statement count =
+        database_.database().prepare("select count(*) from " + sqlite::quotedName(table.name));
+    count.step();
+    rows += count.number(0);
+  }
+  return rows;
+}
+
+Outcome collectServer(const Server& server, std::uint64_t maxSize, const Selection& selection,
+                      Workplace& workplace, PrivateLogs& logs, const ProgressLine::Updaters& updaters) {
+  return ServerCollection(server, maxSize, selection, workplace, logs, updaters).run();
 }
 
 }  // namespace host

@@ -1,61 +1,73 @@
-// The collection of one server: the calls of a host to the component's two classes, in their order.
+// The collection of one server: the calls of a host to the component's two classes, in their order, into a
+// database and logs that nobody else sees.
 #pragma once
 
 #include <filesystem>
 #include <functional>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "automation/failure.h"
-#include "automation/text.h"
 #include "host/gatherings.h"
-#include "host/inventory.h"
 #include "host/options.h"
+#include "host/private_log.h"
 #include "host/progress.h"
+#include "host/sources.h"
+#include "inventory/inventory.h"
+#include "platform/store/private_database.h"
 
 namespace host {
 
-// What a look at a server's metabase tells before anything is collected.
-struct ServerShape {
-  bool hasSites = false;  // an FTP service
-  bool hasWeb = false;    // a web service whose server may have application pools
-  bool hasPools = false;
-  // What isn't there and why; empty where all of a side is there.
-  std::string sitesNote;
-  std::string poolsNote;
+// A private database with an inventory's tables, and the reading of its rows. Used for one collection after
+// the other. Members throw sqlite::Error.
+class Workplace : public inventory::RowSource {
+ public:
+  // `name` is the inventory's, which the component's records name.
+  explicit Workplace(const std::string& name);
+
+  platform::store::PrivateDatabase& database() { return database_; }
+
+  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override;
+
+  // How many rows stand in it.
+  std::int64_t rowCount();
+
+ private:
+  platform::store::PrivateDatabase database_;
+  mutable std::vector<sqlite::Statement> readings_;  // by the table's place
 };
 
-// Reads the file, makes it the server's and takes the look. Throws automation::Failure for a file that can't
-// be used, and for a server that has nothing of either side.
-ServerShape lookAt(const Server& server);
+// The logs of one collection after the other, in a folder.
+struct PrivateLogs {
+  explicit PrivateLogs(const std::filesystem::path& folder)
+      : directory(folder), application(folder / "TORVINLog.Log"), server(folder / "server.log") {}
 
-// Where the collection of a server goes to.
-struct Target {
-  std::filesystem::path database;
-  std::filesystem::path logDirectory;
-
-  std::filesystem::path serverLog(const std::string& server) const {
-    return logDirectory / (server + ".log");
-  }
-  std::filesystem::path applicationLog() const { return logDirectory / "TORVINLog.Log"; }
+  std::filesystem::path directory;
+  PrivateLog application;
+  PrivateLog server;
 };
 
-// What has come of it.
+// Why a collection can't be kept: something was lost that nobody can tell.
+class Incomplete : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// What has come of a server's collection.
 struct Outcome {
-  bool collected = false;
-  RowCounts replaced;
-  // What went wrong and stands in no log.
-  std::vector<std::string> problems;
+  inventory::Result result;  // without the rows
+  // Lines for a person, told whatever becomes of the rows.
+  std::vector<std::string> remarks;
   // Those of the selection's sites and pools that the server has, as the user spells them.
   std::vector<std::string> foundSites;
   std::vector<std::string> foundPools;
 };
 
-// Collects a server. `note` is told, line by line, what a person wants to know besides the rows. To be called
-// on the thread that owns everything that it makes. Doesn't throw for what is wrong with the server, the
-// database or the logs; that is in the outcome.
-Outcome collectServer(const Server& server, const Target& target, const Selection& selection,
-                      const ProgressLine::Updaters& updaters,
-                      const std::function<void(const std::string&)>& note);
+// Collects a server into the workplace, which must be empty. To be called on the thread that owns everything
+// that it makes. Throws automation::Failure for a file that can't be used and a server that has nothing of
+// either side, Incomplete for a collection that couldn't be kept whole.
+Outcome collectServer(const Server& server, std::uint64_t maxSize, const Selection& selection,
+                      Workplace& workplace, PrivateLogs& logs, const ProgressLine::Updaters& updaters);
 
 }  // namespace host

@@ -1,107 +1,68 @@
 #include "host/show.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <memory>
 #include <string>
-#include <string_view>
-#include <utility>
 #include <vector>
 
 #include "automation/text.h"
 #include "host/listing.h"
-#include "host/tables.h"
-#include "platform/store/database.h"
+#include "host/spool.h"
+#include "inventory/inventory.h"
 
 namespace host {
 namespace {
 
-using platform::store::Database;
-using platform::store::Statement;
+// What is to be printed, as it stood at one moment. Nobody waits for whoever reads it.
+struct Picture {
+  std::vector<Listing::Column> columns;
+  Spool rows;
+};
 
-constexpr std::int64_t kRowsAtOnce = 500;
-
-// The inventory's tables that the database has, in the inventory's order.
-std::vector<std::string> tablesOf(Database& database) {
-  Statement statement =
-      database.prepare("select name from sqlite_master where type = 'table' and name = ? collate nocase");
-  std::vector<std::string> names;
-  for (const Table& table : tables()) {
-    statement.bind(1, table.name);
-    if (statement.step()) names.push_back(*statement.columnText(0));
-    statement.reset();
+void takeTables(inventory::Snapshot& snapshot, const std::vector<std::string>& names, Picture& picture) {
+  picture.columns = {{"Table", false}, {"Rows", true}};
+  for (const std::string& name : names) {
+    const std::string rows = std::to_string(snapshot.rowCount(name));
+    picture.rows.add(std::vector<inventory::Cell>{name, rows});
   }
-  return names;
 }
 
-Listing listTables(Database& database, const std::vector<std::string>& names) {
-  Listing listing{{{"Table", false}, {"Rows", true}}, {}};
-  listing.forEachRow = [&database, names](const std::function<void(const Row&)>& take) {
-    for (const std::string& name : names) {
-      Statement statement = database.prepare("select count(*) from " + quotedName(name));
-      statement.step();
-      const std::int64_t rows = statement.columnInt64(0);
-      statement.reset();
-      take({name, std::to_string(rows)});
-    }
-  };
-  return listing;
+void takeRows(inventory::Snapshot& snapshot, const std::string& table, Picture& picture) {
+  for (std::string& name : snapshot.columnNames(table)) picture.columns.push_back({std::move(name), false});
+  snapshot.forEach(table, [&](std::span<const inventory::Cell> row) { picture.rows.add(row); });
 }
 
-// The rows are fetched some at a time, so that a reader who takes long over them (a pager) keeps no
-// collection from writing.
-Listing listRows(Database& database, const std::string& table) {
-  const std::string from = " from " + quotedName(table);
-  Listing listing;
-  {
-    Statement statement = database.prepare("select *" + from);
-    for (int column = 0; column < statement.columnCount(); ++column) {
-      listing.columns.push_back({statement.columnName(column), false});
-    }
+void take(inventory::Snapshot& snapshot, const ShowOptions& options, Picture& picture) {
+  const std::vector<std::string> names = snapshot.tableNames();
+  if (names.empty()) {
+    throw UsageError("the database '" + options.database.string() + "' has none of an inventory's tables");
   }
-  listing.forEachRow = [&database, from](const std::function<void(const Row&)>& take) {
-    Statement statement =
-        database.prepare("select rowid, *" + from + " where rowid > ? order by rowid limit ?");
-    statement.bind(2, kRowsAtOnce);
-    std::int64_t last = -1;
-    std::vector<Row> rows;
-    do {
-      rows.clear();
-      statement.bind(1, last);
-      while (statement.step()) {
-        last = statement.columnInt64(0);
-        Row row;
-        for (int column = 1; column < statement.columnCount(); ++column) {
-          row.push_back(statement.columnText(column));
-        }
-        rows.push_back(std::move(row));
-      }
-      for (const Row& row : rows) take(row);
-    } while (!rows.empty());
-  };
-  return listing;
+  if (options.table.empty()) return takeTables(snapshot, names, picture);
+  const auto found = std::find_if(names.begin(), names.end(), [&](const std::string& name) {
+    return automation::equalsIgnoringCase(automation::fromUtf8(name), automation::fromUtf8(options.table));
+  });
+  if (found == names.end()) {
+    std::string message = "there is no table '" + options.table + "'; there are:";
+    for (const std::string& name : names) message += (name == names.front() ? " " : ", ") + name;
+    throw UsageError(message);
+  }
+  takeRows(snapshot, *found, picture);
 }
 
 }  // namespace
 
 void show(const ShowOptions& options, Output& output) {
-  Database database = Database::openExisting(options.database, platform::store::Access::kReadOnly);
-  const std::vector<std::string> names = tablesOf(database);
-  if (names.empty()) {
-    throw UsageError("the database '" + options.database.string() + "' has none of an inventory's tables");
+  Picture picture;
+  {
+    const auto inventory = inventory::openForReading(options.database.string(), {options.wait, false});
+    const auto snapshot = inventory->snapshot();
+    take(*snapshot, options, picture);
   }
-  if (options.table.empty()) {
-    print(listTables(database, names), options.format, output);
-  } else {
-    const auto found = std::find_if(names.begin(), names.end(), [&](const std::string& name) {
-      return automation::equalsIgnoringCase(automation::fromUtf8(name), automation::fromUtf8(options.table));
-    });
-    if (found == names.end()) {
-      std::string message = "there is no table '" + options.table + "'; there are:";
-      for (const std::string& name : names) message += (name == names.front() ? " " : ", ") + name;
-      throw UsageError(message);
-    }
-    print(listRows(database, *found), options.format, output);
-  }
+  Listing listing{picture.columns, {}};
+  listing.forEachRow = [&picture](const std::function<void(const Row&)>& each) {
+    picture.rows.forEach(picture.columns.size(), each);
+  };
+  print(listing, options.format, output);
   output.flush();
 }
 

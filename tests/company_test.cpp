@@ -1,16 +1,18 @@
-// Several collections at the same time into one database.
+// Several collections at the same time.
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <exception>
-#include <filesystem>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "automation/text.h"
 #include "platform/metabase/servers.h"
+#include "platform/store/private_database.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
 
@@ -18,69 +20,115 @@ namespace {
 
 namespace fs = std::filesystem;
 using Strings = std::vector<std::string>;
+using test::Arguments;
+using test::Program;
 
 class Company : public testing::Test {
  protected:
-  // Makes so many servers, each with other sites, trees and pools, and collects each alone into a database of
-  // its own for the rows to expect.
-  void makeServers(int count) {
-    for (int at = 1; at <= count; ++at) {
-      bench::MetabaseOptions options = bench::inProportion(10 + 3 * at);
-      options.seed = static_cast<std::uint64_t>(at);
-      servers_.push_back(directory_.server("SRV" + std::to_string(at), options));
-      const fs::path database = directory_.folder("alone") / (std::to_string(at) + ".db");
-      EXPECT_EQ(test::endOf(test::startCollect(database, servers_.back())), 0);
-      const Strings rows = test::everyRow(database);
-      EXPECT_GT(rows.size(), 150U);
-      expected_.insert(expected_.end(), rows.begin(), rows.end());
-    }
-    std::sort(expected_.begin(), expected_.end());
+  // A file with other sites, trees and pools than those of other seeds.
+  std::string file(int seed) const {
+    bench::MetabaseOptions options = bench::inProportion(10 + 3 * seed);
+    options.seed = static_cast<std::uint64_t>(seed);
+    const std::string server = test::generated(folder_, std::to_string(seed), options);
+    return server.substr(server.find('=') + 1);
   }
 
-  test::Directory directory_;
-  Strings servers_;
-  Strings expected_;
+  std::unique_ptr<Program> collect(const fs::path& database, Arguments arguments,
+                                   const std::function<void()>& prepare = {}) const {
+    arguments.insert(arguments.begin(), {"collect", "--wait", "100000", "--database", database.string()});
+    return std::make_unique<Program>(folder_, arguments, prepare);
+  }
+
+  // The rows of a server that is collected alone.
+  Strings alone(const std::string& server) const {
+    const fs::path database = folder_ / "alone.db";
+    fs::remove(database);
+    EXPECT_EQ(collect(database, {server})->end().status, 0);
+    const Strings rows = test::everyRow(database);
+    EXPECT_GT(rows.size(), 150U);
+    return rows;
+  }
+
+  const test::Folder folder_;
 };
 
-TEST_F(Company, TwoProcessesLeaveTheRowsOfBoth) {
-  makeServers(2);
-  for (int round = 0; round < 10; ++round) {
-    // The first rounds race for making the file, the later ones for clearing and filling it.
-    const fs::path database = directory_.folder(std::to_string(std::min(round, 5))) / "inventory.db";
-    const pid_t first = test::startCollect(database, servers_[0]);
-    const pid_t second = test::startCollect(database, servers_[1]);
-    EXPECT_EQ(test::endOf(first), 0);
-    EXPECT_EQ(test::endOf(second), 0);
-    ASSERT_EQ(test::everyRow(database), expected_) << round;
+TEST_F(Company, RunsAtOnceLeaveOneInventoryOfEachServerAndAReaderNeverSeesHalfOfOne) {
+  const Strings servers = {"ONE=" + file(1), "ONE=" + file(2), "TWO=" + file(3)};
+  const Strings expected[] = {alone(servers[0]), alone(servers[1]), alone(servers[2])};
+  for (int round = 0; round < 8; ++round) {
+    // The first rounds race for making the file, the later ones for what stands in it.
+    const fs::path database = folder_.folder(std::to_string(std::min(round, 4))) / "inventory.db";
+    std::vector<std::unique_ptr<Program>> programs;
+    for (const std::string& server : servers) programs.push_back(collect(database, {server}));
+    const auto look = [&] {
+      const Strings rows = test::everyRow(database);
+      const Strings one = test::rowsOf("ONE", rows);
+      const Strings two = test::rowsOf("TWO", rows);
+      EXPECT_TRUE(one.empty() || one == expected[0] || one == expected[1]) << one.size();
+      EXPECT_TRUE(two.empty() || two == expected[2]) << two.size();
+      return !one.empty() && !two.empty() && one.size() + two.size() == rows.size();
+    };
+    const auto isRunning = [](const auto& program) { return program->runs(); };
+    while (std::any_of(programs.begin(), programs.end(), isRunning)) look();
+    for (const auto& program : programs) {
+      const test::Result result = program->end();
+      EXPECT_EQ(result.status, 0) << result.err;
+    }
+    EXPECT_TRUE(look());
   }
 }
 
-TEST_F(Company, EightThreadsWithObjectsOfTheirOwnLeaveTheRowsOfAll) {
-  makeServers(8);
+TEST_F(Company, ThreadsWithPrivateDatabasesOfOneNameGiveTheRowsOfServersAlone) {
   test::registerEverything();
-  const fs::path database = directory_ / "inventory.db";
-  const fs::path logs = directory_.folder("logs");
-  test::createDatabase(database);
-  Strings failures(servers_.size());
+  const fs::path logs = folder_.folder("logs");
   std::vector<std::thread> threads;
-  for (std::size_t at = 0; at < servers_.size(); ++at) {
+  Strings expected[8], rows[8];
+  for (int at = 0; at < 8; ++at) {
+    const std::string name = "SRV" + std::to_string(at);
+    const std::string path = file(at);
+    expected[at] = alone(name + "=" + path);
+    platform::metabase::mapServer(automation::fromUtf8(name), platform::metabase::Metabase::load(path));
+  }
+  for (int at = 0; at < 8; ++at) {
     threads.emplace_back([&, at] {
       try {
-        const std::string name = servers_[at].substr(0, servers_[at].find('='));
-        platform::metabase::mapServer(automation::fromUtf8(name), platform::metabase::Metabase::load(
-                                                                      servers_[at].substr(name.size() + 1)));
-        test::collectEverything(name, database, logs);
-        platform::metabase::unmapServer(automation::fromUtf8(name));
+        platform::store::PrivateDatabase database(folder_ / "inventory.db");
+        test::createTables(database.database());
+        const platform::store::Loan loan(database);
+        test::collectEverything("SRV" + std::to_string(at), folder_ / "inventory.db", logs);
+        rows[at] = test::everyRow(database.database());
       } catch (const std::exception& failure) {
-        failures[at] = failure.what();
+        rows[at] = {failure.what()};
       }
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(failures, Strings(servers_.size()));
+  for (int at = 0; at < 8; ++at) EXPECT_EQ(rows[at], expected[at]);
   EXPECT_TRUE(fs::is_empty(logs));
-  EXPECT_EQ(test::everyRow(database), expected_);
-  EXPECT_FALSE(fs::exists(database.string() + "-wal"));
+}
+
+TEST_F(Company, ServersSideBySideGiveTheRowsOfServersInTurn) {
+  Arguments arguments = {"GONE=" + (folder_ / "gone.xml").string(), "LARGE=" + file(100), "--jobs", "1"};
+  const std::string small = file(0);
+  for (int at = 0; at < 50; ++at) arguments.push_back("SRV" + std::to_string(at) + "=" + small);
+  const fs::path inTurn = folder_ / "turn.db";
+  EXPECT_EQ(collect(inTurn, arguments)->end().status, 1);
+  const Strings expected = test::everyRow(inTurn);
+  EXPECT_EQ(test::rowsOf("SRV49", expected).size(), test::rowsOf("SRV0", expected).size());
+
+  arguments[3] = "200";
+  const fs::path sideBySide = folder_ / "side.db";
+  const auto limitFiles = [] {
+    const rlimit few{64, 64};
+    if (::setrlimit(RLIMIT_NOFILE, &few) != 0) throw std::runtime_error("no limit");
+  };
+  for (int round = 0; round < 2; ++round) {
+    const test::Result result = collect(sideBySide, arguments, limitFiles)->end();
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.out.find("at most 64 files"), std::string::npos) << result.out;
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ(test::everyRow(sideBySide), expected);
+  }
 }
 
 }  // namespace

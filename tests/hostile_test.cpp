@@ -5,11 +5,11 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <numeric>
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,8 +17,9 @@
 #include "automation/runtime.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/servers.h"
+#include "platform/store/private_database.h"
 #include "tests/support/collection.h"
-#include "tests/support/process.h"
+#include "tests/support/folder.h"
 
 namespace {
 
@@ -30,6 +31,7 @@ using automation::TextView;
 using automation::toText;
 using automation::Variant;
 using platform::metabase::Metabase;
+using platform::store::PrivateDatabase;
 using std::to_string;
 namespace number = platform::metabase::number;
 
@@ -71,7 +73,7 @@ class Hostile : public testing::Test {
     return automation::GetObject(fromUtf8("IIS://H" + path));
   }
 
-  test::Directory directory_;
+  test::Folder directory_;
 };
 
 TEST_F(Hostile, TenThousandPropertiesInheritedByTenThousandChildren) {
@@ -233,14 +235,16 @@ TEST_F(Hostile, ATabThatFailsForEverySiteLogsOneRecordForEach) {
     }
     serve(elements);
     const auto place = directory_.folder(to_string(sites));
-    test::createDatabase(place / "inventory.db");
+    PrivateDatabase database(place / "inventory.db");
+    test::createTables(database.database());
+    const platform::store::Loan loan(database);
     test::collectEverything("H", place / "inventory.db", place);
-    std::ifstream log(place / "H.log", std::ios::binary);
+    std::istringstream log(test::contents(place / "H.log"));
     std::size_t records = 0;
     for (std::string line; std::getline(log, line);) records += line.find("GetServerGeneral") != line.npos;
     EXPECT_EQ(records, sites);
     // The list of sites and the six tabs that didn't fail.
-    EXPECT_EQ(test::everyRow(place / "inventory.db").size(), 7 * sites);
+    EXPECT_EQ(test::everyRow(database.database()).size(), 7 * sites);
   }
 }
 

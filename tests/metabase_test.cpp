@@ -18,7 +18,7 @@
 #include "platform/metabase/failures.h"
 #include "platform/metabase/ip_security.h"
 #include "platform/metabase/servers.h"
-#include "tests/support/process.h"
+#include "tests/support/folder.h"
 
 namespace {
 
@@ -478,7 +478,7 @@ TEST_F(MetabaseTest, AServerStaysWhatWasPinnedForIt) {
 }
 
 TEST_F(MetabaseTest, AFileIsReadAsItStoodAtOneMoment) {
-  const test::Directory directory;
+  const test::Folder directory;
   const std::filesystem::path file = directory / kFile;
   const auto read = [&] { platform::metabase::readFile(file); };
   fails(number::kFileNotFound, {file.string()}, read);

@@ -81,7 +81,7 @@ TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
   world.pool(u"Shop");
   const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
   const ObjectRef pools = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
-  call(ftp, u"seterrorlogpath", u"", world.logFile);
+  call(ftp, u"seterrorlogpath", world.database, world.logFile);
   call(ftp, u"SetProcessStatusUpdater", Variant(), world.bar, Null);
   EXPECT_EQ(toText(call(ftp, u"GETPROPENABLEDSTATUS", -1)), u"Yes");
   call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", False);

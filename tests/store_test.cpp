@@ -1,4 +1,4 @@
-// The store's objects and its database wrapper, on real files.
+// The store's objects and the database wrapper below them.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -7,8 +7,7 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -17,8 +16,9 @@
 
 #include "automation/failure.h"
 #include "automation/runtime.h"
-#include "platform/store/database.h"
+#include "platform/store/private_database.h"
 #include "platform/store/store.h"
+#include "tests/support/folder.h"
 
 namespace {
 
@@ -31,9 +31,9 @@ using automation::Text;
 using automation::Variant;
 using automation::write;
 using automation::writeIndexed;
-using platform::store::Access;
-using platform::store::Database;
-using platform::store::Transaction;
+using platform::store::Loan;
+using platform::store::PrivateDatabase;
+using sqlite::Database;
 namespace fs = std::filesystem;
 
 // A property, ".Name", or a column of the current row; null as "-".
@@ -82,42 +82,31 @@ void play(const ObjectRef& object, const std::string& script) {
   }
 }
 
-// Runs something in a process of its own, which must not be begun while this one has a database open: SQLite
-// doesn't survive a fork.
-pid_t begin(const std::function<void()>& work) {
-  const pid_t process = ::fork();
-  if (process != 0) return process;
-  work();
-  ::_exit(testing::Test::HasFailure() ? 1 : 0);
-}
-// How it ended, as waitpid tells.
-int awaitEnd(pid_t process) {
-  int status = -1;
-  ::waitpid(process, &status, 0);
-  return status;
-}
-
 class Store : public testing::Test {
  protected:
   using Rows = std::vector<std::string>;
 
-  Store() {
+  // Over a database file, or over a private database on loan under its name.
+  explicit Store(bool isPrivate = false) {
     platform::store::registerStore();
-    std::string name = (fs::temp_directory_path() / "storeXXXXXX").string();
-    folder_ = ::mkdtemp(name.data());
-    path_ = folder_ / "store.db";
-    makeTables(path_);
+    if (isPrivate) {
+      private_ = std::make_unique<PrivateDatabase>(path_.string());
+      loan_.emplace(*private_);
+    }
+    makeTables(*openDatabase());
   }
-  ~Store() override {
-    platform::store::setLockWait(std::chrono::seconds(5));
-    platform::store::releaseIdle();
-    fs::remove_all(folder_);
-  }
+  ~Store() override { platform::store::setLockWait(std::chrono::seconds(5)); }
 
-  static void makeTables(const fs::path& path) {
-    Database::create(path).execute(
+  static void makeTables(Database& database) {
+    database.execute(
         "create table tblSites([Server name] text collate nocase, [Site] text collate nocase, [Status] text);"
         "create table tblOther(a text, b text)");
+  }
+
+  // The database as its owner has it.
+  std::shared_ptr<Database> openDatabase() const {
+    if (private_ != nullptr) return {std::shared_ptr<void>(), &private_->database()};
+    return std::make_shared<Database>(path_, Database::Mode::kCreate, std::chrono::hours(1));
   }
 
   // A connection that takes this step, and one to the database.
@@ -148,25 +137,36 @@ class Store : public testing::Test {
     play(rows, "AddNew, Server name=" + server + ", Site=" + site + ", Update");
   }
 
-  // Every row as "server|site|status", null as "-", as an outsider reads the file.
+  // Every row as "server|site|status", null as "-".
   Rows rows() const {
-    Database database = Database::openExisting(path_, Access::kReadOnly);
-    auto statement = database.prepare("select * from tblSites order by rowid");
+    const auto database = openDatabase();
+    auto statement = database->prepare("select * from tblSites order by rowid");
     Rows all;
     while (statement.step()) {
-      all.push_back(statement.columnText(0).value_or("-"));
+      std::string& row = all.emplace_back(statement.text(0).value_or("-"));
       for (int column = 1; column < statement.columnCount(); ++column) {
-        all.back() += '|' + statement.columnText(column).value_or("-");
+        row.append("|").append(statement.text(column).value_or("-"));
       }
     }
     return all;
   }
 
-  fs::path folder_;
-  fs::path path_;
+  test::Folder folder_;
+  fs::path path_ = folder_ / "store.db";
+  std::unique_ptr<PrivateDatabase> private_;
+  std::optional<Loan> loan_;
 };
 
-TEST_F(Store, SavesRowsAndKeepsTheRulesOfAPendingOne) {
+// Over each of the two.
+class EachStore : public Store, public testing::WithParamInterface<bool> {
+ protected:
+  EachStore() : Store(GetParam()) {}
+};
+INSTANTIATE_TEST_SUITE_P(The, EachStore, testing::Bool(), [](const auto& each) {
+  return std::string(each.param ? "PrivateDatabase" : "DatabaseFile");
+});
+
+TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
   const ObjectRef added = selectNone(connect());
   play(added, ".EOF?True, Site=x!3021, Update!3021, CancelUpdate!3219");
   play(added, "AddNew, SERVER NAME=WEB01, Servername=x!3265, server name?WEB01, Site?-");
@@ -182,7 +182,7 @@ TEST_F(Store, SavesRowsAndKeepsTheRulesOfAPendingOne) {
   EXPECT_EQ(rows(), (Rows{"WEB01|-|-", "-|True|-"}));
 }
 
-TEST_F(Store, StateDecidesWhatIsAllowed) {
+TEST_P(EachStore, StateDecidesWhatIsAllowed) {
   const ObjectRef connection = CreateObject(u"ADODB.Connection");
   const ObjectRef opened = CreateObject(u"ADODB.Recordset");
   play(connection, "Close!3704, Execute(Select 1)!3704");
@@ -203,7 +203,7 @@ TEST_F(Store, StateDecidesWhatIsAllowed) {
   EXPECT_EQ(rows(), Rows{});
 }
 
-TEST_F(Store, CountsAndWalksRows) {
+TEST_P(EachStore, CountsAndWalksRows) {
   const ObjectRef connection = connect();
   const ObjectRef added = selectNone(connection);
   for (const char* site : {"A", "B", "C"}) addRow(added, "web01", site);
@@ -224,7 +224,7 @@ TEST_F(Store, CountsAndWalksRows) {
   EXPECT_EQ(rows(), (Rows{"web01|B|-", "web01|C|-", "WEB02|D|-", "WEB01|E|-"}));
 }
 
-TEST_F(Store, RunsOneStatementAsItStandsOrNone) {
+TEST_P(EachStore, RunsOneStatementAsItStandsOrNone) {
   const ObjectRef connection = connect();
   addRow(selectNone(connection), "WEB01", "O'Brien");
   for (const std::string& sql :
@@ -232,7 +232,7 @@ TEST_F(Store, RunsOneStatementAsItStandsOrNone) {
         std::string("Update tblSites set Status= 'x'; delete from tblSites)!0x80040E14"),
         std::string("delete from tblSites\0 where 1=2)!0x80040E14", 43),
         std::string("Update tblNone set Status= 'x')!0x80040E37"), std::string("  )!0x80040E0C"),
-        std::string("begin)!3219")}) {
+        std::string(private_ ? "begin)!0x80040E14" : "begin)!3219")}) {
     play(connection, "Execute(" + sql);
   }
   EXPECT_EQ(rows(), Rows{"WEB01|O'Brien|-"});
@@ -240,7 +240,7 @@ TEST_F(Store, RunsOneStatementAsItStandsOrNone) {
   EXPECT_EQ(rows(), Rows{"WEB01|O'Brien|x"});
 }
 
-TEST_F(Store, KeepsAnyText) {
+TEST_P(EachStore, KeepsAnyText) {
   const std::string odd("a\0b \xE2\x82\xAC\xF0\x9F\x98\x80", 11);
   const ObjectRef connection = connect();
   const ObjectRef added = selectNone(connection);
@@ -251,7 +251,7 @@ TEST_F(Store, KeepsAnyText) {
   play(added, "Update, Site?\xEF\xBF\xBDx");
 }
 
-TEST_F(Store, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
+TEST_P(EachStore, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
   const ObjectRef outer = connect();
   const ObjectRef pending = selectNone(outer);
   play(pending, "AddNew, Site=outer");
@@ -263,46 +263,16 @@ TEST_F(Store, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
   EXPECT_EQ(countAll(connect()), "2");
 
   // The next recordset sees a changed table.
-  Database owner = Database::openExisting(path_, Access::kReadWrite);
-  owner.execute("delete from tblSites; alter table tblSites add column [Added] text");
+  const auto owner = openDatabase();
+  owner->execute("delete from tblSites; alter table tblSites add column [Added] text");
   const ObjectRef wider = selectNone(outer);
   play(wider, "AddNew, Added=x, Update");
   EXPECT_EQ(rows(), Rows{"-|-|-|x"});
-  owner.execute("drop table tblSites");
+  owner->execute("drop table tblSites");
   play(wider, "AddNew, Update!0x80040E37");
 }
 
-TEST_F(Store, AFileThatCannotBeUsedFailsAtOpenWithItsOwnMessage) {
-  const std::string folder = folder_.string();
-  std::ofstream(folder + "/text.db") << "These are not rows";
-  connection("Open(" + folder + "/missing.db)!0x80004005 missing.db': there is no such file");
-  EXPECT_FALSE(fs::exists(folder + "/missing.db"));
-  connection("Open(" + folder + ")!0x80004005 is a directory");
-  connection("Open(" + folder + "/text.db)!0x80004005 is not a database");
-}
-
-TEST_F(Store, AFileThatGoesOrIsReplacedWhileNobodyHasItOpenIsNoticed) {
-  const fs::path moved = folder_ / "moved.db";
-  addRow(selectNone(connect()), "WEB01", "old");
-  fs::rename(path_, moved);
-  connection(openStep() + "!0x80004005 no such file");
-  EXPECT_FALSE(fs::exists(path_));
-
-  fs::rename(moved, path_);
-  ObjectRef stale = selectNone(connect());
-  addRow(stale, "WEB01", "older still");
-  makeTables(folder_ / "new.db");
-  fs::rename(path_, moved);
-  fs::rename(folder_ / "new.db", path_);
-  addRow(selectNone(connect()), "WEB01", "new");
-  play(stale, "AddNew, Update!0x80004005");
-  EXPECT_EQ(rows(), Rows{"WEB01|new|-"});
-  stale = nullptr;
-  path_ = moved;
-  EXPECT_EQ(rows(), (Rows{"WEB01|old|-", "WEB01|older still|-"}));
-}
-
-TEST_F(Store, AFullDatabaseFailsTheRowAndKeepsItPending) {
+TEST_F(Store, AFullFileFailsTheRowAndKeepsItPending) {
   const ObjectRef connection = connect();
   const ObjectRef added = selectNone(connection);
   play(connection, "Execute(pragma max_page_count = 4)");
@@ -311,107 +281,129 @@ TEST_F(Store, AFullDatabaseFailsTheRowAndKeepsItPending) {
   EXPECT_EQ(rows(), Rows{"-|small|-"});
 }
 
+TEST_F(Store, AFileThatCannotBeUsedFailsAtOpenWithItsOwnMessage) {
+  const std::string folder = folder_.path().string();
+  folder_.file("text.db", "These are not rows");
+  connection("Open(" + folder + "/missing.db)!0x80004005 missing.db': there is no such file");
+  EXPECT_FALSE(fs::exists(folder + "/missing.db"));
+  connection("Open(" + folder + ")!0x80004005 is a directory");
+  connection("Open(" + folder + "/text.db)!0x80004005 is not a database");
+}
+
+TEST_F(Store, AFileIsNotWrittenToWhenAnotherHasTakenItsName) {
+  const ObjectRef stale = selectNone(connect());
+  addRow(stale, "WEB01", "old");
+  fs::rename(path_, folder_ / "moved.db");
+  makeTables(*openDatabase());
+  addRow(selectNone(connect()), "WEB01", "new");
+  play(stale, "AddNew, Update!0x80004005");
+  EXPECT_EQ(rows(), Rows{"WEB01|new|-"});
+  path_ = folder_ / "moved.db";
+  EXPECT_EQ(rows(), Rows{"WEB01|old|-"});
+}
+
 TEST_F(Store, SavedRowsSurviveTheDeathOfTheProcess) {
-  const pid_t process = begin([&] {
+  const pid_t process = ::fork();
+  if (process == 0) {
     const ObjectRef added = selectNone(connect());
     for (int row = 0; row < 500; ++row) addRow(added, "WEB01", "saved");
     play(added, "AddNew, Site=pending");
     ::kill(::getpid(), SIGKILL);
-  });
-  EXPECT_TRUE(WIFSIGNALED(awaitEnd(process)));
+  }
+  ::waitpid(process, nullptr, 0);
   EXPECT_EQ(rows(), Rows(500, "WEB01|saved|-"));
-  addRow(selectNone(connect()), "WEB01", "after");
 }
 
-TEST_F(Store, ALongLogIsMovedIntoTheFileWhileRowsAreAdded) {
-  const ObjectRef added = selectNone(connect());
-  for (int row = 0; row < 150; ++row) addRow(added, "WEB01", std::string(1 << 20, 'x'));
-  EXPECT_GT(fs::file_size(path_), 120u << 20);
-  EXPECT_LT(fs::file_size(path_.string() + "-wal"), 80u << 20);
-}
-
-TEST_F(Store, ALockOfSomebodyElseIsWaitedForOnceAndThenFailsUntilItIsFree) {
+TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
   for (const bool atOpen : {true, false}) {
-    platform::store::setLockWait(std::chrono::milliseconds(50));
-    ObjectRef connection = atOpen ? CreateObject(u"ADODB.Connection") : connect();
-    ObjectRef added = atOpen ? nullptr : selectNone(connection);
-    const ObjectRef waiting = atOpen ? connection : added;
-    const std::string attempt = atOpen ? openStep() : "Update";
-    Database other = Database::openExisting(path_, Access::kReadWrite);
-    std::optional<Transaction> lock(std::in_place, other);
+    platform::store::setLockWait(std::chrono::milliseconds(10));
+    const auto other = openDatabase();
+    const ObjectRef connection = atOpen ? CreateObject(u"ADODB.Connection") : connect();
+    const ObjectRef added = atOpen ? connection : selectNone(connection);
+    if (!atOpen) play(added, "AddNew, Site=waited");
+    std::optional<sqlite::Transaction> lock(std::in_place, *other);
     if (!atOpen) {
-      play(added, "AddNew, Site=waited");
-      EXPECT_EQ(countAll(connection), "1");
+      EXPECT_EQ(countAll(connection), "0");
     }
-    play(waiting, attempt + "!0x80004005 locked");
-    // A second wait of this length would never end within the test's patience.
-    platform::store::setLockWait(std::chrono::hours(24));
-    play(waiting, attempt + "!0x80004005 locked");
+    play(added, (atOpen ? openStep() : "Update") + "!0x80004005 locked");
     lock.reset();
-    play(waiting, attempt);
-    // From then on a lock is waited for again.
-    if (atOpen) added = selectNone(connection);
-    lock.emplace(other);
+
+    platform::store::setLockWait(std::chrono::hours(1));
+    const ObjectRef patient = atOpen ? nullptr : selectNone(connect());
+    lock.emplace(*other);
     std::thread release([&] {
       std::this_thread::sleep_for(std::chrono::milliseconds(50));
       lock.reset();
     });
-    play(added, "AddNew, Site=next, Update");
+    atOpen ? play(added, openStep()) : play(patient, "AddNew, Site=next, Update");
     release.join();
   }
-  EXPECT_EQ(rows(), (Rows{"-|next|-", "-|waited|-", "-|next|-"}));
+  EXPECT_EQ(rows(), Rows{"-|next|-"});
 }
 
-TEST_F(Store, ProcessesAndThreadsWriteAtTheSameTime) {
-  constexpr int kRows = 300;
-  const auto collect = [&](const std::string& server) {
-    for (int row = 0; row < kRows; ++row) {
-      const ObjectRef connection = connect();
-      addRow(selectNone(connection), server, "x");
-      play(connection,
-           "Execute(Update tblSites set Status= 'y' Where [Server name]= '" + server + "'), Close");
-    }
-    platform::store::releaseIdle();
-  };
-  const auto work = [&] { collect("process"); };
-  const pid_t processes[] = {begin(work), begin(work)};
+TEST_F(Store, ThreadsWriteAtTheSameTime) {
+  constexpr int kRows = 100;
+  platform::store::setLockWait(std::chrono::hours(1));
   std::vector<std::thread> threads;
-  for (int thread = 0; thread < 8; ++thread) threads.emplace_back(collect, std::to_string(thread));
+  for (int thread = 0; thread < 8; ++thread) {
+    threads.emplace_back([&, server = std::to_string(thread)] {
+      for (int row = 0; row < kRows; ++row) {
+        const ObjectRef connection = connect();
+        addRow(selectNone(connection), server, "x");
+        play(connection, "Execute(Update tblSites set Status= 'y' Where [Server name]= '" + server + "')");
+      }
+    });
+  }
   for (std::thread& thread : threads) thread.join();
-  for (const pid_t process : processes) EXPECT_EQ(awaitEnd(process), 0);
   const Rows all = rows();
-  EXPECT_EQ(all.size(), 10u * kRows);
+  EXPECT_EQ(all.size(), 8u * kRows);
   const auto isChanged = [](const std::string& row) { return row.ends_with("|y"); };
   EXPECT_TRUE(std::all_of(all.begin(), all.end(), isChanged));
-  // Two processes that let go in the same moment may both leave the log to the next one.
-  Database::openExisting(path_, Access::kReadWrite);
-  EXPECT_FALSE(fs::exists(path_.string() + "-wal")) << "the last one leaves a single plain file";
-  Database reader = Database::openExisting(path_, Access::kReadOnly);
-  auto journal = reader.prepare("pragma journal_mode");
-  ASSERT_TRUE(journal.step());
-  EXPECT_EQ(journal.columnText(0), "delete") << "readers need no log beside it";
+}
+
+TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {
+  PrivateDatabase lent(path_.string());
+  makeTables(lent.database());
+  const auto lentRows = [&] { return lent.database().value("select count(*) from tblSites"); };
+  for (int turn = 1; turn <= 2; ++turn) {
+    {
+      const Loan loan(lent);
+      const ObjectRef connection = connect();
+      addRow(selectNone(connection), "WEB01", "private");
+      std::thread([&] { addRow(selectNone(connect()), "WEB01", "elsewhere"); }).join();
+      path_ = folder_ / "." / "store.db";
+      addRow(selectNone(connect()), "WEB01", "under another name");
+      path_ = folder_ / "store.db";
+      EXPECT_EQ(countAll(connection), "1");
+    }
+    EXPECT_EQ(countAll(connect()), std::to_string(2 * turn));
+    EXPECT_EQ(lentRows(), "1");
+    // The tables stay for the next turn.
+    lent.empty();
+    EXPECT_EQ(lentRows(), "0");
+  }
 }
 
 TEST_F(Store, TransactionsAndStatementsOfTheWrapper) {
-  Database database = Database::openExisting(path_, Access::kReadWrite);
-  auto insert = database.prepare("insert into tblOther values (?, ?)");
+  const auto database = openDatabase();
+  auto insert = database->prepare("insert into tblOther values (?, ?)");
   insert.bind(1, std::string_view("a\0b", 3));
   for (const bool kept : {false, true}) {
-    Transaction transaction(database);
+    sqlite::Transaction transaction(*database);
     insert.bind(2, std::int64_t{42});
     EXPECT_FALSE(insert.step());
     insert.bindNull(2);
     EXPECT_FALSE(insert.step());
     if (kept) transaction.commit();
   }
-  auto query = database.prepare("select a, b from tblOther order by rowid");
+  auto query = database->prepare("select a, b from tblOther order by rowid");
   ASSERT_TRUE(query.step());
-  EXPECT_EQ(query.columnText(0), std::string("a\0b", 3));
-  EXPECT_EQ(query.columnInt64(1), 42);
+  EXPECT_EQ(query.text(0), std::string_view("a\0b", 3));
+  EXPECT_EQ(query.number(1), 42);
   ASSERT_TRUE(query.step());
-  EXPECT_EQ(query.columnText(1), std::nullopt);
+  EXPECT_EQ(query.text(1), std::nullopt);
   EXPECT_FALSE(query.step());
-  EXPECT_THROW(database.prepare("select 1; select 2"), Failure);
+  EXPECT_THROW(database->prepare("select 1; select 2"), sqlite::Error);
 }
 
 }  // namespace

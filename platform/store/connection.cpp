@@ -5,6 +5,7 @@
 #include "automation/failure.h"
 #include "automation/variant.h"
 #include "platform/store/members.h"
+#include "platform/store/private_database.h"
 
 namespace platform::store {
 
@@ -45,14 +46,14 @@ Variant Connection::read(TextView member, Arguments arguments) {
     case Property::kState:
       break;
   }
-  return std::int32_t{handle_ != nullptr};
+  return std::int32_t{session_ != nullptr};
 }
 
 void Connection::write(TextView member, Arguments arguments, const Variant& value) {
   const Property property = findMember(kProperties, member, kSource);
   requireArguments(arguments, 0, member, kSource);
   if (property != Property::kProvider) automation::failMember(member, kSource);
-  if (handle_ != nullptr) {
+  if (session_ != nullptr) {
     throw Failure(number::kObjectOpen, u"The provider can't be set while the connection is open",
                   Text(kSource));
   }
@@ -81,37 +82,25 @@ std::unique_ptr<automation::Walk> Connection::children() {
 }
 
 void Connection::open(const Variant& path) {
-  if (handle_ != nullptr) {
+  if (session_ != nullptr) {
     throw Failure(number::kObjectOpen, u"The connection is open already", Text(kSource));
   }
   Text text = automation::toText(path);
-  handle_ = openShared(text, kSource);
+  session_ = lent(text);
+  if (session_ == nullptr) session_ = openFile(text, kSource);
   connectionString_ = std::move(text);
-  ++session_;
+  ++opening_;
 }
 
 void Connection::execute(const Variant& sql) {
-  if (handle_ == nullptr) throw Failure(number::kObjectClosed, u"The connection is closed", Text(kSource));
-  const Text text = automation::toText(sql);
-  StatementPtr statement = handle_->prepareOne(text, kSource);
-  int result = SQLITE_ROW;
-  while (result == SQLITE_ROW) result = sqlite3_step(statement.get());
-  if (result != SQLITE_DONE) handle_->fail(result, kSource);
-  const bool wrote = sqlite3_stmt_readonly(statement.get()) == 0;
-  statement.reset();
-  if (wrote) handle_->changed();
-  // The file's other connections would be drawn into a transaction, and a closed one would leave it locked.
-  if (sqlite3_get_autocommit(handle_->raw()) == 0) {
-    sqlite3_exec(handle_->raw(), "rollback", nullptr, nullptr, nullptr);
-    throw Failure(automation::number::kNotAllowedInContext, u"A transaction can't be begun by an SQL text",
-                  Text(kSource));
-  }
+  if (session_ == nullptr) throw Failure(number::kObjectClosed, u"The connection is closed", Text(kSource));
+  session_->execute(automation::toText(sql), kSource);
 }
 
 void Connection::close() {
-  if (handle_ == nullptr) throw Failure(number::kObjectClosed, u"The connection is closed", Text(kSource));
-  handle_.reset();
-  ++session_;
+  if (session_ == nullptr) throw Failure(number::kObjectClosed, u"The connection is closed", Text(kSource));
+  session_.reset();
+  ++opening_;
 }
 
 }  // namespace platform::store

@@ -5,13 +5,14 @@
 #include <memory>
 
 #include "automation/object.h"
-#include "platform/store/pool.h"
+#include "platform/store/session.h"
 
 namespace platform::store {
 
 // Properties: Provider (kept, of no effect), ConnectionString (the file's path), State (0 closed, 1 open).
-// Methods: Open(path), Execute(sql), Close(). Connections of one thread to one file see each other's rows at
-// once. Closing one closes its recordsets and drops the rows that they haven't saved.
+// Methods: Open(path), Execute(sql), Close(). A saved row is a commit of its own, so connections to one file
+// see each other's rows at once. Closing one closes its recordsets and drops the rows that they haven't
+// saved. A path under which the thread has a private database on loan means that database.
 class Connection : public automation::Object {
  public:
   automation::Variant read(automation::TextView member, automation::Arguments arguments) override;
@@ -20,12 +21,12 @@ class Connection : public automation::Object {
   automation::Variant call(automation::TextView member, automation::Arguments arguments) override;
   std::unique_ptr<automation::Walk> children() override;
 
-  // The file, or null where the connection is closed.
-  SharedHandle* handle() const { return handle_.get(); }
+  // The database, or null where the connection is closed.
+  Session* session() const { return session_.get(); }
 
-  // Changes with each Open and Close, so that a recordset can tell whether the file is still the one that it
-  // was opened on.
-  std::uint64_t session() const { return session_; }
+  // Changes with each Open and Close, so that a recordset can tell whether the database is still the one that
+  // it was opened on.
+  std::uint64_t opening() const { return opening_; }
 
  private:
   void open(const automation::Variant& path);
@@ -34,8 +35,8 @@ class Connection : public automation::Object {
 
   automation::Text provider_;
   automation::Text connectionString_;
-  std::shared_ptr<SharedHandle> handle_;
-  std::uint64_t session_ = 0;
+  std::shared_ptr<Session> session_;
+  std::uint64_t opening_ = 0;
 };
 
 }  // namespace platform::store

@@ -1,6 +1,7 @@
 // Members of the store's objects, found by name.
 #pragma once
 
+#include <cstring>
 #include <span>
 
 #include "automation/failure.h"
@@ -15,15 +16,19 @@ struct MemberName {
   Member member;
 };
 
+// Whether two names are equal, also in case first, as they nearly always are.
+inline bool isNamed(automation::TextView left, automation::TextView right) {
+  if (left.size() != right.size()) return false;
+  return std::memcmp(left.data(), right.data(), left.size() * sizeof(char16_t)) == 0 ||
+         automation::equalsIgnoringCase(left, right);
+}
+
 // The member of a name, compared without regard to case. Fails with 438 where the object has none.
 template <typename Member, std::size_t count>
 Member findMember(const MemberName<Member> (&members)[count], automation::TextView name,
                   automation::TextView source) {
   for (const auto& entry : members) {
-    if (entry.name.size() == name.size() &&
-        (entry.name == name || automation::equalsIgnoringCase(entry.name, name))) {
-      return entry.member;
-    }
+    if (isNamed(entry.name, name)) return entry.member;
   }
   automation::failMember(name, source);
 }

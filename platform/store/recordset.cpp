@@ -87,17 +87,15 @@ void assignUtf8(std::string& target, TextView text) {
 }
 
 // Makes a cached statement ready for its next run, whichever way this one ends.
-class Run {
+class Reset {
  public:
-  explicit Run(sqlite3_stmt* statement) : statement_(statement) {}
-  Run(const Run&) = delete;
-  Run& operator=(const Run&) = delete;
-  ~Run() { sqlite3_reset(statement_); }
-
-  int step() { return sqlite3_step(statement_); }
+  explicit Reset(sqlite::Statement& statement) : statement_(statement) {}
+  Reset(const Reset&) = delete;
+  Reset& operator=(const Reset&) = delete;
+  ~Reset() { statement_.reset(); }
 
  private:
-  sqlite3_stmt* statement_;
+  sqlite::Statement& statement_;
 };
 
 }  // namespace
@@ -208,12 +206,12 @@ std::unique_ptr<automation::Walk> Recordset::children() {
 }
 
 bool Recordset::isOpen() const {
-  return opened_ && connection_->session() == session_;
+  return opened_ && connection_->opening() == opening_;
 }
 
-SharedHandle& Recordset::requireOpen() const {
+Session& Recordset::requireOpen() const {
   if (!isOpen()) fail(number::kObjectClosed, u"The recordset is closed");
-  return *connection_->handle();
+  return *connection_->session();
 }
 
 void Recordset::requireClosed() const {
@@ -228,12 +226,9 @@ void Recordset::requireRow() const {
 std::size_t Recordset::columnOf(const Variant& column) {
   const std::vector<Text>& names = columns_->names;
   if (const Text* name = column.as<Text>()) {
-    const auto isNamed = [&](const Text& candidate) {
-      return candidate.size() == name->size() &&
-             (candidate == *name || automation::equalsIgnoringCase(candidate, *name));
-    };
-    if (expectedColumn_ < names.size() && isNamed(names[expectedColumn_])) return expectedColumn_++;
-    const auto found = std::find_if(names.begin(), names.end(), isNamed);
+    if (expectedColumn_ < names.size() && isNamed(names[expectedColumn_], *name)) return expectedColumn_++;
+    const auto found = std::find_if(names.begin(), names.end(),
+                                    [&](const Text& candidate) { return isNamed(candidate, *name); });
     if (found == names.end()) {
       fail(automation::number::kItemNotInCollection, u"The recordset has no column '" + *name + u"'");
     }
@@ -250,15 +245,15 @@ std::size_t Recordset::columnOf(const Variant& column) {
 
 void Recordset::open(const Variant& sql) {
   requireClosed();
-  if (connection_ == nullptr || connection_->handle() == nullptr) {
+  if (connection_ == nullptr || connection_->session() == nullptr) {
     fail(number::kNoConnection, u"The recordset has no open connection");
   }
-  SharedHandle& handle = *connection_->handle();
+  Session& session = *connection_->session();
   const Text* text = sql.as<Text>();
   Query& query =
-      text != nullptr ? handle.query(*text, kSource) : handle.query(automation::toText(sql), kSource);
+      text != nullptr ? session.query(*text, kSource) : session.query(automation::toText(sql), kSource);
   opened_ = false;
-  fetch(handle, query);
+  fetch(session, query);
   columns_ = query.columns;
   expectedColumn_ = 0;
   fetchedAt_ = 0;
@@ -268,31 +263,28 @@ void Recordset::open(const Variant& sql) {
   savedRow_.resize(columns_->names.size());
   addedCount_ = 0;
   insertion_ = nullptr;
-  session_ = connection_->session();
+  opening_ = connection_->opening();
   opened_ = true;
 }
 
-// All rows are taken at once: a query that stays under way would keep this connection from writing and the
-// file's log from being emptied.
-void Recordset::fetch(SharedHandle& handle, Query& query) {
+// All rows are taken at once: a query that stays under way would keep this connection from writing.
+void Recordset::fetch(Session& session, Query& query) {
   fetchedText_.clear();
   fetchedCells_.clear();
   fetchedCount_ = 0;
-  sqlite3_stmt* const statement = query.statement.get();
-  Run run(statement);
-  int result = SQLITE_ROW;
-  while ((result = run.step()) == SQLITE_ROW) {
-    const int columns = sqlite3_column_count(statement);
-    for (int column = 0; column < columns; ++column) {
-      const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement, column));
-      const auto size = static_cast<std::size_t>(sqlite3_column_bytes(statement, column));
-      fetchedCells_.push_back({fetchedText_.size(), size, text == nullptr});
-      if (text != nullptr) fetchedText_.append(text, size);
+  const Reset reset(query.statement);
+  session.attempt(kSource, [&] {
+    while (query.statement.step()) {
+      const int columns = query.statement.columnCount();
+      for (int column = 0; column < columns; ++column) {
+        const auto text = query.statement.text(column);
+        fetchedCells_.push_back({fetchedText_.size(), text ? text->size() : 0, !text});
+        if (text) fetchedText_.append(*text);
+      }
+      ++fetchedCount_;
     }
-    ++fetchedCount_;
-  }
-  if (result != SQLITE_DONE) handle.fail(result, kSource);
-  handle.refreshColumns(query);
+  });
+  session.refreshColumns(query);
 }
 
 void Recordset::close() {
@@ -305,20 +297,20 @@ void Recordset::close() {
 }
 
 void Recordset::addNew() {
-  SharedHandle& handle = requireOpen();
+  Session& session = requireOpen();
   if (lockType_ == kLockReadOnly || columns_->insertSql.empty()) {
     fail(number::kNotSupported, u"The recordset doesn't take new rows");
   }
-  if (pending_) save(handle);
+  if (pending_) save(session);
   for (Value& value : pendingRow_) value.written = false;
   expectedColumn_ = 0;
   pending_ = true;
 }
 
 void Recordset::update() {
-  SharedHandle& handle = requireOpen();
+  Session& session = requireOpen();
   requireRow();
-  if (pending_) save(handle);
+  if (pending_) save(session);
 }
 
 void Recordset::cancelUpdate() {
@@ -330,35 +322,28 @@ void Recordset::cancelUpdate() {
 }
 
 void Recordset::moveNext() {
-  SharedHandle& handle = requireOpen();
+  Session& session = requireOpen();
   requireRow();
-  if (pending_) save(handle);
+  if (pending_) save(session);
   expectedColumn_ = 0;
   if (place_ == Place::kFetched && ++fetchedAt_ < fetchedCount_) return;
   place_ = Place::kEnd;
 }
 
-void Recordset::save(SharedHandle& handle) {
-  handle.requireUsable(kSource);
-  if (insertion_ == nullptr) insertion_ = handle.insertion(columns_->insertSql, kSource);
-  {
-    Run run(insertion_);
+void Recordset::save(Session& session) {
+  if (insertion_ == nullptr) insertion_ = &session.insertion(columns_->insertSql, kSource);
+  session.attempt(kSource, [&] {
     int parameter = 0;
     for (const Value& value : pendingRow_) {
       ++parameter;
-      const int result = value.written ? sqlite3_bind_text64(insertion_, parameter, value.utf8.data(),
-                                                             value.utf8.size(), SQLITE_STATIC, SQLITE_UTF8)
-                                       : sqlite3_bind_null(insertion_, parameter);
-      if (result != SQLITE_OK) handle.fail(result, kSource);
+      value.written ? insertion_->bind(parameter, value.utf8) : insertion_->bindNull(parameter);
     }
-    const int result = run.step();
-    if (result != SQLITE_DONE) handle.fail(result, kSource);
-  }
+    insertion_->run();
+  });
   pendingRow_.swap(savedRow_);
   pending_ = false;
   place_ = Place::kSaved;
   ++addedCount_;
-  handle.changed();
 }
 
 std::int32_t Recordset::recordCount() const {

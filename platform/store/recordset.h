@@ -43,19 +43,19 @@ class Recordset : public automation::Object {
   };
 
   bool isOpen() const;
-  SharedHandle& requireOpen() const;
+  Session& requireOpen() const;
   void requireClosed() const;
   void requireRow() const;
   std::size_t columnOf(const automation::Variant& column);
 
   void open(const automation::Variant& sql);
-  void fetch(SharedHandle& handle, Query& query);
+  void fetch(Session& session, Query& query);
   void close();
   void addNew();
   void update();
   void cancelUpdate();
   void moveNext();
-  void save(SharedHandle& handle);
+  void save(Session& session);
   std::int32_t recordCount() const;
   automation::Variant valueAt(std::size_t column) const;
   void setValue(std::size_t column, const automation::Variant& value);
@@ -64,7 +64,7 @@ class Recordset : public automation::Object {
   std::int32_t cursorType_;
   std::int32_t lockType_;
   std::shared_ptr<Connection> connection_;
-  std::uint64_t session_ = 0;
+  std::uint64_t opening_ = 0;
   bool opened_ = false;
 
   std::shared_ptr<const Columns> columns_;
@@ -80,7 +80,7 @@ class Recordset : public automation::Object {
   std::vector<Value> pendingRow_;
   std::vector<Value> savedRow_;
   std::size_t addedCount_ = 0;
-  sqlite3_stmt* insertion_ = nullptr;
+  sqlite::Statement* insertion_ = nullptr;
 };
 
 }  // namespace platform::store

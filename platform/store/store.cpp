@@ -4,7 +4,6 @@
 
 #include "automation/runtime.h"
 #include "platform/store/connection.h"
-#include "platform/store/pool.h"
 #include "platform/store/recordset.h"
 
 namespace platform::store {
@@ -13,10 +12,6 @@ void registerStore() {
   automation::Runtime& runtime = automation::Runtime::process();
   runtime.serveClass(u"ADODB.Connection", [] { return std::make_shared<Connection>(); });
   runtime.serveClass(u"ADODB.Recordset", [] { return std::make_shared<Recordset>(); });
-}
-
-void releaseIdle() noexcept {
-  closeIdle();
 }
 
 }  // namespace platform::store

@@ -4,7 +4,7 @@
 
 #include "automation/object.h"
 #include "automation/runtime.h"
-#include "host/tables.h"
+#include "inventory/tables.h"
 #include "platform/host/host.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
@@ -14,46 +14,31 @@
 namespace test {
 namespace {
 
+using automation::call;
 using automation::ObjectRef;
 using automation::Text;
 using automation::TextView;
-using platform::store::Access;
-using platform::store::Database;
+using sqlite::Database;
 
-// An object of the component whose calls are told of.
-class Component {
- public:
-  Component(TextView programmaticId, const std::function<void()>& finished)
-      : object_(automation::CreateObject(programmaticId)), finished_(finished) {}
+ObjectRef component(TextView programmaticId, const Text& logs, const Text& server) {
+  ObjectRef object = automation::CreateObject(programmaticId);
+  call(object, u"SetErrorLogPath", logs, logs + u"\\" + server + u".log");
+  return object;
+}
 
-  template <typename... Values>
-  void call(TextView method, Values&&... values) {
-    automation::call(object_, method, std::forward<Values>(values)...);
-    if (finished_) finished_();
-  }
-
-  void setLog(const Text& directory, const Text& file) {
-    automation::call(object_, u"SetErrorLogPath", directory, file);
-  }
-
- private:
-  ObjectRef object_;
-  const std::function<void()>& finished_;
-};
-
-void collectTrees(Component& ftp, const Text& server, const Text& database) {
+void collectTrees(const ObjectRef& ftp, const Text& server, const Text& database) {
   const ObjectRef service = automation::GetObject(u"IIS://" + server + u"/MSFTPSVC");
   const auto sites = automation::children(service);
   while (const ObjectRef site = sites->next()) {
     const Text id = automation::toText(automation::read(site, u"Name"));
     if (automation::equalsIgnoringCase(id, u"Info")) continue;
     const Text root = u"IIS://" + server + u"/MSFTPSVC/" + id + u"/ROOT";
-    ftp.call(u"GetRootVirtualDirectory", server, id, root, database);
+    call(ftp, u"GetRootVirtualDirectory", server, id, root, database);
     std::vector<Text> waiting{root};
     while (!waiting.empty()) {
       const Text path = std::move(waiting.back());
       waiting.pop_back();
-      if (path != root) ftp.call(u"GetChildVirtualDirectories", server, id, path, database);
+      if (path != root) call(ftp, u"GetChildVirtualDirectories", server, id, path, database);
       const auto directories = automation::children(automation::GetObject(path));
       while (const ObjectRef directory = directories->next()) {
         if (directory->children()->next() == nullptr) continue;
@@ -73,67 +58,67 @@ void registerEverything() {
   DllRegisterServer();
 }
 
-void createDatabase(const std::filesystem::path& database) {
-  std::filesystem::remove(database);
-  Database created = Database::create(database);
-  for (const host::Table& table : host::tables()) created.execute(host::creationSql(table));
+void createTables(Database& database) {
+  for (const inventory::Table& table : inventory::tables()) database.execute(inventory::creationSql(table));
 }
 
 void collectEverything(const std::string& serverName, const std::filesystem::path& databasePath,
-                       const std::filesystem::path& logDirectory, const std::function<void()>& finished) {
+                       const std::filesystem::path& logDirectory) {
   const Text server = automation::fromUtf8(serverName);
   const Text database = automation::fromUtf8(databasePath.string());
   const Text logs = automation::fromUtf8(logDirectory.string());
 
-  Component ftp(u"TORVINFTPAppDataCom.FTPCollection", finished);
-  ftp.setLog(logs, logs + u"\\" + server + u".log");
-  ftp.call(u"GenerateFTPSiteInfo", server, database);
+  const ObjectRef ftp = component(u"TORVINFTPAppDataCom.FTPCollection", logs, server);
+  call(ftp, u"GenerateFTPSiteInfo", server, database);
   for (const TextView tab : {u"General", u"Log File Settings", u"Extended Log Properties",
                              u"Security Accounts", u"Message", u"Home Directory", u"Directory Security"}) {
-    ftp.call(u"GetFTPPropertyInfo", server, database, tab, false);
+    call(ftp, u"GetFTPPropertyInfo", server, database, tab, false);
   }
   collectTrees(ftp, server, database);
 
-  Component pools(u"TORVINFTPAppDataCom.AppPoolCollection", finished);
-  pools.setLog(logs, logs + u"\\" + server + u".log");
-  pools.call(u"GetAppPoolsCount", server, database);
+  const ObjectRef pools = component(u"TORVINFTPAppDataCom.AppPoolCollection", logs, server);
+  call(pools, u"GetAppPoolsCount", server, database);
   for (const TextView tab : {u"General", u"Worker Process Recycling", u"Memory Recycling", u"Performance",
                              u"Health", u"Identity"}) {
-    pools.call(u"GetAppPoolPropertyInfo", server, database, tab, false);
+    call(pools, u"GetAppPoolPropertyInfo", server, database, tab, false);
   }
-  pools.call(u"GetWebServiceExtension", server, database);
+  call(pools, u"GetWebServiceExtension", server, database);
   const auto walk = automation::children(automation::GetObject(u"IIS://" + server + u"/W3SVC/AppPools"));
   while (const ObjectRef pool = walk->next()) {
-    pools.call(u"EnumAppsInPool", server, database, automation::read(pool, u"Name"));
+    call(pools, u"EnumAppsInPool", server, database, automation::read(pool, u"Name"));
   }
-  platform::store::releaseIdle();
 }
 
-std::vector<std::vector<std::string>> rowsOf(Database& database) {
-  std::vector<std::vector<std::string>> all;
-  for (const host::Table& table : host::tables()) {
-    auto statement = database.prepare("select * from " + host::quotedName(table.name) + " order by rowid");
-    all.emplace_back();
+std::vector<std::string> everyRow(Database& database) {
+  std::vector<std::string> all;
+  for (const inventory::Table& table : inventory::tables()) {
+    auto statement = database.prepare("select * from " + sqlite::quotedName(table.name));
     while (statement.step()) {
-      std::string& row = all.back().emplace_back();
+      std::string& row = all.emplace_back(std::string(table.name) + ": ");
       for (int column = 0; column < statement.columnCount(); ++column) {
-        row += (column == 0 ? "" : "|") + statement.columnText(column).value_or("-");
+        row.append(column == 0 ? "" : "|").append(statement.text(column).value_or("-"));
       }
     }
   }
+  std::sort(all.begin(), all.end());
   return all;
 }
 
 std::vector<std::string> everyRow(const std::filesystem::path& path) {
-  Database database = Database::openExisting(path, Access::kReadOnly);
-  std::vector<std::string> all;
-  auto table = host::tables().begin();
-  for (const auto& rows : rowsOf(database)) {
-    for (const std::string& row : rows) all.push_back(std::string(table->name) + ": " + row);
-    ++table;
-  }
-  std::sort(all.begin(), all.end());
-  return all;
+  if (!std::filesystem::exists(path)) return {};
+  Database database(path, Database::Mode::kReadOnly, std::chrono::hours(1));
+  const sqlite::ReadTransaction transaction(database);
+  const bool hasTables = database.value("select count(*) from sqlite_schema") != "0";
+  return hasTables ? everyRow(database) : std::vector<std::string>();
+}
+
+std::vector<std::string> rowsOf(const std::string& server, const std::vector<std::string>& rows) {
+  std::vector<std::string> own;
+  std::copy_if(rows.begin(), rows.end(), std::back_inserter(own), [&](const std::string& row) {
+    const std::string_view values = std::string_view(row).substr(row.find(": ") + 2);
+    return values.starts_with(server + "|") || values.starts_with("IIS://" + server + "/");
+  });
+  return own;
 }
 
 }  // namespace test

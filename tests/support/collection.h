@@ -3,30 +3,31 @@
 #pragma once
 
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
-#include "platform/store/database.h"
+#include "sqlite/database.h"
 
 namespace test {
 
 // Registers the layer behind the component and the component itself. Once per process.
 void registerEverything();
 
-// Makes a database with all tables and nothing in them.
-void createDatabase(const std::filesystem::path& database);
+// Makes all tables of an inventory.
+void createTables(sqlite::Database& database);
 
 // Collects everything of the server: all tabs of all sites and pools, all directory trees, the extensions and
-// the applications of all pools. Its name must be mapped; the logs go into `logDirectory`. `finished` is
-// called behind each call of the component that fills tables.
+// the applications of all pools. Its name must be mapped; the database has the tables; the logs go into
+// `logDirectory`.
 void collectEverything(const std::string& server, const std::filesystem::path& database,
-                       const std::filesystem::path& logDirectory, const std::function<void()>& finished = {});
+                       const std::filesystem::path& logDirectory);
 
-// The rows of each table in the order in which they were saved, "|" between the values and "-" for null.
-std::vector<std::vector<std::string>> rowsOf(platform::store::Database& database);
-
-// All rows of all tables in an order that doesn't depend on the collection's.
+// All rows of all tables in an order that doesn't depend on the collection's, as "table: value|value", with
+// "-" for null. Of a file as it stands at one moment; none where it isn't there or has no table.
+std::vector<std::string> everyRow(sqlite::Database& database);
 std::vector<std::string> everyRow(const std::filesystem::path& database);
+
+// Those of one server.
+std::vector<std::string> rowsOf(const std::string& server, const std::vector<std::string>& rows);
 
 }  // namespace test

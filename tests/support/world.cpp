@@ -1,7 +1,5 @@
 #include "tests/support/world.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -9,12 +7,12 @@
 #include <regex>
 #include <sstream>
 
-#include "host/tables.h"
+#include "inventory/tables.h"
 #include "platform/host/host.h"
 #include "platform/metabase/servers.h"
-#include "platform/store/database.h"
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
+#include "tests/support/collection.h"
 
 namespace test {
 
@@ -50,16 +48,6 @@ FakeObject& setAll(FakeObject& object, const char* properties) {
   return object;
 }
 
-std::filesystem::path newDirectory() {
-  static int count = 0;
-  // In memory where the system offers that: thousands of worlds each write logs and some a database.
-  const std::filesystem::path memory = "/dev/shm";
-  const auto root = std::filesystem::is_directory(memory) ? memory : std::filesystem::temp_directory_path();
-  auto path = root / ("component-test-" + std::to_string(::getpid()) + "-" + std::to_string(++count));
-  std::filesystem::create_directories(path);
-  return path;
-}
-
 // A reference to an object that the world itself owns.
 ObjectRef unowned(Object& object) {
   return ObjectRef(ObjectRef(), &object);
@@ -71,12 +59,7 @@ Text textOf(const std::filesystem::path& path) {
 
 std::string masked(const std::filesystem::path& path) {
   static const std::regex time(R"((^|\n)\d\d/\d\d/\d{4} \d\d:\d\d:\d\d\t)");
-  std::ifstream file(path, std::ios::binary);
-  return std::regex_replace(std::string{std::istreambuf_iterator<char>(file), {}}, time, "$1<time>\t");
-}
-
-std::string shown(const std::optional<std::string>& value) {
-  return value.value_or("-");
+  return std::regex_replace(contents(path), time, "$1<time>\t");
 }
 
 }  // namespace
@@ -98,15 +81,15 @@ std::string sabotaged(const std::string& object, const std::string& function) {
   return record(object, function, "8000FFFF", "sabotaged");
 }
 
-World::World(Layer layer) : layer_(layer), directory_(newDirectory()) {
-  database = textOf(directory_ / "inventory.mdb");
+World::World(Layer layer) : layer_(layer) {
+  database = textOf(folder_ / "inventory.mdb");
   statusBar_.set(u"message", u"");
   progressBar_.set(u"Max", std::int16_t{0}).method(u"increment", [](Arguments) { return Variant(); });
   processCount_.set(u"message", u"");
   layer == Layer::kFakes ? setUpFakes() : setUpLayer();
 
-  appLogDirectory = textOf(directory_);
-  logFile = textOf(directory_ / "object.log");
+  appLogDirectory = textOf(folder_.path());
+  logFile = textOf(folder_ / "object.log");
   status = journal->wrap(unowned(statusBar_), "status");
   bar = journal->wrap(unowned(progressBar_), "bar");
   count = journal->wrap(unowned(processCount_), "count");
@@ -120,9 +103,6 @@ World::~World() {
     runtime.serveClass(id, nullptr);
   }
   runtime.setScreen(nullptr);
-  if (layer_ == Layer::kReal) platform::store::releaseIdle();
-  std::error_code ignored;
-  std::filesystem::remove_all(directory_, ignored);
 }
 
 void World::serve(TextView prefix, MonikerServer behind) {
@@ -138,7 +118,7 @@ void World::serveClass(TextView id, ClassServer behind) {
 
 void World::setUpFakes() {
   store.file = database;
-  for (const host::Table& table : host::tables()) {
+  for (const inventory::Table& table : inventory::tables()) {
     auto& columns = store.tables[lowerCase(fromUtf8(table.name))].columns;
     for (const std::string_view column : table.columns) columns.push_back(fromUtf8(column));
   }
@@ -187,17 +167,28 @@ void World::setUpLayer() {
   screen_ = runtime.screen();
   runtime.setScreen(journal->wrap(screen_, "screen"));
 
-  std::string sql = "begin";
-  for (const host::Table& table : host::tables()) sql += ";" + host::creationSql(table);
-  platform::store::Database::create(std::filesystem::path(database)).execute(sql + ";commit");
+  if (layer_ == Layer::kPrivate) {
+    private_ = std::make_unique<platform::store::PrivateDatabase>(toUtf8(database));
+    private_->database().execute("pragma page_size = 512");  // so that a few rows make it grow
+    loan_.emplace(*private_);
+  } else {
+    sqlite::Database(toUtf8(database), sqlite::Database::Mode::kCreate, {});
+  }
+  createTables(*openDatabase());
+}
+
+std::shared_ptr<sqlite::Database> World::openDatabase() const {
+  if (private_ != nullptr) return {std::shared_ptr<void>(), &private_->database()};
+  return std::make_shared<sqlite::Database>(toUtf8(database), sqlite::Database::Mode::kReadWrite,
+                                            std::chrono::milliseconds(0));
 }
 
 void World::spoilLog() {
-  logFile = textOf(directory_ / "nowhere" / "object.log");
+  logFile = textOf(folder_ / "nowhere" / "object.log");
 }
 
 void World::spoilAppLog() {
-  appLogDirectory = textOf(directory_ / "nowhere");
+  appLogDirectory = textOf(folder_ / "nowhere");
 }
 
 FakeObject& World::node(TextView path) {
@@ -251,16 +242,16 @@ std::vector<std::string> World::rows(TextView table) const {
   std::vector<std::string> lines;
   const auto add = [&](std::size_t columns, const auto& valueAt) {
     std::string line;
-    for (std::size_t at = 0; at < columns; ++at) line += (at > 0 ? "|" : "") + shown(valueAt(at));
+    for (std::size_t at = 0; at < columns; ++at)
+      line.append(at > 0 ? "|" : "").append(valueAt(at).value_or("-"));
     lines.push_back(std::move(line));
   };
-  if (layer_ == Layer::kReal) {
-    auto file = platform::store::Database::openExisting(std::filesystem::path(database),
-                                                        platform::store::Access::kReadOnly);
-    auto statement = file.prepare("select * from " + toUtf8(table));
+  if (layer_ != Layer::kFakes) {
+    const auto opened = openDatabase();
+    auto statement = opened->prepare("select * from " + toUtf8(table));
     while (statement.step()) {
       add(static_cast<std::size_t>(statement.columnCount()),
-          [&](std::size_t at) { return statement.columnText(static_cast<int>(at)); });
+          [&](std::size_t at) { return statement.text(static_cast<int>(at)); });
     }
     return lines;
   }
@@ -294,11 +285,11 @@ std::vector<std::string> World::progress() const {
 }
 
 std::string World::log() const {
-  return masked(directory_ / "object.log");
+  return masked(folder_ / "object.log");
 }
 
 std::string World::appLog() const {
-  return masked(directory_ / "TORVINLog.Log");
+  return masked(folder_ / "TORVINLog.Log");
 }
 
 }  // namespace test

@@ -3,18 +3,22 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "automation/runtime.h"
+#include "platform/store/private_database.h"
 #include "tests/support/fakes.h"
+#include "tests/support/folder.h"
 #include "tests/support/seam.h"
 
 namespace test {
 
-// What stands behind the seam: fakes, or the layer with the sample server WEB01 and a database of SQLite.
-enum class Layer { kFakes, kReal };
+// What stands behind the seam: fakes, or the layer with the sample server WEB01 and a private database on
+// loan or a database file.
+enum class Layer { kFakes, kPrivate, kFile };
 
 // Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
 class World {
@@ -47,6 +51,11 @@ class World {
   // One value, "-" where nothing was written.
   std::string value(automation::TextView table, std::size_t row, automation::TextView column) const;
 
+  // The database behind the layer, as an outsider reaches it, or its owner where it is private.
+  std::shared_ptr<sqlite::Database> openDatabase() const;
+  // Why the private database can't be relied on; empty where it can.
+  std::string breakdown() const { return private_ ? private_->breakdown() : ""; }
+
   // Where the mouse pointer stands.
   int pointer() const;
   // What the progress objects have received.
@@ -75,7 +84,9 @@ class World {
   void serveClass(automation::TextView id, automation::ClassServer behind);
 
   Layer layer_;
-  std::filesystem::path directory_;
+  Folder folder_;
+  std::unique_ptr<platform::store::PrivateDatabase> private_;
+  std::optional<platform::store::Loan> loan_;
   FakeObject metabase_;
   FakeObject wmi_;
   FakeObject statusBar_;

@@ -1,0 +1,117 @@
+#include "host/archive.h"
+
+#include <archive.h>
+#include <archive_entry.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <new>
+#include <stdexcept>
+
+namespace host {
+namespace {
+
+constexpr std::size_t kBlock = 64 * 1024;
+
+}  // namespace
+
+void Archive::Closer::operator()(archive* handle) const noexcept {
+  archive_read_free(handle);
+}
+
+void Archive::fail() const {
+  const char* const why = archive_error_string(handle_.get());
+  throw std::runtime_error(why != nullptr ? why : "the archive can't be read");
+}
+
+std::optional<Archive> Archive::open(const std::filesystem::path& file) {
+  struct stat status {};
+  if (::stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  // A compressed file that holds nothing but one file is an archive only because it is compressed.
+  for (const bool single : {false, true}) {
+    Archive opened;
+    opened.handle_.reset(archive_read_new());
+    archive* const handle = opened.handle_.get();
+    if (handle == nullptr) throw std::bad_alloc();
+    archive_read_support_filter_all(handle);
+    if (single) {
+      archive_read_support_format_raw(handle);
+    } else {
+      archive_read_support_format_zip(handle);
+      archive_read_support_format_tar(handle);
+      archive_read_support_format_7zip(handle);
+      archive_read_support_format_cab(handle);
+      archive_read_support_format_rar(handle);
+      archive_read_support_format_rar5(handle);
+      archive_read_support_format_cpio(handle);
+      archive_read_support_format_lha(handle);
+      archive_read_support_format_xar(handle);
+      archive_read_support_format_iso9660(handle);
+    }
+    if (archive_read_open_filename(handle, file.c_str(), kBlock) != ARCHIVE_OK) continue;
+    const int result = archive_read_next_header(handle, &opened.entry_);
+    const bool isArchive = result == ARCHIVE_OK || result == ARCHIVE_WARN || result == ARCHIVE_EOF;
+    if (!isArchive || (single && archive_filter_count(handle) < 2)) continue;
+    opened.isSingle_ = single;
+    opened.hasEntry_ = result != ARCHIVE_EOF;
+    if (result == ARCHIVE_EOF) opened.entry_ = nullptr;
+    opened.fileModified_ = status.st_mtim.tv_sec;
+    return opened;
+  }
+  return std::nullopt;
+}
+
+bool Archive::next() {
+  if (hasEntry_) {
+    hasEntry_ = false;
+    return true;
+  }
+  if (entry_ == nullptr) return false;
+  const int result = archive_read_next_header(handle_.get(), &entry_);
+  if (result == ARCHIVE_EOF) {
+    entry_ = nullptr;
+    return false;
+  }
+  if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
+    entry_ = nullptr;
+    fail();
+  }
+  return true;
+}
+
+std::string Archive::name() const {
+  if (isSingle_) return {};
+  const char* const utf8 = archive_entry_pathname_utf8(entry_);
+  const char* const raw = utf8 != nullptr ? utf8 : archive_entry_pathname(entry_);
+  std::string name = raw != nullptr ? raw : "";
+  // As some programs on Windows write them.
+  std::replace(name.begin(), name.end(), '\\', '/');
+  return name;
+}
+
+bool Archive::isFile() const {
+  return archive_entry_filetype(entry_) == AE_IFREG && archive_entry_hardlink(entry_) == nullptr;
+}
+
+bool Archive::isEncrypted() const {
+  return archive_entry_is_encrypted(entry_) != 0;
+}
+
+std::int64_t Archive::modified() const {
+  return isSingle_ || archive_entry_mtime_is_set(entry_) == 0 ? fileModified_ : archive_entry_mtime(entry_);
+}
+
+bool Archive::read(std::string& bytes, std::size_t most) {
+  const std::size_t end = bytes.size() + most;
+  while (bytes.size() < end) {
+    const std::size_t before = bytes.size();
+    bytes.resize(std::min(end, before + kBlock));
+    const la_ssize_t count = archive_read_data(handle_.get(), bytes.data() + before, bytes.size() - before);
+    bytes.resize(before + static_cast<std::size_t>(std::max<la_ssize_t>(count, 0)));
+    if (count < 0) fail();
+    if (count == 0) return false;
+  }
+  return true;
+}
+
+}  // namespace host

@@ -1,0 +1,48 @@
+// Archives and compressed files, read from beginning to end and never unpacked to the disk.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+
+struct archive;
+struct archive_entry;
+
+namespace host {
+
+// One pass through an archive: .zip, .tar, .7z and their like, compressed or not, and single compressed
+// files. Members that fail throw std::runtime_error with the reason alone.
+class Archive {
+ public:
+  // Nothing for a file that is no archive.
+  static std::optional<Archive> open(const std::filesystem::path& file);
+
+  // Goes to the next member, the first one at first. False when there is none left.
+  bool next();
+
+  // The member's path, with slashes; empty for the one member of a compressed file. It is no path here.
+  std::string name() const;
+  bool isFile() const;
+  bool isEncrypted() const;
+  std::int64_t modified() const;  // seconds since 1970
+
+  // Appends up to `most` bytes of the member's to `bytes`, and tells whether there may be more.
+  bool read(std::string& bytes, std::size_t most);
+
+ private:
+  struct Closer {
+    void operator()(archive* handle) const noexcept;
+  };
+
+  [[noreturn]] void fail() const;
+
+  std::unique_ptr<archive, Closer> handle_;
+  archive_entry* entry_ = nullptr;
+  bool isSingle_ = false;
+  bool hasEntry_ = false;  // the entry has been looked at ahead
+  std::int64_t fileModified_ = 0;
+};
+
+}  // namespace host

@@ -1,0 +1,48 @@
+#include "host/check.h"
+
+#include <algorithm>
+#include <string>
+
+#include "automation/failure.h"
+#include "host/problem_groups.h"
+#include "host/sources.h"
+#include "host/terminal_text.h"
+#include "platform/metabase/metabase.h"
+
+namespace host {
+
+int check(const CheckOptions& options, Output& output) {
+  // Names don't matter here, so the standard input needs none.
+  std::vector<std::string> arguments = options.metabases;
+  std::replace(arguments.begin(), arguments.end(), std::string("-"), std::string("input=-"));
+  const Sources sources = findSources(arguments, options.maxSize, Sources::Names::kAny);
+  int status = sources.servers.empty() ? 2 : 0;
+  for (const std::string& problem : sources.problems) {
+    complain(problem);
+    status = 2;
+  }
+  for (const Server& server : sources.servers) {
+    try {
+      const auto metabase = platform::metabase::Metabase::parse(readSource(server.source, options.maxSize),
+                                                                server.source.shown());
+      const auto places = static_cast<std::int64_t>(metabase->oddities().size());
+      output.write(harmless(server.source.shown()) + ": a metabase of " +
+                   counted(static_cast<std::int64_t>(metabase->nodeCount()), "node", "nodes") +
+                   (places == 0 ? ", nothing odd" : ", " + counted(places, "odd place", "odd places")) +
+                   "\n");
+      const automation::Text name = automation::fromUtf8(server.name);
+      for (const auto& oddity : metabase->oddities()) {
+        output.write("  " + harmless(metabase->describe(oddity, name)) + "\n");
+      }
+      if (places > 0) status = std::max(status, 1);
+    } catch (const automation::Failure& failure) {
+      output.flush();
+      complain(automation::toUtf8(failure.description()));
+      status = 2;
+    }
+  }
+  output.flush();
+  return status;
+}
+
+}  // namespace host

@@ -1,0 +1,168 @@
+#include "host/places.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "host/clock.h"
+#include "inventory/tables.h"
+
+namespace host {
+
+using automation::equalsIgnoringCase;
+using automation::fromUtf8;
+using automation::Text;
+using automation::TextView;
+using automation::toUtf8;
+using inventory::ItemKind;
+using inventory::Problem;
+
+namespace {
+
+constexpr std::string_view kNodeStart = "IIS://";
+constexpr TextView kProcessing = u"Processing ";
+
+// A child of a site that by its class has no path: what the walk over the children of a web site always
+// meets, and nothing that anybody could mend.
+constexpr std::string_view kNoteRoutine = "GetAppliedObjectProperties";
+constexpr std::string_view kNoteProperty = "Path";
+constexpr auto kNoSuchProperty = static_cast<std::int32_t>(0x8000500D);
+
+// Records of these routines concern another table than the call's own.
+struct RoutineTable {
+  std::string_view routine;
+  std::string_view callTable;  // empty for any
+  std::string_view table;
+};
+constexpr RoutineTable kRoutineTables[] = {
+    {"GenerateFTPSiteInfo", "", "tblFTPSiteInfo"},
+    {"GetAppPoolsCount", "", "tblAppPoolInfo"},
+    {"GetVirtualDirSecurityProperties", "", "tblvirtualDirSecurity"},
+    {"GetRestrictedIPAddress", "tblvirtualDirectory", "tblvirtualDirSecurity"},
+};
+
+bool isName(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '-' || c == '.' || static_cast<unsigned char>(c) >= 0x80;
+  });
+}
+
+// The name that a status text quotes, without the blanks around it.
+Text quotedIn(TextView status) {
+  const std::size_t begin = status.find(u'\'');
+  const std::size_t end = status.rfind(u'\'');
+  if (begin == status.npos || end == begin) return {};
+  Text name;
+  for (std::size_t at = begin + 1; at < end; ++at) {
+    name += status[at];
+    if (status[at] == u'\'') ++at;
+  }
+  return Text(automation::trimBlanks(name));
+}
+
+// The site or pool that a node of the server belongs to, empty where it belongs to none.
+std::string itemOf(ItemKind kind, const std::string& node, const std::string& server) {
+  const Text path = fromUtf8(node);
+  const Text start =
+      u"IIS://" + fromUtf8(server) + (kind == ItemKind::kSite ? u"/MSFTPSVC/" : u"/W3SVC/AppPools/");
+  if (kind == ItemKind::kNone || !equalsIgnoringCase(TextView(path).substr(0, start.size()), start))
+    return {};
+  const TextView rest = TextView(path).substr(start.size());
+  return toUtf8(rest.substr(0, rest.find(u'/')));
+}
+
+std::string nodeOf(ItemKind kind, const std::string& item, const std::string& server) {
+  if (kind == ItemKind::kNone || item.empty()) return {};
+  return "IIS://" + server + (kind == ItemKind::kSite ? "/MSFTPSVC/" : "/W3SVC/AppPools/") + item;
+}
+
+}  // namespace
+
+MessagePlace placeIn(std::string_view message) {
+  MessagePlace place{{}, {}, std::string(message)};
+  if (!message.starts_with(kNodeStart)) return place;
+  // A path may hold what ends it, so the first class name that something fitting stands behind counts.
+  for (std::size_t open = message.find(" ("); open != message.npos; open = message.find(" (", open + 1)) {
+    const std::size_t close = message.find(')', open);
+    if (close == message.npos) break;
+    if (!isName(message.substr(open + 2, close - open - 2))) continue;
+    std::string_view rest = message.substr(close + 1);
+    std::string_view property;
+    if (rest.starts_with(", ")) {
+      const std::size_t colon = rest.find(':');
+      if (colon == rest.npos || !isName(rest.substr(2, colon - 2))) continue;
+      property = rest.substr(2, colon - 2);
+    } else if (!rest.starts_with(": ")) {
+      continue;
+    }
+    rest.remove_prefix(2);
+    return {std::string(message.substr(0, open)), std::string(property), std::string(rest)};
+  }
+  // A node that isn't there has no class.
+  if (const std::size_t colon = message.find(": ", kNodeStart.size()); colon != message.npos) {
+    return {std::string(message.substr(0, colon)), {}, std::string(message.substr(colon + 2))};
+  }
+  return place;
+}
+
+CallPlace CallPlace::ofItem(std::string_view table, ItemKind kind, std::string item, std::string node) {
+  CallPlace place;
+  place.table_ = table;
+  place.kind_ = kind;
+  place.item_ = std::move(item);
+  place.node_ = std::move(node);
+  return place;
+}
+
+CallPlace CallPlace::ofAll(std::string_view table, ItemKind kind, const std::vector<Item>& items) {
+  CallPlace place;
+  place.table_ = table;
+  place.kind_ = kind;
+  place.items_ = &items;
+  return place;
+}
+
+// Names may repeat, so the next item of that name is meant.
+void CallPlace::sent(TextView status) {
+  if (items_ == nullptr) return;
+  item_.clear();
+  if (!status.starts_with(kProcessing)) return;
+  const Text name = quotedIn(status);
+  for (std::size_t at = next_; at < items_->size(); ++at) {
+    if ((*items_)[at].name != name) continue;
+    item_ = (*items_)[at].id;
+    next_ = at + 1;
+    return;
+  }
+}
+
+Problem CallPlace::problemOf(const Record& record, const std::string& server) const {
+  MessagePlace place = placeIn(record.message);
+  Problem problem;
+  problem.table = table_;
+  for (const RoutineTable& entry : kRoutineTables) {
+    if (entry.routine != record.routine) continue;
+    if (entry.callTable.empty() || entry.callTable == table_) problem.table = entry.table;
+  }
+  problem.itemKind = kind_;
+  problem.item = item_;
+  const bool isOther = items_ != nullptr || item_.empty();
+  if (const std::string item = itemOf(kind_, place.node, server); isOther && !item.empty())
+    problem.item = item;
+  problem.node = std::move(place.node);
+  problem.property = std::move(place.property);
+  // The walk over the directories tells which one it is at only behind the look at its security.
+  const bool isUnknownDirectory = problem.table == "tblvirtualDirSecurity";
+  if (problem.node.empty() && !isUnknownDirectory) {
+    problem.node = node_.empty() ? nodeOf(kind_, problem.item, server) : node_;
+  }
+  problem.routine = record.routine;
+  problem.number = record.number;
+  problem.message = record.message;
+  problem.time = utcNow();
+  problem.isNote =
+      record.routine == kNoteRoutine && problem.property == kNoteProperty && record.number == kNoSuchProperty;
+  return problem;
+}
+
+}  // namespace host

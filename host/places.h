@@ -1,0 +1,54 @@
+// Where the component's records belong: which table, which site or pool, which node and property.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "automation/text.h"
+#include "host/private_log.h"
+#include "inventory/inventory.h"
+
+namespace host {
+
+// The node and the property that a message of the metabase begins with, as in
+// "IIS://WEB01/W3SVC/1/Filters (IIsFilters), Path: a node of this class has no such property".
+struct MessagePlace {
+  std::string node;
+  std::string property;
+  std::string reason;  // the message without its node
+};
+MessagePlace placeIn(std::string_view message);
+
+// The call that is under way, and how far it has come.
+class CallPlace {
+ public:
+  // The sites or pools in the order of discovery, with the names that the status texts bear.
+  struct Item {
+    automation::Text name;
+    std::string id;
+  };
+
+  // A call for one item, whose records may concern a node besides; empty texts where they don't.
+  static CallPlace ofItem(std::string_view table, inventory::ItemKind kind, std::string item,
+                          std::string node);
+  // A call for all items, in which the status texts tell how far it has come.
+  static CallPlace ofAll(std::string_view table, inventory::ItemKind kind, const std::vector<Item>& items);
+
+  // A status text has been sent.
+  void sent(automation::TextView status);
+
+  // What a record of this call says.
+  inventory::Problem problemOf(const Record& record, const std::string& server) const;
+
+ private:
+  std::string_view table_;
+  inventory::ItemKind kind_ = inventory::ItemKind::kNone;
+  std::string item_;
+  std::string node_;
+  const std::vector<Item>* items_ = nullptr;
+  std::size_t next_ = 0;
+};
+
+}  // namespace host

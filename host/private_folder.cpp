@@ -1,0 +1,84 @@
+#include "host/private_folder.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kPrefix = "iisinventory-";
+
+fs::path temporaryDirectory() {
+  const char* const named = std::getenv("TMPDIR");
+  return named != nullptr && *named != '\0' ? fs::path(named) : fs::path("/tmp");
+}
+
+Descriptor openFolder(const fs::path& folder) {
+  return Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+}
+
+// Whether the path still leads to the folder behind the descriptor.
+bool isStill(const fs::path& folder, const Descriptor& descriptor) {
+  struct stat here {};
+  struct stat there {};
+  return ::fstat(descriptor.number(), &here) == 0 && ::lstat(folder.c_str(), &there) == 0 &&
+         here.st_dev == there.st_dev && here.st_ino == there.st_ino;
+}
+
+// A folder's lock goes with the process that holds it, however it ends.
+void removeLeftovers(const fs::path& directory) {
+  std::error_code error;
+  for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
+    if (!entry.path().filename().string().starts_with(kPrefix)) continue;
+    const Descriptor folder = openFolder(entry.path());
+    struct stat status {};
+    if (!folder || ::fstat(folder.number(), &status) != 0 || status.st_uid != ::geteuid()) continue;
+    if (::flock(folder.number(), LOCK_EX | LOCK_NB) != 0) continue;
+    std::error_code ignored;
+    fs::remove_all(entry.path(), ignored);
+  }
+}
+
+}  // namespace
+
+PrivateFolder::PrivateFolder() {
+  const fs::path directory = fs::absolute(temporaryDirectory());
+  // The component takes a backslash for a separator.
+  if (directory.string().find('\\') != std::string::npos) {
+    throw std::runtime_error("the temporary directory '" + directory.string() +
+                             "' has a backslash in its path");
+  }
+  removeLeftovers(directory);
+  while (true) {
+    std::string pattern = (directory / (kPrefix + "XXXXXX")).string();
+    if (::mkdtemp(pattern.data()) == nullptr) {
+      throw std::runtime_error("can't make a folder in the temporary directory '" + directory.string() +
+                               "': " + std::strerror(errno));
+    }
+    path_ = pattern;
+    lock_ = openFolder(path_);
+    // Somebody who cleans up may have come first, and have the lock.
+    if (lock_ && ::flock(lock_.number(), LOCK_EX) == 0 && isStill(path_, lock_)) return;
+  }
+}
+
+PrivateFolder::~PrivateFolder() {
+  remove();
+}
+
+void PrivateFolder::remove() noexcept {
+  std::error_code ignored;
+  fs::remove_all(path_, ignored);
+}
+
+}  // namespace host

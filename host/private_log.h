@@ -1,0 +1,60 @@
+// A log that belongs to one collection alone, and the records that the component writes into it.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "host/descriptor.h"
+
+namespace host {
+
+// A record of a log.
+struct Record {
+  std::string object;
+  std::string routine;  // without the arguments that some records name behind it
+  std::int32_t number = 0;
+  std::string message;
+};
+
+// The records in a piece of a log that begins and ends with whole records.
+std::vector<Record> parseRecords(std::string_view text);
+
+// The file stands in a private folder and is written to by the component, record by record, while this object
+// looks on. Since the component may lose a record without a word, space for the records to come is kept
+// reserved. Members throw std::runtime_error where the log can't be kept.
+class PrivateLog {
+ public:
+  explicit PrivateLog(std::filesystem::path file);
+
+  const std::filesystem::path& file() const { return file_; }
+
+  // What has been written since the last look, whole records.
+  std::string_view news();
+
+  // Proves that records can be written: what the last call of the component wanted to write has been, and
+  // what the next one wants to can be.
+  void prove();
+
+  // Whether the file system keeps space reserved for the records to come.
+  bool isReserved() const { return canReserve_; }
+
+  // Everything since the last clear().
+  const std::string& text() const { return text_; }
+
+  // Empties the log.
+  void clear();
+
+ private:
+  void reserve(std::int64_t size);
+  [[noreturn]] void fail(const std::string& why) const;
+
+  std::filesystem::path file_;
+  Descriptor descriptor_;
+  std::string text_;
+  bool canReserve_ = true;
+};
+
+}  // namespace host

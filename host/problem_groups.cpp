@@ -1,0 +1,79 @@
+#include "host/problem_groups.h"
+
+#include <algorithm>
+#include <cstdio>
+
+#include "host/places.h"
+#include "host/terminal_text.h"
+
+namespace host {
+namespace {
+
+constexpr std::size_t kMostGroups = 20;
+constexpr std::string_view kIndent = "      ";
+
+std::string numberText(const inventory::Problem& problem) {
+  if (!problem.number) return {};
+  char text[16];
+  std::snprintf(text, sizeof text, "0x%X", static_cast<unsigned>(*problem.number));
+  return text;
+}
+
+std::string placeOf(const std::string& server, const inventory::Problem& problem) {
+  if (!problem.node.empty()) return problem.node;
+  if (problem.item.empty()) return server;
+  return server + (problem.itemKind == inventory::ItemKind::kPool ? ", pool " : ", FTP site ") + problem.item;
+}
+
+void printWrapped(Output& output, const std::string& text, std::size_t width) {
+  const std::size_t room = width > 2 * kIndent.size() ? width - kIndent.size() : width;
+  for (const std::string& line : wrapToWidth(harmless(text), room)) {
+    output.write(std::string(kIndent) + line + "\n");
+  }
+}
+
+}  // namespace
+
+std::string counted(std::int64_t count, const char* one, const char* many) {
+  return std::to_string(count) + " " + (count == 1 ? one : many);
+}
+
+void ProblemGroups::add(const std::string& server, const inventory::Problem& problem) {
+  ++(problem.isNote ? notes_ : problems_);
+  Group& group =
+      groups_[Key(problem.isNote, problem.routine, numberText(problem), placeIn(problem.message).reason)];
+  if (group.count++ > 0) return;
+  group.first = placeOf(server, problem);
+  group.order = groups_.size();
+}
+
+void ProblemGroups::print(Output& output, std::size_t width) const {
+  for (const bool notes : {false, true}) {
+    const std::int64_t count = notes ? notes_ : problems_;
+    if (count == 0) continue;
+    output.write((notes ? counted(count, "note", "notes") : counted(count, "problem", "problems")) + ":\n");
+    std::vector<const decltype(groups_)::value_type*> groups;
+    for (const auto& group : groups_) {
+      if (std::get<0>(group.first) == notes) groups.push_back(&group);
+    }
+    std::sort(groups.begin(), groups.end(), [](const auto* left, const auto* right) {
+      return std::tuple(-left->second.count, left->second.order) <
+             std::tuple(-right->second.count, right->second.order);
+    });
+    for (std::size_t at = 0; at < std::min(groups.size(), kMostGroups); ++at) {
+      const auto& [key, group] = *groups[at];
+      const auto& [note, routine, number, message] = key;
+      std::string head = "  " + std::to_string(group.count) + " x";
+      head += " " + (routine.empty() ? std::string("iisinventory") : routine);
+      if (!number.empty()) head += ", " + number;
+      output.write(harmless(head) + "\n");
+      printWrapped(output, message.empty() ? "(no message)" : message, width);
+      printWrapped(output, (group.count > 1 ? "first at " : "at ") + group.first, width);
+    }
+    if (groups.size() > kMostGroups) {
+      output.write("  and " + std::to_string(groups.size() - kMostGroups) + " more kinds\n");
+    }
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,414 @@
+#include "host/sources.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <map>
+#include <set>
+#include <stdexcept>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "automation/text.h"
+#include "host/archive.h"
+#include "host/descriptor.h"
+#include "host/options.h"
+#include "platform/metabase/failures.h"
+#include "platform/metabase/metabase.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::metabase::FileBytes;
+
+constexpr std::string_view kMetabaseFile = "MetaBase.xml";
+constexpr std::string_view kStandardInput = "-";
+// As much of a file as tells whether it is a metabase.
+constexpr std::size_t kHead = 4096;
+// What is kept of an archive's metabases between finding and collecting them; beyond that they are read
+// again.
+constexpr std::size_t kMostKept = std::size_t{256} * 1024 * 1024;
+
+bool isUtf8(const std::string& text) {
+  return automation::toUtf8(automation::fromUtf8(text)) == text;
+}
+
+std::string folded(std::string_view text) {
+  return automation::toUtf8(automation::lowerCase(automation::fromUtf8(text)));
+}
+
+// Why a text can't be a server's name, or nothing.
+std::optional<std::string> whyNoName(const std::string& name) {
+  if (name.empty()) return "it is empty";
+  if (!isUtf8(name)) return "it is not UTF-8";
+  if (name.front() == ' ' || name.back() == ' ') return "it begins or ends in a blank";
+  for (const char c : name) {
+    if (c == '/' || c == '\\') return "it holds a slash";
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it holds a control character";
+  }
+  return std::nullopt;
+}
+
+// Folders in which the file stands on every server, so that they don't name it: its usual homes, and drives
+// as they are shared or backed up.
+bool isUsualHome(const std::string& folder) {
+  static const std::set<std::string, std::less<>> kHomes = {"inetsrv", "system32", "windows",
+                                                            "winnt",   "history",  "metaback"};
+  const std::string name = folded(folder);
+  const bool isLetter = !name.empty() && name[0] >= 'a' && name[0] <= 'z';
+  const bool isDrive =
+      isLetter && (name.size() == 1 || (name.size() == 2 && (name[1] == '$' || name[1] == ':')));
+  return isDrive || kHomes.contains(name);
+}
+
+// The server that a file's path below a place stands for: the nearest folder's that isn't a usual home, in
+// the end the place's own.
+std::string nameFor(std::string_view path, const std::string& place) {
+  std::vector<std::string> folders;
+  for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/')) {
+    if (slash > 0) folders.emplace_back(path.substr(0, slash));
+    path.remove_prefix(slash + 1);
+  }
+  for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+    if (*folder != "." && *folder != ".." && !isUsualHome(*folder)) return *folder;
+  }
+  return place;
+}
+
+// "WEB01" of WEB01.xml.gz.
+std::string stemOf(const fs::path& file) {
+  fs::path stem = file.filename();
+  while (stem.has_extension() && stem.has_stem()) stem = stem.stem();
+  return stem.string();
+}
+
+// The name of a file that was given by itself.
+std::string nameForFile(const fs::path& file) {
+  const auto isUsual = [&](const fs::path& name) {
+    return folded(name.string()) == folded(std::string(kMetabaseFile));
+  };
+  const bool usual = isUsual(file.filename()) || isUsual(file.filename().stem());
+  return usual ? file.parent_path().filename().string() : file.stem().string();
+}
+
+bool isStream(const fs::path& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 &&
+         (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
+// The first bytes of an ordinary file; nothing where it can't be read.
+std::optional<std::string> headOf(const fs::path& file) {
+  const Descriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!descriptor) return std::nullopt;
+  std::string head(kHead, '\0');
+  const ssize_t count = ::read(descriptor.number(), head.data(), head.size());
+  if (count < 0) return std::nullopt;
+  head.resize(static_cast<std::size_t>(count));
+  return head;
+}
+
+[[noreturn]] void failRead(const Source& source, const std::string& why) {
+  platform::metabase::fail(platform::metabase::number::kFileReadFault, source.shown() + ": " + why);
+}
+
+[[noreturn]] void failLarge(const Source& source, std::uint64_t maxSize) {
+  platform::metabase::fail(
+      platform::metabase::number::kFileTooLarge,
+      source.shown() + ": it is larger than " + std::to_string(maxSize) + " bytes (--max-size)");
+}
+
+// Goes through the arguments one after the other.
+class Finder {
+ public:
+  Finder(std::uint64_t maxSize, Sources::Names names)
+      : maxSize_(maxSize), isAny_(names == Sources::Names::kAny) {}
+
+  void take(const std::string& argument) {
+    // An equals sign behind a slash belongs to the path.
+    const std::size_t equals = argument.find('=');
+    const bool named = equals != std::string::npos && equals < argument.find('/');
+    const std::string path = named ? argument.substr(equals + 1) : argument;
+    const std::optional<std::string> name = named ? std::optional(argument.substr(0, equals)) : std::nullopt;
+    if (path.empty()) throw UsageError("METABASE '" + argument + "': the path is empty");
+    if (path == kStandardInput) return takeStandardInput(argument, name);
+
+    const fs::path whole = withoutSlash(fs::absolute(path).lexically_normal());
+    std::error_code ignored;
+    if (fs::is_directory(whole, ignored)) return takeMany(argument, name, inFolder(whole), whole);
+    if (isStream(whole)) return takeOne(argument, name, Source{Source::Kind::kStream, whole});
+    const auto head = headOf(whole);
+    if (head && !platform::metabase::looksLikeMetabase(*head)) {
+      if (auto archive = Archive::open(whole))
+        return takeMany(argument, name, inArchive(*archive, whole), whole);
+    }
+    takeOne(argument, name, Source{Source::Kind::kFile, whole});
+  }
+
+  Sources done() {
+    settle();
+    return std::move(sources_);
+  }
+
+ private:
+  struct Found {
+    std::string name;
+    Source source;
+  };
+
+  static fs::path withoutSlash(const fs::path& path) {
+    return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
+  }
+
+  void takeStandardInput(const std::string& argument, const std::optional<std::string>& name) {
+    if (!name) throw UsageError("METABASE '-': put a name and '=' before it");
+    if (std::exchange(hasStandardInput_, true)) {
+      throw UsageError("METABASE '" + argument + "': the standard input can be read only once");
+    }
+    takeOne(argument, name, Source{Source::Kind::kStream, std::string(kStandardInput)});
+  }
+
+  void takeOne(const std::string& argument, const std::optional<std::string>& given, Source source) {
+    const std::string name = given ? *given : nameForFile(source.path);
+    if (isAny_) {
+      sources_.servers.push_back({name, std::move(source)});
+      return;
+    }
+    if (const auto why = whyNoName(name)) {
+      throw UsageError("METABASE '" + argument + "': '" + name + "' can't be a server's name, " + *why +
+                       "; put a name and '=' before the path");
+    }
+    const auto [place, isNew] = explicit_.emplace(folded(name), sources_.servers.size());
+    if (!isNew) {
+      throw UsageError("METABASE '" + argument + "': the server " + name + " is given already, as " +
+                       sources_.servers[place->second].source.shown());
+    }
+    sources_.servers.push_back({name, std::move(source)});
+  }
+
+  void takeMany(const std::string& argument, const std::optional<std::string>& name, std::vector<Found> found,
+                const fs::path& place) {
+    if (found.empty()) {
+      sources_.problems.push_back("there is no metabase in " + place.string());
+      return;
+    }
+    if (name) {
+      if (found.size() > 1) {
+        throw UsageError("METABASE '" + argument + "': there are " + std::to_string(found.size()) +
+                         " metabases in it, and one name can't be that of several servers");
+      }
+      return takeOne(argument, name, std::move(found.front().source));
+    }
+    for (Found& each : found) {
+      if (isAny_) {
+        sources_.servers.push_back({std::move(each.name), std::move(each.source)});
+        continue;
+      }
+      if (const auto why = whyNoName(each.name)) {
+        sources_.problems.push_back(each.source.shown() + ": '" + each.name + "' can't be a server's name, " +
+                                    *why);
+        continue;
+      }
+      found_.push_back(std::move(each));
+    }
+  }
+
+  std::vector<Found> inFolder(const fs::path& folder) {
+    std::vector<Found> found;
+    const std::string own = folder.filename().string();
+    std::vector<fs::path> waiting{folder};
+    while (!waiting.empty()) {
+      const fs::path here = std::move(waiting.back());
+      waiting.pop_back();
+      std::error_code error;
+      for (fs::directory_iterator entry(here, error), end; !error && entry != end; entry.increment(error)) {
+        struct stat status {};
+        if (::lstat(entry->path().c_str(), &status) != 0) continue;
+        if (S_ISDIR(status.st_mode)) waiting.push_back(entry->path());
+        if (!S_ISREG(status.st_mode)) continue;
+        const auto head = headOf(entry->path());
+        if (!head) {
+          sources_.problems.push_back(entry->path().string() + ": it can't be read: " + std::strerror(errno));
+          continue;
+        }
+        if (!platform::metabase::looksLikeMetabase(*head)) continue;
+        Source source{Source::Kind::kFile, entry->path()};
+        source.modified = status.st_mtim.tv_sec;
+        const std::string below = entry->path().lexically_relative(folder).generic_string();
+        found.push_back({nameFor(below, own), std::move(source)});
+      }
+      if (error) sources_.problems.push_back(here.string() + ": it can't be read: " + error.message());
+    }
+    std::sort(found.begin(), found.end(),
+              [](const Found& left, const Found& right) { return left.source.path < right.source.path; });
+    return found;
+  }
+
+  std::vector<Found> inArchive(Archive& archive, const fs::path& file) {
+    std::vector<Found> found;
+    const auto complain = [&](const std::string& member, const std::string& why) {
+      sources_.problems.push_back(file.string() + (member.empty() ? "" : ":" + member) + ": " + why);
+    };
+    std::string name;
+    try {
+      for (std::size_t member = 0; archive.next(); ++member) {
+        name = archive.name();
+        if (!archive.isFile()) continue;
+        if (archive.isEncrypted()) {
+          complain(name, "it is encrypted");
+          continue;
+        }
+        auto bytes = std::make_shared<std::string>();
+        bool more = archive.read(*bytes, kHead);
+        if (!platform::metabase::looksLikeMetabase(*bytes)) continue;
+        if (more && maxSize_ > bytes->size()) more = archive.read(*bytes, maxSize_ - bytes->size());
+        if (more && archive.read(*bytes, 1)) {
+          complain(name, "it is larger than " + std::to_string(maxSize_) + " bytes (--max-size)");
+          continue;
+        }
+        Source source{Source::Kind::kMember, file, member, name};
+        source.modified = archive.modified();
+        if (kept_ + bytes->size() <= kMostKept) {
+          kept_ += bytes->size();
+          source.kept = std::move(bytes);
+        }
+        const std::string server =
+            name.empty() ? nameForFile(file.parent_path() / file.stem()) : nameFor(name, stemOf(file));
+        found.push_back({server, std::move(source)});
+      }
+    } catch (const std::runtime_error& error) {
+      complain(name, error.what());
+    }
+    return found;
+  }
+
+  // Of several files that come to one name the newest is taken, then the first by its path; what was given by
+  // itself goes before what was found.
+  void settle() {
+    std::stable_sort(found_.begin(), found_.end(), [](const Found& left, const Found& right) {
+      return left.source.modified > right.source.modified;
+    });
+    std::map<std::string, std::size_t> taken;
+    std::vector<bool> isChosen(found_.size(), false);
+    std::vector<std::size_t> inOrder;
+    for (std::size_t at = 0; at < found_.size(); ++at) {
+      const std::string key = folded(found_[at].name);
+      if (const auto given = explicit_.find(key); given != explicit_.end()) {
+        tellPassedOver(found_[at], sources_.servers[given->second].source);
+      } else if (const auto [first, isNew] = taken.emplace(key, at); !isNew) {
+        tellPassedOver(found_[at], found_[first->second].source);
+      } else {
+        inOrder.push_back(at);
+      }
+    }
+    std::sort(inOrder.begin(), inOrder.end(), [&](std::size_t left, std::size_t right) {
+      return folded(found_[left].name) < folded(found_[right].name);
+    });
+    for (const std::size_t at : inOrder) {
+      sources_.servers.push_back({std::move(found_[at].name), std::move(found_[at].source)});
+    }
+  }
+
+  void tellPassedOver(const Found& passed, const Source& instead) {
+    sources_.notes.push_back(passed.name + ": " + instead.shown() + " is taken, and not " +
+                             passed.source.shown());
+  }
+
+  const std::uint64_t maxSize_;
+  const bool isAny_;
+  Sources sources_;
+  std::map<std::string, std::size_t> explicit_;  // by folded name, the place in sources_.servers
+  std::vector<Found> found_;
+  std::size_t kept_ = 0;
+  bool hasStandardInput_ = false;
+};
+
+FileBytes bytesOf(std::string_view text) {
+  FileBytes bytes;
+  bytes.bytes.reset(new char[text.size() + 1]);
+  std::copy(text.begin(), text.end(), bytes.bytes.get());
+  bytes.size = text.size();
+  return bytes;
+}
+
+FileBytes readStream(const Source& source, std::uint64_t maxSize) {
+  Descriptor opened;
+  int descriptor = STDIN_FILENO;
+  if (source.path != kStandardInput) {
+    opened = Descriptor(::open(source.path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!opened) failRead(source, std::string("it can't be opened: ") + std::strerror(errno));
+    descriptor = opened.number();
+  }
+  constexpr std::size_t kPiece = 1024 * 1024;
+  std::string text;
+  while (true) {
+    const std::size_t before = text.size();
+    text.resize(before + kPiece);
+    const ssize_t count = ::read(descriptor, text.data() + before, kPiece);
+    const int error = errno;
+    text.resize(before + static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+    if (count < 0 && error == EINTR) continue;
+    if (count < 0) failRead(source, std::string("it can't be read: ") + std::strerror(error));
+    if (count == 0) break;
+    if (text.size() > maxSize) failLarge(source, maxSize);
+  }
+  FileBytes bytes = bytesOf(text);
+  bytes.stamp.seconds = ::time(nullptr);
+  return bytes;
+}
+
+FileBytes readMember(const Source& source, std::uint64_t maxSize) {
+  if (source.kept != nullptr) return bytesOf(*source.kept);
+  auto archive = Archive::open(source.path);
+  if (!archive) failRead(source, "the archive is gone");
+  try {
+    for (std::size_t member = 0; archive->next(); ++member) {
+      if (member < source.member) continue;
+      if (archive->name() != source.memberName) break;
+      std::string text;
+      if (archive->read(text, maxSize) && archive->read(text, 1)) failLarge(source, maxSize);
+      return bytesOf(text);
+    }
+  } catch (const std::runtime_error& error) {
+    failRead(source, error.what());
+  }
+  failRead(source, "the archive is another one by now");
+}
+
+}  // namespace
+
+std::string Source::shown() const {
+  if (kind == Kind::kStream && path == kStandardInput) return "the standard input";
+  return memberName.empty() ? path.string() : path.string() + ":" + memberName;
+}
+
+Sources findSources(const std::vector<std::string>& arguments, std::uint64_t maxSize, Sources::Names names) {
+  Finder finder(maxSize, names);
+  for (const std::string& argument : arguments) finder.take(argument);
+  return finder.done();
+}
+
+FileBytes readSource(const Source& source, std::uint64_t maxSize) {
+  if (source.kind == Source::Kind::kFile) return platform::metabase::readFile(source.path);
+  if (source.kind == Source::Kind::kStream) return readStream(source, maxSize);
+  FileBytes bytes = readMember(source, maxSize);
+  if (const auto stamp = platform::metabase::stampOf(source.path)) bytes.stamp = *stamp;
+  bytes.stamp.seconds = source.modified;
+  bytes.stamp.nanoseconds = 0;
+  return bytes;
+}
+
+bool hasChanged(const Source& source, const platform::metabase::Stamp& stamp) {
+  if (source.kind == Source::Kind::kStream) return false;
+  const auto now = platform::metabase::stampOf(source.path);
+  if (source.kind == Source::Kind::kFile) return now != stamp;
+  return !now || now->device != stamp.device || now->inode != stamp.inode || now->size != stamp.size;
+}
+
+}  // namespace host

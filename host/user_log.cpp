@@ -1,0 +1,44 @@
+#include "host/user_log.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "host/descriptor.h"
+
+namespace host {
+
+void appendToLog(const std::filesystem::path& file, std::string_view records) {
+  if (records.empty()) return;
+  const auto fail = [&](const char* why) {
+    throw std::runtime_error("Can't write the log " + file.string() + ": " + why);
+  };
+  // Opening a FIFO would else wait for a reader.
+  const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+  const Descriptor log(::open(file.c_str(), flags, 0666));
+  struct stat status {};
+  if (!log) fail(errno == ENXIO ? "it is a FIFO" : std::strerror(errno));
+  if (::fstat(log.number(), &status) != 0) fail(std::strerror(errno));
+  if (!S_ISREG(status.st_mode)) fail(S_ISFIFO(status.st_mode) ? "it is a FIFO" : "it is not a plain file");
+
+  // One writer at a time, so that half a text can be taken back.
+  ::flock(log.number(), LOCK_EX);
+  if (::fstat(log.number(), &status) != 0) fail(std::strerror(errno));
+  while (!records.empty()) {
+    const ssize_t written = ::write(log.number(), records.data(), records.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) {
+      const int error = written < 0 ? errno : ENOSPC;
+      [[maybe_unused]] const int ignored = ::ftruncate(log.number(), status.st_size);
+      fail(std::strerror(error));
+    }
+    records.remove_prefix(static_cast<std::size_t>(written));
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,53 @@
+// A database that belongs to one collection alone.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "automation/text.h"
+#include "sqlite/database.h"
+
+namespace platform::store {
+
+class Session;
+
+// A database that nobody else sees, in memory and in a nameless temporary file. Used by one thread at a time.
+// Its members throw sqlite::Error.
+class PrivateDatabase {
+ public:
+  // `name` is what the database is called in messages and records: that of the file whose place it takes.
+  explicit PrivateDatabase(const std::string& name);
+  ~PrivateDatabase();
+  PrivateDatabase(const PrivateDatabase&) = delete;
+  PrivateDatabase& operator=(const PrivateDatabase&) = delete;
+
+  // The handle that the connections use too.
+  sqlite::Database& database();
+
+  // Removes all rows; the tables stay.
+  void empty();
+
+  // What the first operation said that has failed for want of space, of memory or of a place for a temporary
+  // file; empty where none has. The rows are not to be relied on then.
+  const std::string& breakdown() const;
+
+ private:
+  friend class Loan;
+  std::shared_ptr<Session> session_;
+};
+
+// While it lives, connections that the calling thread opens under the private database's name are connections
+// to it; they share its one handle. Connections of other threads, and those under another name, get the file
+// that their name means. One at a time on a thread, and ended on that thread.
+class Loan {
+ public:
+  explicit Loan(PrivateDatabase& database);
+  ~Loan();
+  Loan(const Loan&) = delete;
+  Loan& operator=(const Loan&) = delete;
+};
+
+// The session that the calling thread has on loan under this name, or null.
+std::shared_ptr<Session> lent(automation::TextView name);
+
+}  // namespace platform::store

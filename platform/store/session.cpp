@@ -1,0 +1,140 @@
+#include "platform/store/session.h"
+
+#include <atomic>
+#include <cstring>
+#include <utility>
+
+#include "platform/store/store.h"
+
+namespace platform::store {
+
+using automation::Failure;
+using automation::Text;
+using automation::TextView;
+using sqlite::Cause;
+
+namespace {
+
+std::atomic<std::chrono::milliseconds> waitForLocks{std::chrono::milliseconds(5000)};
+
+[[noreturn]] void failAs(const sqlite::Error& error, TextView source) {
+  std::int32_t code = number::kUnusableFile;
+  if (error.cause() == Cause::kNoTable) code = number::kNoSuchTable;
+  if (error.cause() == Cause::kBadSql) code = number::kBadSql;
+  if (error.cause() == Cause::kConstraint) code = number::kConstraint;
+  throw Failure(code, automation::fromUtf8(error.what()), Text(source));
+}
+
+std::string insertSqlFor(sqlite3_stmt* statement) {
+  std::string table;
+  std::string names;
+  std::string values;
+  for (int column = 0; column < sqlite3_column_count(statement); ++column) {
+    const char* schemaName = sqlite3_column_database_name(statement, column);
+    const char* tableName = sqlite3_column_table_name(statement, column);
+    const char* columnName = sqlite3_column_origin_name(statement, column);
+    if (schemaName == nullptr || tableName == nullptr || columnName == nullptr) return {};
+    std::string from = sqlite::quotedName(schemaName) + '.' + sqlite::quotedName(tableName);
+    if (column == 0) {
+      table = std::move(from);
+    } else if (from != table) {
+      return {};
+    }
+    names += (column == 0 ? "" : ", ") + sqlite::quotedName(columnName);
+    values += column == 0 ? "?" : ", ?";
+  }
+  return "insert into " + table + " (" + names + ") values (" + values + ")";
+}
+
+std::shared_ptr<const Columns> describe(const sqlite::Statement& statement) {
+  auto columns = std::make_shared<Columns>();
+  for (int column = 0; column < statement.columnCount(); ++column) {
+    columns->names.push_back(automation::fromUtf8(statement.columnName(column)));
+  }
+  columns->insertSql = insertSqlFor(statement.raw());
+  return columns;
+}
+
+}  // namespace
+
+void setLockWait(std::chrono::milliseconds wait) {
+  waitForLocks = wait;
+}
+
+Query& Session::query(TextView sql, TextView source) {
+  for (const auto& query : queries_) {
+    if (query->sql.size() == sql.size() &&
+        std::memcmp(query->sql.data(), sql.data(), sql.size() * sizeof(char16_t)) == 0) {
+      return *query;
+    }
+  }
+  const std::string utf8 = automation::toUtf8(sql);
+  if (utf8.find_first_not_of(" \t\r\n\f;") == std::string::npos) {
+    throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
+  }
+  sqlite::Statement statement = attempt(source, [&] { return database_->prepare(utf8); });
+  if (statement.columnCount() == 0) {
+    throw Failure(number::kBadSql,
+                  automation::fromUtf8("Database '" + database_->name() + "': the statement gives no rows"),
+                  Text(source));
+  }
+  auto columns = describe(statement);
+  auto query = std::make_unique<Query>(Query{Text(sql), std::move(statement), std::move(columns)});
+  if (queries_.size() < kMostQueries) {
+    queries_.push_back(std::move(query));
+    return *queries_.back();
+  }
+  auto& place = queries_[nextToDrop_++ % kMostQueries];
+  place = std::move(query);
+  return *place;
+}
+
+void Session::refreshColumns(Query& query) {
+  if (sqlite3_stmt_status(query.statement.raw(), SQLITE_STMTSTATUS_REPREPARE, 1) == 0) return;
+  query.columns = describe(query.statement);
+}
+
+sqlite::Statement& Session::insertion(const std::string& sql, TextView source) {
+  const auto found = insertions_.find(sql);
+  if (found != insertions_.end()) return found->second;
+  return attempt(source, [&]() -> sqlite::Statement& {
+    return insertions_.emplace(sql, database_->prepare(sql)).first->second;
+  });
+}
+
+// The other connections of the database would be drawn into a transaction that an SQL text begins, and one
+// that it ends is somebody else's.
+void Session::execute(TextView sql, TextView source) {
+  const std::string utf8 = automation::toUtf8(sql);
+  if (utf8.find_first_not_of(" \t\r\n\f;") == std::string::npos) {
+    throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
+  }
+  attempt(source, [&] {
+    const bool open = database_->inTransaction();
+    database_->prepare(utf8).run();
+    if (database_->inTransaction() == open) return;
+    database_->execute(open ? "begin" : "rollback");
+    throw Failure(automation::number::kNotAllowedInContext,
+                  u"A transaction can't be begun or ended by an SQL text", Text(source));
+  });
+}
+
+void Session::fail(const sqlite::Error& error, TextView source) {
+  const bool lasting = error.cause() == Cause::kLack || error.cause() == Cause::kUnusable;
+  if (lasting && breakdown_.empty()) breakdown_ = error.what();
+  failAs(error, source);
+}
+
+std::shared_ptr<Session> openFile(TextView path, TextView source) {
+  try {
+    auto database = std::make_unique<sqlite::Database>(automation::toUtf8(path),
+                                                       sqlite::Database::Mode::kReadWrite, waitForLocks);
+    // Somebody who is writing shows now, and not at the first row.
+    sqlite::Transaction probe(*database);
+    return std::make_shared<Session>(std::move(database));
+  } catch (const sqlite::Error& error) {
+    failAs(error, source);
+  }
+}
+
+}  // namespace platform::store

@@ -1,0 +1,59 @@
+// The files of one test.
+#pragma once
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+namespace test {
+
+// A folder that goes with its owner: in memory where the system offers that.
+class Folder {
+ public:
+  Folder() {
+    const std::filesystem::path memory = "/dev/shm";
+    const bool inMemory = ::access(memory.c_str(), W_OK | X_OK) == 0;
+    std::string name =
+        ((inMemory ? memory : std::filesystem::temp_directory_path()) / "inventory-test-XXXXXX").string();
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("can't make the folder " + name);
+    path_ = name;
+  }
+  ~Folder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+  }
+  Folder(const Folder&) = delete;
+  Folder& operator=(const Folder&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
+
+  // A folder inside it.
+  std::filesystem::path folder(std::string_view name) const {
+    std::filesystem::create_directories(path_ / name);
+    return path_ / name;
+  }
+
+  // A file inside it.
+  std::string file(std::string_view name, std::string_view text) const {
+    std::ofstream(path_ / name, std::ios::binary) << text;
+    return (path_ / name).string();
+  }
+
+ private:
+  std::filesystem::path path_;
+};
+
+inline std::string contents(const std::filesystem::path& file) {
+  std::ifstream stream(file, std::ios::binary);
+  return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+}  // namespace test

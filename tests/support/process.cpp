@@ -1,0 +1,86 @@
+#include "tests/support/process.h"
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace test {
+namespace {
+
+std::string taken(int& file) {
+  std::string text(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
+  if (::pread(file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) text = "unreadable";
+  ::close(file);
+  file = -1;
+  return text;
+}
+
+}  // namespace
+
+pid_t inChild(const std::function<void()>& work) {
+  const pid_t child = ::fork();
+  if (child < 0) throw std::runtime_error("can't start a process");
+  if (child != 0) return child;
+  try {
+    work();
+    ::_exit(0);
+  } catch (...) {
+    ::_exit(1);
+  }
+}
+
+void become(const Folder& folder, Arguments arguments, const std::function<void()>& prepare) {
+  ::setenv("TMPDIR", folder.folder("temporary").c_str(), 1);
+  if (prepare) prepare();
+  arguments.insert(arguments.begin(), IISINVENTORY_PROGRAM);
+  std::vector<char*> raw;
+  for (std::string& argument : arguments) raw.push_back(argument.data());
+  raw.push_back(nullptr);
+  ::execv(raw[0], raw.data());
+  ::_exit(127);
+}
+
+int endOf(pid_t child) {
+  int status = 0;
+  if (::waitpid(child, &status, 0) != child) return -1000;
+  return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+Program::Program(const Folder& folder, const Arguments& arguments, const std::function<void()>& prepare)
+    : out_(::memfd_create("out", MFD_CLOEXEC)), err_(::memfd_create("err", MFD_CLOEXEC)) {
+  id_ = inChild([&] {
+    ::dup2(out_, STDOUT_FILENO);
+    ::dup2(err_, STDERR_FILENO);
+    become(folder, arguments, prepare);
+  });
+}
+
+Program::~Program() {
+  if (out_ < 0) return;
+  ::kill(id_, SIGKILL);
+  end();
+}
+
+bool Program::runs() const {
+  siginfo_t info{};
+  return ::waitid(P_PID, static_cast<id_t>(id_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
+}
+
+Result Program::end() {
+  const int status = endOf(id_);
+  return {status, taken(out_), taken(err_)};
+}
+
+std::string generated(const Folder& folder, const std::string& server,
+                      const bench::MetabaseOptions& options) {
+  const std::filesystem::path file = folder / (server + ".xml");
+  std::ofstream out(file, std::ios::binary);
+  bench::writeMetabase(options, out);
+  return server + "=" + file.string();
+}
+
+}  // namespace test
