@@ -42,18 +42,19 @@ void AppPoolCollection::EnumAppsInPool(const Text& strServerName, const Text& st
 
   guard.step([&] { progress::ShowHourglass(); });
   guard.step(
-      [&] { SetStatusBarMessage(progress::StatusText(u"Loading Applied objects from", strServerName)); });
+      [&] { SetStatusBarMessage(progress::StatusText(u"Loading Applied objects from"sv, strServerName)); });
   guard.step([&] {
     objService = GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\" + strServerName +
                            u"\\root\\microsoftiisv2");
   });
-  guard.step(
-      [&] { objPools = toObject(call(objService, u"ExecQuery", u"Select Name From IIsApplicationPool")); });
+  guard.step([&] {
+    objPools = toObject(call(objService, u"ExecQuery"sv, u"Select Name From IIsApplicationPool"sv));
+  });
   if (objPools != nullptr) {
     guard.forEachUntil(objPools, [&](const ObjectRef& objPool) {
-      guard.step([&] { strName = TextFrom(toText(read(objPool, u"Name")), kPoolPrefixLength); });
+      guard.step([&] { strName = TextFrom(toText(read(objPool, u"Name"sv)), kPoolPrefixLength); });
       if (!equalsIgnoringCase(strName, strSelectedNode)) return false;
-      guard.step([&] { callByReference(objPool, u"EnumAppsInPool", aApplications); });
+      guard.step([&] { callByReference(objPool, u"EnumAppsInPool"sv, aApplications); });
       bFound = true;
       return true;
     });
@@ -93,9 +94,9 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
     WriteToLog(objErr.number, objErr.description, objErr.source, u"GetAppliedObjectProperties");
   });
 
-  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) return;
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""sv); })) return;
   if (guard.opened([&] {
-        return OpenRecordset(objRs, u"Select * from tblAppliedObject where 1=2", objCn, kForwardOnly,
+        return OpenRecordset(objRs, u"Select * from tblAppliedObject where 1=2"sv, objCn, kForwardOnly,
                              kOptimistic, kServerSide);
       })) {
     // /LM and the closing slash go; what is left begins with a slash, so its first piece is empty.
@@ -108,13 +109,13 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
       TextView strPort;
       Text strState;
       guard.step([&] {
-        objObject = GetObject(concat({u"IIS://", strServerName, u"/", PieceOf(strObjectPath, u'/', 1), u"/",
-                                      PieceOf(strObjectPath, u'/', 2)}));
+        objObject = GetObject(concat({u"IIS://"sv, strServerName, u"/"sv, PieceOf(strObjectPath, u'/', 1),
+                                      u"/"sv, PieceOf(strObjectPath, u'/', 2)}));
       });
-      guard.step([&] { strObjectName = toText(read(objObject, u"servercomment")); });
-      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing", strObjectName)); });
+      guard.step([&] { strObjectName = toText(read(objObject, u"servercomment"sv)); });
+      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing"sv, strObjectName)); });
       // The last binding counts. Without the list there are no bounds to walk between.
-      if (guard.step([&] { aBindings = read(objObject, u"ServerBindings"); })) {
+      if (guard.step([&] { aBindings = read(objObject, u"ServerBindings"sv); })) {
         guard.forEachIndex(aBindings, [&](std::int32_t intIndex) {
           guard.step([&] { strBinding = toText(element(aBindings, intIndex)); });
         });
@@ -122,35 +123,35 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
       guard.step([&] { strIP = PieceOf(strBinding, u':', 0); });
       guard.step([&] { strPort = PieceOf(strBinding, u':', 1); });
       if (strIP.empty()) strIP = u"(All Unassigned)";
-      guard.step([&] { strState = StateWord(toText(read(objObject, u"Status"))); });
+      guard.step([&] { strState = StateWord(toText(read(objObject, u"Status"sv))); });
       // The last child that has a path counts.
       guard.forEach(objObject, [&](const ObjectRef& objChild) {
-        guard.step([&] { strPath = toText(read(objChild, u"Path")); });
+        guard.step([&] { strPath = toText(read(objChild, u"Path"sv)); });
       });
 
-      guard.step([&] { call(objRs, u"AddNew"); });
-      guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
-      guard.step([&] { WriteText(objRs, u"Application pool name", strPoolName); });
-      guard.step([&] { WriteText(objRs, u"Object name", strObjectName); });
-      guard.step([&] { WriteText(objRs, u"Object type", u"Web site"); });
-      guard.step([&] { WriteText(objRs, u"IP address", strIP); });
-      guard.step([&] { WriteText(objRs, u"TCP port", strPort); });
-      guard.step([&] { WriteText(objRs, u"State", strState); });
-      guard.step([&] { WriteText(objRs, u"Local path", strPath); });
+      guard.step([&] { call(objRs, u"AddNew"sv); });
+      guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });
+      guard.step([&] { WriteText(objRs, u"Application pool name"sv, strPoolName); });
+      guard.step([&] { WriteText(objRs, u"Object name"sv, strObjectName); });
+      guard.step([&] { WriteText(objRs, u"Object type"sv, u"Web site"sv); });
+      guard.step([&] { WriteText(objRs, u"IP address"sv, strIP); });
+      guard.step([&] { WriteText(objRs, u"TCP port"sv, strPort); });
+      guard.step([&] { WriteText(objRs, u"State"sv, strState); });
+      guard.step([&] { WriteText(objRs, u"Local path"sv, strPath); });
     } else {
-      guard.step([&] { objObject = GetObject(concat({u"IIS://", strServerName, strObjectPath})); });
-      guard.step([&] { strObjectName = toText(read(objObject, u"Name")); });
-      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing", strObjectName)); });
-      guard.step([&] { strPath = toText(read(objObject, u"Path")); });
+      guard.step([&] { objObject = GetObject(concat({u"IIS://"sv, strServerName, strObjectPath})); });
+      guard.step([&] { strObjectName = toText(read(objObject, u"Name"sv)); });
+      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing"sv, strObjectName)); });
+      guard.step([&] { strPath = toText(read(objObject, u"Path"sv)); });
 
-      guard.step([&] { call(objRs, u"AddNew"); });
-      guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
-      guard.step([&] { WriteText(objRs, u"Application pool name", strPoolName); });
-      guard.step([&] { WriteText(objRs, u"Object name", strObjectName); });
-      guard.step([&] { WriteText(objRs, u"Object type", u"Virtual directory"); });
-      guard.step([&] { WriteText(objRs, u"Local path", strPath); });
+      guard.step([&] { call(objRs, u"AddNew"sv); });
+      guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });
+      guard.step([&] { WriteText(objRs, u"Application pool name"sv, strPoolName); });
+      guard.step([&] { WriteText(objRs, u"Object name"sv, strObjectName); });
+      guard.step([&] { WriteText(objRs, u"Object type"sv, u"Virtual directory"sv); });
+      guard.step([&] { WriteText(objRs, u"Local path"sv, strPath); });
     }
-    guard.step([&] { call(objRs, u"Update"); });
+    guard.step([&] { call(objRs, u"Update"sv); });
     guard.step([&] { CloseRecordset(objRs, True); });
   }
   guard.step([&] { CloseConnection(objCn); });

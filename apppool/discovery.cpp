@@ -36,10 +36,10 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
   });
 
   guard.step([&] {
-    SetStatusBarMessage(progress::StatusText(u"Loading Application Pools from", strIISServerName));
+    SetStatusBarMessage(progress::StatusText(u"Loading Application Pools from"sv, strIISServerName));
   });
 
-  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) {
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""sv); })) {
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Connection failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
     });
@@ -57,21 +57,21 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
     return 0;
   }
 
-  if (guard.test([&] { return automation::toBool(read(objRs, u"EOF")); })) {
+  if (guard.test([&] { return automation::toBool(read(objRs, u"EOF"sv)); })) {
     guard.step([&] { objPools = GetObject(u"IIS://" + strIISServerName + u"/W3SVC/apppools"); });
     if (objPools != nullptr) {
       guard.forEach(objPools, [&](const ObjectRef& objChild) {
         mstrAppPoolName.clear();
-        guard.step([&] { mstrAppPoolName = toText(read(objChild, u"Name")); });
-        guard.step([&] { call(objRs, u"AddNew"); });
-        guard.step([&] { WriteText(objRs, u"Server name", strIISServerName); });
-        guard.step([&] { WriteText(objRs, u"Application pool name", mstrAppPoolName); });
-        guard.step([&] { call(objRs, u"Update"); });
+        guard.step([&] { mstrAppPoolName = toText(read(objChild, u"Name"sv)); });
+        guard.step([&] { call(objRs, u"AddNew"sv); });
+        guard.step([&] { WriteText(objRs, u"Server name"sv, strIISServerName); });
+        guard.step([&] { WriteText(objRs, u"Application pool name"sv, mstrAppPoolName); });
+        guard.step([&] { call(objRs, u"Update"sv); });
       });
     }
   }
 
-  guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount")); });
+  guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount"sv)); });
   guard.step([&] { CloseRecordset(objRs, True); });
   guard.step([&] { CloseConnection(objCn); });
   return intCount;

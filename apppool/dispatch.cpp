@@ -73,7 +73,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
         [&] { return OpenRecordset(objRs, tab.strSql, objCn, kForwardOnly, kOptimistic, kServerSide); });
   };
 
-  if (guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) {
+  if (guard.opened([&] { return OpenConnection(objCn, strDBName, u""sv); })) {
     const Tab* const tab = FindTab(StrSelectedTab);
     if (tab != nullptr && bApplicationLevel != False) {
       if (openTable(*tab)) {

@@ -19,15 +19,16 @@ void AppPoolCollection::GetAppPoolGeneralProperty(const Text& strServerName, Obj
       [&] {
         ClearError();
         mstrAppPoolName.clear();
-        mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
+        mstrAppPoolName = toText(read(objObject, u"Name"sv));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, mstrAppPoolName));
 
-        const TextView strState = toInt16(read(objObject, u"AppPoolState")) == 2 ? u"Running" : u"Stopped";
+        const TextView strState =
+            toInt16(read(objObject, u"AppPoolState"sv)) == 2 ? u"Running"sv : u"Stopped"sv;
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
-        WriteText(objRs, u"State", strState);
-        call(objRs, u"Update");
+        WriteText(objRs, u"State"sv, strState);
+        call(objRs, u"Update"sv);
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, objErr.source, u"GetAppPoolGeneralProperty");

@@ -23,27 +23,27 @@ void AppPoolCollection::GetHealthProperties(const Text& strServerName, ObjectRef
       [&] {
         ClearError();
         mstrAppPoolName.clear();
-        mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
+        mstrAppPoolName = toText(read(objObject, u"Name"sv));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, mstrAppPoolName));
 
-        const TextView strPinging = TrueWord(toInt16(read(objObject, u"PingingEnabled")));
-        const std::int32_t lngPingInterval = toInt32(read(objObject, u"PingInterval"));
-        const TextView strRapidFail = TrueWord(toInt16(read(objObject, u"RapidFailProtection")));
-        const std::int32_t lngMaxCrashes = toInt32(read(objObject, u"RapidFailProtectionmaxCrashes"));
-        const std::int32_t lngCrashInterval = toInt32(read(objObject, u"RapidFailProtectionInterval"));
-        const std::int32_t lngStartupLimit = toInt32(read(objObject, u"StartupTimeLimit"));
-        const std::int32_t lngShutdownLimit = toInt32(read(objObject, u"ShutdownTimeLimit"));
+        const TextView strPinging = TrueWord(toInt16(read(objObject, u"PingingEnabled"sv)));
+        const std::int32_t lngPingInterval = toInt32(read(objObject, u"PingInterval"sv));
+        const TextView strRapidFail = TrueWord(toInt16(read(objObject, u"RapidFailProtection"sv)));
+        const std::int32_t lngMaxCrashes = toInt32(read(objObject, u"RapidFailProtectionmaxCrashes"sv));
+        const std::int32_t lngCrashInterval = toInt32(read(objObject, u"RapidFailProtectionInterval"sv));
+        const std::int32_t lngStartupLimit = toInt32(read(objObject, u"StartupTimeLimit"sv));
+        const std::int32_t lngShutdownLimit = toInt32(read(objObject, u"ShutdownTimeLimit"sv));
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
-        WriteText(objRs, u"Enable pinging", strPinging);
-        WriteNumber(objRs, u"Ping worker process (frequency in seconds)", lngPingInterval);
-        WriteText(objRs, u"Enable rapid-fail protection", strRapidFail);
-        WriteNumber(objRs, u"Rapid-fail protection failures", lngMaxCrashes);
-        WriteNumber(objRs, u"Rapid-fail protection time period (in minutes)", lngCrashInterval);
-        WriteNumber(objRs, u"Startup time limit (in seconds)", lngStartupLimit);
-        WriteNumber(objRs, u"Shutdown time limit (in seconds)", lngShutdownLimit);
-        call(objRs, u"Update");
+        WriteText(objRs, u"Enable pinging"sv, strPinging);
+        WriteNumber(objRs, u"Ping worker process (frequency in seconds)"sv, lngPingInterval);
+        WriteText(objRs, u"Enable rapid-fail protection"sv, strRapidFail);
+        WriteNumber(objRs, u"Rapid-fail protection failures"sv, lngMaxCrashes);
+        WriteNumber(objRs, u"Rapid-fail protection time period (in minutes)"sv, lngCrashInterval);
+        WriteNumber(objRs, u"Startup time limit (in seconds)"sv, lngStartupLimit);
+        WriteNumber(objRs, u"Shutdown time limit (in seconds)"sv, lngShutdownLimit);
+        call(objRs, u"Update"sv);
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, objErr.source, u"GetHealthProperties");

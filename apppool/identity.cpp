@@ -19,12 +19,12 @@ void AppPoolCollection::GetIdentityProperties(const Text& strServerName, ObjectR
       [&] {
         ClearError();
         mstrAppPoolName.clear();
-        mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
+        mstrAppPoolName = toText(read(objObject, u"Name"sv));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, mstrAppPoolName));
 
         Text strSetting;
         Text strAccount;
-        switch (toInt16(read(objObject, u"AppPoolIdentityType"))) {
+        switch (toInt16(read(objObject, u"AppPoolIdentityType"sv))) {
           case 0:
             strSetting = u"Predefined";
             strAccount = u"Local System";
@@ -39,17 +39,17 @@ void AppPoolCollection::GetIdentityProperties(const Text& strServerName, ObjectR
             break;
           case 3:
             strSetting = u"Configurable";
-            strAccount = toText(read(objObject, u"WAMUserName"));
+            strAccount = toText(read(objObject, u"WAMUserName"sv));
             break;
           default:
             break;
         }
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
-        WriteText(objRs, u"Application pool identity settings", strSetting);
-        WriteText(objRs, u"Security account", strAccount);
-        call(objRs, u"Update");
+        WriteText(objRs, u"Application pool identity settings"sv, strSetting);
+        WriteText(objRs, u"Security account"sv, strAccount);
+        call(objRs, u"Update"sv);
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, objErr.source, u"GetIdentityProperties");

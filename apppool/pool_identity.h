@@ -7,8 +7,8 @@
 namespace TORVINFTPAppDataCom {
 
 inline void WritePoolIdentity(const ObjectRef& objRs, TextView strServerName, TextView strPoolName) {
-  WriteText(objRs, u"Server name", strServerName);
-  WriteText(objRs, u"Application pool name", strPoolName);
+  WriteText(objRs, u"Server name"sv, strServerName);
+  WriteText(objRs, u"Application pool name"sv, strPoolName);
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -18,24 +18,24 @@ namespace {
 // The statements of the second pass. The names stand in them as they are, unquoted: a single quote in one
 // spoils its own statements and no others. It stays so.
 Text ExtensionsSql(TextView strServerName) {
-  return concat({u"Select Distinct [Web service extension] from tblWSExtension where [Server name] = '",
-                 strServerName, u"' "});
+  return concat({u"Select Distinct [Web service extension] from tblWSExtension where [Server name] = '"sv,
+                 strServerName, u"' "sv});
 }
 
 Text AccessSql(TextView strServerName, TextView strExtension) {
-  return concat({u"Select Distinct [File access] from tblWSExtension where [Server name] = '", strServerName,
-                 u"' and [Web service extension]= '", strExtension, u"'"});
+  return concat({u"Select Distinct [File access] from tblWSExtension where [Server name] = '"sv,
+                 strServerName, u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
 }
 
 // The two updates differ in a blank.
 Text CustomSql(TextView strServerName, TextView strExtension) {
-  return concat({u"Update tblWSExtension set Status= 'Custom' Where [Server name]='", strServerName,
-                 u"' and [Web service extension]= '", strExtension, u"'"});
+  return concat({u"Update tblWSExtension set Status= 'Custom' Where [Server name]='"sv, strServerName,
+                 u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
 }
 
 Text StatusSql(TextView strStatus, TextView strServerName, TextView strExtension) {
-  return concat({u"Update tblWSExtension set Status= '", strStatus, u"' Where [Server name] ='",
-                 strServerName, u"' and [Web service extension]= '", strExtension, u"'"});
+  return concat({u"Update tblWSExtension set Status= '"sv, strStatus, u"' Where [Server name] ='"sv,
+                 strServerName, u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
 }
 
 // First pass: one row for each entry of the list.
@@ -48,33 +48,33 @@ void AddEntries(const Guard& guard, const ObjectRef& objRs, const Variant& aList
     TextView strDescription;
     guard.step([&] { strEntry = toText(element(aList, intIndex)); });
     guard.step([&] { intAccess = toInt16(PieceOf(strEntry, u',', 0)); });
-    const TextView strAccess = intAccess == 0 ? u"Prohibited" : u"Allowed";
+    const TextView strAccess = intAccess == 0 ? u"Prohibited"sv : u"Allowed"sv;
     guard.step([&] { strFile = PieceOf(strEntry, u',', 1); });
 
-    const bool bAllPrograms = equalsIgnoringCase(strFile, u"*.exe");
-    const bool bAllLibraries = equalsIgnoringCase(strFile, u"*.dll");
+    const bool bAllPrograms = equalsIgnoringCase(strFile, u"*.exe"sv);
+    const bool bAllLibraries = equalsIgnoringCase(strFile, u"*.dll"sv);
     if (bAllPrograms || bAllLibraries) {
-      strExtension = bAllPrograms ? u"CGI Extensions" : u"ISAPI Extensions";
-      strDescription = bAllPrograms ? u"All Unknown CGI Extensions" : u"All Unknown ISAPI Extensions";
-      guard.step([&] { call(objRs, u"AddNew"); });
-      guard.step([&] { WriteText(objRs, u"Web service extension", strExtension); });
-      guard.step([&] { WriteText(objRs, u"Description", strDescription); });
-      guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
-      guard.step([&] { WriteText(objRs, u"Status", strAccess); });
-      guard.step([&] { WriteText(objRs, u"Required files path", strFile); });
-      guard.step([&] { WriteText(objRs, u"File access", strAccess); });
+      strExtension = bAllPrograms ? u"CGI Extensions"sv : u"ISAPI Extensions"sv;
+      strDescription = bAllPrograms ? u"All Unknown CGI Extensions"sv : u"All Unknown ISAPI Extensions"sv;
+      guard.step([&] { call(objRs, u"AddNew"sv); });
+      guard.step([&] { WriteText(objRs, u"Web service extension"sv, strExtension); });
+      guard.step([&] { WriteText(objRs, u"Description"sv, strDescription); });
+      guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });
+      guard.step([&] { WriteText(objRs, u"Status"sv, strAccess); });
+      guard.step([&] { WriteText(objRs, u"Required files path"sv, strFile); });
+      guard.step([&] { WriteText(objRs, u"File access"sv, strAccess); });
     } else {
       guard.step([&] { strExtension = PieceOf(strEntry, u',', 3); });
       guard.step([&] { strDescription = PieceOf(strEntry, u',', 4); });
-      guard.step([&] { call(objRs, u"AddNew"); });
-      guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
-      guard.step([&] { WriteText(objRs, u"Web service extension", strExtension); });
-      guard.step([&] { WriteText(objRs, u"Description", strDescription); });
-      guard.step([&] { WriteText(objRs, u"Status", u""); });
-      guard.step([&] { WriteText(objRs, u"Required files path", strFile); });
-      guard.step([&] { WriteText(objRs, u"File access", strAccess); });
+      guard.step([&] { call(objRs, u"AddNew"sv); });
+      guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });
+      guard.step([&] { WriteText(objRs, u"Web service extension"sv, strExtension); });
+      guard.step([&] { WriteText(objRs, u"Description"sv, strDescription); });
+      guard.step([&] { WriteText(objRs, u"Status"sv, u""sv); });
+      guard.step([&] { WriteText(objRs, u"Required files path"sv, strFile); });
+      guard.step([&] { WriteText(objRs, u"File access"sv, strAccess); });
     }
-    guard.step([&] { call(objRs, u"Update"); });
+    guard.step([&] { call(objRs, u"Update"sv); });
   });
 }
 
@@ -85,25 +85,26 @@ void UpdateStatuses(const Guard& guard, ObjectRef& objCn, ObjectRef& objRs, cons
   Text strAccess;
   std::int16_t intCount = 0;
   bool bStuck = false;
-  while (!guard.test([&] { return automation::toBool(read(objRsExtensions, u"EOF")); })) {
-    guard.step(
-        [&] { strExtension = toText(readIndexed(objRsExtensions, u"Collect", u"Web service extension")); });
+  while (!guard.test([&] { return automation::toBool(read(objRsExtensions, u"EOF"sv)); })) {
+    guard.step([&] {
+      strExtension = toText(readIndexed(objRsExtensions, u"Collect"sv, u"Web service extension"sv));
+    });
     if (guard.opened([&] {
           return OpenRecordset(objRs, AccessSql(strServerName, strExtension), objCn, kForwardOnly,
                                kOptimistic, kClientSide);
         })) {
-      guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount")); });
-      guard.step([&] { strAccess = toText(readIndexed(objRs, u"Collect", u"File access")); });
+      guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount"sv)); });
+      guard.step([&] { strAccess = toText(readIndexed(objRs, u"Collect"sv, u"File access"sv)); });
       if (intCount > 1) {
-        guard.step([&] { call(objCn, u"Execute", CustomSql(strServerName, strExtension)); });
+        guard.step([&] { call(objCn, u"Execute"sv, CustomSql(strServerName, strExtension)); });
       } else {
-        guard.step([&] { call(objCn, u"Execute", StatusSql(strAccess, strServerName, strExtension)); });
+        guard.step([&] { call(objCn, u"Execute"sv, StatusSql(strAccess, strServerName, strExtension)); });
       }
       guard.step([&] { CloseRecordset(objRs, True); });
     }
     // A recordset that can't be moved on would show the same extension for ever: the second time ends the
     // walk.
-    const bool bMoved = guard.step([&] { call(objRsExtensions, u"MoveNext"); });
+    const bool bMoved = guard.step([&] { call(objRsExtensions, u"MoveNext"sv); });
     if (!bMoved && bStuck) break;
     bStuck = !bMoved;
   }
@@ -123,11 +124,11 @@ void AppPoolCollection::GetWebServiceExtension(const Text& strServerName, const 
 
   guard.step([&] { objService = GetObject(u"IIS://" + strServerName + u"/w3svc"); });
   if (objService == nullptr) return;
-  const bool bListRead = guard.step([&] { aList = read(objService, u"WebSvcExtRestrictionList"); });
-  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""); })) return;
+  const bool bListRead = guard.step([&] { aList = read(objService, u"WebSvcExtRestrictionList"sv); });
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u""sv); })) return;
 
   if (guard.opened([&] {
-        return OpenRecordset(objRs, u"Select * from tblWSExtension where 1=2", objCn, kForwardOnly,
+        return OpenRecordset(objRs, u"Select * from tblWSExtension where 1=2"sv, objCn, kForwardOnly,
                              kOptimistic, kServerSide);
       })) {
     // Without the list there are no bounds to walk between.

@@ -7,12 +7,12 @@ namespace TORVINFTPAppDataCom {
 
 // Of a setting with a value column beside it.
 inline TextView EnabledWord(std::int32_t lngSetting) {
-  return lngSetting == 0 ? u"Disabled" : u"Enabled";
+  return lngSetting == 0 ? u"Disabled"sv : u"Enabled"sv;
 }
 
 // Of a column whose name begins with "Enable".
 inline TextView TrueWord(std::int32_t lngSetting) {
-  return lngSetting == 0 ? u"False" : u"True";
+  return lngSetting == 0 ? u"False"sv : u"True"sv;
 }
 
 }  // namespace TORVINFTPAppDataCom

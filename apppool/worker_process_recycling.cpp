@@ -22,27 +22,27 @@ void AppPoolCollection::GetWorkerProcessRecycling(const Text& strServerName, Obj
       [&] {
         ClearError();
         mstrAppPoolName.clear();
-        mstrAppPoolName = toText(read(objObject, u"Name"));
-        SetStatusBarMessage(progress::StatusText(u"Processing", mstrAppPoolName));
+        mstrAppPoolName = toText(read(objObject, u"Name"sv));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, mstrAppPoolName));
 
-        const std::int32_t lngTime = toInt32(Trim(read(objObject, u"PeriodicRestartTime")));
+        const std::int32_t lngTime = toInt32(Trim(read(objObject, u"PeriodicRestartTime"sv)));
         const TextView strTime = EnabledWord(lngTime);
-        const std::int32_t lngRequests = toInt32(Trim(read(objObject, u"PeriodicRestartRequests")));
+        const std::int32_t lngRequests = toInt32(Trim(read(objObject, u"PeriodicRestartRequests"sv)));
         const TextView strRequests = EnabledWord(lngRequests);
-        const Variant aSchedule = read(objObject, u"PeriodicRestartSchedule");
+        const Variant aSchedule = read(objObject, u"PeriodicRestartSchedule"sv);
         const std::int16_t intUpper = narrowToInt16(upperBound(aSchedule));
-        const TextView strSchedule = intUpper == -1 ? u"Disabled" : u"Enabled";
+        const TextView strSchedule = intUpper == -1 ? u"Disabled"sv : u"Enabled"sv;
 
         const auto addRow = [&](const Variant& vScheduledAt) {
-          call(objRs, u"AddNew");
+          call(objRs, u"AddNew"sv);
           WritePoolIdentity(objRs, strServerName, mstrAppPoolName);
-          WriteText(objRs, u"Recycle settings", strTime);
-          WriteNumber(objRs, u"Recycle (in minutes)", lngTime);
-          WriteText(objRs, u"Recycle request settings", strRequests);
-          WriteNumber(objRs, u"Number of recycle requests", lngRequests);
-          WriteText(objRs, u"Recycle schedule settings", strSchedule);
-          WriteText(objRs, u"Scheduled recycle at", toText(vScheduledAt));
-          call(objRs, u"Update");
+          WriteText(objRs, u"Recycle settings"sv, strTime);
+          WriteNumber(objRs, u"Recycle (in minutes)"sv, lngTime);
+          WriteText(objRs, u"Recycle request settings"sv, strRequests);
+          WriteNumber(objRs, u"Number of recycle requests"sv, lngRequests);
+          WriteText(objRs, u"Recycle schedule settings"sv, strSchedule);
+          WriteText(objRs, u"Scheduled recycle at"sv, toText(vScheduledAt));
+          call(objRs, u"Update"sv);
         };
         if (intUpper < 0) {
           addRow(u"");

@@ -12,8 +12,8 @@
 //             the runtime's table (automation/runtime.h) is there for all threads.
 //   Lifetime  The functions below hold a reference of their own until the call returns: a member may take
 //             away the last reference that its caller has. Whoever calls a member of Object itself sees to
-//             that. Names, arguments and values belong to the caller and live until the call returns; an
-//             object copies what it keeps. A walk keeps alive what it needs of its object.
+//             that. Names, arguments and values belong to the caller, who leaves them alone until the call
+//             returns; an object copies what it keeps. A walk keeps alive what it needs of its object.
 #pragma once
 
 #include <array>

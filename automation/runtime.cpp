@@ -1,5 +1,6 @@
 #include "automation/runtime.h"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -16,19 +17,22 @@ TextView prefixOf(TextView moniker) {
   return colon == TextView::npos ? TextView() : moniker.substr(0, colon + 1);
 }
 
-template <typename Server>
-void enter(std::map<Text, std::shared_ptr<const Server>>& table, TextView name, Server server) {
-  if (server) {
-    table[lowerCase(name)] = std::make_shared<const Server>(std::move(server));
-  } else {
-    table.erase(lowerCase(name));
-  }
+template <typename Table>
+auto find(Table& table, TextView name) {
+  return std::find_if(table.begin(), table.end(),
+                      [&](const auto& entry) { return equalsIgnoringCase(entry.first, name); });
 }
 
-template <typename Server>
-std::shared_ptr<const Server> find(const std::map<Text, std::shared_ptr<const Server>>& table,
-                                   TextView name) {
-  const auto found = table.find(lowerCase(name));
+template <typename Table, typename Server>
+void enter(Table& table, TextView name, Server server) {
+  const auto found = find(table, name);
+  if (found != table.end()) table.erase(found);
+  if (server) table.emplace_back(name, std::make_shared<const Server>(std::move(server)));
+}
+
+template <typename Table>
+auto serverOf(const Table& table, TextView name) {
+  const auto found = find(table, name);
   return found == table.end() ? nullptr : found->second;
 }
 
@@ -56,13 +60,13 @@ void Runtime::setScreen(ObjectRef screen) {
 
 MonikerServer Runtime::monikerServer(TextView prefix) const {
   const std::shared_lock lock(mutex_);
-  const auto server = find(monikers_, prefix);
+  const auto server = serverOf(monikers_, prefix);
   return server ? *server : nullptr;
 }
 
 ClassServer Runtime::classServer(TextView programmaticId) const {
   const std::shared_lock lock(mutex_);
-  const auto server = find(classes_, programmaticId);
+  const auto server = serverOf(classes_, programmaticId);
   return server ? *server : nullptr;
 }
 
@@ -78,7 +82,7 @@ ObjectRef GetObject(TextView moniker) {
   std::shared_ptr<const MonikerServer> server;
   {
     const std::shared_lock lock(runtime.mutex_);
-    server = find(runtime.monikers_, prefixOf(moniker));
+    server = serverOf(runtime.monikers_, prefixOf(moniker));
   }
   if (!server) {
     throw Failure(number::kMonikerSyntax, u"Nobody serves this moniker: " + Text(moniker), kSource);
@@ -91,7 +95,7 @@ ObjectRef CreateObject(TextView programmaticId) {
   std::shared_ptr<const ClassServer> server;
   {
     const std::shared_lock lock(runtime.mutex_);
-    server = find(runtime.classes_, programmaticId);
+    server = serverOf(runtime.classes_, programmaticId);
   }
   if (!server) {
     throw Failure(number::kCannotCreateObject, u"Can't create object: " + Text(programmaticId), kSource);

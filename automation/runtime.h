@@ -3,9 +3,10 @@
 #pragma once
 
 #include <functional>
-#include <map>
 #include <memory>
 #include <shared_mutex>
+#include <utility>
+#include <vector>
 
 #include "automation/object.h"
 #include "automation/text.h"
@@ -43,9 +44,13 @@ class Runtime {
   ObjectRef screen() const;
 
  private:
+  // So few that looking through them takes less than anything cleverer.
+  template <typename Server>
+  using Table = std::vector<std::pair<Text, std::shared_ptr<const Server>>>;
+
   mutable std::shared_mutex mutex_;
-  std::map<Text, std::shared_ptr<const MonikerServer>> monikers_;
-  std::map<Text, std::shared_ptr<const ClassServer>> classes_;
+  Table<MonikerServer> monikers_;
+  Table<ClassServer> classes_;
   ObjectRef screen_;
 
   friend ObjectRef GetObject(TextView moniker);

@@ -2,11 +2,26 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 namespace automation {
 namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
+
+// Whether a text is ASCII, as nearly every one is: looked at in blocks of eight bytes, then one by one.
+template <typename Unit>
+bool isAscii(std::basic_string_view<Unit> text) {
+  constexpr std::size_t kBlock = sizeof(std::uint64_t) / sizeof(Unit);
+  constexpr std::uint64_t kBeyond = sizeof(Unit) == 1 ? 0x8080808080808080 : 0xFF80FF80FF80FF80;
+  while (text.size() >= kBlock) {
+    std::uint64_t block = 0;
+    std::memcpy(&block, text.data(), sizeof block);
+    if ((block & kBeyond) != 0) return false;
+    text.remove_prefix(kBlock);
+  }
+  return std::all_of(text.begin(), text.end(), [](Unit unit) { return unit >= 0 && unit < 0x80; });
+}
 
 bool isHighSurrogate(char32_t unit) {
   return unit >= 0xD800 && unit <= 0xDBFF;
@@ -99,6 +114,7 @@ constexpr char16_t kSmallYDiaeresis = 0x00FF;
 }  // namespace
 
 Text fromUtf8(std::string_view utf8) {
+  if (isAscii(utf8)) return Text(utf8.begin(), utf8.end());
   Text text;
   text.reserve(utf8.size());
   std::size_t at = 0;
@@ -119,6 +135,7 @@ Text fromUtf8(std::string_view utf8) {
 }
 
 std::string toUtf8(TextView text) {
+  if (isAscii(text)) return std::string(text.begin(), text.end());
   std::string utf8;
   utf8.reserve(text.size());
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -135,8 +152,7 @@ std::string toUtf8(TextView text) {
   return utf8;
 }
 
-char16_t toLower(char16_t unit) {
-  if (unit < 0x80) return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 0x20) : unit;
+char16_t toLowerBeyondAscii(char16_t unit) {
   if (unit == kCapitalYDiaeresis) return kSmallYDiaeresis;
   for (const CaseRange& range : kDistant) {
     if (unit >= range.firstUpper && unit <= range.lastUpper) {
@@ -151,8 +167,7 @@ char16_t toLower(char16_t unit) {
   return unit;
 }
 
-char16_t toUpper(char16_t unit) {
-  if (unit < 0x80) return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
+char16_t toUpperBeyondAscii(char16_t unit) {
   if (unit == kSmallYDiaeresis) return kCapitalYDiaeresis;
   for (const CaseRange& range : kDistant) {
     if (unit >= range.firstUpper + range.distance && unit <= range.lastUpper + range.distance) {
@@ -179,7 +194,7 @@ Text upperCase(TextView text) {
   return upper;
 }
 
-bool equalsIgnoringCase(TextView left, TextView right) {
+bool equalsInBothCases(TextView left, TextView right) {
   return std::equal(left.begin(), left.end(), right.begin(), right.end(),
                     [](char16_t a, char16_t b) { return a == b || toLower(a) == toLower(b); });
 }

@@ -18,14 +18,25 @@ Text fromUtf8(std::string_view utf8);
 std::string toUtf8(TextView text);
 
 // The other case of one letter: ASCII, Latin, Greek and Cyrillic. Any other unit is given back unchanged.
-char16_t toLower(char16_t unit);
-char16_t toUpper(char16_t unit);
+char16_t toLowerBeyondAscii(char16_t unit);
+char16_t toUpperBeyondAscii(char16_t unit);
+inline char16_t toLower(char16_t unit) {
+  if (unit >= 0x80) return toLowerBeyondAscii(unit);
+  return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 0x20) : unit;
+}
+inline char16_t toUpper(char16_t unit) {
+  if (unit >= 0x80) return toUpperBeyondAscii(unit);
+  return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
+}
 
 Text lowerCase(TextView text);
 Text upperCase(TextView text);
 
 // Whether two texts are equal without regard to case, unit by unit.
-bool equalsIgnoringCase(TextView left, TextView right);
+bool equalsInBothCases(TextView left, TextView right);
+inline bool equalsIgnoringCase(TextView left, TextView right) {
+  return left.size() == right.size() && equalsInBothCases(left, right);
+}
 
 // The pieces one behind the other.
 Text concat(std::initializer_list<TextView> pieces);

@@ -9,6 +9,9 @@
 
 namespace TORVINFTPAppDataCom {
 
+// A name in a member's place is u"..."sv, whose length the compiler knows.
+using namespace std::string_view_literals;
+
 using automation::Failure;
 using automation::ObjectRef;
 using automation::Text;

@@ -21,17 +21,17 @@ VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, TextView str
   VariantBool bResult = False;
   LeaveOnFailure(
       [&] {
-        objCn = CreateObject(u"ADODB.Connection");
-        write(objCn, u"Provider", vProvider);
-        call(objCn, u"Open", strDBName);
+        objCn = CreateObject(u"ADODB.Connection"sv);
+        write(objCn, u"Provider"sv, vProvider);
+        call(objCn, u"Open"sv, strDBName);
         bResult = True;
       },
       [&](const ErrorState& objErr) {
         WriteErrorLogEntry(objErr.number, objErr.description, kObjectName,
-                           concat({u"OpenConnection(", strCaller, u")"}));
+                           concat({u"OpenConnection("sv, strCaller, u")"sv}));
         bResult = False;
         if (objCn != nullptr) {
-          if (toInt32(read(objCn, u"State")) != kClosed) call(objCn, u"Close");
+          if (toInt32(read(objCn, u"State"sv)) != kClosed) call(objCn, u"Close"sv);
           objCn = nullptr;
         }
       });
@@ -43,8 +43,8 @@ void CloseConnection(ObjectRef& objCn) {
     WriteErrorLogEntry(objErr.number, objErr.description, kObjectName, u"CloseConnection");
   });
   if (objCn == nullptr) return;
-  if (guard.test([&] { return toInt32(read(objCn, u"State")) == kOpen; })) {
-    guard.step([&] { call(objCn, u"Close"); });
+  if (guard.test([&] { return toInt32(read(objCn, u"State"sv)) == kOpen; })) {
+    guard.step([&] { call(objCn, u"Close"sv); });
   }
   objCn = nullptr;
 }
@@ -54,19 +54,19 @@ VariantBool OpenRecordset(ObjectRef& objRs, TextView strSql, ObjectRef& objCn, s
   VariantBool bResult = False;
   LeaveOnFailure(
       [&] {
-        objRs = CreateObject(u"ADODB.Recordset");
-        write(objRs, u"CursorLocation", intCursorLocation);
-        write(objRs, u"LockType", lngLockType);
-        write(objRs, u"CursorType", lngCursorType);
-        write(objRs, u"ActiveConnection", objCn);
-        call(objRs, u"Open", strSql);
+        objRs = CreateObject(u"ADODB.Recordset"sv);
+        write(objRs, u"CursorLocation"sv, intCursorLocation);
+        write(objRs, u"LockType"sv, lngLockType);
+        write(objRs, u"CursorType"sv, lngCursorType);
+        write(objRs, u"ActiveConnection"sv, objCn);
+        call(objRs, u"Open"sv, strSql);
         bResult = True;
       },
       [&](const ErrorState& objErr) {
         WriteErrorLogEntry(objErr.number, objErr.description, kObjectName, u"OpenRecordset");
         bResult = False;
         if (objRs != nullptr) {
-          if (toInt32(read(objRs, u"State")) != kClosed) call(objRs, u"Close");
+          if (toInt32(read(objRs, u"State"sv)) != kClosed) call(objRs, u"Close"sv);
           objRs = nullptr;
         }
       });
@@ -78,9 +78,9 @@ void CloseRecordset(ObjectRef& objRs, VariantBool bRelease) {
     WriteErrorLogEntry(objErr.number, objErr.description, kObjectName, u"CloseRecordset");
   });
   if (objRs == nullptr) return;
-  if (guard.test([&] { return toInt32(read(objRs, u"State")) == kOpen; })) {
-    if (!guard.step([&] { call(objRs, u"Close"); })) {
-      guard.step([&] { call(objRs, u"CancelUpdate"); });
+  if (guard.test([&] { return toInt32(read(objRs, u"State"sv)) == kOpen; })) {
+    if (!guard.step([&] { call(objRs, u"Close"sv); })) {
+      guard.step([&] { call(objRs, u"CancelUpdate"sv); });
     }
   }
   if (bRelease != False) objRs = nullptr;
@@ -94,12 +94,17 @@ Variant NullToEmpty(Variant value) {
 Text QuoteForSql(TextView strText) {
   Text strQuoted;
   strQuoted.reserve(strText.size() + 2);
-  strQuoted += u'\'';
+  AppendQuoted(strQuoted, strText);
+  return strQuoted;
+}
+
+void AppendQuoted(Text& strTo, TextView strText) {
+  strTo += u'\'';
   for (std::size_t lngQuote; (lngQuote = strText.find(u'\'')) != TextView::npos;) {
-    strQuoted.append(strText.substr(0, lngQuote + 1)) += u'\'';
+    strTo.append(strText.substr(0, lngQuote + 1)) += u'\'';
     strText.remove_prefix(lngQuote + 1);
   }
-  return strQuoted.append(strText) += u'\'';
+  strTo.append(strText) += u'\'';
 }
 
 void WriteErrorLogEntry(std::int32_t aErrorNumber, const Text& aErrorMessage, const Text& aObjectName,

@@ -41,6 +41,7 @@ Variant NullToEmpty(Variant value);
 
 // The text between single quotes, with the quotes in it doubled.
 Text QuoteForSql(TextView strText);
+void AppendQuoted(Text& strTo, TextView strText);
 
 // Writes a record to the application error log, TORVINLog.Log in `mstrAppErrLogPath`. A failure passes to the
 // caller.

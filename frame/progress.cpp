@@ -14,23 +14,27 @@ constexpr std::int16_t kPointerHourglass = 11;
 }  // namespace
 
 void SetStatusBarMessage(const ObjectRef& objStatusBar, Text strMessage) {
-  if (objStatusBar != nullptr) write(objStatusBar, u"message", std::move(strMessage));
+  if (objStatusBar != nullptr) write(objStatusBar, u"message"sv, std::move(strMessage));
 }
 
 void SetProgressBarMax(const ObjectRef& objProgressBar, std::int16_t intMax) {
-  if (objProgressBar != nullptr) write(objProgressBar, u"Max", intMax);
+  if (objProgressBar != nullptr) write(objProgressBar, u"Max"sv, intMax);
 }
 
 void IncrementProgressBar(const ObjectRef& objProgressBar) {
-  if (objProgressBar != nullptr) call(objProgressBar, u"increment");
+  if (objProgressBar != nullptr) call(objProgressBar, u"increment"sv);
 }
 
 void SetProcessCountMessage(const ObjectRef& objProcessCount, Text strMessage) {
-  if (objProcessCount != nullptr) write(objProcessCount, u"message", std::move(strMessage));
+  if (objProcessCount != nullptr) write(objProcessCount, u"message"sv, std::move(strMessage));
 }
 
 Text StatusText(TextView strDoing, TextView strName) {
-  return concat({strDoing, u" ", mFTPAppPoolSupport::QuoteForSql(strName)});
+  Text strStatus;
+  strStatus.reserve(strDoing.size() + strName.size() + 3);
+  strStatus.append(strDoing) += u' ';
+  mFTPAppPoolSupport::AppendQuoted(strStatus, strName);
+  return strStatus;
 }
 
 Text CountText(std::int16_t intDone, std::int16_t intTotal) {
@@ -42,11 +46,11 @@ std::int16_t AddOne(std::int16_t intCount) {
 }
 
 void ShowHourglass() {
-  write(Screen(), u"MousePointer", kPointerHourglass);
+  write(Screen(), u"MousePointer"sv, kPointerHourglass);
 }
 
 void ShowDefaultPointer() {
-  write(Screen(), u"MousePointer", kPointerDefault);
+  write(Screen(), u"MousePointer"sv, kPointerDefault);
 }
 
 }  // namespace TORVINFTPAppDataCom::progress

@@ -1,6 +1,7 @@
 #include "frame/row.h"
 
 #include <algorithm>
+#include <new>
 
 #include "frame/guards.h"
 
@@ -18,39 +19,36 @@ struct Buffers {
   bool bLent = false;
 };
 
-// Lends the thread's buffers for one write. Inside another write, which a host's recordset may well cause, it
-// has some of its own.
-class LentBuffers {
- public:
-  LentBuffers() {
-    thread_local Buffers kept;
-    if (!kept.bLent) lent_ = &kept;
-    lent_->bLent = true;
-  }
-  ~LentBuffers() { lent_->bLent = false; }
-  LentBuffers(const LentBuffers&) = delete;
-  LentBuffers& operator=(const LentBuffers&) = delete;
+Buffers& ThreadBuffers() {
+  thread_local Buffers buffers;
+  // Without the launder the compiler looks the thread's object up anew at each use.
+  return *std::launder(&buffers);
+}
 
-  Variant& column(TextView strColumn) { return filled(lent_->vColumn, strColumn); }
-  const Variant& text(TextView strText) { return filled(lent_->vText, strText); }
+// Lends them for one write.
+class Loan {
+ public:
+  explicit Loan(Buffers& buffers) : buffers_(buffers) { buffers_.bLent = true; }
+  ~Loan() { buffers_.bLent = false; }
+  Loan(const Loan&) = delete;
+  Loan& operator=(const Loan&) = delete;
 
  private:
-  static Variant& filled(Variant& buffer, TextView strText) {
-    Text* const strKept = buffer.as<Text>();
-    if (strKept != nullptr && strKept->capacity() <= kKeptUnits) {
-      strKept->assign(strText);
-    } else {
-      buffer = strText;
-    }
-    return buffer;
-  }
-
-  Buffers own_;
-  Buffers* lent_ = &own_;
+  Buffers& buffers_;
 };
 
+void Fill(Variant& buffer, TextView strText) {
+  Text* const strKept = buffer.as<Text>();
+  if (strKept != nullptr && strKept->capacity() <= kKeptUnits) {
+    strKept->clear();
+    strKept->append(strText);
+  } else {
+    buffer = strText;
+  }
+}
+
 void WriteField(const ObjectRef& objRs, Variant& vColumn, const Variant& value) {
-  automation::writeWith(objRs, u"Collect", {&vColumn, 1}, value);
+  automation::writeWith(objRs, u"Collect"sv, {&vColumn, 1}, value);
 }
 
 }  // namespace
@@ -79,14 +77,31 @@ std::size_t CountPieces(TextView strText, char16_t chrDelimiter) {
   return 1 + static_cast<std::size_t>(std::count(strText.begin(), strText.end(), chrDelimiter));
 }
 
+// Inside another write of this thread, which a host's recordset may well cause, the buffers are lent already.
+
 void WriteColumn(const ObjectRef& objRs, TextView strColumn, const Variant& value) {
-  LentBuffers buffers;
-  WriteField(objRs, buffers.column(strColumn), value);
+  Buffers& buffers = ThreadBuffers();
+  if (buffers.bLent) {
+    Variant vColumn = strColumn;
+    WriteField(objRs, vColumn, value);
+    return;
+  }
+  const Loan loan(buffers);
+  Fill(buffers.vColumn, strColumn);
+  WriteField(objRs, buffers.vColumn, value);
 }
 
 void WriteText(const ObjectRef& objRs, TextView strColumn, TextView strText) {
-  LentBuffers buffers;
-  WriteField(objRs, buffers.column(strColumn), buffers.text(trimBlanks(strText)));
+  strText = trimBlanks(strText);
+  Buffers& buffers = ThreadBuffers();
+  if (buffers.bLent) {
+    WriteColumn(objRs, strColumn, strText);
+    return;
+  }
+  const Loan loan(buffers);
+  Fill(buffers.vColumn, strColumn);
+  Fill(buffers.vText, strText);
+  WriteField(objRs, buffers.vColumn, buffers.vText);
 }
 
 void WriteNumber(const ObjectRef& objRs, TextView strColumn, std::int32_t lngNumber) {

@@ -91,7 +91,7 @@ class FTPCollection {
   // What the two operations on virtual directories share: lists the children of the object at
   // `strObjectPath`, whose path towards the security rows is `strParentPath`.
   void ListVirtualDirectories(const Text& strObjectPath, const Text& strParentPath, const Text& strId,
-                              const Text& strDBName, TextView strCaller, const Text& strFunctionName);
+                              const Text& strDBName, TextView strCaller, TextView strFunctionName);
 
   // Writes the IP restrictions of one virtual directory, on a connection of its own.
   void GetVirtualDirSecurityProperties(const Text& strDirectoryName, const Text& strId,

@@ -17,13 +17,13 @@ VariantBool FTPCollection::GetDirectorySecurityProperties(const Text& strServerN
   LeaveOnFailure(
       [&] {
         ClearError();
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
         GetRestrictedIPAddress(strServerName, strSiteName, strId, objRs);
-        call(objRs, u"Update");
+        call(objRs, u"Update"sv);
         bResult = True;
       },
       [&](const ErrorState& objErr) {
@@ -41,13 +41,15 @@ void FTPCollection::GetRestrictedIPAddress(const Text& strServerName, const Text
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetRestrictedIPAddress");
   });
   const RowIdentity identity = {
-      {{u"Server name", strServerName}, {u"FTP site name", strSiteName}, {u"Identifier", strId}}};
+      {{u"Server name"sv, strServerName}, {u"FTP site name"sv, strSiteName}, {u"Identifier"sv, strId}}};
 
-  guard.step([&] { call(objRs, u"AddNew"); });
+  guard.step([&] { call(objRs, u"AddNew"sv); });
   WriteIdentity(guard, objRs, identity);
-  guard.step([&] { objRoot = GetObject(u"IIS://" + strServerName + u"/MSFTPSVC/" + strId + u"/Root"); });
+  guard.step([&] {
+    objRoot = GetObject(concat({u"IIS://"sv, strServerName, u"/MSFTPSVC/"sv, strId, u"/Root"sv}));
+  });
   if (objRoot == nullptr) return;
-  guard.step([&] { objIPSecurity = toObject(call(objRoot, u"GetEx", u"IPSecurity")); });
+  guard.step([&] { objIPSecurity = toObject(call(objRoot, u"GetEx"sv, u"IPSecurity"sv)); });
   WalkIPRestrictions(guard, objIPSecurity, objRs, identity);
 }
 

@@ -41,9 +41,9 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
                u"GenerateFTPSiteInfo(" + QuoteForSql(strServerName) + u", " + QuoteForSql(strDBName) + u")");
   });
 
-  guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Loading FTP Sites from", strServerName)); });
+  guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Loading FTP Sites from"sv, strServerName)); });
 
-  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u"FTPSiteInfo"); })) {
+  if (!guard.opened([&] { return OpenConnection(objCn, strDBName, u"FTPSiteInfo"sv); })) {
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Connection failure", u"TORVINFTPAppDataCom",
                  u"GenerateFTPSiteInfo");
@@ -62,26 +62,26 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
     return 0;
   }
 
-  if (guard.test([&] { return automation::toBool(read(objRs, u"EOF")); })) {
+  if (guard.test([&] { return automation::toBool(read(objRs, u"EOF"sv)); })) {
     guard.step([&] { objService = GetObject(u"IIS://" + strServerName + u"/MSFTPSVC"); });
     if (objService != nullptr) {
       guard.forEach(objService, [&](const ObjectRef& objChild) {
-        guard.step([&] { strName = toText(read(objChild, u"Name")); });
+        guard.step([&] { strName = toText(read(objChild, u"Name"sv)); });
         if (IsInfoNode(strName)) return;
-        guard.step([&] { call(objRs, u"AddNew"); });
+        guard.step([&] { call(objRs, u"AddNew"sv); });
         // Two steps, unlike in the tabs: where the read fails, the name comes from the comment of the child
         // before.
-        guard.step([&] { vComment = read(objChild, u"servercomment"); });
+        guard.step([&] { vComment = read(objChild, u"servercomment"sv); });
         guard.step([&] { strSiteName = vComment.isNull() ? Text(kNoSiteName) : toText(vComment); });
-        guard.step([&] { WriteText(objRs, u"Server name", strServerName); });
-        guard.step([&] { WriteText(objRs, u"FTP site name", strSiteName); });
-        guard.step([&] { WriteText(objRs, u"Identifier", strName); });
-        guard.step([&] { call(objRs, u"Update"); });
+        guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });
+        guard.step([&] { WriteText(objRs, u"FTP site name"sv, strSiteName); });
+        guard.step([&] { WriteText(objRs, u"Identifier"sv, strName); });
+        guard.step([&] { call(objRs, u"Update"sv); });
       });
     }
   }
 
-  guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount")); });
+  guard.step([&] { intCount = toInt16(read(objRs, u"Recordcount"sv)); });
   guard.step([&] { CloseRecordset(objRs, True); });
   guard.step([&] { CloseConnection(objCn); });
   return intCount;

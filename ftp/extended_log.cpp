@@ -22,41 +22,41 @@ VariantBool FTPCollection::GetExtendedLogProperties(const Text& strServerName, O
       [&] {
         ClearError();
         const std::int16_t intOs = ReadServerVersion(strServerName, mstrErrorLogPath);
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (IsInfoNode(strId)) return;
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
 
-        if (IsExtendedFormat(toText(read(objObject, u"logpluginclsid")))) {
+        if (IsExtendedFormat(toText(read(objObject, u"logpluginclsid"sv)))) {
           const auto flagWord = [&](TextView strMember) {
             return GetPropEnabledStatus(toInt16(read(objObject, strMember)));
           };
-          WriteText(objRs, u"Date", flagWord(u"logextfileDate"));
-          WriteText(objRs, u"Time", flagWord(u"logextfiletime"));
-          WriteText(objRs, u"Client IP Address", flagWord(u"logextfileclientip"));
-          WriteText(objRs, u"User Name", flagWord(u"logextfileusername"));
-          WriteText(objRs, u"Service Name", flagWord(u"logextfilesitename"));
-          WriteText(objRs, u"Computer Name", flagWord(u"logextfilecomputername"));
-          WriteText(objRs, u"Server IP Address", flagWord(u"logextfileserverip"));
-          WriteText(objRs, u"Server Port", flagWord(u"logextfileserverport"));
-          WriteText(objRs, u"Method", flagWord(u"logextfilemethod"));
-          WriteText(objRs, u"URI Stem", flagWord(u"logextfileuristem"));
-          WriteText(objRs, u"URI Query", flagWord(u"logextfileuriquery"));
-          WriteText(objRs, u"Protocol Status", flagWord(u"logextfilehttpstatus"));
-          WriteText(objRs, u"Win32 Status", flagWord(u"logextfilewin32status"));
-          WriteText(objRs, u"Bytes Sent", flagWord(u"logextfilebytessent"));
-          WriteText(objRs, u"Bytes Received", flagWord(u"logextfilebytesrecv"));
-          WriteText(objRs, u"Time Taken", flagWord(u"logextfiletimetaken"));
-          WriteText(objRs, u"Protocol Version", flagWord(u"logextfileprotocolversion"));
-          WriteText(objRs, u"Host", intOs >= 6 ? flagWord(u"logextfilehost") : Text());
-          WriteText(objRs, u"User Agent", flagWord(u"logextfileuseragent"));
-          WriteText(objRs, u"Cookie", flagWord(u"logextfilecookie"));
-          WriteText(objRs, u"Referer", flagWord(u"logextfilereferer"));
+          WriteText(objRs, u"Date"sv, flagWord(u"logextfileDate"sv));
+          WriteText(objRs, u"Time"sv, flagWord(u"logextfiletime"sv));
+          WriteText(objRs, u"Client IP Address"sv, flagWord(u"logextfileclientip"sv));
+          WriteText(objRs, u"User Name"sv, flagWord(u"logextfileusername"sv));
+          WriteText(objRs, u"Service Name"sv, flagWord(u"logextfilesitename"sv));
+          WriteText(objRs, u"Computer Name"sv, flagWord(u"logextfilecomputername"sv));
+          WriteText(objRs, u"Server IP Address"sv, flagWord(u"logextfileserverip"sv));
+          WriteText(objRs, u"Server Port"sv, flagWord(u"logextfileserverport"sv));
+          WriteText(objRs, u"Method"sv, flagWord(u"logextfilemethod"sv));
+          WriteText(objRs, u"URI Stem"sv, flagWord(u"logextfileuristem"sv));
+          WriteText(objRs, u"URI Query"sv, flagWord(u"logextfileuriquery"sv));
+          WriteText(objRs, u"Protocol Status"sv, flagWord(u"logextfilehttpstatus"sv));
+          WriteText(objRs, u"Win32 Status"sv, flagWord(u"logextfilewin32status"sv));
+          WriteText(objRs, u"Bytes Sent"sv, flagWord(u"logextfilebytessent"sv));
+          WriteText(objRs, u"Bytes Received"sv, flagWord(u"logextfilebytesrecv"sv));
+          WriteText(objRs, u"Time Taken"sv, flagWord(u"logextfiletimetaken"sv));
+          WriteText(objRs, u"Protocol Version"sv, flagWord(u"logextfileprotocolversion"sv));
+          WriteText(objRs, u"Host"sv, intOs >= 6 ? flagWord(u"logextfilehost"sv) : Text());
+          WriteText(objRs, u"User Agent"sv, flagWord(u"logextfileuseragent"sv));
+          WriteText(objRs, u"Cookie"sv, flagWord(u"logextfilecookie"sv));
+          WriteText(objRs, u"Referer"sv, flagWord(u"logextfilereferer"sv));
         }
-        call(objRs, u"Update");
+        call(objRs, u"Update"sv);
         bResult = True;
       },
       [&](const ErrorState& objErr) {

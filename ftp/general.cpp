@@ -20,13 +20,13 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
   LeaveOnFailure(
       [&] {
         ClearError();
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (!IsInfoNode(strId)) {
           const Text strSiteName = ReadSiteName(objObject);
-          SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+          SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
           // The last binding counts.
-          const Variant aBindings = read(objObject, u"ServerBindings");
+          const Variant aBindings = read(objObject, u"ServerBindings"sv);
           const std::int16_t intLower = narrowToInt16(lowerBound(aBindings));
           const std::int16_t intUpper = narrowToInt16(upperBound(aBindings));
           Text strBinding;
@@ -37,18 +37,18 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
           const TextView strPort = PieceOf(strBinding, u':', 1);
           if (strIP.empty()) strIP = u"(All Unassigned)";
 
-          const Text strMaxConnections = toText(read(objObject, u"Maxconnections"));
-          const Text strTimeout = toText(read(objObject, u"connectiontimeout"));
-          const Text strState = StateWord(toText(read(objObject, u"Status")));
+          const Text strMaxConnections = toText(read(objObject, u"Maxconnections"sv));
+          const Text strTimeout = toText(read(objObject, u"connectiontimeout"sv));
+          const Text strState = StateWord(toText(read(objObject, u"Status"sv)));
 
-          call(objRs, u"AddNew");
+          call(objRs, u"AddNew"sv);
           WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
-          WriteText(objRs, u"IP Address", strIP);
-          WriteText(objRs, u"TCP Port", strPort);
-          WriteText(objRs, u"Maximum Connections", strMaxConnections);
-          WriteText(objRs, u"Connection Timeout (seconds)", strTimeout);
-          WriteText(objRs, u"State", strState);
-          call(objRs, u"Update");
+          WriteText(objRs, u"IP Address"sv, strIP);
+          WriteText(objRs, u"TCP Port"sv, strPort);
+          WriteText(objRs, u"Maximum Connections"sv, strMaxConnections);
+          WriteText(objRs, u"Connection Timeout (seconds)"sv, strTimeout);
+          WriteText(objRs, u"State"sv, strState);
+          call(objRs, u"Update"sv);
           bResult = True;
         }
         progress::ShowDefaultPointer();

@@ -21,33 +21,34 @@ VariantBool FTPCollection::GetHomeDirectoryProperties(const Text& strServerName,
   LeaveOnFailure(
       [&] {
         ClearError();
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
 
-        const ObjectRef objSite = GetObject(u"IIS://" + strServerName + u"/MSFTPSVC/" + strId);
+        const ObjectRef objSite = GetObject(concat({u"IIS://"sv, strServerName, u"/MSFTPSVC/"sv, strId}));
         if (objSite != nullptr) {
           // Each child overwrites what the one before wrote: the last one counts.
           const auto walk = automation::children(objSite);
           while (const ObjectRef objDirectory = walk->next()) {
-            const Text strPath = toText(read(objDirectory, u"Path"));
-            const Text strRead = GetPropEnabledStatus(toInt16(read(objDirectory, u"accessread")));
-            const Text strWrite = GetPropEnabledStatus(toInt16(read(objDirectory, u"accesswrite")));
-            const TextView strLogVisits = LogVisitsWord(toInt32(read(objDirectory, u"dontlog")));
-            WriteText(objRs, u"Content source", ContentSourceText(strPath));
-            WriteText(objRs, u"Path", strPath);
-            WriteText(objRs, u"Read", strRead);
-            WriteText(objRs, u"Write", strWrite);
-            WriteText(objRs, u"Log visits", strLogVisits);
+            const Text strPath = toText(read(objDirectory, u"Path"sv));
+            const Text strRead = GetPropEnabledStatus(toInt16(read(objDirectory, u"accessread"sv)));
+            const Text strWrite = GetPropEnabledStatus(toInt16(read(objDirectory, u"accesswrite"sv)));
+            const TextView strLogVisits = LogVisitsWord(toInt32(read(objDirectory, u"dontlog"sv)));
+            WriteText(objRs, u"Content source"sv, ContentSourceText(strPath));
+            WriteText(objRs, u"Path"sv, strPath);
+            WriteText(objRs, u"Read"sv, strRead);
+            WriteText(objRs, u"Write"sv, strWrite);
+            WriteText(objRs, u"Log visits"sv, strLogVisits);
           }
         }
-        const TextView strListing = toInt32(read(objObject, u"msdosdiroutput")) == 0 ? u"UNIX" : u"MS-DOS";
-        WriteText(objRs, u"Directory Listing Style", strListing);
-        call(objRs, u"Update");
+        const TextView strListing =
+            toInt32(read(objObject, u"msdosdiroutput"sv)) == 0 ? u"UNIX"sv : u"MS-DOS"sv;
+        WriteText(objRs, u"Directory Listing Style"sv, strListing);
+        call(objRs, u"Update"sv);
         bResult = True;
       },
       [&](const ErrorState& objErr) {

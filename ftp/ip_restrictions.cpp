@@ -12,7 +12,7 @@ constexpr TextView kSingleComputer = u"255.255.255.255";
 Text EntryText(TextView strAddress, TextView strMask) {
   const TextView strTrimmed = trimBlanks(strMask);
   if (strTrimmed == kSingleComputer) return Text(strAddress);
-  return concat({strAddress, u" (", strTrimmed, u")"});
+  return concat({strAddress, u" ("sv, strTrimmed, u")"sv});
 }
 
 }  // namespace
@@ -25,14 +25,14 @@ void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, cons
   TextView strAddress;
   TextView strMask;
 
-  guard.step([&] { intGrantByDefault = toInt16(read(objIPSecurity, u"GrantByDefault")); });
+  guard.step([&] { intGrantByDefault = toInt16(read(objIPSecurity, u"GrantByDefault"sv)); });
   const bool bGranted = intGrantByDefault != 0;
-  const TextView strAccess = bGranted ? u"Granted" : u"Denied";
-  const TextView strList = bGranted ? u"IPDeny" : u"IPGrant";
+  const TextView strAccess = bGranted ? u"Granted"sv : u"Denied"sv;
+  const TextView strList = bGranted ? u"IPDeny"sv : u"IPGrant"sv;
   const TextView strColumn =
-      bGranted ? u"Denied IP Address (Subnet mask)" : u"Granted IP Address (Subnet mask)";
+      bGranted ? u"Denied IP Address (Subnet mask)"sv : u"Granted IP Address (Subnet mask)"sv;
 
-  guard.step([&] { WriteText(objRs, u"All computer access", strAccess); });
+  guard.step([&] { WriteText(objRs, u"All computer access"sv, strAccess); });
 
   // Without the list there are no bounds to walk between.
   if (!guard.step([&] { aList = read(objIPSecurity, strList); })) return;
@@ -40,9 +40,9 @@ void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, cons
     strAddress = {};
     strMask = {};
     if (intIndex > 0) {
-      guard.step([&] { call(objRs, u"AddNew"); });
+      guard.step([&] { call(objRs, u"AddNew"sv); });
       WriteIdentity(guard, objRs, identity);
-      guard.step([&] { WriteText(objRs, u"All computer access", strAccess); });
+      guard.step([&] { WriteText(objRs, u"All computer access"sv, strAccess); });
     }
     guard.step([&] { strEntry = toText(element(aList, intIndex)); });
     guard.step([&] { strAddress = PieceOf(strEntry, u',', 0); });

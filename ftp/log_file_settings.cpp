@@ -47,52 +47,52 @@ VariantBool FTPCollection::GetLogFileSetting(const Text& strServerName, ObjectRe
   LeaveOnFailure(
       [&] {
         ClearError();
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
-        const TextView strEnabled = toInt16(read(objObject, u"logtype")) == 1 ? u"Yes" : u"No";
-        const TextView strFormat = LogFormatText(toText(read(objObject, u"logpluginclsid")));
+        const TextView strEnabled = toInt16(read(objObject, u"logtype"sv)) == 1 ? u"Yes"sv : u"No"sv;
+        const TextView strFormat = LogFormatText(toText(read(objObject, u"logpluginclsid"sv)));
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
-        WriteText(objRs, u"Enable Logging", strEnabled);
-        WriteText(objRs, u"Active log format", strFormat);
+        WriteText(objRs, u"Enable Logging"sv, strEnabled);
+        WriteText(objRs, u"Active log format"sv, strFormat);
 
         if (strFormat == kOdbcFormat) {
-          const Text strDataSource = toText(read(objObject, u"logOdbcDataSource"));
-          WriteText(objRs, u"ODBC Data Source Name (DSN)", strDataSource);
-          const Text strUserName = toText(read(objObject, u"logOdbcusername"));
-          WriteText(objRs, u"ODBC User name", strUserName);
-          const Text strTableName = toText(read(objObject, u"logOdbctablename"));
-          WriteText(objRs, u"ODBC Table name", strTableName);
+          const Text strDataSource = toText(read(objObject, u"logOdbcDataSource"sv));
+          WriteText(objRs, u"ODBC Data Source Name (DSN)"sv, strDataSource);
+          const Text strUserName = toText(read(objObject, u"logOdbcusername"sv));
+          WriteText(objRs, u"ODBC User name"sv, strUserName);
+          const Text strTableName = toText(read(objObject, u"logOdbctablename"sv));
+          WriteText(objRs, u"ODBC Table name"sv, strTableName);
         } else {
           const bool bExtended = strFormat == kExtendedFormat;
-          const Text strPeriod = toText(read(objObject, u"logfileperiod"));
+          const Text strPeriod = toText(read(objObject, u"logfileperiod"sv));
           Text strPeriodText;
           Text strFileName;
-          if (strPeriod == u"0") strPeriodText = SizeText(toInt32(read(objObject, u"logfiletruncatesize")));
+          if (strPeriod == u"0") strPeriodText = SizeText(toInt32(read(objObject, u"logfiletruncatesize"sv)));
           for (const Period& period : aPeriods) {
             if (strPeriod != period.strPeriod) continue;
             if (strPeriod != u"0") strPeriodText = period.strWords;
-            strFileName = u"MSFTPSVC" + strId;
-            strFileName += bExtended ? period.strExtendedFile : period.strInternetServiceFile;
+            strFileName = concat(
+                {u"MSFTPSVC"sv, strId, bExtended ? period.strExtendedFile : period.strInternetServiceFile});
           }
-          Text strLocalTime;
+          TextView strLocalTime;
           if (bExtended) {
-            strLocalTime = toInt32(read(objObject, u"logfilelocaltimerollover")) != 0 ? u"Yes" : u"No";
+            strLocalTime = toInt32(read(objObject, u"logfilelocaltimerollover"sv)) != 0 ? u"Yes"sv : u"No"sv;
           }
-          const Text strDirectory = toText(read(objObject, u"logfiledirectory"));
+          const Text strDirectory = toText(read(objObject, u"logfiledirectory"sv));
 
-          WriteText(objRs, u"New Log Time Period", strPeriodText);
+          WriteText(objRs, u"New Log Time Period"sv, strPeriodText);
           if (bExtended) {
-            WriteText(objRs, u"Use local time for file naming and rollover", strLocalTime);
+            WriteText(objRs, u"Use local time for file naming and rollover"sv, strLocalTime);
           }
-          WriteText(objRs, u"Log file directory", strDirectory);
-          WriteText(objRs, u"Log file name", strFileName);
+          WriteText(objRs, u"Log file directory"sv, strDirectory);
+          WriteText(objRs, u"Log file name"sv, strFileName);
         }
-        call(objRs, u"Update");
+        call(objRs, u"Update"sv);
         bResult = True;
       },
       [&](const ErrorState& objErr) {

@@ -17,13 +17,13 @@ inline TextView LogClassGroup(TextView strClassId) {
 }
 
 inline bool IsExtendedFormat(TextView strClassId) {
-  return equalsIgnoringCase(LogClassGroup(strClassId), u"ff160663");
+  return equalsIgnoringCase(LogClassGroup(strClassId), u"ff160663"sv);
 }
 
 // LogPluginClsid
 inline TextView LogFormatText(TextView strClassId) {
   if (IsExtendedFormat(strClassId)) return kExtendedFormat;
-  if (equalsIgnoringCase(LogClassGroup(strClassId), u"ff16065b")) return kOdbcFormat;
+  if (equalsIgnoringCase(LogClassGroup(strClassId), u"ff16065b"sv)) return kOdbcFormat;
   return kInternetServiceFormat;
 }
 

@@ -36,31 +36,31 @@ VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectR
       [&] {
         ClearError();
         const std::int16_t intOs = ReadServerVersion(strServerName, mstrErrorLogPath);
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
-        const Text strWelcome = JoinLines(read(objObject, u"GreetingMessage"));
-        const Text strExit = toText(read(objObject, u"Exitmessage"));
+        const Text strWelcome = JoinLines(read(objObject, u"GreetingMessage"sv));
+        const Text strExit = toText(read(objObject, u"Exitmessage"sv));
         Text strBanner;
-        if (intOs >= 6) strBanner = JoinLines(read(objObject, u"bannerMessage"));
-        const Text strMaxClients = toText(read(objObject, u"MaxClientsMessage"));
+        if (intOs >= 6) strBanner = JoinLines(read(objObject, u"bannerMessage"sv));
+        const Text strMaxClients = toText(read(objObject, u"MaxClientsMessage"sv));
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
-        WriteText(objRs, u"Welcome Message", strWelcome);
-        WriteText(objRs, u"Exit Message", strExit);
-        WriteText(objRs, u"Banner Message", strBanner);
-        WriteText(objRs, u"Maximum connections message", strMaxClients);
-        call(objRs, u"Update");
+        WriteText(objRs, u"Welcome Message"sv, strWelcome);
+        WriteText(objRs, u"Exit Message"sv, strExit);
+        WriteText(objRs, u"Banner Message"sv, strBanner);
+        WriteText(objRs, u"Maximum connections message"sv, strMaxClients);
+        call(objRs, u"Update"sv);
         bResult = True;
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetMessageSettings");
         // These are the caller's own recordset and connection: the sites behind this one find neither.
-        if (toInt32(read(objRs, u"State")) == 1) CloseRecordset(objRs, True);
-        if (toInt32(read(objCn, u"State")) == 1) CloseConnection(objCn);
+        if (toInt32(read(objRs, u"State"sv)) == 1) CloseRecordset(objRs, True);
+        if (toInt32(read(objCn, u"State"sv)) == 1) CloseConnection(objCn);
       });
   return bResult;
 }

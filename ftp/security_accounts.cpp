@@ -24,23 +24,24 @@ VariantBool FTPCollection::GetSecurityAccountsProperties(const Text& strServerNa
   LeaveOnFailure(
       [&] {
         ClearError();
-        const Text strId = toText(read(objObject, u"Name"));
+        const Text strId = toText(read(objObject, u"Name"sv));
         if (IsInfoNode(strId)) return;
         const Text strSiteName = ReadSiteName(objObject);
-        SetStatusBarMessage(progress::StatusText(u"Processing", strSiteName));
+        SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
-        const Text strAllowAnonymous = GetPropEnabledStatus(toInt16(read(objObject, u"AllowAnonymous")));
-        const Text strUserName = toText(read(objObject, u"Anonymoususername"));
-        const Text strAnonymousOnly = GetPropEnabledStatus(toInt16(read(objObject, u"Anonymousonly")));
-        const Text strPasswordSync = GetPropEnabledStatus(toInt16(read(objObject, u"Anonymouspasswordsync")));
+        const Text strAllowAnonymous = GetPropEnabledStatus(toInt16(read(objObject, u"AllowAnonymous"sv)));
+        const Text strUserName = toText(read(objObject, u"Anonymoususername"sv));
+        const Text strAnonymousOnly = GetPropEnabledStatus(toInt16(read(objObject, u"Anonymousonly"sv)));
+        const Text strPasswordSync =
+            GetPropEnabledStatus(toInt16(read(objObject, u"Anonymouspasswordsync"sv)));
 
-        call(objRs, u"AddNew");
+        call(objRs, u"AddNew"sv);
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
-        WriteText(objRs, u"Allow Anonymous Connections", strAllowAnonymous);
-        WriteText(objRs, u"User name", strUserName);
-        WriteText(objRs, u"Allow only anonymous connections", strAnonymousOnly);
-        WriteText(objRs, u"Allow IIS to control password", strPasswordSync);
-        call(objRs, u"Update");
+        WriteText(objRs, u"Allow Anonymous Connections"sv, strAllowAnonymous);
+        WriteText(objRs, u"User name"sv, strUserName);
+        WriteText(objRs, u"Allow only anonymous connections"sv, strAnonymousOnly);
+        WriteText(objRs, u"Allow IIS to control password"sv, strPasswordSync);
+        call(objRs, u"Update"sv);
         bResult = True;
       },
       [&](const ErrorState& objErr) {

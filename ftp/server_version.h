@@ -8,10 +8,10 @@ namespace TORVINFTPAppDataCom {
 // Asks the host's common object for the version of `strServerName`, having told it the log `strErrorLogPath`.
 // The object lives for this call only. Any failure passes to the caller.
 inline std::int16_t ReadServerVersion(const Text& strServerName, const Text& strErrorLogPath) {
-  const ObjectRef objCommon = CreateObject(u"MARLINSCOPEGLOBALCOM.ICommonFunction");
-  write(objCommon, u"ErrorLogPath", strErrorLogPath);
+  const ObjectRef objCommon = CreateObject(u"MARLINSCOPEGLOBALCOM.ICommonFunction"sv);
+  write(objCommon, u"ErrorLogPath"sv, strErrorLogPath);
   Variant vServerName = strServerName;
-  return toInt16(callByReference(objCommon, u"getos", vServerName));
+  return toInt16(callByReference(objCommon, u"getos"sv, vServerName));
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -11,21 +11,21 @@ inline constexpr TextView kNoSiteName = u"Value not set";
 
 // The service's own Info node stands among the sites and is none.
 inline bool IsInfoNode(TextView strId) {
-  return equalsIgnoringCase(strId, u"Info");
+  return equalsIgnoringCase(strId, u"Info"sv);
 }
 
 // The site's name, or what stands in its place where `servercomment` isn't set.
 inline Text ReadSiteName(const ObjectRef& objSite) {
-  Variant vComment = read(objSite, u"servercomment");
+  Variant vComment = read(objSite, u"servercomment"sv);
   return vComment.isNull() ? Text(kNoSiteName) : toText(std::move(vComment));
 }
 
 // The columns that every row of a site's tabs begins with.
 inline void WriteSiteIdentity(const ObjectRef& objRs, TextView strServerName, TextView strSiteName,
                               TextView strId) {
-  WriteText(objRs, u"Server name", strServerName);
-  WriteText(objRs, u"FTP site name", strSiteName);
-  WriteText(objRs, u"Identifier", strId);
+  WriteText(objRs, u"Server name"sv, strServerName);
+  WriteText(objRs, u"FTP site name"sv, strSiteName);
+  WriteText(objRs, u"Identifier"sv, strId);
 }
 
 }  // namespace TORVINFTPAppDataCom

@@ -16,8 +16,9 @@ using namespace mFTPAppPoolSupport;
 
 void FTPCollection::GetRootVirtualDirectory(const Text& strServerName, const Text& strId,
                                             const Text& strFullPath, const Text& strDBName) {
-  ListVirtualDirectories(u"IIS://" + strServerName + u"/MSFTPSVC/" + strId + u"/root", strFullPath, strId,
-                         strDBName, u"Root Virtual Directory", u"GetRootVirtualDirectory");
+  ListVirtualDirectories(concat({u"IIS://"sv, strServerName, u"/MSFTPSVC/"sv, strId, u"/root"sv}),
+                         strFullPath, strId, strDBName, u"Root Virtual Directory",
+                         u"GetRootVirtualDirectory");
 }
 
 void FTPCollection::GetChildVirtualDirectories(Text&, Text& strId, Text& strPath, Text& strDBName) {
@@ -27,7 +28,7 @@ void FTPCollection::GetChildVirtualDirectories(Text&, Text& strId, Text& strPath
 
 void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text& strParentPath,
                                            const Text& strId, const Text& strDBName, TextView strCaller,
-                                           const Text& strFunctionName) {
+                                           TextView strFunctionName) {
   ObjectRef objParent;
   ObjectRef objCn;
   ObjectRef objRs;
@@ -39,7 +40,7 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
   Text strWrite;
   std::int16_t intDontLog = 0;
   const ContinueOnFailure guard([&](const ErrorState& objErr) {
-    WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", strFunctionName);
+    WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", Text(strFunctionName));
   });
 
   guard.step([&] { intTotal = GenerateFTPVirDirInfo(strObjectPath); });
@@ -48,35 +49,35 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
   if (objParent == nullptr) return;
   if (!guard.opened([&] { return OpenConnection(objCn, strDBName, strCaller); })) return;
   if (guard.opened([&] {
-        return OpenRecordset(objRs, u"Select * from tblvirtualDirectory where 1=2", objCn, kForwardOnly,
+        return OpenRecordset(objRs, u"Select * from tblvirtualDirectory where 1=2"sv, objCn, kForwardOnly,
                              kOptimistic, kServerSide);
       })) {
     guard.step([&] { SetProgressBarMax(intTotal); });
     guard.forEach(objParent, [&](const ObjectRef& objChild) {
       // The security rows come first. A read that fails keeps what the child before had.
-      guard.step([&] { strName = toText(read(objChild, u"Name")); });
+      guard.step([&] { strName = toText(read(objChild, u"Name"sv)); });
       guard.step([&] {
-        GetVirtualDirSecurityProperties(strName, strId, strParentPath + u"/" + strName, strParentPath,
-                                        strDBName);
+        GetVirtualDirSecurityProperties(strName, strId, concat({strParentPath, u"/"sv, strName}),
+                                        strParentPath, strDBName);
       });
       // Two blanks behind the word, where every other routine has one. Hosts know this text: it stays.
-      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing ", strName)); });
-      guard.step([&] { strPath = toText(read(objChild, u"Path")); });
-      guard.step([&] { strRead = GetPropEnabledStatus(toInt16(read(objChild, u"accessread"))); });
-      guard.step([&] { strWrite = GetPropEnabledStatus(toInt16(read(objChild, u"accesswrite"))); });
-      guard.step([&] { intDontLog = toInt16(read(objChild, u"dontlog")); });
+      guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing "sv, strName)); });
+      guard.step([&] { strPath = toText(read(objChild, u"Path"sv)); });
+      guard.step([&] { strRead = GetPropEnabledStatus(toInt16(read(objChild, u"accessread"sv))); });
+      guard.step([&] { strWrite = GetPropEnabledStatus(toInt16(read(objChild, u"accesswrite"sv))); });
+      guard.step([&] { intDontLog = toInt16(read(objChild, u"dontlog"sv)); });
 
-      guard.step([&] { call(objRs, u"AddNew"); });
+      guard.step([&] { call(objRs, u"AddNew"sv); });
       // Read anew for each row, although it is the same in all of them. It stays so.
-      guard.step([&] { WriteColumn(objRs, u"IISPath", NullToEmpty(read(objParent, u"adspath"))); });
-      guard.step([&] { WriteText(objRs, u"Identifier", strId); });
-      guard.step([&] { WriteText(objRs, u"Directory name", strName); });
-      guard.step([&] { WriteText(objRs, u"Content source", ContentSourceText(strPath)); });
-      guard.step([&] { WriteText(objRs, u"Path", strPath); });
-      guard.step([&] { WriteText(objRs, u"Read", strRead); });
-      guard.step([&] { WriteText(objRs, u"Write", strWrite); });
-      guard.step([&] { WriteText(objRs, u"Log visits", LogVisitsWord(intDontLog)); });
-      guard.step([&] { call(objRs, u"Update"); });
+      guard.step([&] { WriteColumn(objRs, u"IISPath"sv, NullToEmpty(read(objParent, u"adspath"sv))); });
+      guard.step([&] { WriteText(objRs, u"Identifier"sv, strId); });
+      guard.step([&] { WriteText(objRs, u"Directory name"sv, strName); });
+      guard.step([&] { WriteText(objRs, u"Content source"sv, ContentSourceText(strPath)); });
+      guard.step([&] { WriteText(objRs, u"Path"sv, strPath); });
+      guard.step([&] { WriteText(objRs, u"Read"sv, strRead); });
+      guard.step([&] { WriteText(objRs, u"Write"sv, strWrite); });
+      guard.step([&] { WriteText(objRs, u"Log visits"sv, LogVisitsWord(intDontLog)); });
+      guard.step([&] { call(objRs, u"Update"sv); });
 
       guard.step([&] { IncrementProgressBar(); });
       guard.step([&] { intDone = progress::AddOne(intDone); });

@@ -22,19 +22,19 @@ void FTPCollection::GetVirtualDirSecurityProperties(const Text& strDirectoryName
     WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetVirtualDirSecurityProperties");
   });
   const RowIdentity identity = {
-      {{u"IISPath", strParentPath}, {u"Directory name", strDirectoryName}, {u"Identifier", strId}}};
+      {{u"IISPath"sv, strParentPath}, {u"Directory name"sv, strDirectoryName}, {u"Identifier"sv, strId}}};
 
-  if (guard.opened([&] { return OpenConnection(objCn, strDBName, u"VirtualDirSecurity"); })) {
+  if (guard.opened([&] { return OpenConnection(objCn, strDBName, u"VirtualDirSecurity"sv); })) {
     if (guard.opened([&] {
-          return OpenRecordset(objRs, u"Select * from tblvirtualDirSecurity where 1=2", objCn, kForwardOnly,
+          return OpenRecordset(objRs, u"Select * from tblvirtualDirSecurity where 1=2"sv, objCn, kForwardOnly,
                                kOptimistic, kServerSide);
         })) {
       guard.step([&] { objDirectory = GetObject(strDirectoryPath); });
-      guard.step([&] { objIPSecurity = toObject(call(objDirectory, u"GetEx", u"IPSecurity")); });
-      guard.step([&] { call(objRs, u"AddNew"); });
+      guard.step([&] { objIPSecurity = toObject(call(objDirectory, u"GetEx"sv, u"IPSecurity"sv)); });
+      guard.step([&] { call(objRs, u"AddNew"sv); });
       WriteIdentity(guard, objRs, identity);
       WalkIPRestrictions(guard, objIPSecurity, objRs, identity);
-      guard.step([&] { call(objRs, u"Update"); });
+      guard.step([&] { call(objRs, u"Update"sv); });
       guard.step([&] { CloseRecordset(objRs, True); });
     }
     guard.step([&] { CloseConnection(objCn); });

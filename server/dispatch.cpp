@@ -26,8 +26,27 @@ struct Method {
 };
 
 // What a caller hands in, as the type that the interface names.
-Text text(Arguments arguments, std::size_t index) {
-  return index < arguments.size() ? toText(arguments[index]) : Text();
+
+// A text is the caller's own where it is one, else what its value reads as. One that is left out is empty.
+class TextArgument {
+ public:
+  explicit TextArgument(Variant* argument) : text_(argument != nullptr ? argument->as<Text>() : nullptr) {
+    if (text_ != nullptr) return;
+    if (argument != nullptr) converted_ = toText(*argument);
+    text_ = &converted_;
+  }
+  TextArgument(const TextArgument&) = delete;
+  TextArgument& operator=(const TextArgument&) = delete;
+
+  operator Text&() { return *text_; }
+
+ private:
+  Text converted_;
+  Text* text_;
+};
+
+TextArgument text(Arguments arguments, std::size_t index) {
+  return TextArgument(index < arguments.size() ? &arguments[index] : nullptr);
 }
 
 VariantBool boolean(Arguments arguments, std::size_t index) {
@@ -70,16 +89,16 @@ constexpr Method<FTPCollection> kFTPMethods[] = {
      }},
     {u"GetChildVirtualDirectories", 4, 4,
      [](FTPCollection& object, Arguments arguments) -> Variant {
-       Text serverName = text(arguments, 0);
-       Text id = text(arguments, 1);
-       Text path = text(arguments, 2);
-       Text database = text(arguments, 3);
+       TextArgument serverName = text(arguments, 0);
+       TextArgument id = text(arguments, 1);
+       TextArgument path = text(arguments, 2);
+       TextArgument database = text(arguments, 3);
        object.GetChildVirtualDirectories(serverName, id, path, database);
        return {};
      }},
     {u"GetFTPSitesCount", 1, 1,
      [](FTPCollection& object, Arguments arguments) -> Variant {
-       Text serverName = text(arguments, 0);
+       TextArgument serverName = text(arguments, 0);
        return object.GetFTPSitesCount(serverName);
      }},
     {u"SetErrorLogPath", 2, 2, &setErrorLogPath<FTPCollection>},
@@ -135,7 +154,7 @@ constexpr Method<AppPoolCollection> kAppPoolMethods[] = {
      }},
     {u"GetTotalAppPools", 1, 1,
      [](AppPoolCollection& object, Arguments arguments) -> Variant {
-       Text serverName = text(arguments, 0);
+       TextArgument serverName = text(arguments, 0);
        return object.GetTotalAppPools(serverName);
      }},
 };
