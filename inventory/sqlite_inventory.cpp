@@ -87,8 +87,8 @@ bool tellsServer(const Table& table) {
 
 // What a path says behind "IIS://" up to the next slash.
 std::string serverInPath() {
-  const std::string rest = "substr(" + quotedName(kPathColumn) + ", 7)";
-  return "substr(" + rest + ", 1, instr(" + rest + ", '/') - 1)";
+  const std::string path = quotedName(kPathColumn);
+  return "substr(" + path + ", 7, instr(substr(" + path + ", 7), '/') - 1)";
 }
 
 // The rows of one server: compared without regard to case as far as ASCII goes, which an index can do. What

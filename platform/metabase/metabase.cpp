@@ -1,6 +1,7 @@
 #include "platform/metabase/metabase.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <utility>
 
@@ -164,6 +165,20 @@ const Metabase::Value* Metabase::effectiveValue(NodeId node, PropertyId property
     if (value != nullptr && (always || keyInherits(value->key))) return value;
   }
   return nullptr;
+}
+
+// Most names that are asked for are the schema's, which have the same number in every snapshot, and they come
+// again and again: the one that was found last by the same few letters is tried first.
+std::optional<Metabase::PropertyId> Metabase::property(TextView name) const {
+  if (name.empty()) return names_.find(name);
+  thread_local std::array<PropertyId, 256> foundLast{};
+  const std::size_t size = name.size();
+  PropertyId& last =
+      foundLast[(size * 29 + name[size / 2] * 7u + name[size / 4] * 3u + name[size - 1]) % foundLast.size()];
+  if (equalFolded(names_.text(last), name)) return last;
+  const auto found = names_.find(name);
+  if (found && *found < schemaNames().size()) last = *found;
+  return found;
 }
 
 std::optional<std::string_view> Metabase::ownText(NodeId node, PropertyId property) const {

@@ -78,7 +78,7 @@ class Metabase {
   std::string place(NodeId node, automation::TextView server, std::string_view property = {}) const;
 
   // The number of a property's name, or nothing where neither the schema nor the file knows it.
-  std::optional<PropertyId> property(automation::TextView name) const { return names_.find(name); }
+  std::optional<PropertyId> property(automation::TextView name) const;
 
   // A property's value, for whoever reaches this snapshot as `server`, which failures name: the node's own,
   // else, unless its class never has the property (0x8000500D), one inherited, else the schema's default,

@@ -1,5 +1,6 @@
 #include "platform/metabase/names.h"
 
+#include <algorithm>
 #include <random>
 
 namespace platform::metabase {
@@ -101,15 +102,15 @@ bool equalFolded(std::string_view left, std::string_view right) {
 
 bool equalFolded(std::string_view left, TextView right) {
   // ASCII first, for nearly every name is nothing else.
-  while (!left.empty() && !right.empty()) {
-    const auto byte = static_cast<unsigned char>(left.front());
-    if (byte >= 0x80 || right.front() >= 0x80) break;
-    if (byte != right.front() && fold(byte) != fold(right.front())) return false;
-    left.remove_prefix(1);
-    right.remove_prefix(1);
+  const std::size_t most = std::min(left.size(), right.size());
+  std::size_t at = 0;
+  for (; at < most; ++at) {
+    const auto byte = static_cast<unsigned char>(left[at]);
+    if (byte >= 0x80 || right[at] >= 0x80) break;
+    if (byte != right[at] && fold(byte) != fold(right[at])) return false;
   }
-  Utf8Units leftUnits(left);
-  for (const char16_t b : right) {
+  Utf8Units leftUnits(left.substr(at));
+  for (const char16_t b : right.substr(at)) {
     if (leftUnits.done()) return false;
     const char16_t a = leftUnits.next();
     if (a != b && fold(a) != fold(b)) return false;

@@ -31,7 +31,8 @@ class Servers {
   }
 
   void map(TextView server, std::shared_ptr<const Metabase> snapshot) {
-    Entry entry{Text(server), std::move(snapshot)};
+    std::shared_ptr<const Origin> entry =
+        std::make_shared<const Origin>(Origin{std::move(snapshot), Text(server)});
     const std::unique_lock lock(mutex_);
     std::swap(servers_[automation::lowerCase(server)], entry);
   }
@@ -42,23 +43,24 @@ class Servers {
     gone = servers_.extract(automation::lowerCase(server));
   }
 
-  std::shared_ptr<const Metabase> snapshot(TextView server) {
-    const std::shared_lock lock(mutex_);
-    const auto found = servers_.find(automation::lowerCase(server));
-    if (found == servers_.end()) failUnknown(server);
-    return found->second.snapshot;
+  // The snapshot for whoever reaches it by this spelling.
+  std::shared_ptr<const Origin> origin(TextView server) {
+    std::shared_ptr<const Origin> mapped;
+    {
+      const std::shared_lock lock(mutex_);
+      const auto found = servers_.find(automation::lowerCase(server));
+      if (found == servers_.end()) failUnknown(server);
+      mapped = found->second;
+    }
+    if (mapped->server == server) return mapped;
+    return std::make_shared<const Origin>(Origin{mapped->metabase, Text(server)});
   }
 
  private:
-  struct Entry {
-    Text name;
-    std::shared_ptr<const Metabase> snapshot;
-  };
-
   [[noreturn]] void failUnknown(TextView server) const {
     constexpr std::size_t kMostNames = 10;
     std::map<Text, std::string> names;
-    for (const auto& [key, entry] : servers_) names.emplace(key, automation::toUtf8(entry.name));
+    for (const auto& [key, entry] : servers_) names.emplace(key, automation::toUtf8(entry->server));
     std::string known;
     std::size_t count = 0;
     for (const auto& [key, name] : names) {
@@ -73,7 +75,7 @@ class Servers {
   }
 
   std::shared_mutex mutex_;
-  std::unordered_map<Text, Entry> servers_;
+  std::unordered_map<Text, std::shared_ptr<const Origin>> servers_;
 };
 
 // Serves "IIS://server/path".
@@ -87,18 +89,19 @@ ObjectRef objectAt(TextView moniker) {
   const std::size_t slash = rest.find(u'/');
   const TextView server = rest.substr(0, slash);
   if (server.empty()) failSyntax();
-  std::shared_ptr<const Metabase> metabase = snapshotOf(server);
-  std::optional<Metabase::NodeId> node = metabase->child(metabase->root(), kLocalMachine);
+  std::shared_ptr<const Origin> origin = Servers::process().origin(server);
+  const Metabase& metabase = *origin->metabase;
+  std::optional<Metabase::NodeId> node = metabase.child(metabase.root(), kLocalMachine);
   if (node && slash != TextView::npos) {
     const TextView path = rest.substr(slash + 1);
-    node = path.empty() ? std::nullopt : metabase->find(*node, path);
+    node = path.empty() ? std::nullopt : metabase.find(*node, path);
   }
   if (!node) {
     fail(number::kPathNotFound,
          inOneLine("IIS://" + automation::toUtf8(moniker.substr(kMonikerStart.size()))) +
              ": there is no such node");
   }
-  return makeNodeObject(std::make_shared<const Origin>(Origin{std::move(metabase), Text(server)}), *node);
+  return makeNodeObject(std::move(origin), *node);
 }
 
 }  // namespace
@@ -112,7 +115,7 @@ void unmapServer(TextView server) {
 }
 
 std::shared_ptr<const Metabase> snapshotOf(TextView server) {
-  return Servers::process().snapshot(server);
+  return Servers::process().origin(server)->metabase;
 }
 
 void registerMoniker() {

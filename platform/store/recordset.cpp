@@ -1,6 +1,7 @@
 #include "platform/store/recordset.h"
 
 #include <algorithm>
+#include <cstring>
 #include <utility>
 
 #include "automation/failure.h"
@@ -27,6 +28,9 @@ constexpr std::int32_t kOpenDynamic = 2;
 constexpr std::int32_t kOpenStatic = 3;
 constexpr std::int32_t kLockReadOnly = 1;
 constexpr std::int32_t kLockBatchOptimistic = 4;
+
+// Enough for nearly every row's values, in bytes.
+constexpr std::size_t kUsualRow = 192;
 
 enum class Property {
   kCollect,
@@ -75,17 +79,6 @@ std::int32_t settingWithin(const Variant& value, std::int32_t least, std::int32_
   return setting;
 }
 
-// Nearly every value is plain ASCII, which needs no decoding.
-void assignUtf8(std::string& target, TextView text) {
-  target.resize(text.size());
-  char16_t all = 0;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    all |= text[at];
-    target[at] = static_cast<char>(text[at]);
-  }
-  if (all >= 0x80) target = automation::toUtf8(text);
-}
-
 // Makes a cached statement ready for its next run, whichever way this one ends.
 class Reset {
  public:
@@ -99,6 +92,34 @@ class Reset {
 };
 
 }  // namespace
+
+// Nearly every value is plain ASCII, which needs no decoding: four units at a time.
+void Recordset::Values::append(TextView value) {
+  if (text.size() - used < value.size()) text.resize(used + value.size() + kUsualRow);
+  char* out = text.data() + used;
+  const char16_t* in = value.data();
+  const char16_t* const end = in + value.size();
+  std::uint64_t all = 0;
+  for (; end - in >= 4; in += 4, out += 4) {
+    std::uint64_t units;
+    std::memcpy(&units, in, sizeof units);
+    all |= units;
+    units = (units | units >> 8) & 0x0000FFFF0000FFFF;
+    const auto bytes = static_cast<std::uint32_t>(units | units >> 16);
+    std::memcpy(out, &bytes, sizeof bytes);
+  }
+  for (; in != end; ++in) {
+    all |= *in;
+    *out++ = static_cast<char>(*in);
+  }
+  if ((all & 0xFF80FF80FF80FF80) == 0) {
+    used += value.size();
+    return;
+  }
+  text.resize(used);
+  text += automation::toUtf8(value);
+  used = text.size();
+}
 
 Recordset::Recordset()
     : cursorLocation_(kUseServer), cursorType_(kOpenForwardOnly), lockType_(kLockReadOnly) {}
@@ -259,8 +280,6 @@ void Recordset::open(const Variant& sql) {
   fetchedAt_ = 0;
   place_ = fetchedCount_ > 0 ? Place::kFetched : Place::kEnd;
   pending_ = false;
-  pendingRow_.resize(columns_->names.size());
-  savedRow_.resize(columns_->names.size());
   addedCount_ = 0;
   insertion_ = nullptr;
   opening_ = connection_->opening();
@@ -269,8 +288,8 @@ void Recordset::open(const Variant& sql) {
 
 // All rows are taken at once: a query that stays under way would keep this connection from writing.
 void Recordset::fetch(Session& session, Query& query) {
-  fetchedText_.clear();
-  fetchedCells_.clear();
+  fetched_.clear();
+  fetched_.text.clear();
   fetchedCount_ = 0;
   const Reset reset(query.statement);
   session.attempt(kSource, [&] {
@@ -278,8 +297,8 @@ void Recordset::fetch(Session& session, Query& query) {
       const int columns = query.statement.columnCount();
       for (int column = 0; column < columns; ++column) {
         const auto text = query.statement.text(column);
-        fetchedCells_.push_back({fetchedText_.size(), text ? text->size() : 0, !text});
-        if (text) fetchedText_.append(*text);
+        fetched_.cells.push_back({fetched_.text.size(), text ? text->size() : 0, !text});
+        if (text) fetched_.text.append(*text);
       }
       ++fetchedCount_;
     }
@@ -302,7 +321,8 @@ void Recordset::addNew() {
     fail(number::kNotSupported, u"The recordset doesn't take new rows");
   }
   if (pending_) save(session);
-  for (Value& value : pendingRow_) value.written = false;
+  pendingRow_.clear();
+  pendingRow_.cells.resize(columns_->names.size());
   expectedColumn_ = 0;
   pending_ = true;
 }
@@ -334,13 +354,13 @@ void Recordset::save(Session& session) {
   if (insertion_ == nullptr) insertion_ = &session.insertion(columns_->insertSql, kSource);
   session.attempt(kSource, [&] {
     int parameter = 0;
-    for (const Value& value : pendingRow_) {
+    for (const Cell& cell : pendingRow_.cells) {
       ++parameter;
-      value.written ? insertion_->bind(parameter, value.utf8) : insertion_->bindNull(parameter);
+      cell.isNull ? insertion_->bindNull(parameter) : insertion_->bind(parameter, pendingRow_.at(cell));
     }
     insertion_->run();
   });
-  pendingRow_.swap(savedRow_);
+  std::swap(pendingRow_, savedRow_);
   pending_ = false;
   place_ = Place::kSaved;
   ++addedCount_;
@@ -353,13 +373,11 @@ std::int32_t Recordset::recordCount() const {
 }
 
 Variant Recordset::valueAt(std::size_t column) const {
-  if (pending_ || place_ == Place::kSaved) {
-    const Value& value = pending_ ? pendingRow_[column] : savedRow_[column];
-    return value.written ? Variant(automation::fromUtf8(value.utf8)) : Variant(automation::Null);
-  }
-  const Cell& cell = fetchedCells_[fetchedAt_ * columns_->names.size() + column];
+  const bool added = pending_ || place_ == Place::kSaved;
+  const Values& values = !added ? fetched_ : pending_ ? pendingRow_ : savedRow_;
+  const Cell& cell = values.cells[(added ? 0 : fetchedAt_ * columns_->names.size()) + column];
   if (cell.isNull) return automation::Null;
-  return automation::fromUtf8(std::string_view(fetchedText_).substr(cell.begin, cell.size));
+  return automation::fromUtf8(values.at(cell));
 }
 
 void Recordset::setValue(std::size_t column, const Variant& value) {
@@ -367,20 +385,21 @@ void Recordset::setValue(std::size_t column, const Variant& value) {
     requireRow();
     fail(number::kNotSupported, u"A saved row can't be changed, column '" + columns_->names[column] + u"'");
   }
-  Value& target = pendingRow_[column];
-  if (value.isNull()) {
-    target.written = false;
+  Cell cell{pendingRow_.used, 0, value.isNull()};
+  if (cell.isNull) {
+    pendingRow_.cells[column] = cell;
     return;
   }
   if (const Text* text = value.as<Text>()) {
-    assignUtf8(target.utf8, *text);
+    pendingRow_.append(*text);
   } else if (value.as<automation::ObjectRef>() != nullptr || value.asArray() != nullptr) {
     fail(automation::number::kTypeMismatch,
          u"Column '" + columns_->names[column] + u"' takes no object and no array");
   } else {
-    assignUtf8(target.utf8, automation::toText(value));
+    pendingRow_.append(automation::toText(value));
   }
-  target.written = true;
+  cell.size = pendingRow_.used - cell.begin;
+  pendingRow_.cells[column] = cell;
 }
 
 }  // namespace platform::store

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "automation/object.h"
@@ -30,16 +31,23 @@ class Recordset : public automation::Object {
   // Where the recordset stands: on a row of the query, behind the last one, or on the new row saved last.
   enum class Place { kFetched, kEnd, kSaved };
 
-  struct Value {
-    bool written = false;
-    std::string utf8;
-  };
-
-  // The rows of the query, each value a piece of one text.
+  // A value, a piece of one text that holds all of them.
   struct Cell {
     std::size_t begin = 0;
     std::size_t size = 0;
-    bool isNull = false;
+    bool isNull = true;
+  };
+  struct Values {
+    std::string text;      // with room for more
+    std::size_t used = 0;  // bytes of the text
+    std::vector<Cell> cells;
+
+    std::string_view at(const Cell& cell) const { return {text.data() + cell.begin, cell.size}; }
+    void append(automation::TextView value);
+    void clear() {
+      used = 0;
+      cells.clear();
+    }
   };
 
   bool isOpen() const;
@@ -70,15 +78,14 @@ class Recordset : public automation::Object {
   std::shared_ptr<const Columns> columns_;
   std::size_t expectedColumn_ = 0;
 
-  std::string fetchedText_;
-  std::vector<Cell> fetchedCells_;
+  Values fetched_;  // the rows of the query, one after the other
   std::size_t fetchedCount_ = 0;
   std::size_t fetchedAt_ = 0;
   Place place_ = Place::kEnd;
 
   bool pending_ = false;
-  std::vector<Value> pendingRow_;
-  std::vector<Value> savedRow_;
+  Values pendingRow_;
+  Values savedRow_;
   std::size_t addedCount_ = 0;
   sqlite::Statement* insertion_ = nullptr;
 };
