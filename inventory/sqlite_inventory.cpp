@@ -381,8 +381,9 @@ class SqliteInventory : public Inventory {
   void removeEmptyFile() noexcept {
     try {
       statements_.clear();
-      database_->execute("begin exclusive");
-      if (database_->value("pragma page_count") == "0" && !database_->hasMoved()) {
+      // Without a file for the journal: there may be no space for it.
+      database_->execute("pragma journal_mode = memory; begin exclusive");
+      if (std::filesystem::file_size(file_) == 0 && !database_->hasMoved()) {
         std::filesystem::remove(file_);
       }
     } catch (const std::exception&) {
