@@ -83,8 +83,7 @@ Database::Database(const std::filesystem::path& file, Mode mode, std::chrono::mi
 Database::Database(std::string name, int cacheKibibytes) : name_(std::move(name)) {
   open("", SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
   execute(
-      "pragma page_size = 16384; pragma journal_mode = off; pragma synchronous = off; pragma locking_mode = "
-      "exclusive;"
+      "pragma journal_mode = off; pragma synchronous = off; pragma locking_mode = exclusive;"
       "pragma cache_size = -" +
       std::to_string(cacheKibibytes));
 }
