@@ -35,7 +35,7 @@ class AppPoolCollection {
   void GetWebServiceExtension(const Text& strServerName, const Text& strDBName);
 
   // Fills tblAppPoolInfo with the pools of a server unless it holds a row of it already, and gives the number
-  // of its rows; 0 if the database can't be opened.
+  // of its rows; 0 if the database can't be opened. Stays: the name.
   std::int16_t GetAppPoolsCount(const Text& strIISServerName, const Text& strDBName);
 
   // Sets where records go: the directory of the application error log, without a closing backslash, and the

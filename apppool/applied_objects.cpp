@@ -112,9 +112,10 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
         objObject = GetObject(concat({u"IIS://"sv, strServerName, u"/"sv, PieceOf(strObjectPath, u'/', 1),
                                       u"/"sv, PieceOf(strObjectPath, u'/', 2)}));
       });
+      // Stays: no words for a site without a comment. It is a failure here.
       guard.step([&] { strObjectName = toText(read(objObject, u"servercomment"sv)); });
       guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing"sv, strObjectName)); });
-      // The last binding counts. Without the list there are no bounds to walk between.
+      // Stays: the last binding counts. Without the list there are no bounds to walk between.
       if (guard.step([&] { aBindings = read(objObject, u"ServerBindings"sv); })) {
         guard.forEachIndex(aBindings, [&](std::int32_t intIndex) {
           guard.step([&] { strBinding = toText(element(aBindings, intIndex)); });
@@ -124,7 +125,7 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
       guard.step([&] { strPort = PieceOf(strBinding, u':', 1); });
       if (strIP.empty()) strIP = u"(All Unassigned)";
       guard.step([&] { strState = StateWord(toText(read(objObject, u"Status"sv))); });
-      // The last child that has a path counts.
+      // Stays: the last child that has a path counts.
       guard.forEach(objObject, [&](const ObjectRef& objChild) {
         guard.step([&] { strPath = toText(read(objChild, u"Path"sv)); });
       });

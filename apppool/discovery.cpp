@@ -53,10 +53,11 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Recordset failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
     });
-    // The connection is released without a Close. It stays so.
+    // Stays: the connection is released without a Close.
     return 0;
   }
 
+  // Stays: a list that has a row of this server isn't brought up to date.
   if (guard.test([&] { return automation::toBool(read(objRs, u"EOF"sv)); })) {
     guard.step([&] { objPools = GetObject(u"IIS://" + strIISServerName + u"/W3SVC/apppools"); });
     if (objPools != nullptr) {

@@ -49,6 +49,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
 
   guard.step([&] { progress::ShowHourglass(); });
 
+  // Stays: the two spellings of the path.
   if (bApplicationLevel != False) {
     guard.step([&] {
       objPool = GetObject(u"IIS://" + strServerName + u"/W3SVC/AppPools/" + strApplicationPoolName);
@@ -57,6 +58,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
     guard.step([&] { objPools = GetObject(u"IIS://" + strServerName + u"/W3SVC/apppools"); });
   }
   if (objPool == nullptr && objPools == nullptr) {
+    // Stays: the handler has dealt with the failure, so this second record has number 0 and no message.
     guard.step([&] {
       WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
                  u"GetAppPoolPropertyInfo");
@@ -87,6 +89,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
       if (openTable(*tab)) {
         guard.forEach(objPools, [&](const ObjectRef& objChild) {
           collect(*tab, objChild);
+          // Stays: a pool counts, whether or not its collector failed.
           guard.step([&] { IncrementProgressBar(); });
           guard.step([&] { intDone = progress::AddOne(intDone); });
           guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });

@@ -15,11 +15,11 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// The statements of the second pass. The names stand in them as they are, unquoted: a single quote in one
-// spoils its own statements and no others. It stays so.
+// The statements of the second pass. Stays: the names stand in them as they are. A single quote in one
+// spoils its own statements and no others.
 Text ExtensionsSql(TextView strServerName) {
   return concat({u"Select Distinct [Web service extension] from tblWSExtension where [Server name] = '"sv,
-                 strServerName, u"' "sv});
+                 strServerName, u"' "sv});  // Stays: the blank.
 }
 
 Text AccessSql(TextView strServerName, TextView strExtension) {
@@ -27,7 +27,7 @@ Text AccessSql(TextView strServerName, TextView strExtension) {
                  strServerName, u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
 }
 
-// The two updates differ in a blank.
+// Stays: the two updates differ in a blank.
 Text CustomSql(TextView strServerName, TextView strExtension) {
   return concat({u"Update tblWSExtension set Status= 'Custom' Where [Server name]='"sv, strServerName,
                  u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
@@ -51,6 +51,7 @@ void AddEntries(const Guard& guard, const ObjectRef& objRs, const Variant& aList
     const TextView strAccess = intAccess == 0 ? u"Prohibited"sv : u"Allowed"sv;
     guard.step([&] { strFile = PieceOf(strEntry, u',', 1); });
 
+    // Stays: the two kinds write their columns in different orders.
     const bool bAllPrograms = equalsIgnoringCase(strFile, u"*.exe"sv);
     const bool bAllLibraries = equalsIgnoringCase(strFile, u"*.dll"sv);
     if (bAllPrograms || bAllLibraries) {
@@ -65,6 +66,7 @@ void AddEntries(const Guard& guard, const ObjectRef& objRs, const Variant& aList
       guard.step([&] { WriteText(objRs, u"File access"sv, strAccess); });
     } else {
       guard.step([&] { strExtension = PieceOf(strEntry, u',', 3); });
+      // Stays: a comma cuts the description off.
       guard.step([&] { strDescription = PieceOf(strEntry, u',', 4); });
       guard.step([&] { call(objRs, u"AddNew"sv); });
       guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });

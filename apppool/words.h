@@ -1,4 +1,4 @@
-// The words of the pool tabs for a setting that is off at 0.
+// The words of the pool tabs for a setting that is off at 0. Stays: two pairs of words for the same thing.
 #pragma once
 
 #include "frame/component.h"

@@ -52,6 +52,7 @@ class FTPCollection {
   std::int16_t GenerateFTPSiteInfo(const Text& strServerName, const Text& strDBName);
 
   // The number of children of the object at `strBindingPath`; 0 if it can't be reached. Writes nothing.
+  // Stays: the name.
   std::int16_t GenerateFTPVirDirInfo(const Text& strBindingPath);
 
   // Adds the rows of one tab: of the site `StrIdentifier` if `bSiteLevel` is True, else of all sites. A tab

@@ -58,6 +58,7 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
     guard.step([&] { objService = GetObject(u"IIS://" + strIISServerName + u"/MSFTPSVC"); });
   }
   if (objSite == nullptr && objService == nullptr) {
+    // Stays: the handler has dealt with the failure, so this second record has number 0 and no message.
     guard.step([&] {
       WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
                  u"GetFTPPropertyInfo");

@@ -25,7 +25,7 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
           const Text strSiteName = ReadSiteName(objObject);
           SetStatusBarMessage(progress::StatusText(u"Processing"sv, strSiteName));
 
-          // The last binding counts.
+          // Stays: the last binding counts.
           const Variant aBindings = read(objObject, u"ServerBindings"sv);
           const std::int16_t intLower = narrowToInt16(lowerBound(aBindings));
           const std::int16_t intUpper = narrowToInt16(upperBound(aBindings));
@@ -51,6 +51,7 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
           call(objRs, u"Update"sv);
           bResult = True;
         }
+        // Stays: the pointer goes back at each site, also in the middle of a walk, and at Info.
         progress::ShowDefaultPointer();
       },
       [&](const ErrorState& objErr) {

@@ -29,9 +29,10 @@ VariantBool FTPCollection::GetHomeDirectoryProperties(const Text& strServerName,
         call(objRs, u"AddNew"sv);
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
 
+        // Stays: the site once more, as a second object.
         const ObjectRef objSite = GetObject(concat({u"IIS://"sv, strServerName, u"/MSFTPSVC/"sv, strId}));
         if (objSite != nullptr) {
-          // Each child overwrites what the one before wrote: the last one counts.
+          // Stays: each child overwrites what the one before wrote, so the last one counts.
           const auto walk = automation::children(objSite);
           while (const ObjectRef objDirectory = walk->next()) {
             const Text strPath = toText(read(objDirectory, u"Path"sv));

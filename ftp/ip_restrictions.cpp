@@ -8,7 +8,8 @@ namespace {
 
 constexpr TextView kSingleComputer = u"255.255.255.255";
 
-// An entry: the address alone for a single computer, else with its subnet mask. The address stays untrimmed.
+// An entry: the address alone for a single computer, else with its subnet mask. Stays: the address isn't
+// trimmed.
 Text EntryText(TextView strAddress, TextView strMask) {
   const TextView strTrimmed = trimBlanks(strMask);
   if (strTrimmed == kSingleComputer) return Text(strAddress);
@@ -26,6 +27,7 @@ void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, cons
   TextView strMask;
 
   guard.step([&] { intGrantByDefault = toInt16(read(objIPSecurity, u"GrantByDefault"sv)); });
+  // Stays: what can't be read counts as denied.
   const bool bGranted = intGrantByDefault != 0;
   const TextView strAccess = bGranted ? u"Granted"sv : u"Denied"sv;
   const TextView strList = bGranted ? u"IPDeny"sv : u"IPGrant"sv;

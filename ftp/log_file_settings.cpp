@@ -31,7 +31,8 @@ constexpr Period aPeriods[] = {
     {u"4", u"Hourly", u"\\exyymmddhh.log", u"\\inyymmddhh.log"},
 };
 
-// LogFileTruncateSize, in bytes; -1 is no limit. Rounded to kilobytes first, to megabytes then.
+// LogFileTruncateSize, in bytes; -1 is no limit. Stays: rounded to kilobytes first, to megabytes
+// then.
 Text SizeText(std::int32_t lngTruncateSize) {
   if (lngTruncateSize == -1) return u"Unlimited Filesize";
   const std::int32_t lngKilobytes = roundToInt32(lngTruncateSize / 1024.0);

@@ -16,7 +16,7 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// The lines one behind the other, with nothing in between.
+// Stays: the lines one behind the other, with nothing in between.
 Text JoinLines(const Variant& aLines) {
   const std::int16_t intLower = narrowToInt16(lowerBound(aLines));
   const std::int16_t intUpper = narrowToInt16(upperBound(aLines));
@@ -58,7 +58,8 @@ VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectR
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetMessageSettings");
-        // These are the caller's own recordset and connection: the sites behind this one find neither.
+        // Stays: these are the caller's own recordset and connection, and the sites behind this one find
+        // neither. There this very look at the state fails and leaves the routine.
         if (toInt32(read(objRs, u"State"sv)) == 1) CloseRecordset(objRs, True);
         if (toInt32(read(objCn, u"State"sv)) == 1) CloseConnection(objCn);
       });

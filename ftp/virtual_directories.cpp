@@ -54,13 +54,14 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
       })) {
     guard.step([&] { SetProgressBarMax(intTotal); });
     guard.forEach(objParent, [&](const ObjectRef& objChild) {
-      // The security rows come first. A read that fails keeps what the child before had.
+      // Stays: the security rows come first, under the status text of the directory before; and a read that
+      // fails keeps what the child before had.
       guard.step([&] { strName = toText(read(objChild, u"Name"sv)); });
       guard.step([&] {
         GetVirtualDirSecurityProperties(strName, strId, concat({strParentPath, u"/"sv, strName}),
                                         strParentPath, strDBName);
       });
-      // Two blanks behind the word, where every other routine has one. Hosts know this text: it stays.
+      // Stays: two blanks behind the word, where every other routine has one.
       guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing "sv, strName)); });
       guard.step([&] { strPath = toText(read(objChild, u"Path"sv)); });
       guard.step([&] { strRead = GetPropEnabledStatus(toInt16(read(objChild, u"accessread"sv))); });
@@ -68,7 +69,7 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
       guard.step([&] { intDontLog = toInt16(read(objChild, u"dontlog"sv)); });
 
       guard.step([&] { call(objRs, u"AddNew"sv); });
-      // Read anew for each row, although it is the same in all of them. It stays so.
+      // Stays: read anew for each row, although it is the same in all of them, and not trimmed.
       guard.step([&] { WriteColumn(objRs, u"IISPath"sv, NullToEmpty(read(objParent, u"adspath"sv))); });
       guard.step([&] { WriteText(objRs, u"Identifier"sv, strId); });
       guard.step([&] { WriteText(objRs, u"Directory name"sv, strName); });

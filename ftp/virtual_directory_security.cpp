@@ -43,6 +43,7 @@ void FTPCollection::GetVirtualDirSecurityProperties(const Text& strDirectoryName
   objCn = nullptr;
   objIPSecurity = nullptr;
   objDirectory = nullptr;
+  // Stays: the pointer goes back at each directory, although nothing here has set it.
   guard.step([&] { progress::ShowDefaultPointer(); });
 }
 
