@@ -13,8 +13,8 @@ namespace TORVINFTPAppDataCom {
 // of 0 where told, and never throw: a record that can't be written is lost. An object stays with the thread
 // that created it and keeps nothing open between two calls.
 //
-// Arguments: `strServerName` or `strIISServerName` is the name of the server, as it stands in an IIS:// path;
-// `strDBName` the full path of the database file, which has all tables already.
+// Arguments: `strServerName` or `strIISServerName` is the name of the server, as it appears in an IIS://
+// path; `strDBName` the full path of the database file, which has all tables already.
 class AppPoolCollection {
  public:
   // Whole path of the object's error log file.
@@ -34,8 +34,8 @@ class AppPoolCollection {
   // extension.
   void GetWebServiceExtension(const Text& strServerName, const Text& strDBName);
 
-  // Fills tblAppPoolInfo with the pools of a server unless it holds a row of it already, and gives the number
-  // of its rows; 0 if the database can't be opened. Stays: the name.
+  // Fills tblAppPoolInfo with the pools of a server unless it holds a row of it already, and returns the
+  // number of its rows; 0 if the database can't be opened. Stays: the name.
   std::int16_t GetAppPoolsCount(const Text& strIISServerName, const Text& strDBName);
 
   // Sets where records go: the directory of the application error log, without a closing backslash, and the

@@ -15,11 +15,11 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// The statements of the second pass. Stays: the names stand in them as they are. A single quote in one
+// The statements of the second pass. Stays: the names go into them unquoted. A single quote in one
 // spoils its own statements and no others.
 Text ExtensionsSql(TextView strServerName) {
   return concat({u"Select Distinct [Web service extension] from tblWSExtension where [Server name] = '"sv,
-                 strServerName, u"' "sv});  // Stays: the blank.
+                 strServerName, u"' "sv});  // Stays: the space.
 }
 
 Text AccessSql(TextView strServerName, TextView strExtension) {
@@ -27,7 +27,7 @@ Text AccessSql(TextView strServerName, TextView strExtension) {
                  strServerName, u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
 }
 
-// Stays: the two updates differ in a blank.
+// Stays: the two updates differ in a space.
 Text CustomSql(TextView strServerName, TextView strExtension) {
   return concat({u"Update tblWSExtension set Status= 'Custom' Where [Server name]='"sv, strServerName,
                  u"' and [Web service extension]= '"sv, strExtension, u"'"sv});

@@ -13,8 +13,7 @@ namespace automation {
 
 // The numbers of failures, as automation programmers know them: the small ones are those of the language
 // runtime, those from 3000 on of database objects, the negative ones result codes (HRESULT) as signed 32-bit
-// integers. An object may fail with numbers of its own beside these; they stand in the folder that it lives
-// in.
+// integers. An object may also fail with numbers of its own, which are defined in its own folder.
 namespace number {
 // Raised by a step of the caller's own: a conversion, an index, a reference that holds nothing.
 constexpr std::int32_t kOverflow = 6;
@@ -33,8 +32,8 @@ constexpr std::int32_t kDiskFull = 61;
 constexpr std::int32_t kPathFileAccess = 75;
 constexpr std::int32_t kPathNotFound = 76;
 
-// Raised by the runtime: nobody creates such an object, nobody serves such a moniker. The latter also by who
-// does serve it, for a moniker that isn't of its form.
+// Raised by the runtime: nobody creates such an object, nobody serves such a moniker. The latter is also
+// raised by whoever serves it, for a malformed moniker.
 constexpr std::int32_t kCannotCreateObject = 429;
 constexpr std::int32_t kMonikerSyntax = static_cast<std::int32_t>(0x800401E4);
 
@@ -67,7 +66,7 @@ class AUTOMATION_VISIBLE Failure : public std::exception {
   std::string what_;
 };
 
-// The failures that a caller's own step can have, with the wording that they bear everywhere.
+// The failures that a caller's own step can have, with the wording that they have everywhere.
 [[noreturn]] void failOverflow();
 [[noreturn]] void failSubscript();
 [[noreturn]] void failTypeMismatch();

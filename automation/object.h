@@ -29,10 +29,11 @@
 
 namespace automation {
 
-// The arguments of a member, by reference: a method that gives something back writes it into its argument.
+// The arguments of a member, by reference: a method that returns something through an argument writes it
+// there.
 using Arguments = std::span<Variant>;
 
-// A walk over the children of an object, in the order in which their owner keeps them.
+// A walk over the children of an object, in the order in which the object keeps them.
 class AUTOMATION_VISIBLE Walk {
  public:
   virtual ~Walk() = default;
@@ -54,7 +55,7 @@ class AUTOMATION_VISIBLE Object {
   // Writes a property, indexed where arguments are given.
   virtual void write(TextView member, Arguments arguments, const Variant& value) = 0;
 
-  // Calls a method. Gives its result, or Empty where it has none.
+  // Calls a method. Returns its result, or Empty where it has none.
   virtual Variant call(TextView member, Arguments arguments) = 0;
 
   // Begins a walk over the children. The walk keeps what it needs of the object alive.
@@ -81,7 +82,7 @@ Variant call(const ObjectRef& object, TextView member, Values&&... values) {
   return callWith(object, member, arguments);
 }
 
-// A method with one argument by reference, which holds what the method gave when the call returns.
+// A method with one argument by reference, which holds the method's answer when the call returns.
 Variant callByReference(const ObjectRef& object, TextView member, Variant& argument);
 
 // Fails with 450 where a member takes fewer arguments than `needed` or more than `taken`. `source` is what

@@ -13,11 +13,11 @@
 
 namespace automation {
 
-// Gives the object that a moniker names, or null. The whole moniker is handed in, prefix included. May be
+// Returns the object that a moniker names, or null. The whole moniker is handed in, prefix included. May be
 // called from several threads at once. Throws Failure.
 using MonikerServer = std::function<ObjectRef(TextView moniker)>;
 
-// Creates a new object, or gives null. May be called from several threads at once. Throws Failure.
+// Creates a new object, or returns null. May be called from several threads at once. Throws Failure.
 using ClassServer = std::function<ObjectRef()>;
 
 // The table. All members may be called from any thread.
@@ -37,14 +37,13 @@ class Runtime {
   // Sets the process's screen object, which every thread reaches.
   void setScreen(ObjectRef screen);
 
-  // What stands in the table, or null. These serve whoever puts something between the component and an
-  // object.
+  // What the table holds, or null. For whoever puts something between the component and an object.
   MonikerServer monikerServer(TextView prefix) const;
   ClassServer classServer(TextView programmaticId) const;
   ObjectRef screen() const;
 
  private:
-  // So few that looking through them takes less than anything cleverer.
+  // A linear search: there are only a handful of entries.
   template <typename Server>
   using Table = std::vector<std::pair<Text, std::shared_ptr<const Server>>>;
 

@@ -49,7 +49,7 @@ void appendUtf8(std::string& out, char32_t point) {
   }
 }
 
-// Decodes the sequence at `at` and moves past it. A byte that begins no valid sequence is passed over alone.
+// Decodes the sequence at `at` and moves past it. A byte that begins no valid sequence is skipped alone.
 char32_t nextPoint(std::string_view utf8, std::size_t& at) {
   const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(utf8[index]); };
   const unsigned lead = byte(at);
@@ -86,7 +86,7 @@ char32_t nextPoint(std::string_view utf8, std::size_t& at) {
   return point;
 }
 
-// Ranges of letters whose two cases stand a fixed distance apart.
+// Ranges of letters whose two cases are a fixed distance apart.
 struct CaseRange {
   char16_t firstUpper;
   char16_t lastUpper;

@@ -17,7 +17,7 @@ Text fromUtf8(std::string_view utf8);
 // UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
 std::string toUtf8(TextView text);
 
-// The other case of one letter: ASCII, Latin, Greek and Cyrillic. Any other unit is given back unchanged.
+// The other case of one letter: ASCII, Latin, Greek and Cyrillic. Any other unit is returned unchanged.
 char16_t toLowerBeyondAscii(char16_t unit);
 char16_t toUpperBeyondAscii(char16_t unit);
 inline char16_t toLower(char16_t unit) {
@@ -38,10 +38,10 @@ inline bool equalsIgnoringCase(TextView left, TextView right) {
   return left.size() == right.size() && equalsInBothCases(left, right);
 }
 
-// The pieces one behind the other.
+// The pieces joined, with nothing in between.
 Text concat(std::initializer_list<TextView> pieces);
 
-// The text without the blanks (U+0020 and nothing else) at both ends.
+// The text without the spaces (U+0020 and nothing else) at both ends.
 TextView trimBlanks(TextView text);
 
 }  // namespace automation

@@ -12,7 +12,7 @@
 namespace automation {
 namespace {
 
-// The number that a text holds, blanks around it allowed.
+// The number that a text holds, spaces around it allowed.
 std::optional<double> parseNumber(TextView text) {
   text = trimBlanks(text);
   if (!text.empty() && text.front() == u'+') {

@@ -1,4 +1,4 @@
-// What other libraries of the process must see as the very same class.
+// Classes that must be the same in every library of the process.
 #pragma once
 
 // Marks a class whose identity crosses libraries: an exception that is thrown in one and caught in another,

@@ -8,8 +8,8 @@
 // A handler is called with the failure, a const ErrorState&. A failure inside a handler leaves the routine
 // and goes to its caller.
 //
-// References are released where their scope ends. A routine sets one to null itself only where what follows
-// shows outside: the mouse pointer, which goes back when everything is released.
+// References are released at the end of their scope. A routine sets one to null itself only where the order
+// shows outside: the mouse pointer is set back after everything has been released.
 #pragma once
 
 #include <memory>
@@ -41,10 +41,10 @@ void Silently(Step&& step) {
 }
 
 // What a continue-on-failure routine runs its steps with, each on its own: a failed one goes to the handler,
-// and the routine goes on behind it.
+// and the routine continues after it.
 class Guard {
  public:
-  // Runs one step; an assignment that fails in it leaves its variable as it was. Gives whether the step
+  // Runs one step; an assignment that fails in it leaves its variable as it was. Returns whether the step
   // succeeded.
   template <typename Step>
   bool step(Step&& step) const {
@@ -65,7 +65,7 @@ class Guard {
     return bPassed;
   }
 
-  // Runs a routine that opens something, and gives whether it is open. The test is for False, so one that
+  // Runs a routine that opens something, and returns whether it is open. The test is for False, so one that
   // fails counts as not open.
   template <typename Open>
   bool opened(Open&& open) const {
@@ -82,7 +82,7 @@ class Guard {
     });
   }
 
-  // The same, left as soon as `body` gives true.
+  // The same, left as soon as `body` returns true.
   template <typename Body>
   void forEachUntil(const ObjectRef& objContainer, Body&& body) const {
     std::unique_ptr<automation::Walk> walk;
@@ -95,7 +95,7 @@ class Guard {
   }
 
   // Counts from the lower to the upper bound of an array, both 16 bits wide, each index handed to `body`. A
-  // bound that can't be had is logged, and there is nothing to count.
+  // bound that can't be read is logged, and there is nothing to count.
   template <typename Body>
   void forEachIndex(const Variant& aList, Body&& body) const {
     std::int16_t intLower = 0;

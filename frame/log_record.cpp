@@ -29,7 +29,7 @@ std::string LocalTime() {
   return std::string(text, std::strftime(text, sizeof text, "%m/%d/%Y %H:%M:%S", &parts));
 }
 
-// The width counts characters of the text, so the blanks are put in before it becomes UTF-8.
+// The width counts characters of the text, so the spaces are put in before it becomes UTF-8.
 Text LeftAligned(Text strText) {
   strText.resize(std::max(strText.size(), kNameWidth), u' ');
   return strText;

@@ -11,7 +11,7 @@ namespace TORVINFTPAppDataCom {
 // line of UTF-8 with five fields, a TAB between them, CR LF at the end:
 //
 //   local date and time, MM/dd/yyyy HH:mm:ss
-//   `aObjectName`, filled with blanks to 40 characters, never cut
+//   `aObjectName`, padded with spaces to 40 characters, never truncated
 //   `aFunctionName`, likewise
 //   `aErrorNumber` in upper-case hexadecimal, right-aligned in 10 characters
 //   `aErrorMessage` as it is

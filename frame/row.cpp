@@ -8,7 +8,7 @@
 namespace TORVINFTPAppDataCom {
 namespace {
 
-// Above this a buffer isn't kept: a row with a text of megabytes is no reason to hold on to them.
+// A larger buffer isn't kept: one row with a text of megabytes is no reason to hold on to them.
 constexpr std::size_t kKeptUnits = 4096;
 
 // The Variants that a column's name and its text are handed over in. They stay with the thread, so that a row
@@ -21,7 +21,7 @@ struct Buffers {
 
 Buffers& ThreadBuffers() {
   thread_local Buffers buffers;
-  // Without the launder the compiler looks the thread's object up anew at each use.
+  // Without the launder the compiler looks the thread's object up again at each use.
   return *std::launder(&buffers);
 }
 

@@ -12,7 +12,7 @@ namespace TORVINFTPAppDataCom {
 
 class Guard;
 
-// A value without the blanks at its ends, as text. Null stays null.
+// A value without the spaces at its ends, as text. Null stays null.
 Variant Trim(Variant value);
 
 // A piece of a text between delimiters, by its index. An empty text has no piece at all. Fails with 9 where
@@ -20,7 +20,7 @@ Variant Trim(Variant value);
 TextView PieceOf(TextView strText, char16_t chrDelimiter, std::size_t intIndex);
 std::size_t CountPieces(TextView strText, char16_t chrDelimiter);
 
-// Writes a column of the recordset's pending row: a value as it is, a text trimmed of the blanks at its ends,
+// Writes a column of the recordset's pending row: a value as it is, a text trimmed of the spaces at its ends,
 // a number as decimal text. Every table holds text alone.
 void WriteColumn(const ObjectRef& objRs, TextView strColumn, const Variant& value);
 void WriteText(const ObjectRef& objRs, TextView strColumn, TextView strText);

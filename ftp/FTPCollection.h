@@ -12,9 +12,9 @@ namespace TORVINFTPAppDataCom {
 // of 0 or -1 where told; they throw only when the log itself can't be written. An object stays with the
 // thread that created it and keeps nothing open between two calls.
 //
-// Arguments: `strServerName` or `strIISServerName` is the name of the server, as it stands in an IIS:// path;
-// `strDBName` the full path of the database file, which has all tables already; `strId` or `StrIdentifier`
-// the metabase name of a site.
+// Arguments: `strServerName` or `strIISServerName` is the name of the server, as it appears in an IIS://
+// path; `strDBName` the full path of the database file, which has all tables already; `strId` or
+// `StrIdentifier` the metabase name of a site.
 class FTPCollection {
  public:
   // Whole path of the object's error log file.
@@ -47,8 +47,8 @@ class FTPCollection {
   void SetProcessStatusUpdater(ObjectRef& objStatusBar, ObjectRef& objProgressBar,
                                ObjectRef& objProcessCount);
 
-  // Fills tblFTPSiteInfo with the sites of a server unless it holds a row of it already, and gives the number
-  // of its rows; 0 if the database can't be opened.
+  // Fills tblFTPSiteInfo with the sites of a server unless it holds a row of it already, and returns the
+  // number of its rows; 0 if the database can't be opened.
   std::int16_t GenerateFTPSiteInfo(const Text& strServerName, const Text& strDBName);
 
   // The number of children of the object at `strBindingPath`; 0 if it can't be reached. Writes nothing.

@@ -9,7 +9,7 @@ inline constexpr TextView kExtendedFormat = u"W3C Extended Log File Format";
 inline constexpr TextView kOdbcFormat = u"ODBC Logging";
 inline constexpr TextView kInternetServiceFormat = u"Microsoft IIS Log File Format";
 
-// The first group: the eight characters behind the opening brace. `strClassId` is the value of
+// The first group: the eight characters after the opening brace. `strClassId` is the value of
 // LogPluginClsid.
 inline TextView LogClassGroup(TextView strClassId) {
   const TextView strTrimmed = trimBlanks(strClassId);

@@ -16,7 +16,7 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// Stays: the lines one behind the other, with nothing in between.
+// Stays: the lines are joined with nothing in between.
 Text JoinLines(const Variant& aLines) {
   const std::int16_t intLower = narrowToInt16(lowerBound(aLines));
   const std::int16_t intUpper = narrowToInt16(upperBound(aLines));
@@ -58,7 +58,7 @@ VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectR
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetMessageSettings");
-        // Stays: these are the caller's own recordset and connection, and the sites behind this one find
+        // Stays: these are the caller's own recordset and connection, and the sites after this one find
         // neither. There this very look at the state fails and leaves the routine.
         if (toInt32(read(objRs, u"State"sv)) == 1) CloseRecordset(objRs, True);
         if (toInt32(read(objCn, u"State"sv)) == 1) CloseConnection(objCn);

@@ -6,7 +6,7 @@
 namespace TORVINFTPAppDataCom {
 
 // Asks the host's common object for the version of `strServerName`, having told it the log `strErrorLogPath`.
-// The object lives for this call only. Any failure passes to the caller. Stays: it is asked anew for each
+// The object lives for this call only. Any failure passes to the caller. Stays: it is asked again for each
 // site, and for Info as well.
 inline std::int16_t ReadServerVersion(const Text& strServerName, const Text& strErrorLogPath) {
   const ObjectRef objCommon = CreateObject(u"MARLINSCOPEGLOBALCOM.ICommonFunction"sv);

@@ -6,15 +6,15 @@
 
 namespace TORVINFTPAppDataCom {
 
-// What stands for the name of a site that has none.
+// Used for the name of a site that has none.
 inline constexpr TextView kNoSiteName = u"Value not set";
 
-// The service's own Info node stands among the sites and is none.
+// The service's own Info node is listed among the sites but isn't one.
 inline bool IsInfoNode(TextView strId) {
   return equalsIgnoringCase(strId, u"Info"sv);
 }
 
-// The site's name, or what stands in its place where `servercomment` isn't set.
+// The site's name, or what is used in its place where `servercomment` isn't set.
 inline Text ReadSiteName(const ObjectRef& objSite) {
   Variant vComment = read(objSite, u"servercomment"sv);
   return vComment.isNull() ? Text(kNoSiteName) : toText(std::move(vComment));

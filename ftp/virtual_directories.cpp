@@ -61,7 +61,7 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
         GetVirtualDirSecurityProperties(strName, strId, concat({strParentPath, u"/"sv, strName}),
                                         strParentPath, strDBName);
       });
-      // Stays: two blanks behind the word, where every other routine has one.
+      // Stays: two spaces after the word, where every other routine has one.
       guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing "sv, strName)); });
       guard.step([&] { strPath = toText(read(objChild, u"Path"sv)); });
       guard.step([&] { strRead = GetPropEnabledStatus(toInt16(read(objChild, u"accessread"sv))); });
@@ -69,7 +69,7 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
       guard.step([&] { intDontLog = toInt16(read(objChild, u"dontlog"sv)); });
 
       guard.step([&] { call(objRs, u"AddNew"sv); });
-      // Stays: read anew for each row, although it is the same in all of them, and not trimmed.
+      // Stays: read again for each row, although it is the same in all of them, and not trimmed.
       guard.step([&] { WriteColumn(objRs, u"IISPath"sv, NullToEmpty(read(objParent, u"adspath"sv))); });
       guard.step([&] { WriteText(objRs, u"Identifier"sv, strId); });
       guard.step([&] { WriteText(objRs, u"Directory name"sv, strName); });

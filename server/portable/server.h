@@ -42,7 +42,7 @@ extern "C" {
 // kOk when no object lives and no lock holds, else kNo.
 TORVINFTPAppDataCom::ResultCode DllCanUnloadNow();
 
-// Gives the factory of a class, as a TORVINFTPAppDataCom::ClassFactory*, in `factory`. The interface asked
+// Returns the factory of a class, as a TORVINFTPAppDataCom::ClassFactory*, in `factory`. The interface asked
 // for is that of a class factory or IUnknown. On failure `factory` holds null.
 TORVINFTPAppDataCom::ResultCode DllGetClassObject(const TORVINFTPAppDataCom::Guid& classId,
                                                   const TORVINFTPAppDataCom::Guid& interfaceId,
