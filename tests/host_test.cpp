@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pty.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -68,28 +67,9 @@ class Host : public testing::Test {
     return json::parse(run({"show", table, "--database", database_, "--format", "json"}).out);
   }
 
-  std::vector<std::string> everything() const { return test::everyRow(database_); }
-
-  // Runs on a terminal and gives what it has shown. `shown` may look at that and do something about the
-  // child.
-  Result runOnTerminal(unsigned short width, const std::vector<std::string>& arguments,
+  Result runOnTerminal(unsigned short width, const Arguments& arguments,
                        const std::function<void(pid_t, const std::string&)>& shown = {}) const {
-    winsize size{};
-    size.ws_col = width;
-    int terminal = -1;
-    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
-    if (child == 0) {
-      test::become(folder_, arguments, [] { setenv("TERM", "xterm", 1); });
-    }
-    Result result;
-    char buffer[4096];
-    for (ssize_t got = 0; (got = read(terminal, buffer, sizeof buffer)) > 0;) {
-      result.out.append(buffer, static_cast<std::size_t>(got));
-      if (shown) shown(child, result.out);
-    }
-    result.status = test::endOf(child);
-    close(terminal);
-    return result;
+    return test::runOnTerminal(folder_, width, arguments, shown);
   }
 
   test::Folder folder_;
@@ -196,71 +176,6 @@ TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
   EXPECT_EQ(mixed.status, 1);
   EXPECT_EQ(lines(mixed.err).size(), 1U);
   EXPECT_NE(mixed.out.find("collected 1 server"), std::string::npos);
-}
-
-TEST_F(Host, ReplacesTheRowsOfTheSameServerOnly) {
-  // A name that begins like another one.
-  ASSERT_EQ(collect({kWeb01, "WEB=" + kWeb01}).status, 0);
-  const auto first = everything();
-  const Result again = collect({"web=" + kWeb01});
-  EXPECT_NE(again.out.find("replaced " + std::to_string(first.size() / 2) + " rows of web "),
-            std::string::npos);
-  EXPECT_EQ(everything().size(), first.size());
-  ASSERT_EQ(collect({"WEB=" + kWeb01}).status, 0);
-  EXPECT_EQ(everything(), first);
-}
-
-TEST_F(Host, CollectsOnlyWhatIsAskedFor) {
-  ASSERT_EQ(collect({kWeb01}).status, 0);
-  const auto whole = everything();
-  const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
-      {{"--only", "message"}, "tblFTPSiteInfo 12 tblMessageSetting 12"},
-      {{"--only", "General", "--site", "3"}, "tblFTPSiteInfo 12 tblGeneral 1"},
-      {{"--only", "general", "--only", "Virtual Directories", "--site", "1", "--site", "12"},
-       "tblFTPSiteInfo 12 tblGeneral 2 tblvirtualDirectory 8 tblvirtualDirSecurity 11"},
-      {{"--only", "Applied Objects", "--pool", "intranet POOL"}, "tblAppPoolInfo 6 tblAppliedObject 4"},
-      {{"--only", "Web Service Extensions"}, "tblWSExtension 9"},
-  };
-  for (const auto& [arguments, counts] : cases) {
-    std::vector<std::string> all{kWeb01};
-    all.insert(all.end(), arguments.begin(), arguments.end());
-    const Result result = collect(all);
-    std::string told;
-    std::istringstream words(result.out.substr(result.out.find("  tbl")));
-    for (std::string table, count; words >> table >> count && table.starts_with("tbl");) {
-      told += (told.empty() ? "" : " ") + table + " " + count;
-    }
-    EXPECT_EQ(told, counts);
-    EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(everything(), whole) << counts;
-  }
-  const Result unknown = collect({kWeb01, "--site", "77"});
-  EXPECT_EQ(unknown.status, 1);
-  EXPECT_NE(unknown.err.find("there is no FTP site '77'"), std::string::npos);
-}
-
-TEST_F(Host, ServersSideBySideGiveTheRowsOfServersInTurn) {
-  const std::vector<std::string> servers = {kWeb01, kLegacy, metabaseOf("MANY", 60), metabaseOf("MORE", 40)};
-  ASSERT_EQ(collect(servers).status, 1);
-  const auto inTurn = everything();
-  database_ = path("side.db");
-  auto sideBySide = servers;
-  sideBySide.insert(sideBySide.end(), {"--jobs", "3"});
-  ASSERT_EQ(collect(sideBySide).status, 1);
-  EXPECT_EQ(everything(), inTurn);
-}
-
-TEST_F(Host, MakesMissingTablesAndRefusesOthersTables) {
-  Database(database_, Database::Mode::kCreate, {}).execute("create table tblHealth (\"Server name\" text)");
-  const Result refused = collect({kWeb01});
-  EXPECT_EQ(refused.status, 2);
-  EXPECT_NE(refused.err.find("tblHealth has no column 'Application pool name'"), std::string::npos);
-  {
-    Database database(database_, Database::Mode::kReadWrite, {});
-    EXPECT_FALSE(database.prepare("select 1 from sqlite_master where name = 'tblIdentity'").step());
-    database.execute("drop table tblHealth");
-  }
-  EXPECT_EQ(collect({kWeb01}).status, 0);
 }
 
 TEST_F(Host, ShowsHostileTextHarmlessly) {

@@ -1,5 +1,6 @@
 #include "tests/support/process.h"
 
+#include <pty.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -73,6 +74,24 @@ bool Program::runs() const {
 Result Program::end() {
   const int status = endOf(id_);
   return {status, taken(out_), taken(err_)};
+}
+
+Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,
+                     const std::function<void(pid_t, const std::string&)>& shown) {
+  winsize size{};
+  size.ws_col = columns;
+  int terminal = -1;
+  const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
+  if (child == 0) become(folder, arguments, [] { ::setenv("TERM", "xterm", 1); });
+  Result result;
+  char buffer[4096];
+  for (ssize_t got = 0; (got = ::read(terminal, buffer, sizeof buffer)) > 0;) {
+    result.out.append(buffer, static_cast<std::size_t>(got));
+    if (shown) shown(child, result.out);
+  }
+  result.status = endOf(child);
+  ::close(terminal);
+  return result;
 }
 
 std::string generated(const Folder& folder, const std::string& server,

@@ -57,6 +57,11 @@ inline Result run(const Folder& folder, const Arguments& arguments,
   return Program(folder, arguments, prepare).end();
 }
 
+// The same on a terminal of so many columns, to which all output goes. `shown` may look at what it has shown
+// so far and do something about it.
+Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,
+                     const std::function<void(pid_t, const std::string&)>& shown = {});
+
 // A generated metabase, as the program takes one: with the name of its server.
 std::string generated(const Folder& folder, const std::string& server, const bench::MetabaseOptions& options);
 

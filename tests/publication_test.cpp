@@ -1,0 +1,678 @@
+// What a run of the program leaves in the inventory: all of a server's collection or what stood before.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "inventory/inventory.h"
+#include "tests/support/collection.h"
+#include "tests/support/process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using sqlite::Database;
+using Strings = std::vector<std::string>;
+using test::Arguments;
+using test::everyRow;
+using test::Result;
+
+const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
+
+std::string replaced(std::string text, const std::string& what, const std::string& with) {
+  EXPECT_NE(text.find(what), std::string::npos) << what;
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size()) {
+    text.replace(at, what.size(), with);
+  }
+  return text;
+}
+
+class Publication : public testing::Test {
+ protected:
+  // A server in a state of its own: no row, but for a pool's name, is that of another state. Gives the file.
+  std::string state(int number, int sites = 3, int pools = 2) const {
+    bench::MetabaseOptions options;
+    options.seed = static_cast<std::uint64_t>(number);
+    options.sites = sites;
+    options.pools = pools;
+    const std::string name = std::to_string(number), server = test::generated(folder_, name, options);
+    const std::string file = server.substr(server.find('=') + 1);
+    std::string text = test::contents(file);
+    const std::pair<std::string, std::string> changes[] = {
+        {"FTP site number", "State " + name + " site"},
+        {"IUSR_SERVER", "IUSR_" + name},
+        {"Good bye", "Good bye " + name},
+        {"| LogExtFileTime", number % 2 == 0 ? "| LogExtFileHost" : "| LogExtFileReferer"},
+        {",Extension ", ",State " + name + " extension "},
+        {"D:\\", name + ":\\"},
+        {"CPULimit", "PingInterval=\"" + name + "\" CPULimit"}};
+    for (const auto& [what, with] : changes) text = replaced(text, what, with);
+    return folder_.file(name + ".xml", text);
+  }
+
+  // The same with a problem at each site.
+  std::string withProblems(const std::string& file) const {
+    return folder_.file(
+        "bad.xml", replaced(test::contents(file), "ServerBindings=\":200", "ServerBindings=\"x\" Own=\""));
+  }
+
+  Result collect(Arguments arguments, const std::function<void()>& prepare = {}) const {
+    arguments.insert(arguments.begin(), "collect");
+    arguments.insert(arguments.end(), {"--database", database_.string()});
+    const Result result = test::run(folder_, arguments, prepare);
+    EXPECT_TRUE(fs::is_empty(folder_ / "temporary"));
+    return result;
+  }
+
+  Strings rows() const { return everyRow(database_); }
+
+  // The first column of an SQL text's rows.
+  Strings values(const std::string& sql) const {
+    Database database(database_, Database::Mode::kReadOnly, {});
+    auto statement = database.prepare(sql);
+    Strings found;
+    while (statement.step()) found.emplace_back(statement.text(0).value_or("-"));
+    return found;
+  }
+  std::string value(const std::string& sql) const {
+    const Strings found = values(sql);
+    return found.empty() ? "" : found.front();
+  }
+
+  const test::Folder folder_;
+  fs::path database_ = folder_.folder("kept") / "inventory.db";
+};
+
+// ---- What it replaces
+// --------------------------------------------------------------------------------------
+
+// A row and the item that it is about.
+struct Row {
+  std::string table, item, text;
+  bool ofPool = false;
+};
+
+std::vector<Row> itemRows(const fs::path& path) {
+  Database database(path, Database::Mode::kReadOnly, {});
+  std::vector<Row> all;
+  for (const inventory::Table& table : inventory::tables()) {
+    auto statement = database.prepare("select * from " + std::string(table.name));
+    while (statement.step()) {
+      Row& row = all.emplace_back(Row{std::string(table.name), "", "", false});
+      for (int column = 0; column < statement.columnCount(); ++column) {
+        const std::string_view name = table.columns[static_cast<std::size_t>(column)];
+        const std::string value(statement.text(column).value_or("-"));
+        row.text += "|" + value;
+        if (value == "-" || (name != inventory::kSiteColumn && name != inventory::kPoolColumn)) continue;
+        row.item = value;
+        row.ofPool = name == inventory::kPoolColumn;
+      }
+    }
+  }
+  return all;
+}
+
+TEST_F(Publication, ReplacesWhatIsSelectedAndWhatIsNoLongerThere) {
+  // Site 4 and pool 3 are in the second state alone.
+  const Strings files = {state(1), state(2, 4, 3)};
+  fs::path whole[2];
+  std::vector<Row> stateRows[2];
+  for (const int at : {0, 1}) {
+    database_ = whole[at] = folder_ / ("whole" + std::to_string(at) + ".db");
+    EXPECT_EQ(collect({"A=" + files[static_cast<std::size_t>(at)]}).status, 0);
+    stateRows[at] = itemRows(database_);
+  }
+  const std::set<std::string> ftp = {
+      "tblGeneral",           "tblLogFileSetting",       "tblExtendedLogSetting",       "tblSecurityAccounts",
+      "tblMessageSetting",    "tblHomeDirectorySetting", "tblDirectorySecuritySetting", "tblvirtualDirectory",
+      "tblvirtualDirSecurity"};
+  const std::set<std::string> pools = {
+      "tblGeneral", "tblWProcessRecycling", "tblMemoryRecycling", "tblPerformance",
+      "tblHealth",  "tblIdentity",          "tblAppliedObject"};
+  using Set = std::set<std::string>;
+  const struct {
+    Arguments options;
+    Set ofSites, ofPools, sites, pools;  // the tables that are gathered, the items selected
+  } cases[] = {
+      {{"--only", "message"}, {"tblMessageSetting"}, {}, {}, {}},
+      {{"--only", "General"}, {"tblGeneral"}, {"tblGeneral"}, {}, {}},
+      {{"--only", "Web Service Extensions"}, {"tblWSExtension"}, {}, {}, {}},
+      {{"--site", "1"}, ftp, {}, {"1"}, {}},
+      {{"--site", "4", "--site", "2"}, ftp, {}, {"4", "2"}, {}},
+      {{"--pool", "pool 1"}, {}, pools, {}, {"Pool 1"}},
+      {{"--pool", "Pool 3"}, {}, pools, {}, {"Pool 3"}},
+      {{"--only", "General", "--site", "3", "--pool", "Pool 2"},
+       {"tblGeneral"},
+       {"tblGeneral"},
+       {"3"},
+       {"Pool 2"}},
+      {{"--only", "Virtual Directories", "--site", "4", "--only", "Applied Objects"},
+       {"tblvirtualDirectory", "tblvirtualDirSecurity"},
+       {"tblAppliedObject"},
+       {"4"},
+       {}},
+  };
+  database_ = folder_ / "kept" / "inventory.db";
+  for (const auto& each : cases) {
+    for (const std::size_t before : {0u, 1u}) {
+      const std::vector<Row>&old = stateRows[before], &now = stateRows[1 - before];
+      const bool extensions = each.ofSites.contains("tblWSExtension");
+      const bool lists[] = {!each.ofSites.empty() && !extensions, !each.ofPools.empty()};
+      const auto isNew = [&](const Row& row) {
+        if (row.table == "tblFTPSiteInfo") return lists[0];
+        if (row.table == "tblAppPoolInfo") return lists[1];
+        const Set &tables = row.ofPool ? each.ofPools : each.ofSites,
+                  &items = row.ofPool ? each.pools : each.sites;
+        return tables.contains(row.table) && (items.empty() || items.contains(row.item));
+      };
+      const auto isGone = [&](const Row& row) {
+        if (!(row.ofPool ? each.ofPools : each.ofSites).contains(row.table) || extensions) return false;
+        const std::string list = row.ofPool ? "tblAppPoolInfo" : "tblFTPSiteInfo";
+        return std::none_of(now.begin(), now.end(),
+                            [&](const Row& item) { return item.table == list && item.item == row.item; });
+      };
+      Strings expected, found;
+      for (const Row& row : old) {
+        if (!isNew(row) && !isGone(row)) expected.push_back(row.table + row.text);
+      }
+      for (const Row& row : now) {
+        if (isNew(row)) expected.push_back(row.table + row.text);
+      }
+      fs::copy_file(whole[before], database_, fs::copy_options::overwrite_existing);
+      Arguments arguments = each.options;
+      arguments.push_back("A=" + files[1 - before]);
+      const Result result = collect(arguments);
+      SCOPED_TRACE(testing::PrintToString(arguments) + result.err);
+      const bool vanished = before == 1 && (each.sites.contains("4") || each.pools.contains("Pool 3"));
+      EXPECT_EQ(result.status, vanished ? 1 : 0);
+      EXPECT_EQ(result.err.find("there is no ") != std::string::npos, vanished);
+      for (const Row& row : itemRows(database_)) found.push_back(row.table + row.text);
+      std::sort(expected.begin(), expected.end());
+      std::sort(found.begin(), found.end());
+      EXPECT_EQ(found, expected);
+      EXPECT_EQ(value("select count(*) from Collections"), "2");
+    }
+  }
+}
+
+TEST_F(Publication, KeepsTheWordOnACollectionUntilAllThatItBroughtIsReplaced) {
+  const std::string good = state(1), bad = withProblems(good);
+  const auto problems = [&] {
+    return values(
+        "select \"Table\" || ' ' || \"Item\" || ' ' || \"Node\" from Problems where Kind = 'problem'");
+  };
+  const auto selections = [&] { return values("select \"Selection\" from Collections"); };
+  const auto general = [](const std::string& site) {
+    return "tblGeneral " + site + " IIS://A/MSFTPSVC/" + site;
+  };
+  EXPECT_EQ(collect({"A=" + bad}).status, 1);
+  EXPECT_EQ(problems(), (Strings{general("1"), general("2"), general("3")}));
+  EXPECT_EQ(value("select Problems || ' ' || Notes from Collections"), "3 0");
+  EXPECT_EQ(collect({"A=" + good, "--only", "General", "--site", "2"}).status, 0);
+  EXPECT_EQ(collect({"A=" + bad, "--only", "General", "--site", "3"}).status, 1);
+  EXPECT_EQ(problems(), (Strings{general("1"), general("3")}));
+  EXPECT_EQ(selections(), (Strings{"", "--only 'General' --site '2'", "--only 'General' --site '3'"}));
+  const Arguments tabs = {"Log File Settings", "Extended Log Properties", "Security Accounts",  "Message",
+                          "Home Directory",    "Directory Security",      "Virtual Directories"};
+  Arguments ofSites = {"A=" + good, "--only", "General"},
+            ofPools = {"A=" + good, "--only", "Web Service Extensions"};
+  for (const std::string& tab : tabs) ofSites.insert(ofSites.end(), {"--only", tab});
+  for (const std::string tab : {"Worker Process Recycling", "Memory Recycling", "Performance", "Health",
+                                "Identity", "Applied Objects"})
+    ofPools.insert(ofPools.end(), {"--only", tab});
+  EXPECT_EQ(collect(ofSites).status, 0);
+  EXPECT_EQ(problems(), Strings());
+  EXPECT_EQ(selections().size(), 2U) << "the whole one for the rest of the pools, and this one";
+  EXPECT_EQ(collect(ofPools).status, 0);
+  EXPECT_EQ(value("select count(*) || min(length(Selection) > 0) from Collections"), "21");
+  EXPECT_EQ(collect({"A=" + good}).status, 0);
+  EXPECT_EQ(selections(), Strings{""});
+  EXPECT_EQ(value("select \"File size\" || \"SHA-256\" from Collections").size(), 5U + 64);
+}
+
+TEST_F(Publication, TakesNamesThatDifferInCaseForOneAndLeavesOthersAlone) {
+  ASSERT_EQ(collect({"\u00C4RGER=" + kLegacy, "\u00C4=" + state(1), "WEB=" + kLegacy}).status, 1);
+  const Strings first = rows();
+  const Result again = collect({"\u00E4rger=" + kLegacy, "web=" + kLegacy});
+  EXPECT_NE(again.out.find("replaced 31 rows of \u00E4rger "), std::string::npos) << again.out;
+  EXPECT_EQ(rows().size(), first.size());
+  EXPECT_EQ(value("select count(distinct \"Server name\") from Problems"), "2");
+  EXPECT_EQ(value("select count(*) from Collections"), "3");
+  ASSERT_EQ(collect({"\u00C4RGER=" + kLegacy, "WEB=" + kLegacy}).status, 1);
+  EXPECT_EQ(rows(), first);
+  EXPECT_EQ(collect({"web01=" SAMPLES_DIRECTORY "/WEB01/MetaBase.xml", "--pool", "\u00FCBERSICHT"}).status,
+            0);
+  EXPECT_EQ(values("select \"Application pool name\" from tblHealth where \"Server name\" = 'WEB01'"),
+            Strings{"\u00DCbersicht"});
+}
+
+// Virtual directories as a test gives them; reading the pools' health fails where it is to fail.
+class Directories : public inventory::RowSource {
+ public:
+  void add(std::vector<inventory::Cell> row) {
+    row.resize(inventory::tables()[inventory::tableIndex("tblvirtualDirectory")].columns.size());
+    rows_.push_back(std::move(row));
+  }
+
+  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
+    struct Reading : inventory::Rows {
+      bool next() override {
+        if (fails) throw std::runtime_error("no rows");
+        return left != nullptr && ++at < left->size();
+      }
+      inventory::Cell cell(std::size_t column) override { return (*left)[at][column]; }
+
+      const std::vector<std::vector<inventory::Cell>>* left = nullptr;
+      std::size_t at = static_cast<std::size_t>(-1);
+      bool fails = false;
+    };
+    auto reading = std::make_unique<Reading>();
+    if (table.name == "tblvirtualDirectory") reading->left = &rows_;
+    reading->fails = fails && table.name == "tblHealth";
+    return reading;
+  }
+  bool fails = false;
+
+ private:
+  std::vector<std::vector<inventory::Cell>> rows_;
+};
+
+TEST_F(Publication, KnowsWhoseARowWithoutAPathIsAndMakesAllOrNothingOfSeveral) {
+  const auto publish = [&](std::vector<std::pair<std::string, const Directories*>> all,
+                           const inventory::Scope& scope = {}) {
+    std::vector<inventory::Result> results(all.size());
+    for (std::size_t at = 0; at < all.size(); ++at) {
+      results[at].origin.server = all[at].first;
+      results[at].rows = all[at].second;
+      results[at].scope = scope;
+    }
+    inventory::openForPublishing(database_.string(), {})->publish(results);
+  };
+  const auto sites = [&] {
+    return values("select \"Identifier\" || \"Directory name\" from tblvirtualDirectory order by 1");
+  };
+  Directories a, b, fewer, none, failing;
+  a.add({"", "1", "a"});
+  a.add({"", "2", "a"});
+  b.add({"IIS://B/MSFTPSVC/1/ROOT", "1", "b"});
+  b.add({"", "1", "b"});
+  b.add({"", "2", "b"});
+  fewer.add({"", "2", "a"});
+  failing.fails = true;
+  publish({{"A", &a}, {"B", &b}});
+  publish({{"a", &fewer}});
+  EXPECT_EQ(sites(), (Strings{"1b", "1b", "2a", "2b"}));
+  EXPECT_THROW(publish({{"A", &none}, {"B", &failing}}), std::exception);
+  EXPECT_EQ(sites(), (Strings{"1b", "1b", "2a", "2b"}));
+  publish({{"B", &none}},
+          {false, {{"tblvirtualDirectory", inventory::ItemKind::kSite, false, {"1"}, {"1", "2"}}}});
+  EXPECT_EQ(sites(), (Strings{"2a", "2b"}));
+  publish({{"B", &none}});
+  EXPECT_EQ(sites(), Strings{"2a"});
+}
+
+// ---- What it refuses
+// ---------------------------------------------------------------------------------------
+
+TEST_F(Publication, TurnsAFileOfVersionOneIntoOneWithoutALog) {
+  for (const std::string mode : {"delete", "wal", "killed"}) {
+    SCOPED_TRACE(mode);
+    fs::remove(database_);
+    ASSERT_EQ(collect({"A=" + kLegacy}).status, 1);
+    const Strings before = rows();
+    // As version 1.0.0 left it, or would have if it had been killed.
+    test::endOf(test::inChild([&] {
+      Database database(database_, Database::Mode::kReadWrite, {});
+      database.execute("drop table Collections; drop table Problems");
+      for (const inventory::Table& table : inventory::tables()) {
+        const std::string name(table.name);
+        for (const char* what : {" by server", " by path"})
+          database.execute("drop index if exists \"" + name + what + "\"");
+      }
+      if (mode != "delete") database.execute("pragma journal_mode = wal");
+      database.execute("delete from tblHealth; pragma user_version = 1");
+      if (mode == "killed") ::kill(::getpid(), SIGKILL);
+    }));
+    EXPECT_EQ(fs::exists(database_.string() + "-wal"), mode == "killed");
+    EXPECT_EQ(test::run(folder_, {"show", "--database", database_.string()}).status, 0);
+    EXPECT_EQ(collect({"B=" + state(1)}).status, 0);
+    EXPECT_EQ(test::rowsOf("A", rows()), before);
+    EXPECT_EQ(value("pragma journal_mode"), "delete");
+    EXPECT_EQ(value("pragma integrity_check"), "ok");
+    EXPECT_EQ(value("select count(distinct tbl_name) from sqlite_schema where type = 'index'"), "20");
+    for (const char* beside : {"-wal", "-journal"}) {
+      EXPECT_FALSE(fs::exists(database_.string() + beside)) << beside;
+    }
+    // They say whose they are, so that their next collection replaces them.
+    EXPECT_EQ(collect({"A=" + kLegacy}).status, 1);
+    EXPECT_EQ(test::rowsOf("A", rows()), before);
+  }
+}
+
+TEST_F(Publication, RefusesSomebodyElsesTablesAndServersWithoutARow) {
+  const auto execute = [&](const std::string& sql) {
+    Database(database_, Database::Mode::kCreate, {}).execute(sql);
+  };
+  execute("create table Orders (Number); insert into Orders values (7)");
+  const std::string bytes = test::contents(database_);
+  Result result = collect({"A=" + kLegacy});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.err.find("--force"), std::string::npos);
+  EXPECT_EQ(test::contents(database_), bytes);
+  EXPECT_EQ(collect({"A=" + kLegacy, "--force"}).status, 1);
+  EXPECT_EQ(value("select Number from Orders"), "7");
+  EXPECT_EQ(collect({"A=" + kLegacy}).status, 1) << "from then on it is ours too";
+
+  const Strings before = rows();
+  const std::string empty = folder_.file(
+      "empty.xml",
+      "<configuration><MBProperty><IIsFtpService Location='/LM/MSFTPSVC'/></MBProperty></configuration>");
+  result = collect({"A=" + empty});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.err.find("A: the former inventory stands, 31 rows"), std::string::npos) << result.err;
+  EXPECT_EQ(rows(), before);
+  EXPECT_EQ(collect({"A=" + empty, "B=" + kLegacy}).status, 1);
+  EXPECT_EQ(rows().size(), 2 * before.size());
+
+  execute("alter table tblHealth rename column \"Enable pinging\" to Pings; drop table tblIdentity");
+  result = collect({"A=" + kLegacy});
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.err.find("tblHealth has no column 'Enable pinging'"), std::string::npos) << result.err;
+  EXPECT_EQ(value("select count(*) from sqlite_schema where name = 'tblIdentity'"), "0");
+}
+
+TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
+  ASSERT_EQ(collect({"A=" + state(1)}).status, 0);
+  const Strings before = rows();
+  Database other(database_, Database::Mode::kReadWrite, {});
+  const auto start = [&](const std::string& wait) {
+    return std::make_unique<test::Program>(
+        folder_, Arguments{"collect", "A=" + state(2), "--wait", wait, "--database", database_.string()});
+  };
+  for (const bool reads : {true, false}) {
+    std::optional<sqlite::ReadTransaction> reader;
+    std::optional<sqlite::Transaction> writer;
+    reads ? static_cast<void>(reader.emplace(other)) : static_cast<void>(writer.emplace(other));
+    Result result = start("0.01")->end();
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find("locked by somebody else"), std::string::npos) << result.err;
+    const auto interrupted = start("100000");
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    ::kill(interrupted->id(), SIGTERM);
+    result = interrupted->end();
+    EXPECT_EQ(result.status, -SIGTERM);
+    const auto patient = start("100000");
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    EXPECT_TRUE(patient->runs());
+    EXPECT_EQ(rows(), before);
+    reader.reset();
+    writer.reset();
+    EXPECT_EQ(patient->end().status, 0);
+    EXPECT_EQ(collect({"A=" + state(1)}).status, 0);
+  }
+}
+
+// ---- Disks without room
+// ------------------------------------------------------------------------------------
+
+// Lets this process mount what nobody else sees. False where it may not.
+bool ownMounts() {
+  const std::string user = std::to_string(::getuid()), group = std::to_string(::getgid());
+  if (::unshare(CLONE_NEWNS) != 0) {
+    if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << "0 " + user + " 1";
+    std::ofstream("/proc/self/gid_map") << "0 " + group + " 1";
+  }
+  return ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+// A small disk, gone with its owner.
+class Disk {
+ public:
+  // Of so many KiB; in the image of a file system with blocks of 1 KiB where one is named.
+  Disk(const fs::path& place, int size, const std::string& image = "") : place_(place) {
+    const std::string kib = std::to_string(size), at = " '" + place.string() + "' 2>/dev/null";
+    if (image.empty()) {
+      there_ = ::mount("none", place.c_str(), "tmpfs", 0, ("size=" + kib + "k").c_str()) == 0;
+    } else {
+      const std::string make = "mkfs.ext2 -q -b 1024 '" + image + "' " + kib + " >/dev/null 2>&1";
+      there_ = std::system((make + " && mount -o loop '" + image + "'" + at).c_str()) == 0;
+    }
+  }
+  ~Disk() {
+    if (there_) ::umount2(place_.c_str(), MNT_DETACH);
+  }
+  Disk(const Disk&) = delete;
+  Disk& operator=(const Disk&) = delete;
+
+  explicit operator bool() const { return there_; }
+
+  std::uintmax_t room() const { return fs::space(place_).available; }
+
+  // Writes to a file until that many bytes are left at most.
+  void fill(std::uintmax_t left) const {
+    std::ofstream filler(place_ / "filler", std::ios::app);
+    const std::string block(1024, 'x');
+    while (filler && room() > left) filler.write(block.data(), 1024).flush();
+  }
+
+ private:
+  fs::path place_;
+  bool there_ = false;
+};
+
+TEST_F(Publication, OnASmallDiskIsWholeOrLeavesWhatStood) {
+  if (!ownMounts()) GTEST_SKIP() << "nothing may be mounted here";
+  const std::string old = state(1);
+  const std::string now = withProblems(state(2));
+  ASSERT_EQ(collect({"A=" + now}).status, 1);
+  const Strings newRows = rows();
+  const fs::path former = folder_ / "former.db";
+  fs::remove(database_);
+  ASSERT_EQ(collect({"A=" + old}).status, 0);
+  const Strings oldRows = rows();
+  fs::copy_file(database_, former);
+
+  const fs::path place = folder_.folder("disk");
+  database_ = place / "inventory.db";
+  const std::set<std::string> known = {"inventory.db", "TORVINLog.Log", "A.log", "filler", "lost+found"};
+  int published = 0, refused = 0;
+  // Collects and looks at what has come of it. The disk is full before, or becomes so.
+  const auto tryIt = [&](const Disk& disk, bool again, std::uintmax_t room, bool meanwhile) {
+    for (const fs::directory_entry& entry : fs::directory_iterator(place)) fs::remove(entry);
+    std::error_code error;
+    if (again && !fs::copy_file(former, database_, error)) return;
+    if (!meanwhile) disk.fill(room);
+    test::Program program(folder_, {"collect", "A=" + (again ? now : old), "--database", database_.string()});
+    while (meanwhile && program.runs() && disk.room() > 0) disk.fill(disk.room() - 1);
+    const Result result = program.end();
+    SCOPED_TRACE((again ? "again, " : "first, ") + std::to_string(room) + " bytes left\n" + result.out +
+                 result.err);
+    const bool isPublished = result.status < 2;
+    ++(isPublished ? published : refused);
+    EXPECT_TRUE(result.status == 2 || result.status == (again ? 1 : 0)) << result.status;
+    const Strings found = rows();
+    EXPECT_EQ(found, isPublished ? (again ? newRows : oldRows) : (again ? oldRows : Strings()))
+        << found.size();
+    EXPECT_EQ(fs::exists(database_), again || isPublished);
+    if (fs::exists(database_)) {
+      EXPECT_EQ(value("pragma integrity_check"), "ok");
+    }
+    EXPECT_EQ(result.err.find("former inventory stands") != std::string::npos, again && !isPublished);
+    for (const fs::directory_entry& entry : fs::directory_iterator(place)) {
+      EXPECT_TRUE(known.contains(entry.path().filename())) << entry;
+    }
+  };
+  const std::pair<int, std::string> disks[] = {
+      {60, ""}, {200, ""}, {350, ""}, {500, ""}, {700, ""}, {2048, ""}, {800, (folder_ / "image").string()}};
+  for (const auto& [size, image] : disks) {
+    SCOPED_TRACE(std::to_string(size) + " KiB " + image);
+    const Disk disk(place, size, image);
+    if (!disk) {
+      std::cout << "no disk of this kind here: " << size << " KiB " << image << "\n";
+      continue;
+    }
+    for (const bool again : {false, true}) {
+      for (const std::uintmax_t room :
+           {SIZE_MAX, std::size_t{300000}, std::size_t{100000}, std::size_t{20000}, std::size_t{0}})
+        tryIt(disk, again, room, false);
+      tryIt(disk, again, 0, true);
+    }
+  }
+  std::cout << published << " published, " << refused << " refused\n";
+  EXPECT_GT(published, 5);
+  EXPECT_GT(refused, 5);
+}
+
+TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
+  ASSERT_EQ(collect({"A=" + kLegacy}).status, 1);
+  const Strings before = rows();
+  // Long names, so that what is private doesn't stay in memory.
+  const std::string small = state(1), names = "State 2 " + std::string(6000, 'x');
+  const std::string large =
+      folder_.file("large.xml", replaced(test::contents(state(2, 1000)), "State 2 site", names));
+  const auto expectIncomplete = [&](const Result& result, const std::string& cause) {
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.err.find(cause), std::string::npos) << result.err;
+    EXPECT_EQ(rows(), before);
+  };
+  const auto limit = [] {
+    const rlimit shortFiles{100 * 1024, 100 * 1024};
+    if (::setrlimit(RLIMIT_FSIZE, &shortFiles) != 0) throw std::runtime_error("no limit");
+  };
+  expectIncomplete(collect({"A=" + small}, limit), "File too large");
+  if (!ownMounts()) GTEST_SKIP() << "nothing may be mounted here";
+  const fs::path place = folder_.folder("disk");
+  const auto elsewhere = [&] { ::setenv("TMPDIR", place.c_str(), 1); };
+  {
+    const Disk disk(place, 60);
+    expectIncomplete(collect({"A=" + small}, elsewhere), "No space left on device");
+  }
+  const Disk disk(place, 2048);
+  const Result result = collect({"A=" + large}, elsewhere);
+  expectIncomplete(result, "space left");
+  EXPECT_NE(result.err.find("the former inventory stands"), std::string::npos) << result.err;
+  EXPECT_TRUE(fs::is_empty(place));
+  EXPECT_EQ(collect({"A=" + small}, elsewhere).status, 0);
+}
+
+// ---- What goes wrong beside it
+// -----------------------------------------------------------------------------
+
+TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
+  const fs::path log = database_.parent_path() / "A.log";
+  const std::pair<const char*, std::function<void()>> troubles[] = {
+      {"Is a directory", [&] { fs::create_directory(log); }},
+      {"not a plain file", [&] { fs::create_symlink("/dev/full", log); }},
+      {"FIFO", [&] { ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0); }},
+      {"Permission denied", [&] { ::close(::open(log.c_str(), O_CREAT | O_WRONLY, 0400)); }},
+  };
+  for (const auto& [why, make] : troubles) {
+    SCOPED_TRACE(why);
+    fs::remove(database_);
+    fs::remove(log);
+    make();
+    // What a file's owner may not do root may not either, from then on.
+    const Result result =
+        collect({"A=" + kLegacy}, [] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0); });
+    EXPECT_EQ(result.status, 1);
+    EXPECT_NE(result.err.find(log.string() + ": "), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find(why), std::string::npos) << result.err;
+    EXPECT_EQ(rows().size(), 31U);
+    EXPECT_EQ(value("select count(*) from Problems where Message like 'Can''t write the log%'"), "1");
+    EXPECT_EQ(value("select count(*) from Problems"), "6");
+  }
+}
+
+TEST_F(Publication, IsOfTheStateInWhichTheFileWasFirstRead) {
+  const std::string file = state(1, 1000), other = state(2, 1000), kept = folder_ / "kept.xml";
+  fs::copy_file(file, kept);
+  ASSERT_EQ(collect({"A=" + file}).status, 0);
+  const Strings expected = rows();
+  const std::function<void()> changes[] = {[&] { fs::rename(other, file); },
+                                           [&] { fs::resize_file(file, 1000); }, [&] { fs::remove(file); }};
+  for (const auto& change : changes) {
+    fs::copy_file(kept, file, fs::copy_options::overwrite_existing);
+    bool changed = false;
+    const Result result =
+        test::runOnTerminal(folder_, 80, {"collect", "A=" + file, "--database", database_.string()},
+                            [&](pid_t, const std::string& shown) {
+                              if (changed || shown.find("Processing") == std::string::npos) return;
+                              change();
+                              changed = true;
+                            });
+    EXPECT_EQ(result.status, 0) << result.out;
+    EXPECT_NE(result.out.find("1 note:"), std::string::npos) << result.out;
+    EXPECT_EQ(rows(), expected);
+    EXPECT_TRUE(value("select Kind || Message from Problems")
+                    .ends_with("has changed since it was read; the inventory shows what it held before"));
+    EXPECT_EQ(value("select Problems || ' ' || Notes from Collections"), "0 1");
+  }
+
+  // Whoever is read slowly locks nobody out.
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  test::Program slow(folder_, {"show", "tblvirtualDirectory", "--database", database_.string()},
+                     [&] { ::dup2(ends[1], STDOUT_FILENO); });
+  char byte = 0;
+  EXPECT_EQ(::read(ends[0], &byte, 1), 1);
+  EXPECT_EQ(collect({"A=" + kept, "--wait", "0"}).status, 0);
+  EXPECT_TRUE(slow.runs());
+  ::close(ends[0]);
+  ::close(ends[1]);
+  EXPECT_EQ(slow.end().status, 0);
+}
+
+TEST_F(Publication, ShowsProblemsOfOneKindTogetherAndEachWithItsPlace) {
+  std::string text =
+      "<configuration><MBProperty><IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='6'/>";
+  for (int at = 1; at <= 30; ++at) {
+    // All with one comment, so that only their order tells them apart, and 25 with a value of their own.
+    const std::string site = std::to_string(at), place = " Location='/LM/MSFTPSVC/" + site;
+    text += "<IIsFtpServer" + place + "' ServerComment='Same' ServerBindings='none'" +
+            " LogPluginClsid='{FF160657-DE82-11CF-BC0A-00AA006111E0}' LogFilePeriod='";
+    text += (at > 25 ? "1" : "x" + site) + "'/><IIsFtpVirtualDir" + place + "/ROOT' Path='C:\\f'/>";
+  }
+  const Result result = collect({"A=" + folder_.file("a.xml", text + "</MBProperty></configuration>")});
+  EXPECT_EQ(result.status, 1);
+  const std::string listed =
+      result.out.substr(std::min(result.out.size(), result.out.find("55 problems:\n")));
+  EXPECT_TRUE(
+      listed.starts_with("55 problems:\n"
+                         "  30 x GetServerGeneralProperty, 0x9\n"
+                         "      Subscript out of range\n"
+                         "      first at IIS://A/MSFTPSVC/1\n"
+                         "  1 x GetLogFileSetting, 0x8000500C\n"))
+      << listed;
+  EXPECT_NE(listed.find("\n  and 6 more kinds\n"), std::string::npos) << listed;
+  const Result shown =
+      test::run(folder_, {"show", "problems", "--database", database_.string(), "--format", "csv"});
+  for (const std::string site : {"1", "7", "30"}) {
+    EXPECT_NE(shown.out.find("\r\nA,problem,tblGeneral,site," + site + ",IIS://A/MSFTPSVC/" + site +
+                             ",,GetServerGeneralProperty,0x9,Subscript out of range,"),
+              std::string::npos)
+        << shown.out;
+  }
+  EXPECT_EQ(std::count(shown.out.begin(), shown.out.end(), '\n'), 56);
+}
+
+}  // namespace
