@@ -323,7 +323,7 @@ class Collection {
 
   void printLogs() {
     if (groups_.problems() + groups_.notes() == 0) return;
-    output_.write("all of them: iisinventory show Problems; the logs are in " +
+    output_.write("all of them: 'iisinventory show Problems', and the logs in " +
                   harmless(options_.logDirectory.string()) + "\n");
   }
 

@@ -36,8 +36,8 @@ const std::string kCollectFooter =
     "  of pools: Worker Process Recycling, Memory Recycling, Performance, Health,\n"
     "    Identity, Web Service Extensions, Applied Objects.\n"
     "\n"
-    "In a folder or an archive every metabase is found, at any depth; a server is named\n"
-    "after the nearest folder that isn't one of the file's usual homes (inetsrv,\n"
+    "In a folder or an archive every metabase is found, at any depth; a server is\n"
+    "named after the nearest folder that is none of the file's usual homes (inetsrv,\n"
     "system32, windows, History, MetaBack, C$ and the like).\n"
     "\n"
     "Exit status: 0 all of it and no problem, 1 problems, or a server that wasn't\n"
@@ -92,14 +92,12 @@ struct Parser {
     app.require_subcommand(1);
     app.footer(kProgramFooter);
 
-    collect
-        ->add_option("METABASE", raw.metabases,
-                     "Metabase file, folder or archive, as [NAME=]METABASE; NAME=- is standard input")
+    collect->add_option("METABASE", raw.metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin")
         ->required()
         ->type_name("");
     collect->add_option("--database", raw.database, "Database file, made when it isn't there")
         ->type_name("FILE");
-    collect->add_flag("--list", raw.list, "Only list what would be collected, under which name");
+    collect->add_flag("--list", raw.list, "List what would be collected, and stop");
     addMaxSize(collect);
     collect->add_option("--only", raw.only, "Collect only this tab (repeatable)")
         ->type_name("TAB")
@@ -118,11 +116,11 @@ struct Parser {
         ->allow_extra_args(false);
     collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the database's)")
         ->type_name("DIR");
-    collect->add_option("--jobs", raw.jobs, "How many servers are collected side by side (default: 1)")
+    collect->add_option("--jobs", raw.jobs, "How many servers side by side (default: 1)")
         ->type_name("N")
         ->check(CLI::Range(1U, kMostJobs).description(""));
     addWait(collect);
-    collect->add_flag("--force", raw.force, "Also into a database that holds somebody else's tables");
+    collect->add_flag("--force", raw.force, "Also beside tables of somebody else");
     collect->add_flag("--quiet", raw.quiet, "No progress and no summary, problems only");
     collect->footer(kCollectFooter);
 
@@ -143,14 +141,13 @@ struct Parser {
   }
 
   void addMaxSize(CLI::App* command) {
-    command
-        ->add_option("--max-size", raw.maxSize, "Largest metabase from an archive or a pipe (default: 1GiB)")
+    command->add_option("--max-size", raw.maxSize, "Largest from an archive or a pipe (default: 1GiB)")
         ->type_name("SIZE")
         ->transform(CLI::AsSizeValue(false).description(""));
   }
 
   void addWait(CLI::App* command) {
-    command->add_option("--wait", raw.wait, "How long to wait for others that use the database (default: 5)")
+    command->add_option("--wait", raw.wait, "How long to wait for others (default: 5)")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.0, kLongestWait).description(""));
   }
