@@ -57,10 +57,6 @@ struct Outcome {
   bool threw = false;
 };
 
-struct Totals {
-  std::size_t calls = 0, operations = 0, runs = 0;
-};
-
 void fill(World& world) {
   world.site(u"1", u"Sales").set(u"logpluginclsid", u"{FF16065B");
   world.node(u"MSFTPSVC/1/ROOT")
@@ -267,9 +263,8 @@ void expectPointer(const Call& call, const Outcome& clean, const Outcome& outcom
 }
 
 // Takes every `step`-th operation.
-void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t step, Totals& totals) {
+void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t step) {
   const Outcome clean = runOnce(call, broken, layer, 0, 0);
-  const std::size_t operations = clean.lines.size();
   const std::string place = call.tables.empty() ? "" : ", " + toUtf8(call.tables[0]) + ", walk: " + call.walk;
   const bool logs = broken != kBothLogs;
   // Without the application log, a failure to look at the state of what is to be closed leaves the routine.
@@ -278,9 +273,7 @@ void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t
     EXPECT_EQ(clean.log + clean.appLog, "") << call.name << place;
     EXPECT_EQ(clean.rows.empty(), call.tables.empty()) << call.name << place;
   }
-  ++totals.calls;
-  totals.operations += operations;
-  for (std::size_t operation = 1; operation <= operations; operation += step) {
+  for (std::size_t operation = 1; operation <= clean.lines.size(); operation += step) {
     SCOPED_TRACE(call.name + place + ", out of order: " + broken + ", operation " +
                  std::to_string(operation) + ": " + clean.lines[operation - 1]);
     const Outcome single = runOnce(call, broken, layer, operation, operation);
@@ -291,18 +284,11 @@ void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t
     }
     if (closes) expectClosed(single);
     if (broken == kNothing) expectRecords(call, clean, single, operation);
-    ++totals.runs;
     if (operation % 4 != 1) continue;
     const Outcome all = runOnce(call, broken, layer, operation, SIZE_MAX);
     EXPECT_FALSE(all.threw && (logs || call.ofPools));
     if (closes) expectClosed(all);
-    ++totals.runs;
   }
-}
-
-void report(const char* what, const Totals& totals) {
-  std::printf("[  FAULTS  ] %s: %zu calls, %zu operations, %zu runs\n", what, totals.calls, totals.operations,
-              totals.runs);
 }
 
 class EverySingleFault : public testing::Test {
@@ -312,27 +298,21 @@ class EverySingleFault : public testing::Test {
 };
 
 TEST_F(EverySingleFault, OfEveryOperation) {
-  Totals totals;
-  for (const Call& call : calls()) sweep(call, kNothing, Layer::kFakes, 1, totals);
-  report("each operation", totals);
+  for (const Call& call : calls()) sweep(call, kNothing, Layer::kFakes, 1);
 }
 
 TEST_F(EverySingleFault, WithUnusableLogsAndBrokenHostObjects) {
-  Totals totals;
   for (const std::string& broken : kBroken) {
-    for (const Call& call : calls()) sweep(call, broken, Layer::kFakes, 3, totals);
+    for (const Call& call : calls()) sweep(call, broken, Layer::kFakes, 3);
   }
-  report("unusable logs, broken host objects", totals);
 }
 
 // The same behind the seam as a host has it: a sample server's file and a private database.
 TEST_F(EverySingleFault, OverTheLayer) {
-  Totals totals;
   for (const Call& call : calls()) {
     const bool every = call.collector == "GetServerGeneralProperty" || call.name == "GetRootVirtualDirectory";
-    sweep(call, kNothing, Layer::kPrivate, every ? 1 : 7, totals);
+    sweep(call, kNothing, Layer::kPrivate, every ? 1 : 7);
   }
-  report("over the layer", totals);
 }
 
 // What happens to the database in the middle of a call, and is over again when it is called the second time.
@@ -410,13 +390,10 @@ class Gone {
 // are whole. A private database tells by itself that rows may be missing.
 TEST_F(EverySingleFault, ADatabaseThatIsLockedFullOrGone) {
   platform::store::setLockWait(std::chrono::milliseconds(0));
-  Totals totals;
   std::map<std::string, int> losses;
   for (const Call& call : calls()) {
     if (call.tables.empty()) continue;
     const Outcome clean = runOnce(call, kNothing, Layer::kPrivate, 0, 0);
-    ++totals.calls;
-    totals.operations += clean.lines.size();
     for (std::size_t part = 0; part < 6; ++part) {
       const std::size_t operation = 1 + part * (clean.lines.size() - 1) / 5;
       const struct {
@@ -444,12 +421,10 @@ TEST_F(EverySingleFault, ADatabaseThatIsLockedFullOrGone) {
           EXPECT_TRUE(
               std::includes(clean.rows.begin(), clean.rows.end(), outcome.rows.begin(), outcome.rows.end()));
         }
-        ++totals.runs;
       }
     }
   }
   for (const char* trouble : {"locked", "full", "full, private"}) EXPECT_GT(losses[trouble], 0) << trouble;
-  report("database locked, full or gone", totals);
 }
 
 }  // namespace

@@ -164,7 +164,7 @@ TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
         lines(test::contents(path("LEGACY.log"))).size() / static_cast<std::size_t>(time + 1);
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.out.find(std::to_string(records) + " problems:"), std::string::npos);
-    EXPECT_NE(result.out.find("the logs are in " + folder_.path().string() + "\n"), std::string::npos);
+    EXPECT_NE(result.out.find("the logs in " + folder_.path().string() + "\n"), std::string::npos);
     EXPECT_NE(result.out.find("LEGACY is IIS 5"), std::string::npos);
   }
   const Result quiet = collect({kLegacy, "--quiet", "--log-dir", folder_.folder("logs").string()});

@@ -384,26 +384,4 @@ TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {
   }
 }
 
-TEST_F(Store, TransactionsAndStatementsOfTheWrapper) {
-  const auto database = openDatabase();
-  auto insert = database->prepare("insert into tblOther values (?, ?)");
-  insert.bind(1, std::string_view("a\0b", 3));
-  for (const bool kept : {false, true}) {
-    sqlite::Transaction transaction(*database);
-    insert.bind(2, std::int64_t{42});
-    EXPECT_FALSE(insert.step());
-    insert.bindNull(2);
-    EXPECT_FALSE(insert.step());
-    if (kept) transaction.commit();
-  }
-  auto query = database->prepare("select a, b from tblOther order by rowid");
-  ASSERT_TRUE(query.step());
-  EXPECT_EQ(query.text(0), std::string_view("a\0b", 3));
-  EXPECT_EQ(query.number(1), 42);
-  ASSERT_TRUE(query.step());
-  EXPECT_EQ(query.text(1), std::nullopt);
-  EXPECT_FALSE(query.step());
-  EXPECT_THROW(database->prepare("select 1; select 2"), sqlite::Error);
-}
-
 }  // namespace
