@@ -542,7 +542,7 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
 }
 
 TEST_F(Publication, IsOfTheStateInWhichTheFileWasFirstRead) {
-  const std::string file = state(1, 400), other = state(2, 400), kept = folder_ / "kept.xml";
+  const std::string file = state(1, 1000), other = state(2, 1000), kept = folder_ / "kept.xml";
   fs::copy_file(file, kept);
   collect({"A=" + file});
   const Strings expected = rows();
@@ -554,7 +554,7 @@ TEST_F(Publication, IsOfTheStateInWhichTheFileWasFirstRead) {
     const Result result =
         test::runOnTerminal(folder_, 80, {"collect", "A=" + file, "--database", database_.string()},
                             [&](pid_t, const std::string& shown) {
-                              if (changed || shown.find("Processing") == std::string::npos) return;
+                              if (changed || shown.find("Loading") == std::string::npos) return;
                               change();
                               changed = true;
                             });
