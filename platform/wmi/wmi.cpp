@@ -64,8 +64,9 @@ class Pool : public MemberlessObject {
     if (!equalsIgnoringCase(member, u"EnumAppsInPool")) return MemberlessObject::call(member, arguments);
     requireArguments(member, arguments, 1);
     automation::Array paths;
-    for (const Metabase::NodeId application :
-         Applications::of(origin_->metabase, origin_->server)->inPool(shortName())) {
+    // The list belongs to the index, which another thread may let go of.
+    const auto applications = Applications::of(origin_->metabase, origin_->server);
+    for (const Metabase::NodeId application : applications->inPool(shortName())) {
       paths.elements.emplace_back(automation::fromUtf8(metabase().path(application) + "/"));
     }
     if (paths.elements.empty()) paths.elements.emplace_back(Text());
