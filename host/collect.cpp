@@ -164,6 +164,8 @@ class Collection {
     const auto lane = progress_.begin(servers_.size() > 1 ? server.name : std::string());
     auto finished = std::make_unique<Finished>();
     try {
+      logs.application.clear();
+      logs.server.clear();
       finished->workplace = publisher_.workplace();
       finished->outcome = collectServer(server, options_.maxSize, options_.selection, *finished->workplace,
                                         logs, progress_.updaters(lane));
@@ -171,8 +173,6 @@ class Collection {
       keepLogs(server, logs, &finished->outcome.result);
       progress_.end(lane);
       hand(std::move(finished));
-      logs.application.clear();
-      logs.server.clear();
       return;
     } catch (const Failure& failure) {
       fail(server.name + ": " + automation::toUtf8(failure.description()));
@@ -186,8 +186,6 @@ class Collection {
     if (finished != nullptr && finished->workplace != nullptr)
       publisher_.giveBack(std::move(finished->workplace));
     untold(server.name);
-    logs.application.clear();
-    logs.server.clear();
   }
 
   // Appends what the component has logged to the user's logs, whatever becomes of the rows.
@@ -295,7 +293,9 @@ class Collection {
           complain(server + ": the former inventory stands, " + counted(rows, "row", "rows"));
         }
       } catch (const inventory::Error&) {
-        // What it can't be asked for it hasn't lost.
+        // What it can't be asked for it hasn't lost, and asking once more would only mean waiting once more.
+        complain("what was published before stands as it was");
+        return;
       }
     }
   }

@@ -2,6 +2,7 @@
 
 #include <signal.h>
 
+#include <clocale>
 #include <exception>
 #include <string>
 #include <variant>
@@ -57,6 +58,8 @@ int main(int argumentCount, char** arguments) {
   ::signal(SIGPIPE, SIG_IGN);
   // So does a file that grows beyond what is allowed.
   ::signal(SIGXFSZ, SIG_IGN);
+  // Names in archives are UTF-8, whatever the user speaks.
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   sqlite::leaveMemoryUncounted();
   return host::run(argumentCount, arguments);
 }

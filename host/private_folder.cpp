@@ -16,7 +16,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
-const std::string kPrefix = "iisinventory-";
+const std::string kPrefix = "iisinventory-private-";
+// Tells a folder of ours from one that somebody has given such a name.
+constexpr const char* kMark = "mark-of-a-private-folder";
 
 fs::path temporaryDirectory() {
   const char* const named = std::getenv("TMPDIR");
@@ -45,7 +47,7 @@ void removeLeftovers(const fs::path& directory) {
     if (!folder || ::fstat(folder.number(), &status) != 0 || status.st_uid != ::geteuid()) continue;
     if (::flock(folder.number(), LOCK_EX | LOCK_NB) != 0) continue;
     std::error_code ignored;
-    fs::remove_all(entry.path(), ignored);
+    if (fs::exists(entry.path() / kMark, ignored)) fs::remove_all(entry.path(), ignored);
   }
 }
 
@@ -68,7 +70,14 @@ PrivateFolder::PrivateFolder() {
     path_ = pattern;
     lock_ = openFolder(path_);
     // Somebody who cleans up may have come first, and have the lock.
-    if (lock_ && ::flock(lock_.number(), LOCK_EX) == 0 && isStill(path_, lock_)) return;
+    if (lock_ && ::flock(lock_.number(), LOCK_EX) == 0 && isStill(path_, lock_)) {
+      const std::string mark = (path_ / kMark).string();
+      if (Descriptor(::open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600))) return;
+      const int error = errno;
+      remove();
+      throw std::runtime_error("can't keep anything in the temporary directory '" + directory.string() +
+                               "': " + std::strerror(error));
+    }
   }
 }
 

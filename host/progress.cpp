@@ -23,6 +23,7 @@ using automation::Variant;
 constexpr std::chrono::milliseconds kBetweenDrawings{50};
 // How long one server is shown while others wait for their turn.
 constexpr std::chrono::seconds kBetweenServers{2};
+constexpr std::chrono::milliseconds kLongestStop{500};
 constexpr std::string_view kWipe = "\r\x1b[K";
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kLeastForStatus = 24;
@@ -133,9 +134,10 @@ void ProgressLine::end(const std::shared_ptr<Lane>& lane) {
 }
 
 void ProgressLine::stop() {
-  const std::lock_guard lock(mutex_);
+  // Whoever prints aside may wait for a reader that never comes.
+  const std::unique_lock lock(mutex_, kLongestStop);
   stopped_ = true;
-  wipe();
+  if (lock.owns_lock()) wipe();
 }
 
 void ProgressLine::aside(const std::function<void()>& print) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -56,13 +57,13 @@ class ProgressLine {
   void wipe() noexcept;
 
   const bool shown_;
-  std::mutex mutex_;
+  std::timed_mutex mutex_;
   std::vector<std::shared_ptr<Lane>> lanes_;
   std::shared_ptr<Lane> current_;
   Clock::time_point currentSince_;
   Clock::time_point drawn_;
   bool lineStands_ = false;
-  bool stopped_ = false;
+  std::atomic<bool> stopped_ = false;
 };
 
 }  // namespace host

@@ -229,7 +229,13 @@ class Finder {
       std::error_code error;
       for (fs::directory_iterator entry(here, error), end; !error && entry != end; entry.increment(error)) {
         struct stat status {};
-        if (::lstat(entry->path().c_str(), &status) != 0) continue;
+        if (::lstat(entry->path().c_str(), &status) != 0) {
+          if (errno != ENOENT) {
+            sources_.problems.push_back(entry->path().string() +
+                                        ": it can't be looked at: " + std::strerror(errno));
+          }
+          continue;
+        }
         if (S_ISDIR(status.st_mode)) waiting.push_back(entry->path());
         if (!S_ISREG(status.st_mode)) continue;
         const auto head = headOf(entry->path());
@@ -283,7 +289,7 @@ class Finder {
         found.push_back({server, std::move(source)});
       }
     } catch (const std::runtime_error& error) {
-      complain(name, error.what());
+      complain(name, std::string(error.what()) + "; what follows it was not read");
     }
     return found;
   }

@@ -301,6 +301,10 @@ class SqliteInventory : public Inventory {
         }
         // Another file has taken the name since this one was opened.
         close();
+        if (hasPublished_) {
+          throw Error("the database '" + file_ +
+                      "' has been moved or replaced since servers were published into it");
+        }
         if (tries == kMostTries) throw Error("the database '" + file_ + "' keeps being replaced");
       }
     });
@@ -468,6 +472,10 @@ class SqliteInventory : public Inventory {
       makeTables();
       for (const Result& result : results) published.push_back(replace(result));
       transaction.commit();
+      if (database_->hasMoved()) {
+        throw Error("the database '" + file_ + "' was moved or replaced while it was written to");
+      }
+      hasPublished_ = true;
     } catch (...) {
       checkedSchema_.clear();
       throw;
@@ -481,6 +489,7 @@ class SqliteInventory : public Inventory {
     removeRowsWithoutPath(spellings, result.scope, published.replaced);
     removeRows(spellings, result.scope, published.replaced);
     removeProblems(spellings, result.scope);
+    removeProblemsWithoutTable(spellings);
 
     std::set<std::pair<std::size_t, ItemKind>> brought;
     const json pathless = addRows(result, published.added, brought);
@@ -490,7 +499,6 @@ class SqliteInventory : public Inventory {
       return brought.contains({tableIndex(table.name), kind});
     });
     addCollection(result, published.added, remainder, pathless);
-    removeStrayProblems(spellings);
     return published;
   }
 
@@ -741,13 +749,11 @@ class SqliteInventory : public Inventory {
     insertion.run();
   }
 
-  // A problem that belongs to no table goes with the publications that it may be from.
-  void removeStrayProblems(const std::vector<std::string>& spellings) {
-    Statement& change = statement(
-        "delete from \"Problems\" where \"Server name\" = ?1 collate nocase and \"Table\" = '' and \"Time\" "
-        "< "
-        "(select min(\"Started\") from \"Collections\" where \"Server name\" = ?1 collate nocase)");
-    runForServer(spellings, change);
+  // Problems that belong to no table are about the file as a whole, and the new ones are too.
+  void removeProblemsWithoutTable(const std::vector<std::string>& spellings) {
+    runForServer(spellings,
+                 statement("delete from \"Problems\" where \"Server name\" = ?1 collate nocase and "
+                           "\"Table\" = ''"));
   }
 
   // Prepared once.
@@ -767,6 +773,7 @@ class SqliteInventory : public Inventory {
   std::unique_ptr<Database> database_;
   std::map<std::string, Statement, std::less<>> statements_;
   std::string checkedSchema_;
+  bool hasPublished_ = false;
 };
 
 }  // namespace
