@@ -93,6 +93,10 @@ bool Archive::isFile() const {
   return archive_entry_filetype(entry_) == AE_IFREG && archive_entry_hardlink(entry_) == nullptr;
 }
 
+bool Archive::isLink() const {
+  return archive_entry_hardlink(entry_) != nullptr;
+}
+
 bool Archive::isEncrypted() const {
   return archive_entry_is_encrypted(entry_) != 0;
 }

@@ -25,6 +25,8 @@ class Archive {
   // The member's path, with slashes; empty for the one member of a compressed file. It is no path here.
   std::string name() const;
   bool isFile() const;
+  // Another member under a second name, without bytes of its own.
+  bool isLink() const;
   bool isEncrypted() const;
   std::int64_t modified() const;  // seconds since 1970
 

@@ -175,6 +175,7 @@ void refuseEmpty(const char* option, const std::vector<std::string>& values) {
 }
 
 std::chrono::milliseconds milliseconds(double seconds) {
+  if (!(seconds >= 0)) throw UsageError("--wait: it is no number of seconds");
   return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "host/places.h"
 #include "host/terminal_text.h"
@@ -40,8 +41,12 @@ std::string counted(std::int64_t count, const char* one, const char* many) {
 
 void ProblemGroups::add(const std::string& server, const inventory::Problem& problem) {
   ++(problem.isNote ? notes_ : problems_);
-  Group& group =
-      groups_[Key(problem.isNote, problem.routine, numberText(problem), placeIn(problem.message).reason)];
+  std::string reason = placeIn(problem.message).reason;
+  // Odd places of one kind stand on many lines.
+  if (const std::size_t line = reason.rfind(" (line "); line != reason.npos && reason.ends_with(')')) {
+    reason.erase(line);
+  }
+  Group& group = groups_[Key(problem.isNote, problem.routine, numberText(problem), std::move(reason))];
   if (group.count++ > 0) return;
   group.first = placeOf(server, problem);
   group.order = groups_.size();

@@ -265,6 +265,7 @@ class Finder {
     try {
       for (std::size_t member = 0; archive.next(); ++member) {
         name = archive.name();
+        if (archive.isLink()) complain(name, "it is a link to another member, which isn't followed");
         if (!archive.isFile()) continue;
         if (archive.isEncrypted()) {
           complain(name, "it is encrypted");
