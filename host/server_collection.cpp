@@ -207,7 +207,7 @@ class ServerCollection {
         workplace_(workplace),
         logs_(logs),
         serverName_(fromUtf8(server.name)),
-        databaseName_(fromUtf8(workplace.database().database().name())),
+        databaseName_(fromUtf8(workplace.database().name())),
         statusBar_(std::make_shared<StatusTap>(updaters[0], [this](TextView status) { sent(status); })),
         updaters_(updaters) {}
 
@@ -398,13 +398,13 @@ class ServerCollection {
   void takeList(Side side) {
     const bool sites = side == Side::kFtp;
     listed_.clear();
-    sqlite::Statement statement = workplace_.database().database().prepare(
-        sites ? "select \"Identifier\", \"FTP site name\" from tblFTPSiteInfo order by rowid"
-              : "select \"Application pool name\", \"Application pool name\" from tblAppPoolInfo order by "
-                "rowid");
-    while (statement.step()) {
-      listed_.push_back(
-          {fromUtf8(statement.text(1).value_or("")), std::string(statement.text(0).value_or(""))});
+    const inventory::Table& table =
+        inventory::tables()[inventory::tableIndex(sites ? kSitesTable : kPoolsTable)];
+    const std::size_t id = inventory::columnIndex(table, sites ? "Identifier" : "Application pool name");
+    const std::size_t name = inventory::columnIndex(table, sites ? "FTP site name" : "Application pool name");
+    const auto rows = workplace_.rows(table);
+    while (rows->next()) {
+      listed_.push_back({fromUtf8(rows->cell(name).value_or("")), std::string(rows->cell(id).value_or(""))});
     }
     auto& ids = sites ? siteIds_ : poolNames_;
     for (const CallPlace::Item& item : listed_) ids.push_back(item.id);
@@ -532,10 +532,21 @@ Workplace::Workplace(const std::string& name) : database_(name) {
   for (const inventory::Table& table : inventory::tables()) {
     readings_.push_back(
         database.prepare("select * from " + sqlite::quotedName(table.name) + " order by rowid"));
+    counts_.push_back(database.prepare("select count(*) from " + sqlite::quotedName(table.name)));
+    database_.letRowsWait(std::string(table.name));
   }
 }
 
 std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) const {
+  class Waiting : public inventory::Rows {
+   public:
+    explicit Waiting(const platform::store::RowLog& log) : reader_(log) {}
+    bool next() override { return reader_.next(); }
+    inventory::Cell cell(std::size_t column) override { return reader_.cell(column); }
+
+   private:
+    platform::store::RowLog::Reader reader_;
+  };
   class Reading : public inventory::Rows {
    public:
     explicit Reading(sqlite::Statement& statement) : statement_(statement) { statement_.reset(); }
@@ -546,16 +557,21 @@ std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) 
    private:
     sqlite::Statement& statement_;
   };
+  if (const auto* const log = database_.waiting(table.name)) return std::make_unique<Waiting>(*log);
   return std::make_unique<Reading>(readings_[inventory::tableIndex(table.name)]);
 }
 
 std::int64_t Workplace::rowCount() {
   std::int64_t rows = 0;
   for (const inventory::Table& table : inventory::tables()) {
-    sqlite::Statement count =
-        database_.database().prepare("select count(*) from " + sqlite::quotedName(table.name));
+    if (const auto* const log = database_.waiting(table.name)) {
+      rows += static_cast<std::int64_t>(log->rowCount());
+      continue;
+    }
+    sqlite::Statement& count = counts_[inventory::tableIndex(table.name)];
     count.step();
     rows += count.number(0);
+    count.reset();
   }
   return rows;
 }

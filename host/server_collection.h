@@ -34,8 +34,11 @@ class Workplace : public inventory::RowSource {
   std::int64_t rowCount();
 
  private:
-  platform::store::PrivateDatabase database_;
-  mutable std::vector<sqlite::Statement> readings_;  // by the table's place
+  // Reading a table may mean to put rows into it first.
+  mutable platform::store::PrivateDatabase database_;
+  // By the table's place.
+  mutable std::vector<sqlite::Statement> readings_;
+  std::vector<sqlite::Statement> counts_;
 };
 
 // The logs of one collection after the other, in a folder.

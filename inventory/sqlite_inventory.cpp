@@ -171,8 +171,7 @@ class RowFeed : public sqlite::FeedSource {
       : table_(table),
         rows_(std::move(rows)),
         kinds_(Remainder::kindsOf(table)),
-        poolColumn_(static_cast<std::size_t>(
-            std::find(table.columns.begin(), table.columns.end(), kPoolColumn) - table.columns.begin())),
+        poolColumn_(columnIndex(table, kPoolColumn)),
         isByPath_(!tellsServer(table)) {}
 
   bool next() override {

@@ -80,8 +80,13 @@ std::size_t tableIndex(std::string_view name) {
   return static_cast<std::size_t>(found - kTables.begin());
 }
 
+std::size_t columnIndex(const Table& table, std::string_view column) {
+  return static_cast<std::size_t>(std::find(table.columns.begin(), table.columns.end(), column) -
+                                  table.columns.begin());
+}
+
 bool hasColumn(const Table& table, std::string_view column) {
-  return std::find(table.columns.begin(), table.columns.end(), column) != table.columns.end();
+  return columnIndex(table, column) < table.columns.size();
 }
 
 std::string creationSql(const Table& table) {

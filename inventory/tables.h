@@ -19,6 +19,8 @@ std::span<const Table> tables();
 // The place of a table in tables(). The name is one of theirs.
 std::size_t tableIndex(std::string_view name);
 
+// The place of a column among a table's, or their number where it has none of that name.
+std::size_t columnIndex(const Table& table, std::string_view column);
 bool hasColumn(const Table& table, std::string_view column);
 
 // Columns that tell what a row is about. A table without the server's name has a path that begins with

@@ -311,7 +311,7 @@ TEST_F(EverySingleFault, WithUnusableLogsAndBrokenHostObjects) {
 TEST_F(EverySingleFault, OverTheLayer) {
   for (const Call& call : calls()) {
     const bool every = call.collector == "GetServerGeneralProperty" || call.name == "GetRootVirtualDirectory";
-    sweep(call, kNothing, Layer::kPrivate, every ? 1 : 7);
+    sweep(call, kNothing, Layer::kWaiting, every ? 1 : 7);
   }
 }
 

@@ -498,7 +498,7 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
   const Strings before = rows();
   // Long names, so that what is private doesn't stay in memory.
   const std::string small = state(1);
-  const std::string large = changed(state(2, 1000), "State 2 site", std::string(6000, 'x'));
+  const std::string large = changed(state(2, 1000), "State 2 site", std::string(12000, 'x'));
   const auto limit = [] {
     const rlimit shortFiles{100 * 1024, 100 * 1024};
     if (::setrlimit(RLIMIT_FSIZE, &shortFiles) != 0) throw std::runtime_error("no limit");

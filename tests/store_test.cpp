@@ -86,14 +86,18 @@ class Store : public testing::Test {
  protected:
   using Rows = std::vector<std::string>;
 
-  // Over a database file, or over a private database on loan under its name.
-  explicit Store(bool isPrivate = false) {
+  // A database file, or a private database on loan under its name, whose rows may wait.
+  enum class Kind { kFile, kPrivate, kWaiting };
+
+  explicit Store(Kind kind = Kind::kFile) {
     platform::store::registerStore();
-    if (isPrivate) {
+    if (kind != Kind::kFile) {
       private_ = std::make_unique<PrivateDatabase>(path_.string());
       loan_.emplace(*private_);
     }
     makeTables(*openDatabase());
+    if (kind != Kind::kWaiting) return;
+    for (const char* table : {"tblSites", "tblOther"}) private_->letRowsWait(table);
   }
   ~Store() override { platform::store::setLockWait(std::chrono::seconds(5)); }
 
@@ -157,14 +161,14 @@ class Store : public testing::Test {
   std::optional<Loan> loan_;
 };
 
-// Over each of the two.
-class EachStore : public Store, public testing::WithParamInterface<bool> {
+// Over each of the three.
+class EachStore : public Store, public testing::WithParamInterface<int> {
  protected:
-  EachStore() : Store(GetParam()) {}
+  EachStore() : Store(static_cast<Kind>(GetParam())) {}
 };
-INSTANTIATE_TEST_SUITE_P(The, EachStore, testing::Bool(), [](const auto& each) {
-  return std::string(each.param ? "PrivateDatabase" : "DatabaseFile");
-});
+constexpr const char* kKinds[] = {"DatabaseFile", "PrivateDatabase", "PrivateDatabaseWhoseRowsWait"};
+INSTANTIATE_TEST_SUITE_P(The, EachStore, testing::Range(0, 3),
+                         [](const auto& each) { return std::string(kKinds[each.param]); });
 
 TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
   const ObjectRef added = selectNone(connect());

@@ -1,7 +1,5 @@
 #include "platform/store/private_database.h"
 
-#include <vector>
-
 #include "platform/store/session.h"
 
 namespace platform::store {
@@ -26,18 +24,25 @@ PrivateDatabase::PrivateDatabase(const std::string& name)
 
 PrivateDatabase::~PrivateDatabase() = default;
 
+const std::string& PrivateDatabase::name() const {
+  return session_->database().name();
+}
+
 sqlite::Database& PrivateDatabase::database() {
+  session_->settle();
   return session_->database();
 }
 
+void PrivateDatabase::letRowsWait(const std::string& table) {
+  session_->letRowsWait(table);
+}
+
+const RowLog* PrivateDatabase::waiting(std::string_view table) {
+  return session_->waiting(table);
+}
+
 void PrivateDatabase::empty() {
-  std::vector<std::string> tables;
-  {
-    sqlite::Statement names = database().prepare(
-        "select name from sqlite_schema where type = 'table' and name not like 'sqlite_%'");
-    while (names.step()) tables.emplace_back(names.text(0).value_or(""));
-  }
-  for (const std::string& table : tables) database().execute("delete from " + sqlite::quotedName(table));
+  session_->removeRows();
 }
 
 const std::string& PrivateDatabase::breakdown() const {
@@ -45,7 +50,7 @@ const std::string& PrivateDatabase::breakdown() const {
 }
 
 Loan::Loan(PrivateDatabase& database) {
-  current = {automation::fromUtf8(database.database().name()), database.session_};
+  current = {automation::fromUtf8(database.name()), database.session_};
 }
 
 Loan::~Loan() {

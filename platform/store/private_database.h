@@ -3,8 +3,10 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "automation/text.h"
+#include "platform/store/row_log.h"
 #include "sqlite/database.h"
 
 namespace platform::store {
@@ -21,8 +23,18 @@ class PrivateDatabase {
   PrivateDatabase(const PrivateDatabase&) = delete;
   PrivateDatabase& operator=(const PrivateDatabase&) = delete;
 
-  // The handle that the connections use too.
+  const std::string& name() const;
+
+  // The handle that the connections use too. Everything that they have added stands in the tables.
   sqlite::Database& database();
+
+  // Lets the rows that connections add to a table stay in memory, as they are, until somebody asks for them
+  // or they grow too many. The table must take any row.
+  void letRowsWait(const std::string& table);
+
+  // All rows of a table that may wait, where none of them has had to go into the table; else null, and they
+  // stand there. Good until a connection adds to the table.
+  const RowLog* waiting(std::string_view table);
 
   // Removes all rows; the tables stay.
   void empty();

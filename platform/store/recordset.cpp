@@ -281,7 +281,7 @@ void Recordset::open(const Variant& sql) {
   place_ = fetchedCount_ > 0 ? Place::kFetched : Place::kEnd;
   pending_ = false;
   addedCount_ = 0;
-  insertion_ = nullptr;
+  addition_ = nullptr;
   opening_ = connection_->opening();
   opened_ = true;
 }
@@ -293,6 +293,7 @@ void Recordset::fetch(Session& session, Query& query) {
   fetchedCount_ = 0;
   const Reset reset(query.statement);
   session.attempt(kSource, [&] {
+    session.settleFor(query);
     while (query.statement.step()) {
       const int columns = query.statement.columnCount();
       for (int column = 0; column < columns; ++column) {
@@ -351,14 +352,11 @@ void Recordset::moveNext() {
 }
 
 void Recordset::save(Session& session) {
-  if (insertion_ == nullptr) insertion_ = &session.insertion(columns_->insertSql, kSource);
-  session.attempt(kSource, [&] {
-    int parameter = 0;
-    for (const Cell& cell : pendingRow_.cells) {
-      ++parameter;
-      cell.isNull ? insertion_->bindNull(parameter) : insertion_->bind(parameter, pendingRow_.at(cell));
-    }
-    insertion_->run();
+  if (addition_ == nullptr) addition_ = &session.addition(*columns_, kSource);
+  session.add(*addition_, kSource, [this](std::size_t column) -> RowLog::Cell {
+    const Cell& cell = pendingRow_.cells[column];
+    if (cell.isNull) return std::nullopt;
+    return pendingRow_.at(cell);
   });
   std::swap(pendingRow_, savedRow_);
   pending_ = false;

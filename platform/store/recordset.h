@@ -87,7 +87,7 @@ class Recordset : public automation::Object {
   Values pendingRow_;
   Values savedRow_;
   std::size_t addedCount_ = 0;
-  sqlite::Statement* insertion_ = nullptr;
+  Addition* addition_ = nullptr;
 };
 
 }  // namespace platform::store

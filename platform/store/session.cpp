@@ -1,7 +1,9 @@
 #include "platform/store/session.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <set>
 #include <utility>
 
 #include "platform/store/store.h"
@@ -25,8 +27,15 @@ std::atomic<std::chrono::milliseconds> waitForLocks{std::chrono::milliseconds(50
   throw Failure(code, automation::fromUtf8(error.what()), Text(source));
 }
 
-std::string insertSqlFor(sqlite3_stmt* statement) {
+struct Target {
   std::string table;
+  std::string insertSql;
+};
+
+// Where the columns of a query come from, if it is one table.
+Target targetOf(sqlite3_stmt* statement) {
+  std::string table;
+  std::string name;
   std::string names;
   std::string values;
   for (int column = 0; column < sqlite3_column_count(statement); ++column) {
@@ -34,6 +43,7 @@ std::string insertSqlFor(sqlite3_stmt* statement) {
     const char* tableName = sqlite3_column_table_name(statement, column);
     const char* columnName = sqlite3_column_origin_name(statement, column);
     if (schemaName == nullptr || tableName == nullptr || columnName == nullptr) return {};
+    if (column == 0) name = tableName;
     std::string from = sqlite::quotedName(schemaName) + '.' + sqlite::quotedName(tableName);
     if (column == 0) {
       table = std::move(from);
@@ -43,7 +53,22 @@ std::string insertSqlFor(sqlite3_stmt* statement) {
     names += (column == 0 ? "" : ", ") + sqlite::quotedName(columnName);
     values += column == 0 ? "?" : ", ?";
   }
-  return "insert into " + table + " (" + names + ") values (" + values + ")";
+  return {std::move(name), "insert into " + table + " (" + names + ") values (" + values + ")"};
+}
+
+// The idiom that asks for a table's columns alone.
+bool endsInNoRow(TextView sql) {
+  constexpr TextView kNoRow = u" where 1=2";
+  return sql.size() >= kNoRow.size() &&
+         automation::equalsIgnoringCase(sql.substr(sql.size() - kNoRow.size()), kNoRow);
+}
+
+bool names(TextView sql, std::string_view table) {
+  const auto found =
+      std::search(sql.begin(), sql.end(), table.begin(), table.end(), [](char16_t left, char right) {
+        return automation::toLower(left) == automation::toLower(static_cast<unsigned char>(right));
+      });
+  return found != sql.end();
 }
 
 std::shared_ptr<const Columns> describe(const sqlite::Statement& statement) {
@@ -51,7 +76,9 @@ std::shared_ptr<const Columns> describe(const sqlite::Statement& statement) {
   for (int column = 0; column < statement.columnCount(); ++column) {
     columns->names.push_back(automation::fromUtf8(statement.columnName(column)));
   }
-  columns->insertSql = insertSqlFor(statement.raw());
+  auto [table, insertSql] = targetOf(statement.raw());
+  columns->table = std::move(table);
+  columns->insertSql = std::move(insertSql);
   return columns;
 }
 
@@ -79,7 +106,8 @@ Query& Session::query(TextView sql, TextView source) {
                   Text(source));
   }
   auto columns = describe(statement);
-  auto query = std::make_unique<Query>(Query{Text(sql), std::move(statement), std::move(columns)});
+  auto query =
+      std::make_unique<Query>(Query{Text(sql), std::move(statement), std::move(columns), endsInNoRow(sql)});
   if (queries_.size() < kMostQueries) {
     queries_.push_back(std::move(query));
     return *queries_.back();
@@ -94,12 +122,79 @@ void Session::refreshColumns(Query& query) {
   query.columns = describe(query.statement);
 }
 
-sqlite::Statement& Session::insertion(const std::string& sql, TextView source) {
-  const auto found = insertions_.find(sql);
-  if (found != insertions_.end()) return found->second;
-  return attempt(source, [&]() -> sqlite::Statement& {
-    return insertions_.emplace(sql, database_->prepare(sql)).first->second;
+void Session::settleFor(const Query& query) {
+  if (!query.asksForColumns) settleNamedIn(query.sql, false);
+}
+
+// A statement names every table that it is about. A name in a value is taken for one too, which does no harm.
+void Session::settleNamedIn(TextView sql, bool changes) {
+  for (auto& [insertSql, addition] : additions_) {
+    if (!addition.waiting || (addition.waiting->isEmpty() && !changes)) continue;
+    if (!names(sql, addition.table)) continue;
+    settle(addition);
+    if (changes) addition.begun = true;
+  }
+}
+
+Addition& Session::addition(const Columns& columns, TextView source) {
+  const auto found = additions_.find(columns.insertSql);
+  if (found != additions_.end()) return found->second;
+  return attempt(source, [&]() -> Addition& {
+    Addition made{columns.table, columns.names.size(), database_->prepare(columns.insertSql), {}, true};
+    return additions_.emplace(columns.insertSql, std::move(made)).first->second;
   });
+}
+
+void Session::letRowsWait(const std::string& table) {
+  const auto columns = describe(database_->prepare("select * from " + sqlite::quotedName(table)));
+  Addition made{columns->table, columns->names.size(), database_->prepare(columns->insertSql),
+                RowLog(columns->names.size()), false};
+  additions_.insert_or_assign(columns->insertSql, std::move(made));
+}
+
+const RowLog* Session::waiting(std::string_view table) {
+  for (auto& [sql, addition] : additions_) {
+    if (!addition.waiting || addition.table != table) continue;
+    if (!addition.begun) return &*addition.waiting;
+    settle(addition);
+  }
+  return nullptr;
+}
+
+void Session::settle() {
+  for (auto& [sql, addition] : additions_) {
+    if (addition.waiting) settle(addition);
+    addition.begun = true;
+  }
+}
+
+void Session::settle(Addition& addition) {
+  RowLog& log = *addition.waiting;
+  if (log.isEmpty()) return;
+  RowLog::Reader rows(log);
+  while (rows.next()) insert(addition, [&](std::size_t column) { return rows.cell(column); });
+  waitingBytes_ -= log.bytes();
+  log.clear();
+}
+
+void Session::removeRows() {
+  std::set<std::string, std::less<>> spared;
+  for (auto& [sql, addition] : additions_) {
+    if (!addition.waiting) continue;
+    addition.waiting->clear();
+    if (!addition.begun) spared.insert(addition.table);
+  }
+  waitingBytes_ = 0;
+  std::vector<std::string> tables;
+  {
+    sqlite::Statement names = database_->prepare(
+        "select name from sqlite_schema where type = 'table' and name not like 'sqlite_%'");
+    while (names.step()) tables.emplace_back(names.text(0).value_or(""));
+  }
+  for (const std::string& table : tables) {
+    if (!spared.contains(table)) database_->execute("delete from " + sqlite::quotedName(table));
+  }
+  for (auto& [sql, addition] : additions_) addition.begun = !addition.waiting;
 }
 
 // The other connections of the database would be drawn into a transaction that an SQL text begins, and one
@@ -110,6 +205,7 @@ void Session::execute(TextView sql, TextView source) {
     throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
   }
   attempt(source, [&] {
+    settleNamedIn(sql, true);
     const bool open = database_->inTransaction();
     database_->prepare(utf8).run();
     if (database_->inTransaction() == open) return;

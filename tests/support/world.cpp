@@ -167,7 +167,7 @@ void World::setUpLayer() {
   screen_ = runtime.screen();
   runtime.setScreen(journal->wrap(screen_, "screen"));
 
-  if (layer_ == Layer::kPrivate) {
+  if (layer_ != Layer::kFile) {
     private_ = std::make_unique<platform::store::PrivateDatabase>(toUtf8(database));
     private_->database().execute("pragma page_size = 512");  // so that a few rows make it grow
     loan_.emplace(*private_);
@@ -175,6 +175,8 @@ void World::setUpLayer() {
     sqlite::Database(toUtf8(database), sqlite::Database::Mode::kCreate, {});
   }
   createTables(*openDatabase());
+  if (layer_ != Layer::kWaiting) return;
+  for (const inventory::Table& table : inventory::tables()) private_->letRowsWait(std::string(table.name));
 }
 
 std::shared_ptr<sqlite::Database> World::openDatabase() const {

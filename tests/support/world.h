@@ -17,8 +17,8 @@
 namespace test {
 
 // What stands behind the seam: fakes, or the layer with the sample server WEB01 and a private database on
-// loan or a database file.
-enum class Layer { kFakes, kPrivate, kFile };
+// loan, whose rows wait or go into their tables at once, or a database file.
+enum class Layer { kFakes, kWaiting, kPrivate, kFile };
 
 // Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
 class World {
