@@ -23,6 +23,23 @@ bool isAscii(std::basic_string_view<Unit> text) {
   return std::all_of(text.begin(), text.end(), [](Unit unit) { return unit >= 0 && unit < 0x80; });
 }
 
+// Writes the ASCII that a text begins with as UTF-16. Gives how many bytes that was.
+std::size_t widenAscii(std::string_view utf8, char16_t* out) {
+  const char* in = utf8.data();
+  const char* const end = in + utf8.size();
+  for (; end - in >= 4; in += 4, out += 4) {
+    std::uint32_t bytes = 0;
+    std::memcpy(&bytes, in, sizeof bytes);
+    if ((bytes & 0x80808080) != 0) break;
+    std::uint64_t units = bytes;
+    units = (units | units << 16) & 0x0000FFFF0000FFFF;
+    units = (units | units << 8) & 0x00FF00FF00FF00FF;
+    std::memcpy(out, &units, sizeof units);
+  }
+  for (; in != end && static_cast<unsigned char>(*in) < 0x80; ++in) *out++ = static_cast<char16_t>(*in);
+  return static_cast<std::size_t>(in - utf8.data());
+}
+
 bool isHighSurrogate(char32_t unit) {
   return unit >= 0xD800 && unit <= 0xDBFF;
 }
@@ -114,9 +131,9 @@ constexpr char16_t kSmallYDiaeresis = 0x00FF;
 }  // namespace
 
 Text fromUtf8(std::string_view utf8) {
-  if (isAscii(utf8)) return Text(utf8.begin(), utf8.end());
-  Text text;
-  text.reserve(utf8.size());
+  Text text(utf8.size(), u'\0');
+  if (std::size_t done = widenAscii(utf8, text.data()); done == utf8.size()) return text;
+  text.clear();
   std::size_t at = 0;
   while (at < utf8.size()) {
     if (static_cast<unsigned char>(utf8[at]) < 0x80) {

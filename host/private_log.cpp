@@ -1,8 +1,10 @@
 #include "host/private_log.h"
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -18,6 +20,9 @@ namespace {
 constexpr std::int64_t kReserve = 256 * 1024;
 constexpr std::int64_t kLeastReserve = 128 * 1024;
 constexpr std::int64_t kBlock = 512;  // of st_blocks, whatever the file system's own blocks are
+
+// What the file begins with, so that its first page is there from the beginning.
+constexpr char kHead = '\n';
 
 constexpr std::string_view kTime = "00/00/0000 00:00:00\t";
 constexpr std::size_t kNumberWidth = 10;
@@ -75,6 +80,11 @@ Record parseRecord(std::string_view line) {
   return record;
 }
 
+std::size_t pageSize() {
+  static const auto size = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+  return size;
+}
+
 std::int64_t largestFile() {
   rlimit limit{};
   if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return INT64_MAX;
@@ -102,20 +112,22 @@ PrivateLog::PrivateLog(std::filesystem::path file)
     : file_(std::move(file)),
       descriptor_(::open(file_.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)) {
   if (!descriptor_) fail(std::strerror(errno));
-  reserve(0);
+  begin();
 }
 
 std::string_view PrivateLog::news() {
+  if (isSilent()) return {};
   const off_t end = ::lseek(descriptor_.number(), 0, SEEK_END);
   if (end < 0) fail(std::strerror(errno));
   const std::size_t known = text_.size();
-  const auto size = static_cast<std::size_t>(end);
+  const auto size = static_cast<std::size_t>(std::max<off_t>(end - 1, 0));
   if (size == known) return {};
+  if (size < known) fail("it has been cut");
   text_.resize(size);
   std::size_t done = known;
   while (done < size) {
     const ssize_t count =
-        ::pread(descriptor_.number(), text_.data() + done, size - done, static_cast<off_t>(done));
+        ::pread(descriptor_.number(), text_.data() + done, size - done, static_cast<off_t>(done) + 1);
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) fail(count < 0 ? std::strerror(errno) : "it has been cut");
     done += static_cast<std::size_t>(count);
@@ -124,6 +136,7 @@ std::string_view PrivateLog::news() {
   struct stat status {};
   if (::fstat(descriptor_.number(), &status) != 0) fail(std::strerror(errno));
   if (std::int64_t{status.st_blocks} * kBlock - end < kLeastReserve) reserve(end);
+  watch();
   return std::string_view(text_).substr(known);
 }
 
@@ -132,7 +145,7 @@ void PrivateLog::prove() {
   const Descriptor append(::open(file_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   if (!append) fail(std::strerror(errno));
   static const std::int64_t largest = largestFile();
-  const auto size = static_cast<std::int64_t>(text_.size());
+  const std::int64_t size = fileSize();
   if (size > largest - kLeastReserve) fail(std::strerror(EFBIG));
   if (canReserve_) return;
 
@@ -146,8 +159,44 @@ void PrivateLog::prove() {
 
 void PrivateLog::clear() {
   text_.clear();
+  page_.reset();
   if (::ftruncate(descriptor_.number(), 0) != 0) fail(std::strerror(errno));
+  begin();
+}
+
+void PrivateLog::begin() {
   reserve(0);
+  ssize_t written = 0;
+  do {
+    written = ::pwrite(descriptor_.number(), &kHead, 1, 0);
+  } while (written < 0 && errno == EINTR);
+  if (written != 1) fail(std::strerror(written < 0 ? errno : ENOSPC));
+  watch();
+}
+
+std::int64_t PrivateLog::fileSize() const {
+  return static_cast<std::int64_t>(text_.size()) + 1;
+}
+
+void PrivateLog::Unmapper::operator()(const char* page) const noexcept {
+  ::munmap(const_cast<char*>(page), pageSize());
+}
+
+// A look at the file's last page costs nothing beside asking the system, and this is asked at each status
+// text. A page of which no byte is in the file may not be looked at.
+void PrivateLog::watch() {
+  const auto at = static_cast<std::size_t>(fileSize());
+  pageAt_ = at % pageSize();
+  page_.reset();
+  if (pageAt_ == 0) return;
+  void* const page = ::mmap(nullptr, pageSize(), PROT_READ, MAP_SHARED, descriptor_.number(),
+                            static_cast<off_t>(at - pageAt_));
+  if (page != MAP_FAILED) page_.reset(static_cast<const char*>(page));
+}
+
+// A record begins with a digit, and behind the file's end its page holds zeros.
+bool PrivateLog::isSilent() const {
+  return page_ != nullptr && *static_cast<const volatile char*>(page_.get() + pageAt_) == '\0';
 }
 
 void PrivateLog::reserve([[maybe_unused]] std::int64_t size) {

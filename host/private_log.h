@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -48,12 +49,24 @@ class PrivateLog {
   void clear();
 
  private:
+  // A page of the file as it stands, or nothing.
+  struct Unmapper {
+    void operator()(const char* page) const noexcept;
+  };
+  using Page = std::unique_ptr<const char, Unmapper>;
+
+  void begin();
+  std::int64_t fileSize() const;
+  bool isSilent() const;
+  void watch();
   void reserve(std::int64_t size);
   [[noreturn]] void fail(const std::string& why) const;
 
   std::filesystem::path file_;
   Descriptor descriptor_;
   std::string text_;
+  Page page_;  // the one that the next record begins in
+  std::size_t pageAt_ = 0;
   bool canReserve_ = true;
 };
 
