@@ -66,7 +66,33 @@ void appendUtf8(std::string& out, char32_t point) {
   }
 }
 
-// Decodes the sequence at `at` and moves past it. A byte that begins no valid sequence is skipped alone.
+// Ranges of letters whose two cases are a fixed distance apart.
+struct CaseRange {
+  char16_t firstUpper;
+  char16_t lastUpper;
+  char16_t distance;
+};
+constexpr CaseRange kDistant[] = {
+    {u'A', u'Z', 0x20},     {0x00C0, 0x00D6, 0x20}, {0x00D8, 0x00DE, 0x20}, {0x0388, 0x038A, 0x25},
+    {0x0391, 0x03A1, 0x20}, {0x03A3, 0x03AB, 0x20}, {0x0400, 0x040F, 0x50}, {0x0410, 0x042F, 0x20},
+    {0x0386, 0x0386, 0x26}, {0x038C, 0x038C, 0x40}, {0x038E, 0x038F, 0x3F},
+};
+
+// Ranges in which capital and small letters alternate, the capital first.
+struct AlternatingRange {
+  char16_t first;
+  char16_t last;
+};
+constexpr AlternatingRange kAlternating[] = {
+    {0x0100, 0x012F}, {0x0132, 0x0137}, {0x0139, 0x0148}, {0x014A, 0x0177}, {0x0179, 0x017E},
+    {0x0218, 0x021B}, {0x0460, 0x0481}, {0x048A, 0x04BF}, {0x04D0, 0x052F}, {0x1E00, 0x1E95},
+};
+
+constexpr char16_t kCapitalYDiaeresis = 0x0178;
+constexpr char16_t kSmallYDiaeresis = 0x00FF;
+
+}  // namespace
+
 char32_t nextPoint(std::string_view utf8, std::size_t& at) {
   const auto byte = [&](std::size_t index) { return static_cast<unsigned char>(utf8[index]); };
   const unsigned lead = byte(at);
@@ -102,33 +128,6 @@ char32_t nextPoint(std::string_view utf8, std::size_t& at) {
   at += length;
   return point;
 }
-
-// Ranges of letters whose two cases are a fixed distance apart.
-struct CaseRange {
-  char16_t firstUpper;
-  char16_t lastUpper;
-  char16_t distance;
-};
-constexpr CaseRange kDistant[] = {
-    {u'A', u'Z', 0x20},     {0x00C0, 0x00D6, 0x20}, {0x00D8, 0x00DE, 0x20}, {0x0388, 0x038A, 0x25},
-    {0x0391, 0x03A1, 0x20}, {0x03A3, 0x03AB, 0x20}, {0x0400, 0x040F, 0x50}, {0x0410, 0x042F, 0x20},
-    {0x0386, 0x0386, 0x26}, {0x038C, 0x038C, 0x40}, {0x038E, 0x038F, 0x3F},
-};
-
-// Ranges in which capital and small letters alternate, the capital first.
-struct AlternatingRange {
-  char16_t first;
-  char16_t last;
-};
-constexpr AlternatingRange kAlternating[] = {
-    {0x0100, 0x012F}, {0x0132, 0x0137}, {0x0139, 0x0148}, {0x014A, 0x0177}, {0x0179, 0x017E},
-    {0x0218, 0x021B}, {0x0460, 0x0481}, {0x048A, 0x04BF}, {0x04D0, 0x052F}, {0x1E00, 0x1E95},
-};
-
-constexpr char16_t kCapitalYDiaeresis = 0x0178;
-constexpr char16_t kSmallYDiaeresis = 0x00FF;
-
-}  // namespace
 
 Text fromUtf8(std::string_view utf8) {
   Text text(utf8.size(), u'\0');

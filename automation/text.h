@@ -2,6 +2,7 @@
 // included. UTF-8 appears only at the edges of a process (files, SQLite, a terminal).
 #pragma once
 
+#include <cstddef>
 #include <initializer_list>
 #include <string>
 #include <string_view>
@@ -13,6 +14,10 @@ using TextView = std::u16string_view;
 
 // UTF-8 to UTF-16. Bytes that are no UTF-8 become U+FFFD, one for each byte that cannot be used.
 Text fromUtf8(std::string_view utf8);
+
+// The character at `at`, which is within the text, and moves behind it. A byte that begins no valid sequence
+// is U+FFFD by itself.
+char32_t nextPoint(std::string_view utf8, std::size_t& at);
 
 // UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
 std::string toUtf8(TextView text);

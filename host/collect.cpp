@@ -16,7 +16,6 @@
 
 #include "automation/failure.h"
 #include "automation/text.h"
-#include "host/clock.h"
 #include "host/private_folder.h"
 #include "host/problem_groups.h"
 #include "host/progress.h"
@@ -25,7 +24,8 @@
 #include "host/signals.h"
 #include "host/terminal_text.h"
 #include "host/user_log.h"
-#include "platform/host/host.h"
+#include "inventory/clock.h"
+#include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
@@ -198,7 +198,7 @@ class Collection {
         if (result == nullptr) return;
         inventory::Problem problem;
         problem.message = error.what();
-        problem.time = utcNow();
+        problem.time = inventory::utcNow();
         result->problems.push_back(std::move(problem));
       }
     };
@@ -395,7 +395,7 @@ int collect(const CollectOptions& options, Output& output) {
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::store::registerStore();
-  platform::host::registerHostObjects();
+  platform::desktop::registerDesktop();
   DllRegisterServer();
   return Collection(options, std::move(sources), output).run();
 }

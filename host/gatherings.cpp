@@ -5,6 +5,7 @@
 
 #include "automation/text.h"
 #include "host/options.h"
+#include "inventory/names.h"
 
 namespace host {
 namespace {
@@ -30,10 +31,6 @@ const std::vector<Gathering> kGatherings = {
     {"Web Service Extensions", Side::kPools, Kind::kExtensions, {"tblWSExtension"}},
     {"Applied Objects", Side::kPools, Kind::kAppliedObjects, {"tblAppliedObject"}},
 };
-
-bool sameName(std::string_view left, std::string_view right) {
-  return automation::equalsIgnoringCase(automation::fromUtf8(left), automation::fromUtf8(right));
-}
 
 bool onBothSides(const Gathering& gathering) {
   return std::count_if(kGatherings.begin(), kGatherings.end(),
@@ -73,7 +70,7 @@ Selection select(const std::vector<std::string>& names, const std::vector<std::s
                  const std::vector<std::string>& pools) {
   const auto isKnown = [](const std::string& name) {
     return std::any_of(kGatherings.begin(), kGatherings.end(),
-                       [&](const Gathering& gathering) { return sameName(gathering.name, name); });
+                       [&](const Gathering& gathering) { return inventory::sameName(gathering.name, name); });
   };
   for (const std::string& name : names) {
     if (!isKnown(name)) {
@@ -95,8 +92,9 @@ Selection select(const std::vector<std::string>& names, const std::vector<std::s
   tell("--pool", pools);
   const bool filtered = !sites.empty() || !pools.empty();
   for (const Gathering& gathering : kGatherings) {
-    const bool named = std::any_of(names.begin(), names.end(),
-                                   [&](const std::string& name) { return sameName(gathering.name, name); });
+    const bool named = std::any_of(names.begin(), names.end(), [&](const std::string& name) {
+      return inventory::sameName(gathering.name, name);
+    });
     if (!named && !names.empty()) continue;
     // A name that says its side by itself holds whatever else is named.
     const bool sideSaid = named && !onBothSides(gathering);

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "automation/text.h"
+#include "inventory/names.h"
 
 namespace host {
 namespace {
@@ -164,10 +165,6 @@ std::filesystem::path wholePath(const char* option, const std::string& path) {
   return std::filesystem::absolute(path).lexically_normal();
 }
 
-bool sameName(std::string_view left, std::string_view right) {
-  return automation::equalsIgnoringCase(automation::fromUtf8(left), automation::fromUtf8(right));
-}
-
 void refuseEmpty(const char* option, const std::vector<std::string>& values) {
   for (const std::string& value : values) {
     if (value.empty()) throw UsageError(std::string(option) + ": the value is empty");
@@ -202,8 +199,8 @@ CollectOptions collectOptions(const Raw& raw) {
 ShowOptions showOptions(const Raw& raw) {
   ShowOptions options{raw.table, wholePath("--database", raw.database), Format::kTable,
                       milliseconds(raw.wait)};
-  if (sameName(raw.format, "csv")) options.format = Format::kCsv;
-  if (sameName(raw.format, "json")) options.format = Format::kJson;
+  if (inventory::sameName(raw.format, "csv")) options.format = Format::kCsv;
+  if (inventory::sameName(raw.format, "json")) options.format = Format::kJson;
   return options;
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "host/clock.h"
+#include "inventory/clock.h"
 #include "inventory/tables.h"
 
 namespace host {
@@ -159,7 +159,7 @@ Problem CallPlace::problemOf(const Record& record, const std::string& server) co
   problem.routine = record.routine;
   problem.number = record.number;
   problem.message = record.message;
-  problem.time = utcNow();
+  problem.time = inventory::utcNow();
   problem.isNote =
       record.routine == kNoteRoutine && problem.property == kNoteProperty && record.number == kNoSuchProperty;
   return problem;

@@ -25,12 +25,12 @@ fs::path temporaryDirectory() {
   return named != nullptr && *named != '\0' ? fs::path(named) : fs::path("/tmp");
 }
 
-Descriptor openFolder(const fs::path& folder) {
-  return Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
+platform::Descriptor openFolder(const fs::path& folder) {
+  return platform::Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW));
 }
 
 // Whether the path still leads to the folder behind the descriptor.
-bool isStill(const fs::path& folder, const Descriptor& descriptor) {
+bool isStill(const fs::path& folder, const platform::Descriptor& descriptor) {
   struct stat here {};
   struct stat there {};
   return ::fstat(descriptor.number(), &here) == 0 && ::lstat(folder.c_str(), &there) == 0 &&
@@ -42,7 +42,7 @@ void removeLeftovers(const fs::path& directory) {
   std::error_code error;
   for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
     if (!entry.path().filename().string().starts_with(kPrefix)) continue;
-    const Descriptor folder = openFolder(entry.path());
+    const platform::Descriptor folder = openFolder(entry.path());
     struct stat status {};
     if (!folder || ::fstat(folder.number(), &status) != 0 || status.st_uid != ::geteuid()) continue;
     if (::flock(folder.number(), LOCK_EX | LOCK_NB) != 0) continue;
@@ -72,7 +72,7 @@ PrivateFolder::PrivateFolder() {
     // Somebody who cleans up may have come first, and have the lock.
     if (lock_ && ::flock(lock_.number(), LOCK_EX) == 0 && isStill(path_, lock_)) {
       const std::string mark = (path_ / kMark).string();
-      if (Descriptor(::open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600))) return;
+      if (platform::Descriptor(::open(mark.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600))) return;
       const int error = errno;
       remove();
       throw std::runtime_error("can't keep anything in the temporary directory '" + directory.string() +

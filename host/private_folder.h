@@ -3,7 +3,7 @@
 
 #include <filesystem>
 
-#include "host/descriptor.h"
+#include "platform/posix/descriptor.h"
 
 namespace host {
 
@@ -24,7 +24,7 @@ class PrivateFolder {
 
  private:
   std::filesystem::path path_;
-  Descriptor lock_;
+  platform::Descriptor lock_;
 };
 
 }  // namespace host

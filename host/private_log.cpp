@@ -142,7 +142,7 @@ std::string_view PrivateLog::news() {
 
 // What has been reserved stays reserved, so all that can be in the way is the opening of the file.
 void PrivateLog::prove() {
-  const Descriptor append(::open(file_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
+  const platform::Descriptor append(::open(file_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   if (!append) fail(std::strerror(errno));
   static const std::int64_t largest = largestFile();
   const std::int64_t size = fileSize();

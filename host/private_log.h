@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-#include "host/descriptor.h"
+#include "platform/posix/descriptor.h"
 
 namespace host {
 
@@ -63,7 +63,7 @@ class PrivateLog {
   [[noreturn]] void fail(const std::string& why) const;
 
   std::filesystem::path file_;
-  Descriptor descriptor_;
+  platform::Descriptor descriptor_;
   std::string text_;
   Page page_;  // the one that the next record begins in
   std::size_t pageAt_ = 0;

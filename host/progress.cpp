@@ -134,8 +134,8 @@ void ProgressLine::end(const std::shared_ptr<Lane>& lane) {
 }
 
 void ProgressLine::stop() {
-  // Whoever prints aside may wait for a reader that never comes. The system's clock: the thread sanitizer of GCC 12 doesn't
-  // see a lock that waits by the steady one.
+  // Whoever prints aside may wait for a reader that never comes. The system's clock: the thread sanitizer of
+  // GCC 12 doesn't see a lock that waits by the steady one.
   const std::unique_lock lock(mutex_, std::chrono::system_clock::now() + kLongestStop);
   stopped_ = true;
   if (lock.owns_lock()) wipe();

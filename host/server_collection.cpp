@@ -12,8 +12,8 @@
 #include "automation/failure.h"
 #include "automation/object.h"
 #include "automation/runtime.h"
-#include "host/clock.h"
 #include "host/places.h"
+#include "inventory/clock.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/file.h"
 #include "platform/metabase/metabase.h"
@@ -213,7 +213,7 @@ class ServerCollection {
 
   Outcome run() {
     const auto start = std::chrono::steady_clock::now();
-    outcome_.result.origin.started = utcNow();
+    outcome_.result.origin.started = inventory::utcNow();
     platform::metabase::FileBytes bytes = readSource(server_.source, maxSize_);
     const platform::metabase::Stamp stamp = bytes.stamp;
     tellOrigin(bytes);
@@ -248,7 +248,7 @@ class ServerCollection {
     origin.server = server_.name;
     origin.file = server_.source.shown();
     origin.fileSize = static_cast<std::int64_t>(bytes.size);
-    origin.fileTime = utc(system_clock::time_point(duration_cast<system_clock::duration>(
+    origin.fileTime = inventory::utc(system_clock::time_point(duration_cast<system_clock::duration>(
         seconds(bytes.stamp.seconds) + nanoseconds(bytes.stamp.nanoseconds))));
     origin.sha256 = sha256(bytes.bytes.get(), bytes.size);
     origin.version = IISINVENTORY_VERSION;
@@ -306,7 +306,7 @@ class ServerCollection {
     note.isNote = true;
     note.message = "the file " + server_.source.shown() +
                    " has changed since it was read; the inventory shows what it held before";
-    note.time = utcNow();
+    note.time = inventory::utcNow();
     outcome_.result.problems.push_back(std::move(note));
   }
 

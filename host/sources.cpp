@@ -16,10 +16,11 @@
 
 #include "automation/text.h"
 #include "host/archive.h"
-#include "host/descriptor.h"
 #include "host/options.h"
+#include "inventory/names.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/metabase.h"
+#include "platform/posix/descriptor.h"
 
 namespace host {
 namespace {
@@ -39,10 +40,6 @@ bool isUtf8(const std::string& text) {
   return automation::toUtf8(automation::fromUtf8(text)) == text;
 }
 
-std::string folded(std::string_view text) {
-  return automation::toUtf8(automation::lowerCase(automation::fromUtf8(text)));
-}
-
 // Why a text can't be a server's name, or nothing.
 std::optional<std::string> whyNoName(const std::string& name) {
   if (name.empty()) return "it is empty";
@@ -60,7 +57,7 @@ std::optional<std::string> whyNoName(const std::string& name) {
 bool isUsualHome(const std::string& folder) {
   static const std::set<std::string, std::less<>> kHomes = {"inetsrv", "system32", "windows",
                                                             "winnt",   "history",  "metaback"};
-  const std::string name = folded(folder);
+  const std::string name = inventory::folded(folder);
   const bool isLetter = !name.empty() && name[0] >= 'a' && name[0] <= 'z';
   const bool isDrive =
       isLetter && (name.size() == 1 || (name.size() == 2 && (name[1] == '$' || name[1] == ':')));
@@ -91,7 +88,7 @@ std::string stemOf(const fs::path& file) {
 // The name of a file that was given by itself.
 std::string nameForFile(const fs::path& file) {
   const auto isUsual = [&](const fs::path& name) {
-    return folded(name.string()) == folded(std::string(kMetabaseFile));
+    return inventory::folded(name.string()) == inventory::folded(std::string(kMetabaseFile));
   };
   const bool usual = isUsual(file.filename()) || isUsual(file.filename().stem());
   return usual ? file.parent_path().filename().string() : file.stem().string();
@@ -105,7 +102,7 @@ bool isStream(const fs::path& path) {
 
 // The first bytes of an ordinary file; nothing where it can't be read.
 std::optional<std::string> headOf(const fs::path& file) {
-  const Descriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const platform::Descriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   if (!descriptor) return std::nullopt;
   std::string head(kHead, '\0');
   const ssize_t count = ::read(descriptor.number(), head.data(), head.size());
@@ -184,7 +181,7 @@ class Finder {
       throw UsageError("METABASE '" + argument + "': '" + name + "' can't be a server's name, " + *why +
                        "; put a name and '=' before the path");
     }
-    const auto [place, isNew] = explicit_.emplace(folded(name), sources_.servers.size());
+    const auto [place, isNew] = explicit_.emplace(inventory::folded(name), sources_.servers.size());
     if (!isNew) {
       throw UsageError("METABASE '" + argument + "': the server " + name + " is given already, as " +
                        sources_.servers[place->second].source.shown());
@@ -305,7 +302,7 @@ class Finder {
     std::vector<bool> isChosen(found_.size(), false);
     std::vector<std::size_t> inOrder;
     for (std::size_t at = 0; at < found_.size(); ++at) {
-      const std::string key = folded(found_[at].name);
+      const std::string key = inventory::folded(found_[at].name);
       if (const auto given = explicit_.find(key); given != explicit_.end()) {
         tellPassedOver(found_[at], sources_.servers[given->second].source);
       } else if (const auto [first, isNew] = taken.emplace(key, at); !isNew) {
@@ -315,7 +312,7 @@ class Finder {
       }
     }
     std::sort(inOrder.begin(), inOrder.end(), [&](std::size_t left, std::size_t right) {
-      return folded(found_[left].name) < folded(found_[right].name);
+      return inventory::folded(found_[left].name) < inventory::folded(found_[right].name);
     });
     for (const std::size_t at : inOrder) {
       sources_.servers.push_back({std::move(found_[at].name), std::move(found_[at].source)});
@@ -345,10 +342,10 @@ FileBytes bytesOf(std::string_view text) {
 }
 
 FileBytes readStream(const Source& source, std::uint64_t maxSize) {
-  Descriptor opened;
+  platform::Descriptor opened;
   int descriptor = STDIN_FILENO;
   if (source.path != kStandardInput) {
-    opened = Descriptor(::open(source.path.c_str(), O_RDONLY | O_CLOEXEC));
+    opened = platform::Descriptor(::open(source.path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!opened) failRead(source, std::string("it can't be opened: ") + std::strerror(errno));
     descriptor = opened.number();
   }

@@ -36,22 +36,15 @@ bool isIn(const Range (&ranges)[count], char32_t point) {
                      [&](const Range& range) { return point >= range.first && point <= range.last; });
 }
 
-// One character of text that is known to be UTF-8.
 struct Character {
   char32_t point;
   std::size_t length;
 };
 
 Character characterAt(std::string_view text, std::size_t at) {
-  const auto byte = [&](std::size_t index) {
-    return index < text.size() ? static_cast<unsigned char>(text[index]) : 0U;
-  };
-  const auto tail = [&](std::size_t index) { return static_cast<char32_t>(byte(at + index) & 0x3F); };
-  const unsigned lead = byte(at);
-  if (lead < 0x80) return {lead, 1};
-  if (lead < 0xE0) return {(static_cast<char32_t>(lead & 0x1F) << 6) | tail(1), 2};
-  if (lead < 0xF0) return {(static_cast<char32_t>(lead & 0x0F) << 12) | (tail(1) << 6) | tail(2), 3};
-  return {(static_cast<char32_t>(lead & 0x07) << 18) | (tail(1) << 12) | (tail(2) << 6) | tail(3), 4};
+  const std::size_t begin = at;
+  const char32_t point = automation::nextPoint(text, at);
+  return {point, at - begin};
 }
 
 std::size_t widthOf(char32_t point) {

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "host/descriptor.h"
+#include "platform/posix/descriptor.h"
 
 namespace host {
 
@@ -20,7 +20,7 @@ void appendToLog(const std::filesystem::path& file, std::string_view records) {
   };
   // Opening a FIFO would else wait for a reader.
   const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  const Descriptor log(::open(file.c_str(), flags, 0666));
+  const platform::Descriptor log(::open(file.c_str(), flags, 0666));
   struct stat status {};
   if (!log) fail(errno == ENXIO ? "it is a FIFO" : std::strerror(errno));
   if (::fstat(log.number(), &status) != 0) fail(std::strerror(errno));

@@ -4,13 +4,8 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
-#include "automation/text.h"
 
 namespace inventory {
-
-std::string folded(std::string_view utf8) {
-  return automation::toUtf8(automation::lowerCase(automation::fromUtf8(utf8)));
-}
 
 std::string_view wordFor(ItemKind kind) {
   if (kind == ItemKind::kSite) return "site";

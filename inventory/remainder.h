@@ -8,11 +8,9 @@
 #include <vector>
 
 #include "inventory/inventory.h"
+#include "inventory/names.h"
 
 namespace inventory {
-
-// Folds names that are compared: of servers, of sites and pools, in every kind of database alike.
-std::string folded(std::string_view utf8);
 
 // The parts of a publication whose rows have not all been replaced: tables, and of each every item but some,
 // or some items alone.

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -15,6 +14,8 @@
 #include <system_error>
 #include <utility>
 
+#include "inventory/clock.h"
+#include "inventory/names.h"
 #include "inventory/remainder.h"
 #include "sqlite/database.h"
 #include "sqlite/feed.h"
@@ -118,19 +119,6 @@ std::string foldedList(const std::vector<std::string>& items) {
   json list = json::array();
   for (const std::string& item : items) list.push_back(folded(item));
   return list.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-std::string utcNow() {
-  using namespace std::chrono;
-  const auto now = floor<milliseconds>(system_clock::now());
-  const std::time_t seconds = system_clock::to_time_t(now);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[64];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  std::snprintf(text + length, sizeof text - length, ".%03dZ",
-                static_cast<int>(now.time_since_epoch().count() % 1000));
-  return text;
 }
 
 void fold(sqlite3_context* context, int, sqlite3_value** values) {

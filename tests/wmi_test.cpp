@@ -6,7 +6,7 @@
 
 #include "automation/failure.h"
 #include "automation/runtime.h"
-#include "platform/host/host.h"
+#include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/wmi/wmi.h"
 
@@ -37,7 +37,7 @@ class WmiTest : public testing::Test {
  protected:
   void SetUp() override {
     platform::wmi::registerMoniker();
-    platform::host::registerHostObjects();
+    platform::desktop::registerDesktop();
   }
   void TearDown() override { platform::metabase::unmapServer(u"Web01"); }
 

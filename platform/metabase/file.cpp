@@ -11,26 +11,12 @@
 #include <utility>
 
 #include "platform/metabase/failures.h"
+#include "platform/posix/descriptor.h"
 
 namespace platform::metabase {
 namespace {
 
 constexpr int kAttempts = 3;
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 Stamp stampFrom(const struct stat& status) {
   return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};

@@ -2,15 +2,14 @@
 
 #include <algorithm>
 #include <random>
+#include <utility>
 
 namespace platform::metabase {
 namespace {
 
 using automation::TextView;
 
-constexpr std::uint32_t kNone = 0xFFFFFFFF;
 constexpr std::uint64_t kMultiplier = 0x9E3779B97F4A7C15;
-constexpr std::size_t kFirstCapacity = 16;
 
 std::uint64_t seed() {
   static const std::uint64_t value = [] {
@@ -28,38 +27,26 @@ char16_t fold(char16_t unit) {
 // The UTF-16 units of a valid UTF-8 text, one after the other.
 class Utf8Units {
  public:
-  explicit Utf8Units(std::string_view text) : at_(text.data()), end_(text.data() + text.size()) {}
+  explicit Utf8Units(std::string_view text) : text_(text) {}
 
-  bool done() const { return at_ == end_ && pendingLow_ == 0; }
+  bool done() const { return at_ == text_.size() && pendingLow_ == 0; }
 
   char16_t next() {
-    if (pendingLow_ != 0) {
-      const char16_t low = pendingLow_;
-      pendingLow_ = 0;
-      return low;
+    if (pendingLow_ != 0) return std::exchange(pendingLow_, u'\0');
+    const auto byte = static_cast<unsigned char>(text_[at_]);
+    if (byte < 0x80) {
+      ++at_;
+      return byte;
     }
-    const std::uint32_t lead = byte();
-    if (lead < 0x80) return static_cast<char16_t>(lead);
-    if (lead < 0xE0) return static_cast<char16_t>(((lead & 0x1F) << 6) | continuation());
-    if (lead < 0xF0) {
-      const std::uint32_t high = ((lead & 0x0F) << 12) | (continuation() << 6);
-      return static_cast<char16_t>(high | continuation());
-    }
-    std::uint32_t point = (lead & 0x07) << 18;
-    point |= continuation() << 12;
-    point |= continuation() << 6;
-    point |= continuation();
-    point -= 0x10000;
-    pendingLow_ = static_cast<char16_t>(0xDC00 | (point & 0x3FF));
-    return static_cast<char16_t>(0xD800 | (point >> 10));
+    const char32_t point = automation::nextPoint(text_, at_);
+    if (point < 0x10000) return static_cast<char16_t>(point);
+    pendingLow_ = static_cast<char16_t>(0xDC00 | ((point - 0x10000) & 0x3FF));
+    return static_cast<char16_t>(0xD800 | ((point - 0x10000) >> 10));
   }
 
  private:
-  std::uint32_t byte() { return static_cast<unsigned char>(*at_++); }
-  std::uint32_t continuation() { return at_ == end_ ? 0 : byte() & 0x3F; }
-
-  const char* at_;
-  const char* end_;
+  std::string_view text_;
+  std::size_t at_ = 0;
   char16_t pendingLow_ = 0;
 };
 
@@ -118,50 +105,10 @@ bool equalFolded(std::string_view left, TextView right) {
   return leftUnits.done();
 }
 
-template <typename View>
-std::size_t NameTable::slotOf(View name, std::uint32_t hash) const {
-  const std::size_t mask = slots_.size() - 1;
-  std::size_t slot = hash & mask;
-  while (slots_[slot].id != kNone &&
-         (slots_[slot].hash != hash || !equalFolded(names_[slots_[slot].id], name))) {
-    slot = (slot + 1) & mask;
-  }
-  return slot;
-}
-
-void NameTable::grow() {
-  std::vector<Slot> larger(slots_.empty() ? kFirstCapacity : slots_.size() * 2, Slot{0, kNone});
-  const std::size_t mask = larger.size() - 1;
-  for (const Slot& old : slots_) {
-    if (old.id == kNone) continue;
-    std::size_t slot = old.hash & mask;
-    while (larger[slot].id != kNone) slot = (slot + 1) & mask;
-    larger[slot] = old;
-  }
-  slots_ = std::move(larger);
-}
-
 NameTable::Id NameTable::enter(std::string_view utf8) {
-  if ((names_.size() + 1) * 2 > slots_.size()) grow();
-  const std::uint32_t hash = foldedHash(utf8);
-  Slot& slot = slots_[slotOf(utf8, hash)];
-  if (slot.id == kNone) {
-    slot = Slot{hash, static_cast<Id>(names_.size())};
-    names_.push_back(utf8);
-  }
-  return slot.id;
-}
-
-std::optional<NameTable::Id> NameTable::find(std::string_view utf8) const {
-  if (slots_.empty()) return std::nullopt;
-  const Slot& slot = slots_[slotOf(utf8, foldedHash(utf8))];
-  return slot.id == kNone ? std::nullopt : std::optional(slot.id);
-}
-
-std::optional<NameTable::Id> NameTable::find(TextView text) const {
-  if (slots_.empty()) return std::nullopt;
-  const Slot& slot = slots_[slotOf(text, foldedHash(text))];
-  return slot.id == kNone ? std::nullopt : std::optional(slot.id);
+  const auto [entry, isNew] = ids_.try_emplace(utf8, static_cast<Id>(names_.size()));
+  if (isNew) names_.push_back(utf8);
+  return entry->second;
 }
 
 }  // namespace platform::metabase

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "automation/text.h"
@@ -31,24 +32,36 @@ class NameTable {
   Id enter(std::string_view utf8);
 
   // The number of a name, or nothing where it was never entered.
-  std::optional<Id> find(std::string_view utf8) const;
-  std::optional<Id> find(automation::TextView text) const;
+  template <typename View>
+  std::optional<Id> find(View name) const {
+    const auto found = ids_.find(name);
+    return found == ids_.end() ? std::nullopt : std::optional(found->second);
+  }
 
   std::string_view text(Id id) const { return names_[id]; }
   std::size_t size() const { return names_.size(); }
 
  private:
-  struct Slot {
-    std::uint32_t hash;
-    Id id;
+  struct Hash {
+    using is_transparent = void;
+    template <typename View>
+    std::size_t operator()(View name) const {
+      return foldedHash(name);
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    template <typename View>
+    bool operator()(std::string_view left, View right) const {
+      return equalFolded(left, right);
+    }
+    bool operator()(automation::TextView left, std::string_view right) const {
+      return equalFolded(right, left);
+    }
   };
 
-  template <typename View>
-  std::size_t slotOf(View name, std::uint32_t hash) const;
-  void grow();
-
   std::vector<std::string_view> names_;
-  std::vector<Slot> slots_;
+  std::unordered_map<std::string_view, Id, Hash, Equal> ids_;
 };
 
 }  // namespace platform::metabase

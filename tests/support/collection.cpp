@@ -5,7 +5,7 @@
 #include "automation/object.h"
 #include "automation/runtime.h"
 #include "inventory/tables.h"
-#include "platform/host/host.h"
+#include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
@@ -53,7 +53,7 @@ void collectTrees(const ObjectRef& ftp, const Text& server, const Text& database
 void registerEverything() {
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
-  platform::host::registerHostObjects();
+  platform::desktop::registerDesktop();
   platform::store::registerStore();
   DllRegisterServer();
 }

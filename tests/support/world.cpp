@@ -8,7 +8,7 @@
 #include <sstream>
 
 #include "inventory/tables.h"
-#include "platform/host/host.h"
+#include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
@@ -157,7 +157,7 @@ void World::setUpLayer() {
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::store::registerStore();
-  platform::host::registerHostObjects();
+  platform::desktop::registerDesktop();
   for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")}) {
     serve(prefix, runtime.monikerServer(prefix));
   }

@@ -1,4 +1,4 @@
-#include "platform/host/host.h"
+#include "platform/desktop/desktop.h"
 
 #include <memory>
 #include <optional>
@@ -8,7 +8,7 @@
 #include "platform/metabase/metabase.h"
 #include "platform/metabase/servers.h"
 
-namespace platform::host {
+namespace platform::desktop {
 namespace {
 
 using automation::Arguments;
@@ -119,9 +119,9 @@ ObjectRef makeScreenObject() {
   return std::make_shared<ScreenObject>();
 }
 
-void registerHostObjects() {
+void registerDesktop() {
   automation::Runtime::process().serveClass(kProgrammaticId, makeCommonObject);
   automation::Runtime::process().setScreen(makeScreenObject());
 }
 
-}  // namespace platform::host
+}  // namespace platform::desktop

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-namespace host {
+namespace platform {
 
 class Descriptor {
  public:
@@ -26,4 +26,4 @@ class Descriptor {
   int number_;
 };
 
-}  // namespace host
+}  // namespace platform

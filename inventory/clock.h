@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-namespace host {
+namespace inventory {
 
 // A moment in UTC, as in 2026-01-31T12:00:00.000Z.
 std::string utc(std::chrono::system_clock::time_point moment);
@@ -12,4 +12,4 @@ inline std::string utcNow() {
   return utc(std::chrono::system_clock::now());
 }
 
-}  // namespace host
+}  // namespace inventory

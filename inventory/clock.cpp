@@ -1,9 +1,9 @@
-#include "host/clock.h"
+#include "inventory/clock.h"
 
 #include <cstdio>
 #include <ctime>
 
-namespace host {
+namespace inventory {
 
 std::string utc(std::chrono::system_clock::time_point moment) {
   using namespace std::chrono;
@@ -18,4 +18,4 @@ std::string utc(std::chrono::system_clock::time_point moment) {
   return text;
 }
 
-}  // namespace host
+}  // namespace inventory

@@ -3,7 +3,7 @@
 
 #include "automation/object.h"
 
-namespace platform::host {
+namespace platform::desktop {
 
 // A common object, as CreateObject of "MARLINSCOPEGLOBALCOM.ICommonFunction" gives it. It has the property
 // ErrorLogPath, a text that is empty at first, and the function getos, which takes a server's name and gives
@@ -16,6 +16,6 @@ automation::ObjectRef makeCommonObject();
 automation::ObjectRef makeScreenObject();
 
 // Enters both in the process's runtime.
-void registerHostObjects();
+void registerDesktop();
 
-}  // namespace platform::host
+}  // namespace platform::desktop
