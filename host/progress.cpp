@@ -23,7 +23,7 @@ using automation::Variant;
 constexpr std::chrono::milliseconds kBetweenDrawings{50};
 // How long one server is shown while others wait for their turn.
 constexpr std::chrono::seconds kBetweenServers{2};
-constexpr std::chrono::milliseconds kLongestStop{500};
+constexpr std::chrono::milliseconds kLongestStop{200};
 constexpr std::string_view kWipe = "\r\x1b[K";
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kLeastForStatus = 24;

@@ -13,15 +13,19 @@ namespace {
 constexpr std::size_t kMostServers = 32;
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::chrono::milliseconds kLongestWait{500};
-// Behind this many whoever brings one more waits for his turn to publish.
+// Behind this many, or as many as there are jobs of many rows, whoever brings one more waits for his turn to
+// publish.
 constexpr std::size_t kMostWaiting = 64;
-// An empty workplace keeps its memory.
-constexpr std::size_t kMostIdle = 64;
+// An empty workplace keeps its memory and its temporary file, so only small ones are kept, as many as are
+// published at once.
+constexpr std::size_t kMostIdle = kMostServers;
+constexpr std::int64_t kMostIdleBytes = 1024 * 1024;
 
 }  // namespace
 
-Publisher::Publisher(inventory::Inventory& inventory, std::string database, Told told)
-    : inventory_(inventory), database_(std::move(database)), told_(std::move(told)) {}
+Publisher::Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
+                     Listener& listener)
+    : inventory_(inventory), database_(std::move(database)), jobs_(jobs), listener_(listener) {}
 
 std::unique_ptr<Workplace> Publisher::workplace() {
   {
@@ -36,14 +40,16 @@ std::unique_ptr<Workplace> Publisher::workplace() {
 }
 
 void Publisher::giveBack(std::unique_ptr<Workplace> workplace) {
+  // In place of one that isn't kept a new one will be made.
+  if (workplace->database().database().memoryInUse() > kMostIdleBytes) return;
   try {
     workplace->database().empty();
+    if (!workplace->database().breakdown().empty()) return;
+    const std::lock_guard lock(mutex_);
+    if (idle_.size() < kMostIdle) idle_.push_back(std::move(workplace));
   } catch (const sqlite::Error&) {
-    return;  // A new one will be made.
+  } catch (const std::bad_alloc&) {
   }
-  if (!workplace->database().breakdown().empty()) return;
-  const std::lock_guard lock(mutex_);
-  if (idle_.size() < kMostIdle) idle_.push_back(std::move(workplace));
 }
 
 void Publisher::add(std::unique_ptr<Finished> finished) {
@@ -55,7 +61,7 @@ void Publisher::add(std::unique_ptr<Finished> finished) {
     waitingRows_ += finished->rows;
     waiting_.push_back(std::move(finished));
     due = isDue();
-    wait = waiting_.size() >= kMostWaiting;
+    wait = waiting_.size() >= kMostWaiting || (waiting_.size() > jobs_ && waitingRows_ >= kMostRows);
   }
   if (!due) return;
   std::unique_lock turn(publishing_, std::defer_lock);
@@ -81,7 +87,7 @@ void Publisher::stop() {
   stopped_ = true;
   inventory_.stopWaiting();
   // Never unlocked again.
-  publishing_.lock();
+  transaction_.lock();
 }
 
 void Publisher::publishWaiting() {
@@ -97,27 +103,28 @@ void Publisher::publishWaiting() {
 }
 
 void Publisher::publish(std::span<std::unique_ptr<Finished>> batch) {
-  std::vector<inventory::Result> results;
-  for (const auto& finished : batch) {
-    finished->outcome.result.rows = finished->workplace.get();
-    results.push_back(finished->outcome.result);
-  }
-  std::string why;
+  const auto refuse = [&](const char* why) {
+    for (const auto& finished : batch) listener_.tellRefused(*finished, why);
+  };
+  std::vector<inventory::Published> published;
   try {
-    const auto published = inventory_.publish(results);
-    for (std::size_t at = 0; at < batch.size(); ++at) told_(*batch[at], &published[at], {});
-    return;
-  } catch (const inventory::Locked& error) {
-    why = error.what();
-  } catch (const std::exception& error) {
-    why = error.what();
-    // One of them may have been too much for it.
-    if (batch.size() > 1 && !stopped_) {
-      for (auto& finished : batch) publish({&finished, 1});
-      return;
+    std::vector<inventory::Result> results;
+    for (const auto& finished : batch) {
+      finished->outcome.result.rows = finished->workplace.get();
+      results.push_back(finished->outcome.result);
     }
+    const std::lock_guard turn(transaction_);
+    published = inventory_.publish(results);
+    for (std::size_t at = 0; at < batch.size(); ++at) listener_.published(*batch[at], published[at]);
+  } catch (const inventory::Locked& error) {
+    return refuse(error.what());
+  } catch (const std::exception& error) {
+    if (batch.size() == 1 || stopped_) return refuse(error.what());
+    // One of them may have been too much for it.
+    for (auto& finished : batch) publish({&finished, 1});
+    return;
   }
-  for (const auto& finished : batch) told_(*finished, nullptr, why);
+  for (std::size_t at = 0; at < batch.size(); ++at) listener_.tellPublished(*batch[at], published[at]);
 }
 
 }  // namespace host

@@ -16,6 +16,7 @@ namespace host {
 
 // A collection that is whole.
 struct Finished {
+  std::size_t place = 0;  // its server's among all of them
   std::unique_ptr<Workplace> workplace;
   Outcome outcome;
   std::int64_t rows = 0;
@@ -26,11 +27,19 @@ struct Finished {
 // called from any thread.
 class Publisher {
  public:
-  // What has become of a collection: the rows, or why there are none; never both. Called on the publishing
-  // thread.
-  using Told = std::function<void(const Finished&, const inventory::Published*, const std::string& why)>;
+  // Who wants to know what has become of the collections. Called on the publishing thread.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    // It stands in the inventory. stop() waits for this call, so it must not wait for anybody.
+    virtual void published(const Finished&, const inventory::Published&) noexcept = 0;
+    // The time to say so.
+    virtual void tellPublished(const Finished&, const inventory::Published&) noexcept = 0;
+    virtual void tellRefused(const Finished&, const char* why) noexcept = 0;
+  };
 
-  Publisher(inventory::Inventory& inventory, std::string database, Told told);
+  // `jobs` is how many threads collect.
+  Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs, Listener& listener);
 
   // A workplace for a collection, empty.
   std::unique_ptr<Workplace> workplace();
@@ -56,9 +65,11 @@ class Publisher {
 
   inventory::Inventory& inventory_;
   const std::string database_;
-  const Told told_;
+  const std::size_t jobs_;
+  Listener& listener_;
   std::atomic<bool> stopped_ = false;
-  std::mutex publishing_;
+  std::mutex publishing_;     // of whoever publishes what waits, and tells what has become of it
+  std::mutex transaction_;    // while the inventory is changed
   mutable std::mutex mutex_;  // of what stands below
   Batch waiting_;
   std::int64_t waitingRows_ = 0;
