@@ -12,6 +12,7 @@
 #include <numeric>
 #include <set>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "inventory/clock.h"
@@ -29,16 +30,17 @@ using sqlite::quotedName;
 using sqlite::Statement;
 using std::string_literals::operator""s;
 
-constexpr std::string_view kCollections = "Collections";
+constexpr std::string_view kCollections = kCollectionsTable;
 constexpr std::string_view kProblems = "Problems";
+constexpr std::string_view kBookkeeping = "Collections bookkeeping";
 
-// "Still current" keeps what of a publication hasn't been replaced since, and "Rows without a path" the rows
-// that don't tell their server by themselves.
 constexpr std::string_view kCollectionColumns[] = {
-    "Server name", "File",    "File size",     "File time",
-    "SHA-256",     "Started", "Published",     "Version",
-    "Selection",   "Rows",    "Rows by table", "Problems",
-    "Notes",       "Seconds", "Still current", "Rows without a path"};
+    "Server name", "File",      "File size", "File time",     "SHA-256",  "Started", "Published",
+    "Version",     "Selection", "Rows",      "Rows by table", "Problems", "Notes",   "Seconds"};
+// Of each row of "Collections", which the server and the time of publication tell from others: what of it
+// hasn't been replaced since, and copies of its rows that don't tell their server by themselves.
+constexpr std::string_view kBookkeepingColumns[] = {"Server name", "Published", "Still current",
+                                                    "Rows without a path"};
 constexpr std::string_view kProblemColumns[] = {"Server name", "Kind",    "Table",    "Item kind",
                                                 "Item",        "Node",    "Property", "Routine",
                                                 "Number",      "Message", "Time"};
@@ -63,12 +65,11 @@ std::string insertSql(std::string_view table, std::span<const std::string_view> 
 std::string creationSqlOf(std::string_view table, std::span<const std::string_view> columns) {
   std::string sql;
   for (const std::string_view column : columns) {
-    const bool isNumber =
-        column == "File size" || column == "Rows" || column == "Problems" || column == "Notes";
+    const bool isNumber = std::ranges::find(kNumberColumns, column) != std::end(kNumberColumns);
     sql += (sql.empty() ? "" : ", ") + quotedName(column) +
-           (isNumber              ? " integer"
-            : column == "Seconds" ? " real"
-                                  : " text collate nocase");
+           (column == "Seconds" ? " real"
+            : isNumber          ? " integer"
+                                : " text collate nocase");
   }
   return "create table if not exists " + quotedName(table) + " (" + sql + ")";
 }
@@ -425,18 +426,23 @@ class SqliteInventory : public Inventory {
       for (const Table& table : tables()) requireColumns(table.name, table.columns);
       requireColumns(kCollections, kCollectionColumns);
       requireColumns(kProblems, kProblemColumns);
+      requireColumns(kBookkeeping, kBookkeepingColumns);
     });
+  }
+
+  bool hasColumn(std::string_view table, std::string_view column) {
+    Statement& look = statement("select 1 from pragma_table_info(?) where name = ? collate nocase");
+    look.bind(1, table);
+    look.bind(2, column);
+    const bool there = look.step();
+    look.reset();
+    return there;
   }
 
   void requireColumns(std::string_view table, std::span<const std::string_view> columns) {
     if (!hasTable(table)) return;
-    Statement& look = statement("select 1 from pragma_table_info(?) where name = ? collate nocase");
-    look.bind(1, table);
     for (const std::string_view column : columns) {
-      look.bind(2, column);
-      const bool there = look.step();
-      look.reset();
-      if (there) continue;
+      if (hasColumn(table, column)) continue;
       throw Error("The database '" + file_ + "' can't take an inventory: its table " + std::string(table) +
                   " has no column '" + std::string(column) + "'");
     }
@@ -453,9 +459,23 @@ class SqliteInventory : public Inventory {
     }
     database_->execute(creationSqlOf(kCollections, kCollectionColumns));
     database_->execute(creationSqlOf(kProblems, kProblemColumns));
-    database_->execute(indexSql(kCollections, quotedName(kServerColumn)));
-    database_->execute(indexSql(kProblems, quotedName(kServerColumn)));
+    database_->execute(creationSqlOf(kBookkeeping, kBookkeepingColumns));
+    for (const std::string_view table : {kCollections, kProblems, kBookkeeping}) {
+      database_->execute(indexSql(table, quotedName(kServerColumn)));
+    }
+    moveBookkeeping();
     checkedSchema_ = database_->value("pragma schema_version");
+  }
+
+  // Earlier the bookkeeping stood beside what it is about.
+  void moveBookkeeping() {
+    if (!hasColumn(kCollections, kBookkeepingColumns[2])) return;
+    const std::string names = namesOf(kBookkeepingColumns);
+    database_->execute("insert into " + quotedName(kBookkeeping) + " (" + names + ") select " + names +
+                       " from " + quotedName(kCollections));
+    for (const std::string_view column : std::span(kBookkeepingColumns).subspan(2)) {
+      database_->execute("alter table " + quotedName(kCollections) + " drop column " + quotedName(column));
+    }
   }
 
   // Nothing where another file has taken the name.
@@ -481,7 +501,14 @@ class SqliteInventory : public Inventory {
   Published replace(const Result& result) {
     Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0)};
     const std::vector<std::string> spellings = spellingsOf(result.origin.server);
-    removeRowsWithoutPath(spellings, result.scope, published.replaced);
+    try {
+      removeRowsWithoutPath(spellings, result.scope, published.replaced);
+      updateCollections(spellings, result.scope);
+    } catch (const json::exception&) {
+      failDamaged(result.origin.server);
+    } catch (const Error&) {
+      failDamaged(result.origin.server);
+    }
     removeRows(spellings, result.scope, published.replaced);
     removeProblems(spellings, result.scope);
     removeProblemsWithoutTable(spellings);
@@ -489,12 +516,16 @@ class SqliteInventory : public Inventory {
     std::set<std::pair<std::size_t, ItemKind>> brought;
     const json pathless = addRows(result, published.added, brought);
     for (const Problem& problem : result.problems) addProblem(result.origin.server, problem);
-    updateCollections(spellings, result.scope);
     const Remainder remainder = Remainder::of(result.scope, [&](const Table& table, ItemKind kind) {
       return brought.contains({tableIndex(table.name), kind});
     });
-    addCollection(result, published.added, remainder, pathless);
+    addCollection(result, timeOfPublication(spellings), published.added, remainder, pathless);
     return published;
+  }
+
+  [[noreturn]] void failDamaged(const std::string& server) const {
+    throw Error("The database '" + file_ + "' can't take " + server + ": what its table \"" +
+                std::string(kBookkeeping) + "\" keeps of the server can't be understood");
   }
 
   // How the name of a server is spelled in the database, and as it is given.
@@ -571,21 +602,22 @@ class SqliteInventory : public Inventory {
   void removeRowsWithoutPath(const std::vector<std::string>& spellings, const Scope& scope,
                              RowCounts& removed) {
     Statement& look = statement(
-        "select rowid, \"Rows without a path\" from \"Collections\" where \"Server name\" = ? "
+        "select rowid, \"Rows without a path\" from \"Collections bookkeeping\" where \"Server name\" = ? "
         "collate nocase and \"Rows without a path\" <> ''");
     std::vector<std::pair<std::int64_t, json>> kept;
     for (const std::string& spelling : spellings) {
       look.bind(1, spelling);
       while (look.step()) {
-        kept.emplace_back(look.number(0), json::parse(look.text(1).value_or(""), nullptr, false));
+        kept.emplace_back(look.number(0), json::parse(look.text(1).value_or("")));
       }
     }
     for (auto& [row, entries] : kept) {
-      if (!entries.is_array()) continue;
       json left = json::array();
-      for (const json& entry : entries) {
-        const std::size_t index = tableIndex(entry.value("table", ""));
-        if (index >= tables().size()) continue;
+      for (const json& entry : entries.get_ref<const json::array_t&>()) {
+        const std::size_t index = tableIndex(entry.at("table").get<std::string>());
+        if (index >= tables().size() || entry.at("row").size() != tables()[index].columns.size()) {
+          throw Error("a row of no table");
+        }
         if (isInScope(tables()[index], entry.at("row"), scope)) {
           removed[index] += removeOneLike(tables()[index], entry.at("row"));
         } else {
@@ -593,7 +625,7 @@ class SqliteInventory : public Inventory {
         }
       }
       Statement& change =
-          statement("update \"Collections\" set \"Rows without a path\" = ?2 where rowid = ?1");
+          statement("update \"Collections bookkeeping\" set \"Rows without a path\" = ?2 where rowid = ?1");
       const std::string text = left.empty() ? std::string() : left.dump();
       change.bind(1, row);
       change.bind(2, text);
@@ -686,31 +718,51 @@ class SqliteInventory : public Inventory {
 
   // Former publications lose what is replaced, and go when nothing is left of them.
   void updateCollections(const std::vector<std::string>& spellings, const Scope& scope) {
+    if (scope.whole) {
+      for (const std::string_view table : {kCollections, kBookkeeping}) {
+        runForServer(spellings, statement("delete from " + quotedName(table) +
+                                          " where \"Server name\" = ?1 collate nocase"));
+      }
+      return;
+    }
+    struct Former {
+      std::int64_t row;
+      std::string published;
+      Remainder remainder;
+    };
     Statement& look = statement(
-        "select rowid, \"Still current\" from \"Collections\" where \"Server name\" = ? collate nocase");
-    std::vector<std::pair<std::int64_t, Remainder>> former;
+        "select rowid, \"Published\", \"Still current\" from \"Collections bookkeeping\" where "
+        "\"Server name\" = ? collate nocase");
+    std::vector<Former> all;
     for (const std::string& spelling : spellings) {
       look.bind(1, spelling);
-      while (look.step()) former.emplace_back(look.number(0), Remainder::fromText(look.text(1).value_or("")));
+      while (look.step()) {
+        all.push_back({look.number(0), std::string(look.text(1).value_or("")),
+                       Remainder::fromText(look.text(2).value_or(""))});
+      }
     }
-    for (auto& [row, remainder] : former) {
-      remainder.subtract(scope);
-      if (remainder.isEmpty()) {
-        Statement& change = statement("delete from \"Collections\" where rowid = ?");
-        change.bind(1, row);
+    for (Former& former : all) {
+      former.remainder.subtract(scope);
+      if (!former.remainder.isEmpty()) {
+        Statement& change =
+            statement("update \"Collections bookkeeping\" set \"Still current\" = ?2 where rowid = ?1");
+        const std::string text = former.remainder.toText();
+        change.bind(1, former.row);
+        change.bind(2, text);
         change.run();
         continue;
       }
-      Statement& change = statement("update \"Collections\" set \"Still current\" = ?2 where rowid = ?1");
-      const std::string text = remainder.toText();
-      change.bind(1, row);
-      change.bind(2, text);
-      change.run();
+      for (const std::string_view table : {kCollections, kBookkeeping}) {
+        Statement& removal = statement("delete from " + quotedName(table) +
+                                       " where \"Server name\" = ?1 collate nocase and \"Published\" = ?2");
+        removal.bind(2, former.published);
+        runForServer(spellings, removal);
+      }
     }
   }
 
-  void addCollection(const Result& result, const RowCounts& added, const Remainder& remainder,
-                     const json& pathless) {
+  void addCollection(const Result& result, const std::string& published, const RowCounts& added,
+                     const Remainder& remainder, const json& pathless) {
     json byTable = json::object();
     for (std::size_t at = 0; at < added.size(); ++at) {
       if (added[at] > 0) byTable[std::string(tables()[at].name)] = added[at];
@@ -718,7 +770,6 @@ class SqliteInventory : public Inventory {
     const auto notes = std::count_if(result.problems.begin(), result.problems.end(),
                                      [](const Problem& problem) { return problem.isNote; });
     const Origin& origin = result.origin;
-    const std::string published = utcNow();
     const std::string rowsByTable = byTable.dump();
     const std::string current = remainder.toText();
     const std::string withoutPath = pathless.empty() ? std::string() : pathless.dump();
@@ -739,9 +790,31 @@ class SqliteInventory : public Inventory {
     next(static_cast<std::int64_t>(result.problems.size()) - notes);
     next(std::int64_t{notes});
     next(origin.seconds);
-    next(std::string_view(current));
-    next(std::string_view(withoutPath));
     insertion.run();
+    Statement& keeping = statement(insertSql(kBookkeeping, kBookkeepingColumns));
+    keeping.bind(1, origin.server);
+    keeping.bind(2, published);
+    keeping.bind(3, current);
+    keeping.bind(4, withoutPath);
+    keeping.run();
+  }
+
+  // A time at which nothing else of the server has been published: it tells one publication from another.
+  std::string timeOfPublication(const std::vector<std::string>& spellings) {
+    Statement& look = statement(
+        "select 1 from \"Collections\" where \"Server name\" = ?1 collate nocase and \"Published\" = ?2");
+    while (true) {
+      const std::string now = utcNow();
+      look.bind(2, now);
+      const bool isTaken = std::ranges::any_of(spellings, [&](const std::string& spelling) {
+        look.bind(1, spelling);
+        const bool found = look.step();
+        look.reset();
+        return found;
+      });
+      if (!isTaken) return now;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
 
   // Problems that belong to no table are about the file as a whole, and the new ones are too.
