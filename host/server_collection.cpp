@@ -545,12 +545,12 @@ Workplace::Workplace(const std::string& name) : database_(name) {
 std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) const {
   class Waiting : public inventory::Rows {
    public:
-    explicit Waiting(const platform::store::RowLog& log) : reader_(log) {}
+    explicit Waiting(const sqlite::RowLog& log) : reader_(log) {}
     bool next() override { return reader_.next(); }
     inventory::Cell cell(std::size_t column) override { return reader_.cell(column); }
 
    private:
-    platform::store::RowLog::Reader reader_;
+    sqlite::RowLog::Reader reader_;
   };
   class Reading : public inventory::Rows {
    public:

@@ -29,7 +29,7 @@ const std::string& PrivateDatabase::name() const {
 }
 
 sqlite::Database& PrivateDatabase::database() {
-  session_->settle();
+  session_->insertions().settle();
   return session_->database();
 }
 
@@ -37,12 +37,12 @@ void PrivateDatabase::letRowsWait(const std::string& table) {
   session_->letRowsWait(table);
 }
 
-const RowLog* PrivateDatabase::waiting(std::string_view table) {
-  return session_->waiting(table);
+const sqlite::RowLog* PrivateDatabase::waiting(std::string_view table) {
+  return session_->insertions().waiting(table);
 }
 
 void PrivateDatabase::empty() {
-  session_->removeRows();
+  session_->insertions().removeRows();
 }
 
 const std::string& PrivateDatabase::breakdown() const {

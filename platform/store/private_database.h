@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "automation/text.h"
-#include "platform/store/row_log.h"
 #include "sqlite/database.h"
+#include "sqlite/row_log.h"
 
 namespace platform::store {
 
@@ -34,7 +34,7 @@ class PrivateDatabase {
 
   // All rows of a table that may wait, where none of them has had to go into the table; else null, and they
   // stand there. Good until a connection adds to the table.
-  const RowLog* waiting(std::string_view table);
+  const sqlite::RowLog* waiting(std::string_view table);
 
   // Removes all rows; the tables stay.
   void empty();

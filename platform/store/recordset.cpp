@@ -281,7 +281,7 @@ void Recordset::open(const Variant& sql) {
   place_ = fetchedCount_ > 0 ? Place::kFetched : Place::kEnd;
   pending_ = false;
   addedCount_ = 0;
-  addition_ = nullptr;
+  insertion_ = nullptr;
   opening_ = connection_->opening();
   opened_ = true;
 }
@@ -352,11 +352,13 @@ void Recordset::moveNext() {
 }
 
 void Recordset::save(Session& session) {
-  if (addition_ == nullptr) addition_ = &session.addition(*columns_, kSource);
-  session.add(*addition_, kSource, [this](std::size_t column) -> RowLog::Cell {
-    const Cell& cell = pendingRow_.cells[column];
-    if (cell.isNull) return std::nullopt;
-    return pendingRow_.at(cell);
+  if (insertion_ == nullptr) insertion_ = &session.insertion(*columns_, kSource);
+  session.attempt(kSource, [&] {
+    session.insertions().add(*insertion_, [this](std::size_t column) -> sqlite::RowLog::Cell {
+      const Cell& cell = pendingRow_.cells[column];
+      if (cell.isNull) return std::nullopt;
+      return pendingRow_.at(cell);
+    });
   });
   std::swap(pendingRow_, savedRow_);
   pending_ = false;

@@ -87,7 +87,7 @@ class Recordset : public automation::Object {
   Values pendingRow_;
   Values savedRow_;
   std::size_t addedCount_ = 0;
-  Addition* addition_ = nullptr;
+  sqlite::Insertion* insertion_ = nullptr;
 };
 
 }  // namespace platform::store

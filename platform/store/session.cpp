@@ -1,9 +1,7 @@
 #include "platform/store/session.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <set>
 #include <utility>
 
 #include "platform/store/store.h"
@@ -63,14 +61,6 @@ bool endsInNoRow(TextView sql) {
          automation::equalsIgnoringCase(sql.substr(sql.size() - kNoRow.size()), kNoRow);
 }
 
-bool names(TextView sql, std::string_view table) {
-  const auto found =
-      std::search(sql.begin(), sql.end(), table.begin(), table.end(), [](char16_t left, char right) {
-        return automation::toLower(left) == automation::toLower(static_cast<unsigned char>(right));
-      });
-  return found != sql.end();
-}
-
 std::shared_ptr<const Columns> describe(const sqlite::Statement& statement) {
   auto columns = std::make_shared<Columns>();
   for (int column = 0; column < statement.columnCount(); ++column) {
@@ -101,8 +91,7 @@ Query& Session::query(TextView sql, TextView source) {
   }
   sqlite::Statement statement = attempt(source, [&] { return database_->prepare(utf8); });
   if (statement.columnCount() == 0) {
-    throw Failure(number::kBadSql,
-                  automation::fromUtf8(database_->title() + ": the statement gives no rows"),
+    throw Failure(number::kBadSql, automation::fromUtf8(database_->title() + ": the statement gives no rows"),
                   Text(source));
   }
   auto columns = describe(statement);
@@ -123,78 +112,18 @@ void Session::refreshColumns(Query& query) {
 }
 
 void Session::settleFor(const Query& query) {
-  if (!query.asksForColumns) settleNamedIn(query.sql, false);
+  if (!query.asksForColumns) insertions_.settleNamedIn(automation::toUtf8(query.sql), false);
 }
 
-// A statement names every table that it is about. A name in a value is taken for one too, which does no harm.
-void Session::settleNamedIn(TextView sql, bool changes) {
-  for (auto& [insertSql, addition] : additions_) {
-    if (!addition.waiting || (addition.waiting->isEmpty() && !changes)) continue;
-    if (!names(sql, addition.table)) continue;
-    settle(addition);
-    if (changes) addition.begun = true;
-  }
-}
-
-Addition& Session::addition(const Columns& columns, TextView source) {
-  const auto found = additions_.find(columns.insertSql);
-  if (found != additions_.end()) return found->second;
-  return attempt(source, [&]() -> Addition& {
-    Addition made{columns.table, columns.names.size(), database_->prepare(columns.insertSql), {}, true};
-    return additions_.emplace(columns.insertSql, std::move(made)).first->second;
+sqlite::Insertion& Session::insertion(const Columns& columns, TextView source) {
+  return attempt(source, [&]() -> sqlite::Insertion& {
+    return insertions_.prepared(columns.insertSql, columns.table, columns.names.size());
   });
 }
 
 void Session::letRowsWait(const std::string& table) {
   const auto columns = describe(database_->prepare("select * from " + sqlite::quotedName(table)));
-  Addition made{columns->table, columns->names.size(), database_->prepare(columns->insertSql),
-                RowLog(columns->names.size()), false};
-  additions_.insert_or_assign(columns->insertSql, std::move(made));
-}
-
-const RowLog* Session::waiting(std::string_view table) {
-  for (auto& [sql, addition] : additions_) {
-    if (!addition.waiting || addition.table != table) continue;
-    if (!addition.begun) return &*addition.waiting;
-    settle(addition);
-  }
-  return nullptr;
-}
-
-void Session::settle() {
-  for (auto& [sql, addition] : additions_) {
-    if (addition.waiting) settle(addition);
-    addition.begun = true;
-  }
-}
-
-void Session::settle(Addition& addition) {
-  RowLog& log = *addition.waiting;
-  if (log.isEmpty()) return;
-  RowLog::Reader rows(log);
-  while (rows.next()) insert(addition, [&](std::size_t column) { return rows.cell(column); });
-  waitingBytes_ -= log.bytes();
-  log.clear();
-}
-
-void Session::removeRows() {
-  std::set<std::string, std::less<>> spared;
-  for (auto& [sql, addition] : additions_) {
-    if (!addition.waiting) continue;
-    addition.waiting->clear();
-    if (!addition.begun) spared.insert(addition.table);
-  }
-  waitingBytes_ = 0;
-  std::vector<std::string> tables;
-  {
-    sqlite::Statement names = database_->prepare(
-        "select name from sqlite_schema where type = 'table' and name not like 'sqlite_%'");
-    while (names.step()) tables.emplace_back(names.text(0).value_or(""));
-  }
-  for (const std::string& table : tables) {
-    if (!spared.contains(table)) database_->execute("delete from " + sqlite::quotedName(table));
-  }
-  for (auto& [sql, addition] : additions_) addition.begun = !addition.waiting;
+  insertions_.letWait(columns->insertSql, columns->table, columns->names.size());
 }
 
 // The other connections of the database would be drawn into a transaction that an SQL text begins, and one
@@ -205,7 +134,7 @@ void Session::execute(TextView sql, TextView source) {
     throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
   }
   attempt(source, [&] {
-    settleNamedIn(sql, true);
+    insertions_.settleNamedIn(utf8, true);
     const bool open = database_->inTransaction();
     database_->prepare(utf8).run();
     if (database_->inTransaction() == open) return;

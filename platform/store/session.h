@@ -2,19 +2,16 @@
 // failures as ADO programmers know them.
 #pragma once
 
-#include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 #include "automation/failure.h"
 #include "automation/text.h"
-#include "platform/store/row_log.h"
 #include "sqlite/database.h"
+#include "sqlite/insertions.h"
 
 namespace platform::store {
 
@@ -36,9 +33,9 @@ constexpr std::int32_t kNoSuchTable = static_cast<std::int32_t>(0x80040E37);
 // The columns of a query's rows.
 struct Columns {
   std::vector<automation::Text> names;
-  std::string table;
-  // Adds a row with a value for each column to the table that all of them come from; empty where there is no
+  // The table that all of them come from, and what adds a row with a value for each; empty where there is no
   // such table.
+  std::string table;
   std::string insertSql;
 };
 
@@ -50,25 +47,19 @@ struct Query {
   bool asksForColumns = false;  // and for no row
 };
 
-// How rows come into a table.
-struct Addition {
-  std::string table;
-  std::size_t columns = 0;
-  sqlite::Statement insertion;
-  // Where they wait, if they may.
-  std::optional<RowLog> waiting;
-  // Whether some may stand in the table already.
-  bool begun = true;
-};
-
 // A database with the statements that its connections use again and again. No statement is under way between
 // two calls: an idle session holds no lock. Used by one thread at a time.
 class Session {
  public:
-  explicit Session(std::unique_ptr<sqlite::Database> database) : database_(std::move(database)) {}
+  explicit Session(std::unique_ptr<sqlite::Database> database)
+      : database_(std::move(database)), insertions_(*database_) {}
 
-  // The handle. Whoever changes rows with it calls settle() before.
+  // The handle, and what adds rows. Whoever uses the handle lets them settle before.
   sqlite::Database& database() { return *database_; }
+  sqlite::Insertions& insertions() { return insertions_; }
+
+  // Lets the rows that connections add to a table wait. Throws sqlite::Error.
+  void letRowsWait(const std::string& table);
 
   // The query of a text, which must be one statement that gives rows. Valid until the next call. The members
   // down to here throw automation::Failure with `source` as its source.
@@ -80,39 +71,8 @@ class Session {
   // Takes care that a query finds the rows that it asks for. To be called before it runs.
   void settleFor(const Query& query);
 
-  // What an insertSql adds. Valid as long as the session.
-  Addition& addition(const Columns& columns, automation::TextView source);
-
-  // Adds a row, whose values `cellAt` gives by their columns.
-  template <typename CellAt>
-  void add(Addition& addition, automation::TextView source, const CellAt& cellAt) {
-    std::size_t size = 0;
-    for (std::size_t column = 0; column < addition.columns; ++column) {
-      size += kCellHead + cellAt(column).value_or("").size();
-    }
-    const bool waits = addition.waiting && size <= kLargestWaitingRow;
-    if (waitingBytes_ > 0 && (!waits || waitingBytes_ + size > kMostWaitingBytes)) {
-      attempt(source, [&] { settle(); });
-    }
-    if (waits) {
-      waitingBytes_ += addition.waiting->add(cellAt);
-      return;
-    }
-    attempt(source, [&] { insert(addition, cellAt); });
-  }
-
-  // From now on rows that are added to a table may wait in memory until somebody asks for them. It must take
-  // any row. Throws sqlite::Error, as the other members down to here do.
-  void letRowsWait(const std::string& table);
-
-  // The rows of a table that may wait, where all of them do; else null, and they stand in the table.
-  const RowLog* waiting(std::string_view table);
-
-  // Puts all rows that wait into their tables.
-  void settle();
-
-  // Removes the rows of all tables.
-  void removeRows();
+  // The insertion of a query's columns. Valid as long as the session.
+  sqlite::Insertion& insertion(const Columns& columns, automation::TextView source);
 
   // Runs one statement that changes something. It may not begin or end a transaction.
   void execute(automation::TextView sql, automation::TextView source);
@@ -135,29 +95,12 @@ class Session {
   // Enough for all the texts of a collection that don't hold a name.
   static constexpr std::size_t kMostQueries = 32;
 
-  // What may wait in all, and the largest row that may: a collection of a server of ten thousand sites.
-  static constexpr std::size_t kMostWaitingBytes = 48 * 1024 * 1024;
-  static constexpr std::size_t kLargestWaitingRow = 64 * 1024;
-  static constexpr std::size_t kCellHead = 4;
-
   [[noreturn]] void fail(const sqlite::Error& error, automation::TextView source);
-  void settle(Addition& addition);
-  void settleNamedIn(automation::TextView sql, bool changes);
-
-  template <typename CellAt>
-  static void insert(Addition& addition, const CellAt& cellAt) {
-    for (std::size_t column = 0; column < addition.columns; ++column) {
-      addition.insertion.bindOrNull(static_cast<int>(column) + 1, cellAt(column));
-    }
-    addition.insertion.run();
-    addition.begun = true;
-  }
 
   std::unique_ptr<sqlite::Database> database_;
   std::vector<std::unique_ptr<Query>> queries_;
   std::size_t nextToDrop_ = 0;
-  std::unordered_map<std::string, Addition> additions_;
-  std::size_t waitingBytes_ = 0;
+  sqlite::Insertions insertions_;
   std::string breakdown_;
 };
 

@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-namespace platform::store {
+namespace sqlite {
 
 // Rows of one table in their order, packed one behind the other. UTF-8; nothing stands for null.
 class RowLog {
@@ -22,12 +22,17 @@ class RowLog {
   std::size_t rowCount() const { return rowCount_; }
   std::size_t bytes() const { return bytes_; }
 
-  // Adds a row whose values `cellAt` gives, by their columns from 0. Gives the bytes that it takes. Throws
-  // std::bad_alloc, and the rows are then as they were.
+  // The bytes that a row takes whose values `cellAt` gives, by their columns from 0.
   template <typename CellAt>
-  std::size_t add(CellAt&& cellAt) {
-    std::size_t size = columns_ * sizeof(Head);
-    for (std::size_t column = 0; column < columns_; ++column) size += cellAt(column).value_or("").size();
+  static std::size_t sizeOf(std::size_t columns, const CellAt& cellAt) {
+    std::size_t size = columns * sizeof(Head);
+    for (std::size_t column = 0; column < columns; ++column) size += cellAt(column).value_or("").size();
+    return size;
+  }
+
+  // Adds the row, which has that size. Throws std::bad_alloc, and the rows are then as they were.
+  template <typename CellAt>
+  void add(std::size_t size, const CellAt& cellAt) {
     char* head = room(size);
     char* text = head + columns_ * sizeof(Head);
     for (std::size_t column = 0; column < columns_; ++column) {
@@ -42,7 +47,6 @@ class RowLog {
     blocks_.back().used += size;
     bytes_ += size;
     ++rowCount_;
-    return size;
   }
 
   // Drops the rows, and keeps a block for those to come.
@@ -82,4 +86,4 @@ class RowLog {
   std::size_t bytes_ = 0;
 };
 
-}  // namespace platform::store
+}  // namespace sqlite

@@ -1,8 +1,8 @@
-#include "platform/store/row_log.h"
+#include "sqlite/row_log.h"
 
 #include <algorithm>
 
-namespace platform::store {
+namespace sqlite {
 namespace {
 
 // A table of a small server takes little, one of a large server few blocks.
@@ -52,4 +52,4 @@ bool RowLog::Reader::next() {
   return true;
 }
 
-}  // namespace platform::store
+}  // namespace sqlite
