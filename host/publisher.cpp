@@ -41,7 +41,7 @@ std::unique_ptr<Workplace> Publisher::workplace() {
 
 void Publisher::giveBack(std::unique_ptr<Workplace> workplace) {
   // In place of one that isn't kept a new one will be made.
-  if (workplace->database().database().memoryInUse() > kMostIdleBytes) return;
+  if (workplace->database().memoryInUse() > kMostIdleBytes) return;
   try {
     workplace->database().empty();
     if (!workplace->database().breakdown().empty()) return;

@@ -1,6 +1,7 @@
 // A database that belongs to one collection alone.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,6 +36,9 @@ class PrivateDatabase {
   // All rows of a table that may wait, where none of them has had to go into the table; else null, and they
   // stand there. Good until a connection adds to the table.
   const sqlite::RowLog* waiting(std::string_view table);
+
+  // The bytes that it keeps when it is empty. What waits is let go of.
+  std::int64_t memoryInUse() const;
 
   // Removes all rows; the tables stay.
   void empty();
