@@ -6,12 +6,19 @@
 
 #include <algorithm>
 #include <new>
-#include <stdexcept>
+#include <string_view>
 
 namespace host {
 namespace {
 
 constexpr std::size_t kBlock = 64 * 1024;
+
+std::string reasonOf(archive* handle) {
+  const char* const why = archive_error_string(handle);
+  // The library calls a format unknown also where it comes to no format, for nothing can be decompressed.
+  const bool isTold = why != nullptr && std::string_view(why) != "Unrecognized archive format";
+  return isTold ? why : "it is broken";
+}
 
 }  // namespace
 
@@ -19,14 +26,16 @@ void Archive::Closer::operator()(archive* handle) const noexcept {
   archive_read_free(handle);
 }
 
-void Archive::fail() const {
-  const char* const why = archive_error_string(handle_.get());
-  throw std::runtime_error(why != nullptr ? why : "the archive can't be read");
+void Archive::fail(int result) const {
+  throw ArchiveError(reasonOf(handle_.get()), result == ARCHIVE_FATAL);
 }
 
 std::optional<Archive> Archive::open(const std::filesystem::path& file) {
   struct stat status {};
-  if (::stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  if (::stat(file.c_str(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_size == 0) {
+    return std::nullopt;
+  }
+  std::string why;  // of what is an archive, as far as it can be read
   // A compressed file that holds nothing but one file is an archive only because it is compressed.
   for (const bool single : {false, true}) {
     Archive opened;
@@ -48,16 +57,24 @@ std::optional<Archive> Archive::open(const std::filesystem::path& file) {
       archive_read_support_format_xar(handle);
       archive_read_support_format_iso9660(handle);
     }
-    if (archive_read_open_filename(handle, file.c_str(), kBlock) != ARCHIVE_OK) continue;
+    if (archive_read_open_filename(handle, file.c_str(), kBlock) != ARCHIVE_OK) {
+      // As one file anything can be read, but for what is compressed and broken.
+      if (single && why.empty()) why = reasonOf(handle);
+      continue;
+    }
     const int result = archive_read_next_header(handle, &opened.entry_);
-    const bool isArchive = result == ARCHIVE_OK || result == ARCHIVE_WARN || result == ARCHIVE_EOF;
-    if (!isArchive || (single && archive_filter_count(handle) < 2)) continue;
+    const bool isReadable = result == ARCHIVE_OK || result == ARCHIVE_WARN || result == ARCHIVE_EOF;
+    const bool isCompressed = archive_filter_count(handle) > 1;
+    if (!isReadable) why = reasonOf(handle);
+    if (!isReadable || (single && !isCompressed)) continue;
     opened.isSingle_ = single;
     opened.hasEntry_ = result != ARCHIVE_EOF;
     if (result == ARCHIVE_EOF) opened.entry_ = nullptr;
+    if (result == ARCHIVE_WARN) opened.warning_ = reasonOf(handle);
     opened.fileModified_ = status.st_mtim.tv_sec;
     return opened;
   }
+  if (!why.empty()) throw ArchiveError(why, true);
   return std::nullopt;
 }
 
@@ -68,15 +85,10 @@ bool Archive::next() {
   }
   if (entry_ == nullptr) return false;
   const int result = archive_read_next_header(handle_.get(), &entry_);
-  if (result == ARCHIVE_EOF) {
-    entry_ = nullptr;
-    return false;
-  }
-  if (result != ARCHIVE_OK && result != ARCHIVE_WARN) {
-    entry_ = nullptr;
-    fail();
-  }
-  return true;
+  warning_ = result == ARCHIVE_WARN ? reasonOf(handle_.get()) : "";
+  if (result == ARCHIVE_EOF || result == ARCHIVE_FATAL) entry_ = nullptr;
+  if (result != ARCHIVE_OK && result != ARCHIVE_WARN && result != ARCHIVE_EOF) fail(result);
+  return result != ARCHIVE_EOF;
 }
 
 std::string Archive::name() const {
@@ -112,7 +124,7 @@ bool Archive::read(std::string& bytes, std::size_t most) {
     bytes.resize(std::min(end, before + kBlock));
     const la_ssize_t count = archive_read_data(handle_.get(), bytes.data() + before, bytes.size() - before);
     bytes.resize(before + static_cast<std::size_t>(std::max<la_ssize_t>(count, 0)));
-    if (count < 0) fail();
+    if (count < 0) fail(static_cast<int>(count));
     if (count == 0) return false;
   }
   return true;

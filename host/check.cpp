@@ -12,10 +12,18 @@
 namespace host {
 
 int check(const CheckOptions& options, Output& output) {
-  // Names don't matter here, so the standard input needs none.
-  std::vector<std::string> arguments = options.metabases;
-  std::replace(arguments.begin(), arguments.end(), std::string("-"), std::string("input=-"));
-  const Sources sources = findSources(arguments, options.maxSize, Sources::Names::kAny);
+  const Sources sources = findSources(options.metabases, options.maxSize, Sources::Names::kAny);
+  // The status tells what is found to somebody who doesn't read it, too.
+  bool isRead = true;
+  const auto print = [&](const std::string& text, bool all = false) {
+    if (!isRead) return;
+    try {
+      output.write(text);
+      if (all) output.flush();
+    } catch (const OutputClosed&) {
+      isRead = false;
+    }
+  };
   int status = sources.servers.empty() ? 2 : 0;
   for (const std::string& problem : sources.problems) {
     complain(problem);
@@ -26,22 +34,21 @@ int check(const CheckOptions& options, Output& output) {
       const auto metabase = platform::metabase::Metabase::parse(readSource(server.source, options.maxSize),
                                                                 server.source.shown());
       const auto places = static_cast<std::int64_t>(metabase->oddities().size());
-      output.write(harmless(server.source.shown()) + ": a metabase of " +
-                   counted(static_cast<std::int64_t>(metabase->nodeCount()), "node", "nodes") +
-                   (places == 0 ? ", nothing odd" : ", " + counted(places, "odd place", "odd places")) +
-                   "\n");
+      print(harmless(server.source.shown()) + ": a metabase of " +
+            counted(static_cast<std::int64_t>(metabase->nodeCount()), "node", "nodes") +
+            (places == 0 ? ", nothing odd" : ", " + counted(places, "odd place", "odd places")) + "\n");
       const automation::Text name = automation::fromUtf8(server.name);
       for (const auto& oddity : metabase->oddities()) {
-        output.write("  " + harmless(metabase->describe(oddity, name)) + "\n");
+        print("  " + harmless(metabase->describe(oddity, name)) + "\n");
       }
       if (places > 0) status = std::max(status, 1);
     } catch (const automation::Failure& failure) {
-      output.flush();
+      print("", true);
       complain(automation::toUtf8(failure.description()));
       status = 2;
     }
   }
-  output.flush();
+  print("", true);
   return status;
 }
 

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "automation/text.h"
+#include "host/paths.h"
 #include "inventory/names.h"
 
 namespace host {
@@ -170,7 +171,7 @@ bool isUtf8(const std::string& text) {
 std::filesystem::path wholePath(const char* option, const std::string& path) {
   if (path.empty()) throw UsageError(std::string(option) + ": the path is empty");
   if (!isUtf8(path)) throw UsageError(std::string(option) + " '" + path + "': the path is not UTF-8");
-  return std::filesystem::absolute(path).lexically_normal();
+  return absolutePath(path);
 }
 
 void refuseEmpty(const char* option, const std::vector<std::string>& values) {

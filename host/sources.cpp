@@ -17,6 +17,7 @@
 #include "automation/text.h"
 #include "host/archive.h"
 #include "host/options.h"
+#include "host/paths.h"
 #include "inventory/names.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/metabase.h"
@@ -35,6 +36,9 @@ constexpr std::size_t kHead = 4096;
 // What is kept of an archive's metabases between finding and collecting them; beyond that they are read
 // again.
 constexpr std::size_t kMostKept = std::size_t{256} * 1024 * 1024;
+constexpr int kAttempts = 3;
+// Entries in a row that can't be read, behind which nothing is hoped for any more.
+constexpr int kMostFailures = 100;
 
 bool isUtf8(const std::string& text) {
   return automation::toUtf8(automation::fromUtf8(text)) == text;
@@ -136,14 +140,14 @@ class Finder {
     if (path.empty()) throw UsageError("METABASE '" + argument + "': the path is empty");
     if (path == kStandardInput) return takeStandardInput(argument, name);
 
-    const fs::path whole = withoutSlash(fs::absolute(path).lexically_normal());
+    const fs::path whole = absolutePath(path);
+    const std::size_t told = sources_.problems.size();
     std::error_code ignored;
-    if (fs::is_directory(whole, ignored)) return takeMany(argument, name, inFolder(whole), whole);
+    if (fs::is_directory(whole, ignored)) return takeMany(argument, name, inFolder(whole), whole, told);
     if (isStream(whole)) return takeOne(argument, name, Source{Source::Kind::kStream, whole});
     const auto head = headOf(whole);
     if (head && !platform::metabase::looksLikeMetabase(*head)) {
-      if (auto archive = Archive::open(whole))
-        return takeMany(argument, name, inArchive(*archive, whole), whole);
+      if (auto found = inArchive(whole)) return takeMany(argument, name, std::move(*found), whole, told);
     }
     takeOne(argument, name, Source{Source::Kind::kFile, whole});
   }
@@ -159,16 +163,12 @@ class Finder {
     Source source;
   };
 
-  static fs::path withoutSlash(const fs::path& path) {
-    return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
-  }
-
   void takeStandardInput(const std::string& argument, const std::optional<std::string>& name) {
-    if (!name) throw UsageError("METABASE '-': put a name and '=' before it");
+    if (!name && !isAny_) throw UsageError("METABASE '-': put a name and '=' before it");
     if (std::exchange(hasStandardInput_, true)) {
       throw UsageError("METABASE '" + argument + "': the standard input can be read only once");
     }
-    takeOne(argument, name, Source{Source::Kind::kStream, std::string(kStandardInput)});
+    takeOne(argument, name.value_or("input"), Source{Source::Kind::kStream, std::string(kStandardInput)});
   }
 
   void takeOne(const std::string& argument, const std::optional<std::string>& given, Source source) {
@@ -189,9 +189,11 @@ class Finder {
     sources_.servers.push_back({name, std::move(source)});
   }
 
+  // `told` is how many problems there were before the place was looked into.
   void takeMany(const std::string& argument, const std::optional<std::string>& name, std::vector<Found> found,
-                const fs::path& place) {
+                const fs::path& place, std::size_t told) {
     if (found.empty()) {
+      if (sources_.problems.size() > told) return;
       sources_.problems.push_back("there is no metabase in " + place.string());
       return;
     }
@@ -253,43 +255,82 @@ class Finder {
     return found;
   }
 
+  // Nothing for a file that is no archive. One that changes while it is gone through is gone through again,
+  // twice at most.
+  std::optional<std::vector<Found>> inArchive(const fs::path& file) {
+    const std::size_t told = sources_.problems.size();
+    const std::size_t noted = sources_.notes.size();
+    const std::size_t kept = kept_;
+    for (int attempt = 1;; ++attempt) {
+      const auto stamp = platform::metabase::stampOf(file);
+      std::vector<Found> found;
+      try {
+        auto archive = Archive::open(file);
+        if (!archive) return std::nullopt;
+        found = inArchive(*archive, file);
+      } catch (const ArchiveError& error) {
+        sources_.problems.push_back(file.string() + ": the archive can't be read: " + error.what());
+      }
+      if (stamp && platform::metabase::stampOf(file) == stamp) {
+        for (Found& each : found) each.source.archive = *stamp;
+        return found;
+      }
+      sources_.problems.resize(told);
+      sources_.notes.resize(noted);
+      kept_ = kept;
+      if (attempt == kAttempts) {
+        sources_.problems.push_back(file.string() + ": the archive keeps changing while it is being read");
+        return std::vector<Found>();
+      }
+    }
+  }
+
   std::vector<Found> inArchive(Archive& archive, const fs::path& file) {
     std::vector<Found> found;
-    const auto complain = [&](const std::string& member, const std::string& why) {
-      sources_.problems.push_back(file.string() + (member.empty() ? "" : ":" + member) + ": " + why);
-    };
     std::string name;
-    try {
-      for (std::size_t member = 0; archive.next(); ++member) {
+    int failures = 0;
+    for (std::size_t member = 0; failures < kMostFailures; ++member) {
+      name.clear();
+      try {
+        if (!archive.next()) break;
+        failures = 0;
         name = archive.name();
-        if (archive.isLink()) complain(name, "it is a link to another member, which isn't followed");
-        if (!archive.isFile()) continue;
-        if (archive.isEncrypted()) {
-          complain(name, "it is encrypted");
-          continue;
-        }
-        auto bytes = std::make_shared<std::string>();
-        bool more = archive.read(*bytes, kHead);
-        if (!platform::metabase::looksLikeMetabase(*bytes)) continue;
-        if (more && maxSize_ > bytes->size()) more = archive.read(*bytes, maxSize_ - bytes->size());
-        if (more && archive.read(*bytes, 1)) {
-          complain(name, "it is larger than " + std::to_string(maxSize_) + " bytes (--max-size)");
-          continue;
-        }
-        Source source{Source::Kind::kMember, file, member, name};
-        source.modified = archive.modified();
-        if (kept_ + bytes->size() <= kMostKept) {
-          kept_ += bytes->size();
-          source.kept = std::move(bytes);
-        }
-        const std::string server =
-            name.empty() ? nameForFile(file.parent_path() / file.stem()) : nameFor(name, stemOf(file));
-        found.push_back({server, std::move(source)});
+        takeMember(archive, Source{Source::Kind::kMember, file, member, name}, found);
+      } catch (const ArchiveError& error) {
+        const bool isOver = error.isOver() || ++failures == kMostFailures;
+        sources_.problems.push_back(file.string() + (name.empty() ? "" : ":" + name) + ": " + error.what() +
+                                    (isOver && !archive.isSingle() ? "; what follows was not read" : ""));
+        if (isOver) break;
       }
-    } catch (const std::runtime_error& error) {
-      complain(name, std::string(error.what()) + "; what follows it was not read");
     }
     return found;
+  }
+
+  // Takes a member that is a metabase.
+  void takeMember(Archive& archive, Source source, std::vector<Found>& found) {
+    const auto refuse = [&](const std::string& why) {
+      sources_.problems.push_back(source.shown() + ": " + why);
+    };
+    if (archive.isLink()) refuse("it is a link to another member, which isn't followed");
+    if (!archive.isFile()) return;
+    if (archive.isEncrypted()) return refuse("it is encrypted");
+    auto bytes = std::make_shared<std::string>();
+    bool more = archive.read(*bytes, kHead);
+    if (!platform::metabase::looksLikeMetabase(*bytes)) return;
+    if (more && maxSize_ > bytes->size()) more = archive.read(*bytes, maxSize_ - bytes->size());
+    if (more && archive.read(*bytes, 1)) {
+      return refuse("it is larger than " + std::to_string(maxSize_) + " bytes (--max-size)");
+    }
+    if (!archive.warning().empty()) sources_.notes.push_back(source.shown() + ": " + archive.warning());
+    source.modified = archive.modified();
+    if (kept_ + bytes->size() <= kMostKept) {
+      kept_ += bytes->size();
+      source.kept = std::move(bytes);
+    }
+    const std::string server = source.memberName.empty()
+                                   ? nameForFile(source.path.parent_path() / source.path.stem())
+                                   : nameFor(source.memberName, stemOf(source.path));
+    found.push_back({server, std::move(source)});
   }
 
   // Of several files that come to one name the newest is taken, then the first by its path; what was given by
@@ -369,20 +410,31 @@ FileBytes readStream(const Source& source, std::uint64_t maxSize) {
 
 FileBytes readMember(const Source& source, std::uint64_t maxSize) {
   if (source.kept != nullptr) return bytesOf(*source.kept);
-  auto archive = Archive::open(source.path);
-  if (!archive) failRead(source, "the archive is gone");
+  const auto requireSame = [&] {
+    if (hasChanged(source, source.archive))
+      failRead(source, "the archive has changed since it was gone through");
+  };
+  requireSame();
   try {
-    for (std::size_t member = 0; archive->next(); ++member) {
+    auto archive = Archive::open(source.path);
+    for (std::size_t member = 0; archive; ++member) {
+      try {
+        if (!archive->next()) break;
+      } catch (const ArchiveError& error) {
+        if (error.isOver() || member >= source.member) throw;
+        continue;
+      }
       if (member < source.member) continue;
-      if (archive->name() != source.memberName) break;
       std::string text;
       if (archive->read(text, maxSize) && archive->read(text, 1)) failLarge(source, maxSize);
+      requireSame();
       return bytesOf(text);
     }
-  } catch (const std::runtime_error& error) {
+  } catch (const ArchiveError& error) {
+    requireSame();
     failRead(source, error.what());
   }
-  failRead(source, "the archive is another one by now");
+  failRead(source, "it is no longer in the archive");
 }
 
 }  // namespace
@@ -402,17 +454,14 @@ FileBytes readSource(const Source& source, std::uint64_t maxSize) {
   if (source.kind == Source::Kind::kFile) return platform::metabase::readFile(source.path);
   if (source.kind == Source::Kind::kStream) return readStream(source, maxSize);
   FileBytes bytes = readMember(source, maxSize);
-  if (const auto stamp = platform::metabase::stampOf(source.path)) bytes.stamp = *stamp;
   bytes.stamp.seconds = source.modified;
-  bytes.stamp.nanoseconds = 0;
   return bytes;
 }
 
 bool hasChanged(const Source& source, const platform::metabase::Stamp& stamp) {
   if (source.kind == Source::Kind::kStream) return false;
-  const auto now = platform::metabase::stampOf(source.path);
-  if (source.kind == Source::Kind::kFile) return now != stamp;
-  return !now || now->device != stamp.device || now->inode != stamp.inode || now->size != stamp.size;
+  return platform::metabase::stampOf(source.path) !=
+         (source.kind == Source::Kind::kMember ? source.archive : stamp);
 }
 
 }  // namespace host

@@ -21,8 +21,9 @@ struct Source {
   std::filesystem::path path;  // of the file or the archive; "-" for the standard input
   std::size_t member = 0;      // its place in the archive
   std::string memberName = {};
-  std::int64_t modified = 0;  // seconds since 1970
-  // A member's bytes, where they have been kept since the archive was gone through.
+  std::int64_t modified = 0;               // seconds since 1970
+  platform::metabase::Stamp archive = {};  // of the archive when it was gone through
+  // A member's bytes, where they have been kept since then.
   std::shared_ptr<const std::string> kept = {};
 
   // What it is called in messages and in the inventory.

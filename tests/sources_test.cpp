@@ -35,11 +35,11 @@ struct Member {
 };
 
 // An archive of the kind that its name's ending tells.
-void writeArchive(const fs::path& file, const std::vector<Member>& members, bool encrypted = false) {
+void writeArchive(const fs::path& file, const std::vector<Member>& members, const char* options = nullptr) {
   archive* const out = archive_write_new();
   ASSERT_EQ(archive_write_set_format_filter_by_ext(out, file.c_str()), ARCHIVE_OK);
-  if (encrypted) {
-    ASSERT_EQ(archive_write_set_options(out, "zip:encryption=traditional"), ARCHIVE_OK);
+  if (options != nullptr) {
+    ASSERT_EQ(archive_write_set_options(out, options), ARCHIVE_OK);
     ASSERT_EQ(archive_write_set_passphrase(out, "secret"), ARCHIVE_OK);
   }
   ASSERT_EQ(archive_write_open_filename(out, file.c_str()), ARCHIVE_OK) << archive_error_string(out);
@@ -159,11 +159,21 @@ TEST_F(Sources, OfArchivesAreFoundLikeThoseOfFolders) {
 
 TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
   writeArchive(path("GOOD.zip"), {{"GOOD/MetaBase.xml", kWeb01}});
-  writeArchive(path("BAD.zip"), {{"SECRET/MetaBase.xml", kWeb01}}, true);
+  writeArchive(path("BAD.zip"), {{"SECRET/MetaBase.xml", kWeb01}}, "zip:encryption=traditional");
   const Result encrypted = collect({path("BAD.zip"), path("GOOD.zip")});
   EXPECT_EQ(encrypted.status, 1);
   EXPECT_NE(encrypted.err.find("BAD.zip:SECRET/MetaBase.xml: it is encrypted"), std::string::npos);
+  EXPECT_EQ(encrypted.err.find("there is no metabase in"), std::string::npos);
   EXPECT_EQ(rowsByServer().size(), 1U);
+
+  writeArchive(path("DAMAGED.zip"), {{"FIRST/MetaBase.xml", kWeb01}, {"SECOND/MetaBase.xml", kWeb01}},
+               "zip:compression=store");
+  std::string bytes = test::contents(path("DAMAGED.zip"));
+  bytes[5000] ^= 1;
+  const Result damaged = collect({file("DAMAGED.zip", bytes)});
+  EXPECT_EQ(damaged.status, 1);
+  EXPECT_NE(damaged.err.find("DAMAGED.zip:FIRST/MetaBase.xml: ZIP bad CRC"), std::string::npos);
+  EXPECT_EQ(rowsByServer().count("SECOND"), 1U);
 
   writeArchive(path("LARGE.tar.gz"), {{"LARGE/MetaBase.xml", kWeb01 + std::string(4000000, ' ')}});
   const Result large = collect({path("LARGE.tar.gz"), "--max-size", "1MB"});
@@ -172,9 +182,39 @@ TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
 
   const std::string whole = test::contents(path("LARGE.tar.gz"));
   file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
-  const Result cut = collect({path("CUT.tar.gz")});
-  EXPECT_EQ(cut.status, 2);
-  EXPECT_NE(cut.err.find("CUT.tar.gz"), std::string::npos);
+  for (const Result& cut : {collect({path("CUT.tar.gz")}), collect({path("CUT.tar.gz"), "--list"})}) {
+    EXPECT_EQ(cut.status, 2);
+    EXPECT_NE(cut.err.find("CUT.tar.gz: the archive can't be read: truncated gzip input"), std::string::npos);
+    EXPECT_EQ(cut.out.find("CUT.tar.gz"), std::string::npos);
+  }
+}
+
+TEST_F(Sources, OfAnArchiveThatChangesAreThoseOfTheFirstLook) {
+  writeArchive(path("SOON.zip"), {{"SOON/MetaBase.xml", kWeb01}});
+  ASSERT_EQ(::mkfifo(path("FIRST").c_str(), 0600), 0);
+  test::Program program(folder_,
+                        {"collect", path("FIRST"), path("SOON.zip"), "--database", path("inventory.db")});
+  {
+    // Open as soon as it is read, which is behind the first look at everything.
+    std::ofstream first(path("FIRST"), std::ios::binary);
+    file("SOON.zip", std::string(fs::file_size(path("SOON.zip")), 'x'));
+    first << kWeb01;
+  }
+  const Result result = program.end();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.out.find("SOON.zip:SOON/MetaBase.xml has changed"), std::string::npos) << result.out;
+  EXPECT_EQ(rowsByServer()["SOON"], kWeb01Rows);
+}
+
+TEST_F(Sources, BehindLinksAreWhereTheSystemFindsThem) {
+  file("real/below/unused", "");
+  file("real/WEB.xml", kWeb01);
+  fs::create_directory_symlink(path("real/below"), path("link"));
+  const Result listed = test::run(folder_, {"collect", path("link/../WEB.xml"), "--list"});
+  EXPECT_EQ(listed.out, "WEB  " + path("real/WEB.xml") + "\n") << listed.err;
+  EXPECT_EQ(test::run(folder_, {"collect", path("link/./..//"), "--database", path("link/../i.db")}).status,
+            0);
+  EXPECT_TRUE(fs::exists(path("real/i.db")));
 }
 
 TEST_F(Sources, ThatAreStreamsAreReadToTheirEnd) {
@@ -209,6 +249,13 @@ TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
   EXPECT_NE(checked.out.find("3 odd places"), std::string::npos) << checked.out;
   EXPECT_NE(checked.out.find("WEB01/MetaBase.xml: a metabase of"), std::string::npos);
   EXPECT_EQ(test::run(folder_, {"check", file("x.txt", "text")}).status, 2);
+  EXPECT_NE(test::run(folder_, {"check", "-", "-"}).err.find("METABASE '-': "), std::string::npos);
+  const auto unread = [] {
+    int ends[2];
+    if (::pipe(ends) == 0) ::dup2(ends[1], STDOUT_FILENO);
+    ::close(ends[0]);
+  };
+  EXPECT_EQ(test::run(folder_, {"check", odd}, unread).status, 1);
 
   EXPECT_EQ(collect({odd, "--only", "Security Accounts"}).status, 1);
   sqlite::Database database(path("inventory.db"), sqlite::Database::Mode::kReadOnly, {});
