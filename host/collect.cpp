@@ -71,9 +71,9 @@ class Collection {
         notes_(std::move(sources.notes)),
         findings_(std::move(sources.problems)),
         output_(output),
-        inventory_(inventory::openForPublishing(options.database.string(), {options.wait, options.force})),
+        inventory_(inventory::openForPublishing(options.database, options.access)),
         progress_(!options.quiet),
-        publisher_(*inventory_, options.database.string(),
+        publisher_(*inventory_, inventory::shownName(options.database),
                    [this](const Finished& finished, const inventory::Published* published,
                           const std::string& why) { take(finished, published, why); }),
         rows_(inventory::tables().size(), 0) {}
@@ -240,6 +240,7 @@ class Collection {
     {
       const std::lock_guard lock(mutex_);
       published_.push_back(server);
+      for (const inventory::Problem& problem : published->problems) groups_.add(server, problem);
       for (std::size_t at = 0; at < rows_.size(); ++at) {
         rows_[at] += published->added[at];
         replaced += published->replaced[at];
@@ -310,8 +311,8 @@ class Collection {
       countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
     }
     output_.write("collected " + counted(static_cast<std::int64_t>(published_.size()), "server", "servers") +
-                  " into " + harmless(options_.database.string()) + ": " + counted(total, "row", "rows") +
-                  "\n");
+                  " into " + harmless(inventory::shownName(options_.database)) + ": " +
+                  counted(total, "row", "rows") + "\n");
     for (std::size_t at = 0; at < rows_.size(); ++at) {
       if (rows_[at] == 0) continue;
       const std::string name(inventory::tables()[at].name);

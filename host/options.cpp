@@ -40,6 +40,10 @@ const std::string kCollectFooter =
     "named after the nearest folder that is none of the file's usual homes (inetsrv,\n"
     "system32, windows, History, MetaBack, C$ and the like).\n"
     "\n"
+    "A database is an SQLite file, or one on a PostgreSQL server:\n"
+    "postgresql://USER@HOST:PORT/NAME or service=NAME. Its password comes from\n"
+    "PGPASSWORD, ~/.pgpass or a service file; the logs go to the current directory.\n"
+    "\n"
     "Exit status: 0 all of it and no problem, 1 problems, or a server that wasn't\n"
     "published while another was, 2 nothing was published.\n"
     "\n"
@@ -47,7 +51,8 @@ const std::string kCollectFooter =
     "  iisinventory collect WEB01/MetaBase.xml WEB02/MetaBase.xml --database all.db\n"
     "  iisinventory collect OLD=backup/2006.xml --database old.db --log-dir logs\n"
     "  iisinventory collect WEB01/MetaBase.xml --database all.db --only Message --site 3\n"
-    "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet";
+    "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet\n"
+    "  iisinventory collect fleet.zip --database postgresql://iis@db1/inventory";
 
 constexpr const char* kCheckFooter =
     "Exit status: 0 nothing odd, 1 odd places, 2 something that is no metabase.\n"
@@ -68,6 +73,7 @@ struct Raw {
   std::vector<std::string> sites;
   std::vector<std::string> pools;
   std::string database;
+  std::string schema = inventory::Access().schema;
   std::string logDirectory;
   std::string table;
   std::string format = "table";
@@ -95,8 +101,7 @@ struct Parser {
     collect->add_option("METABASE", raw.metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin")
         ->required()
         ->type_name("");
-    collect->add_option("--database", raw.database, "Database file, made when it isn't there")
-        ->type_name("FILE");
+    addDatabase(collect, "Database: a file, made when it isn't there, or a server's address");
     collect->add_flag("--list", raw.list, "List what would be collected, and stop");
     addMaxSize(collect);
     collect->add_option("--only", raw.only, "Collect only this tab (repeatable)")
@@ -114,7 +119,7 @@ struct Parser {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->allow_extra_args(false);
-    collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the database's)")
+    collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the file's, else .)")
         ->type_name("DIR");
     collect->add_option("--jobs", raw.jobs, "How many servers side by side (default: 1)")
         ->type_name("N")
@@ -132,12 +137,18 @@ struct Parser {
 
     show->add_option("TABLE", raw.table, "Table to show; without it, the tables and their row counts")
         ->type_name("");
-    show->add_option("--database", raw.database, "Database file")->required()->type_name("FILE");
+    addDatabase(show, "Database: a file or a server's address");
     show->add_option("--format", raw.format, "How to print it (default: table)")
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"table", "csv", "json"}, CLI::ignore_case));
     addWait(show);
     show->footer(kShowFooter);
+  }
+
+  void addDatabase(CLI::App* command, const char* what) {
+    command->add_option("--database", raw.database, what)->type_name("DATABASE");
+    command->add_option("--schema", raw.schema, "Schema of the tables on a server (iis_inventory)")
+        ->type_name("NAME");
   }
 
   void addMaxSize(CLI::App* command) {
@@ -164,6 +175,27 @@ std::filesystem::path wholePath(const char* option, const std::string& path) {
   return std::filesystem::absolute(path).lexically_normal();
 }
 
+// An address as it is, a file as its absolute path.
+std::string databaseName(const Raw& raw, const char* command) {
+  if (raw.database.empty()) {
+    throw UsageError(std::string("--database is required (see 'iisinventory ") + command + " --help')");
+  }
+  if (!inventory::isOnServer(raw.database)) return wholePath("--database", raw.database).string();
+  if (!isUtf8(raw.database)) throw UsageError("--database: the address is not UTF-8");
+  static_cast<void>(inventory::shownName(raw.database));
+  return raw.database;
+}
+
+std::chrono::milliseconds milliseconds(double seconds) {
+  if (!(seconds >= 0)) throw UsageError("--wait: it is no number of seconds");
+  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
+inventory::Access access(const Raw& raw) {
+  if (!isUtf8(raw.schema)) throw UsageError("--schema: the name is not UTF-8");
+  return {milliseconds(raw.wait), raw.force, raw.schema};
+}
+
 bool sameName(std::string_view left, std::string_view right) {
   return automation::equalsIgnoringCase(automation::fromUtf8(left), automation::fromUtf8(right));
 }
@@ -174,11 +206,6 @@ void refuseEmpty(const char* option, const std::vector<std::string>& values) {
   }
 }
 
-std::chrono::milliseconds milliseconds(double seconds) {
-  if (!(seconds >= 0)) throw UsageError("--wait: it is no number of seconds");
-  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
-}
-
 CollectOptions collectOptions(const Raw& raw) {
   refuseEmpty("--site", raw.sites);
   refuseEmpty("--pool", raw.pools);
@@ -187,21 +214,20 @@ CollectOptions collectOptions(const Raw& raw) {
   options.maxSize = raw.maxSize;
   options.listOnly = raw.list;
   if (options.listOnly) return options;
-  if (raw.database.empty()) throw UsageError("--database is required (see 'iisinventory collect --help')");
-  options.database = wholePath("--database", raw.database);
-  options.logDirectory =
-      raw.logDirectory.empty() ? options.database.parent_path() : wholePath("--log-dir", raw.logDirectory);
+  options.database = databaseName(raw, "collect");
+  options.access = access(raw);
+  options.logDirectory = !raw.logDirectory.empty() ? wholePath("--log-dir", raw.logDirectory)
+                         : inventory::isOnServer(options.database)
+                             ? std::filesystem::current_path()
+                             : std::filesystem::path(options.database).parent_path();
   options.selection = select(raw.only, raw.sites, raw.pools);
   options.jobs = raw.jobs;
-  options.wait = milliseconds(raw.wait);
-  options.force = raw.force;
   options.quiet = raw.quiet;
   return options;
 }
 
 ShowOptions showOptions(const Raw& raw) {
-  ShowOptions options{raw.table, wholePath("--database", raw.database), Format::kTable,
-                      milliseconds(raw.wait)};
+  ShowOptions options{raw.table, databaseName(raw, "show"), access(raw), Format::kTable};
   if (sameName(raw.format, "csv")) options.format = Format::kCsv;
   if (sameName(raw.format, "json")) options.format = Format::kJson;
   return options;

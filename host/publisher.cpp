@@ -18,10 +18,25 @@ constexpr std::size_t kMostWaiting = 64;
 // An empty workplace keeps its memory.
 constexpr std::size_t kMostIdle = 64;
 
+// Somebody's turn to publish, which he has taken already.
+class Turn {
+ public:
+  explicit Turn(std::counting_semaphore<>& turns) : turns_(turns) {}
+  ~Turn() { turns_.release(); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  std::counting_semaphore<>& turns_;
+};
+
 }  // namespace
 
 Publisher::Publisher(inventory::Inventory& inventory, std::string database, Told told)
-    : inventory_(inventory), database_(std::move(database)), told_(std::move(told)) {}
+    : inventory_(inventory),
+      database_(std::move(database)),
+      told_(std::move(told)),
+      publishers_(inventory.publishersAtOnce()) {}
 
 std::unique_ptr<Workplace> Publisher::workplace() {
   {
@@ -58,12 +73,12 @@ void Publisher::add(std::unique_ptr<Finished> finished) {
     wait = waiting_.size() >= kMostWaiting;
   }
   if (!due) return;
-  std::unique_lock turn(publishing_, std::defer_lock);
   if (wait) {
-    turn.lock();
-  } else if (!turn.try_lock()) {
+    publishers_.acquire();
+  } else if (!publishers_.try_acquire()) {
     return;
   }
+  const Turn turn(publishers_);
   publishWaiting();
 }
 
@@ -73,15 +88,16 @@ bool Publisher::isDue() const {
 }
 
 void Publisher::finish() {
-  const std::lock_guard turn(publishing_);
+  publishers_.acquire();
+  const Turn turn(publishers_);
   publishWaiting();
 }
 
 void Publisher::stop() {
   stopped_ = true;
   inventory_.stopWaiting();
-  // Never unlocked again.
-  publishing_.lock();
+  // Never given back.
+  for (int turns = inventory_.publishersAtOnce(); turns > 0; --turns) publishers_.acquire();
 }
 
 void Publisher::publishWaiting() {
@@ -102,22 +118,32 @@ void Publisher::publish(std::span<std::unique_ptr<Finished>> batch) {
     finished->outcome.result.rows = finished->workplace.get();
     results.push_back(finished->outcome.result);
   }
+  const auto tell = [&](std::size_t at, const inventory::Published* published, const std::string& why) {
+    const std::lock_guard lock(telling_);
+    told_(*batch[at], published, why);
+  };
   std::string why;
+  bool isOfOne = false;  // what stands in the way of one of them may not be in that of the others
   try {
     const auto published = inventory_.publish(results);
-    for (std::size_t at = 0; at < batch.size(); ++at) told_(*batch[at], &published[at], {});
+    for (std::size_t at = 0; at < batch.size(); ++at) tell(at, &published[at], {});
     return;
+  } catch (const inventory::ServerLocked& error) {
+    why = error.what();
+    isOfOne = true;
   } catch (const inventory::Locked& error) {
+    why = error.what();
+  } catch (const inventory::Unreachable& error) {
     why = error.what();
   } catch (const std::exception& error) {
     why = error.what();
-    // One of them may have been too much for it.
-    if (batch.size() > 1 && !stopped_) {
-      for (auto& finished : batch) publish({&finished, 1});
-      return;
-    }
+    isOfOne = true;
   }
-  for (const auto& finished : batch) told_(*finished, nullptr, why);
+  if (isOfOne && batch.size() > 1 && !stopped_) {
+    for (auto& finished : batch) publish({&finished, 1});
+    return;
+  }
+  for (std::size_t at = 0; at < batch.size(); ++at) tell(at, nullptr, why);
 }
 
 }  // namespace host

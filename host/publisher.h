@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -21,13 +22,13 @@ struct Finished {
   std::int64_t rows = 0;
 };
 
-// Publishes what is ready together in one transaction, one transaction after the other. Whoever brings a
-// collection may find himself publishing those that wait; the others go on collecting. All members may be
-// called from any thread.
+// Publishes what is ready together in one transaction, as many of them at once as the inventory takes.
+// Whoever brings a collection may find himself publishing those that wait; the others go on collecting. All
+// members may be called from any thread.
 class Publisher {
  public:
-  // What has become of a collection: the rows, or why there are none; never both. Called on the publishing
-  // thread.
+  // What has become of a collection: the rows, or why there are none; never both. Called on a publishing
+  // thread, one at a time.
   using Told = std::function<void(const Finished&, const inventory::Published*, const std::string& why)>;
 
   Publisher(inventory::Inventory& inventory, std::string database, Told told);
@@ -58,7 +59,8 @@ class Publisher {
   const std::string database_;
   const Told told_;
   std::atomic<bool> stopped_ = false;
-  std::mutex publishing_;
+  std::counting_semaphore<> publishers_;
+  std::mutex telling_;
   mutable std::mutex mutex_;  // of what stands below
   Batch waiting_;
   std::int64_t waitingRows_ = 0;

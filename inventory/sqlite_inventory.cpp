@@ -3,18 +3,15 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <set>
 #include <system_error>
 #include <utility>
 
+#include "inventory/records.h"
 #include "inventory/remainder.h"
 #include "sqlite/database.h"
 #include "sqlite/feed.h"
@@ -28,19 +25,13 @@ using sqlite::quotedName;
 using sqlite::Statement;
 using std::string_literals::operator""s;
 
-constexpr std::string_view kCollections = "Collections";
-constexpr std::string_view kProblems = "Problems";
-
 // "Still current" keeps what of a publication hasn't been replaced since, and "Rows without a path" the rows
 // that don't tell their server by themselves.
-constexpr std::string_view kCollectionColumns[] = {
-    "Server name", "File",    "File size",     "File time",
-    "SHA-256",     "Started", "Published",     "Version",
-    "Selection",   "Rows",    "Rows by table", "Problems",
-    "Notes",       "Seconds", "Still current", "Rows without a path"};
-constexpr std::string_view kProblemColumns[] = {"Server name", "Kind",    "Table",    "Item kind",
-                                                "Item",        "Node",    "Property", "Routine",
-                                                "Number",      "Message", "Time"};
+std::vector<std::string_view> collectionColumns() {
+  std::vector<std::string_view> columns = collectionsTable().columns;
+  columns.insert(columns.end(), {"Still current", "Rows without a path"});
+  return columns;
+}
 
 std::string namesOf(std::span<const std::string_view> columns) {
   std::string names;
@@ -62,12 +53,11 @@ std::string insertSql(std::string_view table, std::span<const std::string_view> 
 std::string creationSqlOf(std::string_view table, std::span<const std::string_view> columns) {
   std::string sql;
   for (const std::string_view column : columns) {
-    const bool isNumber =
-        column == "File size" || column == "Rows" || column == "Problems" || column == "Notes";
+    const ColumnType type = columnType(column);
     sql += (sql.empty() ? "" : ", ") + quotedName(column) +
-           (isNumber              ? " integer"
-            : column == "Seconds" ? " real"
-                                  : " text collate nocase");
+           (type == ColumnType::kInteger ? " integer"
+            : type == ColumnType::kReal  ? " real"
+                                         : " text collate nocase");
   }
   return "create table if not exists " + quotedName(table) + " (" + sql + ")";
 }
@@ -115,22 +105,9 @@ std::string itemCondition(std::string_view column) {
 }
 
 std::string foldedList(const std::vector<std::string>& items) {
-  json list = json::array();
+  std::vector<std::string> list;
   for (const std::string& item : items) list.push_back(folded(item));
-  return list.dump(-1, ' ', false, json::error_handler_t::replace);
-}
-
-std::string utcNow() {
-  using namespace std::chrono;
-  const auto now = floor<milliseconds>(system_clock::now());
-  const std::time_t seconds = system_clock::to_time_t(now);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  char text[64];
-  const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-  std::snprintf(text + length, sizeof text - length, ".%03dZ",
-                static_cast<int>(now.time_since_epoch().count() % 1000));
-  return text;
+  return jsonList(list);
 }
 
 void fold(sqlite3_context* context, int, sqlite3_value** values) {
@@ -168,30 +145,17 @@ std::string feedSql(const Table& table) {
 class RowFeed : public sqlite::FeedSource {
  public:
   RowFeed(const Table& table, std::unique_ptr<Rows> rows)
-      : table_(table),
-        rows_(std::move(rows)),
-        kinds_(Remainder::kindsOf(table)),
-        poolColumn_(columnIndex(table, kPoolColumn)),
-        isByPath_(!tellsServer(table)) {}
+      : table_(table), rows_(table, std::move(rows)), isByPath_(!tellsServer(table)) {}
 
   bool next() override {
-    if (!rows_->next()) return false;
-    ++count_;
-    if (kinds_.size() > 1 && rows_->cell(poolColumn_)) ++ofSecondKind_;
-    if (isByPath_ && rows_->cell(0).value_or("").empty()) keepCopy();
+    if (!rows_.next()) return false;
+    if (isByPath_ && rows_.cell(0).value_or("").empty()) keepCopy();
     return true;
   }
 
-  Cell cell(int column) override { return rows_->cell(static_cast<std::size_t>(column)); }
+  Cell cell(int column) override { return rows_.cell(static_cast<std::size_t>(column)); }
 
-  std::int64_t count() const { return count_; }
-  // The kinds that there are rows of.
-  std::vector<ItemKind> kinds() const {
-    std::vector<ItemKind> there;
-    if (count_ > ofSecondKind_) there.push_back(kinds_[0]);
-    if (ofSecondKind_ > 0) there.push_back(kinds_[1]);
-    return there;
-  }
+  CheckedRows& rows() { return rows_; }
   // Copies of the rows without a path.
   std::vector<json>& pathless() { return pathless_; }
 
@@ -199,19 +163,15 @@ class RowFeed : public sqlite::FeedSource {
   void keepCopy() {
     json cells = json::array();
     for (std::size_t at = 0; at < table_.columns.size(); ++at) {
-      const Cell value = rows_->cell(at);
+      const Cell value = rows_.cell(at);
       cells.push_back(value ? json(*value) : json());
     }
     pathless_.push_back(std::move(cells));
   }
 
   const Table& table_;
-  const std::unique_ptr<Rows> rows_;
-  const std::span<const ItemKind> kinds_;
-  const std::size_t poolColumn_;
+  CheckedRows rows_;
   const bool isByPath_;
-  std::int64_t count_ = 0;
-  std::int64_t ofSecondKind_ = 0;
   std::vector<json> pathless_;
 };
 
@@ -427,8 +387,8 @@ class SqliteInventory : public Inventory {
                     "beside them");
       }
       for (const Table& table : tables()) requireColumns(table.name, table.columns);
-      requireColumns(kCollections, kCollectionColumns);
-      requireColumns(kProblems, kProblemColumns);
+      requireColumns(kCollections, collectionColumns());
+      requireColumns(kProblems, problemsTable().columns);
     });
   }
 
@@ -455,8 +415,8 @@ class SqliteInventory : public Inventory {
       database_->execute(
           indexSql(table.name, tellsServer(table) ? quotedName(kServerColumn) : serverInPath()));
     }
-    database_->execute(creationSqlOf(kCollections, kCollectionColumns));
-    database_->execute(creationSqlOf(kProblems, kProblemColumns));
+    database_->execute(creationSqlOf(kCollections, collectionColumns()));
+    database_->execute(creationSqlOf(kProblems, problemsTable().columns));
     database_->execute(indexSql(kCollections, quotedName(kServerColumn)));
     database_->execute(indexSql(kProblems, quotedName(kServerColumn)));
     checkedSchema_ = database_->value("pragma schema_version");
@@ -483,7 +443,7 @@ class SqliteInventory : public Inventory {
   }
 
   Published replace(const Result& result) {
-    Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0)};
+    Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0), {}};
     const std::vector<std::string> spellings = spellingsOf(result.origin.server);
     removeRowsWithoutPath(spellings, result.scope, published.replaced);
     removeRows(spellings, result.scope, published.replaced);
@@ -491,13 +451,14 @@ class SqliteInventory : public Inventory {
     removeProblemsWithoutTable(spellings);
 
     std::set<std::pair<std::size_t, ItemKind>> brought;
-    const json pathless = addRows(result, published.added, brought);
+    const json pathless = addRows(result, published, brought);
     for (const Problem& problem : result.problems) addProblem(result.origin.server, problem);
+    for (const Problem& problem : published.problems) addProblem(result.origin.server, problem);
     updateCollections(spellings, result.scope);
     const Remainder remainder = Remainder::of(result.scope, [&](const Table& table, ItemKind kind) {
       return brought.contains({tableIndex(table.name), kind});
     });
-    addCollection(result, published.added, remainder, pathless);
+    addCollection(result, published, remainder, pathless);
     return published;
   }
 
@@ -659,32 +620,34 @@ class SqliteInventory : public Inventory {
   }
 
   // Gives copies of the rows that have no path.
-  json addRows(const Result& result, RowCounts& added, std::set<std::pair<std::size_t, ItemKind>>& brought) {
+  json addRows(const Result& result, Published& published,
+               std::set<std::pair<std::size_t, ItemKind>>& brought) {
     json pathless = json::array();
     for (std::size_t at = 0; at < tables().size(); ++at) {
       const Table& table = tables()[at];
-      RowFeed rows(table, result.rows->rows(table));
-      feed_->run(statement(feedSql(table)), rows);
-      added[at] += rows.count();
+      RowFeed feed(table, result.rows->rows(table));
+      feed_->run(statement(feedSql(table)), feed);
+      CheckedRows& rows = feed.rows();
+      published.added[at] += rows.count();
       for (const ItemKind kind : rows.kinds()) brought.insert({at, kind});
-      for (json& row : rows.pathless()) pathless.push_back({{"table", table.name}, {"row", std::move(row)}});
+      std::move(rows.problems().begin(), rows.problems().end(), std::back_inserter(published.problems));
+      for (json& row : feed.pathless()) pathless.push_back({{"table", table.name}, {"row", std::move(row)}});
     }
     return pathless;
   }
 
   void addProblem(const std::string& server, const Problem& problem) {
-    char number[16] = "";
-    if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
-    const std::array<std::string_view, std::size(kProblemColumns)> values = {
-        server,           problem.isNote ? "note" : "problem",
-        problem.table,    wordFor(problem.itemKind),
-        problem.item,     problem.node,
-        problem.property, problem.routine,
-        number,           problem.message,
-        problem.time};
-    Statement& insertion = statement(insertSql(kProblems, kProblemColumns));
+    insert(kProblems, problemsTable().columns, problemValues(server, problem));
+  }
+
+  void insert(std::string_view table, const std::vector<std::string_view>& columns,
+              const std::vector<Value>& values) {
+    Statement& insertion = statement(insertSql(table, columns));
     int parameter = 0;
-    for (const std::string_view value : values) insertion.bind(++parameter, value);
+    for (const Value& value : values) {
+      ++parameter;
+      std::visit([&](const auto& given) { insertion.bind(parameter, given); }, value);
+    }
     insertion.run();
   }
 
@@ -713,39 +676,12 @@ class SqliteInventory : public Inventory {
     }
   }
 
-  void addCollection(const Result& result, const RowCounts& added, const Remainder& remainder,
+  void addCollection(const Result& result, const Published& published, const Remainder& remainder,
                      const json& pathless) {
-    json byTable = json::object();
-    for (std::size_t at = 0; at < added.size(); ++at) {
-      if (added[at] > 0) byTable[std::string(tables()[at].name)] = added[at];
-    }
-    const auto notes = std::count_if(result.problems.begin(), result.problems.end(),
-                                     [](const Problem& problem) { return problem.isNote; });
-    const Origin& origin = result.origin;
-    const std::string published = utcNow();
-    const std::string rowsByTable = byTable.dump();
-    const std::string current = remainder.toText();
-    const std::string withoutPath = pathless.empty() ? std::string() : pathless.dump();
-    Statement& insertion = statement(insertSql(kCollections, kCollectionColumns));
-    int parameter = 0;
-    const auto next = [&](const auto& value) { insertion.bind(++parameter, value); };
-    next(std::string_view(origin.server));
-    next(std::string_view(origin.file));
-    next(origin.fileSize);
-    next(std::string_view(origin.fileTime));
-    next(std::string_view(origin.sha256));
-    next(std::string_view(origin.started));
-    next(std::string_view(published));
-    next(std::string_view(origin.version));
-    next(std::string_view(origin.selection));
-    next(std::accumulate(added.begin(), added.end(), std::int64_t{0}));
-    next(std::string_view(rowsByTable));
-    next(static_cast<std::int64_t>(result.problems.size()) - notes);
-    next(std::int64_t{notes});
-    next(origin.seconds);
-    next(std::string_view(current));
-    next(std::string_view(withoutPath));
-    insertion.run();
+    std::vector<Value> values = collectionValues(result, published.added, published.problems.size());
+    values.emplace_back(remainder.toText());
+    values.emplace_back(pathless.empty() ? std::string() : pathless.dump());
+    insert(kCollections, collectionColumns(), values);
   }
 
   // Problems that belong to no table are about the file as a whole, and the new ones are too.
@@ -787,15 +723,6 @@ std::unique_ptr<Inventory> openSqliteForPublishing(const std::string& file, cons
   auto inventory = std::make_unique<SqliteInventory>(file, access);
   inventory->openForPublishing();
   return inventory;
-}
-
-// One kind of database so far.
-std::unique_ptr<Inventory> openForReading(const std::string& database, const Access& access) {
-  return openSqliteForReading(database, access);
-}
-
-std::unique_ptr<Inventory> openForPublishing(const std::string& database, const Access& access) {
-  return openSqliteForPublishing(database, access);
 }
 
 }  // namespace inventory
