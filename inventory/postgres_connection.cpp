@@ -110,8 +110,11 @@ std::string shownAddress(const std::string& address) {
   }
   if (!user.empty()) user += "@";
   // A folder with the server's socket can't stand before the name.
-  const bool isFolder = host.starts_with("%2F");
-  const std::string folder = isFolder ? "?host=" + std::exchange(host, "") : "";
+  std::string folder;
+  if (host.starts_with("%2F")) {
+    folder = "?host=" + std::exchange(host, "");
+    for (std::size_t at = 0; (at = folder.find("%2F")) != folder.npos;) folder.replace(at, 3, "/");
+  }
   if (!port.empty()) port = ":" + port;
   return "postgresql://" + user + host + port + "/" + name + folder;
 }
