@@ -6,11 +6,13 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <mutex>
-#include <optional>
+#include <numeric>
 #include <set>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -53,7 +55,7 @@ void requireLogDirectory(const std::filesystem::path& directory) {
 }
 
 // "A, B and 3 more".
-std::string namesIn(const std::vector<std::string>& names) {
+std::string listed(const std::vector<std::string>& names) {
   constexpr std::size_t kMostNames = 20;
   std::string text;
   for (std::size_t at = 0; at < std::min(names.size(), kMostNames); ++at) {
@@ -63,27 +65,33 @@ std::string namesIn(const std::vector<std::string>& names) {
   return names.empty() ? "none" : text;
 }
 
-class Collection {
+class Collection : private Publisher::Listener {
  public:
-  Collection(const CollectOptions& options, Sources sources, Output& output)
+  // The signals end it from run() on; what it makes before is removed with it.
+  Collection(const CollectOptions& options, Sources sources, Output& output,
+             std::unique_ptr<inventory::Inventory> inventory, EndingSignals& signals)
       : options_(options),
         servers_(std::move(sources.servers)),
         notes_(std::move(sources.notes)),
         findings_(std::move(sources.problems)),
         output_(output),
-        inventory_(inventory::openForPublishing(options.database, options.access)),
+        inventory_(std::move(inventory)),
+        signals_(signals),
         progress_(!options.quiet),
-        publisher_(*inventory_, inventory::shownName(options.database),
-                   [this](const Finished& finished, const inventory::Published* published,
-                          const std::string& why) { take(finished, published, why); }),
-        rows_(inventory::tables().size(), 0) {}
+        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, *this),
+        logWait_(options.access.wait),
+        rows_(inventory::tables().size(), 0),
+        fates_(servers_.size(), Fate::kOpen) {}
+
+  ~Collection() override { signals_.ignore(); }
 
   int run() {
-    const EndingSignals signals([this](int signalNumber) { end(signalNumber); });
+    signals_.await([this](int signalNumber) { end(signalNumber); });
     for (const std::string& text : notes_) note(text);
     for (const std::string& text : findings_) fail(text);
     collectAll();
     publisher_.finish();
+    tellLeftOver();
     reportUnknown(options_.selection.sites, foundSites_, "FTP site");
     reportUnknown(options_.selection.pools, foundPools_, "application pool");
     return summarize();
@@ -137,8 +145,13 @@ class Collection {
   void collectAll() {
     std::vector<std::jthread> others;
     const std::size_t count = jobs();
-    for (std::size_t at = 1; at < count; ++at) {
-      others.emplace_back([this, at] { work(at); });
+    try {
+      for (std::size_t at = 1; at < count; ++at) {
+        others.emplace_back([this, at] { work(at); });
+      }
+    } catch (const std::system_error& error) {
+      note("no more threads can be started, so the servers collected side by side are " +
+           std::to_string(others.size() + 1) + " and not " + std::to_string(count) + ": " + error.what());
     }
     work(0);
   }
@@ -152,28 +165,40 @@ class Collection {
       while (true) {
         const std::size_t place = next_++;
         if (place >= servers_.size()) return;
-        collectOne(servers_[place], logs);
+        collectOne(place, logs);
       }
     } catch (const std::exception& error) {
       // Others may have better luck with what is left.
-      fail("the collection can't go on: " + std::string(error.what()));
+      const std::lock_guard lock(mutex_);
+      if (whyLeft_.empty()) whyLeft_ = error.what();
     }
   }
 
-  void collectOne(const Server& server, PrivateLogs& logs) {
+  void collectOne(std::size_t place, PrivateLogs& logs) {
+    const Server& server = servers_[place];
     const auto lane = progress_.begin(servers_.size() > 1 ? server.name : std::string());
     auto finished = std::make_unique<Finished>();
+    finished->place = place;
+    if (gather(server, logs, lane, *finished)) {
+      hand(std::move(finished));
+      return;
+    }
+    settle(place, Fate::kRefused);
+    if (finished->workplace != nullptr) publisher_.giveBack(std::move(finished->workplace));
+  }
+
+  // Collects a server, whose logs are kept in any case. Tells why where it gives nothing to publish.
+  bool gather(const Server& server, PrivateLogs& logs, const std::shared_ptr<ProgressLine::Lane>& lane,
+              Finished& finished) {
+    bool isWhole = false;
     try {
       logs.application.clear();
       logs.server.clear();
-      finished->workplace = publisher_.workplace();
-      finished->outcome = collectServer(server, options_.maxSize, options_.selection, *finished->workplace,
-                                        logs, progress_.updaters(lane));
-      finished->rows = finished->workplace->rowCount();
-      keepLogs(server, logs, &finished->outcome.result);
-      progress_.end(lane);
-      hand(std::move(finished));
-      return;
+      finished.workplace = publisher_.workplace();
+      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.workplace,
+                                       logs, progress_.updaters(lane));
+      finished.rows = finished.workplace->rowCount();
+      isWhole = true;
     } catch (const Failure& failure) {
       fail(server.name + ": " + automation::toUtf8(failure.description()));
     } catch (const std::bad_alloc&) {
@@ -182,18 +207,18 @@ class Collection {
       fail(server.name + ": incomplete and not published: " + error.what());
     }
     progress_.end(lane);
-    keepLogs(server, logs, nullptr);
-    if (finished != nullptr && finished->workplace != nullptr)
-      publisher_.giveBack(std::move(finished->workplace));
-    untold(server.name);
+    keepLogs(server, logs, isWhole ? &finished.outcome.result : nullptr);
+    return isWhole;
   }
 
   // Appends what the component has logged to the user's logs, whatever becomes of the rows.
   void keepLogs(const Server& server, const PrivateLogs& logs, inventory::Result* result) {
     const auto keep = [&](const std::filesystem::path& file, const std::string& records) {
       try {
-        appendToLog(file, records);
+        appendToLog(file, records, logWait_);
       } catch (const std::runtime_error& error) {
+        // Once in vain is enough.
+        if (dynamic_cast<const LogLocked*>(&error) != nullptr) logWait_ = std::chrono::milliseconds(0);
         fail(server.name + ": " + error.what());
         if (result == nullptr) return;
         inventory::Problem problem;
@@ -213,7 +238,7 @@ class Collection {
 
   void hand(std::unique_ptr<Finished> finished) {
     const Outcome& outcome = finished->outcome;
-    const std::string server = outcome.result.origin.server;
+    const std::string& server = servers_[finished->place].name;
     for (const std::string& remark : outcome.remarks) note(remark);
     {
       const std::lock_guard lock(mutex_);
@@ -223,37 +248,67 @@ class Collection {
       for (const inventory::Problem& problem : outcome.result.problems) groups_.add(server, problem);
     }
     if (finished->rows > 0) return publisher_.add(std::move(finished));
+    settle(finished->place, Fate::kRefused);
     publisher_.giveBack(std::move(finished->workplace));
     fail(server + ": gives no row in any table, so nothing is published");
-    untold(server);
   }
 
-  // Called by whoever publishes, one at a time.
-  void take(const Finished& finished, const inventory::Published* published, const std::string& why) {
-    const std::string& server = finished.outcome.result.origin.server;
-    if (published == nullptr) {
-      fail(server + ": not published: " + why);
-      untold(server);
-      return;
-    }
-    std::int64_t replaced = 0;
-    {
-      const std::lock_guard lock(mutex_);
-      published_.push_back(server);
-      for (const inventory::Problem& problem : published->problems) groups_.add(server, problem);
-      for (std::size_t at = 0; at < rows_.size(); ++at) {
-        rows_[at] += published->added[at];
-        replaced += published->replaced[at];
-      }
-    }
-    if (replaced > 0)
-      note("replaced " + counted(replaced, "row", "rows") + " of " + server + " from an earlier run");
-  }
-
-  // A server that isn't published; its former rows stand.
-  void untold(const std::string& server) {
+  void published(const Finished& finished, const inventory::Published& published) noexcept override {
     const std::lock_guard lock(mutex_);
-    untouched_.push_back(server);
+    fates_[finished.place] = Fate::kPublished;
+    for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += published.added[at];
+  }
+
+  void tellPublished(const Finished& finished, const inventory::Published& published) noexcept override {
+    const std::int64_t replaced =
+        std::accumulate(published.replaced.begin(), published.replaced.end(), std::int64_t{0});
+    try {
+      {
+        const std::lock_guard lock(mutex_);
+        for (const inventory::Problem& problem : published.problems) {
+          groups_.add(servers_[finished.place].name, problem);
+        }
+      }
+      if (replaced == 0) return;
+      note("replaced " + counted(replaced, "row", "rows") + " of " + servers_[finished.place].name +
+           " from an earlier run");
+    } catch (const std::bad_alloc&) {
+      // It is there all the same.
+    }
+  }
+
+  void tellRefused(const Finished& finished, const char* why) noexcept override {
+    settle(finished.place, Fate::kRefused);
+    try {
+      fail(servers_[finished.place].name + ": not published: " + why);
+    } catch (const std::bad_alloc&) {
+      complain(why);
+    }
+  }
+
+  // What has become of a server. The former rows of one that isn't published stand.
+  enum class Fate : char { kOpen, kPublished, kRefused };
+
+  void settle(std::size_t place, Fate fate) noexcept {
+    const std::lock_guard lock(mutex_);
+    fates_[place] = fate;
+  }
+
+  std::vector<std::string> namesOf(bool published) const {
+    std::vector<std::string> names;
+    for (std::size_t at = 0; at < servers_.size(); ++at) {
+      if ((fates_[at] == Fate::kPublished) == published) names.push_back(servers_[at].name);
+    }
+    return names;
+  }
+
+  // Servers that nobody was left to collect.
+  void tellLeftOver() {
+    for (std::size_t place = 0; place < servers_.size(); ++place) {
+      if (fates_[place] != Fate::kOpen) continue;
+      settle(place, Fate::kRefused);
+      fail(servers_[place].name + ": not published: the collection couldn't go on: " + whyLeft_);
+    }
   }
 
   void reportUnknown(const std::vector<std::string>& wanted, const std::set<std::string>& found,
@@ -270,25 +325,32 @@ class Collection {
   int summarize() {
     tellFormerRows();
     const std::int64_t problems = groups_.problems();
+    const std::size_t published = namesOf(true).size();
     if (!options_.quiet) {
       print([&] {
-        if (!published_.empty()) printRows();
+        if (published > 0) printRows(published);
         const std::size_t width = ::isatty(STDOUT_FILENO) != 0 ? terminalColumns(STDOUT_FILENO) : 100;
         groups_.print(output_, width);
         if (problems == 0 && complaints_ == 0) output_.write("no problems\n");
-        printLogs();
+        if (problems + groups_.notes() > 0) {
+          output_.write("all of them: " + harmless(whereProblemsStand(published)) + "\n");
+        }
       });
     } else if (problems > 0) {
-      complain(counted(problems, "problem", "problems") +
-               ", told by 'iisinventory show Problems' and the logs in " + options_.logDirectory.string());
+      complain(counted(problems, "problem", "problems") + ", told by " + whereProblemsStand(published));
     }
-    if (published_.empty()) return kNothing;
-    return problems + complaints_ > 0 || !untouched_.empty() ? kWithProblems : kAllWell;
+    if (published == 0) return kNothing;
+    return problems + complaints_ > 0 || published < servers_.size() ? kWithProblems : kAllWell;
+  }
+
+  std::string whereProblemsStand(std::size_t published) const {
+    return (published > 0 ? "'iisinventory show Problems' and the logs in " : "the logs in ") +
+           options_.logDirectory.string();
   }
 
   // What stands of the servers that weren't published.
   void tellFormerRows() {
-    for (const std::string& server : untouched_) {
+    for (const std::string& server : namesOf(false)) {
       try {
         if (const std::int64_t rows = inventory_->rowsOf(server); rows > 0) {
           complain(server + ": the former inventory stands, " + counted(rows, "row", "rows"));
@@ -301,7 +363,7 @@ class Collection {
     }
   }
 
-  void printRows() {
+  void printRows(std::size_t published) {
     std::int64_t total = 0;
     std::size_t nameWidth = 0;
     std::size_t countWidth = 0;
@@ -310,7 +372,7 @@ class Collection {
       nameWidth = std::max(nameWidth, inventory::tables()[at].name.size());
       countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
     }
-    output_.write("collected " + counted(static_cast<std::int64_t>(published_.size()), "server", "servers") +
+    output_.write("collected " + counted(static_cast<std::int64_t>(published), "server", "servers") +
                   " into " + harmless(inventory::shownName(options_.database)) + ": " +
                   counted(total, "row", "rows") + "\n");
     for (std::size_t at = 0; at < rows_.size(); ++at) {
@@ -322,28 +384,17 @@ class Collection {
     }
   }
 
-  void printLogs() {
-    if (groups_.problems() + groups_.notes() == 0) return;
-    output_.write("all of them: 'iisinventory show Problems', and the logs in " +
-                  harmless(options_.logDirectory.string()) + "\n");
-  }
-
-  // On the thread that waits for signals, while the others go on with what is lost already.
+  // On the thread that waits for signals, while the others go on with what is lost already. They may be
+  // waiting for somebody who doesn't read what they print.
   [[noreturn]] void end(int signalNumber) {
-    progress_.stop();
     publisher_.stop();
-    std::vector<std::string> others;
-    {
-      // Whoever publishes has stopped, so nothing is added any more.
+    // Whoever publishes has stopped, so nothing is added any more.
+    tryForAMoment([this] {
+      progress_.stop();
       const std::lock_guard lock(mutex_);
-      for (const Server& server : servers_) {
-        if (std::find(published_.begin(), published_.end(), server.name) == published_.end()) {
-          others.push_back(server.name);
-        }
-      }
-      complain("ended by a signal; in the inventory: " + namesIn(published_) +
-               "; not touched: " + namesIn(others));
-    }
+      complain("ended by a signal; in the inventory: " + listed(namesOf(true)) +
+               "; not touched: " + listed(namesOf(false)));
+    });
     folder_.remove();
     endBySignal(signalNumber);
   }
@@ -354,10 +405,12 @@ class Collection {
   const std::vector<std::string> findings_;  // what couldn't be looked into
   Output& output_;
   const std::unique_ptr<inventory::Inventory> inventory_;
+  EndingSignals& signals_;
   PrivateFolder folder_;
   ProgressLine progress_;
   Publisher publisher_;
 
+  std::atomic<std::chrono::milliseconds> logWait_;
   std::atomic<std::size_t> next_ = 0;
   bool outputFailed_ = false;
   std::mutex mutex_;  // of what stands below, while there are several threads
@@ -365,8 +418,8 @@ class Collection {
   std::int64_t complaints_ = 0;
   ProblemGroups groups_;
   inventory::RowCounts rows_;
-  std::vector<std::string> published_;
-  std::vector<std::string> untouched_;
+  std::vector<Fate> fates_;  // by the server's place
+  std::string whyLeft_;      // nobody was left to collect what is still open
   std::set<std::string> foundSites_;
   std::set<std::string> foundPools_;
 };
@@ -398,7 +451,9 @@ int collect(const CollectOptions& options, Output& output) {
   platform::store::registerStore();
   platform::host::registerHostObjects();
   DllRegisterServer();
-  return Collection(options, std::move(sources), output).run();
+  auto inventory = inventory::openForPublishing(options.database, options.access);
+  EndingSignals signals;
+  return Collection(options, std::move(sources), output, std::move(inventory), signals).run();
 }
 
 }  // namespace host

@@ -152,9 +152,17 @@ struct Parser {
   }
 
   void addMaxSize(CLI::App* command) {
+    const CLI::Validator positive(
+        [](const std::string& size) {
+          return size == "0" || size.starts_with('-') ? "it must be greater than 0" : std::string();
+        },
+        "");
     command->add_option("--max-size", raw.maxSize, "Largest from an archive or a pipe (default: 1GiB)")
         ->type_name("SIZE")
-        ->transform(CLI::AsSizeValue(false).description(""));
+        ->transform(CLI::AsSizeValue(false).description(""))
+        // The last one is asked first: the others would take "-1" for a very large number.
+        ->transform(positive)
+        ->check(positive);
   }
 
   void addWait(CLI::App* command) {

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <stdexcept>
@@ -19,6 +20,9 @@ namespace fs = std::filesystem;
 const std::string kPrefix = "iisinventory-private-";
 // Tells a folder of ours from one that somebody has given such a name.
 constexpr const char* kMark = "mark-of-a-private-folder";
+
+// How often a folder is emptied into which somebody may still be writing.
+constexpr int kMostTries = 100;
 
 fs::path temporaryDirectory() {
   const char* const named = std::getenv("TMPDIR");
@@ -86,8 +90,22 @@ PrivateFolder::~PrivateFolder() {
 }
 
 void PrivateFolder::remove() noexcept {
-  std::error_code ignored;
-  fs::remove_all(path_, ignored);
+  try {
+    // Whoever still wants to make files in it finds it no longer. The next run would know this name too.
+    fs::path folder = path_.string() + "-gone";
+    if (::rename(path_.c_str(), folder.c_str()) != 0) folder = path_;
+    std::error_code error;
+    for (int tries = 0; tries < kMostTries; ++tries) {
+      // The mark goes last, so that half a folder is still known for ours.
+      for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
+        if (entry.path().filename() != kMark) fs::remove_all(entry.path(), error);
+      }
+      fs::remove(folder / kMark, error);
+      if (::rmdir(folder.c_str()) == 0 || errno != ENOTEMPTY) return;
+    }
+  } catch (const std::exception&) {
+    // The next run removes it.
+  }
 }
 
 }  // namespace host

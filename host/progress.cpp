@@ -23,7 +23,7 @@ using automation::Variant;
 constexpr std::chrono::milliseconds kBetweenDrawings{50};
 // How long one server is shown while others wait for their turn.
 constexpr std::chrono::seconds kBetweenServers{2};
-constexpr std::chrono::milliseconds kLongestStop{500};
+constexpr std::chrono::milliseconds kLongestStop{200};
 constexpr std::string_view kWipe = "\r\x1b[K";
 constexpr std::size_t kBarWidth = 24;
 constexpr std::size_t kLeastForStatus = 24;
@@ -134,8 +134,8 @@ void ProgressLine::end(const std::shared_ptr<Lane>& lane) {
 }
 
 void ProgressLine::stop() {
-  // Whoever prints aside may wait for a reader that never comes. The system's clock: the thread sanitizer of GCC 12 doesn't
-  // see a lock that waits by the steady one.
+  // Whoever prints aside may wait for a reader that never comes. The system's clock: the thread sanitizer of
+  // GCC 12 doesn't see a lock that waits by the steady one.
   const std::unique_lock lock(mutex_, std::chrono::system_clock::now() + kLongestStop);
   stopped_ = true;
   if (lock.owns_lock()) wipe();

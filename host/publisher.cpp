@@ -13,15 +13,20 @@ namespace {
 constexpr std::size_t kMostServers = 32;
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::chrono::milliseconds kLongestWait{500};
-// Behind this many whoever brings one more waits for his turn to publish.
+// Behind this many, or as many as there are jobs of many rows, whoever brings one more waits for his turn to
+// publish.
 constexpr std::size_t kMostWaiting = 64;
-// An empty workplace keeps its memory.
-constexpr std::size_t kMostIdle = 64;
+// An empty workplace keeps its memory and its temporary file, so only small ones are kept, as many as are
+// published at once.
+constexpr std::size_t kMostIdle = kMostServers;
+constexpr std::int64_t kMostIdleBytes = 1024 * 1024;
 
-// Somebody's turn to publish, which he has taken already.
+// Somebody's turn, for which he waits.
 class Turn {
  public:
-  explicit Turn(std::counting_semaphore<>& turns) : turns_(turns) {}
+  explicit Turn(std::counting_semaphore<>& turns) : turns_(turns) { turns_.acquire(); }
+  // One that he has already.
+  Turn(std::counting_semaphore<>& turns, std::adopt_lock_t) : turns_(turns) {}
   ~Turn() { turns_.release(); }
   Turn(const Turn&) = delete;
   Turn& operator=(const Turn&) = delete;
@@ -32,11 +37,14 @@ class Turn {
 
 }  // namespace
 
-Publisher::Publisher(inventory::Inventory& inventory, std::string database, Told told)
+Publisher::Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
+                     Listener& listener)
     : inventory_(inventory),
       database_(std::move(database)),
-      told_(std::move(told)),
-      publishers_(inventory.publishersAtOnce()) {}
+      jobs_(jobs),
+      listener_(listener),
+      publishers_(inventory.publishersAtOnce()),
+      transactions_(inventory.publishersAtOnce()) {}
 
 std::unique_ptr<Workplace> Publisher::workplace() {
   {
@@ -51,14 +59,16 @@ std::unique_ptr<Workplace> Publisher::workplace() {
 }
 
 void Publisher::giveBack(std::unique_ptr<Workplace> workplace) {
+  // In place of one that isn't kept a new one will be made.
+  if (workplace->database().database().memoryInUse() > kMostIdleBytes) return;
   try {
     workplace->database().empty();
+    if (!workplace->database().breakdown().empty()) return;
+    const std::lock_guard lock(mutex_);
+    if (idle_.size() < kMostIdle) idle_.push_back(std::move(workplace));
   } catch (const sqlite::Error&) {
-    return;  // A new one will be made.
+  } catch (const std::bad_alloc&) {
   }
-  if (!workplace->database().breakdown().empty()) return;
-  const std::lock_guard lock(mutex_);
-  if (idle_.size() < kMostIdle) idle_.push_back(std::move(workplace));
 }
 
 void Publisher::add(std::unique_ptr<Finished> finished) {
@@ -70,7 +80,7 @@ void Publisher::add(std::unique_ptr<Finished> finished) {
     waitingRows_ += finished->rows;
     waiting_.push_back(std::move(finished));
     due = isDue();
-    wait = waiting_.size() >= kMostWaiting;
+    wait = waiting_.size() >= kMostWaiting || (waiting_.size() > jobs_ && waitingRows_ >= kMostRows);
   }
   if (!due) return;
   if (wait) {
@@ -78,7 +88,7 @@ void Publisher::add(std::unique_ptr<Finished> finished) {
   } else if (!publishers_.try_acquire()) {
     return;
   }
-  const Turn turn(publishers_);
+  const Turn turn(publishers_, std::adopt_lock);
   publishWaiting();
 }
 
@@ -88,7 +98,6 @@ bool Publisher::isDue() const {
 }
 
 void Publisher::finish() {
-  publishers_.acquire();
   const Turn turn(publishers_);
   publishWaiting();
 }
@@ -97,7 +106,7 @@ void Publisher::stop() {
   stopped_ = true;
   inventory_.stopWaiting();
   // Never given back.
-  for (int turns = inventory_.publishersAtOnce(); turns > 0; --turns) publishers_.acquire();
+  for (int turns = inventory_.publishersAtOnce(); turns > 0; --turns) transactions_.acquire();
 }
 
 void Publisher::publishWaiting() {
@@ -113,37 +122,34 @@ void Publisher::publishWaiting() {
 }
 
 void Publisher::publish(std::span<std::unique_ptr<Finished>> batch) {
-  std::vector<inventory::Result> results;
-  for (const auto& finished : batch) {
-    finished->outcome.result.rows = finished->workplace.get();
-    results.push_back(finished->outcome.result);
-  }
-  const auto tell = [&](std::size_t at, const inventory::Published* published, const std::string& why) {
-    const std::lock_guard lock(telling_);
-    told_(*batch[at], published, why);
+  const auto refuse = [&](const char* why) {
+    for (const auto& finished : batch) listener_.tellRefused(*finished, why);
   };
-  std::string why;
-  bool isOfOne = false;  // what stands in the way of one of them may not be in that of the others
-  try {
-    const auto published = inventory_.publish(results);
-    for (std::size_t at = 0; at < batch.size(); ++at) tell(at, &published[at], {});
-    return;
-  } catch (const inventory::ServerLocked& error) {
-    why = error.what();
-    isOfOne = true;
-  } catch (const inventory::Locked& error) {
-    why = error.what();
-  } catch (const inventory::Unreachable& error) {
-    why = error.what();
-  } catch (const std::exception& error) {
-    why = error.what();
-    isOfOne = true;
-  }
-  if (isOfOne && batch.size() > 1 && !stopped_) {
+  const auto tryEach = [&](const char* why) {
+    if (batch.size() == 1 || stopped_) return refuse(why);
     for (auto& finished : batch) publish({&finished, 1});
-    return;
+  };
+  std::vector<inventory::Published> published;
+  try {
+    std::vector<inventory::Result> results;
+    for (const auto& finished : batch) {
+      finished->outcome.result.rows = finished->workplace.get();
+      results.push_back(finished->outcome.result);
+    }
+    const Turn turn(transactions_);
+    published = inventory_.publish(results);
+    for (std::size_t at = 0; at < batch.size(); ++at) listener_.published(*batch[at], published[at]);
+  } catch (const inventory::ServerLocked& error) {
+    return tryEach(error.what());
+  } catch (const inventory::Locked& error) {
+    return refuse(error.what());
+  } catch (const inventory::Unreachable& error) {
+    return refuse(error.what());
+  } catch (const std::exception& error) {
+    // One of them may have been too much for it.
+    return tryEach(error.what());
   }
-  for (std::size_t at = 0; at < batch.size(); ++at) tell(at, nullptr, why);
+  for (std::size_t at = 0; at < batch.size(); ++at) listener_.tellPublished(*batch[at], published[at]);
 }
 
 }  // namespace host

@@ -17,6 +17,7 @@ namespace host {
 
 // A collection that is whole.
 struct Finished {
+  std::size_t place = 0;  // its server's among all of them
   std::unique_ptr<Workplace> workplace;
   Outcome outcome;
   std::int64_t rows = 0;
@@ -27,11 +28,19 @@ struct Finished {
 // members may be called from any thread.
 class Publisher {
  public:
-  // What has become of a collection: the rows, or why there are none; never both. Called on a publishing
-  // thread, one at a time.
-  using Told = std::function<void(const Finished&, const inventory::Published*, const std::string& why)>;
+  // Who wants to know what has become of the collections. Called on the publishing thread.
+  class Listener {
+   public:
+    virtual ~Listener() = default;
+    // It stands in the inventory. stop() waits for this call, so it must not wait for anybody.
+    virtual void published(const Finished&, const inventory::Published&) noexcept = 0;
+    // The time to say so.
+    virtual void tellPublished(const Finished&, const inventory::Published&) noexcept = 0;
+    virtual void tellRefused(const Finished&, const char* why) noexcept = 0;
+  };
 
-  Publisher(inventory::Inventory& inventory, std::string database, Told told);
+  // `jobs` is how many threads collect.
+  Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs, Listener& listener);
 
   // A workplace for a collection, empty.
   std::unique_ptr<Workplace> workplace();
@@ -57,11 +66,12 @@ class Publisher {
 
   inventory::Inventory& inventory_;
   const std::string database_;
-  const Told told_;
+  const std::size_t jobs_;
+  Listener& listener_;
   std::atomic<bool> stopped_ = false;
-  std::counting_semaphore<> publishers_;
-  std::mutex telling_;
-  mutable std::mutex mutex_;  // of what stands below
+  std::counting_semaphore<> publishers_;    // of those who publish what waits, and tell what has become of it
+  std::counting_semaphore<> transactions_;  // while the inventory is changed
+  mutable std::mutex mutex_;                // of what stands below
   Batch waiting_;
   std::int64_t waitingRows_ = 0;
   std::chrono::steady_clock::time_point waitingSince_;

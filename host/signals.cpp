@@ -3,10 +3,18 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <utility>
+
 namespace host {
 namespace {
 
 constexpr int kEnding[] = {SIGINT, SIGTERM, SIGHUP};
+constexpr std::chrono::milliseconds kMoment{1000};
 
 // Tells the waiting thread that there is nothing left to wait for.
 int releaseSignal() {
@@ -21,23 +29,31 @@ bool isIgnored(int signalNumber) {
 
 }  // namespace
 
-EndingSignals::EndingSignals(std::function<void(int)> end) {
+EndingSignals::EndingSignals() {
   ::sigemptyset(&signals_);
   for (const int signalNumber : kEnding) {
     if (!isIgnored(signalNumber)) ::sigaddset(&signals_, signalNumber);
   }
   ::sigaddset(&signals_, releaseSignal());
   ::pthread_sigmask(SIG_BLOCK, &signals_, &former_);
-  thread_ = std::thread([this, end = std::move(end)] { await(end); });
 }
 
 EndingSignals::~EndingSignals() {
-  ::pthread_kill(thread_.native_handle(), releaseSignal());
-  thread_.join();
+  ignore();
   ::pthread_sigmask(SIG_SETMASK, &former_, nullptr);
 }
 
-void EndingSignals::await(const std::function<void(int)>& end) const {
+void EndingSignals::await(std::function<void(int)> end) {
+  thread_ = std::thread([this, end = std::move(end)] { wait(end); });
+}
+
+void EndingSignals::ignore() {
+  if (!thread_.joinable()) return;
+  ::pthread_kill(thread_.native_handle(), releaseSignal());
+  thread_.join();
+}
+
+void EndingSignals::wait(const std::function<void(int)>& end) const {
   int signalNumber = 0;
   while (::sigwait(&signals_, &signalNumber) != 0) {
   }
@@ -46,6 +62,28 @@ void EndingSignals::await(const std::function<void(int)>& end) const {
   ::sigdelset(&ending, releaseSignal());
   ::pthread_sigmask(SIG_UNBLOCK, &ending, nullptr);
   end(signalNumber);
+}
+
+void tryForAMoment(std::function<void()> work) {
+  struct State {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool isDone = false;
+  };
+  const auto state = std::make_shared<State>();
+  try {
+    std::thread([state, work = std::move(work)] {
+      work();
+      const std::lock_guard lock(state->mutex);
+      state->isDone = true;
+      state->changed.notify_one();
+    }).detach();
+  } catch (const std::system_error&) {
+    return;
+  }
+  // By the system's clock, which the thread sanitizer of GCC 12 understands.
+  std::unique_lock lock(state->mutex);
+  state->changed.wait_until(lock, std::chrono::system_clock::now() + kMoment, [&] { return state->isDone; });
 }
 
 void endBySignal(int signalNumber) {

@@ -6,18 +6,35 @@
 
 #include <cerrno>
 #include <cstring>
-#include <stdexcept>
 #include <string>
+#include <thread>
 
 #include "host/descriptor.h"
 
 namespace host {
+namespace {
 
-void appendToLog(const std::filesystem::path& file, std::string_view records) {
+constexpr std::chrono::milliseconds kNap{5};
+
+// False when somebody else has it all the time. A file system without locks has nobody else either.
+bool lock(const Descriptor& log, std::chrono::milliseconds wait) {
+  const auto end = std::chrono::steady_clock::now() + wait;
+  while (::flock(log.number(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno == EINTR) continue;
+    if (errno != EWOULDBLOCK) return true;
+    if (std::chrono::steady_clock::now() >= end) return false;
+    std::this_thread::sleep_for(kNap);
+  }
+  return true;
+}
+
+}  // namespace
+
+void appendToLog(const std::filesystem::path& file, std::string_view records,
+                 std::chrono::milliseconds wait) {
   if (records.empty()) return;
-  const auto fail = [&](const char* why) {
-    throw std::runtime_error("Can't write the log " + file.string() + ": " + why);
-  };
+  const std::string what = "Can't write the log " + file.string() + ": ";
+  const auto fail = [&](const char* why) { throw std::runtime_error(what + why); };
   // Opening a FIFO would else wait for a reader.
   const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
   const Descriptor log(::open(file.c_str(), flags, 0666));
@@ -27,7 +44,7 @@ void appendToLog(const std::filesystem::path& file, std::string_view records) {
   if (!S_ISREG(status.st_mode)) fail(S_ISFIFO(status.st_mode) ? "it is a FIFO" : "it is not a plain file");
 
   // One writer at a time, so that half a text can be taken back.
-  ::flock(log.number(), LOCK_EX);
+  if (!lock(log, wait)) throw LogLocked(what + "it is locked by somebody else");
   if (::fstat(log.number(), &status) != 0) fail(std::strerror(errno));
   while (!records.empty()) {
     const ssize_t written = ::write(log.number(), records.data(), records.size());

@@ -181,6 +181,13 @@ std::string Database::value(std::string_view sql) {
   return std::string(statement.text(0).value_or(""));
 }
 
+std::int64_t Database::memoryInUse() const {
+  int bytes = 0;
+  int ignored = 0;
+  sqlite3_db_status(db_.get(), SQLITE_DBSTATUS_CACHE_USED, &bytes, &ignored, 0);
+  return bytes;
+}
+
 bool Database::hasMoved() const {
   int moved = 0;
   sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_HAS_MOVED, &moved);

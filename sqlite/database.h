@@ -140,6 +140,9 @@ class Database {
   // How many rows the last insert, update or delete has touched.
   std::int64_t changes() const { return sqlite3_changes64(db_.get()); }
 
+  // What its pages take of memory, in bytes.
+  std::int64_t memoryInUse() const;
+
   bool inTransaction() const { return sqlite3_get_autocommit(db_.get()) == 0; }
 
   // Whether the file has been removed, or another one has taken its name.

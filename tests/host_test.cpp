@@ -92,6 +92,8 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
       {{"collect", kWeb01, "--database", here, "--only", "Healht"}, "Health, Identity"},
       {{"collect", kWeb01, "--database", here, "--only", "Health", "--site", "1"}, "--site: nothing"},
       {{"collect", kWeb01, "--database", here, "--jobs", "0"}, "--jobs"},
+      {{"collect", kWeb01, "--database", here, "--max-size", "-1"}, "it must be greater than 0"},
+      {{"collect", kWeb01, "--database", here, "--max-size", "0KB"}, "it must be greater than 0"},
       {{"collect", kWeb01, "--database", here, "--log-dir", broken}, "it is not a directory"},
       {{"collect", broken, "--database", here}, "broken: " + broken},
       {{"collect", path("gone.xml"), "--database", here}, "gone: " + path("gone.xml")},

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sched.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -357,10 +358,11 @@ TEST_F(Publication, RefusesSomebodyElsesTablesAndServersWithoutARow) {
 TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
   collect({"A=" + state(1)});
   const Strings before = rows();
+  const std::string now = changed(state(2));
   Database other(database_, Database::Mode::kReadWrite, {});
   const auto start = [&](const std::string& wait) {
     return std::make_unique<test::Program>(
-        folder_, Arguments{"collect", "A=" + state(2), "--wait", wait, "--database", database_.string()});
+        folder_, Arguments{"collect", "A=" + now, "--wait", wait, "--database", database_.string()});
   };
   for (const bool reads : {true, false}) {
     std::optional<sqlite::ReadTransaction> reader;
@@ -369,6 +371,7 @@ TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
     Result result = start("0.01")->end();
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("locked by somebody else"), std::string::npos) << result.err;
+    EXPECT_NE(result.out.find("all of them: the logs in "), std::string::npos) << result.out;
     const auto interrupted = start("100000");
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     ::kill(interrupted->id(), SIGTERM);
@@ -380,9 +383,30 @@ TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
     EXPECT_EQ(rows(), before);
     reader.reset();
     writer.reset();
-    EXPECT_EQ(patient->end().status, 0);
+    EXPECT_EQ(patient->end().status, 1);
     collect({"A=" + state(1)});
   }
+}
+
+TEST_F(Publication, IsNotHeldUpByWhoeverDoesNotRead) {
+  collect({"A=" + state(1)});
+  const Strings before = rows();
+  int ends[2];
+  ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+  const std::string full(static_cast<std::size_t>(::fcntl(ends[1], F_SETPIPE_SZ, 4096)), 'x');
+  ASSERT_EQ(::write(ends[1], full.data(), full.size()), static_cast<ssize_t>(full.size()));
+  test::Program program(folder_, {"collect", "A=" + state(2), "--database", database_.string()},
+                        [&] { ::dup2(ends[1], STDOUT_FILENO); });
+  // What it has published it wants to say.
+  while (rows() == before) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  ::kill(program.id(), SIGINT);
+  const Result result = program.end();
+  EXPECT_EQ(result.status, -SIGINT);
+  EXPECT_EQ(result.err, "iisinventory: ended by a signal; in the inventory: A; not touched: none\n");
+  EXPECT_TRUE(fs::is_empty(folder_ / "temporary"));
+  ::close(ends[0]);
+  ::close(ends[1]);
 }
 
 // Lets this process mount what nobody else sees. False where it may not.
@@ -509,7 +533,8 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
   const auto elsewhere = [&] { ::setenv("TMPDIR", place.c_str(), 1); };
   {
     const Disk disk(place, 60);
-    collect({"A=" + small}, 2, "No space left on device", elsewhere);
+    const Result none = collect({"A=" + small, "B=" + small}, 2, "No space left on device", elsewhere);
+    EXPECT_NE(none.err.find("\niisinventory: B: not published: "), std::string::npos) << none.err;
   }
   const Disk disk(place, 2048);
   const Result result = collect({"A=" + large}, 2, "space left", elsewhere);
@@ -526,6 +551,8 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
       {"it is not a plain file", [&] { fs::create_symlink("/dev/full", log); }},
       {"it is a FIFO", [&] { ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0); }},
       {"Permission denied", [&] { ::close(::open(log.c_str(), O_CREAT | O_WRONLY, 0400)); }},
+      {"it is locked by somebody else",
+       [&] { ASSERT_EQ(::flock(::open(log.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600), LOCK_EX), 0); }},
   };
   for (const auto& [why, make] : troubles) {
     SCOPED_TRACE(why);
@@ -533,7 +560,7 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
     fs::remove(log);
     make();
     // What a file's owner may not do root may not either, from then on.
-    collect({"A=" + kLegacy}, 1, log.string() + ": " + why,
+    collect({"A=" + kLegacy, "--wait", "0"}, 1, log.string() + ": " + why,
             [] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0); });
     EXPECT_EQ(rows().size(), 31U);
     EXPECT_EQ(value("select count(*) from Problems where Message like 'Can''t write the log%'"), "1");
