@@ -204,7 +204,9 @@ class Collection : private Publisher::Listener {
     } catch (const std::bad_alloc&) {
       fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
-      fail(server.name + ": incomplete and not published: " + error.what());
+      // Where the private database has failed that is the cause of what followed.
+      const std::string why = finished.workplace != nullptr ? finished.workplace->database().breakdown() : "";
+      fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);
     keepLogs(server, logs, isWhole ? &finished.outcome.result : nullptr);

@@ -346,9 +346,9 @@ class ServerCollection {
       const std::string_view news = newsOf(*log);
       if (news.empty()) continue;
       for (const Record& record : parseRecords(news)) {
-        if (record.number == kOutOfMemory) lost_ = "out of memory: " + record.message;
+        if (record.number == kOutOfMemory) keepLost("out of memory: " + record.message);
         // What the record about the lost record would have told.
-        if (record.message.starts_with(kLostRecord)) lost_ = record.message;
+        if (record.message.starts_with(kLostRecord)) keepLost(record.message);
         outcome_.result.problems.push_back(place_.problemOf(record, server_.name));
       }
     }
@@ -359,9 +359,14 @@ class ServerCollection {
     try {
       return log.news();
     } catch (const std::runtime_error& error) {
-      lost_ = error.what();
+      keepLost(error.what());
       return {};
     }
+  }
+
+  // What comes first is the cause of what follows.
+  void keepLost(const std::string& why) {
+    if (lost_.empty()) lost_ = why;
   }
 
   void prove() {

@@ -241,8 +241,10 @@ class SqliteInventory : public Inventory {
 
   void openForPublishing() {
     std::error_code error;
-    if (!std::filesystem::exists(file_, error) && !error) return requireWritableDirectory();
+    if (!std::filesystem::exists(file_, error) && !error) return requireWritableDirectory("make", file_);
     open(Database::Mode::kReadWrite);
+    // SQLite's journal stands beside the file itself, wherever links to it are.
+    requireWritableDirectory("use", std::filesystem::canonical(file_, error));
     leaveWriteAheadMode();
     // Somebody who is at work may be done by the time that there is something to publish.
     requireTaker();
@@ -318,11 +320,11 @@ class SqliteInventory : public Inventory {
     checkedSchema_.clear();
   }
 
-  void requireWritableDirectory() const {
+  void requireWritableDirectory(const std::string& purpose, const std::filesystem::path& file) const {
     const auto refuse = [&](const std::string& why) {
-      throw Error("Can't make the database '" + file_ + "': " + why);
+      throw Error("Can't " + purpose + " the database '" + file_ + "': " + why);
     };
-    const std::filesystem::path folder = std::filesystem::absolute(file_).parent_path();
+    const std::filesystem::path folder = std::filesystem::absolute(file).parent_path();
     std::error_code error;
     if (!std::filesystem::is_directory(folder, error)) refuse("its directory doesn't exist");
     if (::access(folder.c_str(), W_OK | X_OK) != 0) {
@@ -357,9 +359,15 @@ class SqliteInventory : public Inventory {
 
   void leaveWriteAheadMode() {
     attempt([&] {
-      if (database_->value("pragma journal_mode") == "wal" &&
-          database_->value("pragma journal_mode = delete") != "delete") {
-        throw Locked("Can't use the database '" + file_ + "': it is locked by somebody else");
+      if (database_->value("pragma journal_mode") == "wal") {
+        if (database_->value("pragma journal_mode = delete") != "delete") {
+          throw Locked("Can't use the database '" + file_ + "': it is locked by somebody else");
+        }
+        // For one process alone SQLite doesn't use the index of the log that a killed one has left, nor
+        // remove it.
+        std::error_code ignored;
+        const char* const file = sqlite3_db_filename(database_->raw(), "main");
+        std::filesystem::remove(std::string(file) + "-shm", ignored);
       }
       database_->execute("pragma locking_mode = normal; select count(*) from sqlite_schema");
     });

@@ -146,7 +146,7 @@ Statement Database::prepareNext(std::string_view& sql) {
   }
   // SQLite would silently end at a NUL character, and a shortened statement may do harm.
   if (sql.find('\0') != std::string_view::npos) {
-    throw Error(Cause::kBadSql, "Database '" + name_ + "': the SQL text holds a NUL character");
+    throw Error(Cause::kBadSql, title() + ": the SQL text holds a NUL character");
   }
   sqlite3_stmt* prepared = nullptr;
   const char* tail = nullptr;
@@ -215,17 +215,24 @@ void Database::fail(int result) const {
     case SQLITE_NOTADB:
       failUnusable(Cause::kUnusable, "it is not a database");
     case SQLITE_READONLY:
+      if (code == SQLITE_READONLY_ROLLBACK || code == SQLITE_READONLY_RECOVERY ||
+          code == SQLITE_READONLY_CANTINIT) {
+        failUnusable(
+            Cause::kUnusable,
+            "somebody who was writing to it has been killed, and to undo what is half done takes the "
+            "right to write to it and to its directory; the next one who uses it and has that right "
+            "undoes it");
+      }
       failUnusable(Cause::kUnusable, "it is read-only");
     case SQLITE_CANTOPEN:
-      failUnusable(name_.empty() || sqlite3_db_filename(db_.get(), "main")[0] == '\0' ? Cause::kLack
-                                                                                      : Cause::kUnusable,
-                   "a file beside it can't be opened, so its directory may be read-only");
+      if (isTemporary()) failUnusable(Cause::kLack, "its file can't be made in the temporary directory");
+      failUnusable(Cause::kUnusable, "a file beside it can't be opened, so its directory may be read-only");
     case SQLITE_FULL:
       failUnusable(Cause::kLack, "there is no space left: " + message);
     case SQLITE_NOMEM:
       failUnusable(Cause::kLack, "out of memory");
     case SQLITE_IOERR: {
-      const int cause = sqlite3_system_errno(db_.get());
+      const int cause = systemError();
       const bool lack = code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || cause == ENOSPC ||
                         cause == EDQUOT || cause == EFBIG;
       failUnusable(lack ? Cause::kLack : Cause::kUnusable,
@@ -234,17 +241,34 @@ void Database::fail(int result) const {
     case SQLITE_CORRUPT:
       failUnusable(Cause::kUnusable, "it is damaged: " + message);
     case SQLITE_CONSTRAINT:
-      throw Error(Cause::kConstraint, "Database '" + oneLine(name_) + "': " + message);
+      throw Error(Cause::kConstraint, title() + ": " + message);
     case SQLITE_ERROR:
       throw Error(message.starts_with("no such table") ? Cause::kNoTable : Cause::kBadSql,
-                  "Database '" + oneLine(name_) + "': " + message);
+                  title() + ": " + message);
     default:
-      throw Error(Cause::kOther, "Database '" + oneLine(name_) + "': " + message);
+      throw Error(Cause::kOther, title() + ": " + message);
   }
 }
 
 void Database::failUnusable(Cause cause, const std::string& why) const {
-  throw Error(cause, "Can't use the database '" + oneLine(name_) + "': " + why);
+  const std::string what = isTemporary() ? "temporary database" : "database '" + oneLine(name_) + "'";
+  throw Error(cause, "Can't use the " + what + ": " + why);
+}
+
+std::string Database::title() const {
+  return isTemporary() ? "Temporary database" : "Database '" + oneLine(name_) + "'";
+}
+
+bool Database::isTemporary() const {
+  const char* const file = db_ != nullptr ? sqlite3_db_filename(db_.get(), "main") : nullptr;
+  return file != nullptr && *file == '\0';
+}
+
+// SQLite keeps the error of a step, but not that of a commit, which only the file knows.
+int Database::systemError() const {
+  int error = sqlite3_system_errno(db_.get());
+  if (error == 0) sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_LAST_ERRNO, &error);
+  return error;
 }
 
 Transaction::Transaction(Database& database) : database_(database) {

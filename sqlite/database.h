@@ -119,14 +119,16 @@ class Database {
 
   // Opens a database that nobody else sees: in memory, and in a nameless file of the temporary directory when
   // it grows beyond `cacheKibibytes`. No journal, no lock, no sync: after a failure of kind kLack what stands
-  // in it is not to be relied on. `name` stands for it in messages.
+  // in it is not to be relied on. `name` stands for it in the program; messages call it temporary.
   Database(std::string name, int cacheKibibytes);
 
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
-  // What messages call it.
   const std::string& name() const { return name_; }
+
+  // What messages begin with.
+  std::string title() const;
 
   // Runs every statement of the text and drops the rows they give.
   void execute(std::string_view sql);
@@ -165,6 +167,8 @@ class Database {
   void open(const char* file, int flags);
   void requirePlainFile(const std::filesystem::path& file, Mode mode) const;
   void readHead(bool mayUndo);
+  bool isTemporary() const;
+  int systemError() const;
   Statement prepareNext(std::string_view& sql);
   [[noreturn]] void failUnusable(Cause cause, const std::string& why) const;
 

@@ -37,6 +37,11 @@ using test::Result;
 
 const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
 
+// What a file's owner may not do root may not either, from then on.
+void withoutRights() {
+  ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
+}
+
 class Publication : public testing::Test {
  protected:
   // A server in a state of its own: no row, but for a pool's name, is that of another state. Gives the file.
@@ -320,7 +325,7 @@ TEST_F(Publication, TurnsAFileOfVersionOneIntoOneWithoutALog) {
     EXPECT_EQ(value("pragma journal_mode"), "delete");
     EXPECT_EQ(value("pragma integrity_check"), "ok");
     EXPECT_EQ(value("select count(distinct tbl_name) from sqlite_schema where type = 'index'"), "20");
-    for (const char* beside : {"-wal", "-journal"}) {
+    for (const char* beside : {"-wal", "-shm", "-journal"}) {
       EXPECT_FALSE(fs::exists(database_.string() + beside)) << beside;
     }
     // They say whose they are, so that their next collection replaces them.
@@ -350,6 +355,9 @@ TEST_F(Publication, RefusesSomebodyElsesTablesAndServersWithoutARow) {
   collect({"A=" + empty, "B=" + kLegacy}, 1);
   EXPECT_EQ(rows().size(), 2 * before.size());
 
+  fs::permissions(database_.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+  collect({"A=" + kLegacy}, 2, "its directory can't be written to", withoutRights);
+  fs::permissions(database_.parent_path(), fs::perms::owner_all);
   execute("alter table tblHealth rename column \"Enable pinging\" to Pings; drop table tblIdentity");
   collect({"A=" + kLegacy}, 2, "tblHealth has no column 'Enable pinging'");
   EXPECT_EQ(value("select count(*) from sqlite_schema where name = 'tblIdentity'"), "0");
@@ -523,11 +531,15 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
   // Long names, so that what is private doesn't stay in memory.
   const std::string small = state(1);
   const std::string large = changed(state(2, 1000), "State 2 site", std::string(12000, 'x'));
-  const auto limit = [] {
-    const rlimit shortFiles{100 * 1024, 100 * 1024};
-    if (::setrlimit(RLIMIT_FSIZE, &shortFiles) != 0) throw std::runtime_error("no limit");
+  const auto limited = [](rlim_t kibibytes) {
+    return [kibibytes] {
+      const rlimit shortFiles{kibibytes * 1024, kibibytes * 1024};
+      if (::setrlimit(RLIMIT_FSIZE, &shortFiles) != 0) throw std::runtime_error("no limit");
+    };
   };
-  collect({"A=" + small}, 2, "File too large", limit);
+  collect({"A=" + small}, 2, "File too large", limited(100));
+  collect({"A=" + large}, 2, "the temporary database: disk I/O error: File too large", limited(400));
+  collect({"A=" + state(1, 300)}, 2, "inventory.db': disk I/O error: File too large", limited(400));
   if (!ownMounts()) GTEST_SKIP() << "nothing may be mounted here";
   const fs::path place = folder_.folder("disk");
   const auto elsewhere = [&] { ::setenv("TMPDIR", place.c_str(), 1); };
@@ -537,7 +549,8 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
     EXPECT_NE(none.err.find("\niisinventory: B: not published: "), std::string::npos) << none.err;
   }
   const Disk disk(place, 2048);
-  const Result result = collect({"A=" + large}, 2, "space left", elsewhere);
+  const Result result =
+      collect({"A=" + large}, 2, "the temporary database: there is no space left", elsewhere);
   EXPECT_NE(result.err.find("the former inventory stands"), std::string::npos) << result.err;
   EXPECT_EQ(rows(), before);
   EXPECT_TRUE(fs::is_empty(place));
@@ -559,9 +572,7 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
     fs::remove(database_);
     fs::remove(log);
     make();
-    // What a file's owner may not do root may not either, from then on.
-    collect({"A=" + kLegacy, "--wait", "0"}, 1, log.string() + ": " + why,
-            [] { ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0); });
+    collect({"A=" + kLegacy, "--wait", "0"}, 1, log.string() + ": " + why, withoutRights);
     EXPECT_EQ(rows().size(), 31U);
     EXPECT_EQ(value("select count(*) from Problems where Message like 'Can''t write the log%'"), "1");
     EXPECT_EQ(value("select count(*) from Problems"), "6");

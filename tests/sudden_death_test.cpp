@@ -2,6 +2,8 @@
 // moments.
 
 #include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/prctl.h>
 
 #include <chrono>
 #include <csignal>
@@ -24,6 +26,10 @@ using std::chrono::steady_clock;
 using test::Program;
 
 const Strings kServers = {"WEB01", "WEB02"};
+
+std::ptrdiff_t countOf(const fs::path& folder) {
+  return std::distance(fs::directory_iterator(folder), {});
+}
 
 void nap() {
   std::this_thread::sleep_for(std::chrono::microseconds(100));
@@ -92,9 +98,11 @@ TEST_F(SuddenDeath, LeavesEachServerOldOrNew) {
   for (int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE(round);
     const int signal = round % 4 == 3 ? SIGINT : SIGKILL;
+    const std::ptrdiff_t leftovers = countOf(temporary_);
     const auto program = collect(round % 2);
     const test::Result result = end(*program, round % 3 > 0, signal);
     EXPECT_TRUE(result.status == -signal || result.status == 0) << result.status;
+    EXPECT_TRUE(signal == SIGKILL || countOf(temporary_) <= leftovers) << "a private folder has stayed";
     ended += result.status != 0;
     // Too early it ends by the signal alone.
     const bool told = result.err.find("ended by a signal") != std::string::npos;
@@ -140,6 +148,12 @@ TEST_F(SuddenDeath, IsClearedUpAfterByTheNextUser) {
     }));
     ASSERT_NE(test::contents(journal_)[0], '\0');
     if (shows) {
+      fs::permissions(database_.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+      const auto refused = test::run(folder_, {"show", "--database", database_.string()},
+                                     [] { prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0); });
+      fs::permissions(database_.parent_path(), fs::perms::owner_all);
+      EXPECT_EQ(refused.status, 2) << refused.out;
+      EXPECT_NE(refused.err.find("has been killed"), std::string::npos) << refused.err;
       const auto shown = test::run(folder_, {"show", "tblGeneral", "--database", database_.string()});
       EXPECT_EQ(std::count(shown.out.begin(), shown.out.end(), '\n'), 2 + 170 + 8) << shown.err;
       EXPECT_EQ(test::everyRow(database_), before);

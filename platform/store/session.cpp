@@ -102,7 +102,7 @@ Query& Session::query(TextView sql, TextView source) {
   sqlite::Statement statement = attempt(source, [&] { return database_->prepare(utf8); });
   if (statement.columnCount() == 0) {
     throw Failure(number::kBadSql,
-                  automation::fromUtf8("Database '" + database_->name() + "': the statement gives no rows"),
+                  automation::fromUtf8(database_->title() + ": the statement gives no rows"),
                   Text(source));
   }
   auto columns = describe(statement);
