@@ -7,6 +7,7 @@
 #include <limits>
 #include <nlohmann/json.hpp>
 #include <string_view>
+#include <utility>
 
 #include "automation/text.h"
 #include "host/terminal_text.h"
@@ -145,11 +146,11 @@ void printJson(const Listing& listing, Output& output) {
     for (std::size_t at = 0; at < row.size(); ++at) {
       auto& member = object[listing.columns[at].name];
       if (!row[at]) continue;
-      if (listing.columns[at].isNumber) {
-        member = std::stoll(*row[at]);
-      } else {
-        member = *row[at];
-      }
+      member = *row[at];
+      const Listing::Column& column = listing.columns[at];
+      if (!column.isNumber && !column.isJson) continue;
+      auto value = nlohmann::ordered_json::parse(*row[at], nullptr, false);
+      if (column.isNumber ? value.is_number() : value.is_object()) member = std::move(value);
     }
     output.write(first ? "\n  " : ",\n  ");
     output.write(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));

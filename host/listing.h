@@ -20,6 +20,7 @@ struct Listing {
   struct Column {
     std::string name;
     bool isNumber = false;
+    bool isJson = false;
   };
   std::vector<Column> columns;
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
@@ -30,7 +31,7 @@ struct Listing {
 // kTable goes through the rows twice, the first time for the widths. On a terminal where they don't fit
 // beside each other the columns stand below each other; elsewhere nothing is broken. A value that wasn't
 // written shows as "-". kCsv is that of RFC 4180, with an empty field for it, kJson an array of objects, with
-// a null.
+// a null; numbers and JSON values are there what they are, and texts where they are none.
 void print(const Listing& listing, Format format, Output& output);
 
 }  // namespace host

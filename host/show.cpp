@@ -28,7 +28,13 @@ void takeTables(inventory::Snapshot& snapshot, const std::vector<std::string>& n
 }
 
 void takeRows(inventory::Snapshot& snapshot, const std::string& table, Picture& picture) {
-  for (std::string& name : snapshot.columnNames(table)) picture.columns.push_back({std::move(name), false});
+  const bool isOwn = table == inventory::kCollectionsTable;
+  for (std::string& name : snapshot.columnNames(table)) {
+    const bool isNumber =
+        isOwn && std::ranges::find(inventory::kNumberColumns, name) != std::end(inventory::kNumberColumns);
+    const bool isJson = isOwn && name == inventory::kJsonColumn;
+    picture.columns.push_back({std::move(name), isNumber, isJson});
+  }
   snapshot.forEach(table, [&](std::span<const inventory::Cell> row) { picture.rows.add(row); });
 }
 

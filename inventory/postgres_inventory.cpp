@@ -399,7 +399,7 @@ class Publication {
       for (const Problem& problem : published[each].problems) take(problemValues(server, problem));
     });
     addRecords(collectionsTable(), results.size(), [&](std::size_t each, const auto& take) {
-      take(collectionValues(results[each], published[each].added, published[each].problems.size()));
+      take(collectionValues(results[each], utcNow(), published[each].added, published[each].problems.size()));
     });
     CopyIn copy(connection_,
                 "copy " + place_.table(kCurrent) + " (publication, server_id, parts) from stdin");

@@ -16,6 +16,13 @@ namespace {
 
 using nlohmann::json;
 
+// Whether a text is what every database takes: UTF-8 without a NUL. Most are plain ASCII.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) > 0; });
+}
+
+}  // namespace
+
 std::string utcNow() {
   using namespace std::chrono;
   const auto now = floor<milliseconds>(system_clock::now());
@@ -28,13 +35,6 @@ std::string utcNow() {
                 static_cast<int>(now.time_since_epoch().count() % 1000));
   return text;
 }
-
-// Whether a text is what every database takes: UTF-8 without a NUL. Most are plain ASCII.
-bool isPlain(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) > 0; });
-}
-
-}  // namespace
 
 const Table& collectionsTable() {
   static const Table table{
@@ -52,13 +52,13 @@ const Table& problemsTable() {
 }
 
 ColumnType columnType(std::string_view column) {
-  if (column == "File size" || column == "Rows" || column == "Problems" || column == "Notes") {
-    return ColumnType::kInteger;
-  }
-  return column == "Seconds" ? ColumnType::kReal : ColumnType::kText;
+  if (column == "Seconds") return ColumnType::kReal;
+  const bool isNumber = std::ranges::find(kNumberColumns, column) != std::end(kNumberColumns);
+  return isNumber ? ColumnType::kInteger : ColumnType::kText;
 }
 
-std::vector<Value> collectionValues(const Result& result, const RowCounts& added, std::size_t problems) {
+std::vector<Value> collectionValues(const Result& result, const std::string& published,
+                                    const RowCounts& added, std::size_t problems) {
   json byTable = json::object();
   for (std::size_t at = 0; at < added.size(); ++at) {
     if (added[at] > 0) byTable[std::string(tables()[at].name)] = added[at];
@@ -68,20 +68,13 @@ std::vector<Value> collectionValues(const Result& result, const RowCounts& added
   const Origin& origin = result.origin;
   // A number of so few digits is the same text wherever it is kept.
   const double seconds = std::round(origin.seconds * 1000) / 1000;
-  return {origin.server,
-          origin.file,
-          origin.fileSize,
-          origin.fileTime,
-          origin.sha256,
-          origin.started,
-          utcNow(),
-          origin.version,
-          origin.selection,
-          std::accumulate(added.begin(), added.end(), std::int64_t{0}),
-          byTable.dump(),
-          static_cast<std::int64_t>(result.problems.size() + problems) - notes,
-          std::int64_t{notes},
-          seconds};
+  return {origin.server,       origin.file,
+          origin.fileSize,     origin.fileTime,
+          origin.sha256,       origin.started,
+          published,           origin.version,
+          origin.selection,    std::accumulate(added.begin(), added.end(), std::int64_t{0}),
+          byTable.dump(),      static_cast<std::int64_t>(result.problems.size() + problems) - notes,
+          std::int64_t{notes}, seconds};
 }
 
 std::vector<Value> problemValues(const std::string& server, const Problem& problem) {

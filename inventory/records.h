@@ -15,7 +15,7 @@
 
 namespace inventory {
 
-inline constexpr std::string_view kCollections = "Collections";
+inline constexpr std::string_view kCollections = kCollectionsTable;
 inline constexpr std::string_view kProblems = "Problems";
 
 // The tables that tell of the collections themselves. Most of their columns are text.
@@ -24,9 +24,13 @@ const Table& problemsTable();
 enum class ColumnType { kText, kInteger, kReal };
 ColumnType columnType(std::string_view column);
 
+// The moment in UTC, as an inventory keeps it.
+std::string utcNow();
+
 // The rows of these tables, value by value.
 using Value = std::variant<std::string, std::int64_t, double>;
-std::vector<Value> collectionValues(const Result& result, const RowCounts& added, std::size_t problems);
+std::vector<Value> collectionValues(const Result& result, const std::string& published,
+                                    const RowCounts& added, std::size_t problems);
 std::vector<Value> problemValues(const std::string& server, const Problem& problem);
 
 // The items that a publication's part replaces, out of those that stand there.

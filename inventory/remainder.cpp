@@ -43,17 +43,19 @@ std::string Remainder::toText() const {
 }
 
 Remainder Remainder::fromText(std::string_view text) {
-  Remainder remainder;
-  const auto all = nlohmann::json::parse(text, nullptr, false);
-  if (!all.is_array()) return remainder;
-  for (const auto& entry : all) {
-    if (!entry.is_object()) continue;
-    Part part{entry.value("table", ""), kindOf(entry.value("of", "")), !entry.contains("only"), {}};
-    const char* const list = part.everyItem ? "without" : "only";
-    if (entry.contains(list)) part.items = entry[list].get<std::set<std::string>>();
-    remainder.parts_.push_back(std::move(part));
+  try {
+    Remainder remainder;
+    const auto all = nlohmann::json::parse(text);
+    for (const auto& entry : all.get_ref<const nlohmann::json::array_t&>()) {
+      Part part{entry.at("table"), kindOf(entry.value("of", "")), !entry.contains("only"), {}};
+      const char* const list = part.everyItem ? "without" : "only";
+      if (entry.contains(list)) part.items = entry.at(list).get<std::set<std::string>>();
+      remainder.parts_.push_back(std::move(part));
+    }
+    return remainder;
+  } catch (const nlohmann::json::exception&) {
+    throw Error("what is kept of a former publication can't be understood");
   }
-  return remainder;
 }
 
 void Remainder::subtract(const Scope& scope) {

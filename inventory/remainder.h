@@ -41,7 +41,7 @@ class Remainder {
   // The kinds of rows that a table may hold.
   static std::span<const ItemKind> kindsOf(const Table& table);
 
-  // Text that keeps it, and what it is from such a text; a text that is none gives an empty one.
+  // Text that keeps it, and what it is from such a text. Throws Error for a text that is none.
   std::string toText() const;
   static Remainder fromText(std::string_view text);
 

@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 #include <set>
 #include <system_error>
+#include <thread>
 #include <utility>
 
 #include "inventory/records.h"
@@ -25,13 +26,12 @@ using sqlite::quotedName;
 using sqlite::Statement;
 using std::string_literals::operator""s;
 
-// "Still current" keeps what of a publication hasn't been replaced since, and "Rows without a path" the rows
-// that don't tell their server by themselves.
-std::vector<std::string_view> collectionColumns() {
-  std::vector<std::string_view> columns = collectionsTable().columns;
-  columns.insert(columns.end(), {"Still current", "Rows without a path"});
-  return columns;
-}
+constexpr std::string_view kBookkeeping = "Collections bookkeeping";
+
+// Of each row of "Collections", which the server and the time of publication tell from others: what of it
+// hasn't been replaced since, and copies of its rows that don't tell their server by themselves.
+constexpr std::string_view kBookkeepingColumns[] = {"Server name", "Published", "Still current",
+                                                    "Rows without a path"};
 
 std::string namesOf(std::span<const std::string_view> columns) {
   std::string names;
@@ -395,20 +395,25 @@ class SqliteInventory : public Inventory {
                     "beside them");
       }
       for (const Table& table : tables()) requireColumns(table.name, table.columns);
-      requireColumns(kCollections, collectionColumns());
+      requireColumns(kCollections, collectionsTable().columns);
       requireColumns(kProblems, problemsTable().columns);
+      requireColumns(kBookkeeping, kBookkeepingColumns);
     });
+  }
+
+  bool hasColumn(std::string_view table, std::string_view column) {
+    Statement& look = statement("select 1 from pragma_table_info(?) where name = ? collate nocase");
+    look.bind(1, table);
+    look.bind(2, column);
+    const bool there = look.step();
+    look.reset();
+    return there;
   }
 
   void requireColumns(std::string_view table, std::span<const std::string_view> columns) {
     if (!hasTable(table)) return;
-    Statement& look = statement("select 1 from pragma_table_info(?) where name = ? collate nocase");
-    look.bind(1, table);
     for (const std::string_view column : columns) {
-      look.bind(2, column);
-      const bool there = look.step();
-      look.reset();
-      if (there) continue;
+      if (hasColumn(table, column)) continue;
       throw Error("The database '" + file_ + "' can't take an inventory: its table " + std::string(table) +
                   " has no column '" + std::string(column) + "'");
     }
@@ -423,11 +428,25 @@ class SqliteInventory : public Inventory {
       database_->execute(
           indexSql(table.name, tellsServer(table) ? quotedName(kServerColumn) : serverInPath()));
     }
-    database_->execute(creationSqlOf(kCollections, collectionColumns()));
+    database_->execute(creationSqlOf(kCollections, collectionsTable().columns));
     database_->execute(creationSqlOf(kProblems, problemsTable().columns));
-    database_->execute(indexSql(kCollections, quotedName(kServerColumn)));
-    database_->execute(indexSql(kProblems, quotedName(kServerColumn)));
+    database_->execute(creationSqlOf(kBookkeeping, kBookkeepingColumns));
+    for (const std::string_view table : {kCollections, kProblems, kBookkeeping}) {
+      database_->execute(indexSql(table, quotedName(kServerColumn)));
+    }
+    moveBookkeeping();
     checkedSchema_ = database_->value("pragma schema_version");
+  }
+
+  // Earlier the bookkeeping stood beside what it is about.
+  void moveBookkeeping() {
+    if (!hasColumn(kCollections, kBookkeepingColumns[2])) return;
+    const std::string names = namesOf(kBookkeepingColumns);
+    database_->execute("insert into " + quotedName(kBookkeeping) + " (" + names + ") select " + names +
+                       " from " + quotedName(kCollections));
+    for (const std::string_view column : std::span(kBookkeepingColumns).subspan(2)) {
+      database_->execute("alter table " + quotedName(kCollections) + " drop column " + quotedName(column));
+    }
   }
 
   // Nothing where another file has taken the name.
@@ -453,7 +472,14 @@ class SqliteInventory : public Inventory {
   Published replace(const Result& result) {
     Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0), {}};
     const std::vector<std::string> spellings = spellingsOf(result.origin.server);
-    removeRowsWithoutPath(spellings, result.scope, published.replaced);
+    try {
+      removeRowsWithoutPath(spellings, result.scope, published.replaced);
+      updateCollections(spellings, result.scope);
+    } catch (const json::exception&) {
+      failDamaged(result.origin.server);
+    } catch (const Error&) {
+      failDamaged(result.origin.server);
+    }
     removeRows(spellings, result.scope, published.replaced);
     removeProblems(spellings, result.scope);
     removeProblemsWithoutTable(spellings);
@@ -462,12 +488,16 @@ class SqliteInventory : public Inventory {
     const json pathless = addRows(result, published, brought);
     for (const Problem& problem : result.problems) addProblem(result.origin.server, problem);
     for (const Problem& problem : published.problems) addProblem(result.origin.server, problem);
-    updateCollections(spellings, result.scope);
     const Remainder remainder = Remainder::of(result.scope, [&](const Table& table, ItemKind kind) {
       return brought.contains({tableIndex(table.name), kind});
     });
-    addCollection(result, published, remainder, pathless);
+    addCollection(result, timeOfPublication(spellings), published, remainder, pathless);
     return published;
+  }
+
+  [[noreturn]] void failDamaged(const std::string& server) const {
+    throw Error("The database '" + file_ + "' can't take " + server + ": what its table \"" +
+                std::string(kBookkeeping) + "\" keeps of the server can't be understood");
   }
 
   // How the name of a server is spelled in the database, and as it is given.
@@ -544,21 +574,22 @@ class SqliteInventory : public Inventory {
   void removeRowsWithoutPath(const std::vector<std::string>& spellings, const Scope& scope,
                              RowCounts& removed) {
     Statement& look = statement(
-        "select rowid, \"Rows without a path\" from \"Collections\" where \"Server name\" = ? "
+        "select rowid, \"Rows without a path\" from \"Collections bookkeeping\" where \"Server name\" = ? "
         "collate nocase and \"Rows without a path\" <> ''");
     std::vector<std::pair<std::int64_t, json>> kept;
     for (const std::string& spelling : spellings) {
       look.bind(1, spelling);
       while (look.step()) {
-        kept.emplace_back(look.number(0), json::parse(look.text(1).value_or(""), nullptr, false));
+        kept.emplace_back(look.number(0), json::parse(look.text(1).value_or("")));
       }
     }
     for (auto& [row, entries] : kept) {
-      if (!entries.is_array()) continue;
       json left = json::array();
-      for (const json& entry : entries) {
-        const std::size_t index = tableIndex(entry.value("table", ""));
-        if (index >= tables().size()) continue;
+      for (const json& entry : entries.get_ref<const json::array_t&>()) {
+        const std::size_t index = tableIndex(entry.at("table").get<std::string>());
+        if (index >= tables().size() || entry.at("row").size() != tables()[index].columns.size()) {
+          throw Error("a row of no table");
+        }
         if (isInScope(tables()[index], entry.at("row"), scope)) {
           removed[index] += removeOneLike(tables()[index], entry.at("row"));
         } else {
@@ -566,7 +597,7 @@ class SqliteInventory : public Inventory {
         }
       }
       Statement& change =
-          statement("update \"Collections\" set \"Rows without a path\" = ?2 where rowid = ?1");
+          statement("update \"Collections bookkeeping\" set \"Rows without a path\" = ?2 where rowid = ?1");
       const std::string text = left.empty() ? std::string() : left.dump();
       change.bind(1, row);
       change.bind(2, text);
@@ -648,7 +679,7 @@ class SqliteInventory : public Inventory {
     insert(kProblems, problemsTable().columns, problemValues(server, problem));
   }
 
-  void insert(std::string_view table, const std::vector<std::string_view>& columns,
+  void insert(std::string_view table, std::span<const std::string_view> columns,
               const std::vector<Value>& values) {
     Statement& insertion = statement(insertSql(table, columns));
     int parameter = 0;
@@ -661,35 +692,78 @@ class SqliteInventory : public Inventory {
 
   // Former publications lose what is replaced, and go when nothing is left of them.
   void updateCollections(const std::vector<std::string>& spellings, const Scope& scope) {
+    if (scope.whole) {
+      for (const std::string_view table : {kCollections, kBookkeeping}) {
+        runForServer(spellings, statement("delete from " + quotedName(table) +
+                                          " where \"Server name\" = ?1 collate nocase"));
+      }
+      return;
+    }
+    struct Former {
+      std::int64_t row;
+      std::string published;
+      Remainder remainder;
+    };
     Statement& look = statement(
-        "select rowid, \"Still current\" from \"Collections\" where \"Server name\" = ? collate nocase");
-    std::vector<std::pair<std::int64_t, Remainder>> former;
+        "select rowid, \"Published\", \"Still current\" from \"Collections bookkeeping\" where "
+        "\"Server name\" = ? collate nocase");
+    std::vector<Former> all;
     for (const std::string& spelling : spellings) {
       look.bind(1, spelling);
-      while (look.step()) former.emplace_back(look.number(0), Remainder::fromText(look.text(1).value_or("")));
+      while (look.step()) {
+        all.push_back({look.number(0), std::string(look.text(1).value_or("")),
+                       Remainder::fromText(look.text(2).value_or(""))});
+      }
     }
-    for (auto& [row, remainder] : former) {
-      remainder.subtract(scope);
-      if (remainder.isEmpty()) {
-        Statement& change = statement("delete from \"Collections\" where rowid = ?");
-        change.bind(1, row);
+    for (Former& former : all) {
+      former.remainder.subtract(scope);
+      if (!former.remainder.isEmpty()) {
+        Statement& change =
+            statement("update \"Collections bookkeeping\" set \"Still current\" = ?2 where rowid = ?1");
+        const std::string text = former.remainder.toText();
+        change.bind(1, former.row);
+        change.bind(2, text);
         change.run();
         continue;
       }
-      Statement& change = statement("update \"Collections\" set \"Still current\" = ?2 where rowid = ?1");
-      const std::string text = remainder.toText();
-      change.bind(1, row);
-      change.bind(2, text);
-      change.run();
+      for (const std::string_view table : {kCollections, kBookkeeping}) {
+        Statement& removal = statement("delete from " + quotedName(table) +
+                                       " where \"Server name\" = ?1 collate nocase and \"Published\" = ?2");
+        removal.bind(2, former.published);
+        runForServer(spellings, removal);
+      }
     }
   }
 
-  void addCollection(const Result& result, const Published& published, const Remainder& remainder,
-                     const json& pathless) {
-    std::vector<Value> values = collectionValues(result, published.added, published.problems.size());
-    values.emplace_back(remainder.toText());
-    values.emplace_back(pathless.empty() ? std::string() : pathless.dump());
-    insert(kCollections, collectionColumns(), values);
+  void addCollection(const Result& result, const std::string& time, const Published& published,
+                     const Remainder& remainder, const json& pathless) {
+    insert(kCollections, collectionsTable().columns,
+           collectionValues(result, time, published.added, published.problems.size()));
+    keepBooks(result.origin.server, time, remainder.toText(), pathless);
+  }
+
+  void keepBooks(const std::string& server, const std::string& time, const std::string& current,
+                 const json& pathless) {
+    insert(kBookkeeping, kBookkeepingColumns,
+           {server, time, current, pathless.empty() ? std::string() : pathless.dump()});
+  }
+
+  // A time at which nothing else of the server has been published: it tells one publication from another.
+  std::string timeOfPublication(const std::vector<std::string>& spellings) {
+    Statement& look = statement(
+        "select 1 from \"Collections\" where \"Server name\" = ?1 collate nocase and \"Published\" = ?2");
+    while (true) {
+      const std::string now = utcNow();
+      look.bind(2, now);
+      const bool isTaken = std::ranges::any_of(spellings, [&](const std::string& spelling) {
+        look.bind(1, spelling);
+        const bool found = look.step();
+        look.reset();
+        return found;
+      });
+      if (!isTaken) return now;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
   }
 
   // Problems that belong to no table are about the file as a whole, and the new ones are too.

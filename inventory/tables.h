@@ -30,6 +30,11 @@ inline constexpr std::string_view kPathColumn = "IISPath";
 inline constexpr std::string_view kSiteColumn = "Identifier";
 inline constexpr std::string_view kPoolColumn = "Application pool name";
 
+// The table of what has been published, its columns that hold a number, and the one that holds a JSON object.
+inline constexpr std::string_view kCollectionsTable = "Collections";
+inline constexpr std::string_view kNumberColumns[] = {"File size", "Rows", "Problems", "Notes", "Seconds"};
+inline constexpr std::string_view kJsonColumn = "Rows by table";
+
 // The SQL text that makes the table where it is not there.
 std::string creationSql(const Table& table);
 

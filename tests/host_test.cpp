@@ -154,6 +154,12 @@ TEST_F(Host, CollectsTheSampleAndShowsItInEachFormat) {
   EXPECT_EQ(lines(table)[0], "Server name  Application pool name");
   EXPECT_NE(table.find("WEB01        Übersicht\n"), std::string::npos);
 
+  const json collection = rows("Collections")[0];
+  EXPECT_EQ(collection["Rows"], 210);
+  EXPECT_EQ(collection["Rows by table"]["tblGeneral"], 12 + 6);
+  EXPECT_TRUE(collection["Seconds"].is_number_float());
+  EXPECT_EQ(lines(run({"show", "--database", database_}).out).back(), "Problems                        0");
+
   const Result unknown = run({"show", "tblPools", "--database", database_});
   EXPECT_EQ(unknown.status, 2);
   EXPECT_NE(unknown.err.find("tblAppPoolInfo"), std::string::npos);

@@ -294,8 +294,24 @@ TEST_F(Publication, KnowsWhoseARowWithoutAPathIsAndMakesAllOrNothingOfSeveral) {
   publish({{"B", &none}},
           {false, {{"tblvirtualDirectory", inventory::ItemKind::kSite, false, {"1"}, {"1", "2"}}}});
   EXPECT_EQ(sites(), (Strings{"2a", "2b"}));
+  // As the bookkeeping stood earlier, and damaged.
+  const auto execute = [&](const std::string& sql) {
+    Database(database_, Database::Mode::kReadWrite, {}).execute(sql);
+  };
+  execute(R"(alter table Collections add "Still current"; alter table Collections add "Rows without a path";
+             update Collections set ("Still current", "Rows without a path") =
+               (select "Still current", "Rows without a path" from "Collections bookkeeping" as kept
+                where kept."Server name" = Collections."Server name");
+             drop table "Collections bookkeeping")");
+  publish({{"C", &none}});
   publish({{"B", &none}});
   EXPECT_EQ(sites(), Strings{"2a"});
+  EXPECT_EQ(value("select count(*) from pragma_table_info('Collections')"), "14");
+  for (const char* text : {"[", "7", "[7]", R"([{"table":"tblvirtualDirectory","row":[7]}])"}) {
+    execute("update \"Collections bookkeeping\" set \"Rows without a path\" = '" + std::string(text) + "'");
+    EXPECT_THROW(publish({{"A", &fewer}}), inventory::Error) << text;
+    EXPECT_EQ(sites(), Strings{"2a"});
+  }
 }
 
 TEST_F(Publication, TurnsAFileOfVersionOneIntoOneWithoutALog) {
@@ -324,7 +340,7 @@ TEST_F(Publication, TurnsAFileOfVersionOneIntoOneWithoutALog) {
     EXPECT_EQ(value("select count(*) from tblGeneral where State = 'of 1.0.0'"), "2");
     EXPECT_EQ(value("pragma journal_mode"), "delete");
     EXPECT_EQ(value("pragma integrity_check"), "ok");
-    EXPECT_EQ(value("select count(distinct tbl_name) from sqlite_schema where type = 'index'"), "20");
+    EXPECT_EQ(value("select count(distinct tbl_name) from sqlite_schema where type = 'index'"), "21");
     for (const char* beside : {"-wal", "-shm", "-journal"}) {
       EXPECT_FALSE(fs::exists(database_.string() + beside)) << beside;
     }
