@@ -54,6 +54,14 @@ const std::string kCollectFooter =
     "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet\n"
     "  iisinventory collect fleet.zip --database postgresql://iis@db1/inventory";
 
+constexpr const char* kCopyFooter =
+    "What stands for a server is replaced whole, all servers at once. Exit status:\n"
+    "0 all of it, 1 a server isn't there, 2 nothing was copied.\n"
+    "\n"
+    "Examples:\n"
+    "  iisinventory copy --from inventory.db --to postgresql://iis@db1/inventory\n"
+    "  iisinventory copy --from service=fleet --to extract.db --server WEB01";
+
 constexpr const char* kCheckFooter =
     "Exit status: 0 nothing odd, 1 odd places, 2 something that is no metabase.\n"
     "\n"
@@ -74,6 +82,9 @@ struct Raw {
   std::vector<std::string> pools;
   std::string database;
   std::string schema = inventory::Access().schema;
+  std::string from;
+  std::string to;
+  std::vector<std::string> servers;
   std::string logDirectory;
   std::string table;
   std::string format = "table";
@@ -92,6 +103,7 @@ struct Parser {
   CLI::App* collect = app.add_subcommand("collect", "Collect servers into a database");
   CLI::App* check = app.add_subcommand("check", "Say what is odd about metabase files");
   CLI::App* show = app.add_subcommand("show", "Show what a database holds");
+  CLI::App* copy = app.add_subcommand("copy", "Copy servers from one database to another");
 
   Parser() {
     app.set_version_flag("--version", "iisinventory " IISINVENTORY_VERSION);
@@ -143,10 +155,28 @@ struct Parser {
         ->check(CLI::IsMember({"table", "csv", "json"}, CLI::ignore_case));
     addWait(show);
     show->footer(kShowFooter);
+
+    copy->add_option("--from", raw.from, "Database to copy from: a file or a server's address")
+        ->required()
+        ->type_name("DATABASE");
+    copy->add_option("--to", raw.to, "Database to copy to")->required()->type_name("DATABASE");
+    copy->add_option("--server", raw.servers, "Copy only this server (repeatable)")
+        ->type_name("NAME")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);
+    addSchema(copy);
+    addWait(copy);
+    copy->add_flag("--force", raw.force, "Also beside tables of somebody else");
+    copy->footer(kCopyFooter);
   }
 
   void addDatabase(CLI::App* command, const char* what) {
     command->add_option("--database", raw.database, what)->type_name("DATABASE");
+    addSchema(command);
+  }
+
+  void addSchema(CLI::App* command) {
     command->add_option("--schema", raw.schema, "Schema of the tables on a server (iis_inventory)")
         ->type_name("NAME");
   }
@@ -184,14 +214,18 @@ std::filesystem::path wholePath(const char* option, const std::string& path) {
 }
 
 // An address as it is, a file as its absolute path.
+std::string databaseName(const char* option, const std::string& database) {
+  if (!inventory::isOnServer(database)) return wholePath(option, database).string();
+  if (!isUtf8(database)) throw UsageError(std::string(option) + ": the address is not UTF-8");
+  static_cast<void>(inventory::shownName(database));
+  return database;
+}
+
 std::string databaseName(const Raw& raw, const char* command) {
   if (raw.database.empty()) {
     throw UsageError(std::string("--database is required (see 'iisinventory ") + command + " --help')");
   }
-  if (!inventory::isOnServer(raw.database)) return wholePath("--database", raw.database).string();
-  if (!isUtf8(raw.database)) throw UsageError("--database: the address is not UTF-8");
-  static_cast<void>(inventory::shownName(raw.database));
-  return raw.database;
+  return databaseName("--database", raw.database);
 }
 
 std::chrono::milliseconds milliseconds(double seconds) {
@@ -241,6 +275,14 @@ ShowOptions showOptions(const Raw& raw) {
   return options;
 }
 
+CopyOptions copyOptions(const Raw& raw) {
+  refuseEmpty("--server", raw.servers);
+  CopyOptions options{databaseName("--from", raw.from), databaseName("--to", raw.to), raw.servers,
+                      access(raw)};
+  if (options.from == options.to) throw UsageError("--from and --to name the same database");
+  return options;
+}
+
 }  // namespace
 
 Options parseCommandLine(int argumentCount, const char* const* arguments) {
@@ -258,12 +300,13 @@ Options parseCommandLine(int argumentCount, const char* const* arguments) {
     for (const CLI::App* subcommand : parser.app.get_subcommands()) command = " " + subcommand->get_name();
     if (command.empty() && arguments[1][0] != '-') {
       throw UsageError(std::string("there is no command '") + arguments[1] +
-                       "'; there are: collect, check, show");
+                       "'; there are: collect, check, show, copy");
     }
     throw UsageError(std::string(error.what()) + " (see 'iisinventory" + command + " --help')");
   }
   if (parser.collect->parsed()) return collectOptions(parser.raw);
   if (parser.check->parsed()) return CheckOptions{parser.raw.metabases, parser.raw.maxSize};
+  if (parser.copy->parsed()) return copyOptions(parser.raw);
   return showOptions(parser.raw);
 }
 

@@ -40,6 +40,13 @@ struct ShowOptions {
   Format format = Format::kTable;
 };
 
+struct CopyOptions {
+  std::string from;
+  std::string to;
+  std::vector<std::string> servers;  // all where none is named
+  inventory::Access access;          // of both
+};
+
 struct CheckOptions {
   std::vector<std::string> metabases;  // as given
   std::uint64_t maxSize = 0;
@@ -50,7 +57,7 @@ struct HelpOptions {
   std::string text;
 };
 
-using Options = std::variant<CollectOptions, ShowOptions, CheckOptions, HelpOptions>;
+using Options = std::variant<CollectOptions, ShowOptions, CopyOptions, CheckOptions, HelpOptions>;
 
 // Reads the command line. Throws UsageError.
 Options parseCommandLine(int argumentCount, const char* const* arguments);

@@ -58,6 +58,13 @@ class Rows {
   virtual Cell cell(std::size_t column) = 0;
 };
 
+// Rows with whose they are.
+class OwnedRows : public Rows {
+ public:
+  // The folded name of the row's server. Good until the next row.
+  virtual const std::string& server() = 0;
+};
+
 // Where the rows of a publication come from.
 class RowSource {
  public:
@@ -141,6 +148,15 @@ class Snapshot {
   virtual std::int64_t rowCount(const std::string& table) = 0;
   // In the order of publication, within it in the order in which they were collected.
   virtual void forEach(const std::string& table, const TakeRow& take) = 0;
+
+  // The servers that there is anything of, in the order of their names, as the last collection spells them.
+  virtual std::vector<std::string> servers() = 0;
+
+  // All rows of some servers in one of the tables, in the same order; none where the table isn't there.
+  // Behind the columns of "Collections" stands what of the publication hasn't been replaced since, as a text.
+  // The rows must not outlive the snapshot, and no others may be read at the same time.
+  virtual std::unique_ptr<OwnedRows> rowsOf(const std::string& table,
+                                            const std::vector<std::string>& servers) = 0;
 };
 
 // Used by one thread at a time, but for stopWaiting and for publishing where that goes side by side. Members
@@ -152,6 +168,10 @@ class Inventory {
   // Puts the results in the place of what stood for their servers, all of them or none. What is missing of
   // the tables is made with it. A server stands in one of the results at most.
   virtual std::vector<Published> publish(std::span<const Result> results) = 0;
+
+  // Puts all that another inventory has of some servers in the place of what stands for them, all of them or
+  // none.
+  virtual Published take(Snapshot& from, const std::vector<std::string>& servers) = 0;
 
   // How many threads may publish at once.
   virtual int publishersAtOnce() const { return 1; }

@@ -152,6 +152,7 @@ class CopyOut {
   bool next();
   // Good until the next row; nothing for null.
   const std::optional<std::string_view>& cell(std::size_t column) const { return cells_.at(column); }
+  std::size_t columns() const { return cells_.size(); }
 
  private:
   struct Freer {

@@ -6,6 +6,7 @@
 #include <random>
 #include <set>
 #include <thread>
+#include <unordered_map>
 #include <utility>
 
 #include "inventory/postgres_connection.h"
@@ -54,14 +55,6 @@ std::string idList(const std::vector<std::int32_t>& ids) {
   std::string list = "{";
   for (const std::int32_t id : ids) list += (list.size() == 1 ? "" : ",") + std::to_string(id);
   return list + "}";
-}
-
-std::vector<const Table*> everyTable() {
-  std::vector<const Table*> all;
-  for (const Table& table : tables()) all.push_back(&table);
-  all.push_back(&collectionsTable());
-  all.push_back(&problemsTable());
-  return all;
 }
 
 std::string_view itemColumn(ItemKind kind) {
@@ -191,7 +184,7 @@ std::unique_ptr<Connection> connect(const Place& place) {
 }
 
 // Columns as texts, for COPY.
-std::string selectTexts(const Place& place, const Table& table) {
+std::string selectTexts(const Place& place, const Table& table, const std::string& more = "") {
   std::string columns;
   for (const std::string_view column : table.columns) {
     if (!columns.empty()) columns += ", ";
@@ -210,7 +203,7 @@ std::string selectTexts(const Place& place, const Table& table) {
         break;
     }
   }
-  return "select " + columns + " from " + place.table(table.name);
+  return "select " + columns + more + " from " + place.table(table.name);
 }
 
 // One publication of several servers, in one transaction.
@@ -220,6 +213,8 @@ class Publication {
 
   // Locks the servers, for which the transaction must have begun. False where somebody else has one of them.
   bool lock(const std::vector<std::string>& keys) {
+    // More of them would be a burden to the server.
+    if (keys.size() > kMostLocks) return lockAll();
     std::string numbers = "{";
     std::set<std::int64_t> sorted;
     for (const std::string& key : keys) sorted.insert(lockNumber(place_.access.schema + '\0' + key));
@@ -228,9 +223,9 @@ class Publication {
     connection_.execute("savepoint unlocked");
     const ResultSet got = connection_.run(
         "select bool_and(got) from (select pg_try_advisory_xact_lock(n) as got from unnest($1::bigint[]) as "
-        "n) "
-        "as each",
-        {numbers + "}"});
+        "n "
+        "union all select pg_try_advisory_xact_lock_shared($2)) as each",
+        {numbers + "}", std::to_string(lockNumber(place_.access.schema + '\0'))});
     if (got.isTrue(0, 0)) return true;
     // Whoever holds some and waits for others may wait for somebody who waits for him.
     connection_.execute("rollback to savepoint unlocked");
@@ -272,6 +267,31 @@ class Publication {
                .rows() > 0;
   }
 
+  // Puts all that another inventory has of these servers in the place of what stands for them, in its order.
+  Published take(Snapshot& from, const std::vector<std::string>& names,
+                 const std::vector<std::string>& keys) {
+    std::vector<Published> removed(servers_.size());
+    for (Published& each : removed) each.replaced.assign(tables().size(), 0);
+    removeWhole(servers_, removed);
+    Published taken{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0), {}};
+    for (const Published& each : removed) {
+      for (std::size_t at = 0; at < tables().size(); ++at) taken.replaced[at] += each.replaced[at];
+    }
+    std::unordered_map<std::string, std::size_t> places;
+    for (std::size_t at = 0; at < keys.size(); ++at) places[keys[at]] = at;
+    std::vector<std::pair<std::size_t, std::string>> current;
+    std::vector<std::pair<std::size_t, Problem>> problems;
+    for (const Table* const table : everyTable()) {
+      takeRows(*table, from.rowsOf(std::string(table->name), names), names, places, taken, current, problems);
+    }
+    CopyIn copy(connection_, currentSql());
+    std::int64_t row = 0;
+    for (const auto& [place, parts] : current) addCurrent(copy, firstOrder() + ++row, place, parts);
+    copy.finish();
+    for (auto& [place, problem] : problems) taken.problems.push_back(std::move(problem));
+    return taken;
+  }
+
   std::vector<Published> replace(std::span<const Result> results) {
     std::vector<Published> published(results.size());
     for (Published& each : published) {
@@ -284,6 +304,56 @@ class Publication {
   }
 
  private:
+  static constexpr std::size_t kMostLocks = 100;
+
+  // Whoever publishes shares the lock with others who do.
+  bool lockAll() {
+    return connection_
+        .run("select pg_try_advisory_xact_lock($1)",
+             {std::to_string(lockNumber(place_.access.schema + '\0'))})
+        .isTrue(0, 0);
+  }
+
+  // One table for take(). What can't be kept as it is becomes one of the problems, the last of the tables.
+  void takeRows(const Table& table, std::unique_ptr<OwnedRows> source, const std::vector<std::string>& names,
+                const std::unordered_map<std::string, std::size_t>& places, Published& taken,
+                std::vector<std::pair<std::size_t, std::string>>& current,
+                std::vector<std::pair<std::size_t, Problem>>& problems) {
+    OwnedRows& owned = *source;
+    CheckedRows rows(table, std::move(source));
+    CopyIn copy(connection_, copySql(table));
+    const auto begin = [&](std::size_t place, std::int64_t row) {
+      copy.row(table.columns.size() + 2);
+      copy.integer(firstOrder() + row);
+      copy.integer(servers_[place]);
+    };
+    while (rows.next()) {
+      const std::size_t place = places.at(owned.server());
+      begin(place, rows.count());
+      for (std::size_t column = 0; column < table.columns.size(); ++column) {
+        const Cell cell = rows.cell(column);
+        if (!cell || columnType(table.columns[column]) == ColumnType::kText || !isRecord(table)) {
+          copy.text(cell);
+        } else {
+          write(copy, valueOf(table.columns[column], cell));
+        }
+      }
+      if (table.name == kCollections)
+        current.emplace_back(place, owned.cell(table.columns.size()).value_or(""));
+      for (Problem& problem : rows.problems()) problems.emplace_back(place, std::move(problem));
+      rows.problems().clear();
+    }
+    if (table.name == kProblems) {
+      std::int64_t row = rows.count();
+      for (const auto& [place, problem] : problems) {
+        begin(place, ++row);
+        for (const Value& value : problemValues(names[place], problem)) write(copy, value);
+      }
+    }
+    copy.finish();
+    if (!isRecord(table)) taken.added[tableIndex(table.name)] = rows.count();
+  }
+
   void remove(std::span<const Result> results, std::vector<Published>& published) {
     std::vector<std::int32_t> whole;
     for (std::size_t at = 0; at < results.size(); ++at) {
@@ -401,18 +471,33 @@ class Publication {
     addRecords(collectionsTable(), results.size(), [&](std::size_t each, const auto& take) {
       take(collectionValues(results[each], utcNow(), published[each].added, published[each].problems.size()));
     });
-    CopyIn copy(connection_,
-                "copy " + place_.table(kCurrent) + " (publication, server_id, parts) from stdin");
+    CopyIn copy(connection_, currentSql());
     for (std::size_t each = 0; each < results.size(); ++each) {
       const Remainder remainder = Remainder::of(results[each].scope, [&](const Table& table, ItemKind kind) {
         return brought[each].contains({tableIndex(table.name), kind});
       });
-      copy.row(3);
-      copy.integer(publications_[each] << kRowBits);
-      copy.integer(servers_[each]);
-      copy.text(remainder.toText());
+      addCurrent(copy, publications_[each] << kRowBits, each, remainder.toText());
     }
     copy.finish();
+  }
+
+  std::string currentSql() const {
+    return "copy " + place_.table(kCurrent) + " (publication, server_id, parts) from stdin";
+  }
+
+  void addCurrent(CopyIn& copy, std::int64_t publication, std::size_t place, const std::string& parts) const {
+    copy.row(3);
+    copy.integer(publication);
+    copy.integer(servers_[place]);
+    copy.text(parts);
+  }
+
+  static bool isRecord(const Table& table) { return table.name == kCollections || table.name == kProblems; }
+
+  static void write(CopyIn& copy, const Value& value) {
+    if (const auto* text = std::get_if<std::string>(&value)) copy.text(*text);
+    if (const auto* integer = std::get_if<std::int64_t>(&value)) copy.integer(*integer);
+    if (const auto* real = std::get_if<double>(&value)) copy.real(*real);
   }
 
   template <typename Give>
@@ -422,11 +507,7 @@ class Publication {
       std::int64_t row = 0;
       give(each, [&](const std::vector<Value>& values) {
         begin(copy, each, row++, values.size());
-        for (const Value& value : values) {
-          if (const auto* text = std::get_if<std::string>(&value)) copy.text(*text);
-          if (const auto* integer = std::get_if<std::int64_t>(&value)) copy.integer(*integer);
-          if (const auto* real = std::get_if<double>(&value)) copy.real(*real);
-        }
+        for (const Value& value : values) write(copy, value);
       });
     }
     copy.finish();
@@ -518,7 +599,69 @@ class PostgresSnapshot : public Snapshot {
     });
   }
 
+  std::vector<std::string> servers() override {
+    return place_.attempt([&] {
+      std::vector<std::string> names;
+      if (!lookAt(connection_, place_.access.schema).has(kCollections)) return names;
+      const ResultSet found = connection_.run(
+          "select \"Server name\" from (select distinct on (server_id) server_id, \"Server name\" from " +
+          place_.table(kCollections) + " order by server_id, row_order desc) as latest join " +
+          place_.table(kServers) + " on id = server_id order by key collate \"C\"");
+      for (int row = 0; row < found.rows(); ++row) names.emplace_back(found.text(row, 0).value_or(""));
+      return names;
+    });
+  }
+
+  std::unique_ptr<OwnedRows> rowsOf(const std::string& table,
+                                    const std::vector<std::string>& servers) override {
+    return place_.attempt([&]() -> std::unique_ptr<OwnedRows> {
+      const Table& known = tableOf(table);
+      std::vector<std::string> keys;
+      for (const std::string& server : servers) keys.push_back(folded(server));
+      const std::string all = place_.table(kServers);
+      const ResultSet found = connection_.run(
+          "select id, key from " + all + " where key in (select jsonb_array_elements_text($1::jsonb))",
+          {jsonList(keys)});
+      std::vector<std::int32_t> ids;
+      Owners owners;
+      for (int row = 0; row < found.rows(); ++row) {
+        ids.push_back(static_cast<std::int32_t>(found.number(row, 0)));
+        owners.emplace(*found.text(row, 0), *found.text(row, 1));
+      }
+      std::string extra = ", server_id::text";
+      if (known.name == kCollections) {
+        extra = ", (select parts from " + place_.table(kCurrent) +
+                " as c where c.server_id = t.server_id and c.publication = t.row_order)" + extra;
+      }
+      return std::make_unique<Owned>(place_, connection_,
+                                     selectTexts(place_, known, extra) + " as t where server_id = any('" +
+                                         idList(ids) + "'::integer[]) order by row_order",
+                                     std::move(owners));
+    });
+  }
+
  private:
+  using Owners = std::unordered_map<std::string, std::string>;  // folded names by number
+
+  class Owned : public OwnedRows {
+   public:
+    Owned(const Place& place, Connection& connection, const std::string& select, Owners owners)
+        : place_(place), rows_(connection, select), owners_(std::move(owners)) {}
+
+    bool next() override {
+      return place_.attempt([&] { return rows_.next(); });
+    }
+    Cell cell(std::size_t column) override { return rows_.cell(column); }
+    const std::string& server() override {
+      return owners_.at(std::string(rows_.cell(rows_.columns() - 1).value_or("")));
+    }
+
+   private:
+    const Place& place_;
+    CopyOut rows_;
+    const Owners owners_;
+  };
+
   static const Table& tableOf(const std::string& name) {
     for (const Table* table : everyTable()) {
       if (table->name == name) return *table;
@@ -550,18 +693,22 @@ class PostgresInventory : public Inventory {
   std::vector<Published> publish(std::span<const Result> results) override {
     std::vector<std::string> keys;
     for (const Result& result : results) keys.push_back(folded(result.origin.server));
-    std::optional<Uncertain> uncertain;
-    for (int tries = 1;; ++tries) {
-      try {
-        return publishOnce(results, keys, uncertain, tries > 1);
-      } catch (const Failure& failure) {
-        hasTables_ = false;
-        if (!failure.isLost() || tries == 2 || stopWaiting_) place_.tell(failure);
-        // The others are gone with it, most likely.
-        const std::lock_guard lock(mutex_);
-        idle_.clear();
-      }
-    }
+    const std::string whom = keys.size() == 1 ? results[0].origin.server : "one of these servers";
+    using All = std::vector<Published>;
+    return twice<All>([&](std::optional<Uncertain<All>>& uncertain, bool again) {
+      return change<All>(keys, whom, uncertain, again,
+                         [&](Publication& publication) { return publication.replace(results); });
+    });
+  }
+
+  Published take(Snapshot& from, const std::vector<std::string>& servers) override {
+    std::vector<std::string> keys;
+    for (const std::string& server : servers) keys.push_back(folded(server));
+    return twice<Published>([&](std::optional<Uncertain<Published>>& uncertain, bool again) {
+      return change<Published>(keys, "a server", uncertain, again, [&](Publication& publication) {
+        return publication.take(from, servers, keys);
+      });
+    });
   }
 
   int publishersAtOnce() const override { return kMostPublishers; }
@@ -605,9 +752,10 @@ class PostgresInventory : public Inventory {
   static constexpr milliseconds kShortestPause{10}, kLongestPause{50};
 
   // A publication whose connection was lost at its end: it may have been made all the same.
+  template <typename Done>
   struct Uncertain {
     std::int64_t order = 0;
-    std::vector<Published> published;
+    Done done;
   };
 
   // Waits for a moment, unless the time for it is over.
@@ -704,16 +852,22 @@ class PostgresInventory : public Inventory {
 
   void makeTables(Connection& connection) {
     if (hasTables_) return;
-    Transaction transaction(connection, beginning());
-    connection.run("select pg_advisory_xact_lock($1)",
-                   {std::to_string(lockNumber(place_.access.schema + '\0'))});
-    const Schema schema = requireTaker(connection);
     const std::vector<std::string> names = ownNames();
-    if (!std::all_of(names.begin(), names.end(), [&](const std::string& name) { return schema.has(name); })) {
-      if (!schema.exists) connection.execute("create schema " + place_.schema);
-      connection.execute(creationSql());
+    const auto isWhole = [&] {
+      const Schema schema = requireTaker(connection);
+      return std::all_of(names.begin(), names.end(),
+                         [&](const std::string& name) { return schema.has(name); });
+    };
+    if (!isWhole()) {
+      Transaction transaction(connection, beginning());
+      connection.run("select pg_advisory_xact_lock($1)",
+                     {std::to_string(lockNumber(place_.access.schema + '\0'))});
+      // Whoever may not make a schema may have been given one.
+      if (!lookAt(connection, place_.access.schema).exists)
+        connection.execute("create schema " + place_.schema);
+      if (!isWhole()) connection.execute(creationSql());
+      transaction.commit();
     }
-    transaction.commit();
     hasTables_ = true;
   }
 
@@ -749,8 +903,26 @@ class PostgresInventory : public Inventory {
     return "begin isolation level read committed; set local lock_timeout = " + std::to_string(wait);
   }
 
-  std::vector<Published> publishOnce(std::span<const Result> results, const std::vector<std::string>& keys,
-                                     std::optional<Uncertain>& uncertain, bool again) {
+  // A change as a whole, and once more where the connection is lost.
+  template <typename Done, typename Attempt>
+  Done twice(const Attempt& attempt) {
+    std::optional<Uncertain<Done>> uncertain;
+    for (int tries = 1;; ++tries) {
+      try {
+        return attempt(uncertain, tries > 1);
+      } catch (const Failure& failure) {
+        hasTables_ = false;
+        if (!failure.isLost() || tries == 2 || stopWaiting_) place_.tell(failure);
+        // The others are gone with it, most likely.
+        const std::lock_guard lock(mutex_);
+        idle_.clear();
+      }
+    }
+  }
+
+  template <typename Done, typename Make>
+  Done change(const std::vector<std::string>& keys, const std::string& whom,
+              std::optional<Uncertain<Done>>& uncertain, bool again, const Make& make) {
     const Lease lease(*this, lend(again));
     Connection& connection = *lease;
     makeTables(connection);
@@ -759,20 +931,19 @@ class PostgresInventory : public Inventory {
     const auto deadline = steady_clock::now() + place_.access.wait;
     while (!publication.lock(keys)) {
       if (!mayWait(deadline)) {
-        throw ServerLocked((keys.size() == 1 ? "somebody else publishes " + results[0].origin.server
-                                             : "somebody else publishes one of these servers") +
-                           " into the database '" + place_.shown + "'; --wait gives him longer");
+        throw ServerLocked("somebody else publishes " + whom + " into the database '" + place_.shown +
+                           "'; --wait gives him longer");
       }
     }
     publication.number(keys);
     if (uncertain) {
-      if (publication.isThere(uncertain->order)) return std::move(uncertain->published);
+      if (publication.isThere(uncertain->order)) return std::move(uncertain->done);
       uncertain.reset();
     }
-    std::vector<Published> published = publication.replace(results);
-    uncertain = Uncertain{publication.firstOrder(), published};
+    Done done = make(publication);
+    uncertain = Uncertain<Done>{publication.firstOrder(), done};
     transaction.commit();
-    return published;
+    return done;
   }
 
   const Place place_;

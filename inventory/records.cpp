@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -86,6 +87,27 @@ std::vector<Value> problemValues(const std::string& server, const Problem& probl
           problem.property, problem.routine,
           number,           problem.message,
           problem.time};
+}
+
+Value valueOf(std::string_view column, Cell text) {
+  const std::string value(text.value_or(""));
+  switch (columnType(column)) {
+    case ColumnType::kInteger:
+      return static_cast<std::int64_t>(std::strtoll(value.c_str(), nullptr, 10));
+    case ColumnType::kReal:
+      return std::strtod(value.c_str(), nullptr);
+    case ColumnType::kText:
+      break;
+  }
+  return value;
+}
+
+std::vector<const Table*> everyTable() {
+  std::vector<const Table*> all;
+  for (const Table& table : tables()) all.push_back(&table);
+  all.push_back(&collectionsTable());
+  all.push_back(&problemsTable());
+  return all;
 }
 
 std::vector<std::string> replacedItems(const TableScope& part, const std::vector<std::string>& there) {

@@ -33,6 +33,12 @@ std::vector<Value> collectionValues(const Result& result, const std::string& pub
                                     const RowCounts& added, std::size_t problems);
 std::vector<Value> problemValues(const std::string& server, const Problem& problem);
 
+// A value of these tables out of a text that another inventory gives.
+Value valueOf(std::string_view column, Cell text);
+
+// Every table of an inventory, in the order in which they are shown.
+std::vector<const Table*> everyTable();
+
 // The items that a publication's part replaces, out of those that stand there.
 std::vector<std::string> replacedItems(const TableScope& part, const std::vector<std::string>& there);
 

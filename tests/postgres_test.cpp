@@ -5,6 +5,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -86,10 +87,10 @@ class Postgres : public testing::Test {
       all.insert(all.end(), {"--database", database, "--log-dir", folder_.folder("logs").string()});
       run(all, status);
     }
-    expectEqual();
+    expectEqual(file_, fleet_);
   }
-  void expectEqual(bool andTimes = false) const {
-    const Tables expected = everything(file_, andTimes), found = everything(fleet_, andTimes);
+  static void expectEqual(const std::string& one, const std::string& other, bool andTimes = false) {
+    const Tables expected = everything(one, andTimes), found = everything(other, andTimes);
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
   }
@@ -125,12 +126,36 @@ TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
       EXPECT_EQ(run(show).out, expected.out);
     }
   }
+  // There and back.
+  const std::string there = server_.address("writer", "copies"), back = (folder_ / "back.db").string();
+  server_.run("create database copies owner writer");
+  run({"copy", "--from", file_, "--to", there}, 0, "copied 3 servers");
+  run({"copy", "--from", there, "--to", back}, 0, "copied 3 servers");
+  expectEqual(file_, there, true);
+  expectEqual(file_, back, true);
   // Parts of it, from a state that has other things.
   const std::string small = generated("LARGE", 20, 2);
   collectBoth({small, "--only", "General"});
   collectBoth({small, "--site", "3", "--pool", "pool 1"});
   collectBoth({"web01=" + web, "--pool", "\u00FCBERSICHT", "--site", "2"});
   collectBoth({"web01=" + legacy, "--only", "Virtual Directories", "--site", "1"}, 1);
+  run({"copy", "--from", file_, "--to", back, "--server", "web01", "--server", "legacy", "--server", "none"},
+      1, "no server 'none'");
+  run({"copy", "--from", fleet_, "--to", there}, 0, "replaced ");
+  expectEqual(fleet_, there, true);
+  // What is known of former publications comes with them.
+  for (const std::string& database : {there, back}) {
+    run({"collect", "web01=" + web, "--only", "General", "--database", database});
+    run({"collect", "Legacy=" + legacy, "--database", database}, 1);
+  }
+  const Tables first = everything(there), second = everything(back);
+  for (const auto& [table, rows] : second) {
+    for (const std::string& row : rows) {
+      if (row.find("LARGE") == std::string::npos) {
+        EXPECT_NE(std::count(first.at(table).begin(), first.at(table).end(), row), 0) << table << row;
+      }
+    }
+  }
   collectBoth({"Legacy=" + legacy}, 1);
   collectBoth({small});
 }
@@ -196,7 +221,33 @@ TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
     EXPECT_EQ(
         all.at("Problems")[2].find("A|problem|tblMessageSetting|site|1||Banner Message|||the value of "), 0U);
   }
-  expectEqual();
+  expectEqual(file_, fleet_);
+}
+
+TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
+  const auto publish = [](const std::string& database, const std::string& server, const FewRows& rows) {
+    inventory::Result result;
+    result.origin.server = server;
+    result.rows = &rows;
+    inventory::openForPublishing(database, {})->publish({&result, 1});
+  };
+  FewRows rows, fewer;
+  rows.name = fewer.name = "tblvirtualDirectory";
+  rows.cells = {{"", "1", "a"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}, {"", "2", "c"}};
+  fewer.cells = {{"", "1", "a"}};
+  publish(file_, "A", rows);
+  publish(file_, "b", fewer);
+  const std::string back = (folder_ / "back.db").string();
+  run({"copy", "--from", file_, "--to", fleet_});
+  run({"copy", "--from", fleet_, "--to", back});
+  run({"copy", "--from", file_, "--to", (folder_ / "b.db").string(), "--server", "B"}, 0, "1 server into");
+  for (const std::string& database : {file_, fleet_, back}) {
+    EXPECT_EQ(everything(database).at("tblvirtualDirectory").size(), 4U) << database;
+    publish(database, "a", fewer);
+    publish(database, "B", {});
+    EXPECT_EQ(everything(database).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"}) << database;
+  }
+  EXPECT_EQ(everything((folder_ / "b.db").string()).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"});
 }
 
 TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
