@@ -78,8 +78,8 @@ class Collection : private Publisher::Listener {
         inventory_(std::move(inventory)),
         signals_(signals),
         progress_(!options.quiet),
-        publisher_(*inventory_, options.database.string(), options.jobs, *this),
-        logWait_(options.wait),
+        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, *this),
+        logWait_(options.access.wait),
         rows_(inventory::tables().size(), 0),
         fates_(servers_.size(), Fate::kOpen) {}
 
@@ -264,8 +264,14 @@ class Collection : private Publisher::Listener {
   void tellPublished(const Finished& finished, const inventory::Published& published) noexcept override {
     const std::int64_t replaced =
         std::accumulate(published.replaced.begin(), published.replaced.end(), std::int64_t{0});
-    if (replaced == 0) return;
     try {
+      {
+        const std::lock_guard lock(mutex_);
+        for (const inventory::Problem& problem : published.problems) {
+          groups_.add(servers_[finished.place].name, problem);
+        }
+      }
+      if (replaced == 0) return;
       note("replaced " + counted(replaced, "row", "rows") + " of " + servers_[finished.place].name +
            " from an earlier run");
     } catch (const std::bad_alloc&) {
@@ -369,8 +375,8 @@ class Collection : private Publisher::Listener {
       countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
     }
     output_.write("collected " + counted(static_cast<std::int64_t>(published), "server", "servers") +
-                  " into " + harmless(options_.database.string()) + ": " + counted(total, "row", "rows") +
-                  "\n");
+                  " into " + harmless(inventory::shownName(options_.database)) + ": " +
+                  counted(total, "row", "rows") + "\n");
     for (std::size_t at = 0; at < rows_.size(); ++at) {
       if (rows_[at] == 0) continue;
       const std::string name(inventory::tables()[at].name);
@@ -447,7 +453,7 @@ int collect(const CollectOptions& options, Output& output) {
   platform::store::registerStore();
   platform::desktop::registerDesktop();
   DllRegisterServer();
-  auto inventory = inventory::openForPublishing(options.database.string(), {options.wait, options.force});
+  auto inventory = inventory::openForPublishing(options.database, options.access);
   EndingSignals signals;
   return Collection(options, std::move(sources), output, std::move(inventory), signals).run();
 }

@@ -11,6 +11,7 @@
 #include "automation/text.h"
 #include "host/check.h"
 #include "host/collect.h"
+#include "host/copy.h"
 #include "host/options.h"
 #include "host/output.h"
 #include "host/show.h"
@@ -32,6 +33,7 @@ int run(int argumentCount, const char* const* arguments) {
     const Options options = parseCommandLine(argumentCount, arguments);
     if (const auto* toCollect = std::get_if<CollectOptions>(&options)) return collect(*toCollect, output);
     if (const auto* toCheck = std::get_if<CheckOptions>(&options)) return check(*toCheck, output);
+    if (const auto* toCopy = std::get_if<CopyOptions>(&options)) return copy(*toCopy, output);
     if (const auto* toShow = std::get_if<ShowOptions>(&options)) {
       show(*toShow, output);
     } else {

@@ -42,6 +42,10 @@ const std::string kCollectFooter =
     "named after the nearest folder that is none of the file's usual homes (inetsrv,\n"
     "system32, windows, History, MetaBack, C$ and the like).\n"
     "\n"
+    "A database is an SQLite file, or one on a PostgreSQL server:\n"
+    "postgresql://USER@HOST:PORT/NAME or service=NAME. Its password comes from\n"
+    "PGPASSWORD, ~/.pgpass or a service file; the logs go to the current directory.\n"
+    "\n"
     "Exit status: 0 all of it and no problem, 1 problems, or a server that wasn't\n"
     "published while another was, 2 nothing was published.\n"
     "\n"
@@ -49,7 +53,16 @@ const std::string kCollectFooter =
     "  iisinventory collect WEB01/MetaBase.xml WEB02/MetaBase.xml --database all.db\n"
     "  iisinventory collect OLD=backup/2006.xml --database old.db --log-dir logs\n"
     "  iisinventory collect WEB01/MetaBase.xml --database all.db --only Message --site 3\n"
-    "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet";
+    "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet\n"
+    "  iisinventory collect fleet.zip --database postgresql://iis@db1/inventory";
+
+constexpr const char* kCopyFooter =
+    "What stands for a server is replaced whole, all servers at once. Exit status:\n"
+    "0 all of it, 1 a server isn't there, 2 nothing was copied.\n"
+    "\n"
+    "Examples:\n"
+    "  iisinventory copy --from inventory.db --to postgresql://iis@db1/inventory\n"
+    "  iisinventory copy --from service=fleet --to extract.db --server WEB01";
 
 constexpr const char* kCheckFooter =
     "Exit status: 0 nothing odd, 1 odd places, 2 something that is no metabase.\n"
@@ -70,6 +83,10 @@ struct Raw {
   std::vector<std::string> sites;
   std::vector<std::string> pools;
   std::string database;
+  std::string schema = inventory::Access().schema;
+  std::string from;
+  std::string to;
+  std::vector<std::string> servers;
   std::string logDirectory;
   std::string table;
   std::string format = "table";
@@ -88,6 +105,7 @@ struct Parser {
   CLI::App* collect = app.add_subcommand("collect", "Collect servers into a database");
   CLI::App* check = app.add_subcommand("check", "Say what is odd about metabase files");
   CLI::App* show = app.add_subcommand("show", "Show what a database holds");
+  CLI::App* copy = app.add_subcommand("copy", "Copy servers from one database to another");
 
   Parser() {
     app.set_version_flag("--version", "iisinventory " IISINVENTORY_VERSION);
@@ -97,8 +115,7 @@ struct Parser {
     collect->add_option("METABASE", raw.metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin")
         ->required()
         ->type_name("");
-    collect->add_option("--database", raw.database, "Database file, made when it isn't there")
-        ->type_name("FILE");
+    addDatabase(collect, "Database: a file, made when it isn't there, or a server's address");
     collect->add_flag("--list", raw.list, "List what would be collected, and stop");
     addMaxSize(collect);
     collect->add_option("--only", raw.only, "Collect only this tab (repeatable)")
@@ -116,7 +133,7 @@ struct Parser {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->allow_extra_args(false);
-    collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the database's)")
+    collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the file's, else .)")
         ->type_name("DIR");
     collect->add_option("--jobs", raw.jobs, "How many servers side by side (default: 1)")
         ->type_name("N")
@@ -134,12 +151,36 @@ struct Parser {
 
     show->add_option("TABLE", raw.table, "Table to show; without it, the tables and their row counts")
         ->type_name("");
-    show->add_option("--database", raw.database, "Database file")->required()->type_name("FILE");
+    addDatabase(show, "Database: a file or a server's address");
     show->add_option("--format", raw.format, "How to print it (default: table)")
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"table", "csv", "json"}, CLI::ignore_case));
     addWait(show);
     show->footer(kShowFooter);
+
+    copy->add_option("--from", raw.from, "Database to copy from: a file or a server's address")
+        ->required()
+        ->type_name("DATABASE");
+    copy->add_option("--to", raw.to, "Database to copy to")->required()->type_name("DATABASE");
+    copy->add_option("--server", raw.servers, "Copy only this server (repeatable)")
+        ->type_name("NAME")
+        ->expected(1)
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+        ->allow_extra_args(false);
+    addSchema(copy);
+    addWait(copy);
+    copy->add_flag("--force", raw.force, "Also beside tables of somebody else");
+    copy->footer(kCopyFooter);
+  }
+
+  void addDatabase(CLI::App* command, const char* what) {
+    command->add_option("--database", raw.database, what)->type_name("DATABASE");
+    addSchema(command);
+  }
+
+  void addSchema(CLI::App* command) {
+    command->add_option("--schema", raw.schema, "Schema of the tables on a server (iis_inventory)")
+        ->type_name("NAME");
   }
 
   void addMaxSize(CLI::App* command) {
@@ -174,15 +215,35 @@ std::filesystem::path wholePath(const char* option, const std::string& path) {
   return absolutePath(path);
 }
 
-void refuseEmpty(const char* option, const std::vector<std::string>& values) {
-  for (const std::string& value : values) {
-    if (value.empty()) throw UsageError(std::string(option) + ": the value is empty");
+// An address as it is, a file as its absolute path.
+std::string databaseName(const char* option, const std::string& database) {
+  if (!inventory::isOnServer(database)) return wholePath(option, database).string();
+  if (!isUtf8(database)) throw UsageError(std::string(option) + ": the address is not UTF-8");
+  static_cast<void>(inventory::shownName(database));
+  return database;
+}
+
+std::string databaseName(const Raw& raw, const char* command) {
+  if (raw.database.empty()) {
+    throw UsageError(std::string("--database is required (see 'iisinventory ") + command + " --help')");
   }
+  return databaseName("--database", raw.database);
 }
 
 std::chrono::milliseconds milliseconds(double seconds) {
   if (!(seconds >= 0)) throw UsageError("--wait: it is no number of seconds");
   return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
+inventory::Access access(const Raw& raw) {
+  if (!isUtf8(raw.schema)) throw UsageError("--schema: the name is not UTF-8");
+  return {milliseconds(raw.wait), raw.force, raw.schema};
+}
+
+void refuseEmpty(const char* option, const std::vector<std::string>& values) {
+  for (const std::string& value : values) {
+    if (value.empty()) throw UsageError(std::string(option) + ": the value is empty");
+  }
 }
 
 CollectOptions collectOptions(const Raw& raw) {
@@ -193,23 +254,30 @@ CollectOptions collectOptions(const Raw& raw) {
   options.maxSize = raw.maxSize;
   options.listOnly = raw.list;
   if (options.listOnly) return options;
-  if (raw.database.empty()) throw UsageError("--database is required (see 'iisinventory collect --help')");
-  options.database = wholePath("--database", raw.database);
-  options.logDirectory =
-      raw.logDirectory.empty() ? options.database.parent_path() : wholePath("--log-dir", raw.logDirectory);
+  options.database = databaseName(raw, "collect");
+  options.access = access(raw);
+  options.logDirectory = !raw.logDirectory.empty() ? wholePath("--log-dir", raw.logDirectory)
+                         : inventory::isOnServer(options.database)
+                             ? std::filesystem::current_path()
+                             : std::filesystem::path(options.database).parent_path();
   options.selection = select(raw.only, raw.sites, raw.pools);
   options.jobs = raw.jobs;
-  options.wait = milliseconds(raw.wait);
-  options.force = raw.force;
   options.quiet = raw.quiet;
   return options;
 }
 
 ShowOptions showOptions(const Raw& raw) {
-  ShowOptions options{raw.table, wholePath("--database", raw.database), Format::kTable,
-                      milliseconds(raw.wait)};
+  ShowOptions options{raw.table, databaseName(raw, "show"), access(raw), Format::kTable};
   if (inventory::sameName(raw.format, "csv")) options.format = Format::kCsv;
   if (inventory::sameName(raw.format, "json")) options.format = Format::kJson;
+  return options;
+}
+
+CopyOptions copyOptions(const Raw& raw) {
+  refuseEmpty("--server", raw.servers);
+  CopyOptions options{databaseName("--from", raw.from), databaseName("--to", raw.to), raw.servers,
+                      access(raw)};
+  if (options.from == options.to) throw UsageError("--from and --to name the same database");
   return options;
 }
 
@@ -230,12 +298,13 @@ Options parseCommandLine(int argumentCount, const char* const* arguments) {
     for (const CLI::App* subcommand : parser.app.get_subcommands()) command = " " + subcommand->get_name();
     if (command.empty() && arguments[1][0] != '-') {
       throw UsageError(std::string("there is no command '") + arguments[1] +
-                       "'; there are: collect, check, show");
+                       "'; there are: collect, check, show, copy");
     }
     throw UsageError(std::string(error.what()) + " (see 'iisinventory" + command + " --help')");
   }
   if (parser.collect->parsed()) return collectOptions(parser.raw);
   if (parser.check->parsed()) return CheckOptions{parser.raw.metabases, parser.raw.maxSize};
+  if (parser.copy->parsed()) return copyOptions(parser.raw);
   return showOptions(parser.raw);
 }
 

@@ -1,7 +1,6 @@
 // The command line.
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <stdexcept>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "host/gatherings.h"
+#include "inventory/inventory.h"
 
 namespace host {
 
@@ -23,12 +23,11 @@ struct CollectOptions {
   std::vector<std::string> metabases;  // as given
   std::uint64_t maxSize = 0;           // of what is read from pipes and archives, in bytes
   bool listOnly = false;
-  std::filesystem::path database;
+  std::string database;  // a file's absolute path, or the address of one on a server
+  inventory::Access access;
   std::filesystem::path logDirectory;
   Selection selection;
   unsigned jobs = 1;
-  std::chrono::milliseconds wait{5000};  // for somebody else who is writing to the database
-  bool force = false;                    // also beside tables of somebody else's
   bool quiet = false;
 };
 
@@ -36,9 +35,16 @@ enum class Format { kTable, kCsv, kJson };
 
 struct ShowOptions {
   std::string table;  // empty for the list of tables
-  std::filesystem::path database;
+  std::string database;
+  inventory::Access access;
   Format format = Format::kTable;
-  std::chrono::milliseconds wait{5000};
+};
+
+struct CopyOptions {
+  std::string from;
+  std::string to;
+  std::vector<std::string> servers;  // all where none is named
+  inventory::Access access;          // of both
 };
 
 struct CheckOptions {
@@ -51,7 +57,7 @@ struct HelpOptions {
   std::string text;
 };
 
-using Options = std::variant<CollectOptions, ShowOptions, CheckOptions, HelpOptions>;
+using Options = std::variant<CollectOptions, ShowOptions, CopyOptions, CheckOptions, HelpOptions>;
 
 // Reads the command line. Throws UsageError.
 Options parseCommandLine(int argumentCount, const char* const* arguments);

@@ -21,11 +21,30 @@ constexpr std::size_t kMostWaiting = 64;
 constexpr std::size_t kMostIdle = kMostServers;
 constexpr std::int64_t kMostIdleBytes = 1024 * 1024;
 
+// Somebody's turn, for which he waits.
+class Turn {
+ public:
+  explicit Turn(std::counting_semaphore<>& turns) : turns_(turns) { turns_.acquire(); }
+  // One that he has already.
+  Turn(std::counting_semaphore<>& turns, std::adopt_lock_t) : turns_(turns) {}
+  ~Turn() { turns_.release(); }
+  Turn(const Turn&) = delete;
+  Turn& operator=(const Turn&) = delete;
+
+ private:
+  std::counting_semaphore<>& turns_;
+};
+
 }  // namespace
 
 Publisher::Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
                      Listener& listener)
-    : inventory_(inventory), database_(std::move(database)), jobs_(jobs), listener_(listener) {}
+    : inventory_(inventory),
+      database_(std::move(database)),
+      jobs_(jobs),
+      listener_(listener),
+      publishers_(inventory.publishersAtOnce()),
+      transactions_(inventory.publishersAtOnce()) {}
 
 std::unique_ptr<Workplace> Publisher::workplace() {
   {
@@ -64,12 +83,12 @@ void Publisher::add(std::unique_ptr<Finished> finished) {
     wait = waiting_.size() >= kMostWaiting || (waiting_.size() > jobs_ && waitingRows_ >= kMostRows);
   }
   if (!due) return;
-  std::unique_lock turn(publishing_, std::defer_lock);
   if (wait) {
-    turn.lock();
-  } else if (!turn.try_lock()) {
+    publishers_.acquire();
+  } else if (!publishers_.try_acquire()) {
     return;
   }
+  const Turn turn(publishers_, std::adopt_lock);
   publishWaiting();
 }
 
@@ -79,15 +98,15 @@ bool Publisher::isDue() const {
 }
 
 void Publisher::finish() {
-  const std::lock_guard turn(publishing_);
+  const Turn turn(publishers_);
   publishWaiting();
 }
 
 void Publisher::stop() {
   stopped_ = true;
   inventory_.stopWaiting();
-  // Never unlocked again.
-  transaction_.lock();
+  // Never given back.
+  for (int turns = inventory_.publishersAtOnce(); turns > 0; --turns) transactions_.acquire();
 }
 
 void Publisher::publishWaiting() {
@@ -106,6 +125,10 @@ void Publisher::publish(std::span<std::unique_ptr<Finished>> batch) {
   const auto refuse = [&](const char* why) {
     for (const auto& finished : batch) listener_.tellRefused(*finished, why);
   };
+  const auto tryEach = [&](const char* why) {
+    if (batch.size() == 1 || stopped_) return refuse(why);
+    for (auto& finished : batch) publish({&finished, 1});
+  };
   std::vector<inventory::Published> published;
   try {
     std::vector<inventory::Result> results;
@@ -113,16 +136,18 @@ void Publisher::publish(std::span<std::unique_ptr<Finished>> batch) {
       finished->outcome.result.rows = finished->workplace.get();
       results.push_back(finished->outcome.result);
     }
-    const std::lock_guard turn(transaction_);
+    const Turn turn(transactions_);
     published = inventory_.publish(results);
     for (std::size_t at = 0; at < batch.size(); ++at) listener_.published(*batch[at], published[at]);
+  } catch (const inventory::ServerLocked& error) {
+    return tryEach(error.what());
   } catch (const inventory::Locked& error) {
     return refuse(error.what());
+  } catch (const inventory::Unreachable& error) {
+    return refuse(error.what());
   } catch (const std::exception& error) {
-    if (batch.size() == 1 || stopped_) return refuse(error.what());
     // One of them may have been too much for it.
-    for (auto& finished : batch) publish({&finished, 1});
-    return;
+    return tryEach(error.what());
   }
   for (std::size_t at = 0; at < batch.size(); ++at) listener_.tellPublished(*batch[at], published[at]);
 }

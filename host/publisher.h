@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <semaphore>
 #include <string>
 #include <vector>
 
@@ -22,9 +23,9 @@ struct Finished {
   std::int64_t rows = 0;
 };
 
-// Publishes what is ready together in one transaction, one transaction after the other. Whoever brings a
-// collection may find himself publishing those that wait; the others go on collecting. All members may be
-// called from any thread.
+// Publishes what is ready together in one transaction, as many of them at once as the inventory takes.
+// Whoever brings a collection may find himself publishing those that wait; the others go on collecting. All
+// members may be called from any thread.
 class Publisher {
  public:
   // Who wants to know what has become of the collections. Called on the publishing thread.
@@ -68,9 +69,9 @@ class Publisher {
   const std::size_t jobs_;
   Listener& listener_;
   std::atomic<bool> stopped_ = false;
-  std::mutex publishing_;     // of whoever publishes what waits, and tells what has become of it
-  std::mutex transaction_;    // while the inventory is changed
-  mutable std::mutex mutex_;  // of what stands below
+  std::counting_semaphore<> publishers_;    // of those who publish what waits, and tell what has become of it
+  std::counting_semaphore<> transactions_;  // while the inventory is changed
+  mutable std::mutex mutex_;                // of what stands below
   Batch waiting_;
   std::int64_t waitingRows_ = 0;
   std::chrono::steady_clock::time_point waitingSince_;

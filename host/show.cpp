@@ -41,7 +41,8 @@ void takeRows(inventory::Snapshot& snapshot, const std::string& table, Picture& 
 void take(inventory::Snapshot& snapshot, const ShowOptions& options, Picture& picture) {
   const std::vector<std::string> names = snapshot.tableNames();
   if (names.empty()) {
-    throw UsageError("the database '" + options.database.string() + "' has none of an inventory's tables");
+    throw UsageError("the database '" + inventory::shownName(options.database) +
+                     "' has none of an inventory's tables");
   }
   if (options.table.empty()) return takeTables(snapshot, names, picture);
   const auto found = std::find_if(names.begin(), names.end(), [&](const std::string& name) {
@@ -55,15 +56,27 @@ void take(inventory::Snapshot& snapshot, const ShowOptions& options, Picture& pi
   takeRows(snapshot, *found, picture);
 }
 
+Picture takePicture(const ShowOptions& options) {
+  const auto inventory = inventory::openForReading(options.database, options.access);
+  const auto snapshot = inventory->snapshot();
+  Picture picture;
+  take(*snapshot, options, picture);
+  return picture;
+}
+
+// Once more, as a whole, where the server is lost.
+Picture takePictureOrAgain(const ShowOptions& options) {
+  try {
+    return takePicture(options);
+  } catch (const inventory::Unreachable&) {
+    return takePicture(options);
+  }
+}
+
 }  // namespace
 
 void show(const ShowOptions& options, Output& output) {
-  Picture picture;
-  {
-    const auto inventory = inventory::openForReading(options.database.string(), {options.wait, false});
-    const auto snapshot = inventory->snapshot();
-    take(*snapshot, options, picture);
-  }
+  Picture picture = takePictureOrAgain(options);
   Listing listing{picture.columns, {}};
   listing.forEachRow = [&picture](const std::function<void(const Row&)>& each) {
     picture.rows.forEach(picture.columns.size(), each);

@@ -29,6 +29,18 @@ class Locked : public Error {
   using Error::Error;
 };
 
+// Somebody else publishes one of several servers; the others may be published without it.
+class ServerLocked : public Locked {
+ public:
+  using Locked::Locked;
+};
+
+// The server on which the inventory is can't be reached, or is lost for the second time.
+class Unreachable : public Error {
+ public:
+  using Error::Error;
+};
+
 // Values of a row in the order of its table's columns; nothing where none was written. Good until the next
 // row.
 using Cell = std::optional<std::string_view>;
@@ -44,6 +56,13 @@ class Rows {
 
   // The value in one of the table's columns. Good until the next row.
   virtual Cell cell(std::size_t column) = 0;
+};
+
+// Rows with whose they are.
+class OwnedRows : public Rows {
+ public:
+  // The folded name of the row's server. Good until the next row.
+  virtual const std::string& server() = 0;
 };
 
 // Where the rows of a publication come from.
@@ -115,6 +134,7 @@ using RowCounts = std::vector<std::int64_t>;
 struct Published {
   RowCounts replaced;
   RowCounts added;
+  std::vector<Problem> problems;  // values that no inventory can hold as they were, told in it too
 };
 
 // A state of an inventory, unchanging as long as it is looked at. Members throw Error.
@@ -128,9 +148,19 @@ class Snapshot {
   virtual std::int64_t rowCount(const std::string& table) = 0;
   // In the order of publication, within it in the order in which they were collected.
   virtual void forEach(const std::string& table, const TakeRow& take) = 0;
+
+  // The servers that there is anything of, in the order of their names, as the last collection spells them.
+  virtual std::vector<std::string> servers() = 0;
+
+  // All rows of some servers in one of the tables, in the same order; none where the table isn't there.
+  // Behind the columns of "Collections" stands what of the publication hasn't been replaced since, as a text.
+  // The rows must not outlive the snapshot, and no others may be read at the same time.
+  virtual std::unique_ptr<OwnedRows> rowsOf(const std::string& table,
+                                            const std::vector<std::string>& servers) = 0;
 };
 
-// Used by one thread at a time, but for stopWaiting. Members throw Error.
+// Used by one thread at a time, but for stopWaiting and for publishing where that goes side by side. Members
+// throw Error.
 class Inventory {
  public:
   virtual ~Inventory() = default;
@@ -138,6 +168,13 @@ class Inventory {
   // Puts the results in the place of what stood for their servers, all of them or none. What is missing of
   // the tables is made with it. A server stands in one of the results at most.
   virtual std::vector<Published> publish(std::span<const Result> results) = 0;
+
+  // Puts all that another inventory has of some servers in the place of what stands for them, all of them or
+  // none.
+  virtual Published take(Snapshot& from, const std::vector<std::string>& servers) = 0;
+
+  // How many threads may publish at once.
+  virtual int publishersAtOnce() const { return 1; }
 
   // How many rows stand for a server, in all tables.
   virtual std::int64_t rowsOf(const std::string& server) = 0;
@@ -152,7 +189,16 @@ class Inventory {
 struct Access {
   std::chrono::milliseconds wait{5000};  // how long to wait for somebody else
   bool force = false;  // also into a database that has somebody else's tables and none of ours
+  std::string schema = "iis_inventory";  // that of the inventory's tables, on a server
 };
+
+// Whether a database is one on a PostgreSQL server ("postgresql://...", "postgres://..." or "service=NAME")
+// and not a file.
+bool isOnServer(std::string_view database);
+
+// A database's name for everybody to see: the address of one on a server without the password that it may
+// hold. Throws Error for an address that can't be one.
+std::string shownName(const std::string& database);
 
 // Opens an inventory for reading. Changes nothing, but for undoing the half change of a writer that was
 // killed.

@@ -4,7 +4,6 @@
 #include <array>
 #include <nlohmann/json.hpp>
 
-
 namespace inventory {
 
 std::string_view wordFor(ItemKind kind) {

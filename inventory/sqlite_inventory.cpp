@@ -3,20 +3,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <set>
 #include <system_error>
 #include <thread>
 #include <utility>
 
-#include "inventory/clock.h"
-#include "inventory/names.h"
+#include "inventory/records.h"
 #include "inventory/remainder.h"
 #include "sqlite/database.h"
 #include "sqlite/feed.h"
@@ -30,20 +26,12 @@ using sqlite::quotedName;
 using sqlite::Statement;
 using std::string_literals::operator""s;
 
-constexpr std::string_view kCollections = kCollectionsTable;
-constexpr std::string_view kProblems = "Problems";
 constexpr std::string_view kBookkeeping = "Collections bookkeeping";
 
-constexpr std::string_view kCollectionColumns[] = {
-    "Server name", "File",      "File size", "File time",     "SHA-256",  "Started", "Published",
-    "Version",     "Selection", "Rows",      "Rows by table", "Problems", "Notes",   "Seconds"};
 // Of each row of "Collections", which the server and the time of publication tell from others: what of it
 // hasn't been replaced since, and copies of its rows that don't tell their server by themselves.
 constexpr std::string_view kBookkeepingColumns[] = {"Server name", "Published", "Still current",
                                                     "Rows without a path"};
-constexpr std::string_view kProblemColumns[] = {"Server name", "Kind",    "Table",    "Item kind",
-                                                "Item",        "Node",    "Property", "Routine",
-                                                "Number",      "Message", "Time"};
 
 std::string namesOf(std::span<const std::string_view> columns) {
   std::string names;
@@ -65,11 +53,11 @@ std::string insertSql(std::string_view table, std::span<const std::string_view> 
 std::string creationSqlOf(std::string_view table, std::span<const std::string_view> columns) {
   std::string sql;
   for (const std::string_view column : columns) {
-    const bool isNumber = std::ranges::find(kNumberColumns, column) != std::end(kNumberColumns);
+    const ColumnType type = columnType(column);
     sql += (sql.empty() ? "" : ", ") + quotedName(column) +
-           (column == "Seconds" ? " real"
-            : isNumber          ? " integer"
-                                : " text collate nocase");
+           (type == ColumnType::kInteger ? " integer"
+            : type == ColumnType::kReal  ? " real"
+                                         : " text collate nocase");
   }
   return "create table if not exists " + quotedName(table) + " (" + sql + ")";
 }
@@ -117,9 +105,9 @@ std::string itemCondition(std::string_view column) {
 }
 
 std::string foldedList(const std::vector<std::string>& items) {
-  json list = json::array();
+  std::vector<std::string> list;
   for (const std::string& item : items) list.push_back(folded(item));
-  return list.dump(-1, ' ', false, json::error_handler_t::replace);
+  return jsonList(list);
 }
 
 void fold(sqlite3_context* context, int, sqlite3_value** values) {
@@ -156,31 +144,23 @@ std::string feedSql(const Table& table) {
 // The rows of a table on their way into it, and what is to be known of them.
 class RowFeed : public sqlite::FeedSource {
  public:
-  RowFeed(const Table& table, std::unique_ptr<Rows> rows)
+  // `look` is called at each row.
+  RowFeed(const Table& table, std::unique_ptr<Rows> rows, std::function<void(RowFeed&)> look = {})
       : table_(table),
-        rows_(std::move(rows)),
-        kinds_(Remainder::kindsOf(table)),
-        poolColumn_(columnIndex(table, kPoolColumn)),
-        isByPath_(!tellsServer(table)) {}
+        rows_(table, std::move(rows)),
+        isByPath_(hasColumn(table, kPathColumn)),
+        look_(std::move(look)) {}
 
   bool next() override {
-    if (!rows_->next()) return false;
-    ++count_;
-    if (kinds_.size() > 1 && rows_->cell(poolColumn_)) ++ofSecondKind_;
-    if (isByPath_ && rows_->cell(0).value_or("").empty()) keepCopy();
+    if (!rows_.next()) return false;
+    if (isByPath_ && rows_.cell(0).value_or("").empty()) keepCopy();
+    if (look_) look_(*this);
     return true;
   }
 
-  Cell cell(int column) override { return rows_->cell(static_cast<std::size_t>(column)); }
+  Cell cell(int column) override { return rows_.cell(static_cast<std::size_t>(column)); }
 
-  std::int64_t count() const { return count_; }
-  // The kinds that there are rows of.
-  std::vector<ItemKind> kinds() const {
-    std::vector<ItemKind> there;
-    if (count_ > ofSecondKind_) there.push_back(kinds_[0]);
-    if (ofSecondKind_ > 0) there.push_back(kinds_[1]);
-    return there;
-  }
+  CheckedRows& rows() { return rows_; }
   // Copies of the rows without a path.
   std::vector<json>& pathless() { return pathless_; }
 
@@ -188,21 +168,80 @@ class RowFeed : public sqlite::FeedSource {
   void keepCopy() {
     json cells = json::array();
     for (std::size_t at = 0; at < table_.columns.size(); ++at) {
-      const Cell value = rows_->cell(at);
+      const Cell value = rows_.cell(at);
       cells.push_back(value ? json(*value) : json());
     }
     pathless_.push_back(std::move(cells));
   }
 
   const Table& table_;
-  const std::unique_ptr<Rows> rows_;
-  const std::span<const ItemKind> kinds_;
-  const std::size_t poolColumn_;
+  CheckedRows rows_;
   const bool isByPath_;
-  std::int64_t count_ = 0;
-  std::int64_t ofSecondKind_ = 0;
+  const std::function<void(RowFeed&)> look_;
   std::vector<json> pathless_;
 };
+
+// Whose a row without a path is, by table and row number.
+using Pathless = std::map<std::pair<std::string, std::int64_t>, std::string>;
+
+// The rows of some servers.
+class SqliteRows : public OwnedRows {
+ public:
+  SqliteRows(const Table& table, Statement statement, std::set<std::string> servers, const Pathless& pathless)
+      : table_(table), statement_(std::move(statement)), servers_(std::move(servers)), pathless_(pathless) {}
+
+  bool next() override {
+    while (statement_ && statement_.step()) {
+      if (servers_.contains(findServer())) return true;
+    }
+    return false;
+  }
+  Cell cell(std::size_t column) override { return statement_.text(static_cast<int>(column) + 1); }
+  const std::string& server() override { return server_; }
+
+ private:
+  // Rows of one server mostly stand together.
+  const std::string& findServer() {
+    std::string_view name = statement_.text(1).value_or("");
+    if (!hasColumn(table_, kServerColumn)) {
+      if (name.empty()) {
+        const auto found = pathless_.find({std::string(table_.name), statement_.number(0)});
+        return server_ = name_ = found != pathless_.end() ? found->second : "";
+      }
+      name = name.substr(std::min<std::size_t>(name.size(), 6));
+      name = name.substr(0, name.find('/'));
+    }
+    if (name != name_) {
+      name_ = name;
+      server_ = folded(name);
+    }
+    return server_;
+  }
+
+  const Table& table_;
+  Statement statement_;
+  const std::set<std::string> servers_;
+  const Pathless& pathless_;
+  std::string name_;
+  std::string server_;
+};
+
+// Cells as a statement binds them.
+std::vector<std::optional<std::string>> cellsOf(const json& row) {
+  std::vector<std::optional<std::string>> cells;
+  for (const json& cell : row) {
+    cells.push_back(cell.is_string() ? std::optional(cell.get<std::string>()) : std::nullopt);
+  }
+  return cells;
+}
+
+std::string sameRow(const Table& table) {
+  std::string condition;
+  for (const std::string_view column : table.columns) {
+    condition += (condition.empty() ? "" : " and ") + quotedName(column) + " is ? collate binary";
+  }
+  return condition;
+}
 
 class SqliteSnapshot : public Snapshot {
  public:
@@ -257,7 +296,98 @@ class SqliteSnapshot : public Snapshot {
     });
   }
 
+  std::vector<std::string> servers() override {
+    return attempt([&] {
+      std::map<std::string, std::string> names;  // by their folded names
+      const auto look = [&](const std::string& table, const std::string& name) {
+        Statement found = database_.prepare("select distinct " + name + " collate binary from " +
+                                            quotedName(table) + " where " + name + " <> '' order by rowid");
+        while (found.step()) names[folded(*found.text(0))] = *found.text(0);
+      };
+      // What the last collection says comes last.
+      const std::vector<std::string> there = tableNames();
+      for (const Table& table : tables()) {
+        if (std::ranges::find(there, table.name) == there.end()) continue;
+        look(std::string(table.name), tellsServer(table) ? quotedName(kServerColumn) : serverInPath());
+      }
+      if (std::ranges::find(there, kCollections) != there.end()) {
+        look(std::string(kCollections), quotedName(kServerColumn));
+      }
+      std::vector<std::string> all;
+      for (const auto& [key, name] : names) all.push_back(name);
+      return all;
+    });
+  }
+
+  std::unique_ptr<OwnedRows> rowsOf(const std::string& table,
+                                    const std::vector<std::string>& servers) override {
+    return attempt([&] {
+      std::set<std::string> wanted;
+      for (const std::string& server : servers) wanted.insert(folded(server));
+      const std::vector<const Table*> all = everyTable();
+      const Table& known = **std::ranges::find(all, table, &Table::name);
+      const std::vector<std::string> there = tableNames();
+      Statement statement;
+      if (std::ranges::find(there, table) != there.end()) {
+        findPathless();
+        std::string more;
+        if (const std::string books = booksTable(); table == kCollections && !books.empty()) {
+          more = ", (select \"Still current\" from " + quotedName(books) +
+                 " as b where b.\"Server name\" = t.\"Server name\" and b.Published = t.Published)";
+        }
+        statement =
+            database_.prepare("select rowid, " + namesOf(known.columns) + (more.empty() ? ", ''" : more) +
+                              " from " + quotedName(table) + " as t order by rowid");
+      }
+      return std::make_unique<SqliteRows>(known, std::move(statement), std::move(wanted), *pathless_);
+    });
+  }
+
  private:
+  // Earlier the bookkeeping stood beside what it is about; version 1.0.0 had none.
+  std::string booksTable() {
+    for (const std::string_view table : {kBookkeeping, kCollections}) {
+      Statement look = database_.prepare("select 1 from pragma_table_info(?) where name = 'Still current'");
+      look.bind(1, table);
+      if (look.step()) return std::string(table);
+    }
+    return "";
+  }
+
+  void findPathless() {
+    if (pathless_) return;
+    pathless_.emplace();
+    const std::string table = booksTable();
+    if (table.empty()) return;
+    Statement books = database_.prepare("select \"Server name\", \"Rows without a path\" from " +
+                                        quotedName(table) + " where \"Rows without a path\" <> ''");
+    while (books.step()) {
+      const std::string server = folded(books.text(0).value_or(""));
+      try {
+        for (const json& entry : json::parse(books.text(1).value_or(""))) {
+          const std::size_t index = tableIndex(entry.at("table").get<std::string>());
+          if (index < tables().size()) keepPathless(tables()[index], entry.at("row"), server);
+        }
+      } catch (const json::exception&) {
+        throw Error("what the database '" + database_.name() + "' keeps of " +
+                    std::string(books.text(0).value_or("")) + " can't be understood");
+      }
+    }
+  }
+
+  // Of rows that are alike it doesn't matter which one is whose.
+  void keepPathless(const Table& table, const json& row, const std::string& server) {
+    Statement look = database_.prepare("select rowid from " + quotedName(table.name) + " where " +
+                                       sameRow(table) + " order by rowid");
+    const auto cells = cellsOf(row);
+    int parameter = 0;
+    for (const auto& cell : cells) look.bindOrNull(++parameter, cell);
+    while (look.step()) {
+      if (pathless_->emplace(std::pair(std::string(table.name), look.number(0)), server).second) return;
+    }
+  }
+
+  std::optional<Pathless> pathless_;
   Database& database_;
   sqlite::ReadTransaction transaction_;
 };
@@ -281,22 +411,22 @@ class SqliteInventory : public Inventory {
 
   std::vector<Published> publish(std::span<const Result> results) override {
     return attempt([&] {
-      for (int tries = 1;; ++tries) {
-        const bool isNew = openOrCreate();
-        try {
-          if (auto published = publishOnce(results)) return std::move(*published);
-        } catch (...) {
-          if (isNew) removeEmptyFile();
-          throw;
-        }
-        // Another file has taken the name since this one was opened.
-        close();
-        if (hasPublished_) {
-          throw Error("the database '" + file_ +
-                      "' has been moved or replaced since servers were published into it");
-        }
-        if (tries == kMostTries) throw Error("the database '" + file_ + "' keeps being replaced");
-      }
+      return change<std::vector<Published>>([&] {
+        std::vector<Published> published;
+        for (const Result& result : results) published.push_back(replace(result));
+        return published;
+      });
+    });
+  }
+
+  Published take(Snapshot& from, const std::vector<std::string>& servers) override {
+    return attempt([&] {
+      return change<Published>([&] {
+        Published taken{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0), {}};
+        for (const std::string& server : servers) removeFormer(server, {}, taken.replaced);
+        takeRows(from, servers, taken);
+        return taken;
+      });
     });
   }
 
@@ -424,8 +554,8 @@ class SqliteInventory : public Inventory {
                     "beside them");
       }
       for (const Table& table : tables()) requireColumns(table.name, table.columns);
-      requireColumns(kCollections, kCollectionColumns);
-      requireColumns(kProblems, kProblemColumns);
+      requireColumns(kCollections, collectionsTable().columns);
+      requireColumns(kProblems, problemsTable().columns);
       requireColumns(kBookkeeping, kBookkeepingColumns);
     });
   }
@@ -457,8 +587,8 @@ class SqliteInventory : public Inventory {
       database_->execute(
           indexSql(table.name, tellsServer(table) ? quotedName(kServerColumn) : serverInPath()));
     }
-    database_->execute(creationSqlOf(kCollections, kCollectionColumns));
-    database_->execute(creationSqlOf(kProblems, kProblemColumns));
+    database_->execute(creationSqlOf(kCollections, collectionsTable().columns));
+    database_->execute(creationSqlOf(kProblems, problemsTable().columns));
     database_->execute(creationSqlOf(kBookkeeping, kBookkeepingColumns));
     for (const std::string_view table : {kCollections, kProblems, kBookkeeping}) {
       database_->execute(indexSql(table, quotedName(kServerColumn)));
@@ -478,48 +608,117 @@ class SqliteInventory : public Inventory {
     }
   }
 
+  // Changes the file that has the name, in one transaction.
+  template <typename Done, typename Make>
+  Done change(const Make& make) {
+    for (int tries = 1;; ++tries) {
+      const bool isNew = openOrCreate();
+      try {
+        if (auto done = changeOnce<Done>(make)) return std::move(*done);
+      } catch (...) {
+        if (isNew) removeEmptyFile();
+        throw;
+      }
+      // Another file has taken the name since this one was opened.
+      close();
+      if (hasPublished_) {
+        throw Error("the database '" + file_ +
+                    "' has been moved or replaced since servers were published into it");
+      }
+      if (tries == kMostTries) throw Error("the database '" + file_ + "' keeps being replaced");
+    }
+  }
+
   // Nothing where another file has taken the name.
-  std::optional<std::vector<Published>> publishOnce(std::span<const Result> results) {
+  template <typename Done, typename Make>
+  std::optional<Done> changeOnce(const Make& make) {
     sqlite::Transaction transaction(*database_);
     if (database_->hasMoved()) return std::nullopt;
-    std::vector<Published> published;
     try {
       makeTables();
-      for (const Result& result : results) published.push_back(replace(result));
+      Done done = make();
       transaction.commit();
       if (database_->hasMoved()) {
         throw Error("the database '" + file_ + "' was moved or replaced while it was written to");
       }
       hasPublished_ = true;
+      return done;
     } catch (...) {
       checkedSchema_.clear();
       throw;
     }
-    return published;
+  }
+
+  // Removes what a publication replaces. Gives the spellings of the server's name.
+  std::vector<std::string> removeFormer(const std::string& server, const Scope& scope, RowCounts& removed) {
+    std::vector<std::string> spellings = spellingsOf(server);
+    try {
+      removeRowsWithoutPath(spellings, scope, removed);
+      updateCollections(spellings, scope);
+    } catch (const json::exception&) {
+      failDamaged(server);
+    } catch (const Error&) {
+      failDamaged(server);
+    }
+    removeRows(spellings, scope, removed);
+    removeProblems(spellings, scope);
+    removeProblemsWithoutTable(spellings);
+    return spellings;
+  }
+
+  // The rows of another inventory, and what it knows of them.
+  void takeRows(Snapshot& from, const std::vector<std::string>& servers, Published& taken) {
+    struct Book {
+      std::string server, time, current;
+      json pathless = json::array();
+    };
+    std::vector<Book> books;
+    std::map<std::string, json> pathless;  // by the servers' folded names
+    std::vector<std::pair<std::string, Problem>> told;
+    for (const Table* const table : everyTable()) {
+      auto source = from.rowsOf(std::string(table->name), servers);
+      OwnedRows& owned = *source;
+      std::size_t known = 0;
+      RowFeed feed(*table, std::move(source), [&](RowFeed& at) {
+        if (at.pathless().size() > known) {
+          pathless[owned.server()].push_back({{"table", table->name}, {"row", at.pathless()[known++]}});
+        }
+        for (Problem& problem : at.rows().problems()) told.emplace_back(owned.server(), std::move(problem));
+        at.rows().problems().clear();
+        if (table->name != kCollections) return;
+        const auto text = [&](std::size_t column) { return std::string(owned.cell(column).value_or("")); };
+        Book& book = books.emplace_back(Book{text(0), text(columnIndex(*table, "Published")),
+                                             text(table->columns.size()), json::array()});
+        // Which of its publications has brought them doesn't matter.
+        if (const auto found = pathless.find(owned.server()); found != pathless.end()) {
+          book.pathless = std::move(found->second);
+          pathless.erase(found);
+        }
+      });
+      feed_->run(statement(feedSql(*table)), feed);
+      if (const std::size_t at = tableIndex(table->name); at < tables().size())
+        taken.added[at] = feed.rows().count();
+    }
+    for (const Book& book : books) keepBooks(book.server, book.time, book.current, book.pathless);
+    for (auto& [server, problem] : told) {
+      addProblem(*std::ranges::find(servers, server, folded), problem);
+      taken.problems.push_back(std::move(problem));
+    }
   }
 
   Published replace(const Result& result) {
-    Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0)};
-    const std::vector<std::string> spellings = spellingsOf(result.origin.server);
-    try {
-      removeRowsWithoutPath(spellings, result.scope, published.replaced);
-      updateCollections(spellings, result.scope);
-    } catch (const json::exception&) {
-      failDamaged(result.origin.server);
-    } catch (const Error&) {
-      failDamaged(result.origin.server);
-    }
-    removeRows(spellings, result.scope, published.replaced);
-    removeProblems(spellings, result.scope);
-    removeProblemsWithoutTable(spellings);
+    Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0), {}};
+    const std::vector<std::string> spellings =
+        removeFormer(result.origin.server, result.scope, published.replaced);
 
     std::set<std::pair<std::size_t, ItemKind>> brought;
-    const json pathless = addRows(result, published.added, brought);
+    const json pathless = addRows(result, published, brought);
     for (const Problem& problem : result.problems) addProblem(result.origin.server, problem);
+    for (const Problem& problem : published.problems) addProblem(result.origin.server, problem);
     const Remainder remainder = Remainder::of(result.scope, [&](const Table& table, ItemKind kind) {
       return brought.contains({tableIndex(table.name), kind});
     });
-    addCollection(result, timeOfPublication(spellings), published.added, remainder, pathless);
+    addCollection(result, timeOfPublication(spellings), published, remainder, pathless);
     return published;
   }
 
@@ -648,17 +847,10 @@ class SqliteInventory : public Inventory {
   }
 
   std::int64_t removeOneLike(const Table& table, const json& row) {
-    std::string condition;
-    for (const std::string_view column : table.columns) {
-      condition += (condition.empty() ? "" : " and ") + quotedName(column) + " is ? collate binary";
-    }
-    Statement& change =
-        statement("delete from " + quotedName(table.name) + " where rowid = (select rowid from " +
-                  quotedName(table.name) + " where " + condition + " order by rowid limit 1)");
-    std::vector<std::optional<std::string>> cells;
-    for (const json& cell : row) {
-      cells.push_back(cell.is_string() ? std::optional(cell.get<std::string>()) : std::nullopt);
-    }
+    const std::string name = quotedName(table.name);
+    Statement& change = statement("delete from " + name + " where rowid = (select rowid from " + name +
+                                  " where " + sameRow(table) + " order by rowid limit 1)");
+    const auto cells = cellsOf(row);
     int parameter = 0;
     for (const auto& cell : cells) change.bindOrNull(++parameter, cell);
     change.run();
@@ -687,32 +879,34 @@ class SqliteInventory : public Inventory {
   }
 
   // Gives copies of the rows that have no path.
-  json addRows(const Result& result, RowCounts& added, std::set<std::pair<std::size_t, ItemKind>>& brought) {
+  json addRows(const Result& result, Published& published,
+               std::set<std::pair<std::size_t, ItemKind>>& brought) {
     json pathless = json::array();
     for (std::size_t at = 0; at < tables().size(); ++at) {
       const Table& table = tables()[at];
-      RowFeed rows(table, result.rows->rows(table));
-      feed_->run(statement(feedSql(table)), rows);
-      added[at] += rows.count();
+      RowFeed feed(table, result.rows->rows(table));
+      feed_->run(statement(feedSql(table)), feed);
+      CheckedRows& rows = feed.rows();
+      published.added[at] += rows.count();
       for (const ItemKind kind : rows.kinds()) brought.insert({at, kind});
-      for (json& row : rows.pathless()) pathless.push_back({{"table", table.name}, {"row", std::move(row)}});
+      std::move(rows.problems().begin(), rows.problems().end(), std::back_inserter(published.problems));
+      for (json& row : feed.pathless()) pathless.push_back({{"table", table.name}, {"row", std::move(row)}});
     }
     return pathless;
   }
 
   void addProblem(const std::string& server, const Problem& problem) {
-    char number[16] = "";
-    if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
-    const std::array<std::string_view, std::size(kProblemColumns)> values = {
-        server,           problem.isNote ? "note" : "problem",
-        problem.table,    wordFor(problem.itemKind),
-        problem.item,     problem.node,
-        problem.property, problem.routine,
-        number,           problem.message,
-        problem.time};
-    Statement& insertion = statement(insertSql(kProblems, kProblemColumns));
+    insert(kProblems, problemsTable().columns, problemValues(server, problem));
+  }
+
+  void insert(std::string_view table, std::span<const std::string_view> columns,
+              const std::vector<Value>& values) {
+    Statement& insertion = statement(insertSql(table, columns));
     int parameter = 0;
-    for (const std::string_view value : values) insertion.bind(++parameter, value);
+    for (const Value& value : values) {
+      ++parameter;
+      std::visit([&](const auto& given) { insertion.bind(parameter, given); }, value);
+    }
     insertion.run();
   }
 
@@ -761,42 +955,17 @@ class SqliteInventory : public Inventory {
     }
   }
 
-  void addCollection(const Result& result, const std::string& published, const RowCounts& added,
+  void addCollection(const Result& result, const std::string& time, const Published& published,
                      const Remainder& remainder, const json& pathless) {
-    json byTable = json::object();
-    for (std::size_t at = 0; at < added.size(); ++at) {
-      if (added[at] > 0) byTable[std::string(tables()[at].name)] = added[at];
-    }
-    const auto notes = std::count_if(result.problems.begin(), result.problems.end(),
-                                     [](const Problem& problem) { return problem.isNote; });
-    const Origin& origin = result.origin;
-    const std::string rowsByTable = byTable.dump();
-    const std::string current = remainder.toText();
-    const std::string withoutPath = pathless.empty() ? std::string() : pathless.dump();
-    Statement& insertion = statement(insertSql(kCollections, kCollectionColumns));
-    int parameter = 0;
-    const auto next = [&](const auto& value) { insertion.bind(++parameter, value); };
-    next(std::string_view(origin.server));
-    next(std::string_view(origin.file));
-    next(origin.fileSize);
-    next(std::string_view(origin.fileTime));
-    next(std::string_view(origin.sha256));
-    next(std::string_view(origin.started));
-    next(std::string_view(published));
-    next(std::string_view(origin.version));
-    next(std::string_view(origin.selection));
-    next(std::accumulate(added.begin(), added.end(), std::int64_t{0}));
-    next(std::string_view(rowsByTable));
-    next(static_cast<std::int64_t>(result.problems.size()) - notes);
-    next(std::int64_t{notes});
-    next(origin.seconds);
-    insertion.run();
-    Statement& keeping = statement(insertSql(kBookkeeping, kBookkeepingColumns));
-    keeping.bind(1, origin.server);
-    keeping.bind(2, published);
-    keeping.bind(3, current);
-    keeping.bind(4, withoutPath);
-    keeping.run();
+    insert(kCollections, collectionsTable().columns,
+           collectionValues(result, time, published.added, published.problems.size()));
+    keepBooks(result.origin.server, time, remainder.toText(), pathless);
+  }
+
+  void keepBooks(const std::string& server, const std::string& time, const std::string& current,
+                 const json& pathless) {
+    insert(kBookkeeping, kBookkeepingColumns,
+           {server, time, current, pathless.empty() ? std::string() : pathless.dump()});
   }
 
   // A time at which nothing else of the server has been published: it tells one publication from another.
@@ -856,15 +1025,6 @@ std::unique_ptr<Inventory> openSqliteForPublishing(const std::string& file, cons
   auto inventory = std::make_unique<SqliteInventory>(file, access);
   inventory->openForPublishing();
   return inventory;
-}
-
-// One kind of database so far.
-std::unique_ptr<Inventory> openForReading(const std::string& database, const Access& access) {
-  return openSqliteForReading(database, access);
-}
-
-std::unique_ptr<Inventory> openForPublishing(const std::string& database, const Access& access) {
-  return openSqliteForPublishing(database, access);
 }
 
 }  // namespace inventory

@@ -1,0 +1,189 @@
+#include "inventory/records.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <set>
+#include <utility>
+
+#include "automation/text.h"
+
+namespace inventory {
+namespace {
+
+using nlohmann::json;
+
+// Whether a text is what every database takes: UTF-8 without a NUL. Most are plain ASCII.
+bool isPlain(std::string_view text) {
+  return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) > 0; });
+}
+
+}  // namespace
+
+const Table& collectionsTable() {
+  static const Table table{
+      kCollections,
+      {"Server name", "File", "File size", "File time", "SHA-256", "Started", "Published", "Version",
+       "Selection", "Rows", "Rows by table", "Problems", "Notes", "Seconds"}};
+  return table;
+}
+
+const Table& problemsTable() {
+  static const Table table{kProblems,
+                           {"Server name", "Kind", "Table", "Item kind", "Item", "Node", "Property",
+                            "Routine", "Number", "Message", "Time"}};
+  return table;
+}
+
+ColumnType columnType(std::string_view column) {
+  if (column == "Seconds") return ColumnType::kReal;
+  const bool isNumber = std::ranges::find(kNumberColumns, column) != std::end(kNumberColumns);
+  return isNumber ? ColumnType::kInteger : ColumnType::kText;
+}
+
+std::vector<Value> collectionValues(const Result& result, const std::string& published,
+                                    const RowCounts& added, std::size_t problems) {
+  json byTable = json::object();
+  for (std::size_t at = 0; at < added.size(); ++at) {
+    if (added[at] > 0) byTable[std::string(tables()[at].name)] = added[at];
+  }
+  const auto notes = std::count_if(result.problems.begin(), result.problems.end(),
+                                   [](const Problem& problem) { return problem.isNote; });
+  const Origin& origin = result.origin;
+  // A number of so few digits is the same text wherever it is kept.
+  const double seconds = std::round(origin.seconds * 1000) / 1000;
+  return {origin.server,       origin.file,
+          origin.fileSize,     origin.fileTime,
+          origin.sha256,       origin.started,
+          published,           origin.version,
+          origin.selection,    std::accumulate(added.begin(), added.end(), std::int64_t{0}),
+          byTable.dump(),      static_cast<std::int64_t>(result.problems.size() + problems) - notes,
+          std::int64_t{notes}, seconds};
+}
+
+std::vector<Value> problemValues(const std::string& server, const Problem& problem) {
+  char number[16] = "";
+  if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
+  return {server,           problem.isNote ? "note" : "problem",
+          problem.table,    std::string(wordFor(problem.itemKind)),
+          problem.item,     problem.node,
+          problem.property, problem.routine,
+          number,           problem.message,
+          problem.time};
+}
+
+Value valueOf(std::string_view column, Cell text) {
+  const std::string value(text.value_or(""));
+  switch (columnType(column)) {
+    case ColumnType::kInteger:
+      return static_cast<std::int64_t>(std::strtoll(value.c_str(), nullptr, 10));
+    case ColumnType::kReal:
+      return std::strtod(value.c_str(), nullptr);
+    case ColumnType::kText:
+      break;
+  }
+  return value;
+}
+
+std::vector<const Table*> everyTable() {
+  std::vector<const Table*> all;
+  for (const Table& table : tables()) all.push_back(&table);
+  all.push_back(&collectionsTable());
+  all.push_back(&problemsTable());
+  return all;
+}
+
+std::vector<std::string> replacedItems(const TableScope& part, const std::vector<std::string>& there) {
+  const auto foldedSet = [](const std::vector<std::string>& items) {
+    std::set<std::string> all;
+    for (const std::string& item : items) all.insert(folded(item));
+    return all;
+  };
+  const std::set<std::string> selected = foldedSet(part.items), left = foldedSet(part.there);
+  std::vector<std::string> replaced;
+  for (const std::string& item : there) {
+    const std::string name = folded(item);
+    if (selected.contains(name) || !left.contains(name)) replaced.push_back(item);
+  }
+  return replaced;
+}
+
+std::string jsonList(const std::vector<std::string>& texts) {
+  return json(texts).dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+CheckedRows::CheckedRows(const Table& table, std::unique_ptr<Rows> rows)
+    : table_(table),
+      rows_(std::move(rows)),
+      kinds_(Remainder::kindsOf(table)),
+      poolColumn_(columnIndex(table, kPoolColumn)),
+      replacements_(table.columns.size()) {}
+
+bool CheckedRows::next() {
+  if (!rows_->next()) return false;
+  ++count_;
+  told_.reset();
+  if (kinds_.size() > 1 && rows_->cell(poolColumn_)) ++ofSecondKind_;
+  return true;
+}
+
+Cell CheckedRows::cell(std::size_t column) {
+  const Cell value = rows_->cell(column);
+  if (!value || (value->size() <= kLongestValue && isPlain(*value))) return value;
+  return replaced(column, *value);
+}
+
+Cell CheckedRows::replaced(std::size_t column, std::string_view text) {
+  if (text.size() > kLongestValue) {
+    tell(column, "has " + std::to_string(text.size()) + " bytes; an inventory keeps at most " +
+                     std::to_string(kLongestValue) + ", so nothing stands there");
+    return std::nullopt;
+  }
+  // What is no UTF-8, half a surrogate pair among it, becomes U+FFFD on the way.
+  std::string clean = automation::toUtf8(automation::fromUtf8(text));
+  std::size_t at = 0;
+  while ((at = clean.find('\0', at)) != std::string::npos) clean.replace(at, 1, "\uFFFD");
+  if (clean == text) return text;
+  tell(column, "holds a NUL character or what is no text; U+FFFD stands in its place");
+  replacements_[column] = std::move(clean);
+  return replacements_[column];
+}
+
+void CheckedRows::tell(std::size_t column, std::string message) {
+  if (told_.test(column)) return;
+  told_.set(column);
+  const auto of = [&](std::string_view name) {
+    const std::size_t place = columnIndex(table_, name);
+    const Cell value = place < table_.columns.size() && place != column ? rows_->cell(place) : Cell();
+    return value ? automation::toUtf8(automation::fromUtf8(*value)) : std::string();
+  };
+  Problem problem;
+  problem.table = table_.name;
+  problem.itemKind = kinds_.size() > 1 && rows_->cell(poolColumn_) ? kinds_[1] : kinds_[0];
+  if (problem.itemKind != ItemKind::kNone) {
+    problem.item = of(problem.itemKind == ItemKind::kSite ? kSiteColumn : kPoolColumn);
+  }
+  problem.node = of(kPathColumn);
+  problem.property = table_.columns[column];
+  problem.message = "the value of '" + problem.property + "' " + message;
+  problem.time = utcNow();
+  // The place must be fit for an inventory too.
+  for (std::string* place : {&problem.item, &problem.node}) {
+    if (place->size() > kLongestValue) place->clear();
+    std::replace(place->begin(), place->end(), '\0', '?');
+  }
+  problems_.push_back(std::move(problem));
+}
+
+std::vector<ItemKind> CheckedRows::kinds() const {
+  std::vector<ItemKind> there;
+  if (count_ > ofSecondKind_) there.push_back(kinds_[0]);
+  if (ofSecondKind_ > 0) there.push_back(kinds_[1]);
+  return there;
+}
+
+}  // namespace inventory

@@ -1,0 +1,512 @@
+// An inventory on a PostgreSQL server: what an SQLite one holds, whoever is at it and whatever is killed.
+// --gtest_random_seed gives other moments.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <random>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "inventory/inventory.h"
+#include "inventory/postgres_connection.h"
+#include "tests/support/postgres.h"
+#include "tests/support/process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::steady_clock;
+using test::Arguments;
+using test::Program;
+using test::Result;
+using Strings = std::vector<std::string>;
+using Tables = std::map<std::string, Strings>;
+
+const std::string kSamples = SAMPLES_DIRECTORY;
+
+class Postgres : public testing::Test {
+ protected:
+  Postgres() {
+    server_.run("create role writer login");
+    server_.run("create role reader login");
+    server_.run("create database fleet owner writer");
+    fs::permissions(folder_.path(), fs::perms(0755));
+  }
+
+  // Every row in order, by table, as "value|value" with "-" for null; without what two collections of one
+  // thing always differ in, unless told otherwise.
+  static Tables everything(const std::string& database, bool andTimes = false) {
+    const auto inventory = inventory::openForReading(database, {});
+    const auto snapshot = inventory->snapshot();
+    const std::string shown = inventory::shownName(database);
+    Tables all;
+    for (const std::string& table : snapshot->tableNames()) {
+      const Strings columns = snapshot->columnNames(table);
+      Strings& rows = all[table];
+      snapshot->forEach(table, [&](std::span<const inventory::Cell> row) {
+        std::string& text = rows.emplace_back();
+        for (std::size_t at = 0; at < row.size(); ++at) {
+          if (isOwn(table, columns[at], andTimes)) text.append(row[at].value_or("-")).append("|");
+        }
+        // Messages may name the database.
+        if (const std::size_t at = text.find("'" + shown + "'"); at != text.npos)
+          text.erase(at, shown.size() + 2);
+      });
+    }
+    return all;
+  }
+
+  Result run(Arguments arguments, int status = 0, const std::string& words = "",
+             const std::function<void()>& prepare = {}) const {
+    const fs::path logs = folder_.folder("logs");
+    const Result result = test::run(folder_, arguments, [&] {
+      fs::current_path(logs);
+      if (prepare) prepare();
+    });
+    EXPECT_EQ(result.status, status) << testing::PrintToString(arguments) << result.out << result.err;
+    EXPECT_NE((result.out + result.err).find(words), std::string::npos) << words << result.out << result.err;
+    return result;
+  }
+
+  // Collects into both kinds, and expects the same.
+  void collectBoth(Arguments arguments, int status = 0) const {
+    arguments.insert(arguments.begin(), "collect");
+    for (const std::string& database : {file_, fleet_}) {
+      Arguments all = arguments;
+      all.insert(all.end(), {"--database", database, "--log-dir", folder_.folder("logs").string()});
+      run(all, status);
+    }
+    expectEqual(file_, fleet_);
+  }
+  static void expectEqual(const std::string& one, const std::string& other, bool andTimes = false) {
+    const Tables expected = everything(one, andTimes), found = everything(other, andTimes);
+    ASSERT_EQ(found.size(), expected.size());
+    for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
+  }
+
+  std::string generated(const std::string& server, int sites, int seed = 1) const {
+    bench::MetabaseOptions options = bench::inProportion(sites);
+    options.seed = static_cast<std::uint64_t>(seed);
+    return test::generated(folder_, server, options);
+  }
+
+  const test::Folder folder_;
+  test::PostgresServer server_;
+  const std::string file_ = (folder_ / "inventory.db").string();
+  const std::string fleet_ = server_.address("writer", "fleet");
+
+ private:
+  static bool isOwn(const std::string& table, const std::string& column, bool andTimes) {
+    if (column == "Still current" || column == "Rows without a path") return false;
+    return andTimes || (column != "Started" && column != "Published" && column != "Seconds" &&
+                        (table != "Problems" || column != "Time"));
+  }
+};
+
+TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
+  const std::string web = kSamples + "/WEB01/MetaBase.xml", legacy = kSamples + "/LEGACY/MetaBase.xml";
+  collectBoth({web, legacy, generated("LARGE", 1000)}, 1);
+  for (const char* format : {"table", "csv", "json"}) {
+    for (const char* table : {"", "tblvirtualDirectory", "tblAppliedObject", "tblHealth"}) {
+      Arguments show = {"show", "--format", format, "--database", file_};
+      if (*table != '\0') show.push_back(table);
+      const Result expected = run(show);
+      show[4] = fleet_;
+      EXPECT_EQ(run(show).out, expected.out);
+    }
+  }
+  // There and back.
+  const std::string there = server_.address("writer", "copies"), back = (folder_ / "back.db").string();
+  server_.run("create database copies owner writer");
+  run({"copy", "--from", file_, "--to", there}, 0, "copied 3 servers");
+  run({"copy", "--from", there, "--to", back}, 0, "copied 3 servers");
+  expectEqual(file_, there, true);
+  expectEqual(file_, back, true);
+  // Parts of it, from a state that has other things.
+  const std::string small = generated("LARGE", 20, 2);
+  collectBoth({small, "--only", "General"});
+  collectBoth({small, "--site", "3", "--pool", "pool 1"});
+  collectBoth({"web01=" + web, "--pool", "\u00FCBERSICHT", "--site", "2"});
+  collectBoth({"web01=" + legacy, "--only", "Virtual Directories", "--site", "1"}, 1);
+  run({"copy", "--from", file_, "--to", back, "--server", "web01", "--server", "legacy", "--server", "none"},
+      1, "no server 'none'");
+  run({"copy", "--from", fleet_, "--to", there}, 0, "replaced ");
+  expectEqual(fleet_, there, true);
+  // What is known of former publications comes with them.
+  for (const std::string& database : {there, back}) {
+    run({"collect", "web01=" + web, "--only", "General", "--database", database});
+    run({"collect", "Legacy=" + legacy, "--database", database}, 1);
+  }
+  const Tables first = everything(there), second = everything(back);
+  for (const auto& [table, rows] : second) {
+    for (const std::string& row : rows) {
+      if (row.find("LARGE") == std::string::npos) {
+        EXPECT_NE(std::count(first.at(table).begin(), first.at(table).end(), row), 0) << table << row;
+      }
+    }
+  }
+  collectBoth({"Legacy=" + legacy}, 1);
+  collectBoth({small});
+}
+
+TEST_F(Postgres, TakesNamesOfEveryKind) {
+  const std::string names[] = {"it's \"so\"", "100%s;%n", "$1 {a,b} #x", "\u00C4rger\u4E2D\U0001F600",
+                               "two  blanks ."};
+  std::string text = test::contents(kSamples + "/WEB01/MetaBase.xml");
+  const auto replace = [&](const std::string& what, const std::string& with) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
+      text.replace(at, what.size(), with);
+  };
+  replace("Partner exchange", "it&apos;s &quot;so&quot;&#10;%d\\N $1 \u00DF\u0130\U0001F600");
+  replace("Intranet Pool", "Pool ' &quot; %s \\. \u00C4");
+  replace("D:\\Sales", "D:\\&apos;\\&quot;\\%\\\u4E2D&#9;x");
+  const std::string file = folder_.file("names.xml", text);
+  Arguments arguments;
+  for (const std::string& name : names) arguments.push_back(name + "=" + file);
+  // The component itself puts the names of servers into its SQL texts.
+  collectBoth(arguments, 1);
+  collectBoth({"\u00E4RGER\u4E2D\U0001F600=" + file, "--pool", "pool ' \" %s \\. \u00E4"});
+  EXPECT_EQ(server_.run("select count(*) from iis_inventory.server_key", "fleet"), "5");
+}
+
+// Rows of one table, of which the others are empty.
+class FewRows : public inventory::RowSource {
+ public:
+  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
+    struct Reading : inventory::Rows {
+      bool next() override { return ++at < left.size(); }
+      inventory::Cell cell(std::size_t column) override {
+        return column < left[at].size() ? left[at][column] : inventory::Cell();
+      }
+      std::vector<std::vector<inventory::Cell>> left;
+      std::size_t at = static_cast<std::size_t>(-1);
+    };
+    auto reading = std::make_unique<Reading>();
+    if (table.name == name) reading->left = cells;
+    return reading;
+  }
+  std::string name;
+  std::vector<std::vector<inventory::Cell>> cells;
+};
+
+TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
+  FewRows rows;
+  rows.name = "tblMessageSetting";
+  const std::string large(std::size_t{33} << 20, 'x');
+  using namespace std::string_view_literals;
+  rows.cells = {{"A", "one", "1", "a\0b"sv, "half \xED\xA0\x80 a pair", large, "\u00FCbrig"},
+                {"A", "two", "2", "", std::nullopt, "fine"}};
+  inventory::Result result;
+  result.origin.server = "A";
+  result.rows = &rows;
+  for (const std::string& database : {file_, fleet_}) {
+    const auto published = inventory::openForPublishing(database, {})->publish({&result, 1});
+    EXPECT_EQ(published.at(0).problems.size(), 3U);
+    const Tables all = everything(database);
+    EXPECT_EQ(
+        all.at("tblMessageSetting"),
+        (Strings{"A|one|1|a\uFFFDb|half \uFFFD\uFFFD\uFFFD a pair|-|\u00FCbrig|", "A|two|2||-|fine|-|"}));
+    ASSERT_EQ(all.at("Problems").size(), 3U);
+    EXPECT_EQ(
+        all.at("Problems")[2].find("A|problem|tblMessageSetting|site|1||Banner Message|||the value of "), 0U);
+  }
+  expectEqual(file_, fleet_);
+}
+
+TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
+  const auto publish = [](const std::string& database, const std::string& server, const FewRows& rows) {
+    inventory::Result result;
+    result.origin.server = server;
+    result.rows = &rows;
+    inventory::openForPublishing(database, {})->publish({&result, 1});
+  };
+  FewRows rows, fewer;
+  rows.name = fewer.name = "tblvirtualDirectory";
+  rows.cells = {{"", "1", "a"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}, {"", "2", "c"}};
+  fewer.cells = {{"", "1", "a"}};
+  publish(file_, "A", rows);
+  publish(file_, "b", fewer);
+  const std::string back = (folder_ / "back.db").string();
+  run({"copy", "--from", file_, "--to", fleet_});
+  run({"copy", "--from", fleet_, "--to", back});
+  run({"copy", "--from", file_, "--to", (folder_ / "b.db").string(), "--server", "B"}, 0, "1 server into");
+  for (const std::string& database : {file_, fleet_, back}) {
+    EXPECT_EQ(everything(database).at("tblvirtualDirectory").size(), 4U) << database;
+    publish(database, "a", fewer);
+    publish(database, "B", {});
+    EXPECT_EQ(everything(database).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"}) << database;
+  }
+  EXPECT_EQ(everything((folder_ / "b.db").string()).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"});
+}
+
+TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
+  server_.run("create role secret login password 'pass/geheim@1'");
+  server_.run("create database ascii owner writer encoding 'SQL_ASCII' locale 'C' template template0");
+  server_.run("create role stranger login; alter role reader set default_transaction_read_only = on");
+  server_.run(
+      "create schema theirs; create table theirs.orders (n int); grant all on schema theirs to writer; "
+      "grant all on theirs.orders to writer",
+      "fleet");
+  const std::string web = kSamples + "/WEB01/MetaBase.xml";
+  const auto refused = [&](const std::string& database, const std::string& words, Arguments more = {}) {
+    Arguments arguments = {"collect", web, "--database", database};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const Result result = run(arguments, 2, words, [] { ::unsetenv("PGPASSWORD"); });
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+    EXPECT_EQ((result.out + result.err).find("geheim"), std::string::npos) << result.err;
+  };
+  const auto address = [&](const std::string& role, const std::string& database) {
+    return server_.address(role, database);
+  };
+  refused(server_.address("secret", "fleet", "wrong%2Fgeheim"), "comes from PGPASSWORD");
+  refused("postgresql://secret:pass/geheim@1@/fleet", "write '%2F' and '%40'");
+  refused("postgresql://secret:%zzgeheim@/fleet", "can't be understood");
+  refused("service=nobody password=geheim", "one service");
+  refused(address("writer", "nowhere"), "create database");
+  refused(address("stranger", "fleet"), "create schema \"iis_inventory\" authorization stranger");
+  refused(address("reader", "fleet"), "default_transaction_read_only");
+  refused(address("writer", "ascii"), "encoding is SQL_ASCII");
+  refused(fleet_, "--schema NAME", {"--schema", "theirs"});
+  refused("postgresql:///fleet?host=" + folder_.path().string(), "Is the server running");
+  run({"show", "--database", fleet_}, 2, "no schema 'iis_inventory'");
+  EXPECT_EQ(server_.run("select count(*) from pg_tables where tablename like 'tbl%'", "fleet"), "0");
+
+  run({"collect", web, "--database", fleet_, "--schema", "theirs", "--force", "--quiet"});
+  server_.run("alter table theirs.\"tblHealth\" rename \"Enable pinging\" to pings", "fleet");
+  refused(fleet_, "theirs.tblHealth has no column 'Enable pinging'", {"--schema", "theirs"});
+  // What the README tells to set up.
+  server_.run(
+      "create schema shared authorization writer; grant usage on schema shared to reader; "
+      "alter default privileges for role writer in schema shared grant select on tables to reader",
+      "fleet");
+  run({"collect", web, "--database", fleet_, "--schema", "shared"});
+  const std::string shown = run({"show", "tblHealth", "--database", fleet_, "--schema", "shared"}).out;
+  EXPECT_EQ(run({"show", "tblHealth", "--database", address("reader", "fleet"), "--schema", "shared"}).out,
+            shown);
+  server_.run("alter role reader reset default_transaction_read_only");
+  refused(address("reader", "fleet"), "grant select, insert, update, delete", {"--schema", "shared"});
+  run({"show", "--database", address("stranger", "fleet"), "--schema", "shared"}, 2, "grant usage on schema");
+}
+
+// Passes everything on to a server but its version.
+TEST_F(Postgres, RefusesAServerThatIsTooOld) {
+  const auto place = [](const std::string& folder) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    (folder + "/.s.PGSQL.5432").copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+  };
+  const sockaddr_un front = place(folder_.path().string()), back = place(server_.socket());
+  const auto raw = [](const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); };
+  const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  ASSERT_EQ(::bind(listener, raw(front), sizeof front), 0);
+  ::listen(listener, 5);
+  const pid_t proxy = test::inChild([&] {
+    const int client = ::accept(listener, nullptr, nullptr), server = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    if (::connect(server, raw(back), sizeof back) != 0) return;
+    char bytes[65536];
+    // The client's greeting, and the server's answer.
+    ssize_t size = ::read(client, bytes, sizeof bytes);
+    if (::write(server, bytes, static_cast<std::size_t>(size)) != size) return;
+    size = ::read(server, bytes, sizeof bytes);
+    std::string answer(bytes, static_cast<std::size_t>(size));
+    const std::string name("server_version\0", 15);
+    answer.replace(answer.find(name) + name.size(), 2, "12");
+    if (::write(client, answer.data(), answer.size()) == 0) return;
+    while (::read(client, bytes, sizeof bytes) > 0) {
+    }
+  });
+  run({"collect", kSamples + "/WEB01/MetaBase.xml", "--database",
+       "postgresql://writer@/fleet?host=" + folder_.path().string()},
+      2, "version 13 or later");
+  EXPECT_EQ(test::endOf(proxy), 0);
+  ::close(listener);
+}
+
+TEST_F(Postgres, TakesPasswordsWithoutTellingThem) {
+  const std::string password = "geheim%2F\u00DF%40word";
+  server_.run(
+      "create role secret login password 'geheim/\u00DF@word'; grant writer to secret; "
+      "alter role secret set role writer");
+  const fs::path logs = folder_.folder("quiet");
+  const std::string address = server_.address("secret", "fleet", password);
+  Result result =
+      run({"collect", kSamples + "/LEGACY/MetaBase.xml", "--database", address, "--log-dir", logs.string()},
+          1, "into postgresql://secret@/fleet");
+  std::string all = result.out + result.err;
+  for (const auto& log : fs::directory_iterator(logs)) all += test::contents(log.path());
+  for (const auto& [table, rows] : everything(fleet_))
+    for (const std::string& row : rows) all += row;
+  all += server_.run("select string_agg(application_name || query, ' ') from pg_stat_activity");
+  for (const char* part : {"geheim", "@word", "%40word"})
+    EXPECT_EQ(all.find(part), std::string::npos) << part;
+  // By the environment, and by a service file.
+  const auto given = [] { ::setenv("PGPASSWORD", "geheim/\u00DF@word", 1); };
+  run({"show", "--database", server_.address("secret", "fleet")}, 0, "tblGeneral", given);
+  const std::string services =
+      folder_.file("services", "[fleet]\nhost=" + server_.socket() + "\ndbname=fleet\nuser=writer\n");
+  run({"show", "--database", "service=fleet"}, 0, "tblGeneral",
+      [&] { ::setenv("PGSERVICEFILE", services.c_str(), 1); });
+  run({"show", "--database", "./service=fleet"}, 2, "service=fleet'");
+}
+
+TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
+  const Strings states = {generated("ONE", 5, 1), generated("ONE", 5, 1)};
+  const auto collect = [&](const std::string& server, const std::string& wait) {
+    return std::make_unique<Program>(
+        folder_, Arguments{"collect", "--quiet", server, "--database", fleet_, "--wait", wait, "--log-dir",
+                           folder_.folder("logs").string()});
+  };
+  EXPECT_EQ(collect(states[0], "5")->end().status, 0);
+  const Tables one = everything(fleet_);
+  std::vector<std::unique_ptr<Program>> programs;
+  for (int number = 0; number < 4; ++number) {
+    programs.push_back(collect(states[0], "1000"));
+    programs.push_back(collect(generated("OTHER" + std::to_string(number), 5, number + 2), "1000"));
+  }
+  const auto anyRuns = [&] {
+    return std::any_of(programs.begin(), programs.end(), [](const auto& program) { return program->runs(); });
+  };
+  int looks = 0;
+  do {
+    const Tables all = everything(fleet_);
+    for (const auto& [table, rows] : one) {
+      if (table == "Collections" || table.starts_with("tblv")) continue;
+      EXPECT_EQ(
+          std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.starts_with("ONE|"); }),
+          std::count_if(all.at(table).begin(), all.at(table).end(),
+                        [](const auto& row) { return row.starts_with("ONE|"); }))
+          << table;
+    }
+    ++looks;
+  } while (anyRuns());
+  for (const auto& program : programs) EXPECT_EQ(program->end().status, 0);
+  std::cout << looks << " looks\n";
+  EXPECT_EQ(everything(fleet_).at("Collections").size(), 5U);
+
+  // Who publishes a server keeps others from it, and from nothing else.
+  inventory::postgres::Connection other(fleet_);
+  inventory::postgres::Transaction transaction(other, "begin");
+  server_.run(
+      "create function pause() returns trigger language plpgsql as $$ begin if new.\"Server name\" = "
+      "'SLOW' then perform pg_advisory_xact_lock(7); end if; return new; end $$; create trigger pauses "
+      "before insert on iis_inventory.\"tblHealth\" for each row execute function pause()",
+      "fleet");
+  other.run("select pg_advisory_xact_lock(7)");
+  const std::string slow = generated("SLOW", 5);
+  const auto holding = collect(slow, "1000");
+  while (server_.run("select count(*) from pg_locks where locktype = 'advisory' and not granted") == "0") {
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  EXPECT_EQ(collect(states[1], "0.01")->end().status, 0);
+  Result result = collect("slow" + slow.substr(4), "0.05")->end();
+  EXPECT_EQ(result.status, 2);
+  EXPECT_NE(result.err.find("somebody else publishes slow"), std::string::npos) << result.err;
+  const auto patient = collect(slow, "1000"), interrupted = collect(slow, "100000");
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));
+  ::kill(interrupted->id(), SIGTERM);
+  EXPECT_EQ(interrupted->end().status, -SIGTERM);
+  EXPECT_TRUE(patient->runs() && holding->runs());
+  transaction.commit();
+  EXPECT_EQ(holding->end().status, 0);
+  EXPECT_EQ(patient->end().status, 0);
+
+  // Many connections of one program.
+  Arguments many = {"collect", "--jobs", "12", "--quiet", "--database", fleet_};
+  for (int number = 0; number < 40; ++number) many.push_back(generated("M" + std::to_string(number), 3));
+  run(many);
+  EXPECT_EQ(server_.run("select count(*) from iis_inventory.\"Collections\"", "fleet"), "46");
+}
+
+TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
+  constexpr int kRounds = 100;
+  std::mt19937_64 random(static_cast<unsigned>(GTEST_FLAG_GET(random_seed)));
+  std::cout << "seed " << GTEST_FLAG_GET(random_seed) << "\n";
+  Strings files[2];
+  std::vector<Tables> states;
+  steady_clock::duration longest{};
+  for (int state = 0; state < 2; ++state) {
+    // Twice the same name, so copies of the files.
+    for (const char* name : {"WEB01", "WEB02"}) {
+      const std::string file = generated(name, state == 0 ? 60 : 40, state + 1).substr(6);
+      files[state].push_back(std::string(name) + "=" +
+                             folder_.file(name + std::to_string(state), test::contents(file)));
+    }
+    Arguments first = {"collect", "--quiet", "--database", fleet_};
+    first.insert(first.end(), files[state].begin(), files[state].end());
+    const auto start = steady_clock::now();
+    run(first);
+    longest = steady_clock::now() - start;
+    states.push_back(everything(fleet_));
+  }
+  const auto ofServer = [](const Tables& all, const std::string& name) {
+    Strings rows;
+    for (const auto& [table, each] : all) {
+      for (const std::string& row : each) {
+        if (table != "Collections" && row.find(name) != std::string::npos) rows.push_back(table + row);
+      }
+    }
+    return rows;
+  };
+  int stands[] = {1, 1}, ended = 0, changed = 0, again = 0;
+  for (int round = 0; round < kRounds; ++round) {
+    SCOPED_TRACE(round);
+    const int state = round % 2, kind = round % 5;
+    Arguments arguments = {"collect", "--quiet",    "--jobs", "2",         "--wait",
+                           "60",      "--database", fleet_,   "--log-dir", folder_.folder("logs").string()};
+    arguments.insert(arguments.end(), files[state].begin(), files[state].end());
+    Program program(folder_, arguments);
+    std::this_thread::sleep_for(std::chrono::nanoseconds(
+        std::uniform_int_distribution<std::int64_t>(0, std::chrono::nanoseconds(longest).count())(random)));
+    if (kind < 2) {
+      ::kill(program.id(), kind == 0 ? SIGKILL : SIGINT);
+    } else if (kind < 4) {
+      const std::string backends = server_.run(
+          "select pid from pg_stat_activity where application_name = 'iisinventory' and pid <> "
+          "pg_backend_pid()");
+      // The second brings down all others, and the server starts again by itself.
+      if (!backends.empty()) ::kill(std::stoi(backends), kind == 2 ? SIGTERM : SIGKILL);
+    } else {
+      server_.fallAndRise();
+    }
+    const Result result = program.end();
+    server_.awaitReadiness();
+    ended += result.status != 0;
+    // Whoever lost his connection has another one; only the second loss, or the first contact, is told.
+    if (kind >= 2 && result.status != 0) {
+      EXPECT_EQ(result.status, 2) << result.err;
+      EXPECT_NE(result.err.find("the database 'postgresql://"), std::string::npos) << result.err;
+    }
+    if (kind >= 2 && result.status == 0) ++again;
+    const Tables all = everything(fleet_);
+    for (const int at : {0, 1}) {
+      const std::string name = at == 0 ? "WEB01" : "WEB02";
+      const Strings rows = ofServer(all, name);
+      const bool isNew = rows == ofServer(states[static_cast<std::size_t>(state)], name);
+      EXPECT_TRUE(isNew || rows == ofServer(states[static_cast<std::size_t>(stands[at])], name))
+          << rows.size();
+      EXPECT_TRUE(isNew || result.status != 0);
+      changed += isNew && stands[at] != state;
+      if (isNew) stands[at] = state;
+    }
+    EXPECT_EQ(all.at("Collections").size(), 2U);
+  }
+  std::cout << kRounds << " rounds, " << ended << " ended, " << again << " went on; " << changed
+            << " servers changed\n";
+  EXPECT_GE(ended, kRounds / 10);
+  EXPECT_GE(again, kRounds / 10);
+  EXPECT_GE(changed, 1);
+}
+
+}  // namespace

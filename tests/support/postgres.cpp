@@ -1,0 +1,141 @@
+#include "tests/support/postgres.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <stdexcept>
+#include <thread>
+
+#include "inventory/postgres_connection.h"
+
+namespace test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Debian keeps each version's programs in a folder of its own.
+std::string programFolder() {
+  std::vector<std::string> found;
+  std::error_code error;
+  for (const auto& version : fs::directory_iterator("/usr/lib/postgresql", error)) {
+    if (fs::exists(version.path() / "bin" / "initdb")) found.push_back((version.path() / "bin").string());
+  }
+  if (found.empty()) throw std::runtime_error("PostgreSQL's server isn't installed: scripts/test does that");
+  return *std::max_element(found.begin(), found.end());
+}
+
+const passwd& unprivileged() {
+  for (const char* name : {"postgres", "nobody"}) {
+    if (const passwd* user = ::getpwnam(name)) return *user;
+  }
+  throw std::runtime_error("there is no user 'postgres' or 'nobody' to run PostgreSQL as");
+}
+
+pid_t started(std::vector<std::string> arguments, const std::string& log, int deathSignal) {
+  const pid_t child = ::fork();
+  if (child != 0) return child;
+  const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(output, STDERR_FILENO);
+  if (::getuid() == 0) {
+    const passwd& user = unprivileged();
+    if (::setgroups(0, nullptr) != 0 || ::setgid(user.pw_gid) != 0 || ::setuid(user.pw_uid) != 0)
+      ::_exit(126);
+  }
+  // It doesn't outlive the test.
+  ::prctl(PR_SET_PDEATHSIG, deathSignal);
+  ::setenv("LC_ALL", "C.UTF-8", 1);
+  ::unsetenv("LD_PRELOAD");
+  std::vector<char*> raw;
+  for (std::string& argument : arguments) raw.push_back(argument.data());
+  raw.push_back(nullptr);
+  if (::chdir("/") == 0) ::execv(raw[0], raw.data());
+  ::_exit(127);
+}
+
+}  // namespace
+
+PostgresServer::PostgresServer(std::vector<std::string> settings)
+    : programs_(programFolder()), settings_(std::move(settings)) {
+  fs::permissions(folder_.path(), fs::perms(0755));
+  const fs::path own = folder_.folder("server");
+  if (::getuid() == 0 && ::chown(own.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0) {
+    throw std::runtime_error("can't give away the folder of the server");
+  }
+  const pid_t maker = started({programs_ + "/initdb", "-D", (own / "data").string(), "-U", "master", "-A",
+                               "trust", "-E", "UTF8", "--locale=C.UTF-8", "--no-sync"},
+                              (folder_ / "log").string(), SIGKILL);
+  int status = -1;
+  if (::waitpid(maker, &status, 0) != maker || status != 0) {
+    throw std::runtime_error("initdb has failed: " + contents(folder_ / "log"));
+  }
+  std::ofstream(own / "data" / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
+                                                 "local all secret scram-sha-256\n"
+                                                 "local all all trust\n";
+  start();
+}
+
+PostgresServer::~PostgresServer() {
+  stop(SIGQUIT);
+}
+
+void PostgresServer::start() {
+  std::vector<std::string> arguments = {programs_ + "/postgres", "-D", socket() + "/data", "-k", socket()};
+  for (const char* setting :
+       {"listen_addresses=", "fsync=off", "max_connections=40", "log_min_messages=fatal"}) {
+    arguments.insert(arguments.end(), {"-c", setting});
+  }
+  for (const std::string& setting : settings_) arguments.insert(arguments.end(), {"-c", setting});
+  id_ = started(arguments, (folder_ / "log").string(), SIGQUIT);
+  awaitReadiness();
+}
+
+void PostgresServer::awaitReadiness() {
+  while (PQping(address("master", "postgres").c_str()) != PQPING_OK) {
+    int status = 0;
+    if (::waitpid(id_, &status, WNOHANG) == id_) {
+      id_ = -1;
+      throw std::runtime_error("PostgreSQL has ended: " + contents(folder_ / "log"));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+}
+
+void PostgresServer::stop(int signal) {
+  if (id_ < 0) return;
+  ::kill(id_, signal);
+  ::waitpid(id_, nullptr, 0);
+  id_ = -1;
+}
+
+void PostgresServer::fallAndRise() {
+  stop(SIGQUIT);
+  start();
+}
+
+std::string PostgresServer::address(const std::string& role, const std::string& database,
+                                    const std::string& password) const {
+  return "postgresql://" + role + (password.empty() ? "" : ":" + password) + "@/" + database +
+         "?host=" + socket();
+}
+
+std::string PostgresServer::run(const std::string& sql, const std::string& database) const {
+  inventory::postgres::Connection connection(address("master", database));
+  const inventory::postgres::ResultSet result(PQexec(connection.raw(), sql.c_str()));
+  const ExecStatusType status = PQresultStatus(result.raw());
+  if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) connection.fail(result.raw());
+  std::string values;
+  for (int row = 0; row < result.rows(); ++row) {
+    values += (row == 0 ? "" : "\n") + std::string(result.text(row, 0).value_or("-"));
+  }
+  return values;
+}
+
+}  // namespace test
