@@ -73,7 +73,11 @@ void tryForAMoment(std::function<void()> work) {
   const auto state = std::make_shared<State>();
   try {
     std::thread([state, work = std::move(work)] {
-      work();
+      try {
+        work();
+      } catch (const std::exception&) {
+        // The end comes all the same.
+      }
       const std::lock_guard lock(state->mutex);
       state->isDone = true;
       state->changed.notify_one();
