@@ -7,10 +7,11 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
-#include <sstream>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -28,6 +29,7 @@ using automation::Failure;
 using automation::fromUtf8;
 using automation::ObjectRef;
 using automation::Text;
+using automation::TextView;
 using automation::Variant;
 using automation::write;
 using automation::writeIndexed;
@@ -36,49 +38,53 @@ using platform::store::PrivateDatabase;
 using sqlite::Database;
 namespace fs = std::filesystem;
 
-// A property, ".Name", or a column of the current row; null as "-".
-std::string valueOf(const ObjectRef& object, const std::string& name) {
-  const Variant value = name.front() == '.' ? automation::read(object, fromUtf8(name.substr(1)))
-                                            : automation::readIndexed(object, u"Collect", fromUtf8(name));
+// A value as text, null as "-".
+std::string shown(const Variant& value) {
   return value.isNull() ? "-" : automation::toUtf8(automation::toText(value));
 }
 
-void take(const ObjectRef& object, const std::string& step, std::size_t mark) {
-  const Text name = fromUtf8(step.substr(0, mark));
-  if (mark == step.size()) {
-    call(object, name);
-  } else if (step[mark] == '(') {
-    call(object, name, fromUtf8(step.substr(mark + 1, step.size() - mark - 2)));
-  } else if (step[mark] == '?') {
-    EXPECT_EQ(valueOf(object, step.substr(0, mark)), step.substr(mark + 1)) << step;
-  } else if (name.front() == u'.') {
-    write(object, name.substr(1), fromUtf8(step.substr(mark + 1)));
-  } else {
-    writeIndexed(object, u"Collect", name, fromUtf8(step.substr(mark + 1)));
-  }
-}
+struct Connection {
+  ObjectRef object = CreateObject(u"ADODB.Connection");
 
-// Takes steps at a connection or a recordset, with commas between them: "Method", "Method(text)",
-// "name=text", and "name?text" for a value that must be there. Behind a step that must fail stand "!", the
-// failure's number and, where it matters, a piece of its message.
-void play(const ObjectRef& object, const std::string& script) {
-  std::istringstream steps(script);
-  for (std::string step; std::getline(steps >> std::ws, step, ',');) {
-    const std::size_t end = std::min(step.rfind('!'), step.size());
-    std::string fragment = end < step.size() ? step.substr(end + 1) : "0";
-    std::size_t length = 0;
-    const auto expected = std::stoul(fragment, &length, 0);
-    fragment.erase(0, length + 1);
-    std::uint32_t number = 0;
-    std::string message;
-    try {
-      take(object, step.substr(0, end), std::min(step.find_first_of("(=?"), end));
-    } catch (const Failure& caught) {
-      number = static_cast<std::uint32_t>(caught.number());
-      message = automation::toUtf8(caught.description());
-    }
-    EXPECT_EQ(number, expected) << step << ": " << message;
-    EXPECT_NE(message.find(fragment), std::string::npos) << step << ": " << message;
+  void open(const fs::path& file) const { call(object, u"Open", fromUtf8(file.string())); }
+  void execute(std::string_view sql) const { call(object, u"Execute", fromUtf8(sql)); }
+  void close() const { call(object, u"Close"); }
+};
+
+struct Recordset {
+  ObjectRef object = CreateObject(u"ADODB.Recordset");
+
+  void open(std::string_view sql) const { call(object, u"Open", fromUtf8(sql)); }
+  void addNew() const { call(object, u"AddNew"); }
+  void update() const { call(object, u"Update"); }
+  void cancelUpdate() const { call(object, u"CancelUpdate"); }
+  void moveNext() const { call(object, u"MoveNext"); }
+  void close() const { call(object, u"Close"); }
+
+  std::string property(TextView name) const { return shown(automation::read(object, name)); }
+  std::string at(std::string_view column) const {
+    return shown(automation::readIndexed(object, u"Collect", fromUtf8(column)));
+  }
+  void setValue(std::string_view column, const Variant& value) const {
+    writeIndexed(object, u"Collect", fromUtf8(column), value);
+  }
+  void set(std::string_view column, std::string_view value) const { setValue(column, fromUtf8(value)); }
+  void add(std::string_view column, std::string_view value) const {
+    addNew();
+    set(column, value);
+    update();
+  }
+};
+
+// The number of the failure that something ends in, 0 where it doesn't. Its message holds a piece of text.
+template <typename Work>
+std::uint32_t failure(const Work& work, const std::string& piece = "") {
+  try {
+    work();
+    return 0;
+  } catch (const Failure& caught) {
+    EXPECT_NE(automation::toUtf8(caught.description()).find(piece), std::string::npos) << caught.what();
+    return static_cast<std::uint32_t>(caught.number());
   }
 }
 
@@ -113,32 +119,34 @@ class Store : public testing::Test {
     return std::make_shared<Database>(path_, Database::Mode::kCreate, std::chrono::hours(1));
   }
 
-  // A connection that takes this step, and one to the database.
-  static ObjectRef connection(const std::string& step) {
-    ObjectRef made = CreateObject(u"ADODB.Connection");
-    play(made, ".Provider=Any.Provider.1, " + step);
+  Connection connect() const {
+    const Connection made;
+    made.open(path_);
     return made;
   }
-  std::string openStep() const { return "Open(" + path_.string() + ")"; }
-  ObjectRef connect() const { return connection(openStep()); }
 
   // The rows of a query; not counted unless told.
-  static ObjectRef select(const ObjectRef& connection, const std::string& sql, bool counted = false) {
-    ObjectRef rows = CreateObject(u"ADODB.Recordset");
-    write(rows, u"ActiveConnection", connection);
-    play(rows, counted ? ".CursorLocation=3, .CursorType=2" : ".CursorLocation=2, .CursorType=0");
-    play(rows, ".LockType=3, Open(" + sql + ")");
+  static Recordset select(const Connection& connection, std::string_view sql, bool counted = false) {
+    const Recordset rows;
+    write(rows.object, u"ActiveConnection", connection.object);
+    write(rows.object, u"CursorLocation", counted ? 3 : 2);
+    write(rows.object, u"CursorType", counted ? 2 : 0);
+    write(rows.object, u"LockType", 3);
+    rows.open(sql);
     return rows;
   }
-  static ObjectRef selectNone(const ObjectRef& connection) {
+  static Recordset selectNone(const Connection& connection) {
     return select(connection, "Select * from tblSites where 1=2");
   }
-  static std::string countAll(const ObjectRef& connection) {
-    return valueOf(select(connection, "Select * from tblSites", true), ".Recordcount");
+  static std::string countAll(const Connection& connection) {
+    return select(connection, "Select * from tblSites", true).property(u"Recordcount");
   }
 
-  static void addRow(const ObjectRef& rows, const std::string& server, const std::string& site) {
-    play(rows, "AddNew, Server name=" + server + ", Site=" + site + ", Update");
+  static void addRow(const Recordset& rows, std::string_view server, std::string_view site) {
+    rows.addNew();
+    rows.set("Server name", server);
+    rows.set("Site", site);
+    rows.update();
   }
 
   // Every row as "server|site|status", null as "-".
@@ -171,136 +179,187 @@ INSTANTIATE_TEST_SUITE_P(The, EachStore, testing::Range(0, 3),
                          [](const auto& each) { return std::string(kKinds[each.param]); });
 
 TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
-  const ObjectRef added = selectNone(connect());
-  play(added, ".EOF?True, Site=x!3021, Update!3021, CancelUpdate!3219");
-  play(added, "AddNew, SERVER NAME=WEB01, Servername=x!3265, server name?WEB01, Site?-");
+  const Recordset added = selectNone(connect());
+  EXPECT_EQ(added.property(u"EOF"), "True");
+  EXPECT_EQ(failure([&] { added.set("Site", "x"); }), 3021u);
+  EXPECT_EQ(failure([&] { added.update(); }), 3021u);
+  EXPECT_EQ(failure([&] { added.cancelUpdate(); }), 3219u);
+  added.addNew();
+  added.set("SERVER NAME", "WEB01");
+  EXPECT_EQ(failure([&] { added.set("Servername", "x"); }), 3265u);
+  EXPECT_EQ(added.at("server name"), "WEB01");
+  EXPECT_EQ(added.at("Site"), "-");
   EXPECT_EQ(rows(), Rows{});
   // A second one saves the first, and a failed Close leaves the recordset as it was.
-  play(added, "addnew, Status=7, Close!3219, Status?7");
+  added.addNew();
+  added.set("Status", "7");
+  EXPECT_EQ(failure([&] { added.close(); }), 3219u);
+  EXPECT_EQ(added.at("Status"), "7");
   EXPECT_EQ(rows(), Rows{"WEB01|-|-"});
   // Nothing of a cancelled row, or of the one before, gets into the next.
-  play(added, "CancelUpdate, Server name?WEB01, AddNew, Server name=x");
-  writeIndexed(added, u"Collect", u"Server name", automation::Null);
-  writeIndexed(added, u"Collect", u"Site", true);
-  play(added, "Update, Site=x!3251, Close");
+  added.cancelUpdate();
+  EXPECT_EQ(added.at("Server name"), "WEB01");
+  added.addNew();
+  added.set("Server name", "x");
+  added.setValue("Server name", automation::Null);
+  added.setValue("Site", true);
+  added.update();
+  EXPECT_EQ(failure([&] { added.set("Site", "x"); }), 3251u);
+  added.close();
   EXPECT_EQ(rows(), (Rows{"WEB01|-|-", "-|True|-"}));
 }
 
 TEST_P(EachStore, StateDecidesWhatIsAllowed) {
-  const ObjectRef connection = CreateObject(u"ADODB.Connection");
-  const ObjectRef opened = CreateObject(u"ADODB.Recordset");
-  play(connection, "Close!3704, Execute(Select 1)!3704");
-  play(opened, "Open(Select * from tblSites)!3709, AddNew!3704");
-  EXPECT_THROW(write(opened, u"ActiveConnection", opened), Failure);
-  write(opened, u"ActiveConnection", connection);
-  play(opened, "Open(Select * from tblSites)!3709");
-  play(connection, openStep() + ", " + openStep() + "!3705");
-  play(opened, "Open(Select * from tblNone)!0x80040E37, Open(Select * frm tblSites)!0x80040E14");
-  play(opened, "Open(Select * from tblSites), .CursorType=2!3705, AddOld!438, Close(now)!450");
-  play(opened, "AddNew!3251");  // Read-only unless a lock type is set.
+  const Connection connection;
+  const Recordset opened;
+  const auto openAs = [&](std::string_view sql) { return failure([&] { opened.open(sql); }); };
+  EXPECT_EQ(failure([&] { connection.close(); }), 3704u);
+  EXPECT_EQ(failure([&] { connection.execute("Select 1"); }), 3704u);
+  EXPECT_EQ(openAs("Select * from tblSites"), 3709u);
+  EXPECT_EQ(failure([&] { opened.addNew(); }), 3704u);
+  EXPECT_THROW(write(opened.object, u"ActiveConnection", opened.object), Failure);
+  write(opened.object, u"ActiveConnection", connection.object);
+  EXPECT_EQ(openAs("Select * from tblSites"), 3709u);
+  write(connection.object, u"Provider", u"Any.Provider.1");
+  connection.open(path_);
+  EXPECT_EQ(failure([&] { connection.open(path_); }), 3705u);
+  EXPECT_EQ(openAs("Select * from tblNone"), 0x80040E37);
+  EXPECT_EQ(openAs("Select * frm tblSites"), 0x80040E14);
+  EXPECT_EQ(openAs("Select * from tblSites"), 0u);
+  EXPECT_EQ(failure([&] { write(opened.object, u"CursorType", 2); }), 3705u);
+  EXPECT_EQ(failure([&] { call(opened.object, u"AddOld"); }), 438u);
+  EXPECT_EQ(failure([&] { call(opened.object, u"Close", u"now"); }), 450u);
+  // Read-only unless a lock type is set.
+  EXPECT_EQ(failure([&] { opened.addNew(); }), 3251u);
 
   // A connection takes its recordsets with it, also when it has been opened anew since.
-  const ObjectRef adding = selectNone(connection);
-  play(adding, "AddNew");
-  play(connection, "Close, .State?0, " + openStep());
-  play(adding, ".State?0, Update!3704");
+  const Recordset adding = selectNone(connection);
+  adding.addNew();
+  connection.close();
+  EXPECT_EQ(shown(automation::read(connection.object, u"State")), "0");
+  connection.open(path_);
+  EXPECT_EQ(adding.property(u"State"), "0");
+  EXPECT_EQ(failure([&] { adding.update(); }), 3704u);
   EXPECT_EQ(rows(), Rows{});
 }
 
 TEST_P(EachStore, CountsAndWalksRows) {
-  const ObjectRef connection = connect();
-  const ObjectRef added = selectNone(connection);
+  const Connection connection = connect();
+  const Recordset added = selectNone(connection);
   for (const char* site : {"A", "B", "C"}) addRow(added, "web01", site);
   addRow(added, "WEB02", "D");
-  const ObjectRef counted = select(connection, "Select * from tblSites where [Server name] = 'Web01'", true);
-  play(counted, ".Recordcount?3, AddNew, Server name=WEB01, Site=E, Update, .RecordCount?4, Site?E");
-  const ObjectRef walked =
+  const Recordset counted = select(connection, "Select * from tblSites where [Server name] = 'Web01'", true);
+  EXPECT_EQ(counted.property(u"Recordcount"), "3");
+  addRow(counted, "WEB01", "E");
+  EXPECT_EQ(counted.property(u"RecordCount"), "4");
+  EXPECT_EQ(counted.at("Site"), "E");
+  const Recordset walked =
       select(connection, "Select Distinct [Site] from tblSites where [Server name] = 'WEB01' ");
-  play(walked, ".RecordCount?-1");
+  EXPECT_EQ(walked.property(u"RecordCount"), "-1");
   std::string sites;
-  for (; valueOf(walked, ".EOF") == "False"; play(walked, "MoveNext")) {
-    sites += valueOf(walked, "site");
+  for (; walked.property(u"EOF") == "False"; walked.moveNext()) {
+    sites += walked.at("site");
     // Changes in the middle of the walk neither fail nor disturb it.
-    play(connection, "Execute(Delete from tblSites Where [Site]= '" + sites + "')");
+    connection.execute("Delete from tblSites Where [Site]= '" + sites + "'");
   }
   EXPECT_EQ(sites, "ABCE");
-  play(walked, "MoveNext!3021");
+  EXPECT_EQ(failure([&] { walked.moveNext(); }), 3021u);
   EXPECT_EQ(rows(), (Rows{"web01|B|-", "web01|C|-", "WEB02|D|-", "WEB01|E|-"}));
 }
 
 TEST_P(EachStore, RunsOneStatementAsItStandsOrNone) {
-  const ObjectRef connection = connect();
+  const Connection connection = connect();
   addRow(selectNone(connection), "WEB01", "O'Brien");
-  for (const std::string& sql :
-       {std::string("Update tblSites set Status= 'Custom' Where [Site]= 'O'Brien')!0x80040E14"),
-        std::string("Update tblSites set Status= 'x'; delete from tblSites)!0x80040E14"),
-        std::string("delete from tblSites\0 where 1=2)!0x80040E14", 43),
-        std::string("Update tblNone set Status= 'x')!0x80040E37"), std::string("  )!0x80040E0C"),
-        std::string(private_ ? "begin)!0x80040E14" : "begin)!3219")}) {
-    play(connection, "Execute(" + sql);
+  const struct {
+    std::string_view sql;
+    std::uint32_t number;
+  } refused[] = {
+      {"Update tblSites set Status= 'Custom' Where [Site]= 'O'Brien'", 0x80040E14},
+      {"Update tblSites set Status= 'x'; delete from tblSites", 0x80040E14},
+      {{"delete from tblSites\0 where 1=2", 31}, 0x80040E14},
+      {"Update tblNone set Status= 'x'", 0x80040E37},
+      {"  ", 0x80040E0C},
+      {"begin", private_ != nullptr ? 0x80040E14 : 3219},
+  };
+  for (const auto& [sql, number] : refused) {
+    EXPECT_EQ(failure([&, text = sql] { connection.execute(text); }), number) << sql;
   }
   EXPECT_EQ(rows(), Rows{"WEB01|O'Brien|-"});
-  play(connection, "Execute(Update tblSites set Status= 'x' Where [Server name] ='web01' ; )");
+  connection.execute("Update tblSites set Status= 'x' Where [Server name] ='web01' ; ");
   EXPECT_EQ(rows(), Rows{"WEB01|O'Brien|x"});
 }
 
 TEST_P(EachStore, KeepsAnyText) {
   const std::string odd("a\0b \xE2\x82\xAC\xF0\x9F\x98\x80", 11);
-  const ObjectRef connection = connect();
-  const ObjectRef added = selectNone(connection);
+  const Connection connection = connect();
+  const Recordset added = selectNone(connection);
   addRow(added, odd, "Z\xC3\xBCrich");
-  play(select(connection, "Select * from tblSites"), "Server name?" + odd + ", Site?Z\xC3\xBCrich");
-  play(added, "Server name?" + odd + ", AddNew");
-  writeIndexed(added, u"Collect", u"Site", Text(1, char16_t{0xD800}) + u"x");
-  play(added, "Update, Site?\xEF\xBF\xBDx");
+  const Recordset found = select(connection, "Select * from tblSites");
+  EXPECT_EQ(found.at("Server name"), odd);
+  EXPECT_EQ(found.at("Site"), "Z\xC3\xBCrich");
+  EXPECT_EQ(added.at("Server name"), odd);
+  added.addNew();
+  added.setValue("Site", Variant(Text(1, char16_t{0xD800}) + u"x"));
+  added.update();
+  EXPECT_EQ(added.at("Site"), "\xEF\xBF\xBDx");
 }
 
 TEST_P(EachStore, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
-  const ObjectRef outer = connect();
-  const ObjectRef pending = selectNone(outer);
-  play(pending, "AddNew, Site=outer");
-  const ObjectRef inner = connect();
+  const Connection outer = connect();
+  const Recordset pending = selectNone(outer);
+  pending.addNew();
+  pending.set("Site", "outer");
+  const Connection inner = connect();
   addRow(selectNone(inner), "WEB01", "inner");
   EXPECT_EQ(countAll(outer), "1");
-  play(inner, "Close");
-  play(pending, "Update");
+  inner.close();
+  pending.update();
   EXPECT_EQ(countAll(connect()), "2");
 
   // The next recordset sees a changed table.
   const auto owner = openDatabase();
   owner->execute("delete from tblSites; alter table tblSites add column [Added] text");
-  const ObjectRef wider = selectNone(outer);
-  play(wider, "AddNew, Added=x, Update");
+  const Recordset wider = selectNone(outer);
+  wider.add("Added", "x");
   EXPECT_EQ(rows(), Rows{"-|-|-|x"});
   owner->execute("drop table tblSites");
-  play(wider, "AddNew, Update!0x80040E37");
+  wider.addNew();
+  EXPECT_EQ(failure([&] { wider.update(); }), 0x80040E37);
 }
 
 TEST_F(Store, AFullFileFailsTheRowAndKeepsItPending) {
-  const ObjectRef connection = connect();
-  const ObjectRef added = selectNone(connection);
-  play(connection, "Execute(pragma max_page_count = 4)");
-  play(added, "AddNew, Site=" + std::string(100000, 'x') + ", Update!0x80004005 full");
-  play(added, "AddNew!0x80004005 full, Close!3219, Site=small, Update");
+  const Connection connection = connect();
+  const Recordset added = selectNone(connection);
+  connection.execute("pragma max_page_count = 4");
+  added.addNew();
+  added.set("Site", std::string(100000, 'x'));
+  EXPECT_EQ(failure([&] { added.update(); }, "full"), 0x80004005);
+  EXPECT_EQ(failure([&] { added.addNew(); }, "full"), 0x80004005);
+  EXPECT_EQ(failure([&] { added.close(); }), 3219u);
+  added.set("Site", "small");
+  added.update();
   EXPECT_EQ(rows(), Rows{"-|small|-"});
 }
 
 TEST_F(Store, AFileThatCannotBeUsedFailsAtOpenWithItsOwnMessage) {
-  const std::string folder = folder_.path().string();
   folder_.file("text.db", "These are not rows");
-  connection("Open(" + folder + "/missing.db)!0x80004005 missing.db': there is no such file");
-  EXPECT_FALSE(fs::exists(folder + "/missing.db"));
-  connection("Open(" + folder + ")!0x80004005 is a directory");
-  connection("Open(" + folder + "/text.db)!0x80004005 is not a database");
+  const auto opening = [](const fs::path& file, const std::string& piece) {
+    return failure([&] { Connection().open(file); }, piece);
+  };
+  EXPECT_EQ(opening(folder_ / "missing.db", "missing.db': there is no such file"), 0x80004005);
+  EXPECT_FALSE(fs::exists(folder_ / "missing.db"));
+  EXPECT_EQ(opening(folder_.path(), "is a directory"), 0x80004005);
+  EXPECT_EQ(opening(folder_ / "text.db", "is not a database"), 0x80004005);
 }
 
 TEST_F(Store, AFileIsNotWrittenToWhenAnotherHasTakenItsName) {
-  const ObjectRef stale = selectNone(connect());
+  const Recordset stale = selectNone(connect());
   addRow(stale, "WEB01", "old");
   fs::rename(path_, folder_ / "moved.db");
   makeTables(*openDatabase());
   addRow(selectNone(connect()), "WEB01", "new");
-  play(stale, "AddNew, Update!0x80004005");
+  stale.addNew();
+  EXPECT_EQ(failure([&] { stale.update(); }), 0x80004005);
   EXPECT_EQ(rows(), Rows{"WEB01|new|-"});
   path_ = folder_ / "moved.db";
   EXPECT_EQ(rows(), Rows{"WEB01|old|-"});
@@ -309,39 +368,52 @@ TEST_F(Store, AFileIsNotWrittenToWhenAnotherHasTakenItsName) {
 TEST_F(Store, SavedRowsSurviveTheDeathOfTheProcess) {
   const pid_t process = ::fork();
   if (process == 0) {
-    const ObjectRef added = selectNone(connect());
+    const Recordset added = selectNone(connect());
     for (int row = 0; row < 500; ++row) addRow(added, "WEB01", "saved");
-    play(added, "AddNew, Site=pending");
+    added.addNew();
+    added.set("Site", "pending");
     ::kill(::getpid(), SIGKILL);
   }
   ::waitpid(process, nullptr, 0);
   EXPECT_EQ(rows(), Rows(500, "WEB01|saved|-"));
 }
 
-TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
-  for (const bool atOpen : {true, false}) {
-    platform::store::setLockWait(std::chrono::milliseconds(10));
-    const auto other = openDatabase();
-    const ObjectRef connection = atOpen ? CreateObject(u"ADODB.Connection") : connect();
-    const ObjectRef added = atOpen ? connection : selectNone(connection);
-    if (!atOpen) play(added, "AddNew, Site=waited");
-    std::optional<sqlite::Transaction> lock(std::in_place, *other);
-    if (!atOpen) {
-      EXPECT_EQ(countAll(connection), "0");
-    }
-    play(added, (atOpen ? openStep() : "Update") + "!0x80004005 locked");
+// Something that a lock is in the way of fails at once, or when the wait for the lock is over, and works when
+// the lock goes in time.
+void expectToWait(Database& other, const std::function<void()>& impatient,
+                  const std::function<void()>& patient) {
+  std::optional<sqlite::Transaction> lock(std::in_place, other);
+  platform::store::setLockWait(std::chrono::milliseconds(10));
+  EXPECT_EQ(failure(impatient, "locked"), 0x80004005);
+  platform::store::setLockWait(std::chrono::hours(1));
+  std::thread release([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
     lock.reset();
+  });
+  patient();
+  release.join();
+}
 
-    platform::store::setLockWait(std::chrono::hours(1));
-    const ObjectRef patient = atOpen ? nullptr : selectNone(connect());
-    lock.emplace(*other);
-    std::thread release([&] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      lock.reset();
-    });
-    atOpen ? play(added, openStep()) : play(patient, "AddNew, Site=next, Update");
-    release.join();
-  }
+TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
+  const auto other = openDatabase();
+  const Connection connection;
+  const auto open = [&] { connection.open(path_); };
+  expectToWait(*other, open, open);
+
+  platform::store::setLockWait(std::chrono::milliseconds(10));
+  const Connection reader = connect();
+  const Recordset waiting = selectNone(reader);
+  waiting.addNew();
+  waiting.set("Site", "waited");
+  platform::store::setLockWait(std::chrono::hours(1));
+  const Recordset patient = selectNone(connect());
+  expectToWait(
+      *other,
+      [&] {
+        EXPECT_EQ(countAll(reader), "0");
+        waiting.update();
+      },
+      [&] { patient.add("Site", "next"); });
   EXPECT_EQ(rows(), Rows{"-|next|-"});
 }
 
@@ -352,9 +424,9 @@ TEST_F(Store, ThreadsWriteAtTheSameTime) {
   for (int thread = 0; thread < 8; ++thread) {
     threads.emplace_back([&, server = std::to_string(thread)] {
       for (int row = 0; row < kRows; ++row) {
-        const ObjectRef connection = connect();
+        const Connection connection = connect();
         addRow(selectNone(connection), server, "x");
-        play(connection, "Execute(Update tblSites set Status= 'y' Where [Server name]= '" + server + "')");
+        connection.execute("Update tblSites set Status= 'y' Where [Server name]= '" + server + "'");
       }
     });
   }
@@ -372,7 +444,7 @@ TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {
   for (int turn = 1; turn <= 2; ++turn) {
     {
       const Loan loan(lent);
-      const ObjectRef connection = connect();
+      const Connection connection = connect();
       addRow(selectNone(connection), "WEB01", "private");
       std::thread([&] { addRow(selectNone(connect()), "WEB01", "elsewhere"); }).join();
       path_ = folder_ / "." / "store.db";
