@@ -5,10 +5,10 @@
 #include <iostream>
 #include <string>
 
-#include "bench/metabase_generator.h"
+#include "tests/support/metabase_generator.h"
 
 int main(int argc, char** argv) {
-  bench::MetabaseOptions options;
+  test::MetabaseOptions options;
   std::string path;
   CLI::App app("Writes a MetaBase.xml with the given numbers of things in it.");
   app.add_option("file", path, "The file to write, - for standard output")->required();
@@ -40,7 +40,7 @@ int main(int argc, char** argv) {
     }
   }
   std::ostream& out = path == "-" ? std::cout : file;
-  bench::writeMetabase(options, out);
+  test::writeMetabase(options, out);
   out.flush();
   if (!out) {
     std::cerr << "generate_metabase: writing " << path << " failed\n";

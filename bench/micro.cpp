@@ -10,11 +10,11 @@
 #include "automation/object.h"
 #include "automation/runtime.h"
 #include "bench/collection.h"
-#include "bench/metabase_generator.h"
 #include "frame/log_record.h"
 #include "inventory/tables.h"
 #include "platform/metabase/metabase.h"
 #include "platform/store/private_database.h"
+#include "tests/support/metabase_generator.h"
 
 namespace {
 
@@ -23,11 +23,11 @@ using platform::metabase::Metabase;
 
 // A server with `sites` FTP sites, six nodes each besides the directories below.
 std::string generated(std::int64_t sites, std::int64_t directories) {
-  bench::MetabaseOptions options;
+  test::MetabaseOptions options;
   options.sites = sites;
   options.directories = directories;
   std::ostringstream out;
-  bench::writeMetabase(options, out);
+  test::writeMetabase(options, out);
   return out.str();
 }
 

@@ -1,5 +1,5 @@
-// collection_report: measures the program against the bare libraries, each measurement in a process of its own
-// and the two in turn, and prints tables.
+// collection_report: measures the program against the bare libraries, each measurement in a process of its
+// own and the two in turn, and prints tables.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "bench/collection.h"
-#include "bench/metabase_generator.h"
+#include "tests/support/metabase_generator.h"
 
 namespace {
 
@@ -138,7 +138,7 @@ class Report {
   fs::path metabase(const std::string& server, std::int64_t sites) const {
     const fs::path file = directory_ / (server + ".xml");
     std::ofstream out(file, std::ios::binary);
-    bench::writeMetabase(bench::inProportion(sites), out);
+    test::writeMetabase(test::inProportion(sites), out);
     return file;
   }
   std::string named(const std::string& server, std::int64_t sites) const {

@@ -8,6 +8,8 @@
 
 #include "automation/text.h"
 #include "host/paths.h"
+#include "host/sections.h"
+#include "host/terminal_text.h"
 #include "inventory/names.h"
 
 namespace host {
@@ -25,6 +27,16 @@ constexpr const char* kProgramFooter =
     "\n"
     "'iisinventory collect --help' and 'iisinventory show --help' tell more.";
 
+// Lines of a help text below a heading.
+std::string inLines(const std::string& text) {
+  constexpr std::size_t kColumns = 75;
+  std::string lines;
+  for (const std::string& line : wrapToWidth(text, kColumns)) {
+    lines += (lines.empty() ? "  " : "    ") + line + "\n";
+  }
+  return lines;
+}
+
 const std::string kCollectFooter =
     "Without NAME= a file called MetaBase.xml is the server that its folder is named\n"
     "after, any other file the one that it is named after itself.\n"
@@ -32,11 +44,9 @@ const std::string kCollectFooter =
     "With --site and without --pool only FTP sites are collected, with --pool and\n"
     "without --site only application pools, unless --only names something else.\n"
     "\n"
-    "Tabs: General (of sites and pools);\n"
-    "  of FTP sites: Log File Settings, Extended Log Properties, Security Accounts,\n"
-    "    Message, Home Directory, Directory Security, Virtual Directories;\n"
-    "  of pools: Worker Process Recycling, Memory Recycling, Performance, Health,\n"
-    "    Identity, Web Service Extensions, Applied Objects.\n"
+    "Tabs: General (of sites and pools);\n" +
+    inLines("of FTP sites: " + sectionNames(Side::kFtp) + ";") +
+    inLines("of pools: " + sectionNames(Side::kPools) + ".") +
     "\n"
     "In a folder or an archive every metabase is found, at any depth; a server is\n"
     "named after the nearest folder that is none of the file's usual homes (inetsrv,\n"

@@ -8,7 +8,7 @@
 #include <variant>
 #include <vector>
 
-#include "host/gatherings.h"
+#include "host/sections.h"
 #include "inventory/inventory.h"
 
 namespace host {

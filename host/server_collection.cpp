@@ -238,8 +238,8 @@ class ServerCollection {
 
  private:
   bool has(Side side) const {
-    return std::any_of(selection_.gatherings.begin(), selection_.gatherings.end(),
-                       [&](const Gathering* gathering) { return gathering->side == side; });
+    return std::any_of(selection_.sections.begin(), selection_.sections.end(),
+                       [&](const Section* section) { return section->side == side; });
   }
 
   void tellOrigin(const platform::metabase::FileBytes& bytes) {
@@ -383,10 +383,10 @@ class ServerCollection {
   // The tabs of one side: of all its items in one call each, or of the selected ones.
   void collectTabs(const ObjectRef& object, TextView method, Side side, const std::vector<std::string>& items,
                    bool all) {
-    for (const Gathering* gathering : selection_.gatherings) {
-      if (gathering->side != side || gathering->kind != Kind::kTab) continue;
-      const Text tab = fromUtf8(gathering->name);
-      const std::string_view table = gathering->tables.front();
+    for (const Section* section : selection_.sections) {
+      if (section->side != side || section->kind != Kind::kTab) continue;
+      const Text tab = fromUtf8(section->name);
+      const std::string_view table = section->tables.front();
       if (all) {
         attempt(CallPlace::ofAll(table, kindOf(side), listed_),
                 [&] { call(object, method, serverName_, databaseName_, tab, false); });
@@ -497,12 +497,12 @@ class ServerCollection {
       scope.tables.push_back({kSitesTable, ItemKind::kSite, true, {}, {}});
     if (selection_.needsList(Side::kPools))
       scope.tables.push_back({kPoolsTable, ItemKind::kPool, true, {}, {}});
-    for (const Gathering* gathering : selection_.gatherings) {
-      const bool ftp = gathering->side == Side::kFtp;
-      const bool single = gathering->kind != Kind::kExtensions;
+    for (const Section* section : selection_.sections) {
+      const bool ftp = section->side == Side::kFtp;
+      const bool single = section->kind != Kind::kExtensions;
       const auto& selected = ftp ? selection_.sites : selection_.pools;
-      const ItemKind kind = single ? kindOf(gathering->side) : ItemKind::kNone;
-      for (const std::string_view table : gathering->tables) {
+      const ItemKind kind = single ? kindOf(section->side) : ItemKind::kNone;
+      for (const std::string_view table : section->tables) {
         scope.tables.push_back(
             {table, kind, !single || selected.empty(), selected, ftp ? siteIds_ : poolNames_});
       }

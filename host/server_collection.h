@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-#include "host/gatherings.h"
 #include "host/options.h"
 #include "host/private_log.h"
 #include "host/progress.h"
+#include "host/sections.h"
 #include "host/sources.h"
 #include "inventory/inventory.h"
 #include "platform/store/private_database.h"

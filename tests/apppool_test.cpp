@@ -14,41 +14,42 @@ using Rows = std::vector<std::string>;
 
 const std::string kName = "TORVINFTPAppDataCom";
 
-void collect(ComponentWorld& world, TextView tab, TextView pool = u"Shop") {
-  world.pools.GetAppPoolPropertyInfo(world.server, world.database, Text(tab), True, Text(pool));
+void collect(ComponentWorld& environment, TextView tab, TextView pool = u"Shop") {
+  environment.pools.GetAppPoolPropertyInfo(environment.server, environment.database, Text(tab), True,
+                                           Text(pool));
 }
 
 TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
-  ComponentWorld world;
-  world.pool(u"One");
-  world.pool(u"Two").unset(u"AppPoolState");
-  world.pool(u"Info");
-  world.pools.GetAppPoolPropertyInfo(world.server, world.database, u"General", False);
+  ComponentWorld environment;
+  environment.pool(u"One");
+  environment.pool(u"Two").unset(u"AppPoolState");
+  environment.pool(u"Info");
+  environment.pools.GetAppPoolPropertyInfo(environment.server, environment.database, u"General", False);
   EXPECT_EQ(
-      world.progress(),
+      environment.progress(),
       (Rows{"status.message = Loading Application Pools from 'WEB01'", "count.message = 0/3", "bar.Max = 3",
             "status.message = Processing 'One'", "bar.increment()", "count.message = 1/3",
             "status.message = Processing 'Two'", "bar.increment()", "count.message = 2/3",
             "status.message = Processing 'Info'", "bar.increment()", "count.message = 3/3"}));
-  EXPECT_EQ(world.rows(u"tblGeneral"),
+  EXPECT_EQ(environment.rows(u"tblGeneral"),
             (Rows{"WEB01|-|-|-|-|-|-|Running|One", "WEB01|-|-|-|-|-|-|Running|Info"}));
   // The source of the failure stands as the object.
-  EXPECT_EQ(world.log(),
+  EXPECT_EQ(environment.log(),
             record("FakeObject", "GetAppPoolGeneralProperty", "80005006", "No property AppPoolState"));
 }
 
 TEST(PoolDispatch, WhatCannotBeOpened) {
-  ComponentWorld world;
-  world.pool(u"Shop");
-  world.pools.GetAppPoolPropertyInfo(world.server, world.database, u"General", True);
-  EXPECT_EQ(world.log(),
+  ComponentWorld environment;
+  environment.pool(u"Shop");
+  environment.pools.GetAppPoolPropertyInfo(environment.server, environment.database, u"General", True);
+  EXPECT_EQ(environment.log(),
             record(kName, "GetAppPoolPropertyInfo", "80070003", "No path IIS://WEB01/W3SVC/AppPools/") +
                 record(kName, "GetAppPoolPropertyInfo", "0", ""));
-  world.pools.GetAppPoolPropertyInfo(world.server, u"nowhere.mdb", u"Health", True, u"Shop");
-  EXPECT_EQ(world.appLog(),
+  environment.pools.GetAppPoolPropertyInfo(environment.server, u"nowhere.mdb", u"Health", True, u"Shop");
+  EXPECT_EQ(environment.appLog(),
             record(kName + "-mFTPAppPoolSupport", "OpenConnection()", "80004005", "No file nowhere.mdb"));
-  collect(world, u"Message");
-  EXPECT_EQ(world.journal->linesWith("CreateObject ADODB.Recordset"), Rows{});
+  collect(environment, u"Message");
+  EXPECT_EQ(environment.journal->linesWith("CreateObject ADODB.Recordset"), Rows{});
 }
 
 TEST(PoolTabs, ReadEverythingBeforeTheRow) {
@@ -88,10 +89,10 @@ row[Application pool name] = Shop; row[Application pool identity settings] = Pre
 row[Security account] = Network Service; row.Update())"},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    world.pool(u"Shop");
-    collect(world, each.tab);
-    EXPECT_EQ(world.journal->excerpt(
+    ComponentWorld environment;
+    environment.pool(u"Shop");
+    collect(environment, each.tab);
+    EXPECT_EQ(environment.journal->excerpt(
                   "/W3SVC/AppPools/Shop.Name", "Recordset1.Update()",
                   {{"/W3SVC/AppPools/Shop.", "pool."}, {"Recordset1", "row"}, {"] = \n", "] =\n"}}),
               operations("pool.Name; status.message = Processing 'Shop'\n" + std::string(each.steps)));
@@ -135,51 +136,52 @@ TEST(PoolTabs, TranslateTheirNumbers) {
       {u"General", u"AppPoolState", 32768, "6"},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    world.pool(u"Shop").set(each.property, each.value);
-    collect(world, each.tab);
+    ComponentWorld environment;
+    environment.pool(u"Shop").set(each.property, each.value);
+    collect(environment, each.tab);
     std::string rows;
-    for (const auto& entry : world.store.tables) {
-      for (const std::string& row : world.rows(entry.first)) rows += row;
+    for (const auto& entry : environment.store.tables) {
+      for (const std::string& row : environment.rows(entry.first)) rows += row;
     }
     if (each.expected.size() > 2 || each.expected == "|") {
       const bool general = each.tab == u"General";
       EXPECT_EQ(rows, general ? "WEB01|" + each.expected + "|Shop" : "WEB01|Shop|" + each.expected);
     } else {
       EXPECT_EQ(rows, "") << toUtf8(each.property);
-      EXPECT_NE(world.log().find(" " + each.expected + "\t"), std::string::npos) << world.log();
+      EXPECT_NE(environment.log().find(" " + each.expected + "\t"), std::string::npos) << environment.log();
     }
   }
 }
 
 TEST(PoolTabs, AScheduleGivesARowForEachTime) {
-  ComponentWorld world;
-  world.pool(u"Shop").set(u"PeriodicRestartSchedule", texts({u" 03:00", u"15:30"}));
-  collect(world, u"Worker Process Recycling");
-  EXPECT_EQ(world.rows(u"tblWProcessRecycling"), (Rows{"WEB01|Shop|Enabled|1740|Disabled|0|Enabled|03:00",
-                                                       "WEB01|Shop|Enabled|1740|Disabled|0|Enabled|15:30"}));
+  ComponentWorld environment;
+  environment.pool(u"Shop").set(u"PeriodicRestartSchedule", texts({u" 03:00", u"15:30"}));
+  collect(environment, u"Worker Process Recycling");
+  EXPECT_EQ(environment.rows(u"tblWProcessRecycling"),
+            (Rows{"WEB01|Shop|Enabled|1740|Disabled|0|Enabled|03:00",
+                  "WEB01|Shop|Enabled|1740|Disabled|0|Enabled|15:30"}));
 }
 
 // The extension list of a server.
-FakeObject& extensions(ComponentWorld& world, const std::vector<Text>& entries) {
-  return world.node(u"W3SVC").set(u"WebSvcExtRestrictionList", texts(entries));
+FakeObject& extensions(ComponentWorld& environment, const std::vector<Text>& entries) {
+  return environment.node(u"W3SVC").set(u"WebSvcExtRestrictionList", texts(entries));
 }
 
-void collectExtensions(ComponentWorld& world) {
-  world.pools.GetWebServiceExtension(world.server, world.database);
+void collectExtensions(ComponentWorld& environment) {
+  environment.pools.GetWebServiceExtension(environment.server, environment.database);
 }
 
 TEST(Extensions, TwoPassesLetterForLetter) {
-  ComponentWorld world;
-  extensions(world, {u"0,*.EXE", u"-1,a.dll,1,X,Thing, cut", u"0,b.dll,1,X,Thing", u"1,*.dll"});
-  collectExtensions(world);
-  EXPECT_EQ(world.rows(u"tblWSExtension"),
+  ComponentWorld environment;
+  extensions(environment, {u"0,*.EXE", u"-1,a.dll,1,X,Thing, cut", u"0,b.dll,1,X,Thing", u"1,*.dll"});
+  collectExtensions(environment);
+  EXPECT_EQ(environment.rows(u"tblWSExtension"),
             (Rows{"WEB01|CGI Extensions|All Unknown CGI Extensions|Prohibited|*.EXE|Prohibited",
                   "WEB01|X|Thing|Custom|a.dll|Allowed", "WEB01|X|Thing|Custom|b.dll|Prohibited",
                   "WEB01|ISAPI Extensions|All Unknown ISAPI Extensions|Allowed|*.dll|Allowed"}));
-  EXPECT_EQ(world.progress(), Rows{});
-  EXPECT_EQ(world.journal->excerpt("Recordset1.Open(Select * from tblWSExtension where 1=2)",
-                                   "Recordset1[File access] = Allowed"),
+  EXPECT_EQ(environment.progress(), Rows{});
+  EXPECT_EQ(environment.journal->excerpt("Recordset1.Open(Select * from tblWSExtension where 1=2)",
+                                         "Recordset1[File access] = Allowed"),
             operations(R"(Recordset1.Open(Select * from tblWSExtension where 1=2); Recordset1.AddNew()
 Recordset1[Web service extension] = CGI Extensions; Recordset1[Description] = All Unknown CGI Extensions
 Recordset1[Server name] = WEB01; Recordset1[Status] = Prohibited; Recordset1[Required files path] = *.EXE
@@ -187,7 +189,7 @@ Recordset1[File access] = Prohibited; Recordset1.Update(); Recordset1.AddNew()
 Recordset1[Server name] = WEB01; Recordset1[Web service extension] = X; Recordset1[Description] = Thing)") +
                 "Recordset1[Status] = \n" +
                 operations("Recordset1[Required files path] = a.dll; Recordset1[File access] = Allowed"));
-  EXPECT_EQ(world.journal->excerpt("Recordset1.State", "Recordset2.MoveNext()"),
+  EXPECT_EQ(environment.journal->excerpt("Recordset1.State", "Recordset2.MoveNext()"),
             operations(R"(Recordset1.State; Recordset1.Close(); CreateObject ADODB.Recordset
 Recordset2.CursorLocation = 2; Recordset2.LockType = 3; Recordset2.CursorType = 0
 Recordset2.ActiveConnection = Connection1
@@ -198,36 +200,38 @@ Recordset3.Open(Select Distinct [File access] from tblWSExtension where [Server 
 Recordset3.Recordcount; Recordset3[File access]
 Connection1.Execute(Update tblWSExtension set Status= 'Prohibited' Where [Server name] ='WEB01' and [Web service extension]= 'CGI Extensions')
 Recordset3.State; Recordset3.Close(); Recordset2.MoveNext())"));
-  EXPECT_EQ(world.journal->linesWith("Connection1.Execute")[1],
+  EXPECT_EQ(environment.journal->linesWith("Connection1.Execute")[1],
             "Connection1.Execute(Update tblWSExtension set Status= 'Custom' Where [Server name]='WEB01' and "
             "[Web service extension]= 'X')");
 }
 
 TEST(Extensions, BrokenEntriesKeepWhatTheyHave) {
-  ComponentWorld world;
-  extensions(world, {u"7", u"no number,a.dll,1,A,First", u"0,b.dll,1,A,Second", u"1,c.dll,0,It's,Quoted"});
-  collectExtensions(world);
-  EXPECT_EQ(world.rows(u"tblWSExtension"),
+  ComponentWorld environment;
+  extensions(environment,
+             {u"7", u"no number,a.dll,1,A,First", u"0,b.dll,1,A,Second", u"1,c.dll,0,It's,Quoted"});
+  collectExtensions(environment);
+  EXPECT_EQ(environment.rows(u"tblWSExtension"),
             (Rows{"WEB01|||Allowed||Allowed", "WEB01|A|First|Custom|a.dll|Allowed",
                   "WEB01|A|Second|Custom|b.dll|Prohibited", "WEB01|It's|Quoted||c.dll|Allowed"}));
   std::string missing = record(kName, "GetWebServiceExtension", "9", "Subscript out of range");
-  EXPECT_EQ(world.log(),
+  EXPECT_EQ(environment.log(),
             missing + missing + missing + record(kName, "GetWebServiceExtension", "D", "Type mismatch"));
-  EXPECT_EQ(recordsIn(world.appLog()), 1u) << "the name with the quote";
+  EXPECT_EQ(recordsIn(environment.appLog()), 1u) << "the name with the quote";
 }
 
 TEST(Extensions, EndWhateverFails) {
-  ComponentWorld world;
-  extensions(world, {}).set(u"WebSvcExtRestrictionList", u"no array");
-  world.store.tables[u"tblwsextension"].rows.assign(1, {u"WEB01", u"Old", u"", u"", u"o.dll", u"Allowed"});
-  collectExtensions(world);
-  EXPECT_EQ(world.rows(u"tblWSExtension"), Rows{"WEB01|Old||Allowed|o.dll|Allowed"});
-  EXPECT_EQ(world.log(), record(kName, "GetWebServiceExtension", "D", "Type mismatch"));
+  ComponentWorld environment;
+  extensions(environment, {}).set(u"WebSvcExtRestrictionList", u"no array");
+  environment.store.tables[u"tblwsextension"].rows.assign(1,
+                                                          {u"WEB01", u"Old", u"", u"", u"o.dll", u"Allowed"});
+  collectExtensions(environment);
+  EXPECT_EQ(environment.rows(u"tblWSExtension"), Rows{"WEB01|Old||Allowed|o.dll|Allowed"});
+  EXPECT_EQ(environment.log(), record(kName, "GetWebServiceExtension", "D", "Type mismatch"));
 
   // The source of a failure stands as the object of its record.
-  world.journal->failAt("GetObject IIS://WEB01/w3svc");
-  collectExtensions(world);
-  EXPECT_TRUE(world.log().ends_with(sabotaged("Saboteur", "GetWebServiceExtension")));
+  environment.journal->failAt("GetObject IIS://WEB01/w3svc");
+  collectExtensions(environment);
+  EXPECT_TRUE(environment.log().ends_with(sabotaged("Saboteur", "GetWebServiceExtension")));
   for (const char* operation : {"Recordset2.EOF", "Recordset2.MoveNext", "Recordset2[", "Recordset2."}) {
     ComponentWorld stuck;
     extensions(stuck, {u"1,a.dll,1,X,Thing", u"0,b.dll,1,Y,Thing"});
@@ -237,52 +241,53 @@ TEST(Extensions, EndWhateverFails) {
   }
 }
 
-void enumerate(ComponentWorld& world, const Text& pool = u"Shop") {
-  world.pools.EnumAppsInPool(world.server, world.database, pool);
+void enumerate(ComponentWorld& environment, const Text& pool = u"Shop") {
+  environment.pools.EnumAppsInPool(environment.server, environment.database, pool);
 }
 
 // A web site with two bindings, whose second child has no path, and a directory in it.
-void addWebSite(ComponentWorld& world) {
-  FakeObject& site = world.node(u"W3SVC/1");
+void addWebSite(ComponentWorld& environment) {
+  FakeObject& site = environment.node(u"W3SVC/1");
   site.set(u"servercomment", u" Sales' ").set(u"ServerBindings", texts({u"10.0.0.1:80:h", u":8080:h"}));
   site.set(u"Status", 1);
-  world.node(u"W3SVC/1/ROOT").set(u"Path", u"C:\\web ");
-  world.node(u"W3SVC/1/filters");
-  world.node(u"W3SVC/1/ROOT/App").set(u"Path", u"C:\\app");
+  environment.node(u"W3SVC/1/ROOT").set(u"Path", u"C:\\web ");
+  environment.node(u"W3SVC/1/filters");
+  environment.node(u"W3SVC/1/ROOT/App").set(u"Path", u"C:\\app");
 }
 
 TEST(AppliedObjects, ASiteAndADirectory) {
-  ComponentWorld world;
-  addWebSite(world);
-  world.applications(u"Other", texts({u"/LM/W3SVC/9/ROOT/"}));
-  world.applications(u"SHOP", texts({u"/LM/W3SVC/1/ROOT/", u"", u"/LM/W3SVC/1/ROOT/App/"}));
-  enumerate(world);
-  EXPECT_EQ(world.rows(u"tblAppliedObject"),
+  ComponentWorld environment;
+  addWebSite(environment);
+  environment.applications(u"Other", texts({u"/LM/W3SVC/9/ROOT/"}));
+  environment.applications(u"SHOP", texts({u"/LM/W3SVC/1/ROOT/", u"", u"/LM/W3SVC/1/ROOT/App/"}));
+  enumerate(environment);
+  EXPECT_EQ(environment.rows(u"tblAppliedObject"),
             (Rows{"WEB01|Shop|Sales'|Web site|(All Unassigned)|8080|1|C:\\web",
                   "WEB01|Shop|App|Virtual directory|-|-|-|C:\\app"}));
   EXPECT_EQ(
-      world.progress(),
+      environment.progress(),
       (Rows{"status.message = Loading Applied objects from 'WEB01'", "count.message = 0/3", "bar.Max = 3",
             "status.message = Processing ' Sales'' '", "bar.increment()", "count.message = 1/3",
             "status.message = Processing 'App'", "bar.increment()", "count.message = 2/3"}));
-  EXPECT_EQ(world.log(), record("FakeObject", "GetAppliedObjectProperties", "80005006", "No property Path"));
+  EXPECT_EQ(environment.log(),
+            record("FakeObject", "GetAppliedObjectProperties", "80005006", "No property Path"));
   const std::vector<std::pair<std::string, std::string>> names = {
       {"WMI.ExecQuery/W3SVC/APPPOOLS/", ""}, {"/W3SVC/1", "SITE"}, {"Recordset1", "row"}};
-  EXPECT_EQ(world.journal->excerpt("status.message = Loading Applied objects from 'WEB01'",
-                                   "count.message = 0/3", names),
+  EXPECT_EQ(environment.journal->excerpt("status.message = Loading Applied objects from 'WEB01'",
+                                         "count.message = 0/3", names),
             operations(R"(status.message = Loading Applied objects from 'WEB01'
 GetObject winmgmts:{authenticationLevel=pktPrivacy}\\WEB01\root\microsoftiisv2
 WMI.ExecQuery(Select Name From IIsApplicationPool); children of WMI.ExecQuery; next of WMI.ExecQuery
 Other.Name; next of WMI.ExecQuery; SHOP.Name; SHOP.EnumAppsInPool((empty)); count.message = 0/3)"));
   EXPECT_EQ(
-      world.journal->excerpt("GetObject IIS://WEB01/W3SVC/1", "Connection1.Close()", names),
+      environment.journal->excerpt("GetObject IIS://WEB01/W3SVC/1", "Connection1.Close()", names),
       operations(R"(GetObject IIS://WEB01SITE; SITE.servercomment; status.message = Processing ' Sales'' '
 SITE.ServerBindings; SITE.Status; children of SITE; next of SITE; SITE/ROOT.Path; next of SITE
 SITE/filters.Path !; next of SITE; row.AddNew(); row[Server name] = WEB01; row[Application pool name] = Shop
 row[Object name] = Sales'; row[Object type] = Web site; row[IP address] = (All Unassigned)
 row[TCP port] = 8080; row[State] = 1; row[Local path] = C:\web; row.Update(); row.State; row.Close()
 Connection1.State; Connection1.Close())"));
-  EXPECT_EQ(world.journal->excerpt("GetObject IIS://WEB01/W3SVC/1/ROOT/App", "Recordset2.Update()"),
+  EXPECT_EQ(environment.journal->excerpt("GetObject IIS://WEB01/W3SVC/1/ROOT/App", "Recordset2.Update()"),
             operations(R"(GetObject IIS://WEB01/W3SVC/1/ROOT/App; /W3SVC/1/ROOT/App.Name
 status.message = Processing 'App'; /W3SVC/1/ROOT/App.Path; Recordset2.AddNew()
 Recordset2[Server name] = WEB01; Recordset2[Application pool name] = Shop; Recordset2[Object name] = App
@@ -301,37 +306,40 @@ TEST(AppliedObjects, WhatAPoolCanAnswer) {
       {u"no array", {"count.message = 0/0", "bar.Max = 0"}, 3},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    world.applications(u"Shop", each.applications);
-    enumerate(world, u"sHOP");
+    ComponentWorld environment;
+    environment.applications(u"Shop", each.applications);
+    enumerate(environment, u"sHOP");
     Rows expected = each.progress;
     expected.insert(expected.begin(), "status.message = Loading Applied objects from 'WEB01'");
-    EXPECT_EQ(world.progress(), expected);
-    EXPECT_EQ(world.rows(u"tblAppliedObject"), Rows{});
-    EXPECT_EQ(recordsIn(world.log()), each.records) << world.log();
-    enumerate(world, u"Shops");
-    EXPECT_EQ(world.progress().size(), expected.size() + 1) << "no such pool";
+    EXPECT_EQ(environment.progress(), expected);
+    EXPECT_EQ(environment.rows(u"tblAppliedObject"), Rows{});
+    EXPECT_EQ(recordsIn(environment.log()), each.records) << environment.log();
+    enumerate(environment, u"Shops");
+    EXPECT_EQ(environment.progress().size(), expected.size() + 1) << "no such pool";
   }
 }
 
 TEST(AppliedObjects, ARowIsWrittenWithWhatThereIs) {
-  ComponentWorld world;
-  addWebSite(world);
-  world.node(u"W3SVC/1").set(u"servercomment", Null).set(u"ServerBindings", texts({})).set(u"Status", Null);
-  world.node(u"W3SVC/1/ROOT").unset(u"Path");
-  world.applications(u"Shop", texts({u"/LM/W3SVC/1/ROOT/", u"/LM/W3SVC/2/ROOT/", u"/LM/W3SVC/1/"}));
-  enumerate(world);
-  EXPECT_EQ(world.rows(u"tblAppliedObject"),
+  ComponentWorld environment;
+  addWebSite(environment);
+  environment.node(u"W3SVC/1")
+      .set(u"servercomment", Null)
+      .set(u"ServerBindings", texts({}))
+      .set(u"Status", Null);
+  environment.node(u"W3SVC/1/ROOT").unset(u"Path");
+  environment.applications(u"Shop", texts({u"/LM/W3SVC/1/ROOT/", u"/LM/W3SVC/2/ROOT/", u"/LM/W3SVC/1/"}));
+  enumerate(environment);
+  EXPECT_EQ(environment.rows(u"tblAppliedObject"),
             (Rows{"WEB01|Shop||Web site|(All Unassigned)|||", "WEB01|Shop||Web site|(All Unassigned)|||",
                   "WEB01|Shop|1|Virtual directory|-|-|-|"}));
-  EXPECT_EQ(world.journal->linesWith("count.").back(), "count.message = 3/3");
+  EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");
 
   // An application whose row can't be opened counts as done.
-  world.store.tables.erase(u"tblappliedobject");
-  const std::string log = world.log();
-  enumerate(world);
-  EXPECT_EQ(world.journal->linesWith("count.").back(), "count.message = 3/3");
-  EXPECT_EQ(world.log(), log);
+  environment.store.tables.erase(u"tblappliedobject");
+  const std::string log = environment.log();
+  enumerate(environment);
+  EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");
+  EXPECT_EQ(environment.log(), log);
 }
 
 }  // namespace

@@ -19,15 +19,15 @@
 
 #include "platform/store/store.h"
 #include "server/portable/server.h"
-#include "tests/support/world.h"
+#include "tests/support/environment.h"
 
 namespace test {
 namespace {
 
 using namespace automation;
 
-std::filesystem::path pathOf(const World& world) {
-  return toUtf8(world.database);
+std::filesystem::path pathOf(const Environment& environment) {
+  return toUtf8(environment.database);
 }
 
 // What is out of order during a whole call: a log, or the host's object whose operations begin so.
@@ -43,8 +43,8 @@ struct Call {
   std::string name;
   std::vector<Variant> arguments;
   std::vector<Text> tables = {};
-  // The line that begins each turn of a walk over sites, directories or pools.
-  std::string walk = {};
+  // The container of a walk over sites, directories or pools.
+  std::string walked = {};
   // The collector of one site or pool, where a failed step of it leaves a single record.
   std::string collector = {};
 };
@@ -57,27 +57,29 @@ struct Outcome {
   bool threw = false;
 };
 
-void fill(World& world) {
-  world.site(u"1", u"Sales").set(u"logpluginclsid", u"{FF16065B");
-  world.node(u"MSFTPSVC/1/ROOT")
-      .set(u"IPSecurity", World::ipSecurity(false, {u"10.0.0.1,255.255.255.255", u"10.1.0.0,255.255.0.0"}));
-  world.node(u"MSFTPSVC/Info");
-  world.site(u"2", Null).set(u"logfileperiod", 0);
-  world.site(u"3", u"Third").set(u"logpluginclsid", u"");
-  world.directory(u"MSFTPSVC/1/ROOT/a", u"C:\\a")
-      .set(u"IPSecurity", World::ipSecurity(true, {u"1,255.255.255.255", u"2,3"}));
-  world.directory(u"MSFTPSVC/1/ROOT/b", u"\\\\F\\b");
-  world.pool(u"Batch Pool").set(u"PeriodicRestartSchedule", texts({u"03:00", u"15:00"}));
-  world.pool(u"Back").set(u"AppPoolIdentityType", 3);
-  world.node(u"W3SVC").set(u"WebSvcExtRestrictionList", texts({u"0,*.dll", u"1,a.dll,1,X,Thing",
-                                                               u"0,b.dll,1,X,Thing", u"1,c.dll,0,Y,Other"}));
-  world.node(u"W3SVC/1")
+void fill(Environment& environment) {
+  environment.site(u"1", u"Sales").set(u"logpluginclsid", u"{FF16065B");
+  environment.node(u"MSFTPSVC/1/ROOT")
+      .set(u"IPSecurity",
+           Environment::ipSecurity(false, {u"10.0.0.1,255.255.255.255", u"10.1.0.0,255.255.0.0"}));
+  environment.node(u"MSFTPSVC/Info");
+  environment.site(u"2", Null).set(u"logfileperiod", 0);
+  environment.site(u"3", u"Third").set(u"logpluginclsid", u"");
+  environment.directory(u"MSFTPSVC/1/ROOT/a", u"C:\\a")
+      .set(u"IPSecurity", Environment::ipSecurity(true, {u"1,255.255.255.255", u"2,3"}));
+  environment.directory(u"MSFTPSVC/1/ROOT/b", u"\\\\F\\b");
+  environment.pool(u"Batch Pool").set(u"PeriodicRestartSchedule", texts({u"03:00", u"15:00"}));
+  environment.pool(u"Back").set(u"AppPoolIdentityType", 3);
+  environment.node(u"W3SVC").set(
+      u"WebSvcExtRestrictionList",
+      texts({u"0,*.dll", u"1,a.dll,1,X,Thing", u"0,b.dll,1,X,Thing", u"1,c.dll,0,Y,Other"}));
+  environment.node(u"W3SVC/1")
       .set(u"servercomment", u"Web")
       .set(u"ServerBindings", texts({u":80:"}))
       .set(u"Status", 2);
-  world.node(u"W3SVC/1/ROOT").set(u"Path", u"C:\\web");
-  world.node(u"W3SVC/1/ROOT/App").set(u"Path", u"C:\\app");
-  world.applications(u"Batch Pool", texts({u"/LM/W3SVC/1/ROOT/", u"/LM/W3SVC/1/ROOT/App/"}));
+  environment.node(u"W3SVC/1/ROOT").set(u"Path", u"C:\\web");
+  environment.node(u"W3SVC/1/ROOT/App").set(u"Path", u"C:\\app");
+  environment.applications(u"Batch Pool", texts({u"/LM/W3SVC/1/ROOT/", u"/LM/W3SVC/1/ROOT/App/"}));
 }
 
 std::vector<Call> calls() {
@@ -85,14 +87,14 @@ std::vector<Call> calls() {
   const Text root = u"IIS://WEB01/MSFTPSVC/1/ROOT";
   const Text pool = u"Batch Pool";
   const std::vector<Text> trees = {u"tblvirtualDirectory", u"tblvirtualDirSecurity"};
-  const std::string sites = "next of /MSFTPSVC";
+  const std::string sites = "/MSFTPSVC";
   const std::string directories = sites + "/1/ROOT";
-  const std::string pools = "next of /W3SVC/apppools";
+  const std::string pools = "/W3SVC/apppools";
   std::vector<Call> all = {
       {false, "GetFTPSitesCount", {server}},
       {false, "GenerateFTPSiteInfo", {server, kDatabase}, {u"tblFTPSiteInfo"}, sites},
       {false, "GenerateFTPVirDirInfo", {root}},
-      {false, "GetRootVirtualDirectory", {server, u"1", root, kDatabase}, trees, "next of /MSFTPSVC/1/root"},
+      {false, "GetRootVirtualDirectory", {server, u"1", root, kDatabase}, trees, "/MSFTPSVC/1/root"},
       {false, "GetChildVirtualDirectories", {server, u"1", root, kDatabase}, trees, directories},
       {true, "GetTotalAppPools", {server}},
       {true, "GetAppPoolsCount", {server, kDatabase}, {u"tblAppPoolInfo"}, pools},
@@ -127,31 +129,32 @@ std::vector<Call> calls() {
   return all;
 }
 
-// Runs a call in a world of its own, with the operations from the `first`-th to the `last`-th failing, or,
-// where something befalls the world, with that happening before the `first`-th.
+// Runs a call in an environment of its own, with the operations from the `first`-th to the `last`-th failing,
+// or, where something befalls the environment, with that happening before the `first`-th.
 Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::size_t first, std::size_t last,
-                const std::function<void(World&)>& befall = nullptr) {
-  World world(layer);
-  if (layer == Layer::kFakes) fill(world);
-  if (broken == kBothLogs) world.spoilLog();
-  if (broken == kBothLogs || broken == kAppLog) world.spoilAppLog();
+                const std::function<void(Environment&)>& befall = nullptr) {
+  Environment environment(layer);
+  if (layer == Layer::kFakes) fill(environment);
+  if (broken == kBothLogs) environment.spoilLog();
+  if (broken == kBothLogs || broken == kAppLog) environment.spoilAppLog();
   const ObjectRef object = CreateObject(call.ofPools ? u"TORVINFTPAppDataCom.AppPoolCollection"
                                                      : u"TORVINFTPAppDataCom.FTPCollection");
-  automation::call(object, u"SetErrorLogPath", world.appLogDirectory, world.logFile);
-  automation::call(object, u"SetProcessStatusUpdater", world.status, world.bar, world.count);
+  automation::call(object, u"SetErrorLogPath", environment.appLogDirectory, environment.logFile);
+  automation::call(object, u"SetProcessStatusUpdater", environment.status, environment.bar,
+                   environment.count);
   std::vector<Variant> arguments = call.arguments;
   for (Variant& argument : arguments) {
-    if (argument.as<Text>() != nullptr && toText(argument) == kDatabase) argument = world.database;
+    if (argument.as<Text>() != nullptr && toText(argument) == kDatabase) argument = environment.database;
   }
   write(Screen(), u"MousePointer", std::int16_t{5});
-  world.journal->lines.clear();
-  world.journal->fails = [&](std::size_t number, const std::string& line) {
+  environment.journal->lines.clear();
+  environment.journal->fails = [&](std::size_t number, const std::string& line) {
     if (number > 20000) {
       std::fprintf(stderr, "%s does not end\n", call.name.c_str());
       std::abort();
     }
     if (befall) {
-      if (number == first) befall(world);
+      if (number == first) befall(environment);
       return false;
     }
     return (number >= first && number <= last) || line.starts_with(broken);
@@ -163,27 +166,30 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
     outcome.threw = true;
     EXPECT_TRUE(toUtf8(failure.description()).starts_with("Can't write the log")) << failure.what();
   }
-  EXPECT_EQ(world.store.openConnections + world.store.openRecordsets, 0);
-  outcome.lines = world.journal->lines;
-  if (befall) befall(world);
-  outcome.breakdown = world.breakdown();
+  EXPECT_EQ(environment.store.openConnections + environment.store.openRecordsets, 0);
+  outcome.lines = environment.journal->lines;
+  if (befall) befall(environment);
+  outcome.breakdown = environment.breakdown();
   for (const Text& table : call.tables) {
     if (!outcome.breakdown.empty()) break;  // nothing to rely on
-    for (const std::string& row : world.rows(table)) outcome.rows.insert(toUtf8(table) + "|" + row + "|");
+    for (const std::string& row : environment.rows(table))
+      outcome.rows.insert(toUtf8(table) + "|" + row + "|");
   }
-  outcome.log = world.log();
-  outcome.appLog = world.appLog();
-  outcome.pointer = world.pointer();
+  outcome.log = environment.log();
+  outcome.appLog = environment.appLog();
+  outcome.pointer = environment.pointer();
   return outcome;
 }
 
-// The name of the child in whose turn of the walk an operation lies, with "|" around it as in a row, and of
-// the children behind it; nothing for an operation outside the walk. The walk is the last of its kind.
+// The name of the child in whose turn of the walk an operation lies, and of the children behind it; nothing
+// for an operation outside the walk. The walk is the last of its kind.
 std::vector<std::string> childrenFrom(const Outcome& clean, const Call& call, std::size_t operation) {
+  constexpr std::string_view kName = ".Name";
   std::vector<std::size_t> turns;
   for (std::size_t at = 0; at < clean.lines.size(); ++at) {
-    if (!call.walk.empty() && clean.lines[at] == call.walk) turns.push_back(at + 1);
-    if (!call.walk.empty() && clean.lines[at] == "children of " + call.walk.substr(8)) turns.clear();
+    if (call.walked.empty()) break;
+    if (clean.lines[at] == "children of " + call.walked) turns.clear();
+    if (clean.lines[at] == "next of " + call.walked) turns.push_back(at + 1);
   }
   std::vector<std::string> names;
   for (std::size_t turn = 0; turn + 1 < turns.size(); ++turn) {
@@ -191,9 +197,9 @@ std::vector<std::string> childrenFrom(const Outcome& clean, const Call& call, st
     if (!here && names.empty()) continue;
     for (std::size_t at = turns[turn]; at < turns[turn + 1]; ++at) {
       const std::string& line = clean.lines[at];
-      if (!line.ends_with(".Name")) continue;
+      if (!line.ends_with(kName)) continue;
       const std::size_t slash = line.rfind('/') + 1;
-      names.push_back("|" + line.substr(slash, line.size() - 5 - slash) + "|");
+      names.push_back(line.substr(slash, line.size() - kName.size() - slash));
       break;
     }
   }
@@ -218,6 +224,16 @@ void expectClosed(const Outcome& outcome) {
   }
 }
 
+// Rows are compared as "table|value|value|", null as "-".
+bool hasValue(const std::string& row, const std::string& value) {
+  return row.find("|" + value + "|") != std::string::npos;
+}
+
+// A row of a failed step, without so much as a server.
+bool isNobodys(const std::string& row) {
+  return row.substr(row.find('|')).starts_with("|-|");
+}
+
 void expectRows(const Call& call, const Outcome& clean, const Outcome& outcome, std::size_t operation) {
   const std::string& failed = clean.lines[operation - 1];
   std::vector<std::string> children = childrenFrom(clean, call, operation);
@@ -228,10 +244,10 @@ void expectRows(const Call& call, const Outcome& clean, const Outcome& outcome, 
   if (call.collector != "GetMessageSettings") children.resize(std::min<std::size_t>(children.size(), 1));
   for (const std::string& row : clean.rows) {
     if (outcome.rows.count(row) >= clean.rows.count(row)) continue;
-    if (row.find("|-|") == row.find('|')) continue;  // nobody's: a failed row without so much as a server
+    if (isNobodys(row)) continue;
     EXPECT_FALSE(harmless) << row;
     bool expected = false;
-    for (const std::string& name : children) expected |= row.find(name) != std::string::npos;
+    for (const std::string& name : children) expected |= hasValue(row, name);
     EXPECT_TRUE(expected) << "lost " << row;
   }
 }
@@ -242,7 +258,7 @@ void expectRecords(const Call& call, const Outcome& clean, const Outcome& outcom
   Outcome before;
   before.lines.assign(clean.lines.begin(), clean.lines.begin() + static_cast<std::ptrdiff_t>(operation));
   const bool inside = countOf(before, "Recordset1.Open(") != 0 && countOf(before, "Recordset1.State") == 0;
-  if (!call.walk.empty() || call.collector.empty() || !inside ||
+  if (!call.walked.empty() || call.collector.empty() || !inside ||
       clean.lines[operation - 1].starts_with("Recordset1.Open("))
     return;
   EXPECT_EQ(outcome.log, sabotaged(call.ofPools ? "Saboteur" : "TORVINFTPAppDataCom", call.collector));
@@ -265,7 +281,8 @@ void expectPointer(const Call& call, const Outcome& clean, const Outcome& outcom
 // Takes every `step`-th operation.
 void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t step) {
   const Outcome clean = runOnce(call, broken, layer, 0, 0);
-  const std::string place = call.tables.empty() ? "" : ", " + toUtf8(call.tables[0]) + ", walk: " + call.walk;
+  const std::string place =
+      call.tables.empty() ? "" : ", " + toUtf8(call.tables[0]) + ", walk: " + call.walked;
   const bool logs = broken != kBothLogs;
   // Without the application log, a failure to look at the state of what is to be closed leaves the routine.
   const bool closes = logs && broken != kAppLog;
@@ -318,12 +335,12 @@ TEST_F(EverySingleFault, OverTheLayer) {
 // What happens to the database in the middle of a call, and is over again when it is called the second time.
 class Locked {
  public:
-  void operator()(World& world) {
+  void operator()(Environment& environment) {
     if (lock_ != nullptr) {
       lock_ = nullptr;
       return;
     }
-    blocker_ = world.openDatabase();
+    blocker_ = environment.openDatabase();
     lock_ = std::make_shared<sqlite::Transaction>(*blocker_);
   }
 
@@ -338,12 +355,12 @@ class Full {
  public:
   Full(const Call& call, Layer layer) : tables_(call.tables), isPrivate_(layer == Layer::kPrivate) {}
 
-  void operator()(World& world) {
+  void operator()(Environment& environment) {
     full_ = !full_;
     if (!full_) limitFiles(RLIM_INFINITY);
-    if (full_ && !isPrivate_) limitFiles(std::filesystem::file_size(pathOf(world)));
-    if (!full_ && !world.breakdown().empty()) return;
-    const auto database = world.openDatabase();
+    if (full_ && !isPrivate_) limitFiles(std::filesystem::file_size(pathOf(environment)));
+    if (!full_ && !environment.breakdown().empty()) return;
+    const auto database = environment.openDatabase();
     if (isPrivate_) database->execute("pragma cache_size = 1");
     for (const Text& name : tables_) {
       const std::string table = toUtf8(name);
@@ -376,8 +393,8 @@ class Full {
 
 class Gone {
  public:
-  void operator()(World& world) {
-    const std::filesystem::path path = pathOf(world), aside = path.string() + ".aside";
+  void operator()(Environment& environment) {
+    const std::filesystem::path path = pathOf(environment), aside = path.string() + ".aside";
     std::filesystem::rename(gone_ ? aside : path, gone_ ? path : aside);
     gone_ = !gone_;
   }
@@ -399,7 +416,7 @@ TEST_F(EverySingleFault, ADatabaseThatIsLockedFullOrGone) {
       const struct {
         std::string name;
         Layer layer;
-        std::function<void(World&)> befall;
+        std::function<void(Environment&)> befall;
       } troubles[] = {{"full, private", Layer::kPrivate, Full(call, Layer::kPrivate)},
                       {"full", Layer::kFile, Full(call, Layer::kFile)},
                       {"locked", Layer::kFile, Locked()},

@@ -15,92 +15,95 @@ const TextView kExtended = u"{ff160663-DE82-11CF-BC0A-00AA006111E0} ";
 const std::string kW3C = "W3C Extended Log File Format";
 const std::string kOwn = "Microsoft IIS Log File Format";
 
-void collect(ComponentWorld& world, TextView tab, TextView id = u"1") {
-  world.ftp.GetFTPPropertyInfo(world.server, world.database, Text(tab), True, Text(id));
+void collect(ComponentWorld& environment, TextView tab, TextView id = u"1") {
+  environment.ftp.GetFTPPropertyInfo(environment.server, environment.database, Text(tab), True, Text(id));
 }
 
-void collectAll(ComponentWorld& world, TextView tab) {
-  world.ftp.GetFTPPropertyInfo(world.server, world.database, Text(tab), False);
+void collectAll(ComponentWorld& environment, TextView tab) {
+  environment.ftp.GetFTPPropertyInfo(environment.server, environment.database, Text(tab), False);
 }
 
-void addThreeSites(ComponentWorld& world) {
-  world.site(u"1", u"Sales' site");
-  world.node(u"MSFTPSVC/Info");
-  world.site(u"2", Null);
-  world.site(u"3", u"Third");
+void addThreeSites(ComponentWorld& environment) {
+  environment.site(u"1", u"Sales' site");
+  environment.node(u"MSFTPSVC/Info");
+  environment.site(u"2", Null);
+  environment.site(u"3", u"Third");
 }
 
 TEST(FtpDispatch, AllSitesMoveTheProgressWithEachRow) {
-  ComponentWorld world;
-  addThreeSites(world);
-  collectAll(world, u"General");
-  EXPECT_EQ(world.progress(),
+  ComponentWorld environment;
+  addThreeSites(environment);
+  collectAll(environment, u"General");
+  EXPECT_EQ(environment.progress(),
             (Rows{"status.message = Loading FTP Sites from 'WEB01'", "count.message = 0/3", "bar.Max = 3",
                   "status.message = Processing 'Sales'' site'", "bar.increment()", "count.message = 1/3",
                   "status.message = Processing 'Value not set'", "bar.increment()", "count.message = 2/3",
                   "status.message = Processing 'Third'", "bar.increment()", "count.message = 3/3"}));
   // This collector sets the pointer back for each child, Info among them.
-  EXPECT_EQ(world.journal->linesWith("screen.MousePointer = 0").size(), 5u);
-  EXPECT_EQ(world.journal->excerpt("Connection2.Close()", "/MSFTPSVC/1.Name"),
+  EXPECT_EQ(environment.journal->linesWith("screen.MousePointer = 0").size(), 5u);
+  EXPECT_EQ(environment.journal->excerpt("Connection2.Close()", "/MSFTPSVC/1.Name"),
             operations(R"(Connection2.Close(); count.message = 0/3; bar.Max = 3; CreateObject ADODB.Recordset
 Recordset2.CursorLocation = 2; Recordset2.LockType = 3; Recordset2.CursorType = 0
 Recordset2.ActiveConnection = Connection1; Recordset2.Open(Select * from tblGeneral where 1=2)
 children of /MSFTPSVC; next of /MSFTPSVC; /MSFTPSVC/1.Name)"));
   // Neither such a tab nor such a site; and no progress for a single one.
-  collect(world, u"general");
-  collect(world, u"General", u"Info");
-  collect(world, u"General", u"3");
-  EXPECT_EQ(world.rows(u"tblGeneral").size(), 4u);
-  EXPECT_EQ(world.progress().size(), 13u);
-  EXPECT_EQ(world.log() + world.appLog(), "");
+  collect(environment, u"general");
+  collect(environment, u"General", u"Info");
+  collect(environment, u"General", u"3");
+  EXPECT_EQ(environment.rows(u"tblGeneral").size(), 4u);
+  EXPECT_EQ(environment.progress().size(), 13u);
+  EXPECT_EQ(environment.log() + environment.appLog(), "");
 
   // The total stays that of the table of sites, and a failed site doesn't count.
-  world.node(u"MSFTPSVC/2").unset(u"Status");
-  world.site(u"4", u"a");
-  world.site(u"5", u"b");
-  collectAll(world, u"General");
-  EXPECT_EQ(world.journal->linesWith("count.").back(), "count.message = 4/3");
-  EXPECT_EQ(world.log(), record(kName, "GetServerGeneralProperty", "80005006", "No property Status"));
+  environment.node(u"MSFTPSVC/2").unset(u"Status");
+  environment.site(u"4", u"a");
+  environment.site(u"5", u"b");
+  collectAll(environment, u"General");
+  EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 4/3");
+  EXPECT_EQ(environment.log(), record(kName, "GetServerGeneralProperty", "80005006", "No property Status"));
 }
 
 TEST(FtpDispatch, WhatCannotBeOpened) {
-  ComponentWorld world;
-  addThreeSites(world);
+  ComponentWorld environment;
+  addThreeSites(environment);
   // No site: the failure, then a record of the error that its handler has cleared.
-  world.ftp.GetFTPPropertyInfo(world.server, world.database, u"General", True);
+  environment.ftp.GetFTPPropertyInfo(environment.server, environment.database, u"General", True);
   const std::string log = record(kName, "GetFTPPropertyInfo", "80070003", "No path IIS://WEB01/MSFTPSVC/") +
                           record(kName, "GetFTPPropertyInfo", "0", "");
-  EXPECT_EQ(world.log(), log);
+  EXPECT_EQ(environment.log(), log);
   // No database, no table: the store's own record alone.
-  world.ftp.GetFTPPropertyInfo(world.server, u"nowhere.mdb", u"Message", True, u"1");
-  world.store.tables.erase(u"tblgeneral");
-  collectAll(world, u"General");
-  EXPECT_EQ(world.log(), log);
+  environment.ftp.GetFTPPropertyInfo(environment.server, u"nowhere.mdb", u"Message", True, u"1");
+  environment.store.tables.erase(u"tblgeneral");
+  collectAll(environment, u"General");
+  EXPECT_EQ(environment.log(), log);
   const std::string module = kName + "-mFTPAppPoolSupport";
-  EXPECT_EQ(world.appLog(), record(module, "OpenConnection(Message)", "80004005", "No file nowhere.mdb") +
-                                record(module, "OpenRecordset", "80040E37", "No table tblGeneral"));
+  EXPECT_EQ(environment.appLog(),
+            record(module, "OpenConnection(Message)", "80004005", "No file nowhere.mdb") +
+                record(module, "OpenRecordset", "80040E37", "No table tblGeneral"));
 }
 
 TEST(FtpDispatch, NumbersStopAtSixteenBits) {
-  ComponentWorld world;
-  world.site(u"1", u"s").set(u"Anonymousonly", 32768);
-  collect(world, u"Security Accounts");
+  ComponentWorld environment;
+  environment.site(u"1", u"s").set(u"Anonymousonly", 32768);
+  collect(environment, u"Security Accounts");
   for (int at = 2; at <= 32768; ++at)
-    world.node(u"MSFTPSVC").add(decimalText(at)).set(u"servercomment", u"s");
-  EXPECT_EQ(world.ftp.GetFTPSitesCount(world.server), 32766);
-  EXPECT_EQ(world.log(), record(kName, "GetSecurityAccountsProperties", "6", "Overflow") +
-                             record("FTPCollection", "GetFTPSitesCount", "6", "Overflow"));
+    environment.node(u"MSFTPSVC").add(decimalText(at)).set(u"servercomment", u"s");
+  EXPECT_EQ(environment.ftp.GetFTPSitesCount(environment.server), 32766);
+  EXPECT_EQ(environment.log(), record(kName, "GetSecurityAccountsProperties", "6", "Overflow") +
+                                   record("FTPCollection", "GetFTPSitesCount", "6", "Overflow"));
 }
 
 // A site with something to translate in each tab.
-void addSite(ComponentWorld& world) {
-  FakeObject& site = world.site(u"1", u" s ").set(u"logfileperiod", 0).set(u"logtype", -1);
+void addSite(ComponentWorld& environment) {
+  FakeObject& site = environment.site(u"1", u" s ").set(u"logfileperiod", 0).set(u"logtype", -1);
   site.set(u"AllowAnonymous", 0).set(u"Anonymousonly", 32767).set(u"Anonymoususername", u"");
   site.set(u"GreetingMessage", texts({u" one ", u"two "}));
-  world.directory(u"MSFTPSVC/1/other", u" \\\\FILE01\\share ").set(u"accesswrite", 1).set(u"dontlog", true);
-  world.node(u"MSFTPSVC/1/ROOT")
+  environment.directory(u"MSFTPSVC/1/other", u" \\\\FILE01\\share ")
+      .set(u"accesswrite", 1)
+      .set(u"dontlog", true);
+  environment.node(u"MSFTPSVC/1/ROOT")
       .set(u"IPSecurity",
-           World::ipSecurity(false, {u"10.0.0.5, 255.255.255.255", u"10.1.0.0 ,255.255.0.0,x"}));
+           Environment::ipSecurity(false, {u"10.0.0.5, 255.255.255.255", u"10.1.0.0 ,255.255.0.0,x"}));
 }
 
 TEST(FtpTabs, OperationsInTheirOrder) {
@@ -170,13 +173,13 @@ row[Granted IP Address (Subnet mask)] = 10.0.0.5
 row[Granted IP Address (Subnet mask)] = 10.1.0.0  (255.255.0.0); row.Update())"},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    addSite(world);
-    world.node(u"MSFTPSVC/1").set(u"logpluginclsid", each.format);
-    collect(world, each.tab);
+    ComponentWorld environment;
+    addSite(environment);
+    environment.node(u"MSFTPSVC/1").set(u"logpluginclsid", each.format);
+    collect(environment, each.tab);
     const std::string from = each.steps[0] == 'I' ? "ICommonFunction1.getos(WEB01)" : "/MSFTPSVC/1.Name";
-    EXPECT_EQ(world.journal->excerpt(from, "Recordset1.Update()",
-                                     {{"/MSFTPSVC/1.", "site."}, {"Recordset1", "row"}}),
+    EXPECT_EQ(environment.journal->excerpt(from, "Recordset1.Update()",
+                                           {{"/MSFTPSVC/1.", "site."}, {"Recordset1", "row"}}),
               operations(each.steps));
   }
 }
@@ -195,14 +198,14 @@ TEST(FtpGeneral, TranslatesBindingsAndStates) {
       {{u":21:"}, Null, "5E"},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    world.site(u"1", u"s").set(u"ServerBindings", texts(each.bindings)).set(u"Status", each.status);
-    collect(world, u"General");
+    ComponentWorld environment;
+    environment.site(u"1", u"s").set(u"ServerBindings", texts(each.bindings)).set(u"Status", each.status);
+    collect(environment, u"General");
     if (each.expected.size() > 2) {
-      EXPECT_EQ(world.rows(u"tblGeneral"), Rows{"WEB01|s|1|" + each.expected + "|-"});
+      EXPECT_EQ(environment.rows(u"tblGeneral"), Rows{"WEB01|s|1|" + each.expected + "|-"});
     } else {
-      EXPECT_EQ(world.rows(u"tblGeneral"), Rows{});
-      EXPECT_NE(world.log().find(" " + each.expected + "\t"), std::string::npos) << world.log();
+      EXPECT_EQ(environment.rows(u"tblGeneral"), Rows{});
+      EXPECT_NE(environment.log().find(" " + each.expected + "\t"), std::string::npos) << environment.log();
     }
   }
 }
@@ -232,55 +235,56 @@ TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
       {u"{ff160657", 7, 0, kOwn, "|-", ""},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    FakeObject& site = world.site(u"1", u"s").set(u"logpluginclsid", each.format);
+    ComponentWorld environment;
+    FakeObject& site = environment.site(u"1", u"s").set(u"logpluginclsid", each.format);
     site.set(u"logfileperiod", each.period).set(u"logfilelocaltimerollover", -1);
     // The size is read for the first period alone.
     each.period == 0 ? site.set(u"logfiletruncatesize", each.size) : site.unset(u"logfiletruncatesize");
-    collect(world, u"Log File Settings");
+    collect(environment, u"Log File Settings");
     const std::string file = each.file.empty() ? "" : "MSFTPSVC1\\" + each.file + ".log";
-    EXPECT_EQ(world.rows(u"tblLogFileSetting"),
+    EXPECT_EQ(environment.rows(u"tblLogFileSetting"),
               Rows{"WEB01|s|1|Yes|" + each.name + "|" + each.expected + "|C:\\Logs|" + file + "|-|-|-"});
   }
 }
 
 TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
-  ComponentWorld world;
-  addThreeSites(world);
-  world.node(u"MSFTPSVC/1").unset(u"logfiledirectory");
-  world.node(u"MSFTPSVC/3").set(u"logfilelocaltimerollover", Null);
-  collectAll(world, u"Log File Settings");
+  ComponentWorld environment;
+  addThreeSites(environment);
+  environment.node(u"MSFTPSVC/1").unset(u"logfiledirectory");
+  environment.node(u"MSFTPSVC/3").set(u"logfilelocaltimerollover", Null);
+  collectAll(environment, u"Log File Settings");
   EXPECT_EQ(
-      world.rows(u"tblLogFileSetting"),
+      environment.rows(u"tblLogFileSetting"),
       (Rows{"WEB01|Sales' site|1|Yes|" + kW3C + "|-|-|-|-|-|-|-",
             "WEB01|Value not set|2|Yes|" + kW3C + R"(|Daily|No|C:\Logs|MSFTPSVC2\exyymmdd.log|-|-|-)"}));
-  EXPECT_EQ(world.journal->linesWith("Recordset2.CancelUpdate()").size(), 1u);
-  EXPECT_EQ(world.log(), record(kName, "GetLogFileSetting", "80005006", "No property logfiledirectory") +
-                             record(kName, "GetLogFileSetting", "5E", "Invalid use of Null"));
-  EXPECT_EQ(world.appLog(),
+  EXPECT_EQ(environment.journal->linesWith("Recordset2.CancelUpdate()").size(), 1u);
+  EXPECT_EQ(environment.log(),
+            record(kName, "GetLogFileSetting", "80005006", "No property logfiledirectory") +
+                record(kName, "GetLogFileSetting", "5E", "Invalid use of Null"));
+  EXPECT_EQ(environment.appLog(),
             record(kName + "-mFTPAppPoolSupport", "CloseRecordset", "C93", "A new row waits"));
 }
 
 TEST(FtpExtendedLog, HostsAndBannersCameWithVersionSixAndOtherFormatsHaveNoFields) {
-  ComponentWorld world;
-  world.version = 5;
-  addThreeSites(world);
-  world.node(u"MSFTPSVC/1").unset(u"logextfilehost").set(u"logextfilecookie", 1);
-  world.node(u"MSFTPSVC/2").set(u"logpluginclsid", u"{FF16065B-DE82").unset(u"logextfiledate");
-  collectAll(world, u"Extended Log Properties");
-  ASSERT_EQ(world.rows(u"tblExtendedLogSetting").size(), 3u);
-  EXPECT_EQ(world.value(u"tblExtendedLogSetting", 0, u"Host"), "");
-  EXPECT_EQ(world.value(u"tblExtendedLogSetting", 0, u"Cookie"), "Yes");
-  EXPECT_TRUE(world.rows(u"tblExtendedLogSetting")[1].starts_with("WEB01|Value not set|2|-|-|-"));
-  EXPECT_EQ(world.journal->linesWith("ICommonFunction1.ErrorLogPath"),
-            Rows{"ICommonFunction1.ErrorLogPath = " + toUtf8(world.ftp.mstrErrorLogPath)});
-  world.node(u"MSFTPSVC/1").set(u"GreetingMessage", texts({})).unset(u"bannerMessage");
-  collect(world, u"Message");
-  EXPECT_EQ(world.rows(u"tblMessageSetting"), Rows{"WEB01|Sales' site|1||Bye||Full"});
+  ComponentWorld environment;
+  environment.version = 5;
+  addThreeSites(environment);
+  environment.node(u"MSFTPSVC/1").unset(u"logextfilehost").set(u"logextfilecookie", 1);
+  environment.node(u"MSFTPSVC/2").set(u"logpluginclsid", u"{FF16065B-DE82").unset(u"logextfiledate");
+  collectAll(environment, u"Extended Log Properties");
+  ASSERT_EQ(environment.rows(u"tblExtendedLogSetting").size(), 3u);
+  EXPECT_EQ(environment.value(u"tblExtendedLogSetting", 0, u"Host"), "");
+  EXPECT_EQ(environment.value(u"tblExtendedLogSetting", 0, u"Cookie"), "Yes");
+  EXPECT_TRUE(environment.rows(u"tblExtendedLogSetting")[1].starts_with("WEB01|Value not set|2|-|-|-"));
+  EXPECT_EQ(environment.journal->linesWith("ICommonFunction1.ErrorLogPath"),
+            Rows{"ICommonFunction1.ErrorLogPath = " + toUtf8(environment.ftp.mstrErrorLogPath)});
+  environment.node(u"MSFTPSVC/1").set(u"GreetingMessage", texts({})).unset(u"bannerMessage");
+  collect(environment, u"Message");
+  EXPECT_EQ(environment.rows(u"tblMessageSetting"), Rows{"WEB01|Sales' site|1||Bye||Full"});
   // The version is asked for before Info is told apart, so its failure shows for that child as well.
-  world.journal->failAt("ICommonFunction", 1, 1000);
-  collectAll(world, u"Extended Log Properties");
-  EXPECT_EQ(recordsIn(world.log()), 4u);
+  environment.journal->failAt("ICommonFunction", 1, 1000);
+  collectAll(environment, u"Extended Log Properties");
+  EXPECT_EQ(recordsIn(environment.log()), 4u);
 }
 
 TEST(FtpMessages, AFailureClosesTheStoreForAllLaterSites) {
@@ -289,19 +293,20 @@ TEST(FtpMessages, AFailureClosesTheStoreForAllLaterSites) {
                             record(kName, "GetFTPPropertyInfo", "5B", "Object variable not set");
   // A handler that fails leaves the store open for them.
   for (const bool handled : {true, false}) {
-    ComponentWorld world;
-    addThreeSites(world);
-    world.site(u"4", u"s");
-    world.node(u"MSFTPSVC/2").set(u"Exitmessage", Null);
-    if (!handled) world.journal->failAt("Recordset2.State");
-    collectAll(world, u"Message");
-    EXPECT_EQ(world.rows(u"tblMessageSetting").size(), handled ? 1u : 3u);
-    EXPECT_EQ(world.journal->linesWith("count.").back(),
+    ComponentWorld environment;
+    addThreeSites(environment);
+    environment.site(u"4", u"s");
+    environment.node(u"MSFTPSVC/2").set(u"Exitmessage", Null);
+    if (!handled) environment.journal->failAt("Recordset2.State");
+    collectAll(environment, u"Message");
+    EXPECT_EQ(environment.rows(u"tblMessageSetting").size(), handled ? 1u : 3u);
+    EXPECT_EQ(environment.journal->linesWith("count.").back(),
               handled ? "count.message = 1/4" : "count.message = 3/4");
-    EXPECT_EQ(world.log(), failure + (handled ? later + later : sabotaged(kName, "GetFTPPropertyInfo")));
-    EXPECT_EQ(world.appLog(), "");
+    EXPECT_EQ(environment.log(),
+              failure + (handled ? later + later : sabotaged(kName, "GetFTPPropertyInfo")));
+    EXPECT_EQ(environment.appLog(), "");
     if (!handled) continue;
-    EXPECT_EQ(world.journal->excerpt("/MSFTPSVC/2.Exitmessage", "next of /MSFTPSVC"),
+    EXPECT_EQ(environment.journal->excerpt("/MSFTPSVC/2.Exitmessage", "next of /MSFTPSVC"),
               operations(R"(/MSFTPSVC/2.Exitmessage; Recordset2.State; Recordset2.State; Recordset2.Close()
 Connection1.State; Connection1.State; Connection1.Close(); next of /MSFTPSVC)"));
   }
@@ -320,31 +325,32 @@ TEST(FtpDirectories, ListsOfAddressesOfAllKinds) {
       {false, {u"1.3.4,255.255.255.255", u""}, "Denied|1.3.4|-; Denied| ()|-", 2},
   };
   for (const auto& each : cases) {
-    ComponentWorld world;
-    world.site(u"1", u"s");
-    world.node(u"MSFTPSVC/1/ROOT").set(u"IPSecurity", World::ipSecurity(each.grant, each.list));
-    collectAll(world, u"Directory Security");
+    ComponentWorld environment;
+    environment.site(u"1", u"s");
+    environment.node(u"MSFTPSVC/1/ROOT").set(u"IPSecurity", Environment::ipSecurity(each.grant, each.list));
+    collectAll(environment, u"Directory Security");
     std::string rows;
-    for (const std::string& row : world.rows(u"tblDirectorySecuritySetting")) rows += row.substr(10) + "\n";
+    for (const std::string& row : environment.rows(u"tblDirectorySecuritySetting"))
+      rows += row.substr(10) + "\n";
     EXPECT_EQ(rows, operations(each.rows));
-    EXPECT_EQ(recordsIn(world.log()), each.records) << world.log();
+    EXPECT_EQ(recordsIn(environment.log()), each.records) << environment.log();
   }
 }
 
 TEST(FtpDirectories, WhatARootCanLack) {
-  ComponentWorld world;
-  world.node(u"MSFTPSVC/2").set(u"servercomment", Null).set(u"msdosdiroutput", 0);
-  world.site(u"3", u"s");
-  world.node(u"MSFTPSVC/3/ROOT").set(u"Path", u"\\\\FILE01\\share").set(u"IPSecurity", Null);
-  collectAll(world, u"Home Directory");
-  EXPECT_EQ(world.rows(u"tblHomeDirectorySetting")[0], "WEB01|Value not set|2|-|-|-|-|-|UNIX");
-  EXPECT_EQ(world.value(u"tblHomeDirectorySetting", 1, u"Content source"),
+  ComponentWorld environment;
+  environment.node(u"MSFTPSVC/2").set(u"servercomment", Null).set(u"msdosdiroutput", 0);
+  environment.site(u"3", u"s");
+  environment.node(u"MSFTPSVC/3/ROOT").set(u"Path", u"\\\\FILE01\\share").set(u"IPSecurity", Null);
+  collectAll(environment, u"Home Directory");
+  EXPECT_EQ(environment.rows(u"tblHomeDirectorySetting")[0], "WEB01|Value not set|2|-|-|-|-|-|UNIX");
+  EXPECT_EQ(environment.value(u"tblHomeDirectorySetting", 1, u"Content source"),
             "A directory located on another computer");
-  collectAll(world, u"Directory Security");
-  EXPECT_EQ(world.rows(u"tblDirectorySecuritySetting"),
+  collectAll(environment, u"Directory Security");
+  EXPECT_EQ(environment.rows(u"tblDirectorySecuritySetting"),
             (Rows{"WEB01|Value not set|2|-|-|-", "WEB01|s|3|Denied|-|-"}));
   const std::string null = record(kName, "GetRestrictedIPAddress", "5B", "Object variable not set");
-  EXPECT_EQ(world.log(),
+  EXPECT_EQ(environment.log(),
             record(kName, "GetRestrictedIPAddress", "80070003", "No path IIS://WEB01/MSFTPSVC/2/Root") +
                 null + null);
 }

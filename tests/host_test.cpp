@@ -48,7 +48,7 @@ class Host : public testing::Test {
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
   std::string metabaseOf(const std::string& name, int sites) const {
-    bench::MetabaseOptions options = bench::inProportion(sites);
+    test::MetabaseOptions options = test::inProportion(sites);
     options.directories = 1;
     return test::generated(folder_, name, options);
   }

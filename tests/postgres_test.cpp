@@ -96,7 +96,7 @@ class Postgres : public testing::Test {
   }
 
   std::string generated(const std::string& server, int sites, int seed = 1) const {
-    bench::MetabaseOptions options = bench::inProportion(sites);
+    test::MetabaseOptions options = test::inProportion(sites);
     options.seed = static_cast<std::uint64_t>(seed);
     return test::generated(folder_, server, options);
   }

@@ -22,6 +22,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/sections.h"
 #include "inventory/inventory.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
@@ -46,7 +47,7 @@ class Publication : public testing::Test {
  protected:
   // A server in a state of its own: no row, but for a pool's name, is that of another state. Gives the file.
   std::string state(int number, int sites = 3, int pools = 2) const {
-    bench::MetabaseOptions options;
+    test::MetabaseOptions options;
     options.seed = static_cast<std::uint64_t>(number);
     options.sites = sites;
     options.pools = pools;
@@ -203,12 +204,12 @@ TEST_F(Publication, KeepsTheWordOnACollectionUntilAllThatItBroughtIsReplaced) {
   EXPECT_EQ(problems(), (Strings{general("1"), general("3")}));
   EXPECT_EQ(selections(), (Strings{"", "--only 'General' --site '2'", "--only 'General' --site '3'"}));
   Arguments ofSites = {"A=" + good}, ofPools = ofSites;
-  for (const char* tab : {"General", "Log File Settings", "Extended Log Properties", "Security Accounts",
-                          "Message", "Home Directory", "Directory Security", "Virtual Directories"})
-    ofSites.insert(ofSites.end(), {"--only", tab});
-  for (const char* tab : {"Worker Process Recycling", "Memory Recycling", "Performance", "Health", "Identity",
-                          "Applied Objects", "Web Service Extensions"})
-    ofPools.insert(ofPools.end(), {"--only", tab});
+  for (const host::Section& section : host::sections()) {
+    // "General" is of both.
+    if (section.side == host::Side::kPools && section.name == "General") continue;
+    Arguments& arguments = section.side == host::Side::kFtp ? ofSites : ofPools;
+    arguments.insert(arguments.end(), {"--only", std::string(section.name)});
+  }
   collect(ofSites);
   EXPECT_EQ(problems(), Strings());
   EXPECT_EQ(selections().size(), 2U) << "the whole one for the rest of the pools, and this one";

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/support/world.h"
+#include "tests/support/environment.h"
 
 namespace test {
 namespace {
@@ -76,39 +76,41 @@ TEST_F(Server, CanBeUnloadedWhenNothingLivesAndIsTakenOut) {
 }
 
 TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
-  World world;
-  world.site(u"1", u"Sales");
-  world.pool(u"Shop");
+  Environment environment;
+  environment.site(u"1", u"Sales");
+  environment.pool(u"Shop");
   const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
   const ObjectRef pools = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
-  call(ftp, u"seterrorlogpath", world.database, world.logFile);
-  call(ftp, u"SetProcessStatusUpdater", Variant(), world.bar, Null);
+  call(ftp, u"seterrorlogpath", environment.database, environment.logFile);
+  call(ftp, u"SetProcessStatusUpdater", Variant(), environment.bar, Null);
   EXPECT_EQ(toText(call(ftp, u"GETPROPENABLEDSTATUS", -1)), u"Yes");
-  call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", False);
-  EXPECT_EQ(world.rows(u"tblGeneral").size(), 1u);
-  EXPECT_EQ(world.progress(), (std::vector<std::string>{"bar.Max = 1", "bar.increment()"}));
-  call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", True);
-  EXPECT_EQ(world.journal->lines[world.journal->lines.size() - 2], "GetObject IIS://WEB01/MSFTPSVC/ !");
+  call(ftp, u"GetFTPPropertyInfo", u"WEB01", environment.database, u"General", False);
+  EXPECT_EQ(environment.rows(u"tblGeneral").size(), 1u);
+  EXPECT_EQ(environment.progress(), (std::vector<std::string>{"bar.Max = 1", "bar.increment()"}));
+  call(ftp, u"GetFTPPropertyInfo", u"WEB01", environment.database, u"General", True);
+  EXPECT_EQ(environment.journal->lines[environment.journal->lines.size() - 2],
+            "GetObject IIS://WEB01/MSFTPSVC/ !");
 
   // A collector on the public interface, which a host may call itself.
   write(pools, u"MSTRERRORLOGPATH", read(ftp, u"mstrErrorLogPath"));
   const ObjectRef connection = CreateObject(u"ADODB.Connection");
   const ObjectRef recordset = CreateObject(u"ADODB.Recordset");
-  call(connection, u"Open", world.database);
+  call(connection, u"Open", environment.database);
   write(recordset, u"ActiveConnection", connection);
   call(recordset, u"Open", u"Select * from tblMemoryRecycling where 1=2");
   call(pools, u"GetMemoryRecyclingProperties", u"WEB01", GetObject(u"IIS://WEB01/W3SVC/AppPools/Shop"),
        connection, recordset);
-  EXPECT_EQ(world.rows(u"tblMemoryRecycling"), std::vector<std::string>{"WEB01|Shop|Enabled|500|Disabled|0"});
+  EXPECT_EQ(environment.rows(u"tblMemoryRecycling"),
+            std::vector<std::string>{"WEB01|Shop|Enabled|500|Disabled|0"});
   EXPECT_EQ(toInt32(read(recordset, u"State")), 1) << "the caller's, left open";
 }
 
 // A status bar that goes away in the middle of its own call, as a window does that the user has closed.
 TEST_F(Server, AProgressObjectMayTakeItselfAway) {
-  World world;
-  world.site(u"1", u"Sales");
+  Environment environment;
+  environment.site(u"1", u"Sales");
   const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
-  call(ftp, u"SetErrorLogPath", world.appLogDirectory, world.logFile);
+  call(ftp, u"SetErrorLogPath", environment.appLogDirectory, environment.logFile);
   auto bar = std::make_shared<FakeObject>();
   const std::weak_ptr<FakeObject> watched = bar;
   bool alive = false;
@@ -118,10 +120,10 @@ TEST_F(Server, AProgressObjectMayTakeItselfAway) {
     return Variant();
   });
   call(ftp, u"SetProcessStatusUpdater", Null, ObjectRef(std::exchange(bar, nullptr)), Null);
-  call(ftp, u"GetFTPPropertyInfo", u"WEB01", world.database, u"General", False);
+  call(ftp, u"GetFTPPropertyInfo", u"WEB01", environment.database, u"General", False);
   EXPECT_TRUE(alive);
   EXPECT_TRUE(watched.expired());
-  EXPECT_EQ(world.log(), "");
+  EXPECT_EQ(environment.log(), "");
 }
 
 TEST_F(Server, RefusesWhatTheInterfacesDoNotHave) {

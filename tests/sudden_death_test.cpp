@@ -41,7 +41,7 @@ class SuddenDeath : public testing::Test {
     std::cout << "seed " << GTEST_FLAG_GET(random_seed) << "\n";
     for (int state = 0; state < 2; ++state) {
       for (const std::string& name : kServers) {
-        bench::MetabaseOptions options = bench::inProportion(name == "WEB01" ? 20 : 150);
+        test::MetabaseOptions options = test::inProportion(name == "WEB01" ? 20 : 150);
         options.seed = static_cast<std::uint64_t>(state + 1);
         test::generated(folder_, name + std::to_string(state), options);
       }

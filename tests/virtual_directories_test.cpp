@@ -12,23 +12,23 @@ using Rows = std::vector<std::string>;
 
 const std::string kName = "TORVINFTPAppDataCom";
 
-void listRoot(ComponentWorld& world, const Text& hostPath = u"IIS://WEB01/MSFTPSVC/1/ROOT") {
-  world.ftp.GetRootVirtualDirectory(world.server, u"1", hostPath, world.database);
+void listRoot(ComponentWorld& environment, const Text& hostPath = u"IIS://WEB01/MSFTPSVC/1/ROOT") {
+  environment.ftp.GetRootVirtualDirectory(environment.server, u"1", hostPath, environment.database);
 }
 
-FakeObject& addDirectory(ComponentWorld& world, TextView name, TextView path) {
-  return world.directory(u"MSFTPSVC/1/ROOT/" + Text(name), path);
+FakeObject& addDirectory(ComponentWorld& environment, TextView name, TextView path) {
+  return environment.directory(u"MSFTPSVC/1/ROOT/" + Text(name), path);
 }
 
 TEST(VirtualDirectories, SecurityComesFirstOnAConnectionOfItsOwn) {
-  ComponentWorld world;
-  addDirectory(world, u"it's ", u" C:\\a ")
-      .set(u"IPSecurity", World::ipSecurity(false, {u"10.0.0.0,255.0.0.0"}));
-  addDirectory(world, u"share", u"\\\\FILE01\\b").set(u"accesswrite", -1).set(u"dontlog", true);
-  listRoot(world);
+  ComponentWorld environment;
+  addDirectory(environment, u"it's ", u" C:\\a ")
+      .set(u"IPSecurity", Environment::ipSecurity(false, {u"10.0.0.0,255.0.0.0"}));
+  addDirectory(environment, u"share", u"\\\\FILE01\\b").set(u"accesswrite", -1).set(u"dontlog", true);
+  listRoot(environment);
   const std::vector<std::pair<std::string, std::string>> names = {
-      {toUtf8(world.database), "FILE"}, {"/MSFTPSVC/1/root", "ROOT"}, {"/MSFTPSVC/1/ROOT", "HOST"}};
-  EXPECT_EQ(world.journal->excerpt("GetObject IIS://WEB01/MSFTPSVC/1/root", "bar.increment()", names),
+      {toUtf8(environment.database), "FILE"}, {"/MSFTPSVC/1/root", "ROOT"}, {"/MSFTPSVC/1/ROOT", "HOST"}};
+  EXPECT_EQ(environment.journal->excerpt("GetObject IIS://WEB01/MSFTPSVC/1/root", "bar.increment()", names),
             operations(R"(GetObject IIS://WEB01ROOT; children of ROOT
 next of ROOT; next of ROOT; next of ROOT; count.message = 0/2; GetObject IIS://WEB01ROOT
 CreateObject ADODB.Connection; Connection1.Provider = Microsoft.Jet.OLEDB.4.0; Connection1.Open(FILE)
@@ -52,83 +52,85 @@ Recordset1[Directory name] = it's; Recordset1[Content source] = A directory loca
 Recordset1[Path] = C:\a; Recordset1[Read] = Yes; Recordset1[Write] = No; Recordset1[Log visits] = Yes
 Recordset1.Update(); bar.increment())"));
   EXPECT_EQ(
-      world.rows(u"tblvirtualDirectory")[1],
+      environment.rows(u"tblvirtualDirectory")[1],
       "IIS://WEB01/MSFTPSVC/1/ROOT|1|share|A directory located on another computer|\\\\FILE01\\b|Yes|Yes|No");
-  EXPECT_EQ(world.rows(u"tblvirtualDirSecurity")[1], "IIS://WEB01/MSFTPSVC/1/ROOT|share|1|Granted|-|-");
-  EXPECT_EQ(world.journal->excerpt("Recordset1.State", "Connection1.Close()"),
+  EXPECT_EQ(environment.rows(u"tblvirtualDirSecurity")[1], "IIS://WEB01/MSFTPSVC/1/ROOT|share|1|Granted|-|-");
+  EXPECT_EQ(environment.journal->excerpt("Recordset1.State", "Connection1.Close()"),
             operations("Recordset1.State; Recordset1.Close(); Connection1.State; Connection1.Close()"));
-  EXPECT_EQ(world.log() + world.appLog(), "");
+  EXPECT_EQ(environment.log() + environment.appLog(), "");
 }
 
 TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
-  ComponentWorld world;
-  addDirectory(world, u"bare", u"")
+  ComponentWorld environment;
+  addDirectory(environment, u"bare", u"")
       .unset(u"Path")
       .unset(u"accessread")
       .set(u"accesswrite", Null)
       .unset(u"dontlog");
-  addDirectory(world, u"full", u"\\\\F\\x").set(u"dontlog", true);
-  addDirectory(world, u"last", u"").set(u"Path", Null).unset(u"accessread").unset(u"dontlog");
-  listRoot(world);
+  addDirectory(environment, u"full", u"\\\\F\\x").set(u"dontlog", true);
+  addDirectory(environment, u"last", u"").set(u"Path", Null).unset(u"accessread").unset(u"dontlog");
+  listRoot(environment);
   const std::string path = "IIS://WEB01/MSFTPSVC/1/ROOT|1|";
   const std::string elsewhere = "|A directory located on another computer|\\\\F\\x|Yes|No|No";
-  EXPECT_EQ(world.rows(u"tblvirtualDirectory"),
+  EXPECT_EQ(environment.rows(u"tblvirtualDirectory"),
             (Rows{path + "bare|A directory located on this computer||||Yes", path + "full" + elsewhere,
                   path + "last" + elsewhere}));
-  EXPECT_EQ(world.journal->linesWith("count.").back(), "count.message = 3/3");
+  EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");
 }
 
 TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
-  ComponentWorld world;
-  addDirectory(world, u"a", u"C:\\a");
-  listRoot(world, u"IIS://WEB01/gone");
-  EXPECT_EQ(world.rows(u"tblvirtualDirSecurity"), Rows{"IIS://WEB01/gone|a|1|Denied|-|-"});
-  EXPECT_EQ(world.rows(u"tblvirtualDirectory").size(), 1u);
+  ComponentWorld environment;
+  addDirectory(environment, u"a", u"C:\\a");
+  listRoot(environment, u"IIS://WEB01/gone");
+  EXPECT_EQ(environment.rows(u"tblvirtualDirSecurity"), Rows{"IIS://WEB01/gone|a|1|Denied|-|-"});
+  EXPECT_EQ(environment.rows(u"tblvirtualDirectory").size(), 1u);
   const std::string notSet =
       record(kName, "GetVirtualDirSecurityProperties", "5B", "Object variable not set");
-  EXPECT_EQ(world.log(),
+  EXPECT_EQ(environment.log(),
             record(kName, "GetVirtualDirSecurityProperties", "80070003", "No path IIS://WEB01/gone/a") +
                 notSet + notSet + notSet);
 }
 
 TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
-  ComponentWorld world;
-  addDirectory(world, u"a/b", u"C:\\b");
+  ComponentWorld environment;
+  addDirectory(environment, u"a/b", u"C:\\b");
   Text server = u"unused";
   Text id = u"1 ";
   Text path = u"IIS://WEB01/msftpsvc/1/root/A";
-  world.ftp.GetChildVirtualDirectories(server, id, path, world.database);
-  EXPECT_EQ(world.rows(u"tblvirtualDirectory"),
+  environment.ftp.GetChildVirtualDirectories(server, id, path, environment.database);
+  EXPECT_EQ(environment.rows(u"tblvirtualDirectory"),
             Rows{"IIS://WEB01/MSFTPSVC/1/ROOT/a|1|b|A directory located on this computer|C:\\b|Yes|No|Yes"});
-  EXPECT_EQ(world.rows(u"tblvirtualDirSecurity"), Rows{"IIS://WEB01/msftpsvc/1/root/A|b|1|Granted|-|-"});
+  EXPECT_EQ(environment.rows(u"tblvirtualDirSecurity"),
+            Rows{"IIS://WEB01/msftpsvc/1/root/A|b|1|Granted|-|-"});
 
   // A directory without children.
-  world.journal->lines.clear();
+  environment.journal->lines.clear();
   path = u"IIS://WEB01/MSFTPSVC/1/ROOT/a/b";
-  world.ftp.GetChildVirtualDirectories(server, id, path, world.database);
-  EXPECT_EQ(world.progress(), (Rows{"count.message = 0/0", "bar.Max = 0"}));
-  EXPECT_EQ(world.log() + world.appLog(), "");
+  environment.ftp.GetChildVirtualDirectories(server, id, path, environment.database);
+  EXPECT_EQ(environment.progress(), (Rows{"count.message = 0/0", "bar.Max = 0"}));
+  EXPECT_EQ(environment.log() + environment.appLog(), "");
 }
 
 TEST(VirtualDirectories, WhatCannotBeOpened) {
-  ComponentWorld world;
-  listRoot(world);
+  ComponentWorld environment;
+  listRoot(environment);
   const std::string missing = "No path IIS://WEB01/MSFTPSVC/1/root";
-  EXPECT_EQ(world.log(), record(kName, "GenerateFTPVirDirInfo", "80070003", missing) +
-                             record(kName, "GetRootVirtualDirectory", "80070003", missing));
-  EXPECT_EQ(world.progress(), Rows{"count.message = 0/0"});
+  EXPECT_EQ(environment.log(), record(kName, "GenerateFTPVirDirInfo", "80070003", missing) +
+                                   record(kName, "GetRootVirtualDirectory", "80070003", missing));
+  EXPECT_EQ(environment.progress(), Rows{"count.message = 0/0"});
 
-  addDirectory(world, u"a", u"C:\\a");
+  addDirectory(environment, u"a", u"C:\\a");
   Text path = u"IIS://WEB01/MSFTPSVC/1/ROOT";
   Text nowhere = u"nowhere.mdb";
-  world.ftp.GetChildVirtualDirectories(world.server, path, path, nowhere);
-  world.store.tables.erase(u"tblvirtualdirsecurity");
-  listRoot(world);
-  EXPECT_EQ(world.rows(u"tblvirtualDirectory").size(), 1u);
-  EXPECT_EQ(world.appLog(), record(kName + "-mFTPAppPoolSupport", "OpenConnection(Child Virtual Directory)",
-                                   "80004005", "No file nowhere.mdb") +
-                                record(kName + "-mFTPAppPoolSupport", "OpenRecordset", "80040E37",
-                                       "No table tblvirtualDirSecurity"));
+  environment.ftp.GetChildVirtualDirectories(environment.server, path, path, nowhere);
+  environment.store.tables.erase(u"tblvirtualdirsecurity");
+  listRoot(environment);
+  EXPECT_EQ(environment.rows(u"tblvirtualDirectory").size(), 1u);
+  EXPECT_EQ(environment.appLog(),
+            record(kName + "-mFTPAppPoolSupport", "OpenConnection(Child Virtual Directory)", "80004005",
+                   "No file nowhere.mdb") +
+                record(kName + "-mFTPAppPoolSupport", "OpenRecordset", "80040E37",
+                       "No table tblvirtualDirSecurity"));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "automation/object.h"
 #include "automation/runtime.h"
+#include "host/sections.h"
 #include "inventory/tables.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
@@ -24,6 +25,16 @@ ObjectRef component(TextView programmaticId, const Text& logs, const Text& serve
   ObjectRef object = automation::CreateObject(programmaticId);
   call(object, u"SetErrorLogPath", logs, logs + u"\\" + server + u".log");
   return object;
+}
+
+std::vector<Text> tabsOf(host::Side side) {
+  std::vector<Text> tabs;
+  for (const host::Section& section : host::sections()) {
+    if (section.side == side && section.kind == host::Kind::kTab) {
+      tabs.push_back(automation::fromUtf8(section.name));
+    }
+  }
+  return tabs;
 }
 
 void collectTrees(const ObjectRef& ftp, const Text& server, const Text& database) {
@@ -70,16 +81,14 @@ void collectEverything(const std::string& serverName, const std::filesystem::pat
 
   const ObjectRef ftp = component(u"TORVINFTPAppDataCom.FTPCollection", logs, server);
   call(ftp, u"GenerateFTPSiteInfo", server, database);
-  for (const TextView tab : {u"General", u"Log File Settings", u"Extended Log Properties",
-                             u"Security Accounts", u"Message", u"Home Directory", u"Directory Security"}) {
+  for (const Text& tab : tabsOf(host::Side::kFtp)) {
     call(ftp, u"GetFTPPropertyInfo", server, database, tab, false);
   }
   collectTrees(ftp, server, database);
 
   const ObjectRef pools = component(u"TORVINFTPAppDataCom.AppPoolCollection", logs, server);
   call(pools, u"GetAppPoolsCount", server, database);
-  for (const TextView tab : {u"General", u"Worker Process Recycling", u"Memory Recycling", u"Performance",
-                             u"Health", u"Identity"}) {
+  for (const Text& tab : tabsOf(host::Side::kPools)) {
     call(pools, u"GetAppPoolPropertyInfo", server, database, tab, false);
   }
   call(pools, u"GetWebServiceExtension", server, database);

@@ -1,13 +1,13 @@
-// The component's two classes in a world of their own, for the tests that call them directly.
+// The component's two classes in an environment of their own, for the tests that call them directly.
 #pragma once
 
 #include "apppool/AppPoolCollection.h"
 #include "ftp/FTPCollection.h"
-#include "tests/support/world.h"
+#include "tests/support/environment.h"
 
 namespace test {
 
-class ComponentWorld : public World {
+class ComponentWorld : public Environment {
  public:
   ComponentWorld() {
     setLogs();
@@ -16,11 +16,11 @@ class ComponentWorld : public World {
   }
 
   void spoilLog() {
-    World::spoilLog();
+    Environment::spoilLog();
     setLogs();
   }
   void spoilAppLog() {
-    World::spoilAppLog();
+    Environment::spoilAppLog();
     setLogs();
   }
 

@@ -94,11 +94,10 @@ Result runOnTerminal(const Folder& folder, unsigned short columns, const Argumen
   return result;
 }
 
-std::string generated(const Folder& folder, const std::string& server,
-                      const bench::MetabaseOptions& options) {
+std::string generated(const Folder& folder, const std::string& server, const test::MetabaseOptions& options) {
   const std::filesystem::path file = folder / (server + ".xml");
   std::ofstream out(file, std::ios::binary);
-  bench::writeMetabase(options, out);
+  test::writeMetabase(options, out);
   return server + "=" + file.string();
 }
 

@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "bench/metabase_generator.h"
 #include "tests/support/folder.h"
+#include "tests/support/metabase_generator.h"
 
 namespace test {
 
@@ -63,6 +63,6 @@ Result runOnTerminal(const Folder& folder, unsigned short columns, const Argumen
                      const std::function<void(pid_t, const std::string&)>& shown = {});
 
 // A generated metabase, as the program takes one: with the name of its server.
-std::string generated(const Folder& folder, const std::string& server, const bench::MetabaseOptions& options);
+std::string generated(const Folder& folder, const std::string& server, const test::MetabaseOptions& options);
 
 }  // namespace test

@@ -1,4 +1,4 @@
-#include "tests/support/world.h"
+#include "tests/support/environment.h"
 
 #include <algorithm>
 #include <fstream>
@@ -48,7 +48,7 @@ FakeObject& setAll(FakeObject& object, const char* properties) {
   return object;
 }
 
-// A reference to an object that the world itself owns.
+// A reference to an object that the environment itself owns.
 ObjectRef unowned(Object& object) {
   return ObjectRef(ObjectRef(), &object);
 }
@@ -81,7 +81,7 @@ std::string sabotaged(const std::string& object, const std::string& function) {
   return record(object, function, "8000FFFF", "sabotaged");
 }
 
-World::World(Layer layer) : layer_(layer) {
+Environment::Environment(Layer layer) : layer_(layer) {
   database = textOf(folder_ / "inventory.mdb");
   statusBar_.set(u"message", u"");
   progressBar_.set(u"Max", std::int16_t{0}).method(u"increment", [](Arguments) { return Variant(); });
@@ -95,7 +95,7 @@ World::World(Layer layer) : layer_(layer) {
   count = journal->wrap(unowned(processCount_), "count");
 }
 
-World::~World() {
+Environment::~Environment() {
   Runtime& runtime = Runtime::process();
   runtime.serveMoniker(u"IIS:", nullptr);
   runtime.serveMoniker(u"winmgmts:", nullptr);
@@ -105,18 +105,18 @@ World::~World() {
   runtime.setScreen(nullptr);
 }
 
-void World::serve(TextView prefix, MonikerServer behind) {
+void Environment::serve(TextView prefix, MonikerServer behind) {
   Runtime::process().serveMoniker(prefix, [this, behind](TextView moniker) {
     return journal->getObject(moniker, [&] { return behind(moniker); });
   });
 }
 
-void World::serveClass(TextView id, ClassServer behind) {
+void Environment::serveClass(TextView id, ClassServer behind) {
   Runtime::process().serveClass(id,
                                 [this, behind, id = Text(id)] { return journal->createObject(id, behind); });
 }
 
-void World::setUpFakes() {
+void Environment::setUpFakes() {
   store.file = database;
   for (const inventory::Table& table : inventory::tables()) {
     auto& columns = store.tables[lowerCase(fromUtf8(table.name))].columns;
@@ -150,7 +150,7 @@ void World::setUpFakes() {
   Runtime::process().setScreen(journal->wrap(screen_, "screen"));
 }
 
-void World::setUpLayer() {
+void Environment::setUpLayer() {
   Runtime& runtime = Runtime::process();
   platform::metabase::mapServer(server, platform::metabase::Metabase::load(
                                             std::filesystem::path(SAMPLES_DIRECTORY) / "WEB01/MetaBase.xml"));
@@ -179,21 +179,21 @@ void World::setUpLayer() {
   for (const inventory::Table& table : inventory::tables()) private_->letRowsWait(std::string(table.name));
 }
 
-std::shared_ptr<sqlite::Database> World::openDatabase() const {
+std::shared_ptr<sqlite::Database> Environment::openDatabase() const {
   if (private_ != nullptr) return {std::shared_ptr<void>(), &private_->database()};
   return std::make_shared<sqlite::Database>(toUtf8(database), sqlite::Database::Mode::kReadWrite,
                                             std::chrono::milliseconds(0));
 }
 
-void World::spoilLog() {
+void Environment::spoilLog() {
   logFile = textOf(folder_ / "nowhere" / "object.log");
 }
 
-void World::spoilAppLog() {
+void Environment::spoilAppLog() {
   appLogDirectory = textOf(folder_ / "nowhere");
 }
 
-FakeObject& World::node(TextView path) {
+FakeObject& Environment::node(TextView path) {
   FakeObject* at = &metabase_;
   Text adsPath = u"IIS://" + server;
   for (std::size_t from = 0; from <= path.size();) {
@@ -207,7 +207,7 @@ FakeObject& World::node(TextView path) {
   return *at;
 }
 
-FakeObject& World::site(TextView id, Variant comment) {
+FakeObject& Environment::site(TextView id, Variant comment) {
   const Text path = u"MSFTPSVC/" + Text(id);
   directory(path + u"/ROOT", u"C:\\ftp\\" + Text(id));
   FakeObject& site = setAll(node(path), kSite).set(u"servercomment", std::move(comment));
@@ -215,17 +215,17 @@ FakeObject& World::site(TextView id, Variant comment) {
   return site.set(u"ServerBindings", texts({u"10.0.0.1:21:"}));
 }
 
-FakeObject& World::directory(TextView path, TextView localPath) {
+FakeObject& Environment::directory(TextView path, TextView localPath) {
   FakeObject& made = node(path).set(u"Path", localPath).set(u"accessread", true).set(u"accesswrite", false);
   return made.set(u"dontlog", false).set(u"IPSecurity", ipSecurity(true, {}));
 }
 
-FakeObject& World::pool(TextView name) {
+FakeObject& Environment::pool(TextView name) {
   FakeObject& made = setAll(node(u"W3SVC/AppPools/" + Text(name)), kPool);
   return made.set(u"PeriodicRestartSchedule", texts({}));
 }
 
-Variant World::ipSecurity(bool grantByDefault, const std::vector<Text>& list) {
+Variant Environment::ipSecurity(bool grantByDefault, const std::vector<Text>& list) {
   const Variant other = texts({u"never, read"});
   auto security = std::make_shared<FakeObject>();
   security->set(u"GrantByDefault", grantByDefault).set(u"IPDeny", grantByDefault ? texts(list) : other);
@@ -233,14 +233,14 @@ Variant World::ipSecurity(bool grantByDefault, const std::vector<Text>& list) {
   return ObjectRef(security);
 }
 
-FakeObject& World::applications(TextView poolName, Variant paths) {
+FakeObject& Environment::applications(TextView poolName, Variant paths) {
   return wmi_.add(u"W3SVC/APPPOOLS/" + Text(poolName)).method(u"EnumAppsInPool", [paths](Arguments list) {
     list[0] = paths;
     return Variant();
   });
 }
 
-std::vector<std::string> World::rows(TextView table) const {
+std::vector<std::string> Environment::rows(TextView table) const {
   std::vector<std::string> lines;
   const auto add = [&](std::size_t columns, const auto& valueAt) {
     std::string line;
@@ -263,7 +263,7 @@ std::vector<std::string> World::rows(TextView table) const {
   return lines;
 }
 
-std::string World::value(TextView table, std::size_t row, TextView column) const {
+std::string Environment::value(TextView table, std::size_t row, TextView column) const {
   const FakeStore::Table& found = store.tables.at(lowerCase(table));
   if (row >= found.rows.size()) return "no row";
   const auto at = std::find(found.columns.begin(), found.columns.end(), Text(column));
@@ -272,11 +272,11 @@ std::string World::value(TextView table, std::size_t row, TextView column) const
   return value ? toUtf8(*value) : "-";
 }
 
-int World::pointer() const {
+int Environment::pointer() const {
   return toInt32(read(screen_, u"MousePointer"));
 }
 
-std::vector<std::string> World::progress() const {
+std::vector<std::string> Environment::progress() const {
   std::vector<std::string> found;
   for (const std::string& line : journal->lines) {
     if (line.starts_with("status.") || line.starts_with("bar.") || line.starts_with("count.")) {
@@ -286,11 +286,11 @@ std::vector<std::string> World::progress() const {
   return found;
 }
 
-std::string World::log() const {
+std::string Environment::log() const {
   return masked(folder_ / "object.log");
 }
 
-std::string World::appLog() const {
+std::string Environment::appLog() const {
   return masked(folder_ / "TORVINLog.Log");
 }
 

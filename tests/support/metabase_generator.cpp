@@ -1,4 +1,4 @@
-#include "bench/metabase_generator.h"
+#include "tests/support/metabase_generator.h"
 
 #include <algorithm>
 #include <array>
@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace bench {
+namespace test {
 namespace {
 
 constexpr std::string_view kLine = "\r\n";
@@ -219,4 +219,4 @@ void writeMetabase(const MetabaseOptions& options, std::ostream& out) {
   Writer(options, out).write();
 }
 
-}  // namespace bench
+}  // namespace test

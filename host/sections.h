@@ -14,7 +14,7 @@ enum class Side { kFtp, kPools };
 
 enum class Kind { kTab, kVirtualDirectories, kExtensions, kAppliedObjects };
 
-struct Gathering {
+struct Section {
   std::string_view name;  // a tab's name is spelled as the component wants it
   Side side;
   Kind kind;
@@ -22,14 +22,15 @@ struct Gathering {
 };
 
 // All of them, in the order in which a collection makes them. "General" stands in it once for each side.
-std::span<const Gathering> gatherings();
+std::span<const Section> sections();
 
-// The distinct names, for a message.
-std::string gatheringNames();
+// The distinct names, for a message: all of them, or those that one side alone has.
+std::string sectionNames();
+std::string sectionNames(Side side);
 
 // What one run gathers of each server.
 struct Selection {
-  std::vector<const Gathering*> gatherings;
+  std::vector<const Section*> sections;
   // The sites and pools that it is restricted to; empty stands for all. Spelled as the user has spelled them.
   std::vector<std::string> sites;
   std::vector<std::string> pools;

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <iosfwd>
 
-namespace bench {
+namespace test {
 
 struct MetabaseOptions {
   std::uint64_t seed = 1;
@@ -25,4 +25,4 @@ MetabaseOptions inProportion(std::int64_t sites);
 // Writes the file. Failures show in the stream's state.
 void writeMetabase(const MetabaseOptions& options, std::ostream& out);
 
-}  // namespace bench
+}  // namespace test

@@ -21,12 +21,12 @@ namespace test {
 enum class Layer { kFakes, kWaiting, kPrivate, kFile };
 
 // Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
-class World {
+class Environment {
  public:
-  explicit World(Layer layer = Layer::kFakes);
-  ~World();
-  World(const World&) = delete;
-  World& operator=(const World&) = delete;
+  explicit Environment(Layer layer = Layer::kFakes);
+  ~Environment();
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
 
   std::shared_ptr<Journal> journal = std::make_shared<Journal>();
   automation::Text server = u"WEB01";

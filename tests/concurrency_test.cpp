@@ -23,11 +23,11 @@ using Strings = std::vector<std::string>;
 using test::Arguments;
 using test::Program;
 
-class Company : public testing::Test {
+class Concurrency : public testing::Test {
  protected:
   // A file with other sites, trees and pools than those of other seeds.
   std::string file(int seed) const {
-    bench::MetabaseOptions options = bench::inProportion(10 + 3 * seed);
+    test::MetabaseOptions options = test::inProportion(10 + 3 * seed);
     options.seed = static_cast<std::uint64_t>(seed);
     const std::string server = test::generated(folder_, std::to_string(seed), options);
     return server.substr(server.find('=') + 1);
@@ -52,7 +52,7 @@ class Company : public testing::Test {
   const test::Folder folder_;
 };
 
-TEST_F(Company, RunsAtOnceLeaveOneInventoryOfEachServerAndAReaderNeverSeesHalfOfOne) {
+TEST_F(Concurrency, RunsAtOnceLeaveOneInventoryOfEachServerAndAReaderNeverSeesHalfOfOne) {
   const Strings servers = {"ONE=" + file(1), "ONE=" + file(2), "TWO=" + file(3)};
   const Strings expected[] = {alone(servers[0]), alone(servers[1]), alone(servers[2])};
   for (int round = 0; round < 8; ++round) {
@@ -78,7 +78,7 @@ TEST_F(Company, RunsAtOnceLeaveOneInventoryOfEachServerAndAReaderNeverSeesHalfOf
   }
 }
 
-TEST_F(Company, ThreadsWithPrivateDatabasesOfOneNameGiveTheRowsOfServersAlone) {
+TEST_F(Concurrency, ThreadsWithPrivateDatabasesOfOneNameGiveTheRowsOfServersAlone) {
   test::registerEverything();
   const fs::path logs = folder_.folder("logs");
   std::vector<std::thread> threads;
@@ -107,7 +107,7 @@ TEST_F(Company, ThreadsWithPrivateDatabasesOfOneNameGiveTheRowsOfServersAlone) {
   EXPECT_TRUE(fs::is_empty(logs));
 }
 
-TEST_F(Company, ServersSideBySideGiveTheRowsOfServersInTurn) {
+TEST_F(Concurrency, ServersSideBySideGiveTheRowsOfServersInTurn) {
   Arguments arguments = {"GONE=" + (folder_ / "gone.xml").string(), "LARGE=" + file(100), "--jobs", "1"};
   const std::string small = file(0);
   for (int at = 0; at < 50; ++at) arguments.push_back("SRV" + std::to_string(at) + "=" + small);
