@@ -297,6 +297,39 @@ TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
   expectEqual(file_, fleet_);
 }
 
+TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
+  const test::PostgresServer small(std::make_unique<test::Folder>(), {}, 12);
+  FewRows rows;
+  rows.name = "tblMessageSetting";
+  inventory::Result result;
+  result.origin.server = "A";
+  result.rows = &rows;
+  const auto inventory = inventory::openForPublishing(small.address("master", "postgres"), {});
+  std::mt19937 random;
+  std::vector<std::string> texts(400);
+  for (const std::size_t size : {std::size_t{10}, std::size_t{40000}, std::size_t{20}}) {
+    // What can't be made shorter.
+    for (std::string& text : texts) {
+      text.clear();
+      while (text.size() < size) text += static_cast<char>(' ' + random() % 95);
+    }
+    const Tables before = size == 10 ? Tables() : everything(small.address("master", "postgres"), true);
+    rows.cells.clear();
+    for (const std::string& text : texts) rows.cells.push_back({"A", "one", "1", text});
+    if (size < 100) {
+      EXPECT_EQ(inventory->publish({&result, 1}).at(0).added.at(inventory::tableIndex(rows.name)), 400);
+      continue;
+    }
+    try {
+      inventory->publish({&result, 1});
+      ADD_FAILURE() << "there was room";
+    } catch (const inventory::Error& error) {
+      EXPECT_NE(std::string(error.what()).find("File too large"), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(everything(small.address("master", "postgres"), true), before);
+  }
+}
+
 TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
   const auto publish = [](const std::string& database, const std::string& server, const FewRows& rows) {
     inventory::Result result;
@@ -512,7 +545,7 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
   for (int state = 0; state < 2; ++state) {
     // Twice the same name, so copies of the files.
     for (const char* name : {"WEB01", "WEB02"}) {
-      const std::string file = generated(name, state == 0 ? 60 : 40, state + 1).substr(6);
+      const std::string file = generated(name, state == 0 ? 20 : 12, state + 1).substr(6);
       files[state].push_back(std::string(name) + "=" +
                              folder_.file(name + std::to_string(state), test::contents(file)));
     }
@@ -549,12 +582,15 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
           "select pid from pg_stat_activity where application_name = 'iisinventory' and pid <> "
           "pg_backend_pid()");
       // The second brings down all others, and the server starts again by itself.
-      if (!backends.empty()) ::kill(std::stoi(backends), kind == 2 ? SIGTERM : SIGKILL);
+      if (!backends.empty()) {
+        const std::string backend = backends.substr(0, backends.find('\n'));
+        ::kill(std::stoi(backend), kind == 2 ? SIGTERM : SIGKILL);
+        server_.awaitEnd(backend);
+      }
     } else {
       server_.fallAndRise();
     }
     const Result result = program.end();
-    server_.awaitReadiness();
     ended += result.status != 0;
     // Whoever lost his connection has another one; only the second loss, or the first contact, is told.
     if (kind >= 2 && result.status != 0) {
