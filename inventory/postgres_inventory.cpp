@@ -12,6 +12,7 @@
 #include "inventory/postgres_connection.h"
 #include "inventory/records.h"
 #include "inventory/remainder.h"
+#include "inventory/views.h"
 #include "sqlite/database.h"
 
 namespace inventory {
@@ -842,12 +843,17 @@ class PostgresInventory : public Inventory {
     return schema;
   }
 
-  static std::vector<std::string> ownNames() {
+  std::vector<std::string> ownNames() const {
     std::vector<std::string> names;
     for (const Table* table : everyTable()) names.emplace_back(table->name);
     names.emplace_back(kServers);
     names.emplace_back(kCurrent);
+    for (View& view : allViews()) names.push_back(std::move(view.name));
     return names;
+  }
+
+  std::vector<View> allViews() const {
+    return views({[this](std::string_view table) { return place_.table(table); }, true});
   }
 
   void makeTables(Connection& connection) {
@@ -893,6 +899,9 @@ class PostgresInventory : public Inventory {
              " (row_order bigint not null, server_id integer not null" + columns + ");" +
              "create index if not exists " + quotedName(std::string(table->name) + " by server") + " on " +
              place_.table(table->name) + " (server_id);";
+    }
+    for (const View& view : allViews()) {
+      sql += "create or replace view " + place_.table(view.name) + " as " + view.select + ";";
     }
     return sql;
   }

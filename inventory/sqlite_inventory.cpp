@@ -14,6 +14,7 @@
 
 #include "inventory/records.h"
 #include "inventory/remainder.h"
+#include "inventory/views.h"
 #include "sqlite/database.h"
 #include "sqlite/feed.h"
 
@@ -594,6 +595,9 @@ class SqliteInventory : public Inventory {
       database_->execute(indexSql(table, quotedName(kServerColumn)));
     }
     moveBookkeeping();
+    for (const View& view : views({[](std::string_view table) { return quotedName(table); }, false})) {
+      database_->execute("create view if not exists " + view.name + " as " + view.select);
+    }
     checkedSchema_ = database_->value("pragma schema_version");
   }
 

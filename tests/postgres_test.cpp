@@ -20,6 +20,7 @@
 
 #include "inventory/inventory.h"
 #include "inventory/postgres_connection.h"
+#include "sqlite/database.h"
 #include "tests/support/postgres.h"
 #include "tests/support/process.h"
 
@@ -88,11 +89,57 @@ class Postgres : public testing::Test {
       run(all, status);
     }
     expectEqual(file_, fleet_);
+    for (const char* name : {"ftp_site", "ftp_directory", "ftp_access", "app_pool", "web_extension",
+                             "application", "collection", "problem"}) {
+      const Strings rows = view(file_, name);
+      EXPECT_EQ(view(fleet_, name), rows) << name;
+      EXPECT_FALSE(rows.empty() && std::string(name) != "problem") << name;
+    }
   }
   static void expectEqual(const std::string& one, const std::string& other, bool andTimes = false) {
     const Tables expected = everything(one, andTimes), found = everything(other, andTimes);
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
+  }
+
+  // The rows of a view, without times that differ; numbers, truth values and times as SQLite has them.
+  static Strings view(const std::string& database, const std::string& name) {
+    const std::string without = name == "collection" ? "started published seconds"
+                                : name == "problem"  ? "time"
+                                                     : "";
+    Strings rows;
+    const auto add = [&](std::string_view column, std::string_view value) {
+      if (without.find(column) == std::string::npos) rows.back().append(value).append("|");
+    };
+    if (!inventory::isOnServer(database)) {
+      sqlite::Database file(database, sqlite::Database::Mode::kReadOnly, {});
+      auto found = file.prepare("select * from " + name);
+      while (found.step()) {
+        rows.emplace_back();
+        for (int at = 0; at < found.columnCount(); ++at)
+          add(found.columnName(at), found.text(at).value_or("-"));
+      }
+    } else {
+      inventory::postgres::Connection connection(database);
+      connection.execute("set timezone = 'UTC'");
+      const auto found = connection.run("select * from iis_inventory." + name);
+      for (int row = 0; row < found.rows(); ++row) {
+        rows.emplace_back();
+        for (int at = 0; at < PQnfields(found.raw()); ++at) {
+          std::string value(found.text(row, at).value_or("-"));
+          constexpr Oid kTruth = 16, kTime = 1184;
+          if (PQftype(found.raw(), at) == kTruth && value != "-") value = value == "t" ? "1" : "0";
+          if (PQftype(found.raw(), at) == kTime && value != "-") {
+            value = value.replace(10, 1, "T").substr(0, value.size() - 3);
+            if (value.size() == 19) value += ".";
+            value = value.append(23 - value.size(), '0') + "Z";
+          }
+          add(PQfname(found.raw(), at), value);
+        }
+      }
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
   }
 
   std::string generated(const std::string& server, int sites, int seed = 1) const {
@@ -160,6 +207,31 @@ TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   collectBoth({small});
 }
 
+TEST_F(Postgres, HasViewsOfPlainTypes) {
+  collectBoth({kSamples + "/WEB01/MetaBase.xml", kSamples + "/LEGACY/MetaBase.xml"}, 1);
+  const auto asked = [&](const std::string& select) {
+    return server_.run("select concat_ws(',', " + select, "fleet");
+  };
+  server_.run("alter database fleet set search_path = iis_inventory");
+  EXPECT_EQ(
+      asked("tcp_port + 1, not may_write, only_anonymous, log_cookie, denied_addresses) from ftp_site where "
+            "server = 'WEB01' and identifier = 8"),
+      "22,t,f,f,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
+  EXPECT_EQ(asked("name, tcp_port is null, log_period is null) from ftp_site where server = 'LEGACY' and "
+                  "identifier = 7"),
+            "Old price lists,t,t");
+  EXPECT_EQ(
+      asked(
+          "address, mask, is_granted, grants_others) from ftp_access where parent is null and mask <> '' and "
+          "site_identifier = 2"),
+      "172.16.4.0,255.255.255.0,t,f");
+  EXPECT_EQ(asked("recycle_times, recycle_minutes / 2, recycles_by_requests, worker_processes, pinging) from "
+                  "app_pool "
+                  "where name = 'reportsPOOL'"),
+            "06:00, 12:30, 23:45,30,f,4,t");
+  EXPECT_EQ(asked("count(*), bool_and(published >= started), sum(rows)) from collection"), "2,t,241");
+}
+
 TEST_F(Postgres, TakesNamesOfEveryKind) {
   const std::string names[] = {"it's \"so\"", "100%s;%n", "$1 {a,b} #x", "\u00C4rger\u4E2D\U0001F600",
                                "two  blanks ."};
@@ -176,7 +248,8 @@ TEST_F(Postgres, TakesNamesOfEveryKind) {
   for (const std::string& name : names) arguments.push_back(name + "=" + file);
   // The component itself puts the names of servers into its SQL texts.
   collectBoth(arguments, 1);
-  collectBoth({"\u00E4RGER\u4E2D\U0001F600=" + file, "--pool", "pool ' \" %s \\. \u00E4"});
+  collectBoth({"\u00C4RGER\u4E2D\U0001F600=" + file, "--pool", "pool ' \" %s \\. \u00E4"});
+  collectBoth({"\u00E4rger\u4E2D\U0001F600=" + file});
   EXPECT_EQ(server_.run("select count(*) from iis_inventory.server_key", "fleet"), "5");
 }
 
@@ -222,6 +295,39 @@ TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
         all.at("Problems")[2].find("A|problem|tblMessageSetting|site|1||Banner Message|||the value of "), 0U);
   }
   expectEqual(file_, fleet_);
+}
+
+TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
+  const test::PostgresServer small(std::make_unique<test::Folder>(), {}, 12);
+  FewRows rows;
+  rows.name = "tblMessageSetting";
+  inventory::Result result;
+  result.origin.server = "A";
+  result.rows = &rows;
+  const auto inventory = inventory::openForPublishing(small.address("master", "postgres"), {});
+  std::mt19937 random;
+  std::vector<std::string> texts(400);
+  for (const std::size_t size : {std::size_t{10}, std::size_t{40000}, std::size_t{20}}) {
+    // What can't be made shorter.
+    for (std::string& text : texts) {
+      text.clear();
+      while (text.size() < size) text += static_cast<char>(' ' + random() % 95);
+    }
+    const Tables before = size == 10 ? Tables() : everything(small.address("master", "postgres"), true);
+    rows.cells.clear();
+    for (const std::string& text : texts) rows.cells.push_back({"A", "one", "1", text});
+    if (size < 100) {
+      EXPECT_EQ(inventory->publish({&result, 1}).at(0).added.at(inventory::tableIndex(rows.name)), 400);
+      continue;
+    }
+    try {
+      inventory->publish({&result, 1});
+      ADD_FAILURE() << "there was room";
+    } catch (const inventory::Error& error) {
+      EXPECT_NE(std::string(error.what()).find("File too large"), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(everything(small.address("master", "postgres"), true), before);
+  }
 }
 
 TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
@@ -439,7 +545,7 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
   for (int state = 0; state < 2; ++state) {
     // Twice the same name, so copies of the files.
     for (const char* name : {"WEB01", "WEB02"}) {
-      const std::string file = generated(name, state == 0 ? 60 : 40, state + 1).substr(6);
+      const std::string file = generated(name, state == 0 ? 20 : 12, state + 1).substr(6);
       files[state].push_back(std::string(name) + "=" +
                              folder_.file(name + std::to_string(state), test::contents(file)));
     }
@@ -476,12 +582,15 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
           "select pid from pg_stat_activity where application_name = 'iisinventory' and pid <> "
           "pg_backend_pid()");
       // The second brings down all others, and the server starts again by itself.
-      if (!backends.empty()) ::kill(std::stoi(backends), kind == 2 ? SIGTERM : SIGKILL);
+      if (!backends.empty()) {
+        const std::string backend = backends.substr(0, backends.find('\n'));
+        ::kill(std::stoi(backend), kind == 2 ? SIGTERM : SIGKILL);
+        server_.awaitEnd(backend);
+      }
     } else {
       server_.fallAndRise();
     }
     const Result result = program.end();
-    server_.awaitReadiness();
     ended += result.status != 0;
     // Whoever lost his connection has another one; only the second loss, or the first contact, is told.
     if (kind >= 2 && result.status != 0) {

@@ -17,11 +17,12 @@ namespace test {
 // A folder that goes with its owner: in memory where the system offers that.
 class Folder {
  public:
-  Folder() {
-    const std::filesystem::path memory = "/dev/shm";
-    const bool inMemory = ::access(memory.c_str(), W_OK | X_OK) == 0;
-    std::string name =
-        ((inMemory ? memory : std::filesystem::temp_directory_path()) / "inventory-test-XXXXXX").string();
+  Folder()
+      : Folder(::access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path()) {
+  }
+  // One inside another folder.
+  explicit Folder(const std::filesystem::path& parent) {
+    std::string name = (parent / "inventory-test-XXXXXX").string();
     if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("can't make the folder " + name);
     path_ = name;
   }

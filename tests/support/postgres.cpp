@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <pwd.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -38,7 +39,8 @@ const passwd& unprivileged() {
   throw std::runtime_error("there is no user 'postgres' or 'nobody' to run PostgreSQL as");
 }
 
-pid_t started(std::vector<std::string> arguments, const std::string& log, int deathSignal) {
+pid_t started(std::vector<std::string> arguments, const std::string& log, int deathSignal,
+              int largestFile = 0) {
   const pid_t child = ::fork();
   if (child != 0) return child;
   const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
@@ -48,6 +50,10 @@ pid_t started(std::vector<std::string> arguments, const std::string& log, int de
     const passwd& user = unprivileged();
     if (::setgroups(0, nullptr) != 0 || ::setgid(user.pw_gid) != 0 || ::setuid(user.pw_uid) != 0)
       ::_exit(126);
+  }
+  if (largestFile > 0) {
+    const rlimit limit{static_cast<rlim_t>(largestFile) << 20, static_cast<rlim_t>(largestFile) << 20};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
   }
   // It doesn't outlive the test.
   ::prctl(PR_SET_PDEATHSIG, deathSignal);
@@ -62,19 +68,25 @@ pid_t started(std::vector<std::string> arguments, const std::string& log, int de
 
 }  // namespace
 
-PostgresServer::PostgresServer(std::vector<std::string> settings)
-    : programs_(programFolder()), settings_(std::move(settings)) {
-  fs::permissions(folder_.path(), fs::perms(0755));
-  const fs::path own = folder_.folder("server");
+PostgresServer::PostgresServer(std::unique_ptr<Folder> folder, std::vector<std::string> settings,
+                               int largestFile)
+    : folder_(std::move(folder)),
+      programs_(programFolder()),
+      settings_(std::move(settings)),
+      largestFile_(largestFile) {
+  fs::permissions(folder_->path(), fs::perms(0755));
+  const fs::path own = folder_->folder("server");
   if (::getuid() == 0 && ::chown(own.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0) {
     throw std::runtime_error("can't give away the folder of the server");
   }
-  const pid_t maker = started({programs_ + "/initdb", "-D", (own / "data").string(), "-U", "master", "-A",
-                               "trust", "-E", "UTF8", "--locale=C.UTF-8", "--no-sync"},
-                              (folder_ / "log").string(), SIGKILL);
+  std::vector<std::string> make = {
+      program("initdb"),  "-D",       (own / "data").string(), "-U", "master", "-A", "trust", "-E", "UTF8",
+      "--locale=C.UTF-8", "--no-sync"};
+  if (largestFile_ > 0) make.emplace_back("--wal-segsize=1");
+  const pid_t maker = started(make, (*folder_ / "log").string(), SIGKILL);
   int status = -1;
   if (::waitpid(maker, &status, 0) != maker || status != 0) {
-    throw std::runtime_error("initdb has failed: " + contents(folder_ / "log"));
+    throw std::runtime_error("initdb has failed: " + contents(*folder_ / "log"));
   }
   std::ofstream(own / "data" / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
                                                  "local all secret scram-sha-256\n"
@@ -93,16 +105,12 @@ void PostgresServer::start() {
     arguments.insert(arguments.end(), {"-c", setting});
   }
   for (const std::string& setting : settings_) arguments.insert(arguments.end(), {"-c", setting});
-  id_ = started(arguments, (folder_ / "log").string(), SIGQUIT);
-  awaitReadiness();
-}
-
-void PostgresServer::awaitReadiness() {
+  id_ = started(arguments, (*folder_ / "log").string(), SIGQUIT, largestFile_);
   while (PQping(address("master", "postgres").c_str()) != PQPING_OK) {
     int status = 0;
     if (::waitpid(id_, &status, WNOHANG) == id_) {
       id_ = -1;
-      throw std::runtime_error("PostgreSQL has ended: " + contents(folder_ / "log"));
+      throw std::runtime_error("PostgreSQL has ended: " + contents(*folder_ / "log"));
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
@@ -118,6 +126,16 @@ void PostgresServer::stop(int signal) {
 void PostgresServer::fallAndRise() {
   stop(SIGQUIT);
   start();
+}
+
+void PostgresServer::awaitEnd(const std::string& process) const {
+  for (bool isThere = true; isThere; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
+    try {
+      isThere = !run("select 1 from pg_stat_activity where pid = " + process).empty();
+    } catch (const inventory::postgres::Failure&) {
+      // It is starting again.
+    }
+  }
 }
 
 std::string PostgresServer::address(const std::string& role, const std::string& database,

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -14,8 +15,10 @@ namespace test {
 // removed by its owner.
 class PostgresServer {
  public:
-  // `settings` are those of the server, as in "port=5433".
-  explicit PostgresServer(std::vector<std::string> settings = {});
+  // In a folder that is given to it for its own use. No file of it grows beyond so many MiB, where that is
+  // told.
+  explicit PostgresServer(std::unique_ptr<Folder> folder = std::make_unique<Folder>(),
+                          std::vector<std::string> settings = {}, int largestFile = 0);
   ~PostgresServer();
   PostgresServer(const PostgresServer&) = delete;
   PostgresServer& operator=(const PostgresServer&) = delete;
@@ -23,7 +26,9 @@ class PostgresServer {
   // The address of a database. Nobody needs a password, but for a role called "secret...".
   std::string address(const std::string& role, const std::string& database,
                       const std::string& password = "") const;
-  std::string socket() const { return (folder_ / "server").string(); }
+  std::string socket() const { return (*folder_ / "server").string(); }
+  // One of PostgreSQL's own programs.
+  std::string program(const std::string& name) const { return programs_ + "/" + name; }
 
   // Runs SQL as its master in a database and gives the values of the first column, one a line.
   std::string run(const std::string& sql, const std::string& database = "postgres") const;
@@ -31,16 +36,17 @@ class PostgresServer {
   // Ends as if the machine had lost its power, and starts again.
   void fallAndRise();
 
-  // Waits until it takes connections.
-  void awaitReadiness();
+  // Waits until one of its processes is gone, with all that its end brings down.
+  void awaitEnd(const std::string& process) const;
 
  private:
   void start();
   void stop(int signal);
 
-  Folder folder_;
+  const std::unique_ptr<Folder> folder_;
   const std::string programs_;
   const std::vector<std::string> settings_;
+  const int largestFile_;
   pid_t id_ = -1;
 };
 
