@@ -1,7 +1,5 @@
 #include "sqlite/database.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -64,13 +62,13 @@ void Statement::fail(int result) const {
 }
 
 Database::Database(const std::filesystem::path& file, Mode mode, std::chrono::milliseconds wait)
-    : name_(file.string()), wait_(wait) {
+    : name_(utf8Of(file)), wait_(wait) {
   requirePlainFile(file, mode);
   const int access = mode == Mode::kReadOnly    ? SQLITE_OPEN_READONLY
                      : mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE
                                                 : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   // SQLite takes a relative name that begins with "file:" or ":" for something else.
-  open(std::filesystem::absolute(file).c_str(), access);
+  open(utf8Of(std::filesystem::absolute(file)).c_str(), access);
   if (mode != Mode::kReadOnly && sqlite3_db_readonly(db_.get(), "main") != 0) {
     failUnusable(Cause::kUnusable, "it is read-only");
   }
@@ -107,14 +105,14 @@ void Database::requirePlainFile(const std::filesystem::path& file, Mode mode) co
   if (name_.find('\0') != std::string::npos) {
     failUnusable(Cause::kUnusable, "its name holds a NUL character");
   }
-  struct stat status {};
-  if (::stat(file.c_str(), &status) == 0) {
-    if (S_ISDIR(status.st_mode)) failUnusable(Cause::kUnusable, "it is a directory");
-    if (!S_ISREG(status.st_mode)) failUnusable(Cause::kUnusable, "it is not a plain file");
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(file, error);
+  if (std::filesystem::exists(status)) {
+    if (std::filesystem::is_directory(status)) failUnusable(Cause::kUnusable, "it is a directory");
+    if (!std::filesystem::is_regular_file(status)) failUnusable(Cause::kUnusable, "it is not a plain file");
     return;
   }
-  const int error = errno;
-  if (error != ENOENT) failUnusable(Cause::kUnusable, std::strerror(error));
+  if (error && error != std::errc::no_such_file_or_directory) failUnusable(Cause::kUnusable, error.message());
   if (mode != Mode::kCreate) failUnusable(Cause::kUnusable, "there is no such file");
   std::error_code ignored;
   if (!std::filesystem::is_directory(std::filesystem::absolute(file).parent_path(), ignored)) {
