@@ -31,6 +31,14 @@ bool isWriteAhead(const std::filesystem::path& file) {
   return in.read(head, sizeof head) && head[18] == 2 && head[19] == 2;
 }
 
+// Of the system's errors those that tell of a lack of space. Quotas have a number of their own, where there are any.
+bool isLackOfSpace(int error) {
+#ifdef EDQUOT
+  if (error == EDQUOT) return true;
+#endif
+  return error == ENOSPC || error == EFBIG;
+}
+
 bool holdsStatement(std::string_view rest) {
   return rest.find_first_not_of(" \t\r\n\f;") != std::string_view::npos;
 }
@@ -217,8 +225,7 @@ void Database::fail(int result) const {
       failUnusable(Cause::kLack, "out of memory");
     case SQLITE_IOERR: {
       const int cause = sqlite3_system_errno(db_.get());
-      const bool lack = code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || cause == ENOSPC ||
-                        cause == EDQUOT || cause == EFBIG;
+      const bool lack = code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isLackOfSpace(cause);
       failUnusable(lack ? Cause::kLack : Cause::kUnusable,
                    message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
     }

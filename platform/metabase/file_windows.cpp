@@ -1,7 +1,8 @@
 #include "platform/metabase/file.h"
 
-#define UNICODE
+#ifndef NOMINMAX
 #define NOMINMAX
+#endif
 #include <windows.h>
 
 #include <string>
