@@ -1,6 +1,7 @@
 #include "automation/runtime.h"
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <utility>
 
@@ -36,6 +37,8 @@ auto serverOf(const Table& table, TextView name) {
   return found == table.end() ? nullptr : found->second;
 }
 
+std::atomic<std::string (*)(TextView)> systemEncoding = &toUtf8;
+
 }  // namespace
 
 Runtime& Runtime::process() {
@@ -51,6 +54,12 @@ void Runtime::serveMoniker(TextView prefix, MonikerServer server) {
 void Runtime::serveClass(TextView programmaticId, ClassServer server) {
   const std::unique_lock lock(mutex_);
   enter(classes_, programmaticId, std::move(server));
+}
+
+void Runtime::setLastResorts(MonikerServer monikers, AnyClassServer classes) {
+  const std::unique_lock lock(mutex_);
+  otherMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
+  otherClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;
 }
 
 void Runtime::setScreen(ObjectRef screen) {
@@ -83,6 +92,7 @@ ObjectRef GetObject(TextView moniker) {
   {
     const std::shared_lock lock(runtime.mutex_);
     server = serverOf(runtime.monikers_, prefixOf(moniker));
+    if (!server) server = runtime.otherMonikers_;
   }
   if (!server) {
     throw Failure(number::kMonikerSyntax, u"Nobody serves this moniker: " + Text(moniker), kSource);
@@ -93,10 +103,13 @@ ObjectRef GetObject(TextView moniker) {
 ObjectRef CreateObject(TextView programmaticId) {
   const Runtime& runtime = Runtime::process();
   std::shared_ptr<const ClassServer> server;
+  std::shared_ptr<const AnyClassServer> others;
   {
     const std::shared_lock lock(runtime.mutex_);
     server = serverOf(runtime.classes_, programmaticId);
+    others = runtime.otherClasses_;
   }
+  if (!server && others) return (*others)(programmaticId);
   if (!server) {
     throw Failure(number::kCannotCreateObject, u"Can't create object: " + Text(programmaticId), kSource);
   }
@@ -105,6 +118,14 @@ ObjectRef CreateObject(TextView programmaticId) {
 
 ObjectRef Screen() {
   return Runtime::process().screen();
+}
+
+std::string toSystemEncoding(TextView text) {
+  return systemEncoding.load()(text);
+}
+
+void setSystemEncoding(std::string (*encode)(TextView text)) {
+  systemEncoding = encode;
 }
 
 }  // namespace automation

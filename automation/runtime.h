@@ -1,10 +1,11 @@
 // The runtime of late binding: a table of who serves which moniker and which programmatic id, and the screen
-// object. One per process. On a machine with COM the table's place is taken by COM itself.
+// object. One per process. On a machine with COM what nobody has entered is COM's to serve.
 #pragma once
 
 #include <functional>
 #include <memory>
 #include <shared_mutex>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -20,6 +21,9 @@ using MonikerServer = std::function<ObjectRef(TextView moniker)>;
 // Creates a new object, or returns null. May be called from several threads at once. Throws Failure.
 using ClassServer = std::function<ObjectRef()>;
 
+// Creates a new object of a class that it is told, or returns null. As a ClassServer else.
+using AnyClassServer = std::function<ObjectRef(TextView programmaticId)>;
+
 // The table. All members may be called from any thread.
 class Runtime {
  public:
@@ -33,6 +37,10 @@ class Runtime {
   // Enters who creates the objects of a programmatic id, without regard to case. Replaces an earlier entry. A
   // null server takes the entry out.
   void serveClass(TextView programmaticId, ClassServer server);
+
+  // Sets who serves the monikers and who creates the objects that nobody has been entered for: the table that
+  // the system itself has. A null server stands for nobody.
+  void setLastResorts(MonikerServer monikers, AnyClassServer classes);
 
   // Sets the process's screen object, which every thread reaches.
   void setScreen(ObjectRef screen);
@@ -50,6 +58,8 @@ class Runtime {
   mutable std::shared_mutex mutex_;
   Table<MonikerServer> monikers_;
   Table<ClassServer> classes_;
+  std::shared_ptr<const MonikerServer> otherMonikers_;
+  std::shared_ptr<const AnyClassServer> otherClasses_;
   ObjectRef screen_;
 
   friend ObjectRef GetObject(TextView moniker);
@@ -66,5 +76,10 @@ ObjectRef CreateObject(TextView programmaticId);
 
 // The process's screen object, or null where the process has none.
 ObjectRef Screen();
+
+// The text as the system's plain text files have it: in UTF-8, unless another encoder has been set, which
+// happens once, ahead of the first text.
+std::string toSystemEncoding(TextView text);
+void setSystemEncoding(std::string (*encode)(TextView text));
 
 }  // namespace automation

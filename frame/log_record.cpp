@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 
+#include "automation/runtime.h"
+
 namespace TORVINFTPAppDataCom {
 namespace {
 
@@ -29,7 +31,7 @@ std::string LocalTime() {
   return std::string(text, std::strftime(text, sizeof text, "%m/%d/%Y %H:%M:%S", &parts));
 }
 
-// The width counts characters of the text, so the spaces are put in before it becomes UTF-8.
+// The width counts characters of the text, so the spaces are put in before it is encoded.
 Text LeftAligned(Text strText) {
   strText.resize(std::max(strText.size(), kNameWidth), u' ');
   return strText;
@@ -62,10 +64,10 @@ std::filesystem::path SystemPath(Text strPath) {
 
 void AppendLogRecord(const Text& strPath, std::int32_t aErrorNumber, const Text& aErrorMessage,
                      const Text& aObjectName, const Text& aFunctionName) {
-  const std::string record = LocalTime() + "\t" + automation::toUtf8(LeftAligned(aObjectName)) + "\t" +
-                             automation::toUtf8(LeftAligned(aFunctionName)) + "\t" +
+  const std::string record = LocalTime() + "\t" + automation::toSystemEncoding(LeftAligned(aObjectName)) +
+                             "\t" + automation::toSystemEncoding(LeftAligned(aFunctionName)) + "\t" +
                              RightAlignedHexadecimal(aErrorNumber) + "\t" +
-                             automation::toUtf8(aErrorMessage) + "\r\n";
+                             automation::toSystemEncoding(aErrorMessage) + "\r\n";
 #ifdef _WIN32
   File file(_wfopen(SystemPath(strPath).c_str(), L"ab"), &std::fclose);
 #else

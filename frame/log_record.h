@@ -8,7 +8,7 @@
 namespace TORVINFTPAppDataCom {
 
 // Appends one record to the file at `strPath`, with an open, a write and a close of its own. The record is a
-// line of UTF-8 with five fields, a TAB between them, CR LF at the end:
+// line in the system's encoding with five fields, a TAB between them, CR LF at the end:
 //
 //   local date and time, MM/dd/yyyy HH:mm:ss
 //   `aObjectName`, padded with spaces to 40 characters, never truncated

@@ -1,7 +1,5 @@
 #include "sqlite/database.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -31,6 +29,15 @@ bool isWriteAhead(const std::filesystem::path& file) {
   char head[20] = {};
   std::ifstream in(file, std::ios::binary);
   return in.read(head, sizeof head) && head[18] == 2 && head[19] == 2;
+}
+
+// Of the system's errors those that tell of a lack of space. Quotas have a number of their own, where there
+// are any.
+bool isLackOfSpace(int error) {
+#ifdef EDQUOT
+  if (error == EDQUOT) return true;
+#endif
+  return error == ENOSPC || error == EFBIG;
 }
 
 bool holdsStatement(std::string_view rest) {
@@ -64,13 +71,13 @@ void Statement::fail(int result) const {
 }
 
 Database::Database(const std::filesystem::path& file, Mode mode, std::chrono::milliseconds wait)
-    : name_(file.string()), wait_(wait) {
+    : name_(utf8Of(file)), wait_(wait) {
   requirePlainFile(file, mode);
   const int access = mode == Mode::kReadOnly    ? SQLITE_OPEN_READONLY
                      : mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE
                                                 : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   // SQLite takes a relative name that begins with "file:" or ":" for something else.
-  open(std::filesystem::absolute(file).c_str(), access);
+  open(utf8Of(std::filesystem::absolute(file)).c_str(), access);
   if (mode != Mode::kReadOnly && sqlite3_db_readonly(db_.get(), "main") != 0) {
     failUnusable(Cause::kUnusable, "it is read-only");
   }
@@ -107,14 +114,14 @@ void Database::requirePlainFile(const std::filesystem::path& file, Mode mode) co
   if (name_.find('\0') != std::string::npos) {
     failUnusable(Cause::kUnusable, "its name holds a NUL character");
   }
-  struct stat status {};
-  if (::stat(file.c_str(), &status) == 0) {
-    if (S_ISDIR(status.st_mode)) failUnusable(Cause::kUnusable, "it is a directory");
-    if (!S_ISREG(status.st_mode)) failUnusable(Cause::kUnusable, "it is not a plain file");
+  std::error_code error;
+  const std::filesystem::file_status status = std::filesystem::status(file, error);
+  if (std::filesystem::exists(status)) {
+    if (std::filesystem::is_directory(status)) failUnusable(Cause::kUnusable, "it is a directory");
+    if (!std::filesystem::is_regular_file(status)) failUnusable(Cause::kUnusable, "it is not a plain file");
     return;
   }
-  const int error = errno;
-  if (error != ENOENT) failUnusable(Cause::kUnusable, std::strerror(error));
+  if (error && error != std::errc::no_such_file_or_directory) failUnusable(Cause::kUnusable, error.message());
   if (mode != Mode::kCreate) failUnusable(Cause::kUnusable, "there is no such file");
   std::error_code ignored;
   if (!std::filesystem::is_directory(std::filesystem::absolute(file).parent_path(), ignored)) {
@@ -233,8 +240,8 @@ void Database::fail(int result) const {
       failUnusable(Cause::kLack, "out of memory");
     case SQLITE_IOERR: {
       const int cause = systemError();
-      const bool lack = code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || cause == ENOSPC ||
-                        cause == EDQUOT || cause == EFBIG;
+      const bool lack =
+          code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isLackOfSpace(cause);
       failUnusable(lack ? Cause::kLack : Cause::kUnusable,
                    message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
     }

@@ -15,6 +15,12 @@
 
 namespace sqlite {
 
+// A path as messages and SQLite have it: in UTF-8 on every system.
+inline std::string utf8Of(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
+
 // Why an operation failed.
 enum class Cause {
   kUnusable,    // the file as such: not there, no database, read-only, damaged, a failing disk

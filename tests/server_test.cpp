@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "automation/runtime.h"
 #include "tests/support/environment.h"
 
 namespace test {
@@ -124,6 +125,38 @@ TEST_F(Server, AProgressObjectMayTakeItselfAway) {
   EXPECT_TRUE(alive);
   EXPECT_TRUE(watched.expired());
   EXPECT_EQ(environment.log(), "");
+}
+
+// What a system's own binding enters: servers for whatever nobody else serves, and the encoding of the logs.
+TEST_F(Server, TakesTheSystemsTableAndEncodingWhereThereAreSuch) {
+  Environment environment;
+  const ObjectRef own = std::make_shared<FakeObject>();
+  std::vector<std::string> asked;
+  const auto serve = [&](TextView name) {
+    asked.push_back(toUtf8(name));
+    return own;
+  };
+  Runtime::process().setLastResorts(serve, serve);
+  EXPECT_EQ(GetObject(u"LDAP://nobody"), own);
+  EXPECT_EQ(CreateObject(u"Nobody.Class"), own);
+  EXPECT_NE(CreateObject(u"TORVINFTPAppDataCom.FTPCollection"), own);
+  EXPECT_EQ(asked, (std::vector<std::string>{"LDAP://nobody", "Nobody.Class"}));
+  Runtime::process().setLastResorts(nullptr, nullptr);
+  EXPECT_THROW(GetObject(u"LDAP://nobody"), Failure);
+  EXPECT_THROW(CreateObject(u"Nobody.Class"), Failure);
+
+  setSystemEncoding([](TextView text) {
+    std::string bytes;
+    for (const char16_t unit : text) bytes += unit < 0x100 ? static_cast<char>(unit) : '?';
+    return bytes;
+  });
+  const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
+  call(ftp, u"SetErrorLogPath", environment.appLogDirectory, environment.logFile);
+  call(ftp, u"WriteToLog", 1, u"Gr\u00F6\u00DFe \u03A9", u"Stra\u00DFe", u"f");
+  setSystemEncoding(&toUtf8);
+  const auto padded = [](std::string text) { return text + std::string(40 - text.size(), ' ') + "\t"; };
+  EXPECT_EQ(environment.log(),
+            "<time>\t" + padded("Stra\xDF\x65") + padded("f") + "         1\tGr\xF6\xDF\x65 ?\r\n");
 }
 
 TEST_F(Server, RefusesWhatTheInterfacesDoNotHave) {

@@ -371,7 +371,7 @@ std::shared_ptr<const Metabase> Metabase::parse(std::string_view bytes, std::str
 }
 
 std::shared_ptr<const Metabase> Metabase::load(const std::filesystem::path& path) {
-  return parse(readFile(path), path.string());
+  return parse(readFile(path), shownPath(path));
 }
 
 }  // namespace platform::metabase

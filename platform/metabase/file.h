@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 
 namespace platform::metabase {
 
@@ -25,6 +26,12 @@ struct Stamp {
 
 // The stamp of the file at a path, or nothing where it can't be looked at; opening it then tells why.
 std::optional<Stamp> stampOf(const std::filesystem::path& path);
+
+// A path as messages name it, in UTF-8.
+inline std::string shownPath(const std::filesystem::path& path) {
+  const std::u8string text = path.u8string();
+  return std::string(text.begin(), text.end());
+}
 
 // The bytes of a file, with room for one more behind them.
 struct FileBytes {

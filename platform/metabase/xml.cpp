@@ -1,12 +1,11 @@
 #include "platform/metabase/xml.h"
 
 #include <expat.h>
-#include <iconv.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <locale>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -35,30 +34,30 @@ Parser makeParser(const char* encoding) {
   fail(failureNumber, name + ", line " + std::to_string(line) + ": " + what);
 }
 
-// Which UTF-16 the bytes are in, as iconv calls it, or null. A text that is to be XML begins with a character
-// below U+0100 or a byte order mark.
-const char* utf16Of(std::string_view bytes) {
-  if (bytes.size() < 2) return nullptr;
-  if (bytes.starts_with("\xFF\xFE") || bytes[1] == 0) return "UTF-16LE";
-  if (bytes.starts_with("\xFE\xFF") || bytes[0] == 0) return "UTF-16BE";
-  return nullptr;
+enum class Utf16 { kNot, kLittleEndian, kBigEndian };
+
+// Which UTF-16 the bytes are in. A text that is to be XML begins with a character below U+0100 or a byte
+// order mark.
+Utf16 utf16Of(std::string_view bytes) {
+  if (bytes.size() < 2) return Utf16::kNot;
+  if (bytes.starts_with("\xFF\xFE") || bytes[1] == 0) return Utf16::kLittleEndian;
+  if (bytes.starts_with("\xFE\xFF") || bytes[0] == 0) return Utf16::kBigEndian;
+  return Utf16::kNot;
 }
 
-class Converter {
- public:
-  explicit Converter(const char* from) : handle_(::iconv_open("UTF-8", from)) {}
-  ~Converter() {
-    if (valid()) ::iconv_close(handle_);
+// The units of UTF-16 in the bytes, without half of one at their end.
+std::u16string unitsOf(std::string_view bytes, Utf16 order) {
+  std::u16string units(bytes.size() / 2, u'\0');
+  const std::size_t high = order == Utf16::kBigEndian ? 0 : 1;
+  for (std::size_t at = 0; at < units.size(); ++at) {
+    const auto byte = [&](std::size_t which) { return static_cast<unsigned char>(bytes[2 * at + which]); };
+    units[at] = static_cast<char16_t>(byte(high) << 8 | byte(1 - high));
   }
-  Converter(const Converter&) = delete;
-  Converter& operator=(const Converter&) = delete;
+  return units;
+}
 
-  bool valid() const { return handle_ != reinterpret_cast<iconv_t>(-1); }
-  iconv_t handle() const { return handle_; }
-
- private:
-  iconv_t handle_;
-};
+// The standard library's conversion, whose destructor is for locales alone.
+struct Converter : std::codecvt<char16_t, char8_t, std::mbstate_t> {};
 
 std::string hexadecimal(const char* format, unsigned value) {
   char digits[16];
@@ -248,25 +247,26 @@ struct Outermost {
 }  // namespace
 
 void makeUtf8(FileBytes& file, const std::string& name) {
-  const char* const encoding = utf16Of({file.bytes.get(), file.size});
-  if (encoding == nullptr) return;
-  const Converter converter(encoding);
-  if (!converter.valid()) fail(number::kEncoding, name + ": UTF-16 cannot be converted on this system");
+  const std::string_view bytes(file.bytes.get(), file.size);
+  const Utf16 order = utf16Of(bytes);
+  if (order == Utf16::kNot) return;
+  const std::u16string units = unitsOf(bytes, order);
   // No unit of UTF-16 takes more than three bytes.
-  std::size_t room = file.size / 2 * 3 + 4;
+  const std::size_t room = units.size() * 3;
   FileBytes converted{std::unique_ptr<char[]>(new char[room + 1]), 0, file.stamp};
-  char* in = file.bytes.get();
-  char* out = converted.bytes.get();
-  std::size_t left = file.size;
-  const std::size_t result = ::iconv(converter.handle(), &in, &left, &out, &room);
-  const int error = errno;
-  converted.size = static_cast<std::size_t>(out - converted.bytes.get());
-  if (result == static_cast<std::size_t>(-1)) {
-    const std::string_view before(converted.bytes.get(), converted.size);
-    if (error == EINVAL) {
-      refuse(number::kCutOff, name, before, "the file is cut off in the middle of a character");
-    }
+  auto* const begin = reinterpret_cast<char8_t*>(converted.bytes.get());
+  const char16_t* next = units.data();
+  char8_t* out = begin;
+  std::mbstate_t state{};
+  const auto result =
+      Converter().out(state, units.data(), units.data() + units.size(), next, begin, begin + room, out);
+  converted.size = static_cast<std::size_t>(out - begin);
+  const std::string_view before(converted.bytes.get(), converted.size);
+  if (result == std::codecvt_base::error) {
     refuse(number::kEncoding, name, before, "invalid UTF-16: half of a surrogate pair");
+  }
+  if (result != std::codecvt_base::ok || file.size % 2 != 0) {
+    refuse(number::kCutOff, name, before, "the file is cut off in the middle of a character");
   }
   file = std::move(converted);
 }
@@ -278,8 +278,8 @@ void requireXml(std::string_view bytes, const std::string& name) {
 bool looksLikeMetabase(std::string_view head) {
   // Names and marks are ASCII in every encoding, so a byte is good enough for any other character.
   std::string text;
-  if (const char* const encoding = utf16Of(head)) {
-    const bool bigEndian = std::string_view(encoding).ends_with("BE");
+  if (const Utf16 order = utf16Of(head); order != Utf16::kNot) {
+    const bool bigEndian = order == Utf16::kBigEndian;
     for (std::size_t at = head.starts_with("\xFF\xFE") || head.starts_with("\xFE\xFF") ? 2 : 0;
          at + 1 < head.size(); at += 2) {
       const char low = head[at + (bigEndian ? 1 : 0)];

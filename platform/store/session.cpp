@@ -152,8 +152,10 @@ void Session::fail(const sqlite::Error& error, TextView source) {
 
 std::shared_ptr<Session> openFile(TextView path, TextView source) {
   try {
-    auto database = std::make_unique<sqlite::Database>(automation::toUtf8(path),
-                                                       sqlite::Database::Mode::kReadWrite, waitForLocks);
+    const std::string utf8 = automation::toUtf8(path);
+    auto database =
+        std::make_unique<sqlite::Database>(std::filesystem::path(std::u8string(utf8.begin(), utf8.end())),
+                                           sqlite::Database::Mode::kReadWrite, waitForLocks);
     // Somebody who is writing shows now, and not at the first row.
     sqlite::Transaction probe(*database);
     return std::make_shared<Session>(std::move(database));

@@ -1,0 +1,20 @@
+// The system's headers, for whoever binds late binding to COM. Nobody else includes them.
+#pragma once
+
+#ifndef UNICODE
+#define UNICODE
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+
+#include <windows.h>
+
+#include <dispex.h>
+#include <oaidl.h>
+#include <objbase.h>
+#include <oleauto.h>
+#include <olectl.h>
+
+// A macro of the graphics interface, which would rename our function.
+#undef GetObject

@@ -1,0 +1,101 @@
+#include "server/windows/registration.h"
+
+#include <array>
+
+#include "automation/com/failures.h"
+#include "server/windows/module.h"
+
+namespace TORVINFTPAppDataCom {
+namespace {
+
+using automation::Text;
+using automation::TextView;
+using automation::com::Pointer;
+
+constexpr TextView kVersion = u"1.0";
+
+struct Class {
+  const Guid& id;
+  TextView programmaticId;
+};
+const std::array kClasses = {Class{kFTPCollectionClassId, kFTPCollectionProgrammaticId},
+                             Class{kAppPoolCollectionClassId, kAppPoolCollectionProgrammaticId}};
+
+const wchar_t* systemChars(const Text& text) {
+  return reinterpret_cast<const wchar_t*>(text.c_str());
+}
+
+Text shown(const Guid& id) {
+  std::array<wchar_t, 40> text{};
+  StringFromGUID2(systemGuid(id), text.data(), static_cast<int>(text.size()));
+  return reinterpret_cast<const char16_t*>(text.data());
+}
+
+// Writes a key's value, the unnamed one where no name is given, and makes the key where it isn't there.
+bool write(const Text& key, TextView value, const wchar_t* name = nullptr) {
+  const Text text(value);
+  const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(char16_t));
+  return RegSetKeyValueW(HKEY_CLASSES_ROOT, systemChars(key), name, REG_SZ, text.c_str(), size) ==
+         ERROR_SUCCESS;
+}
+
+bool writeClass(const Class& entered, const Text& path) {
+  const Text key = u"CLSID\\" + shown(entered.id);
+  const Text name(entered.programmaticId);
+  return write(key, name) && write(key + u"\\InprocServer32", path) &&
+         write(key + u"\\InprocServer32", u"Apartment", L"ThreadingModel") &&
+         write(key + u"\\ProgID", name) && write(key + u"\\TypeLib", shown(kTypeLibraryId)) &&
+         write(key + u"\\Version", kVersion) && write(key + u"\\Programmable", {}) && write(name, name) &&
+         write(name + u"\\CLSID", shown(entered.id));
+}
+
+bool removeKey(const Text& key) {
+  const LSTATUS code = RegDeleteTreeW(HKEY_CLASSES_ROOT, systemChars(key));
+  return code == ERROR_SUCCESS || code == ERROR_FILE_NOT_FOUND;
+}
+
+bool removeClass(const Class& entered) {
+  const bool own = removeKey(u"CLSID\\" + shown(entered.id));
+  return removeKey(Text(entered.programmaticId)) && own;
+}
+
+bool writeTypeLibrary(const Text& path) {
+  const automation::com::OwnedText file(path);
+  return RegisterTypeLib(typeLibrary().get(), file.get(), nullptr) >= 0;
+}
+
+bool removeTypeLibrary() {
+  constexpr SYSKIND kWidth = sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32;
+  const HRESULT code = UnRegisterTypeLib(systemGuid(kTypeLibraryId), 1, 0, LOCALE_NEUTRAL, kWidth);
+  return code >= 0 || code == TYPE_E_REGISTRYACCESS || code == TYPE_E_LIBNOTREGISTERED;
+}
+
+}  // namespace
+
+HRESULT registerServer() noexcept {
+  HRESULT code = SELFREG_E_CLASS;
+  try {
+    const Text path = modulePath();
+    if (writeClass(kClasses[0], path) && writeClass(kClasses[1], path)) {
+      code = SELFREG_E_TYPELIB;
+      if (writeTypeLibrary(path)) return S_OK;
+    }
+  } catch (...) {
+    // What stands there by now is taken out below.
+  }
+  unregisterServer();
+  return code;
+}
+
+HRESULT unregisterServer() noexcept {
+  try {
+    bool removed = true;
+    for (const Class& entered : kClasses) removed = removeClass(entered) && removed;
+    if (!removed) return SELFREG_E_CLASS;
+    return removeTypeLibrary() ? S_OK : SELFREG_E_TYPELIB;
+  } catch (...) {
+    return SELFREG_E_CLASS;
+  }
+}
+
+}  // namespace TORVINFTPAppDataCom
