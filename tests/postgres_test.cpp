@@ -519,6 +519,9 @@ TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
   Result result = collect("slow" + slow.substr(4), "0.05")->end();
   EXPECT_EQ(result.status, 2);
   EXPECT_NE(result.err.find("somebody else publishes slow"), std::string::npos) << result.err;
+  // Others that come with it are published all the same.
+  run({"collect", "--quiet", "SLOW" + slow.substr(4), states[0], "--database", fleet_, "--wait", "0.05"}, 1,
+      "SLOW: not published: somebody else publishes SLOW");
   const auto patient = collect(slow, "1000"), interrupted = collect(slow, "100000");
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   ::kill(interrupted->id(), SIGTERM);
