@@ -125,7 +125,7 @@ struct Parser {
     collect->add_option("METABASE", raw.metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin")
         ->required()
         ->type_name("");
-    addDatabase(collect, "Database: a file, made when it isn't there, or a server's address");
+    addDatabase(collect, "Database: a file or a server's address");
     collect->add_flag("--list", raw.list, "List what would be collected, and stop");
     addMaxSize(collect);
     collect->add_option("--only", raw.only, "Collect only this tab (repeatable)")
@@ -143,7 +143,7 @@ struct Parser {
         ->expected(1)
         ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
         ->allow_extra_args(false);
-    collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the file's, else .)")
+    collect->add_option("--log-dir", raw.logDirectory, "Directory of the logs (default: the file's or .)")
         ->type_name("DIR");
     collect->add_option("--jobs", raw.jobs, "How many servers side by side (default: 1)")
         ->type_name("N")

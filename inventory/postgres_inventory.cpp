@@ -768,9 +768,10 @@ class PostgresInventory : public Inventory {
     return true;
   }
 
-  // A connection that stands, or a new one. A server that is only just being started again is waited for.
+  // A connection that stands, or a new one. Behind a lost one nothing that stands is relied on, and a server
+  // that is only just being started again is waited for.
   std::unique_ptr<Connection> lend(bool patiently) {
-    {
+    if (!patiently) {
       const std::lock_guard lock(mutex_);
       if (!idle_.empty()) {
         auto connection = std::move(idle_.back());

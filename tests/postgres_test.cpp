@@ -2,6 +2,7 @@
 // --gtest_random_seed gives other moments.
 
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 
@@ -9,6 +10,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -405,39 +407,90 @@ TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
   run({"show", "--database", address("stranger", "fleet"), "--schema", "shared"}, 2, "grant usage on schema");
 }
 
-// Passes everything on to a server but its version.
-TEST_F(Postgres, RefusesAServerThatIsTooOld) {
-  const auto place = [](const std::string& folder) {
+// A process between the program and a server, on a socket in a folder, that passes on what it may edit first.
+// Where `edit` gives false for something to the server, the connection is lost once that has been answered.
+class Between {
+ public:
+  using Edit = std::function<bool(std::string& bytes, bool toServer)>;
+
+  Between(const std::string& folder, const std::string& server, const Edit& edit) {
+    const sockaddr_un front = place(folder), back = place(server);
+    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    if (::bind(listener, raw(front), sizeof front) != 0 || ::listen(listener, 5) != 0) {
+      throw std::runtime_error("no socket");
+    }
+    id_ = test::inChild([&] {
+      while (true) {
+        pollfd ends[] = {{::accept(listener, nullptr, nullptr), POLLIN, 0},
+                         {::socket(AF_UNIX, SOCK_STREAM, 0), POLLIN, 0}};
+        if (::connect(ends[1].fd, raw(back), sizeof back) != 0) throw std::runtime_error("no server");
+        for (bool goesOn = true; goesOn;) {
+          ::poll(ends, 2, -1);
+          for (const int from : {0, 1}) {
+            if (ends[from].revents == 0) continue;
+            std::string bytes(65536, '\0');
+            bytes.resize(static_cast<std::size_t>(
+                std::max<ssize_t>(0, ::read(ends[from].fd, bytes.data(), bytes.size()))));
+            goesOn = !bytes.empty() && edit(bytes, from == 0) && goesOn;
+            if (::write(ends[1 - from].fd, bytes.data(), bytes.size()) < 0) goesOn = false;
+            // Until it is answered.
+            if (!goesOn && from == 0) ::poll(ends + 1, 1, -1);
+            if (!goesOn) break;
+          }
+        }
+        for (const pollfd& end : ends) ::close(end.fd);
+      }
+    });
+    ::close(listener);
+  }
+  ~Between() {
+    ::kill(id_, SIGKILL);
+    test::endOf(id_);
+  }
+  Between(const Between&) = delete;
+  Between& operator=(const Between&) = delete;
+
+ private:
+  static sockaddr_un place(const std::string& folder) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     (folder + "/.s.PGSQL.5432").copy(address.sun_path, sizeof address.sun_path - 1);
     return address;
-  };
-  const sockaddr_un front = place(folder_.path().string()), back = place(server_.socket());
-  const auto raw = [](const sockaddr_un& address) { return reinterpret_cast<const sockaddr*>(&address); };
-  const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  ASSERT_EQ(::bind(listener, raw(front), sizeof front), 0);
-  ::listen(listener, 5);
-  const pid_t proxy = test::inChild([&] {
-    const int client = ::accept(listener, nullptr, nullptr), server = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    if (::connect(server, raw(back), sizeof back) != 0) return;
-    char bytes[65536];
-    // The client's greeting, and the server's answer.
-    ssize_t size = ::read(client, bytes, sizeof bytes);
-    if (::write(server, bytes, static_cast<std::size_t>(size)) != size) return;
-    size = ::read(server, bytes, sizeof bytes);
-    std::string answer(bytes, static_cast<std::size_t>(size));
-    const std::string name("server_version\0", 15);
-    answer.replace(answer.find(name) + name.size(), 2, "12");
-    if (::write(client, answer.data(), answer.size()) == 0) return;
-    while (::read(client, bytes, sizeof bytes) > 0) {
-    }
+  }
+  static const sockaddr* raw(const sockaddr_un& address) {
+    return reinterpret_cast<const sockaddr*>(&address);
+  }
+
+  pid_t id_ = -1;
+};
+
+TEST_F(Postgres, RefusesAServerThatIsTooOld) {
+  const std::string name("server_version\0", 15);
+  const Between between(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
+    if (const std::size_t at = bytes.find(name); at != bytes.npos) bytes.replace(at + name.size(), 2, "12");
+    return true;
   });
   run({"collect", kSamples + "/WEB01/MetaBase.xml", "--database",
        "postgresql://writer@/fleet?host=" + folder_.path().string()},
       2, "version 13 or later");
-  EXPECT_EQ(test::endOf(proxy), 0);
-  ::close(listener);
+}
+
+TEST_F(Postgres, TriesALostConnectionOnceMoreAndKnowsWhatHasBeenMade) {
+  const Arguments collect = {"collect", generated("A", 5), "--database",
+                             "postgresql://writer@/fleet?host=" + folder_.path().string()};
+  for (const bool isFirst : {true, false}) {
+    const std::string word = isFirst ? "savepoint unlocked" : std::string("\0commit\0", 8);
+    bool isLost = false;
+    const Between between(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool toServer) {
+      return !toServer || isLost || !(isLost = bytes.find(word) != std::string::npos);
+    });
+    const Result result = run(collect, 0, "collected 1 server");
+    EXPECT_EQ(result.out.find("replaced") == std::string::npos, isFirst) << result.out;
+    fs::remove(folder_ / ".s.PGSQL.5432");
+  }
+  // Never what it has published itself a moment ago.
+  EXPECT_EQ(server_.run("select count(*) from iis_inventory.still_current", "fleet"), "1");
+  EXPECT_EQ(server_.run("select last_value from iis_inventory.publication_number", "fleet"), "3");
 }
 
 TEST_F(Postgres, TakesPasswordsWithoutTellingThem) {
@@ -519,6 +572,9 @@ TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
   Result result = collect("slow" + slow.substr(4), "0.05")->end();
   EXPECT_EQ(result.status, 2);
   EXPECT_NE(result.err.find("somebody else publishes slow"), std::string::npos) << result.err;
+  // Others that come with it are published all the same.
+  run({"collect", "--quiet", "SLOW" + slow.substr(4), states[0], "--database", fleet_, "--wait", "0.05"}, 1,
+      "SLOW: not published: somebody else publishes SLOW");
   const auto patient = collect(slow, "1000"), interrupted = collect(slow, "100000");
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   ::kill(interrupted->id(), SIGTERM);
