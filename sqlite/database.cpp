@@ -31,7 +31,8 @@ bool isWriteAhead(const std::filesystem::path& file) {
   return in.read(head, sizeof head) && head[18] == 2 && head[19] == 2;
 }
 
-// Of the system's errors those that tell of a lack of space. Quotas have a number of their own, where there are any.
+// Of the system's errors those that tell of a lack of space. Quotas have a number of their own, where there
+// are any.
 bool isLackOfSpace(int error) {
 #ifdef EDQUOT
   if (error == EDQUOT) return true;
@@ -225,7 +226,8 @@ void Database::fail(int result) const {
       failUnusable(Cause::kLack, "out of memory");
     case SQLITE_IOERR: {
       const int cause = sqlite3_system_errno(db_.get());
-      const bool lack = code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isLackOfSpace(cause);
+      const bool lack =
+          code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isLackOfSpace(cause);
       failUnusable(lack ? Cause::kLack : Cause::kUnusable,
                    message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
     }
