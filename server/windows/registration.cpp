@@ -66,8 +66,10 @@ bool writeTypeLibrary(const Text& path) {
 
 bool removeTypeLibrary() {
   constexpr SYSKIND kWidth = sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32;
-  const HRESULT code = UnRegisterTypeLib(systemGuid(kTypeLibraryId), 1, 0, LOCALE_NEUTRAL, kWidth);
-  return code >= 0 || code == TYPE_E_REGISTRYACCESS || code == TYPE_E_LIBNOTREGISTERED;
+  const GUID& id = systemGuid(kTypeLibraryId);
+  automation::com::OwnedText path;
+  if (QueryPathOfRegTypeLib(id, 1, 0, LOCALE_NEUTRAL, path.address()) < 0) return true;
+  return UnRegisterTypeLib(id, 1, 0, LOCALE_NEUTRAL, kWidth) >= 0;
 }
 
 }  // namespace

@@ -1,0 +1,242 @@
+// The COM server as its hosts meet it: by class and interface, through the vtable, by name.
+
+#include <thread>
+
+#include "TORVINFTPAppDataCom.h"
+#include "automation/com/runtime.h"
+#include "automation/runtime.h"
+#include "tests/windows/support.h"
+
+namespace test {
+namespace {
+
+namespace component = TORVINFTPAppDataCom;
+
+struct Apartment {
+  Apartment() { CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED); }
+  ~Apartment() { CoUninitialize(); }
+};
+
+template <typename Interface>
+Pointer<Interface> create(const component::Guid& classId) {
+  Pointer<Interface> made;
+  CoCreateInstance(guid(classId), nullptr, CLSCTX_INPROC_SERVER, __uuidof(Interface), made.putVoid());
+  return made;
+}
+
+HMODULE library() {
+  return GetModuleHandleW(L"TORVINFTPAppDataCom.dll");
+}
+HRESULT canUnload() {
+  using Function = HRESULT(STDAPICALLTYPE*)();
+  return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library(), "DllCanUnloadNow")))();
+}
+
+// The words of the thread's error object, taken out of it.
+std::pair<Text, Text> errorObject() {
+  Pointer<IErrorInfo> info;
+  if (GetErrorInfo(0, info.put()) != S_OK) return {};
+  OwnedText description;
+  OwnedText source;
+  info->GetDescription(description.address());
+  info->GetSource(source.address());
+  return {Text(description.view()), Text(source.view())};
+}
+
+DISPID numberOf(IDispatch* object, const wchar_t* name) {
+  auto* text = const_cast<wchar_t*>(name);
+  DISPID number = DISPID_UNKNOWN;
+  object->GetIDsOfNames(IID_NULL, &text, 1, 0, &number);
+  return number;
+}
+
+HRESULT invoke(IDispatch* object, const wchar_t* name, WORD kind, std::vector<VARIANT> arguments,
+               std::vector<DISPID> named, VARIANT* result, EXCEPINFO* exception) {
+  DISPPARAMS parameters{arguments.data(), named.data(), static_cast<UINT>(arguments.size()),
+                        static_cast<UINT>(named.size())};
+  return object->Invoke(numberOf(object, name), IID_NULL, 0, kind, &parameters, result, exception, nullptr);
+}
+
+TEST(Server, KeepsTheRulesOfIdentity) {
+  const Apartment apartment;
+  {
+    const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
+    ASSERT_TRUE(sites);
+    const auto unknown = sites.as<IUnknown>();
+    EXPECT_EQ(sites.as<IDispatch>().as<IUnknown>().get(), unknown.get());
+    EXPECT_EQ(sites.as<ISupportErrorInfo>().as<IUnknown>().get(), unknown.get());
+    EXPECT_EQ(sites.as<ISupportErrorInfo>()->InterfaceSupportsErrorInfo(__uuidof(_FTPCollection)), S_OK);
+    EXPECT_EQ(sites.as<ISupportErrorInfo>()->InterfaceSupportsErrorInfo(__uuidof(_AppPoolCollection)),
+              S_FALSE);
+    void* other = &other;
+    EXPECT_EQ(sites->QueryInterface(__uuidof(_AppPoolCollection), &other), E_NOINTERFACE);
+    EXPECT_EQ(other, nullptr);
+    EXPECT_EQ(canUnload(), S_FALSE);
+  }
+  EXPECT_EQ(canUnload(), S_OK);
+
+  Pointer<IClassFactory> factory;
+  ASSERT_GE(CoGetClassObject(guid(component::kAppPoolCollectionClassId), CLSCTX_INPROC_SERVER, nullptr,
+                             IID_IClassFactory, factory.putVoid()),
+            0);
+  void* made = &made;
+  EXPECT_EQ(factory->CreateInstance(factory.get(), IID_IUnknown, &made), CLASS_E_NOAGGREGATION);
+  EXPECT_EQ(made, nullptr);
+  EXPECT_EQ(factory->CreateInstance(nullptr, __uuidof(_FTPCollection), &made), E_NOINTERFACE);
+  EXPECT_EQ(factory->CreateInstance(nullptr, IID_IUnknown, nullptr), E_POINTER);
+  factory->LockServer(TRUE);
+  factory.reset();
+  EXPECT_EQ(canUnload(), S_FALSE);
+  CoGetClassObject(guid(component::kAppPoolCollectionClassId), CLSCTX_INPROC_SERVER, nullptr,
+                   IID_IClassFactory, factory.putVoid());
+  factory->LockServer(FALSE);
+  factory.reset();
+  EXPECT_EQ(canUnload(), S_OK);
+}
+
+TEST(Server, EverySlotIsTheMemberOfItsName) {
+  const Apartment apartment;
+  const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
+  const auto pools = create<_AppPoolCollection>(component::kAppPoolCollectionClassId);
+  const OwnedText nobody(u"NOBODY");
+  const OwnedText none;
+  const OwnedText log(u"M:\\slots.log");
+  const OwnedText folder(u"M:");
+  for (int twice = 0; twice < 2; ++twice) {
+    EXPECT_EQ(sites->SetErrorLogPath(folder.get(), log.get()), S_OK);
+    EXPECT_EQ(pools->SetErrorLogPath(folder.get(), log.get()), S_OK);
+  }
+  OwnedText path;
+  EXPECT_EQ(sites->get_mstrErrorLogPath(path.address()), S_OK);
+  EXPECT_EQ(path.view(), u"M:\\slots.log");
+  EXPECT_EQ(pools->put_mstrErrorLogPath(log.get()), S_OK);
+  OwnedText poolPath;
+  EXPECT_EQ(pools->get_mstrErrorLogPath(poolPath.address()), S_OK);
+  EXPECT_EQ(poolPath.view(), u"M:\\slots.log");
+  EXPECT_EQ(sites->put_mstrErrorLogPath(log.get()), S_OK);
+  OwnedText word;
+  EXPECT_EQ(sites->GetPropEnabledStatus(0, word.address()), S_OK);
+  EXPECT_EQ(word.view(), u"No");
+  OwnedText byReference(u"NOBODY");
+  short count = 5;
+  EXPECT_EQ(sites->GetFTPSitesCount(byReference.address(), &count), S_OK);
+  EXPECT_LE(count, 0);
+  EXPECT_EQ(pools->GetTotalAppPools(byReference.address(), &count), S_OK);
+  EXPECT_EQ(byReference.view(), u"NOBODY");
+  EXPECT_EQ(sites->GenerateFTPSiteInfo(nobody.get(), none.get(), &count), S_OK);
+  EXPECT_EQ(sites->GenerateFTPVirDirInfo(nobody.get(), &count), S_OK);
+  EXPECT_EQ(pools->GetAppPoolsCount(nobody.get(), none.get(), &count), S_OK);
+  EXPECT_EQ(sites->GetRootVirtualDirectory(nobody.get(), none.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(sites->GetFTPPropertyInfo(nobody.get(), none.get(), none.get(), VARIANT_FALSE, nullptr), S_OK);
+  EXPECT_EQ(pools->GetAppPoolPropertyInfo(nobody.get(), none.get(), none.get(), VARIANT_TRUE, nullptr), S_OK);
+  EXPECT_EQ(pools->GetWebServiceExtension(nobody.get(), none.get()), S_OK);
+  EXPECT_EQ(pools->EnumAppsInPool(nobody.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(sites->WriteToLog(1, nobody.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(pools->WriteToLog(1, nobody.get(), none.get(), none.get()), S_OK);
+  IDispatch* bar = nullptr;
+  EXPECT_EQ(sites->SetProcessStatusUpdater(&bar, &bar, &bar), S_OK);
+  EXPECT_EQ(pools->SetProcessStatusUpdater(&bar, &bar, &bar), S_OK);
+  EXPECT_EQ(pools->GetMemoryRecyclingProperties(nobody.get(), &bar, &bar, &bar), S_OK);
+  OwnedText a, b, c, d;
+  EXPECT_EQ(sites->GetChildVirtualDirectories(a.address(), b.address(), c.address(), d.address()), S_OK);
+
+  EXPECT_EQ(sites->get_mstrErrorLogPath(nullptr), E_POINTER);
+  EXPECT_EQ(sites->GetFTPSitesCount(nullptr, &count), E_POINTER);
+  EXPECT_EQ(sites->SetProcessStatusUpdater(nullptr, &bar, &bar), E_POINTER);
+}
+
+TEST(Server, TellsAFailureEitherWay) {
+  const Apartment apartment;
+  const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
+  const OwnedText log(u"M:\\no such folder\\object.log");
+  const OwnedText text(u"text");
+  sites->put_mstrErrorLogPath(log.get());
+  constexpr HRESULT kPathNotFound = static_cast<HRESULT>(0x800A004C);
+  EXPECT_EQ(sites->WriteToLog(1, text.get(), text.get(), text.get()), kPathNotFound);
+  const auto [description, source] = errorObject();
+  EXPECT_NE(description.find(u"M:\\no such folder\\object.log"), Text::npos) << toUtf8(description);
+  EXPECT_EQ(source, u"TORVINFTPAppDataCom");
+
+  OwnedException exception;
+  const VARIANT argument = valueOf(VT_BSTR, text.get());
+  EXPECT_EQ(invoke(sites.get(), L"writetolog", DISPATCH_METHOD,
+                   {argument, argument, argument, valueOf(VT_I4, LONG{1})}, {}, nullptr, &exception.get()),
+            DISP_E_EXCEPTION);
+  EXPECT_EQ(exception.get().scode, kPathNotFound);
+  EXPECT_EQ(com::viewOf(exception.get().bstrDescription), description);
+  EXPECT_EQ(com::viewOf(exception.get().bstrSource), u"TORVINFTPAppDataCom");
+}
+
+TEST(Server, TakesArgumentsByNameAndInEveryForm) {
+  const Apartment apartment;
+  const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
+  Pointer<ITypeInfo> info;
+  ASSERT_EQ(sites->GetTypeInfo(0, 0, info.put()), S_OK);
+  wchar_t* names[] = {const_cast<wchar_t*>(L"SetErrorLogPath"), const_cast<wchar_t*>(L"strErrorLogPath"),
+                      const_cast<wchar_t*>(L"strAppErrLogPath")};
+  DISPID numbers[3];
+  ASSERT_EQ(sites->GetIDsOfNames(IID_NULL, names, 3, 0, numbers), S_OK);
+  const OwnedText folder(u"M:");
+  OwnedText file(u"M:\\named.log");
+  VARIANT byReference;
+  V_VT(&byReference) = VT_BYREF | VT_BSTR;
+  V_BSTRREF(&byReference) = file.address();
+  OwnedException exception;
+  EXPECT_EQ(
+      invoke(sites.get(), L"SetErrorLogPath", DISPATCH_METHOD, {byReference, valueOf(VT_BSTR, folder.get())},
+             {numbers[1], numbers[2]}, nullptr, &exception.get()),
+      S_OK);
+  const ObjectRef object = com::objectOf(sites.get());
+  EXPECT_EQ(toText(read(object, u"MSTRERRORLOGPATH")), u"M:\\named.log");
+
+  // A method that is asked for as a property, and each way for an argument not to fit.
+  EXPECT_EQ(toText(readIndexed(object, u"GetPropEnabledStatus", u"-1")), u"Yes");
+  EXPECT_EQ(numberFrom([&] { call(object, u"GetPropEnabledStatus", u"many"); }), 13);
+  EXPECT_EQ(numberFrom([&] { call(object, u"GetPropEnabledStatus", 70000); }), 6);
+  EXPECT_EQ(numberFrom([&] { call(object, u"GetPropEnabledStatus", Null); }), 94);
+  EXPECT_EQ(numberFrom([&] { call(object, u"SetProcessStatusUpdater", 1, 2, 3); }), 13);
+  EXPECT_EQ(numberFrom([&] { call(object, u"SetErrorLogPath", u"M:"); }), 450);
+  EXPECT_EQ(numberFrom([&] { call(object, u"SetErrorLogPath", u"a", u"b", u"c"); }), 450);
+  EXPECT_EQ(numberFrom([&] { call(object, u"IncrementProgressBar"); }), 438);
+  EXPECT_EQ(numberFrom([&] { write(object, u"GetFTPSitesCount", 1); }), 438);
+  // The last argument may be left out, no other.
+  const VARIANT leftOut = valueOf(VT_ERROR, SCODE{DISP_E_PARAMNOTFOUND});
+  const VARIANT text = valueOf(VT_BSTR, folder.get());
+  EXPECT_EQ(
+      invoke(sites.get(), L"GetFTPPropertyInfo", DISPATCH_METHOD,
+             {leftOut, valueOf(VT_BOOL, VARIANT_FALSE), text, text, text}, {}, nullptr, &exception.get()),
+      S_OK);
+  EXPECT_LT(
+      invoke(sites.get(), L"GetFTPPropertyInfo", DISPATCH_METHOD,
+             {text, valueOf(VT_BOOL, VARIANT_FALSE), leftOut, text, text}, {}, nullptr, &exception.get()),
+      0);
+}
+
+// Many apartments come and go, each with an object and a log of its own and with a call that fails.
+TEST(Server, ServesApartmentsSideBySide) {
+  std::vector<std::thread> threads;
+  for (int at = 0; at < 50; ++at) {
+    threads.emplace_back([at] {
+      const Apartment apartment;
+      const ObjectRef sites = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
+      const Text folder = u"M:\\apartment" + decimalText(at);
+      CreateDirectoryW(reinterpret_cast<const wchar_t*>(folder.c_str()), nullptr);
+      call(sites, u"SetErrorLogPath", folder, folder + u"\\object.log");
+      call(sites, u"GetFTPSitesCount", u"NOBODY");
+      const Text log = folder + u"\\object.log";
+      EXPECT_NE(GetFileAttributesW(reinterpret_cast<const wchar_t*>(log.c_str())), INVALID_FILE_ATTRIBUTES)
+          << at;
+      CoFreeUnusedLibraries();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
+class Environment : public testing::Environment {
+ public:
+  void SetUp() override { com::bindRuntime(); }
+};
+const auto* const environment = testing::AddGlobalTestEnvironment(new Environment);
+
+}  // namespace
+}  // namespace test
