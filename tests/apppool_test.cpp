@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "inventory/tables.h"
 #include "tests/support/component.h"
 
 namespace test {
@@ -46,8 +47,8 @@ TEST(PoolDispatch, WhatCannotBeOpened) {
             record(kName, "GetAppPoolPropertyInfo", "80070003", "No path IIS://WEB01/W3SVC/AppPools/") +
                 record(kName, "GetAppPoolPropertyInfo", "0", ""));
   environment.pools.GetAppPoolPropertyInfo(environment.server, u"nowhere.mdb", u"Health", True, u"Shop");
-  EXPECT_EQ(environment.appLog(),
-            record(kName + "-mFTPAppPoolSupport", "OpenConnection()", "80004005", "No file nowhere.mdb"));
+  EXPECT_EQ(environment.appLog(), record(kName + "-mFTPAppPoolSupport", "OpenConnection()", "80004005",
+                                         "Can't use the database 'nowhere.mdb': there is no such file"));
   collect(environment, u"Message");
   EXPECT_EQ(environment.journal->linesWith("CreateObject ADODB.Recordset"), Rows{});
 }
@@ -140,8 +141,8 @@ TEST(PoolTabs, TranslateTheirNumbers) {
     environment.pool(u"Shop").set(each.property, each.value);
     collect(environment, each.tab);
     std::string rows;
-    for (const auto& entry : environment.store.tables) {
-      for (const std::string& row : environment.rows(entry.first)) rows += row;
+    for (const inventory::Table& table : inventory::tables()) {
+      for (const std::string& row : environment.rows(fromUtf8(table.name))) rows += row;
     }
     if (each.expected.size() > 2 || each.expected == "|") {
       const bool general = each.tab == u"General";
@@ -222,8 +223,8 @@ TEST(Extensions, BrokenEntriesKeepWhatTheyHave) {
 TEST(Extensions, EndWhateverFails) {
   ComponentWorld environment;
   extensions(environment, {}).set(u"WebSvcExtRestrictionList", u"no array");
-  environment.store.tables[u"tblwsextension"].rows.assign(1,
-                                                          {u"WEB01", u"Old", u"", u"", u"o.dll", u"Allowed"});
+  environment.openDatabase()->execute(
+      "insert into tblWSExtension values ('WEB01', 'Old', '', '', 'o.dll', 'Allowed')");
   collectExtensions(environment);
   EXPECT_EQ(environment.rows(u"tblWSExtension"), Rows{"WEB01|Old||Allowed|o.dll|Allowed"});
   EXPECT_EQ(environment.log(), record(kName, "GetWebServiceExtension", "D", "Type mismatch"));
@@ -335,7 +336,7 @@ TEST(AppliedObjects, ARowIsWrittenWithWhatThereIs) {
   EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");
 
   // An application whose row can't be opened counts as done.
-  environment.store.tables.erase(u"tblappliedobject");
+  environment.dropTable("tblAppliedObject");
   const std::string log = environment.log();
   enumerate(environment);
   EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");

@@ -61,15 +61,16 @@ TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
 TEST(FtpDiscovery, AStoreThatCannotBeOpenedLeavesARecordInEachLog) {
   ComponentWorld environment;
   EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, u"nowhere.mdb"), 0);
-  environment.store.tables.erase(u"tblftpsiteinfo");
+  environment.dropTable("tblFTPSiteInfo");
   EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, environment.database), 0);
   EXPECT_EQ(environment.log(),
             record("TORVINFTPAppDataCom", "GenerateFTPSiteInfo", "0", "Connection failure") +
                 record("TORVINFTPAppDataCom", "GenerateFTPSiteInfo", "0", "Recordset failure"));
   const std::string module = "TORVINFTPAppDataCom-mFTPAppPoolSupport";
-  EXPECT_EQ(environment.appLog(),
-            record(module, "OpenConnection(FTPSiteInfo)", "80004005", "No file nowhere.mdb") +
-                record(module, "OpenRecordset", "80040E37", "No table tblFTPSiteInfo"));
+  EXPECT_EQ(environment.appLog(), record(module, "OpenConnection(FTPSiteInfo)", "80004005",
+                                         "Can't use the database 'nowhere.mdb': there is no such file") +
+                                      record(module, "OpenRecordset", "80040E37",
+                                             "Temporary database: no such table: tblFTPSiteInfo"));
 }
 
 TEST(Counts, CountChildrenWhateverTheyAre) {

@@ -73,13 +73,14 @@ TEST(FtpDispatch, WhatCannotBeOpened) {
   EXPECT_EQ(environment.log(), log);
   // No database, no table: the store's own record alone.
   environment.ftp.GetFTPPropertyInfo(environment.server, u"nowhere.mdb", u"Message", True, u"1");
-  environment.store.tables.erase(u"tblgeneral");
+  environment.dropTable("tblGeneral");
   collectAll(environment, u"General");
   EXPECT_EQ(environment.log(), log);
   const std::string module = kName + "-mFTPAppPoolSupport";
   EXPECT_EQ(environment.appLog(),
-            record(module, "OpenConnection(Message)", "80004005", "No file nowhere.mdb") +
-                record(module, "OpenRecordset", "80040E37", "No table tblGeneral"));
+            record(module, "OpenConnection(Message)", "80004005",
+                   "Can't use the database 'nowhere.mdb': there is no such file") +
+                record(module, "OpenRecordset", "80040E37", "Temporary database: no such table: tblGeneral"));
 }
 
 TEST(FtpDispatch, NumbersStopAtSixteenBits) {
@@ -261,8 +262,8 @@ TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
   EXPECT_EQ(environment.log(),
             record(kName, "GetLogFileSetting", "80005006", "No property logfiledirectory") +
                 record(kName, "GetLogFileSetting", "5E", "Invalid use of Null"));
-  EXPECT_EQ(environment.appLog(),
-            record(kName + "-mFTPAppPoolSupport", "CloseRecordset", "C93", "A new row waits"));
+  EXPECT_EQ(environment.appLog(), record(kName + "-mFTPAppPoolSupport", "CloseRecordset", "C93",
+                                         "The recordset can't be closed while a new row waits to be saved"));
 }
 
 TEST(FtpExtendedLog, HostsAndBannersCameWithVersionSixAndOtherFormatsHaveNoFields) {

@@ -98,6 +98,7 @@ TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
   const ObjectRef recordset = CreateObject(u"ADODB.Recordset");
   call(connection, u"Open", environment.database);
   write(recordset, u"ActiveConnection", connection);
+  write(recordset, u"LockType", 3);
   call(recordset, u"Open", u"Select * from tblMemoryRecycling where 1=2");
   call(pools, u"GetMemoryRecyclingProperties", u"WEB01", GetObject(u"IIS://WEB01/W3SVC/AppPools/Shop"),
        connection, recordset);

@@ -123,14 +123,14 @@ TEST(VirtualDirectories, WhatCannotBeOpened) {
   Text path = u"IIS://WEB01/MSFTPSVC/1/ROOT";
   Text nowhere = u"nowhere.mdb";
   environment.ftp.GetChildVirtualDirectories(environment.server, path, path, nowhere);
-  environment.store.tables.erase(u"tblvirtualdirsecurity");
+  environment.dropTable("tblvirtualDirSecurity");
   listRoot(environment);
   EXPECT_EQ(environment.rows(u"tblvirtualDirectory").size(), 1u);
   EXPECT_EQ(environment.appLog(),
             record(kName + "-mFTPAppPoolSupport", "OpenConnection(Child Virtual Directory)", "80004005",
-                   "No file nowhere.mdb") +
+                   "Can't use the database 'nowhere.mdb': there is no such file") +
                 record(kName + "-mFTPAppPoolSupport", "OpenRecordset", "80040E37",
-                       "No table tblvirtualDirSecurity"));
+                       "Temporary database: no such table: tblvirtualDirSecurity"));
 }
 
 }  // namespace

@@ -117,11 +117,7 @@ void Environment::serveClass(TextView id, ClassServer behind) {
 }
 
 void Environment::setUpFakes() {
-  store.file = database;
-  for (const inventory::Table& table : inventory::tables()) {
-    auto& columns = store.tables[lowerCase(fromUtf8(table.name))].columns;
-    for (const std::string_view column : table.columns) columns.push_back(fromUtf8(column));
-  }
+  setUpStore();
   serve(u"IIS:", [this](TextView moniker) -> ObjectRef {
     const Text prefix = u"IIS://" + server;
     FakeObject* at = moniker.starts_with(prefix) ? &metabase_ : nullptr;
@@ -137,8 +133,6 @@ void Environment::setUpFakes() {
   });
   serve(u"winmgmts:", [this](TextView) { return unowned(wmi_); });
   wmi_.method(u"ExecQuery", [this](Arguments) { return unowned(wmi_); });
-  serveClass(u"ADODB.Connection", [this] { return store.createConnection(); });
-  serveClass(u"ADODB.Recordset", [this] { return store.createRecordset(); });
   serveClass(kCommonId, [this] {
     auto common = std::make_shared<FakeObject>();
     common->set(u"ErrorLogPath", u"").method(u"getos", [this](Arguments) { return Variant(version); });
@@ -156,17 +150,22 @@ void Environment::setUpLayer() {
                                             std::filesystem::path(SAMPLES_DIRECTORY) / "WEB01/MetaBase.xml"));
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
-  platform::store::registerStore();
   platform::desktop::registerDesktop();
   for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")}) {
     serve(prefix, runtime.monikerServer(prefix));
   }
-  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId}) {
-    serveClass(id, runtime.classServer(id));
-  }
+  serveClass(kCommonId, runtime.classServer(kCommonId));
   screen_ = runtime.screen();
   runtime.setScreen(journal->wrap(screen_, "screen"));
 
+  setUpStore();
+}
+
+void Environment::setUpStore() {
+  platform::store::registerStore();
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset")}) {
+    serveClass(id, Runtime::process().classServer(id));
+  }
   if (layer_ != Layer::kFile) {
     private_ = std::make_unique<platform::store::PrivateDatabase>(toUtf8(database));
     private_->database().execute("pragma page_size = 512");  // so that a few rows make it grow
@@ -242,34 +241,25 @@ FakeObject& Environment::applications(TextView poolName, Variant paths) {
 
 std::vector<std::string> Environment::rows(TextView table) const {
   std::vector<std::string> lines;
-  const auto add = [&](std::size_t columns, const auto& valueAt) {
-    std::string line;
-    for (std::size_t at = 0; at < columns; ++at)
-      line.append(at > 0 ? "|" : "").append(valueAt(at).value_or("-"));
-    lines.push_back(std::move(line));
-  };
-  if (layer_ != Layer::kFakes) {
-    const auto opened = openDatabase();
-    auto statement = opened->prepare("select * from " + toUtf8(table));
-    while (statement.step()) {
-      add(static_cast<std::size_t>(statement.columnCount()),
-          [&](std::size_t at) { return statement.text(static_cast<int>(at)); });
+  const auto opened = openDatabase();
+  auto statement = opened->prepare("select * from " + toUtf8(table) + " order by rowid");
+  while (statement.step()) {
+    std::string& line = lines.emplace_back();
+    for (int column = 0; column < statement.columnCount(); ++column) {
+      line.append(column > 0 ? "|" : "").append(statement.text(column).value_or("-"));
     }
-    return lines;
-  }
-  for (const FakeStore::Row& row : store.tables.at(lowerCase(table)).rows) {
-    add(row.size(), [&](std::size_t at) { return row[at] ? std::optional(toUtf8(*row[at])) : std::nullopt; });
   }
   return lines;
 }
 
 std::string Environment::value(TextView table, std::size_t row, TextView column) const {
-  const FakeStore::Table& found = store.tables.at(lowerCase(table));
-  if (row >= found.rows.size()) return "no row";
-  const auto at = std::find(found.columns.begin(), found.columns.end(), Text(column));
-  if (at == found.columns.end()) return "no column";
-  const auto& value = found.rows[row][static_cast<std::size_t>(at - found.columns.begin())];
-  return value ? toUtf8(*value) : "-";
+  const auto opened = openDatabase();
+  auto statement = opened->prepare("select " + sqlite::quotedName(toUtf8(column)) + " from " + toUtf8(table) +
+                                   " order by rowid");
+  for (std::size_t at = 0; at <= row; ++at) {
+    if (!statement.step()) return "no row";
+  }
+  return std::string(statement.text(0).value_or("-"));
 }
 
 int Environment::pointer() const {

@@ -16,8 +16,8 @@
 
 namespace test {
 
-// What stands behind the seam: fakes, or the layer with the sample server WEB01 and a private database on
-// loan, whose rows wait or go into their tables at once, or a database file.
+// What stands behind the seam: a metabase of fakes, or the layer with the sample server WEB01; in both cases
+// a private database on loan, whose rows wait, or go into their tables at once, or a database file.
 enum class Layer { kFakes, kWaiting, kPrivate, kFile };
 
 // Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
@@ -43,7 +43,6 @@ class Environment {
   static automation::Variant ipSecurity(bool grantByDefault, const std::vector<automation::Text>& list);
   // The applications that WMI names for a pool.
   FakeObject& applications(automation::TextView poolName, automation::Variant paths);
-  FakeStore store;
   std::int16_t version = 6;
 
   // The rows of a table: the values of a row with "|" in between, "-" where nothing was written.
@@ -53,6 +52,7 @@ class Environment {
 
   // The database behind the layer, as an outsider reaches it, or its owner where it is private.
   std::shared_ptr<sqlite::Database> openDatabase() const;
+  void dropTable(const std::string& name) const { openDatabase()->execute("drop table " + name); }
   // Why the private database can't be relied on; empty where it can.
   std::string breakdown() const { return private_ ? private_->breakdown() : ""; }
 
@@ -80,6 +80,7 @@ class Environment {
  private:
   void setUpFakes();
   void setUpLayer();
+  void setUpStore();
   void serve(automation::TextView prefix, automation::MonikerServer behind);
   void serveClass(automation::TextView id, automation::ClassServer behind);
 

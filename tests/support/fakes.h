@@ -1,10 +1,9 @@
-// Objects in memory that stand for the metabase, the host's objects and the store.
+// Objects in memory that stand for the metabase and the host's objects.
 #pragma once
 
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -42,29 +41,5 @@ class FakeObject : public automation::Object {
 
 // An array of texts.
 automation::Variant texts(const std::vector<automation::Text>& elements);
-
-// A database in memory and the connections and recordsets that reach it. It keeps the rules of the real
-// store: a pending row, saved by the next AddNew, which hinders Close; null where nothing was written; no
-// count on a forward-only server-side cursor; saved rows that can't be changed. It understands the SQL texts
-// of the component and no others.
-class FakeStore {
- public:
-  using Row = std::vector<std::optional<automation::Text>>;
-  struct Table {
-    std::vector<automation::Text> columns;
-    std::vector<Row> rows;
-  };
-
-  // The one file that can be opened.
-  automation::Text file;
-  // By name in lower case.
-  std::map<automation::Text, Table> tables;
-  // How many are open at this moment.
-  int openConnections = 0;
-  int openRecordsets = 0;
-
-  automation::ObjectRef createConnection();
-  automation::ObjectRef createRecordset();
-};
 
 }  // namespace test
