@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -17,8 +18,15 @@ namespace {
 
 using nlohmann::json;
 
-// Whether a text is what every database takes: UTF-8 without a NUL. Most are plain ASCII.
+// Whether a text is plain ASCII without a NUL, as nearly every one is, and so what every database takes:
+// eight bytes at a time, none of which has its highest bit set, before or after 1 is taken from it.
 bool isPlain(std::string_view text) {
+  constexpr std::uint64_t kOnes = 0x0101010101010101, kHighest = 0x8080808080808080;
+  for (; text.size() >= sizeof kOnes; text.remove_prefix(sizeof kOnes)) {
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, text.data(), sizeof bytes);
+    if ((((bytes - kOnes) | bytes) & kHighest) != 0) return false;
+  }
   return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) > 0; });
 }
 
