@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "bench/collection.h"
+#include "tests/support/folder.h"
 #include "tests/support/metabase_generator.h"
 
 namespace {
@@ -193,18 +194,9 @@ int main(int argc, char** argv) {
   try {
     std::vector<std::int64_t> sizes;
     for (int index = 1; index < argc; ++index) sizes.push_back(std::atoll(argv[index]));
-    std::string pattern = (fs::temp_directory_path() / "collection_report.XXXXXX").string();
-    if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("can't make a temporary folder");
-    const fs::path directory = pattern;
-    struct Cleaner {
-      fs::path directory;
-      ~Cleaner() {
-        std::error_code ignored;
-        fs::remove_all(directory, ignored);
-      }
-    } const cleaner{directory};
+    const test::Folder folder(fs::temp_directory_path());
 
-    Report report(directory);
+    Report report(folder.path());
     report.againstBare(sizes.empty() ? std::vector<std::int64_t>{100, 1000, 10000} : sizes);
     if (sizes.empty()) report.sideBySide();
   } catch (const std::exception& failure) {

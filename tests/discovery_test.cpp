@@ -11,7 +11,7 @@ using namespace automation;
 using Rows = std::vector<std::string>;
 
 TEST(FtpDiscovery, FillsTheTableOnceInTheOrderOfTheMetabase) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   environment.site(u"1", u" Sales ");
   environment.node(u"MSFTPSVC/INFO");
   environment.site(u"2", Null);
@@ -44,7 +44,7 @@ Recordset1.Update(); next of /MSFTPSVC; /MSFTPSVC/INFO.Name)"));
 }
 
 TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   environment.server = u"O'Hara ";
   environment.site(u"1", u" Sales ");
   environment.node(u"MSFTPSVC/2");
@@ -59,7 +59,7 @@ TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
 }
 
 TEST(FtpDiscovery, AStoreThatCannotBeOpenedLeavesARecordInEachLog) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, u"nowhere.mdb"), 0);
   environment.dropTable("tblFTPSiteInfo");
   EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, environment.database), 0);
@@ -74,7 +74,7 @@ TEST(FtpDiscovery, AStoreThatCannotBeOpenedLeavesARecordInEachLog) {
 }
 
 TEST(Counts, CountChildrenWhateverTheyAre) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   EXPECT_EQ(environment.ftp.GetFTPSitesCount(environment.server), -1);
   EXPECT_EQ(environment.pools.GetTotalAppPools(environment.server), 0);
   EXPECT_EQ(environment.ftp.GenerateFTPVirDirInfo(u"IIS://WEB01/MSFTPSVC"), 0);
@@ -95,7 +95,7 @@ TEST(Counts, CountChildrenWhateverTheyAre) {
 }
 
 TEST(PoolDiscovery, FillsTheTableOnceAndSkipsNoChild) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   environment.pool(u" Shop ");
   environment.pool(u"Info");
   environment.pool(u"Two");
@@ -116,7 +116,7 @@ Recordset1[Server name] = WEB01; Recordset1[Application pool name] = Shop; Recor
 }
 
 TEST(Logs, ARecordIsALineOfFiveFields) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   environment.ftp.WriteToLog(0, u"", u"", u"f");
   environment.pools.WriteToLog(-1, u"two\r\nlines\tand a tab", Text(40, u'o'), Text(41, u'f'));
   environment.ftp.WriteToLog(0x1aB, u"M\u00FCller", u"M\u00FCller", u"f");
@@ -129,7 +129,7 @@ TEST(Logs, ARecordIsALineOfFiveFields) {
 }
 
 TEST(Logs, AnUnusableLogIsAFailureOfSitesAndALostRecordOfPools) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   environment.spoilLog();
   EXPECT_THROW(environment.ftp.WriteToLog(1, u"m", u"o", u"f"), Failure);
   EXPECT_NO_THROW(environment.pools.WriteToLog(1, u"m", u"o", u"f"));

@@ -166,6 +166,7 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
     outcome.threw = true;
     EXPECT_TRUE(toUtf8(failure.description()).starts_with("Can't write the log")) << failure.what();
   }
+  EXPECT_EQ(environment.openConnections(), 0);
   outcome.lines = environment.journal->lines;
   if (befall) befall(environment);
   outcome.breakdown = environment.breakdown();

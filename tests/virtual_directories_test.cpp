@@ -12,16 +12,16 @@ using Rows = std::vector<std::string>;
 
 const std::string kName = "TORVINFTPAppDataCom";
 
-void listRoot(ComponentWorld& environment, const Text& hostPath = u"IIS://WEB01/MSFTPSVC/1/ROOT") {
+void listRoot(ComponentEnvironment& environment, const Text& hostPath = u"IIS://WEB01/MSFTPSVC/1/ROOT") {
   environment.ftp.GetRootVirtualDirectory(environment.server, u"1", hostPath, environment.database);
 }
 
-FakeObject& addDirectory(ComponentWorld& environment, TextView name, TextView path) {
+FakeObject& addDirectory(ComponentEnvironment& environment, TextView name, TextView path) {
   return environment.directory(u"MSFTPSVC/1/ROOT/" + Text(name), path);
 }
 
 TEST(VirtualDirectories, SecurityComesFirstOnAConnectionOfItsOwn) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   addDirectory(environment, u"it's ", u" C:\\a ")
       .set(u"IPSecurity", Environment::ipSecurity(false, {u"10.0.0.0,255.0.0.0"}));
   addDirectory(environment, u"share", u"\\\\FILE01\\b").set(u"accesswrite", -1).set(u"dontlog", true);
@@ -61,7 +61,7 @@ Recordset1.Update(); bar.increment())"));
 }
 
 TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   addDirectory(environment, u"bare", u"")
       .unset(u"Path")
       .unset(u"accessread")
@@ -79,7 +79,7 @@ TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
 }
 
 TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   addDirectory(environment, u"a", u"C:\\a");
   listRoot(environment, u"IIS://WEB01/gone");
   EXPECT_EQ(environment.rows(u"tblvirtualDirSecurity"), Rows{"IIS://WEB01/gone|a|1|Denied|-|-"});
@@ -92,7 +92,7 @@ TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
 }
 
 TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   addDirectory(environment, u"a/b", u"C:\\b");
   Text server = u"unused";
   Text id = u"1 ";
@@ -112,7 +112,7 @@ TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
 }
 
 TEST(VirtualDirectories, WhatCannotBeOpened) {
-  ComponentWorld environment;
+  ComponentEnvironment environment;
   listRoot(environment);
   const std::string missing = "No path IIS://WEB01/MSFTPSVC/1/root";
   EXPECT_EQ(environment.log(), record(kName, "GenerateFTPVirDirInfo", "80070003", missing) +

@@ -7,9 +7,9 @@
 
 namespace test {
 
-class ComponentWorld : public Environment {
+class ComponentEnvironment : public Environment {
  public:
-  ComponentWorld() {
+  ComponentEnvironment() {
     setLogs();
     ftp.SetProcessStatusUpdater(status, bar, count);
     pools.SetProcessStatusUpdater(status, bar, count);

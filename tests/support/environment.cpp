@@ -48,6 +48,9 @@ FakeObject& setAll(FakeObject& object, const char* properties) {
   return object;
 }
 
+// A private database from one environment of fakes to the next: making its tables takes longer than a call.
+std::unique_ptr<platform::store::PrivateDatabase> spare;
+
 // A reference to an object that the environment itself owns.
 ObjectRef unowned(Object& object) {
   return ObjectRef(ObjectRef(), &object);
@@ -82,7 +85,7 @@ std::string sabotaged(const std::string& object, const std::string& function) {
 }
 
 Environment::Environment(Layer layer) : layer_(layer) {
-  database = textOf(folder_ / "inventory.mdb");
+  database = layer == Layer::kFakes ? Text(u"inventory.mdb") : textOf(folder_ / "inventory.mdb");
   statusBar_.set(u"message", u"");
   progressBar_.set(u"Max", std::int16_t{0}).method(u"increment", [](Arguments) { return Variant(); });
   processCount_.set(u"message", u"");
@@ -103,6 +106,8 @@ Environment::~Environment() {
     runtime.serveClass(id, nullptr);
   }
   runtime.setScreen(nullptr);
+  loan_.reset();
+  if (layer_ == Layer::kFakes && !hasDropped_) spare = std::move(private_);
 }
 
 void Environment::serve(TextView prefix, MonikerServer behind) {
@@ -166,6 +171,12 @@ void Environment::setUpStore() {
   for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset")}) {
     serveClass(id, Runtime::process().classServer(id));
   }
+  if (layer_ == Layer::kFakes && spare != nullptr) {
+    private_ = std::move(spare);
+    private_->empty();
+    loan_.emplace(*private_);
+    return;
+  }
   if (layer_ != Layer::kFile) {
     private_ = std::make_unique<platform::store::PrivateDatabase>(toUtf8(database));
     private_->database().execute("pragma page_size = 512");  // so that a few rows make it grow
@@ -174,7 +185,7 @@ void Environment::setUpStore() {
     sqlite::Database(toUtf8(database), sqlite::Database::Mode::kCreate, {});
   }
   createTables(*openDatabase());
-  if (layer_ != Layer::kWaiting) return;
+  if (layer_ == Layer::kPrivate || layer_ == Layer::kFile) return;
   for (const inventory::Table& table : inventory::tables()) private_->letRowsWait(std::string(table.name));
 }
 
@@ -182,6 +193,16 @@ std::shared_ptr<sqlite::Database> Environment::openDatabase() const {
   if (private_ != nullptr) return {std::shared_ptr<void>(), &private_->database()};
   return std::make_shared<sqlite::Database>(toUtf8(database), sqlite::Database::Mode::kReadWrite,
                                             std::chrono::milliseconds(0));
+}
+
+void Environment::dropTable(const std::string& name) {
+  openDatabase()->execute("drop table " + name);
+  hasDropped_ = true;
+}
+
+// Beside the private database itself, the loan and this look.
+long Environment::openConnections() const {
+  return private_ != nullptr ? platform::store::lent(database).use_count() - 3 : 0;
 }
 
 void Environment::spoilLog() {

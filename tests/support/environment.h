@@ -52,7 +52,9 @@ class Environment {
 
   // The database behind the layer, as an outsider reaches it, or its owner where it is private.
   std::shared_ptr<sqlite::Database> openDatabase() const;
-  void dropTable(const std::string& name) const { openDatabase()->execute("drop table " + name); }
+  void dropTable(const std::string& name);
+  // How many connections to a private database are open.
+  long openConnections() const;
   // Why the private database can't be relied on; empty where it can.
   std::string breakdown() const { return private_ ? private_->breakdown() : ""; }
 
@@ -85,6 +87,7 @@ class Environment {
   void serveClass(automation::TextView id, automation::ClassServer behind);
 
   Layer layer_;
+  bool hasDropped_ = false;
   Folder folder_;
   std::unique_ptr<platform::store::PrivateDatabase> private_;
   std::optional<platform::store::Loan> loan_;
