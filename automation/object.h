@@ -94,6 +94,11 @@ inline void requireArguments(TextView member, Arguments arguments, std::size_t n
   }
 }
 
+// The same where a member takes so many, no fewer and no more.
+inline void requireArguments(TextView member, Arguments arguments, std::size_t count, TextView source) {
+  requireArguments(member, arguments, count, count, source);
+}
+
 // An object that has no member at all: a base for objects that have some. `source` is what its failures name.
 class AUTOMATION_VISIBLE MemberlessObject : public Object {
  public:

@@ -28,11 +28,6 @@ constexpr TextView kVersion = u"MajorIIsVersionNumber";
 constexpr TextView kMousePointer = u"MousePointer";
 constexpr std::int32_t kNoVersion = static_cast<std::int32_t>(0x80070032);
 
-void requireArguments(TextView member, Arguments arguments, std::size_t count, const Text& source) {
-  if (arguments.size() == count) return;
-  throw Failure(automation::number::kWrongArguments, u"Wrong number of arguments: " + Text(member), source);
-}
-
 class CommonObject : public MemberlessObject {
  public:
   CommonObject() : MemberlessObject(Text(kProgrammaticId)) {}
@@ -41,13 +36,13 @@ class CommonObject : public MemberlessObject {
   Variant read(TextView member, Arguments arguments) override {
     if (equalsIgnoringCase(member, kGetOs)) return getOs(arguments);
     if (!equalsIgnoringCase(member, kErrorLogPath)) return MemberlessObject::read(member, arguments);
-    requireArguments(member, arguments, 0, source());
+    automation::requireArguments(member, arguments, 0, source());
     return errorLogPath_;
   }
 
   void write(TextView member, Arguments arguments, const Variant& value) override {
     if (!equalsIgnoringCase(member, kErrorLogPath)) return MemberlessObject::write(member, arguments, value);
-    requireArguments(member, arguments, 0, source());
+    automation::requireArguments(member, arguments, 0, source());
     errorLogPath_ = automation::toText(value);
   }
 
@@ -55,7 +50,7 @@ class CommonObject : public MemberlessObject {
 
  private:
   Variant getOs(Arguments arguments) const {
-    requireArguments(kGetOs, arguments, 1, source());
+    automation::requireArguments(kGetOs, arguments, 1, source());
     const Text server = automation::toText(arguments[0]);
     const auto metabase = metabase::snapshotOf(server);
     const auto version = metabase->property(kVersion);
@@ -92,13 +87,13 @@ class ScreenObject : public MemberlessObject {
 
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, kMousePointer)) return MemberlessObject::read(member, arguments);
-    requireArguments(member, arguments, 0, source());
+    automation::requireArguments(member, arguments, 0, source());
     return pointer();
   }
 
   void write(TextView member, Arguments arguments, const Variant& value) override {
     if (!equalsIgnoringCase(member, kMousePointer)) return MemberlessObject::write(member, arguments, value);
-    requireArguments(member, arguments, 0, source());
+    automation::requireArguments(member, arguments, 0, source());
     pointer() = automation::toInt16(value);
   }
 

@@ -70,7 +70,7 @@ class NodeObject : public automation::Object {
 
   Variant read(TextView member, Arguments arguments) override {
     if (const auto own = memberByName(member)) return readMember(*own, member, arguments);
-    requireArguments(member, arguments, 0);
+    automation::requireArguments(member, arguments, 0, kSource);
     return property(member);
   }
 
@@ -97,7 +97,7 @@ class NodeObject : public automation::Object {
 
   Variant readMember(Member member, TextView name, Arguments arguments) const {
     const bool method = member == Member::kGet || member == Member::kGetEx;
-    requireArguments(name, arguments, method ? 1 : 0);
+    automation::requireArguments(name, arguments, method ? 1 : 0, kSource);
     switch (member) {
       case Member::kName:
         return automation::fromUtf8(metabase().name(node_));
@@ -134,13 +134,6 @@ class NodeObject : public automation::Object {
     automation::Array array;
     if (!value.isNull()) array.elements.push_back(std::move(value));
     return array;
-  }
-
-  void requireArguments(TextView member, Arguments arguments, std::size_t count) const {
-    if (arguments.size() == count) return;
-    throw Failure(automation::number::kWrongArguments,
-                  Text(member) + (count == 0 ? u" takes no arguments" : u" takes the name of a property"),
-                  Text(kSource));
   }
 
   Text parentPath() const {

@@ -37,7 +37,7 @@ constexpr MemberName<Method> kMethods[] = {
 
 Variant Connection::read(TextView member, Arguments arguments) {
   const Property property = findMember(kProperties, member, kSource);
-  requireArguments(arguments, 0, member, kSource);
+  automation::requireArguments(member, arguments, 0, kSource);
   switch (property) {
     case Property::kProvider:
       return provider_;
@@ -51,7 +51,7 @@ Variant Connection::read(TextView member, Arguments arguments) {
 
 void Connection::write(TextView member, Arguments arguments, const Variant& value) {
   const Property property = findMember(kProperties, member, kSource);
-  requireArguments(arguments, 0, member, kSource);
+  automation::requireArguments(member, arguments, 0, kSource);
   if (property != Property::kProvider) automation::failMember(member, kSource);
   if (session_ != nullptr) {
     throw Failure(number::kObjectOpen, u"The provider can't be set while the connection is open",
@@ -62,7 +62,7 @@ void Connection::write(TextView member, Arguments arguments, const Variant& valu
 
 Variant Connection::call(TextView member, Arguments arguments) {
   const Method method = findMember(kMethods, member, kSource);
-  requireArguments(arguments, method == Method::kClose ? 0 : 1, member, kSource);
+  automation::requireArguments(member, arguments, method == Method::kClose ? 0 : 1, kSource);
   switch (method) {
     case Method::kOpen:
       open(arguments[0]);

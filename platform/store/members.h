@@ -33,12 +33,4 @@ Member findMember(const MemberName<Member> (&members)[count], automation::TextVi
   automation::failMember(name, source);
 }
 
-[[noreturn]] void failArguments(automation::TextView member, automation::TextView source);
-
-// Fails with 450 where a member doesn't take that many arguments.
-inline void requireArguments(automation::Arguments arguments, std::size_t count, automation::TextView member,
-                             automation::TextView source) {
-  if (arguments.size() != count) failArguments(member, source);
-}
-
 }  // namespace platform::store

@@ -126,7 +126,7 @@ Recordset::Recordset()
 
 Variant Recordset::read(TextView member, Arguments arguments) {
   const Property property = findMember(kProperties, member, kSource);
-  requireArguments(arguments, property == Property::kCollect ? 1 : 0, member, kSource);
+  automation::requireArguments(member, arguments, property == Property::kCollect ? 1 : 0, kSource);
   switch (property) {
     case Property::kCollect: {
       requireOpen();
@@ -159,7 +159,7 @@ Variant Recordset::read(TextView member, Arguments arguments) {
 
 void Recordset::write(TextView member, Arguments arguments, const Variant& value) {
   const Property property = findMember(kProperties, member, kSource);
-  requireArguments(arguments, property == Property::kCollect ? 1 : 0, member, kSource);
+  automation::requireArguments(member, arguments, property == Property::kCollect ? 1 : 0, kSource);
   switch (property) {
     case Property::kCollect:
       requireOpen();
@@ -198,7 +198,7 @@ void Recordset::write(TextView member, Arguments arguments, const Variant& value
 
 Variant Recordset::call(TextView member, Arguments arguments) {
   const Method method = findMember(kMethods, member, kSource);
-  requireArguments(arguments, method == Method::kOpen ? 1 : 0, member, kSource);
+  automation::requireArguments(member, arguments, method == Method::kOpen ? 1 : 0, kSource);
   switch (method) {
     case Method::kAddNew:
       addNew();

@@ -9,12 +9,6 @@
 
 namespace platform::store {
 
-void failArguments(automation::TextView member, automation::TextView source) {
-  throw automation::Failure(automation::number::kWrongArguments,
-                            u"Wrong number of arguments: " + automation::Text(member),
-                            automation::Text(source));
-}
-
 void registerStore() {
   automation::Runtime& runtime = automation::Runtime::process();
   runtime.serveClass(u"ADODB.Connection", [] { return std::make_shared<Connection>(); });

@@ -42,12 +42,6 @@ constexpr TextView kPools = u"LM/W3SVC/AppPools";
 // The snapshot, and the server's name as the caller wrote it.
 using Source = std::shared_ptr<const metabase::Origin>;
 
-void requireArguments(TextView member, Arguments arguments, std::size_t count) {
-  if (arguments.size() == count) return;
-  throw Failure(automation::number::kWrongArguments, u"Wrong number of arguments: " + Text(member),
-                Text(kSource));
-}
-
 // One instance of IIsApplicationPool.
 class Pool : public MemberlessObject {
  public:
@@ -56,13 +50,13 @@ class Pool : public MemberlessObject {
 
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"Name")) return MemberlessObject::read(member, arguments);
-    requireArguments(member, arguments, 0);
+    automation::requireArguments(member, arguments, 0, kSource);
     return Text(kPoolNamePrefix) + shortName();
   }
 
   Variant call(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"EnumAppsInPool")) return MemberlessObject::call(member, arguments);
-    requireArguments(member, arguments, 1);
+    automation::requireArguments(member, arguments, 1, kSource);
     automation::Array paths;
     // The list belongs to the index, which another thread may let go of.
     const auto applications = Applications::of(origin_->metabase, origin_->server);
@@ -114,7 +108,7 @@ class PoolCollection : public MemberlessObject {
 
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"Count")) return MemberlessObject::read(member, arguments);
-    requireArguments(member, arguments, 0);
+    automation::requireArguments(member, arguments, 0, kSource);
     std::int32_t count = 0;
     for (PoolWalk walk(origin_); walk.next() != nullptr;) ++count;
     return count;
@@ -159,7 +153,7 @@ class Service : public MemberlessObject {
 
   Variant call(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, u"ExecQuery")) return MemberlessObject::call(member, arguments);
-    requireArguments(member, arguments, 1);
+    automation::requireArguments(member, arguments, 1, kSource);
     requirePoolQuery(automation::toText(arguments[0]));
     return ObjectRef(std::make_shared<PoolCollection>(origin_));
   }
