@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -51,7 +52,12 @@ void removeLeftovers(const fs::path& directory) {
     if (!folder || ::fstat(folder.number(), &status) != 0 || status.st_uid != ::geteuid()) continue;
     if (::flock(folder.number(), LOCK_EX | LOCK_NB) != 0) continue;
     std::error_code ignored;
-    if (fs::exists(entry.path() / kMark, ignored)) fs::remove_all(entry.path(), ignored);
+    if (fs::exists(entry.path() / kMark, ignored)) {
+      fs::remove_all(entry.path(), ignored);
+    } else {
+      // A run that was killed ahead of its mark leaves an empty one. Anything in it is somebody else's.
+      ::rmdir(entry.path().c_str());
+    }
   }
 }
 
