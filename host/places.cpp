@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "automation/failure.h"
 #include "inventory/clock.h"
 #include "inventory/tables.h"
 
@@ -27,6 +28,11 @@ constexpr std::string_view kNoteRoutine = "GetAppliedObjectProperties";
 constexpr std::string_view kNoteProperty = "Path";
 constexpr auto kNoSuchProperty = static_cast<std::int32_t>(0x8000500D);
 
+constexpr std::int32_t kNoObject = automation::number::kObjectNotSet;
+
+constexpr std::string_view kDirectories = "tblvirtualDirectory";
+constexpr std::string_view kDirectorySecurity = "tblvirtualDirSecurity";
+
 // Records of these routines concern another table than the call's own.
 struct RoutineTable {
   std::string_view routine;
@@ -36,8 +42,8 @@ struct RoutineTable {
 constexpr RoutineTable kRoutineTables[] = {
     {"GenerateFTPSiteInfo", "", "tblFTPSiteInfo"},
     {"GetAppPoolsCount", "", "tblAppPoolInfo"},
-    {"GetVirtualDirSecurityProperties", "", "tblvirtualDirSecurity"},
-    {"GetRestrictedIPAddress", "tblvirtualDirectory", "tblvirtualDirSecurity"},
+    {"GetVirtualDirSecurityProperties", "", kDirectorySecurity},
+    {"GetRestrictedIPAddress", kDirectories, kDirectorySecurity},
 };
 
 bool isName(std::string_view text) {
@@ -123,7 +129,14 @@ CallPlace CallPlace::ofAll(std::string_view table, ItemKind kind, const std::vec
 }
 
 // Names may repeat, so the next item of that name is meant.
-void CallPlace::sent(TextView status) {
+void CallPlace::sent(TextView status, std::span<Problem> since) {
+  if (table_ == kDirectories && status.starts_with(kProcessing)) {
+    // The look at a directory's security comes ahead of its status text.
+    directory_ = node_ + "/" + toUtf8(quotedIn(status));
+    for (Problem& problem : since) {
+      if (problem.table == kDirectorySecurity && problem.node.empty()) problem.node = directory_;
+    }
+  }
   if (items_ == nullptr) return;
   item_.clear();
   if (!status.starts_with(kProcessing)) return;
@@ -136,8 +149,15 @@ void CallPlace::sent(TextView status) {
   }
 }
 
-Problem CallPlace::problemOf(const Record& record, const std::string& server) const {
+Problem CallPlace::problemOf(const Record& record, const std::string& server) {
   MessagePlace place = placeIn(record.message);
+  // What has no object failed for the same reason as the step before it, which should have brought one.
+  if (record.number == kNoObject && place.node.empty() && record.routine == lastRoutine_) {
+    place.node = last_.node;
+    place.property = last_.property;
+  }
+  lastRoutine_ = record.routine;
+  last_ = place;
   Problem problem;
   problem.table = table_;
   for (const RoutineTable& entry : kRoutineTables) {
@@ -151,10 +171,11 @@ Problem CallPlace::problemOf(const Record& record, const std::string& server) co
     problem.item = item;
   problem.node = std::move(place.node);
   problem.property = std::move(place.property);
-  // The walk over the directories tells which one it is at only behind the look at its security.
-  const bool isUnknownDirectory = problem.table == "tblvirtualDirSecurity";
-  if (problem.node.empty() && !isUnknownDirectory) {
-    problem.node = node_.empty() ? nodeOf(kind_, problem.item, server) : node_;
+  // Which directory's security it is, the next status text tells.
+  if (problem.node.empty() && problem.table != kDirectorySecurity) {
+    problem.node = !directory_.empty() ? directory_
+                   : node_.empty()     ? nodeOf(kind_, problem.item, server)
+                                       : node_;
   }
   problem.routine = record.routine;
   problem.number = record.number;

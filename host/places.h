@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -36,11 +37,11 @@ class CallPlace {
   // A call for all items, in which the status texts tell how far it has come.
   static CallPlace ofAll(std::string_view table, inventory::ItemKind kind, const std::vector<Item>& items);
 
-  // A status text has been sent.
-  void sent(automation::TextView status);
+  // A status text has been sent, and these problems have been told since the one before it.
+  void sent(automation::TextView status, std::span<inventory::Problem> since);
 
-  // What a record of this call says.
-  inventory::Problem problemOf(const Record& record, const std::string& server) const;
+  // What a record of this call says. To be asked in the order of the records.
+  inventory::Problem problemOf(const Record& record, const std::string& server);
 
  private:
   std::string_view table_;
@@ -49,6 +50,11 @@ class CallPlace {
   std::string node_;
   const std::vector<Item>* items_ = nullptr;
   std::size_t next_ = 0;
+  // Of a walk over directories: the one that the last status text has named.
+  std::string directory_;
+  // Whose failure the last record told.
+  std::string lastRoutine_;
+  MessagePlace last_;
 };
 
 }  // namespace host

@@ -324,6 +324,7 @@ class ServerCollection {
   template <typename Call>
   void attempt(CallPlace place, const Call& componentCall) {
     place_ = std::move(place);
+    told_ = outcome_.result.problems.size();
     try {
       componentCall();
     } catch (const Failure& failure) {
@@ -338,7 +339,8 @@ class ServerCollection {
   // What has been logged up to now belongs to the status before this one.
   void sent(TextView status) {
     takeRecords();
-    place_.sent(status);
+    place_.sent(status, std::span(outcome_.result.problems).subspan(told_));
+    told_ = outcome_.result.problems.size();
   }
 
   void takeRecords() {
@@ -521,6 +523,7 @@ class ServerCollection {
   const ProgressLine::Updaters& updaters_;
 
   CallPlace place_ = CallPlace::ofItem({}, ItemKind::kNone, {}, {});
+  std::size_t told_ = 0;  // problems at the last status text, or at the begin of the call
   std::vector<CallPlace::Item> listed_;
   std::vector<std::string> siteIds_;
   std::vector<std::string> poolNames_;
