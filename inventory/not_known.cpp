@@ -106,9 +106,6 @@ constexpr std::string_view kExtensions = "tblWSExtension";
 constexpr std::string_view kGeneral = "tblGeneral";
 constexpr std::string_view kLogFiles = "tblLogFileSetting";
 
-// A text with fewer pieces than it should have. What the missing ones stand for is empty.
-constexpr std::string_view kTooFewPieces = "0x9";
-
 bool isIdentity(const Table& table, std::string_view column) {
   if (column == kNameColumn) return table.name != kSites;
   return std::ranges::find(kIdentity, column) != std::end(kIdentity);

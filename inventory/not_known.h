@@ -15,6 +15,10 @@
 
 namespace inventory {
 
+// The number of a problem with a text that has fewer pieces than it should have. What the missing ones stand
+// for is empty.
+constexpr std::string_view kTooFewPieces = "0x9";
+
 // Which columns a property stands in, table by table; an empty table stands for every one that has them.
 struct MadeOf {
   std::string_view property;

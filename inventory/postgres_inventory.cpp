@@ -74,6 +74,12 @@ std::int64_t lockNumber(std::string_view text) {
   return static_cast<std::int64_t>(hash);
 }
 
+// The comment on a view, which tells of which definition it is.
+std::string commentOn(const View& view) {
+  return "View of an inventory, definition " +
+         std::to_string(static_cast<std::uint64_t>(lockNumber(view.select)));
+}
+
 // Where the inventory stands, and how it is spoken of.
 struct Place {
   Place(std::string database, const Access& given)
@@ -126,6 +132,7 @@ struct Schema {
   bool mayCreate = false;
   std::map<std::string, std::set<std::string>> columns;  // by table
   std::set<std::string> unwritable;                      // tables that the role may not change
+  std::map<std::string, std::string> ownViews;           // the role's own, with their comments
 
   bool has(std::string_view table) const { return columns.contains(std::string(table)); }
   bool hasOurs() const {
@@ -150,7 +157,8 @@ Schema lookAt(Connection& connection, const std::string& name) {
   const ResultSet columns = connection.run(
       "select c.relname, a.attname, c.relkind, has_table_privilege(c.oid, 'SELECT') and "
       "has_table_privilege(c.oid, 'INSERT') and has_table_privilege(c.oid, 'UPDATE') and "
-      "has_table_privilege(c.oid, 'DELETE') from pg_class c join pg_namespace n on n.oid = c.relnamespace "
+      "has_table_privilege(c.oid, 'DELETE'), coalesce(obj_description(c.oid, 'pg_class'), ''), "
+      "pg_has_role(c.relowner, 'USAGE') from pg_class c join pg_namespace n on n.oid = c.relnamespace "
       "left join pg_attribute a on a.attrelid = c.oid and a.attnum > 0 and not a.attisdropped "
       "where n.nspname = $1 and c.relkind in ('r', 'p', 'v', 'm', 'f')",
       {name});
@@ -159,6 +167,7 @@ Schema lookAt(Connection& connection, const std::string& name) {
     schema.columns[table].emplace(columns.text(row, 1).value_or(""));
     const auto kind = columns.text(row, 2);
     if ((kind == "r" || kind == "p") && !columns.isTrue(row, 3)) schema.unwritable.insert(table);
+    if (kind == "v" && columns.isTrue(row, 5)) schema.ownViews[table] = columns.text(row, 4).value_or("");
   }
   return schema;
 }
@@ -860,10 +869,16 @@ class PostgresInventory : public Inventory {
   void makeTables(Connection& connection) {
     if (hasTables_) return;
     const std::vector<std::string> names = ownNames();
+    const std::vector<View> wanted = allViews();
     const auto isWhole = [&] {
       const Schema schema = requireTaker(connection);
+      const auto isOutdated = [&](const View& view) {
+        const auto found = schema.ownViews.find(view.name);
+        return found != schema.ownViews.end() && found->second != commentOn(view);
+      };
       return std::all_of(names.begin(), names.end(),
-                         [&](const std::string& name) { return schema.has(name); });
+                         [&](const std::string& name) { return schema.has(name); }) &&
+             std::none_of(wanted.begin(), wanted.end(), isOutdated);
     };
     if (!isWhole()) {
       Transaction transaction(connection, beginning());
@@ -901,8 +916,11 @@ class PostgresInventory : public Inventory {
              "create index if not exists " + quotedName(std::string(table->name) + " by server") + " on " +
              place_.table(table->name) + " (server_id);";
     }
+    sql += "create index if not exists \"Problems by item\" on " + place_.table(kProblems) +
+           " (server_id, \"Table\");";
     for (const View& view : allViews()) {
-      sql += "create or replace view " + place_.table(view.name) + " as " + view.select + ";";
+      sql += "create or replace view " + place_.table(view.name) + " as " + view.select +
+             ";comment on view " + place_.table(view.name) + " is '" + commentOn(view) + "';";
     }
     return sql;
   }

@@ -594,11 +594,27 @@ class SqliteInventory : public Inventory {
     for (const std::string_view table : {kCollections, kProblems, kBookkeeping}) {
       database_->execute(indexSql(table, quotedName(kServerColumn)));
     }
+    // The views look up what isn't known.
+    database_->execute("create index if not exists \"Problems by item\" on " + quotedName(kProblems) + " (" +
+                       quotedName(kServerColumn) + " collate nocase, \"Table\", \"Item\")");
     moveBookkeeping();
-    for (const View& view : views({[](std::string_view table) { return quotedName(table); }, false})) {
-      database_->execute("create view if not exists " + view.name + " as " + view.select);
-    }
+    makeViews();
     checkedSchema_ = database_->value("pragma schema_version");
+  }
+
+  // A view of ours that another version has made otherwise is made anew.
+  void makeViews() {
+    for (const View& view : views({[](std::string_view table) { return quotedName(table); }, false})) {
+      const std::string start = "CREATE VIEW " + view.name + " as select ";
+      const std::string sql = "CREATE VIEW " + view.name + " as " + view.select;
+      Statement& look = statement("select sql from sqlite_schema where type = 'view' and name = ?");
+      look.bind(1, view.name);
+      const std::string former = look.step() ? std::string(look.text(0).value_or("")) : std::string();
+      look.reset();
+      if (!former.empty() && (former == sql || !former.starts_with(start))) continue;
+      if (!former.empty()) database_->execute("drop view " + view.name);
+      database_->execute(sql);
+    }
   }
 
   // Earlier the bookkeeping stood beside what it is about.

@@ -3,6 +3,9 @@
 #include <initializer_list>
 #include <utility>
 
+#include "inventory/names.h"
+#include "inventory/not_known.h"
+#include "inventory/records.h"
 #include "inventory/tables.h"
 #include "sqlite/database.h"
 
@@ -34,7 +37,7 @@ class Maker {
 
  private:
   std::string ftpSite() const {
-    Joined site(*this, "tblFTPSiteInfo", kSiteColumn);
+    Joined site(*this, "tblFTPSiteInfo", kSiteColumn, ItemKind::kSite);
     site.add(
         {{"server", "Server name"}, {"identifier", "Identifier", Type::kNumber}, {"name", "FTP site name"}});
     site.join("tblGeneral",
@@ -95,7 +98,7 @@ class Maker {
   }
 
   std::string ftpDirectory() const {
-    Joined directory(*this, "tblvirtualDirectory", "Directory name");
+    Joined directory(*this, "tblvirtualDirectory", "Directory name", ItemKind::kSite);
     directory.add(pathColumns("tblvirtualDirectory"));
     directory.add({{"content_source", "Content source"},
                    {"path", "Path"},
@@ -113,11 +116,23 @@ class Maker {
       const std::string granted = of(table, kGrantedColumn), denied = of(table, kDeniedColumn);
       const std::string entry = "coalesce(nullif(" + granted + ", ''), nullif(" + denied + ", ''))";
       const std::string bracket = position(entry, " (");
-      return "select " + head + ", " + granting(of(table, kAllColumn)) + " as grants_others, case when " +
-             granted + " <> '' then true when " + denied + " <> '' then false end as is_granted, case when " +
-             bracket + " > 0 then substr(" + entry + ", 1, " + bracket + " - 1) else " + entry +
-             " end as address, case when " + bracket + " > 0 then replace(substr(" + entry + ", " + bracket +
-             " + 2), ')', '') end as mask from " + language_.table(table) + " as " + quotedName(table);
+      const auto shown = [&](const char* column, const std::string& value, const char* name) {
+        return ", " + known(table, column, value) + " as " + name;
+      };
+      return "select " + head + shown(kAllColumn, granting(of(table, kAllColumn)), "grants_others") +
+             shown(kGrantedColumn,
+                   "case when " + granted + " <> '' then true when " + denied + " <> '' then false end",
+                   "is_granted") +
+             shown(kGrantedColumn,
+                   "case when " + bracket + " > 0 then substr(" + entry + ", 1, " + bracket + " - 1) else " +
+                       entry + " end",
+                   "address") +
+             shown(kGrantedColumn,
+                   "case when " + bracket + " > 0 then replace(substr(" + entry + ", " + bracket +
+                       " + 2), ')', '') end",
+                   "mask") +
+             " from (select *" + unknownColumns(table, ItemKind::kSite) + " from " + language_.table(table) +
+             " as here) as " + quotedName(table);
     };
     const char* const sites = "tblDirectorySecuritySetting";
     const std::string ofSite = text(of(sites, kServerColumn)) + " as server, " +
@@ -131,7 +146,7 @@ class Maker {
   }
 
   std::string appPool() const {
-    Joined pool(*this, "tblAppPoolInfo", kPoolColumn);
+    Joined pool(*this, "tblAppPoolInfo", kPoolColumn, ItemKind::kPool);
     pool.add({{"server", "Server name"}, {"name", "Application pool name"}});
     pool.join("tblGeneral", {{"state", "State"}}, quotedName(kPoolColumn) + " is not null");
     pool.join("tblIdentity",
@@ -143,7 +158,9 @@ class Maker {
                {"recycle_requests", "Number of recycle requests", Type::kNumber},
                {"recycles_by_schedule", "Recycle schedule settings", Type::kTruth}},
               "", {"Scheduled recycle at"});
-    pool.add({of("tblWProcessRecycling", "all Scheduled recycle at") + " as recycle_times"});
+    pool.add({known("tblWProcessRecycling", "Scheduled recycle at",
+                    of("tblWProcessRecycling", "all Scheduled recycle at")) +
+              " as recycle_times"});
     pool.join("tblMemoryRecycling",
               {{"limits_virtual_memory", "Maximum virtual memory settings", Type::kTruth},
                {"virtual_memory_mb", "Maximum virtual memory (mb)", Type::kNumber},
@@ -171,7 +188,7 @@ class Maker {
   }
 
   std::string webExtension() const {
-    Joined extension(*this, "tblWSExtension", "Web service extension");
+    Joined extension(*this, "tblWSExtension", "Web service extension", ItemKind::kNone);
     extension.add({{"server", "Server name"},
                    {"name", "Web service extension"},
                    {"description", "Description"},
@@ -182,7 +199,7 @@ class Maker {
   }
 
   std::string application() const {
-    Joined application(*this, "tblAppliedObject", "Object name");
+    Joined application(*this, "tblAppliedObject", "Object name", ItemKind::kPool);
     application.add({{"server", "Server name"},
                      {"pool", "Application pool name"},
                      {"name", "Object name"},
@@ -195,7 +212,7 @@ class Maker {
   }
 
   std::string collection() const {
-    Joined collection(*this, "Collections", kServerColumn);
+    Joined collection(*this, "Collections", kServerColumn, ItemKind::kNone);
     collection.add({{"server", "Server name"}, {"file", "File"}});
     collection.add({of("Collections", "File size") + " as file_size"});
     collection.add({{"file_time", "File time", Type::kTime},
@@ -213,7 +230,7 @@ class Maker {
   }
 
   std::string problem() const {
-    Joined problem(*this, "Problems", kServerColumn);
+    Joined problem(*this, "Problems", kServerColumn, ItemKind::kNone);
     problem.add({{"server", "Server name"}});
     problem.add({"case " + of("Problems", "Kind") +
                  " when 'note' then true when 'problem' then false end as is_note"});
@@ -229,6 +246,9 @@ class Maker {
     return problem.select();
   }
 
+  static constexpr const char* kUnknown = "not known";
+  static constexpr const char* kApplications = "tblAppliedObject";
+  static constexpr const char* kExtensions = "tblWSExtension";
   static constexpr const char* kAllColumn = "All computer access";
   static constexpr const char* kGrantedColumn = "Granted IP Address (Subnet mask)";
   static constexpr const char* kDeniedColumn = "Denied IP Address (Subnet mask)";
@@ -237,12 +257,15 @@ class Maker {
   // takes names for one which differ in the case of ASCII letters: its views have no more to compare by.
   class Joined {
    public:
-    Joined(const Maker& maker, const char* table, std::string_view key)
-        : maker_(maker),
-          table_(table),
-          isByPath_(hasColumnOf(table, kPathColumn)),
-          key_(key),
-          from_(" from " + maker.language_.table(table) + " as " + quotedName(table)) {}
+    Joined(const Maker& maker, const char* table, std::string_view key, ItemKind kind)
+        : maker_(maker), table_(table), isByPath_(hasColumnOf(table, kPathColumn)), key_(key), kind_(kind) {
+      const std::string unknown = maker.unknownColumns(table, kind);
+      from_ =
+          " from " +
+          (unknown.empty() ? maker.language_.table(table)
+                           : "(select *" + unknown + " from " + maker.language_.table(table) + " as here)") +
+          " as " + quotedName(table);
+    }
 
     void add(Columns columns) { add(table_, columns); }
     void add(const std::vector<std::string>& columns) {
@@ -264,8 +287,8 @@ class Maker {
         list += (list.empty() ? "" : ", ") + quotedName(key);
         on += (on.empty() ? " on " : " and ") + of(table, key) + " = " + of(table_, key);
       }
-      from_ +=
-          " left join (" + maker_.firstRows(table, list, condition, lists) + ") as " + quotedName(table) + on;
+      from_ += " left join (" + maker_.firstRows(table, kind_, list, condition, lists) + ") as " +
+               quotedName(table) + on;
       add(table, columns);
     }
 
@@ -274,7 +297,8 @@ class Maker {
    private:
     void add(const char* table, Columns columns) {
       for (const ViewColumn& column : columns) {
-        add({maker_.typed(of(table, column.source), column.type) + " as " + quotedName(column.name)});
+        add({maker_.known(table, column.source, maker_.typed(of(table, column.source), column.type)) +
+             " as " + quotedName(column.name)});
       }
     }
 
@@ -282,6 +306,7 @@ class Maker {
     const char* const table_;
     const bool isByPath_;
     const std::string key_;
+    const ItemKind kind_;
     std::string columns_;
     std::string from_;
   };
@@ -295,10 +320,91 @@ class Maker {
     return quotedName(table) + "." + quotedName(column);
   }
 
-  std::string firstRows(const char* table, const std::string& keys, const std::string& condition,
-                        std::initializer_list<const char*> lists) const {
-    const std::string name = language_.table(table), where = condition.empty() ? "" : " where " + condition;
-    std::string all;
+  // ", ... as "not known"": the columns of each row that aren't known, each between bars. Empty for a table
+  // that no problem is about.
+  std::string unknownColumns(std::string_view name, ItemKind kind) const {
+    const std::size_t at = tableIndex(name);
+    if (at == tables().size()) return "";
+    const Table& table = tables()[at];
+    const auto row = [](std::string_view column) { return of("here", column); };
+    const auto problem = [](std::string_view column) { return of("problem", column); };
+    const bool isByPath = hasColumn(table, kPathColumn);
+    const std::string server = isByPath ? serverIn(row(kPathColumn)) : row(kServerColumn);
+    std::string where = language_.isPostgres ? problem("server_id") + " = " + row("server_id")
+                                             : problem(kServerColumn) + " = " + server + " collate nocase";
+    where +=
+        " and " + problem("Table") + " = '" + std::string(name) + "' and " + problem("Kind") + " = 'problem'";
+    if (kind != ItemKind::kNone) {
+      where += " and " + problem("Item") + " in ('', " +
+               row(kind == ItemKind::kSite ? kSiteColumn : kPoolColumn) + ") and (" + problem("Item") +
+               " = '' or " + problem("Item kind") + " = '" + std::string(wordFor(kind)) + "')";
+    }
+    const std::string node = "lower(" + problem("Node") + ")";
+    if (isByPath) {
+      where += " and (" + node + " = '' or " + node + " = lower(" + row(kPathColumn) + " || '/' || " +
+               row("Directory name") + "))";
+    } else if (name == kApplications) {
+      where += " and (" + mayBeApplication(node, row("Object type"), row("Object name")) + ")";
+    }
+    std::string cases;
+    if (name == kApplications) {
+      // The missing address shows as that of all addresses.
+      cases += " when " + problem("Number") + " = '" + std::string(kTooFewPieces) + "' then case when " +
+               row("TCP port") + " = '' then " + list({"IP address", "TCP port"}) + " else '' end";
+    } else if (name == kExtensions) {
+      cases += " when " + problem("Number") + " = '" + std::string(kTooFewPieces) + "' then ''";
+    }
+    std::vector<std::string> done;
+    for (const MadeOf& made : madeOf()) {
+      if (!made.table.empty() && made.table != name) continue;
+      if (std::none_of(made.columns.begin(), made.columns.end(),
+                       [&](std::string_view column) { return hasColumn(table, column); }) ||
+          std::find(done.begin(), done.end(), made.property) != done.end()) {
+        continue;
+      }
+      done.emplace_back(made.property);
+      cases += " when lower(" + problem("Property") + ") = '" + folded(made.property) + "' then " +
+               list(columnsOf(table, made.property));
+    }
+    const std::string whole = list(columnsOf(table, ""));
+    const std::string columns = cases.empty() ? whole : "case" + cases + " else " + whole + " end";
+    return ", (select " +
+           (language_.isPostgres ? "string_agg(" + columns + ", '')" : "group_concat(" + columns + ", '')") +
+           " from " + language_.table(kProblems) + " as problem where " + where + ") as " +
+           quotedName(kUnknown);
+  }
+
+  // Whether a row can be the web application at a node, in small letters. Only a directory has its name.
+  std::string mayBeApplication(const std::string& node, const std::string& type,
+                               const std::string& name) const {
+    const std::string below = "substr(" + node + ", " + position(node, "/w3svc/") + " + 7)";
+    const std::string depth = "length(" + below + ") - length(replace(" + below + ", '/', ''))";
+    const std::string end = "substr(" + node + ", length(" + node + ") - length(" + name + "))";
+    return position(node, "/w3svc/") + " = 0 or case " + type + " when 'Web site' then " + depth +
+           " <= 1 else " + depth + " >= 2 and " + end + " = '/' || lower(" + name + ") end";
+  }
+
+  static std::string list(const std::vector<std::string_view>& columns) {
+    std::string text = "|";
+    for (const std::string_view column : columns) text += std::string(column) + "|";
+    return "'" + text + "'";
+  }
+
+  // Null where a column isn't known.
+  std::string known(std::string_view table, std::string_view column, const std::string& value) const {
+    const std::size_t at = tableIndex(table);
+    if (at == tables().size()) return value;
+    const std::vector<std::string_view> columns = columnsOf(tables()[at], "");
+    if (std::find(columns.begin(), columns.end(), column) == columns.end()) return value;
+    return "case when " + position(of(table, kUnknown), "|" + std::string(column) + "|") +
+           " > 0 then null else " + value + " end";
+  }
+
+  std::string firstRows(const char* table, ItemKind kind, const std::string& keys,
+                        const std::string& condition, std::initializer_list<const char*> lists) const {
+    const std::string name = language_.table(table) + " as here",
+                      where = condition.empty() ? "" : " where " + condition;
+    std::string all = unknownColumns(table, kind);
     for (const char* column : lists) {
       const std::string value = "nullif(" + quotedName(column) + ", '')";
       all += (language_.isPostgres ? ", string_agg(" + value + ", ', ') over same"
@@ -313,29 +419,33 @@ class Maker {
     }
     // The other columns are those of the row with the least number ("Bare columns in an aggregate query").
     return "select *, min(row_order)" + all + " from (select rowid as row_order, * from " + name + where +
-           " order by rowid) group by " + keys;
+           " order by rowid) as here group by " + keys;
   }
 
   std::vector<std::string> pathColumns(const char* table) const {
     const std::string path = of(table, kPathColumn);
-    const std::string server = language_.isPostgres
-                                   ? "split_part(" + path + ", '/', 3)"
-                                   : "substr(" + path + ", 7, instr(substr(" + path + ", 7), '/') - 1)";
-    return {text(server) + " as server", number(of(table, kSiteColumn)) + " as site_identifier",
+    return {text(serverIn(path)) + " as server", number(of(table, kSiteColumn)) + " as site_identifier",
             text(path) + " as parent", text(of(table, "Directory name")) + " as name"};
   }
 
+  std::string serverIn(const std::string& path) const {
+    return language_.isPostgres ? "split_part(" + path + ", '/', 3)"
+                                : "substr(" + path + ", 7, instr(substr(" + path + ", 7), '/') - 1)";
+  }
+
   std::vector<std::string> accessColumns(const char* table) const {
-    return {granting(of(table, kAllColumn)) + " as grants_others",
-            of(table, "all " + std::string(kGrantedColumn)) + " as granted_addresses",
-            of(table, "all " + std::string(kDeniedColumn)) + " as denied_addresses"};
+    const auto all = [&](const char* column) {
+      return known(table, column, of(table, "all " + std::string(column)));
+    };
+    return {known(table, kAllColumn, granting(of(table, kAllColumn))) + " as grants_others",
+            all(kGrantedColumn) + " as granted_addresses", all(kDeniedColumn) + " as denied_addresses"};
   }
 
   static std::string granting(const std::string& value) {
     return "case " + value + " when 'Granted' then true when 'Denied' then false end";
   }
 
-  std::string position(const std::string& value, const char* what) const {
+  std::string position(const std::string& value, const std::string& what) const {
     return language_.isPostgres ? "strpos(" + value + ", '" + what + "')"
                                 : "instr(" + value + ", '" + what + "')";
   }

@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "inventory/inventory.h"
+#include "inventory/not_known.h"
 #include "inventory/postgres_connection.h"
 #include "sqlite/database.h"
 #include "tests/support/postgres.h"
@@ -232,6 +233,112 @@ TEST_F(Postgres, HasViewsOfPlainTypes) {
                   "where name = 'reportsPOOL'"),
             "06:00, 12:30, 23:45,30,f,4,t");
   EXPECT_EQ(asked("count(*), bool_and(published >= started), sum(rows)) from collection"), "2,t,241");
+}
+
+TEST_F(Postgres, HasNullInItsViewsForWhatIsNotKnownAndNowhereElse) {
+  const Arguments collect = {"collect",   kSamples + "/WEB01/MetaBase.xml", kSamples + "/LEGACY/MetaBase.xml",
+                             "--log-dir", folder_.folder("logs").string(),  "--database",
+                             file_};
+  run(collect, 1);
+  const char* const names[] = {"ftp_site", "ftp_directory", "ftp_access",
+                               "app_pool", "web_extension", "application"};
+  std::map<std::string, std::map<std::string, std::map<std::string, std::string>>> before;
+  const auto forEachCell = [&](const auto& handle) {
+    sqlite::Database file(file_, sqlite::Database::Mode::kReadOnly, {});
+    for (const std::string name : names) {
+      auto rows = file.prepare("select * from " + name);
+      for (int row = 0; rows.step(); ++row) {
+        std::string what = name;
+        for (int at = 0; at < rows.columnCount(); ++at) {
+          const std::string column(rows.columnName(at));
+          const std::string value(rows.text(at).value_or("-"));
+          if (column == "server" || column == "identifier" || column == "site_identifier" ||
+              (column == "name" && name != "ftp_site")) {
+            what += " " + value;
+          }
+          handle(what, name + std::to_string(row), column, value);
+        }
+      }
+    }
+  };
+  forEachCell([&](const std::string&, const std::string& row, const std::string& column,
+                  const std::string& value) { before[row][column]["value"] = value; });
+  const auto addProblem = [](const std::string& server, const std::string& table, const std::string& kind,
+                             const std::string& item, const std::string& node, const std::string& property,
+                             const std::string& number = "0x5E", const std::string& sort = "problem") {
+    return "insert into Problems (\"Server name\", Kind, \"Table\", \"Item kind\", Item, Node, Property, "
+           "Number, "
+           "Message) values ('" +
+           server + "','" + sort + "','" + table + "','" + kind + "','" + item + "','" + node + "','" +
+           property + "','" + number + "','why');";
+  };
+  const std::string root = "IIS://WEB01/MSFTPSVC/1/ROOT", web = "IIS://WEB01/W3SVC/";
+  sqlite::Database(file_, sqlite::Database::Mode::kReadWrite, {})
+      .execute(
+          addProblem("web01", "tblHomeDirectorySetting", "site", "1", root, "accesswrite") +
+          addProblem("WEB01", "tblDirectorySecuritySetting", "site", "3", "", "IPSecurity") +
+          addProblem("WEB01", "tblGeneral", "pool", "1", "", "") +
+          addProblem("WEB01", "tblFTPSiteInfo", "site", "12", "", "ServerComment") +
+          addProblem("WEB01", "tblvirtualDirectory", "site", "1", root + "/PUB/releases", "") +
+          addProblem("WEB01", "tblvirtualDirSecurity", "site", "1", root + "/closed", "IPSecurity") +
+          addProblem("WEB01", "tblHealth", "pool", "IdleSpare", "", "", "0x0", "note") +
+          addProblem("WEB01", "tblPerformance", "pool", "IdleSpare", "", "CPULimit") +
+          addProblem("WEB01", "tblAppliedObject", "pool", "Intranet Pool", web + "2/ROOT/Shop", "Path") +
+          addProblem("WEB01", "tblAppliedObject", "pool", "reportsPOOL", web + "4", "ServerBindings", "0x9") +
+          addProblem("WEB01", "tblWSExtension", "", "", "", "", "0x9") +
+          addProblem("LEGACY", "tblMessageSetting", "", "", "", ""));
+  Strings lost;
+  forEachCell([&](const std::string& what, const std::string& row, const std::string& column,
+                  const std::string& value) {
+    if (value != before[row][column]["value"]) {
+      EXPECT_EQ(value, "-");
+      lost.push_back(what + ": " + column);
+    }
+  });
+  const Strings sites = {"1", "4", "7"},
+                directory = {"content_source", "path", "may_read", "may_write", "logs_visits"},
+                access = {"grants_others", "is_granted", "address", "mask"};
+  Strings expected = {"ftp_site WEB01 1: may_write",
+                      "ftp_site WEB01 3: grants_others",
+                      "ftp_site WEB01 3: granted_addresses",
+                      "ftp_site WEB01 12: name",
+                      "ftp_directory WEB01 1 closed: grants_others",
+                      "ftp_access WEB01 1 closed: grants_others",
+                      "app_pool WEB01 IdleSpare: monitors_cpu",
+                      "app_pool WEB01 IdleSpare: cpu_percent",
+                      "application WEB01 shop: path"};
+  for (const std::string& site : sites) {
+    for (const char* message : {"welcome", "exit", "maximum_connections"})
+      expected.push_back("ftp_site LEGACY " + site + ": " + message + "_message");
+  }
+  for (const std::string& column : directory) expected.push_back("ftp_directory WEB01 1 releases: " + column);
+  for (const std::string& column : access) expected.push_back("ftp_access WEB01 3 -: " + column);
+  std::sort(expected.begin(), expected.end());
+  std::sort(lost.begin(), lost.end());
+  EXPECT_EQ(lost, expected);
+
+  // What the views are made of agrees.
+  const auto inventory = inventory::openForReading(file_, {});
+  const auto snapshot = inventory->snapshot();
+  const inventory::NotKnown notKnown = inventory::readNotKnown(*snapshot, {"Web01"});
+  std::map<std::string, std::size_t> cells;
+  for (std::size_t at = 0; at < inventory::tables().size(); ++at) {
+    snapshot->forEach(std::string(inventory::tables()[at].name), [&](std::span<const inventory::Cell> row) {
+      const auto unknown = notKnown.of(at, [&](std::size_t column) { return row[column]; });
+      for (std::size_t column = 0; column < row.size(); ++column) {
+        if (unknown.has(column)) ++cells[std::string(inventory::tables()[at].name)];
+      }
+    });
+  }
+  EXPECT_EQ(cells, (std::map<std::string, std::size_t>{{"tblAppliedObject", 1},
+                                                       {"tblDirectorySecuritySetting", 3},
+                                                       {"tblFTPSiteInfo", 1},
+                                                       {"tblHomeDirectorySetting", 1},
+                                                       {"tblPerformance", 2},
+                                                       {"tblvirtualDirSecurity", 3},
+                                                       {"tblvirtualDirectory", 5}}));
+  run({"copy", "--from", file_, "--to", fleet_});
+  for (const std::string name : names) EXPECT_EQ(view(fleet_, name), view(file_, name)) << name;
 }
 
 TEST_F(Postgres, TakesNamesOfEveryKind) {
