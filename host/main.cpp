@@ -5,16 +5,11 @@
 #include <clocale>
 #include <exception>
 #include <string>
-#include <variant>
 
 #include "automation/failure.h"
 #include "automation/text.h"
-#include "host/check.h"
-#include "host/collect.h"
-#include "host/copy.h"
 #include "host/options.h"
 #include "host/output.h"
-#include "host/show.h"
 #include "sqlite/database.h"
 
 namespace host {
@@ -30,17 +25,7 @@ int run(int argumentCount, const char* const* arguments) {
   }
   Output output;
   try {
-    const Options options = parseCommandLine(argumentCount, arguments);
-    if (const auto* toCollect = std::get_if<CollectOptions>(&options)) return collect(*toCollect, output);
-    if (const auto* toCheck = std::get_if<CheckOptions>(&options)) return check(*toCheck, output);
-    if (const auto* toCopy = std::get_if<CopyOptions>(&options)) return copy(*toCopy, output);
-    if (const auto* toShow = std::get_if<ShowOptions>(&options)) {
-      show(*toShow, output);
-    } else {
-      output.write(std::get<HelpOptions>(options).text);
-      output.flush();
-    }
-    return 0;
+    return parseCommandLine(argumentCount, arguments)(output);
   } catch (const OutputClosed&) {
     return 0;
   } catch (const automation::Failure& failure) {

@@ -3,11 +3,12 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
-#include <variant>
 #include <vector>
 
+#include "host/output.h"
 #include "host/sections.h"
 #include "inventory/inventory.h"
 
@@ -52,15 +53,8 @@ struct CheckOptions {
   std::uint64_t maxSize = 0;
 };
 
-// A text that was asked for, and nothing else to do.
-struct HelpOptions {
-  std::string text;
-};
-
-using Options = std::variant<CollectOptions, ShowOptions, CopyOptions, CheckOptions, HelpOptions>;
-
-// Reads the command line. Throws UsageError.
-Options parseCommandLine(int argumentCount, const char* const* arguments);
+// Reads the command line and gives what is to be done. Throws UsageError.
+std::function<int(Output&)> parseCommandLine(int argumentCount, const char* const* arguments);
 
 // The help of the program as a whole.
 std::string programHelp();

@@ -82,7 +82,9 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
   const std::string here = path("new.db");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{}, "--help"},
-      {{"gather"}, "there is no command 'gather'"},
+      {{"gather"}, "there is no command 'gather'; there are: collect, "},
+      {{"colect"}, "did you mean 'collect'?"},
+      {{"collect", "--databse", here}, "there is no option '--databse'; did you mean '--database'?"},
       {{"collect", "--database", here}, "METABASE is required"},
       {{"collect", kWeb01}, "--database is required"},
       {{"collect", kWeb01, "--database", path("no/such.db")}, "it doesn't exist"},
@@ -113,8 +115,12 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
     EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
     EXPECT_FALSE(fs::exists(here));
   }
-  EXPECT_EQ(run({"--help"}).status, 0);
-  EXPECT_NE(run({"collect", "--help"}).out.find("Examples:"), std::string::npos);
+  for (const char* command : {"", "collect", "check", "show", "copy"}) {
+    const Result help = *command == '\0' ? run({"--help"}) : run({command, "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("Example"), std::string::npos);
+    for (const std::string& line : lines(help.out)) EXPECT_LT(line.size(), 80U) << line;
+  }
   EXPECT_TRUE(run({"--version"}).out.starts_with("iisinventory "));
 }
 

@@ -1,0 +1,110 @@
+#include "host/commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include "automation/text.h"
+#include "host/paths.h"
+#include "inventory/names.h"
+
+namespace host {
+namespace {
+
+constexpr double kLongestWait = 1e6;
+
+bool isUtf8(const std::string& text) {
+  return automation::toUtf8(automation::fromUtf8(text)) == text;
+}
+
+}  // namespace
+
+std::string RawDatabase::name() const {
+  if (database.empty()) throw UsageError("--database is required");
+  return databaseName("--database", database);
+}
+
+inventory::Access RawDatabase::access() const {
+  if (!isUtf8(schema)) throw UsageError("--schema: the name is not UTF-8");
+  if (!(wait >= 0)) throw UsageError("--wait: it is no number of seconds");
+  return {std::chrono::milliseconds(static_cast<std::int64_t>(wait * 1000)), force, schema};
+}
+
+void addDatabase(CLI::App& command, RawDatabase& raw) {
+  command.add_option("-d,--database", raw.database, "Database: a file or a server's address")
+      ->type_name("DATABASE");
+  addSchema(command, raw);
+  addWait(command, raw);
+}
+
+void addSchema(CLI::App& command, RawDatabase& raw) {
+  command.add_option("--schema", raw.schema, "Schema of the tables on a server (iis_inventory)")
+      ->type_name("NAME");
+}
+
+void addWait(CLI::App& command, RawDatabase& raw) {
+  command.add_option("--wait", raw.wait, "How long to wait for others (default: 5)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, kLongestWait).description(""));
+}
+
+void addForce(CLI::App& command, RawDatabase& raw) {
+  command.add_flag("--force", raw.force, "Also beside tables of somebody else");
+}
+
+void addMaxSize(CLI::App& command, std::uint64_t& size) {
+  constexpr std::uint64_t kUsual = 1ULL << 30;
+  size = kUsual;
+  const CLI::Validator positive(
+      [](const std::string& text) {
+        return text == "0" || text.starts_with('-') ? "it must be greater than 0" : std::string();
+      },
+      "");
+  command.add_option("--max-size", size, "Largest from an archive or a pipe (default: 1GiB)")
+      ->type_name("SIZE")
+      ->transform(CLI::AsSizeValue(false).description(""))
+      // The last one is asked first: the others would take "-1" for a very large number.
+      ->transform(positive)
+      ->check(positive);
+}
+
+void addFormat(CLI::App& command, std::string& format) {
+  format = "table";
+  command.add_option("-f,--format", format, "table, csv or json (default: table)")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"table", "csv", "json"}, CLI::ignore_case).description(""));
+}
+
+Format formatOf(const std::string& format) {
+  if (inventory::sameName(format, "csv")) return Format::kCsv;
+  if (inventory::sameName(format, "json")) return Format::kJson;
+  return Format::kTable;
+}
+
+void addList(CLI::App& command, const char* option, std::vector<std::string>& values, const char* type,
+             const char* what) {
+  command.add_option(option, values, what)
+      ->type_name(type)
+      ->expected(1)
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
+      ->allow_extra_args(false);
+}
+
+std::string databaseName(const std::string& option, const std::string& database) {
+  if (!inventory::isOnServer(database)) return wholePath(option, database).string();
+  if (!isUtf8(database)) throw UsageError(option + ": the address is not UTF-8");
+  static_cast<void>(inventory::shownName(database));
+  return database;
+}
+
+std::filesystem::path wholePath(const std::string& option, const std::string& path) {
+  if (path.empty()) throw UsageError(option + ": the path is empty");
+  if (!isUtf8(path)) throw UsageError(option + " '" + path + "': the path is not UTF-8");
+  return absolutePath(path);
+}
+
+void refuseEmpty(const char* option, const std::vector<std::string>& values) {
+  for (const std::string& value : values) {
+    if (value.empty()) throw UsageError(std::string(option) + ": the value is empty");
+  }
+}
+
+}  // namespace host
