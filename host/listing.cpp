@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <limits>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <string_view>
 #include <utility>
 
 #include "automation/text.h"
+#include "host/color.h"
+#include "host/problem_groups.h"
 #include "host/terminal_text.h"
 
 namespace host {
@@ -18,6 +20,7 @@ namespace {
 constexpr std::string_view kNotWritten = "-";
 constexpr std::string_view kGap = "  ";
 constexpr std::size_t kLeastForValues = 22;
+constexpr std::size_t kLeastColumn = 8;
 constexpr std::size_t kNarrowIndent = 2;
 
 std::string shown(const Value& value) {
@@ -40,16 +43,35 @@ std::vector<std::size_t> columnWidths(const Listing& listing) {
   return widths;
 }
 
-// Beside each other: a line for each row.
+std::size_t lineWidth(const std::vector<std::size_t>& widths) {
+  return std::accumulate(widths.begin(), widths.end(),
+                         widths.empty() ? std::size_t{0} : (widths.size() - 1) * kGap.size());
+}
+
+// Takes from the widest columns until a line fits, and then whole columns from the end.
+void narrow(std::vector<std::size_t>& widths, std::size_t room) {
+  std::size_t whole = lineWidth(widths);
+  while (whole > room) {
+    const auto widest = std::max_element(widths.begin(), widths.end());
+    if (widest == widths.end() || *widest <= kLeastColumn) break;
+    --*widest;
+    --whole;
+  }
+  while (widths.size() > 1 && lineWidth(widths) > room) widths.pop_back();
+  if (!widths.empty()) widths.front() = std::min(widths.front(), room);
+}
+
+// Beside each other: a line for each row, with as many columns as there are widths.
 void printLines(const Listing& listing, const std::vector<std::size_t>& widths, Output& output) {
   const auto printLine = [&](const std::function<std::string(std::size_t)>& cell) {
-    std::string line;
+    std::string line, gap;
     for (std::size_t at = 0; at < widths.size(); ++at) {
-      if (at > 0) line += kGap;
-      const std::string text = cell(at);
+      const std::string text = cutToWidth(cell(at), widths[at]);
       const std::size_t width = displayWidth(text);
       const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
-      line += listing.columns[at].isNumber ? fill + text : text + fill;
+      const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, STDOUT_FILENO) : text;
+      line += gap + (listing.columns[at].isNumber ? fill + shown : shown);
+      gap = (listing.columns[at].isNumber ? "" : fill) + std::string(kGap);
     }
     line.erase(line.find_last_not_of(' ') + 1);
     output.write(line + "\n");
@@ -108,24 +130,31 @@ void printBlocks(const Listing& listing, std::size_t width, Output& output) {
   });
 }
 
-void printTable(const Listing& listing, Output& output) {
-  const std::vector<std::size_t> widths = columnWidths(listing);
+void printTable(const Listing& listing, const PrintOptions& options, Output& output) {
   const bool onTerminal = ::isatty(STDOUT_FILENO) != 0;
-  const std::size_t room =
-      onTerminal ? terminalColumns(STDOUT_FILENO) : std::numeric_limits<std::size_t>::max();
-  std::size_t whole = widths.empty() ? 0 : (widths.size() - 1) * kGap.size();
-  for (const std::size_t width : widths) whole += width;
-  if (whole <= room) {
-    printLines(listing, widths, output);
-  } else {
-    printBlocks(listing, room, output);
+  const std::size_t room = terminalColumns(STDOUT_FILENO);
+  if (options.inBlocks) return printBlocks(listing, room, output);
+  std::vector<std::size_t> widths = columnWidths(listing);
+  const std::size_t columns = widths.size();
+  const bool isCut = onTerminal && !options.isWide && lineWidth(widths) > room;
+  if (isCut) narrow(widths, room);
+  printLines(listing, widths, output);
+  if (!isCut) return;
+  std::string missing;
+  if (widths.size() < columns) {
+    missing =
+        counted(static_cast<std::int64_t>(columns - widths.size()), "column", "columns") + " left out; ";
   }
+  output.write(cutToWidth("(cut: " + missing + "--wide shows all, --blocks below each other)", room) + "\n");
 }
 
-void printCsv(const Listing& listing, Output& output) {
-  const auto printField = [&](std::size_t at, std::string_view text) {
+void printCsv(const Listing& listing, bool hasMark, Output& output) {
+  const bool onTerminal = ::isatty(STDOUT_FILENO) != 0;
+  if (hasMark) output.write("\uFEFF");
+  const auto printField = [&](std::size_t at, std::string_view field) {
+    const std::string text = onTerminal ? harmless(field) : std::string(field);
     if (at > 0) output.write(",");
-    if (text.find_first_of("\",\r\n") == std::string_view::npos) return output.write(text);
+    if (text.find_first_of("\",\r\n") == std::string::npos) return output.write(text);
     std::string quoted = "\"";
     for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
     output.write(quoted + "\"");
@@ -136,6 +165,25 @@ void printCsv(const Listing& listing, Output& output) {
     for (std::size_t at = 0; at < row.size(); ++at) printField(at, row[at] ? *row[at] : std::string_view());
     output.write("\r\n");
   });
+}
+
+// A JSON text in which what a terminal would act on is escaped, and the rest as it is.
+std::string escaped(const std::string& text) {
+  if (harmless(text) == text) return text;
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t begin = at;
+    const char32_t point = automation::nextPoint(text, at);
+    const std::string character = text.substr(begin, at - begin);
+    if (harmless(character) == character) {
+      result += character;
+    } else {
+      constexpr char kDigits[] = "0123456789abcdef";
+      result += "\\u";
+      for (unsigned shift = 16; shift > 0;) result += kDigits[point >> (shift -= 4) & 0xFU];
+    }
+  }
+  return result;
 }
 
 void printJson(const Listing& listing, Output& output) {
@@ -153,7 +201,7 @@ void printJson(const Listing& listing, Output& output) {
       if (column.isNumber ? value.is_number() : value.is_object()) member = std::move(value);
     }
     output.write(first ? "\n  " : ",\n  ");
-    output.write(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace));
+    output.write(escaped(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)));
     first = false;
   });
   output.write(first ? "]\n" : "\n]\n");
@@ -161,12 +209,12 @@ void printJson(const Listing& listing, Output& output) {
 
 }  // namespace
 
-void print(const Listing& listing, Format format, Output& output) {
-  switch (format) {
+void print(const Listing& listing, const PrintOptions& options, Output& output) {
+  switch (options.format) {
     case Format::kTable:
-      return printTable(listing, output);
+      return printTable(listing, options, output);
     case Format::kCsv:
-      return printCsv(listing, output);
+      return printCsv(listing, options.hasMark, output);
     case Format::kJson:
       return printJson(listing, output);
   }

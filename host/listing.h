@@ -4,6 +4,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "host/options.h"
@@ -26,12 +27,24 @@ struct Listing {
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
 };
 
+// What a reader isn't told of a value that isn't known.
+inline constexpr std::string_view kNotKnownText = "not known";
+
+// How a listing is printed. The last three are for terminals, or for those who open a file in a spreadsheet.
+struct PrintOptions {
+  Format format = Format::kTable;
+  bool isWide = false;    // lines as long as their row
+  bool inBlocks = false;  // columns below each other
+  bool hasMark = false;   // a byte order mark ahead of CSV
+};
+
 // Prints a listing row by row, so that memory doesn't grow with it.
 //
 // kTable goes through the rows twice, the first time for the widths. On a terminal where they don't fit
-// beside each other the columns stand below each other; elsewhere nothing is broken. A value that wasn't
-// written shows as "-". kCsv is that of RFC 4180, with an empty field for it, kJson an array of objects, with
-// a null; numbers and JSON values are there what they are, and texts where they are none.
-void print(const Listing& listing, Format format, Output& output);
+// beside each other the widest are cut; elsewhere nothing is. A value that wasn't written shows as "-". kCsv
+// is that of RFC 4180, with an empty field for it, kJson an array of objects, with a null; numbers and JSON
+// values are there what they are, and texts where they are none. What a terminal would act on is visible in a
+// table and on a terminal, and escaped in JSON.
+void print(const Listing& listing, const PrintOptions& options, Output& output);
 
 }  // namespace host

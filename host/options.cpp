@@ -3,8 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <string_view>
 
+#include "host/color.h"
 #include "host/commands.h"
 #include "host/nearest.h"
+#include "inventory/names.h"
 
 namespace host {
 namespace {
@@ -15,7 +17,7 @@ constexpr const char* kProgramFooter =
     "  iisinventory show --database inventory.db\n"
     "  iisinventory show tblGeneral --database inventory.db --format csv\n"
     "\n"
-    "'iisinventory collect --help' and 'iisinventory show --help' tell more.";
+    "'iisinventory COMMAND --help' tells more of each command.";
 
 constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect, addCheck, addShow, addCopy};
 
@@ -24,8 +26,12 @@ class Parser {
   Parser() {
     program_.set_version_flag("--version", "iisinventory " IISINVENTORY_VERSION);
     program_.require_subcommand(1);
+    program_.add_option("--color", color_, "Colour for problems and findings (default: auto)")
+        ->type_name("auto|always|never")
+        ->check(CLI::IsMember({"auto", "always", "never"}, CLI::ignore_case).description(""));
     program_.footer(kProgramFooter);
     for (const auto add : kCommands) add(program_, work_);
+    for (CLI::App* const command : program_.get_subcommands({})) command->fallthrough();
   }
 
   Work parse(int argumentCount, const char* const* arguments) {
@@ -39,7 +45,7 @@ class Parser {
     } catch (const CLI::CallForVersion&) {
       return printing(program_.version() + "\n");
     } catch (const CLI::ExtrasError& error) {
-      failOn(error, command().remaining());
+      failOn(error, program_.remaining(true));
     } catch (const CLI::Error& error) {
       if (&command() == &program_ && arguments[1][0] != '-') failOnCommand(arguments[1]);
       if (&command() == &program_) throw UsageError("no command is named" + seeHelp());
@@ -47,6 +53,9 @@ class Parser {
     } catch (const UsageError& error) {
       throw UsageError(error.what() + seeHelp());
     }
+    useColor(inventory::sameName(color_, "always")  ? ColorUse::kAlways
+             : inventory::sameName(color_, "never") ? ColorUse::kNever
+                                                    : ColorUse::kAuto);
     return std::move(work_);
   }
 
@@ -93,6 +102,7 @@ class Parser {
 
   CLI::App program_{"Takes stock of IIS 6 servers: from their MetaBase.xml files to one database.",
                     "iisinventory"};
+  std::string color_ = "auto";
   Work work_;
 };
 

@@ -34,11 +34,27 @@ struct CollectOptions {
 
 enum class Format { kTable, kCsv, kJson };
 
+// Rows whose value in a column is, isn't or contains a text.
+struct Condition {
+  enum class Kind { kIs, kIsNot, kContains };
+  std::string column;
+  Kind kind = Kind::kIs;
+  std::string text;
+};
+
 struct ShowOptions {
-  std::string table;  // empty for the list of tables
+  std::vector<std::string> tables;  // or tabs; empty for the list of tables
   std::string database;
   inventory::Access access;
+  std::vector<std::string> servers;  // all where none is named
+  std::vector<std::string> columns;  // all where none is named
+  std::vector<Condition> conditions;
+  std::string sort;  // the column to sort by; empty for the order of publication
+  bool isReversed = false;
   Format format = Format::kTable;
+  bool isWide = false;
+  bool inBlocks = false;
+  bool hasMark = false;
 };
 
 struct CopyOptions {

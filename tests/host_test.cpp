@@ -206,18 +206,72 @@ TEST_F(Host, ShowsHostileTextHarmlessly) {
   EXPECT_EQ(table.find("\u202E"), std::string::npos);
   EXPECT_EQ(lines(table).size(), 3U);
   EXPECT_NE(run({"show", "tblIdentity", "--database", database_, "--format", "csv"})
-                .out.find("\r\n,,,\"\x1b[2J\r\n\u202E,\"\"\xFF\x9B\"\r\n"),
+                .out.find("\r\n,,,\"\x1b[2J\r\n\u202E,\"\"\xFF\x9B\",\r\n"),
             std::string::npos);
   EXPECT_EQ(rows("tblIdentity")[0]["Security account"], "\x1b[2J\r\n\u202E,\"\uFFFD\uFFFD");
 }
 
 TEST_F(Host, KeepsToTheTerminalsWidth) {
   ASSERT_EQ(collect({kWeb01}).status, 0);
-  for (const std::string table : {"", "tblPerformance", "tblMessageSetting", "tblExtendedLogSetting"}) {
-    const Result shown = runOnTerminal(80, {"show", table, "--database", database_});
-    EXPECT_EQ(shown.status, 0);
-    EXPECT_GE(lines(shown.out).size(), 18U);
-    for (const std::string& line : lines(shown.out)) EXPECT_LE(columns(line), 80U) << line;
+  for (const std::string form : {"", "--blocks"}) {
+    for (const std::string table : {"Performance", "Message", "tblExtendedLogSetting"}) {
+      std::vector<std::string> arguments = {"show", table, "--database", database_};
+      if (!form.empty()) arguments.push_back(form);
+      const Result shown = runOnTerminal(80, arguments);
+      EXPECT_EQ(shown.status, 0);
+      EXPECT_GE(lines(shown.out).size(), form.empty() ? 9U : 18U);
+      for (const std::string& line : lines(shown.out)) EXPECT_LE(columns(line), 80U) << line;
+      // A heading, a line for each row, and word of the cut.
+      if (!form.empty()) continue;
+      EXPECT_EQ(lines(shown.out).size(), table == "Performance" ? 2U + 6U + 1U : 2U + 12U + 1U) << shown.out;
+    }
+  }
+  const Result wide = runOnTerminal(80, {"show", "Performance", "--wide", "--database", database_});
+  EXPECT_GT(columns(lines(wide.out)[0]), 80U);
+}
+
+TEST_F(Host, ShowsWhatIsAskedForAndWhatIsNotKnown) {
+  ASSERT_EQ(collect({kWeb01, kLegacy}).status, 1);
+  const auto shown = [&](std::vector<std::string> arguments, int status = 0) {
+    arguments.insert(arguments.begin(), "show");
+    arguments.insert(arguments.end(), {"--database", database_});
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, status) << result.err;
+    return result.out + result.err;
+  };
+  const auto numbers = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.end(), {"--columns", "identifier", "--format", "csv"});
+    std::string all;
+    for (const std::string& line : lines(shown(arguments))) all += line.substr(0, line.find(',')) + " ";
+    return all;
+  };
+  EXPECT_EQ(numbers({"tblFTPSiteInfo", "--sort", "Identifier", "--reverse", "--server", "web01", "--where",
+                     "FTP site name~s", "--where", "Identifier!=2"}),
+            "Identifier 1001 21 11 4 3 1 ");
+  EXPECT_EQ(numbers({"tblGeneral", "--where", "state=RUNNING", "--server", "LEGACY"}), "Identifier 1 4 ");
+  // A table hides what a failed step has left; the other formats tell of it.
+  const std::vector<std::string> directory = {"Virtual Directories", "--where", "Directory name=private"};
+  const std::string table = shown(directory);
+  EXPECT_NE(table.find("\ntblvirtualDirSecurity\n"), std::string::npos);
+  EXPECT_NE(table.find("private         1           not known"), std::string::npos) << table;
+  EXPECT_EQ(table.find("Denied  "), std::string::npos) << table;
+  const json row = json::parse(
+      shown({"tblvirtualDirSecurity", "--where", "Directory name=private", "--format", "json"}))[0];
+  EXPECT_EQ(row["All computer access"], "Denied");
+  EXPECT_TRUE(std::string(row["Not known"]).starts_with("All computer access; Granted IP"));
+  EXPECT_EQ(json::parse(shown({"Virtual Directories", "--format", "json"}))["tblvirtualDirectory"].size(),
+            23U);
+  EXPECT_TRUE(shown({"Health", "--format", "csv", "--bom"}).starts_with("\uFEFFServer name,"));
+  const std::pair<std::vector<std::string>, const char*> wrong[] = {
+      {{"Helth"}, "did you mean 'Health'?"},
+      {{"Health", "--where", "Enable pinging"}, "COLUMN~TEXT"},
+      {{"Health", "--columns", "Servername"}, "did you mean 'Server name'?"},
+      {{"Health", "--server", "WEB02"}, "did you mean 'WEB01'?"},
+      {{"Health", "Identity", "--format", "csv"}, "one table at a time"},
+      {{"--sort", "Rows"}, "need a table"}};
+  for (const auto& [arguments, words] : wrong) {
+    const std::string told = shown(arguments, 2);
+    EXPECT_NE(told.find(words), std::string::npos) << told;
   }
 }
 

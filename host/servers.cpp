@@ -1,0 +1,36 @@
+#include "host/servers.h"
+
+#include <algorithm>
+
+#include "host/nearest.h"
+#include "host/options.h"
+#include "inventory/names.h"
+
+namespace host {
+
+std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std::vector<std::string>& names) {
+  std::vector<std::string> there = snapshot.servers();
+  const auto is = [](const std::string& server) {
+    return [&server](const std::string& name) { return inventory::sameName(name, server); };
+  };
+  for (const std::string& name : names) {
+    if (std::ranges::any_of(there, is(name))) continue;
+    throw UsageError("there is no server '" + name + "' in the database" + didYouMean(name, there));
+  }
+  if (names.empty()) return there;
+  std::erase_if(there, [&](const std::string& server) { return std::ranges::none_of(names, is(server)); });
+  return there;
+}
+
+std::string chosenServer(inventory::Snapshot& snapshot, const std::string& name) {
+  if (!name.empty()) return chosenServers(snapshot, {name}).front();
+  const std::vector<std::string> there = snapshot.servers();
+  if (there.empty()) throw UsageError("there is no server in the database");
+  if (there.size() > 1) {
+    throw UsageError("there are " + std::to_string(there.size()) +
+                     " servers in the database; --server says which one is meant");
+  }
+  return there.front();
+}
+
+}  // namespace host
