@@ -23,6 +23,7 @@ using Work = std::function<int(Output&)>;
 void addCollect(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 void addShow(CLI::App& program, Work& work);
+void addDiff(CLI::App& program, Work& work);
 void addCopy(CLI::App& program, Work& work);
 
 // What several commands have. A value is what the command line says, before it is made sense of.

@@ -19,7 +19,7 @@ constexpr const char* kProgramFooter =
     "\n"
     "'iisinventory COMMAND --help' tells more of each command.";
 
-constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect, addCheck, addShow, addCopy};
+constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect, addCheck, addShow, addDiff, addCopy};
 
 class Parser {
  public:

@@ -64,6 +64,16 @@ struct CopyOptions {
   inventory::Access access;          // of both
 };
 
+struct DiffOptions {
+  std::string old;
+  std::string other;                 // the same database where two of its servers are compared
+  inventory::Access access;          // of both
+  std::string server;                // empty for every one
+  std::string against;               // another one, in the same database
+  std::vector<std::string> ignored;  // columns
+  Format format = Format::kTable;
+};
+
 struct CheckOptions {
   std::vector<std::string> metabases;  // as given
   std::uint64_t maxSize = 0;

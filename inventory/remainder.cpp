@@ -64,6 +64,19 @@ void Remainder::subtract(const Scope& scope) {
   });
 }
 
+bool Remainder::covers(std::string_view table, ItemKind kind, std::string_view item) const {
+  return std::any_of(parts_.begin(), parts_.end(), [&](const Part& part) {
+    if (part.table != table || part.kind != kind) return false;
+    if (item.empty()) return part.everyItem && part.items.empty();
+    return part.everyItem != part.items.contains(folded(item));
+  });
+}
+
+bool Remainder::coversSome(std::string_view table, ItemKind kind) const {
+  return std::any_of(parts_.begin(), parts_.end(),
+                     [&](const Part& part) { return part.table == table && part.kind == kind; });
+}
+
 // Takes the replaced items out of a part, and tells whether nothing of it is left.
 bool Remainder::isReplaced(Part& part, const TableScope& scope) {
   if (scope.everyItem) return true;

@@ -46,6 +46,11 @@ class Remainder {
   // Takes out what a publication of this scope replaces.
   void subtract(const Scope& scope);
 
+  // Whether it has the rows of a kind in a table: those of an item, or of every one where that is empty.
+  bool covers(std::string_view table, ItemKind kind, std::string_view item) const;
+
+  bool coversSome(std::string_view table, ItemKind kind) const;
+
   bool isEmpty() const { return parts_.empty(); }
 
  private:

@@ -1,0 +1,170 @@
+// What two states of a server, or two servers, are told to differ in.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "inventory/tables.h"
+#include "sqlite/database.h"
+#include "tests/support/collection.h"
+#include "tests/support/process.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using sqlite::Database;
+using sqlite::quotedName;
+using test::Arguments;
+
+const std::string kWeb01 = SAMPLES_DIRECTORY "/WEB01/MetaBase.xml";
+const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
+
+class Diff : public testing::Test {
+ protected:
+  void collect(const std::string& database, Arguments arguments) const {
+    arguments.insert(arguments.begin(), "collect");
+    arguments.insert(arguments.end(), {"--database", database, "--quiet"});
+    EXPECT_LT(test::run(folder_, arguments).status, 2);
+  }
+
+  // A copy of the old database in which something was done.
+  void change(const std::string& sql) const {
+    fs::copy_file(old_, new_, fs::copy_options::overwrite_existing);
+    Database(new_, Database::Mode::kReadWrite, {}).execute(sql);
+  }
+
+  // What is told, as "thing name | table | column | old | new | result".
+  std::vector<std::string> told(Arguments arguments, int status) const {
+    arguments.insert(arguments.begin(), "diff");
+    arguments.insert(arguments.end(), {"--format", "json"});
+    const test::Result result = test::run(folder_, arguments);
+    EXPECT_EQ(result.status, status) << result.out << result.err;
+    std::vector<std::string> all;
+    if (result.status == 2) return {result.err};
+    const auto text = [](const json& value) { return value.is_null() ? "-" : value.get<std::string>(); };
+    for (const json& row : json::parse(result.out)) {
+      all.push_back(text(row["Thing"]) + " " + text(row["Name"]) + " | " + text(row["Table"]) + " | " +
+                    text(row["Column"]) + " | " + text(row["Old"]) + " | " + text(row["New"]) + " | " +
+                    text(row["Result"]));
+    }
+    return all;
+  }
+  std::vector<std::string> told(int status) const { return told({old_, new_}, status); }
+
+  const test::Folder folder_;
+  const std::string old_ = (folder_ / "old.db").string(), new_ = (folder_ / "new.db").string();
+};
+
+TEST_F(Diff, OfOneStateIsNothingInWhateverOrderItStands) {
+  collect(old_, {kWeb01});
+  EXPECT_EQ(told({old_, old_}, 0), std::vector<std::string>());
+  std::string sql;
+  for (const inventory::Table& table : inventory::tables()) {
+    const std::string name = quotedName(table.name);
+    sql += "create temp table kept as select * from " + name + " order by rowid desc;delete from " + name +
+           ";insert into " + name + " select * from kept;drop table kept;";
+  }
+  change(sql);
+  EXPECT_EQ(told(0), std::vector<std::string>());
+}
+
+TEST_F(Diff, TellsAChangeInEachColumnOfEachTable) {
+  collect(old_, {kWeb01});
+  for (const inventory::Table& table : inventory::tables()) {
+    const std::string row = " where rowid = (select max(rowid) from " + quotedName(table.name) + ")";
+    for (const std::string_view column : table.columns) {
+      SCOPED_TRACE(std::string(table.name) + ", " + std::string(column));
+      // What names a thing elsewhere makes another thing of it.
+      const bool isName = column == "Server name" || column == "FTP site name" || column == "Identifier" ||
+                          column == "IISPath" || column == "Directory name" ||
+                          column == "Application pool name" || column == "Web service extension";
+      if (isName) continue;
+      change("update " + quotedName(table.name) + " set " + quotedName(column) + " = 'changed'" + row);
+      const std::vector<std::string> all = told(1);
+      // One of several values is another one.
+      ASSERT_TRUE(all.size() == 1 || all.size() == 2);
+      for (const std::string& one : all) {
+        EXPECT_NE(one.find("| " + std::string(table.name) + " |"), std::string::npos) << one;
+        EXPECT_NE(one.find(column), std::string::npos) << one;
+      }
+      EXPECT_NE(all.back().find("changed"), std::string::npos) << all.back();
+      EXPECT_EQ(told({old_, new_, "--ignore", std::string(column)}, 0).size(), 0U);
+    }
+  }
+}
+
+TEST_F(Diff, TellsWhatIsOnOneSideAloneAndHowOften) {
+  collect(old_, {kWeb01, kLegacy});
+  change(
+      "delete from tblFTPSiteInfo where Identifier = '21'; delete from tblGeneral where Identifier = '21';"
+      "insert into tblWProcessRecycling select * from tblWProcessRecycling where \"Scheduled recycle at\" = "
+      "'06:00';"
+      "insert into tblWSExtension values ('WEB01', 'NEW', 'a', 'Allowed', 'b', 'Allowed');"
+      "update tblWSExtension set \"File access\" = case \"File access\" when 'Allowed' then 'Prohibited' "
+      "else "
+      "'Allowed' end where \"Web service extension\" = 'OSTGATE' and \"Required files path\" like "
+      "'%sign.dll';"
+      "delete from tblAppliedObject where \"Object name\" = 'HR';"
+      "delete from tblHealth where \"Application pool name\" = 'IdleSpare';");
+  for (const char* table : {"tblLogFileSetting", "tblExtendedLogSetting", "tblSecurityAccounts",
+                            "tblMessageSetting", "tblHomeDirectorySetting", "tblDirectorySecuritySetting"}) {
+    Database(new_, Database::Mode::kReadWrite, {})
+        .execute("delete from " + std::string(table) + " where Identifier = '21'");
+  }
+  EXPECT_EQ(
+      told({old_, new_, "--server", "WEB01"}, 1),
+      (std::vector<std::string>{
+          "site 21 (Backup & restore <night>) |  |  | - | - | only in old",
+          "pool reportsPOOL | tblWProcessRecycling | Scheduled recycle at | - | 06:00 | only in new",
+          "pool Batch Pool | tblAppliedObject | Object name, Object type, IP address, TCP port, State, Local "
+          "path | HR, Virtual directory, -, -, -, \\\\FILE01\\web$\\hr | - | only in old",
+          "pool IdleSpare | tblHealth |  | - | - | only in old",
+          "extension OSTGATE (Order gateway) | tblWSExtension | Required files path, File access | "
+          "D:\\Ostrelle\\Gate\\gatesign.dll, Allowed | - | only in old",
+          "extension OSTGATE (Order gateway) | tblWSExtension | Required files path, File access | - | "
+          "D:\\Ostrelle\\Gate\\gatesign.dll, Prohibited | only in new",
+          "extension NEW (a) |  |  | - | - | only in new"}));
+}
+
+TEST_F(Diff, TakesNothingForADifferenceThatIsNotKnown) {
+  collect(old_, {kWeb01, kLegacy});
+  // The other way round what couldn't be read can.
+  change(
+      "delete from Problems where \"Table\" = 'tblvirtualDirSecurity'; update tblvirtualDirSecurity set "
+      "\"All "
+      "computer access\" = 'Granted' where \"Directory name\" = 'private'");
+  EXPECT_EQ(told(0),
+            (std::vector<std::string>{
+                "site 4 (Mirror) | tblHomeDirectorySetting |  | - | - | not known",
+                "directory /MSFTPSVC/1/ROOT/private | tblvirtualDirSecurity |  | - | - | not known"}));
+  fs::remove(new_);
+  collect(new_, {kWeb01, "--only", "Health", "--only", "Message", "--site", "3"});
+  const std::vector<std::string> part = told({old_, new_, "--server", "web01"}, 0);
+  for (const std::string& one : part) EXPECT_TRUE(one.ends_with("| not known")) << one;
+  EXPECT_EQ(part.front(), "site  | tblGeneral |  | - | not collected | not known");
+}
+
+TEST_F(Diff, ComparesServersThatShouldBeAlike) {
+  std::string text = test::contents(kWeb01);
+  for (std::size_t at = 0; (at = text.find("WEB01", at)) != std::string::npos;) text.replace(at, 5, "TWIN2");
+  collect(old_, {kWeb01, "TWIN2=" + folder_.file("twin.xml", text), kLegacy});
+  EXPECT_EQ(told({old_, "--server", "WEB01", "--against", "twin2"}, 0), std::vector<std::string>());
+  EXPECT_FALSE(told({old_, "--server", "WEB01", "--against", "LEGACY"}, 1).empty());
+  const std::pair<Arguments, const char*> wrong[] = {
+      {{old_}, "two databases"},
+      {{old_, old_, "--against", "TWIN2", "--server", "WEB01"}, "of one database"},
+      {{old_, "--server", "WEB01", "--against", "TWIN"}, "did you mean 'TWIN2'?"},
+      {{old_, old_, "--server", "WEB02"}, "there is no server 'WEB02'"},
+      {{old_, old_, "--ignore", "Stat"}, "did you mean 'State'?"},
+      {{old_, new_}, "there is no such file"}};
+  for (const auto& [arguments, words] : wrong) {
+    EXPECT_NE(told(arguments, 2).front().find(words), std::string::npos) << words;
+  }
+}
+
+}  // namespace
