@@ -24,6 +24,7 @@ void addCollect(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 void addShow(CLI::App& program, Work& work);
 void addDiff(CLI::App& program, Work& work);
+void addFindings(CLI::App& program, Work& work);
 void addCopy(CLI::App& program, Work& work);
 
 // What several commands have. A value is what the command line says, before it is made sense of.

@@ -19,7 +19,8 @@ constexpr const char* kProgramFooter =
     "\n"
     "'iisinventory COMMAND --help' tells more of each command.";
 
-constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect, addCheck, addShow, addDiff, addCopy};
+constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect,  addCheck, addShow,
+                                                   addFindings, addDiff,  addCopy};
 
 class Parser {
  public:

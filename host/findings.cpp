@@ -1,0 +1,443 @@
+#include "host/findings.h"
+
+#include <algorithm>
+#include <cctype>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "inventory/names.h"
+#include "inventory/tables.h"
+
+namespace host {
+namespace {
+
+using inventory::ItemKind;
+using Columns = std::vector<std::string_view>;
+
+constexpr std::size_t kMostNames = 5;  // of things that a rule couldn't be judged for
+
+// A row under a rule's eyes. What of it isn't known makes the verdict unknown.
+class RowView {
+ public:
+  RowView(const inventory::Table& table, inventory::Rows& rows, const inventory::NotKnownCells& notKnown)
+      : table_(table), rows_(rows), notKnown_(notKnown) {}
+
+  std::string_view at(std::string_view column) const {
+    const std::size_t place = inventory::columnIndex(table_, column);
+    if (place == table_.columns.size()) return {};
+    if (notKnown_.has(place)) isUnknown_ = true;
+    return rows_.cell(place).value_or("");
+  }
+  bool is(std::string_view column, std::string_view text) const {
+    return inventory::sameName(at(column), text);
+  }
+  bool isUnknown() const { return isUnknown_; }
+
+  const inventory::Table& table() const { return table_; }
+
+ private:
+  const inventory::Table& table_;
+  inventory::Rows& rows_;
+  const inventory::NotKnownCells& notKnown_;
+  mutable bool isUnknown_ = false;
+};
+
+// Where a rule looks: rows of a table, and the columns that tell.
+struct Look {
+  std::string_view table;
+  ItemKind kind;
+  Columns columns;
+  bool (*holds)(const RowView& row);
+};
+
+// A rule holds for a thing where each of its conditions does, by one of the places to look.
+struct Judge {
+  Rule rule;
+  std::string_view thing;  // empty: what the row is about
+  std::vector<std::vector<Look>> conditions;
+  std::string_view without;  // and where this table has no row of it
+};
+
+constexpr ItemKind kSite = ItemKind::kSite;
+constexpr ItemKind kPool = ItemKind::kPool;
+
+const Look kAnonymous = {
+    "tblSecurityAccounts", kSite, {"Allow Anonymous Connections", "User name"}, [](const RowView& row) {
+      return row.is("Allow Anonymous Connections", "Yes");
+    }};
+
+bool isOnShare(std::string_view path) {
+  return path.starts_with("\\\\");
+}
+
+bool isOnOtherDrive(std::string_view path) {
+  return path.size() >= 2 && path[1] == ':' && std::isalpha(static_cast<unsigned char>(path[0])) != 0 &&
+         path[0] != 'C' && path[0] != 'c';
+}
+
+// Everywhere that content is: home directories, virtual ones, and web applications.
+std::vector<Look> contentWhere(bool (*holds)(const RowView&), bool (*holdsForApplication)(const RowView&)) {
+  return {{"tblHomeDirectorySetting", kSite, {"Path"}, holds},
+          {"tblvirtualDirectory", kSite, {"Path"}, holds},
+          {"tblAppliedObject", kPool, {"Local path"}, holdsForApplication}};
+}
+
+const std::vector<Judge>& judges() {
+  static const std::vector<Judge> kJudges = {
+      {{"anonymous-write", "Anonymous users may write",
+        "Whoever finds the site can leave files on it, and fill its disk or use it to pass them on.", ""},
+       "site",
+       {{kAnonymous},
+        {{"tblHomeDirectorySetting",
+          kSite,
+          {"Path", "Write"},
+          [](const RowView& row) { return row.is("Write", "Yes"); }},
+         {"tblvirtualDirectory",
+          kSite,
+          {"IISPath", "Directory name", "Path", "Write"},
+          [](const RowView& row) { return row.is("Write", "Yes"); }}}},
+       ""},
+      {{"anonymous-from-anywhere", "Anonymous access without any IP restriction",
+        "Nothing limits from where the site can be reached without a name and a password.", ""},
+       "site",
+       {{kAnonymous},
+        {{"tblDirectorySecuritySetting",
+          kSite,
+          {"All computer access"},
+          [](const RowView& row) {
+            const bool isListed = !row.at("Granted IP Address (Subnet mask)").empty() ||
+                                  !row.at("Denied IP Address (Subnet mask)").empty();
+            return row.is("All computer access", "Granted") && !isListed;
+          }}}},
+       ""},
+      {{"pool-local-system", "Application pool under LocalSystem",
+        "An application that is taken over has the rights of the whole machine.",
+        "https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/"
+        "cc780343(v=ws.10)"},
+       "pool",
+       {{{"tblIdentity",
+          kPool,
+          {"Application pool identity settings", "Security account"},
+          [](const RowView& row) { return row.is("Security account", "Local System"); }}}},
+       ""},
+      {{"pool-no-pinging", "Pinging of worker processes is off",
+        "A worker process that hangs isn't noticed and isn't replaced.",
+        "https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/"
+        "cc780042(v=ws.10)"},
+       "pool",
+       {{{"tblHealth",
+          kPool,
+          {"Enable pinging"},
+          [](const RowView& row) { return row.is("Enable pinging", "False"); }}}},
+       ""},
+      {{"pool-no-rapid-fail", "Rapid-fail protection is off",
+        "A worker process that keeps failing is started again and again, at the cost of the others.",
+        "https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/"
+        "cc779127(v=ws.10)"},
+       "pool",
+       {{{"tblHealth",
+          kPool,
+          {"Enable rapid-fail protection"},
+          [](const RowView& row) { return row.is("Enable rapid-fail protection", "False"); }}}},
+       ""},
+      {{"logging-off", "Logging is off", "What was done on the site can't be found out afterwards.", ""},
+       "site",
+       {{{"tblLogFileSetting",
+          kSite,
+          {"Enable Logging"},
+          [](const RowView& row) { return row.is("Enable Logging", "No"); }},
+         {"tblHomeDirectorySetting",
+          kSite,
+          {"Path", "Log visits"},
+          [](const RowView& row) { return row.is("Log visits", "No"); }}}},
+       ""},
+      {{"unknown-extensions-allowed", "Unknown CGI or ISAPI extensions are allowed",
+        "Any program that gets into a directory with execute permission runs.",
+        "https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2008-r2-and-2008/"
+        "cc753816(v=ws.10)"},
+       "extension",
+       {{{"tblWSExtension",
+          ItemKind::kNone,
+          {"Description", "Status"},
+          [](const RowView& row) {
+            return (row.is("Description", "All Unknown CGI Extensions") ||
+                    row.is("Description", "All Unknown ISAPI Extensions")) &&
+                   row.is("Status", "Allowed");
+          }}}},
+       ""},
+      {{"network-share", "Content on a network share",
+        "The other machine, its share and the account that reaches it have to move along, or stay.", ""},
+       "",
+       {contentWhere([](const RowView& row) { return isOnShare(row.at("Path")); },
+                     [](const RowView& row) { return isOnShare(row.at("Local path")); })},
+       ""},
+      {{"other-drive", "Content on another drive than C:",
+        "The new machine needs a drive of that letter, or another path.", ""},
+       "",
+       {contentWhere([](const RowView& row) { return isOnOtherDrive(row.at("Path")); },
+                     [](const RowView& row) { return isOnOtherDrive(row.at("Local path")); })},
+       ""},
+      {{"named-account", "A named account is used",
+        "The account and its password have to be there after a migration too.",
+        "https://learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/"
+        "cc781986(v=ws.10)"},
+       "",
+       {{{"tblIdentity",
+          kPool,
+          {"Security account"},
+          [](const RowView& row) {
+            return row.is("Application pool identity settings", "Configurable") &&
+                   !row.at("Security account").empty();
+          }},
+         {"tblSecurityAccounts",
+          kSite,
+          {"User name"},
+          [](const RowView& row) {
+            const std::string name = inventory::folded(row.at("User name"));
+            return !name.empty() && !name.starts_with("iusr_");
+          }},
+         {"tblLogFileSetting",
+          kSite,
+          {"ODBC Data Source Name (DSN)", "ODBC User name"},
+          [](const RowView& row) { return !row.at("ODBC User name").empty(); }}}},
+       ""},
+      {{"stopped", "A site or pool is stopped",
+        "Either it is no longer needed and can go, or somebody is missing it.", ""},
+       "",
+       {{{"tblGeneral", kSite, {"State"}, [](const RowView& row) { return row.is("State", "Stopped"); }},
+         {"tblGeneral", kPool, {"State"}, [](const RowView& row) { return row.is("State", "Stopped"); }}}},
+       ""},
+      {{"pool-serves-nothing", "A pool serves nothing", "No application is assigned to it: it can go.", ""},
+       "pool",
+       {{{"tblAppPoolInfo", kPool, {"Application pool name"}, [](const RowView&) { return true; }}}},
+       "tblAppliedObject"}};
+  return kJudges;
+}
+
+enum class Answer : unsigned char { kNo, kUnknown, kYes };
+
+// What the conditions have said of a thing so far.
+struct Standing {
+  std::string_view thing;
+  std::string name;
+  std::vector<Answer> answers;
+  std::vector<Evidence> rows;
+};
+
+class Court {
+ public:
+  Court(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
+        const inventory::Coverage& coverage)
+      : snapshot_(snapshot),
+        server_(server),
+        tables_(snapshot.tableNames()),
+        notKnown_(notKnown),
+        coverage_(coverage) {}
+
+  Judgement hold() {
+    nameItems();
+    for (const Judge& judge : judges()) hold(judge);
+    return std::move(judgement_);
+  }
+
+ private:
+  bool isThere(std::string_view table) const { return std::ranges::find(tables_, table) != tables_.end(); }
+
+  bool isCollected(std::string_view table, ItemKind kind) const {
+    return isThere(table) && coverage_.hasSome(server_, table, kind);
+  }
+
+  void nameItems() {
+    if (isThere("tblFTPSiteInfo")) {
+      const auto rows = snapshot_.rowsOf("tblFTPSiteInfo", {server_});
+      while (rows->next()) {
+        sites_.emplace_back(rows->cell(2).value_or(""));
+        names_[sites_.back()] = rows->cell(1).value_or("");
+      }
+    }
+    if (isThere("tblAppPoolInfo")) {
+      const auto rows = snapshot_.rowsOf("tblAppPoolInfo", {server_});
+      while (rows->next()) pools_.emplace_back(rows->cell(1).value_or(""));
+    }
+  }
+
+  void hold(const Judge& judge) {
+    standings_.clear();
+    order_.clear();
+    std::string missing;
+    const auto note = [&](std::string_view table) {
+      if (missing.find(table) != missing.npos) return;
+      missing += (missing.empty() ? "" : ", ") + std::string(table);
+    };
+    for (std::size_t condition = 0; condition < judge.conditions.size(); ++condition) {
+      for (const Look& look : judge.conditions[condition]) {
+        if (isCollected(look.table, look.kind)) {
+          lookAt(judge, condition, look);
+        } else {
+          note(look.table);
+        }
+      }
+    }
+    if (!judge.without.empty() && isCollected(judge.without, kPool)) {
+      removeServing(judge.without);
+    } else if (!judge.without.empty()) {
+      note(judge.without);
+      standings_.clear();
+      order_.clear();
+    }
+    if (!missing.empty()) judgement_.unjudged.push_back({&judge.rule, "not collected: " + missing});
+    decide(judge);
+  }
+
+  void lookAt(const Judge& judge, std::size_t condition, const Look& look) {
+    const std::size_t place = inventory::tableIndex(look.table);
+    const inventory::Table& table = inventory::tables()[place];
+    const auto rows = snapshot_.rowsOf(std::string(look.table), {server_});
+    std::unordered_set<std::string> seen;
+    while (rows->next()) {
+      const inventory::NotKnownCells notKnown =
+          notKnown_.of(place, [&](std::size_t column) { return rows->cell(column); });
+      const RowView row(table, *rows, notKnown);
+      if (look.table == "tblGeneral" &&
+          (row.at(look.kind == kSite ? inventory::kSiteColumn : inventory::kPoolColumn).empty())) {
+        continue;
+      }
+      const std::string site(row.at(inventory::kSiteColumn)), pool(row.at(inventory::kPoolColumn));
+      seen.insert(look.kind == kSite ? site : inventory::folded(pool));
+      const bool holds = look.holds(row);
+      if (!holds && !row.isUnknown()) continue;
+      Standing& standing = standingOf(judge, look, site, pool, &row);
+      Answer& answer = standing.answers[condition];
+      if (row.isUnknown()) {
+        answer = std::max(answer, Answer::kUnknown);
+        continue;
+      }
+      answer = Answer::kYes;
+      Evidence evidence{look.table, {}};
+      for (const std::string_view column : look.columns) evidence.values.emplace_back(column, row.at(column));
+      standing.rows.push_back(std::move(evidence));
+    }
+    // What has no row because it couldn't be read, or because nobody has looked.
+    if (look.kind == ItemKind::kNone) return;
+    for (const std::string& item : look.kind == kSite ? sites_ : pools_) {
+      if (seen.contains(look.kind == kSite ? item : inventory::folded(item))) continue;
+      if (coverage_.has(server_, look.table, look.kind, item) &&
+          notKnown_.whyMissing(server_, look.table, item).empty()) {
+        continue;
+      }
+      const bool isSite = look.kind == kSite;
+      Standing& standing = standingOf(judge, look, isSite ? item : "", isSite ? "" : item, nullptr);
+      standing.answers[condition] = std::max(standing.answers[condition], Answer::kUnknown);
+    }
+  }
+
+  // `row` is missing where a site or pool has none.
+  Standing& standingOf(const Judge& judge, const Look& look, const std::string& site, const std::string& pool,
+                       const RowView* row) {
+    std::string_view thing = judge.thing;
+    if (thing.empty() && row == nullptr) thing = look.kind == kSite ? "site" : "pool";
+    if (thing.empty()) {
+      thing = look.table == "tblvirtualDirectory" ? "directory"
+              : look.table == "tblAppliedObject"  ? "application"
+              : look.kind == kPool                ? "pool"
+                                                  : "site";
+    }
+    std::string name;
+    if (thing == "site") {
+      const auto found = names_.find(site);
+      name = site + (found == names_.end() ? "" : " (" + found->second + ")");
+    } else if (thing == "directory") {
+      name = std::string(row->at(inventory::kPathColumn)) + "/" + std::string(row->at("Directory name"));
+    } else if (thing == "application") {
+      name = pool + ": " + std::string(row->at("Object name"));
+    } else if (thing == "extension") {
+      name = row->at("Web service extension");
+    } else {
+      name = pool;
+    }
+    const auto [at, isNew] = standings_.try_emplace(std::string(thing) + '\n' + name);
+    if (isNew) {
+      at->second.thing = thing;
+      at->second.name = std::move(name);
+      at->second.answers.resize(judge.conditions.size());
+      order_.push_back(&at->second);
+    }
+    return at->second;
+  }
+
+  void removeServing(std::string_view table) {
+    const auto rows = snapshot_.rowsOf(std::string(table), {server_});
+    const std::size_t column =
+        inventory::columnIndex(inventory::tables()[inventory::tableIndex(table)], inventory::kPoolColumn);
+    std::unordered_map<std::string, bool> serving;
+    while (rows->next()) serving[inventory::folded(rows->cell(column).value_or(""))] = true;
+    for (Standing* const pool : order_) {
+      if (serving.contains(inventory::folded(pool->name))) {
+        pool->answers[0] = Answer::kNo;
+      } else if (!coverage_.has(server_, table, kPool, pool->name) ||
+                 !notKnown_.whyMissing(server_, table, pool->name).empty()) {
+        pool->answers[0] = Answer::kUnknown;
+      }
+    }
+  }
+
+  void decide(const Judge& judge) {
+    std::vector<std::string> unknown;
+    for (Standing* const standing : order_) {
+      const Answer least = *std::ranges::min_element(standing->answers);
+      if (least == Answer::kYes) {
+        judgement_.findings.push_back(
+            {&judge.rule, standing->thing, std::move(standing->name), std::move(standing->rows)});
+      } else if (least == Answer::kUnknown) {
+        unknown.push_back(std::string(standing->thing) + " " + standing->name);
+      }
+    }
+    if (unknown.empty()) return;
+    std::string reason = "not known of ";
+    for (std::size_t at = 0; at < std::min(unknown.size(), kMostNames); ++at)
+      reason += (at == 0 ? "" : ", ") + unknown[at];
+    if (unknown.size() > kMostNames)
+      reason += " and " + std::to_string(unknown.size() - kMostNames) + " more";
+    judgement_.unjudged.push_back({&judge.rule, std::move(reason)});
+  }
+
+  inventory::Snapshot& snapshot_;
+  const std::string& server_;
+  const std::vector<std::string> tables_;
+  const inventory::NotKnown& notKnown_;
+  const inventory::Coverage& coverage_;
+  std::vector<std::string> sites_;
+  std::vector<std::string> pools_;
+  std::unordered_map<std::string, std::string> names_;  // of sites, by identifier
+  std::unordered_map<std::string, Standing> standings_;
+  std::vector<Standing*> order_;
+  Judgement judgement_;
+};
+
+}  // namespace
+
+std::span<const Rule> rules() {
+  static const std::vector<Rule> kRules = [] {
+    std::vector<Rule> all;
+    for (const Judge& judge : judges()) all.push_back(judge.rule);
+    return all;
+  }();
+  return kRules;
+}
+
+std::string Evidence::text() const {
+  std::string text(table);
+  std::string gap = ": ";
+  for (const auto& [column, value] : values) {
+    text += gap + std::string(column) + " = " + value;
+    gap = ", ";
+  }
+  return text;
+}
+
+Judgement judge(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
+                const inventory::Coverage& coverage) {
+  return Court(snapshot, server, notKnown, coverage).hold();
+}
+
+}  // namespace host
