@@ -24,6 +24,7 @@ void addCollect(CLI::App& program, Work& work);
 void addCheck(CLI::App& program, Work& work);
 void addShow(CLI::App& program, Work& work);
 void addDiff(CLI::App& program, Work& work);
+void addReport(CLI::App& program, Work& work);
 void addFindings(CLI::App& program, Work& work);
 void addCopy(CLI::App& program, Work& work);
 

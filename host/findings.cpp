@@ -262,6 +262,7 @@ class Court {
   }
 
   void hold(const Judge& judge) {
+    rule_ = &rules()[static_cast<std::size_t>(&judge - judges().data())];
     standings_.clear();
     order_.clear();
     std::string missing;
@@ -285,8 +286,8 @@ class Court {
       standings_.clear();
       order_.clear();
     }
-    if (!missing.empty()) judgement_.unjudged.push_back({&judge.rule, "not collected: " + missing});
-    decide(judge);
+    if (!missing.empty()) judgement_.unjudged.push_back({rule_, "not collected: " + missing});
+    decide();
   }
 
   void lookAt(const Judge& judge, std::size_t condition, const Look& look) {
@@ -381,13 +382,13 @@ class Court {
     }
   }
 
-  void decide(const Judge& judge) {
+  void decide() {
     std::vector<std::string> unknown;
     for (Standing* const standing : order_) {
       const Answer least = *std::ranges::min_element(standing->answers);
       if (least == Answer::kYes) {
         judgement_.findings.push_back(
-            {&judge.rule, standing->thing, std::move(standing->name), std::move(standing->rows)});
+            {rule_, standing->thing, std::move(standing->name), std::move(standing->rows)});
       } else if (least == Answer::kUnknown) {
         unknown.push_back(std::string(standing->thing) + " " + standing->name);
       }
@@ -398,7 +399,7 @@ class Court {
       reason += (at == 0 ? "" : ", ") + unknown[at];
     if (unknown.size() > kMostNames)
       reason += " and " + std::to_string(unknown.size() - kMostNames) + " more";
-    judgement_.unjudged.push_back({&judge.rule, std::move(reason)});
+    judgement_.unjudged.push_back({rule_, std::move(reason)});
   }
 
   inventory::Snapshot& snapshot_;
@@ -411,6 +412,7 @@ class Court {
   std::unordered_map<std::string, std::string> names_;  // of sites, by identifier
   std::unordered_map<std::string, Standing> standings_;
   std::vector<Standing*> order_;
+  const Rule* rule_ = nullptr;
   Judgement judgement_;
 };
 

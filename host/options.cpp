@@ -19,7 +19,7 @@ constexpr const char* kProgramFooter =
     "\n"
     "'iisinventory COMMAND --help' tells more of each command.";
 
-constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect,  addCheck, addShow,
+constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect,  addCheck, addShow, addReport,
                                                    addFindings, addDiff,  addCopy};
 
 class Parser {

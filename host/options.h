@@ -74,6 +74,13 @@ struct DiffOptions {
   Format format = Format::kTable;
 };
 
+struct ReportOptions {
+  std::string database;
+  inventory::Access access;
+  std::vector<std::string> servers;  // all where none is named
+  std::filesystem::path output;      // absolute; empty for the standard output
+};
+
 struct CheckOptions {
   std::vector<std::string> metabases;  // as given
   std::uint64_t maxSize = 0;

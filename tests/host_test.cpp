@@ -115,7 +115,7 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
     EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
     EXPECT_FALSE(fs::exists(here));
   }
-  for (const char* command : {"", "collect", "check", "show", "findings", "diff", "copy"}) {
+  for (const char* command : {"", "collect", "check", "show", "report", "findings", "diff", "copy"}) {
     const Result help = *command == '\0' ? run({"--help"}) : run({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("Example"), std::string::npos);

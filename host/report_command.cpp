@@ -1,0 +1,43 @@
+#include <CLI/CLI.hpp>
+
+#include "host/commands.h"
+#include "host/report.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kFooter =
+    "The page needs nothing else: no network, no other file. It opens from a mail\n"
+    "and prints. Without --output it goes to the standard output.\n"
+    "\n"
+    "Examples:\n"
+    "  iisinventory report -d inventory.db -o report.html\n"
+    "  iisinventory report -d inventory.db --server WEB01 > web01.html";
+
+struct Raw {
+  RawDatabase database;
+  std::vector<std::string> servers;
+  std::string output;
+};
+
+}  // namespace
+
+void addReport(CLI::App& program, Work& work) {
+  const auto raw = std::make_shared<Raw>();
+  CLI::App& command = *program.add_subcommand("report", "Write a page about servers, in HTML");
+  addDatabase(command, raw->database);
+  addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
+  command.add_option("-o,--output", raw->output, "File to write")->type_name("FILE");
+  command.footer(kFooter);
+  command.callback([raw, &work] {
+    refuseEmpty("--server", raw->servers);
+    ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
+    if (!raw->output.empty()) options.output = wholePath("--output", raw->output);
+    work = [options](Output& output) {
+      report(options, output);
+      return 0;
+    };
+  });
+}
+
+}  // namespace host

@@ -1,0 +1,53 @@
+// What belongs to what on a server, drawn: boxes on the left, boxes on the right, and lines between them.
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace host {
+
+class Drawing {
+ public:
+  // Kinds are the classes of the page's style.
+  struct Node {
+    std::string name;
+    std::string kind;
+  };
+  struct Line {
+    std::size_t left = 0;
+    std::size_t right = 0;
+    bool isStrong = false;
+  };
+
+  // More than these aren't drawn, only counted.
+  static constexpr std::size_t kMostNodes = 150;
+
+  // A box of that name, which is made where it isn't there. Gives its place. One on the left that no line
+  // begins at is drawn with a dashed edge.
+  std::size_t left(const std::string& name);
+  std::size_t right(const std::string& name, std::string_view kind = "");
+  void join(std::size_t left, std::size_t right, bool isStrong = false);
+
+  bool empty() const { return left_.nodes.empty(); }
+
+  // As SVG in a figure, in HTML.
+  std::string html(const std::string& caption) const;
+
+ private:
+  struct Column {
+    std::vector<Node> nodes;
+    std::unordered_map<std::string, std::size_t> places;
+    std::size_t add(const std::string& name, std::string_view kind);
+  };
+
+  Column left_;
+  Column right_;
+  std::vector<Line> lines_;
+  std::unordered_map<std::string, std::size_t> joined_;
+};
+
+}  // namespace host
