@@ -221,23 +221,28 @@ struct Standing {
   std::string_view thing;
   std::string name;
   std::vector<Answer> answers;
-  std::vector<Evidence> rows;
+  std::vector<std::string> rows;
 };
+
+// A directory or an application has a row of its own: it can be judged at once.
+bool isOfItsOwn(std::string_view thing) {
+  return thing == "directory" || thing == "application";
+}
 
 class Court {
  public:
   Court(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
-        const inventory::Coverage& coverage)
+        const inventory::Coverage& coverage, const Audience& audience)
       : snapshot_(snapshot),
         server_(server),
         tables_(snapshot.tableNames()),
         notKnown_(notKnown),
-        coverage_(coverage) {}
+        coverage_(coverage),
+        audience_(audience) {}
 
-  Judgement hold() {
+  void hold() {
     nameItems();
     for (const Judge& judge : judges()) hold(judge);
-    return std::move(judgement_);
   }
 
  private:
@@ -263,8 +268,9 @@ class Court {
 
   void hold(const Judge& judge) {
     rule_ = &rules()[static_cast<std::size_t>(&judge - judges().data())];
-    standings_.clear();
-    order_.clear();
+    unknown_.clear();
+    unknowns_ = 0;
+    forget();
     std::string missing;
     const auto note = [&](std::string_view table) {
       if (missing.find(table) != missing.npos) return;
@@ -272,27 +278,29 @@ class Court {
     };
     for (std::size_t condition = 0; condition < judge.conditions.size(); ++condition) {
       for (const Look& look : judge.conditions[condition]) {
-        if (isCollected(look.table, look.kind)) {
-          lookAt(judge, condition, look);
-        } else {
+        if (!isCollected(look.table, look.kind)) {
           note(look.table);
+          continue;
         }
+        if (isOfItsOwn(thingOf(judge, look))) settle();
+        lookAt(judge, condition, look);
       }
     }
     if (!judge.without.empty() && isCollected(judge.without, kPool)) {
       removeServing(judge.without);
     } else if (!judge.without.empty()) {
       note(judge.without);
-      standings_.clear();
-      order_.clear();
+      forget();
     }
-    if (!missing.empty()) judgement_.unjudged.push_back({rule_, "not collected: " + missing});
-    decide();
+    settle();
+    if (!missing.empty()) audience_.notJudged({rule_, "not collected: " + missing});
+    tellUnknown();
   }
 
   void lookAt(const Judge& judge, std::size_t condition, const Look& look) {
     const std::size_t place = inventory::tableIndex(look.table);
     const inventory::Table& table = inventory::tables()[place];
+    const std::string_view thing = thingOf(judge, look);
     const auto rows = snapshot_.rowsOf(std::string(look.table), {server_});
     std::unordered_set<std::string> seen;
     while (rows->next()) {
@@ -307,63 +315,89 @@ class Court {
       seen.insert(look.kind == kSite ? site : inventory::folded(pool));
       const bool holds = look.holds(row);
       if (!holds && !row.isUnknown()) continue;
-      Standing& standing = standingOf(judge, look, site, pool, &row);
-      Answer& answer = standing.answers[condition];
+      Standing own;
+      Standing* standing = &own;
+      std::string name = nameOf(thing, site, pool, &row);
+      if (isOfItsOwn(thing)) {
+        own = {thing, std::move(name), {Answer::kNo}, {}};
+      } else {
+        standing = standingOf(judge, condition, thing, std::move(name));
+      }
+      if (standing == nullptr) continue;
+      Answer& answer = standing->answers[condition];
       if (row.isUnknown()) {
         answer = std::max(answer, Answer::kUnknown);
-        continue;
+      } else {
+        answer = Answer::kYes;
+        standing->rows.push_back(evidence(look, row));
       }
-      answer = Answer::kYes;
-      Evidence evidence{look.table, {}};
-      for (const std::string_view column : look.columns) evidence.values.emplace_back(column, row.at(column));
-      standing.rows.push_back(std::move(evidence));
+      if (standing == &own) decide(own);
     }
     // What has no row because it couldn't be read, or because nobody has looked.
     if (look.kind == ItemKind::kNone) return;
-    for (const std::string& item : look.kind == kSite ? sites_ : pools_) {
-      if (seen.contains(look.kind == kSite ? item : inventory::folded(item))) continue;
+    const bool isSite = look.kind == kSite;
+    for (const std::string& item : isSite ? sites_ : pools_) {
+      if (seen.contains(isSite ? item : inventory::folded(item))) continue;
       if (coverage_.has(server_, look.table, look.kind, item) &&
           notKnown_.whyMissing(server_, look.table, item).empty()) {
         continue;
       }
-      const bool isSite = look.kind == kSite;
-      Standing& standing = standingOf(judge, look, isSite ? item : "", isSite ? "" : item, nullptr);
-      standing.answers[condition] = std::max(standing.answers[condition], Answer::kUnknown);
+      const std::string_view of = isSite ? "site" : "pool";
+      Standing* const standing = standingOf(judge, condition, of, nameOf(of, item, item, nullptr));
+      if (standing == nullptr) continue;
+      standing->answers[condition] = std::max(standing->answers[condition], Answer::kUnknown);
     }
   }
 
-  // `row` is missing where a site or pool has none.
-  Standing& standingOf(const Judge& judge, const Look& look, const std::string& site, const std::string& pool,
-                       const RowView* row) {
-    std::string_view thing = judge.thing;
-    if (thing.empty() && row == nullptr) thing = look.kind == kSite ? "site" : "pool";
-    if (thing.empty()) {
-      thing = look.table == "tblvirtualDirectory" ? "directory"
-              : look.table == "tblAppliedObject"  ? "application"
-              : look.kind == kPool                ? "pool"
-                                                  : "site";
+  static std::string evidence(const Look& look, const RowView& row) {
+    std::string text(look.table);
+    std::string_view gap = ": ";
+    for (const std::string_view column : look.columns) {
+      text.append(gap).append(column).append(" = ").append(row.at(column));
+      gap = ", ";
     }
-    std::string name;
+    return text;
+  }
+
+  static std::string_view thingOf(const Judge& judge, const Look& look) {
+    return !judge.thing.empty()                  ? judge.thing
+           : look.table == "tblvirtualDirectory" ? "directory"
+           : look.table == "tblAppliedObject"    ? "application"
+           : look.kind == kPool                  ? "pool"
+                                                 : "site";
+  }
+
+  // `row` is missing where a site or pool has none.
+  std::string nameOf(std::string_view thing, const std::string& site, const std::string& pool,
+                     const RowView* row) const {
     if (thing == "site") {
       const auto found = names_.find(site);
-      name = site + (found == names_.end() ? "" : " (" + found->second + ")");
-    } else if (thing == "directory") {
-      name = std::string(row->at(inventory::kPathColumn)) + "/" + std::string(row->at("Directory name"));
-    } else if (thing == "application") {
-      name = pool + ": " + std::string(row->at("Object name"));
-    } else if (thing == "extension") {
-      name = row->at("Web service extension");
-    } else {
-      name = pool;
+      return site + (found == names_.end() ? "" : " (" + found->second + ")");
     }
-    const auto [at, isNew] = standings_.try_emplace(std::string(thing) + '\n' + name);
+    if (thing == "directory")
+      return std::string(row->at(inventory::kPathColumn)) + "/" + std::string(row->at("Directory name"));
+    if (thing == "application") return pool + ": " + std::string(row->at("Object name"));
+    if (thing == "extension") return std::string(row->at("Web service extension"));
+    return pool;
+  }
+
+  // Nothing where an earlier condition doesn't hold already.
+  Standing* standingOf(const Judge& judge, std::size_t condition, std::string_view thing, std::string name) {
+    const std::string key = std::string(thing) + '\n' + name;
+    if (condition > 0) {
+      const auto found = standings_.find(key);
+      return found == standings_.end() || found->second.answers[condition - 1] == Answer::kNo
+                 ? nullptr
+                 : &found->second;
+    }
+    const auto [at, isNew] = standings_.try_emplace(key);
     if (isNew) {
       at->second.thing = thing;
       at->second.name = std::move(name);
       at->second.answers.resize(judge.conditions.size());
       order_.push_back(&at->second);
     }
-    return at->second;
+    return &at->second;
   }
 
   void removeServing(std::string_view table) {
@@ -382,24 +416,32 @@ class Court {
     }
   }
 
-  void decide() {
-    std::vector<std::string> unknown;
-    for (Standing* const standing : order_) {
-      const Answer least = *std::ranges::min_element(standing->answers);
-      if (least == Answer::kYes) {
-        judgement_.findings.push_back(
-            {rule_, standing->thing, std::move(standing->name), std::move(standing->rows)});
-      } else if (least == Answer::kUnknown) {
-        unknown.push_back(std::string(standing->thing) + " " + standing->name);
-      }
+  void forget() {
+    order_.clear();
+    standings_.clear();
+  }
+
+  void settle() {
+    for (Standing* const standing : order_) decide(*standing);
+    forget();
+  }
+
+  void decide(Standing& standing) {
+    const Answer least = *std::ranges::min_element(standing.answers);
+    if (least == Answer::kYes) {
+      audience_.found({rule_, standing.thing, std::move(standing.name), std::move(standing.rows)});
+    } else if (least == Answer::kUnknown && ++unknowns_ <= kMostNames) {
+      unknown_.push_back(std::string(standing.thing) + " " + standing.name);
     }
-    if (unknown.empty()) return;
-    std::string reason = "not known of ";
-    for (std::size_t at = 0; at < std::min(unknown.size(), kMostNames); ++at)
-      reason += (at == 0 ? "" : ", ") + unknown[at];
-    if (unknown.size() > kMostNames)
-      reason += " and " + std::to_string(unknown.size() - kMostNames) + " more";
-    judgement_.unjudged.push_back({rule_, std::move(reason)});
+  }
+
+  void tellUnknown() {
+    if (unknown_.empty()) return;
+    std::string reason;
+    for (const std::string& name : unknown_) reason += (reason.empty() ? "not known of " : ", ") + name;
+    if (unknowns_ > unknown_.size())
+      reason += " and " + std::to_string(unknowns_ - unknown_.size()) + " more";
+    audience_.notJudged({rule_, std::move(reason)});
   }
 
   inventory::Snapshot& snapshot_;
@@ -407,13 +449,15 @@ class Court {
   const std::vector<std::string> tables_;
   const inventory::NotKnown& notKnown_;
   const inventory::Coverage& coverage_;
+  const Audience& audience_;
   std::vector<std::string> sites_;
   std::vector<std::string> pools_;
   std::unordered_map<std::string, std::string> names_;  // of sites, by identifier
   std::unordered_map<std::string, Standing> standings_;
   std::vector<Standing*> order_;
+  std::vector<std::string> unknown_;  // the first ones
+  std::size_t unknowns_ = 0;
   const Rule* rule_ = nullptr;
-  Judgement judgement_;
 };
 
 }  // namespace
@@ -427,19 +471,9 @@ std::span<const Rule> rules() {
   return kRules;
 }
 
-std::string Evidence::text() const {
-  std::string text(table);
-  std::string gap = ": ";
-  for (const auto& [column, value] : values) {
-    text += gap + std::string(column) + " = " + value;
-    gap = ", ";
-  }
-  return text;
-}
-
-Judgement judge(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
-                const inventory::Coverage& coverage) {
-  return Court(snapshot, server, notKnown, coverage).hold();
+void judge(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
+           const inventory::Coverage& coverage, const Audience& audience) {
+  Court(snapshot, server, notKnown, coverage, audience).hold();
 }
 
 }  // namespace host

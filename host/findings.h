@@ -5,7 +5,6 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include "inventory/coverage.h"
@@ -23,21 +22,12 @@ struct Rule {
 
 std::span<const Rule> rules();
 
-// A row that a finding rests on: its table, and the columns that count with their values.
-struct Evidence {
-  std::string_view table;
-  std::vector<std::pair<std::string_view, std::string>> values;
-
-  // "tblHealth: Enable pinging = False"
-  std::string text() const;
-};
-
 // A rule holds for something.
 struct Finding {
   const Rule* rule = nullptr;
   std::string_view thing;  // "site", "directory", "pool", "extension" or "application"
   std::string name;
-  std::vector<Evidence> rows;
+  std::vector<std::string> rows;  // that it rests on, as "tblHealth: Enable pinging = False"
 };
 
 // A rule couldn't be judged, for a server or for some of what it is about.
@@ -46,13 +36,14 @@ struct Unjudged {
   std::string reason;
 };
 
-struct Judgement {
-  std::vector<Finding> findings;  // in the order of the rules
-  std::vector<Unjudged> unjudged;
+// Who is told of a judgement, in the order of the rules: of a rule's findings first. Nothing is kept.
+struct Audience {
+  std::function<void(Finding)> found;
+  std::function<void(Unjudged)> notJudged;
 };
 
 // Judges one server by all the rules. No finding rests on a cell that isn't known.
-Judgement judge(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
-                const inventory::Coverage& coverage);
+void judge(inventory::Snapshot& snapshot, const std::string& server, const inventory::NotKnown& notKnown,
+           const inventory::Coverage& coverage, const Audience& audience);
 
 }  // namespace host

@@ -38,7 +38,8 @@ struct Raw {
 
 struct OfServer {
   std::string server;
-  Judgement judgement;
+  std::vector<Finding> findings;
+  std::vector<Unjudged> unjudged;
 };
 
 std::vector<OfServer> judgeAll(const Raw& raw, const std::string& database, const inventory::Access& access) {
@@ -49,7 +50,10 @@ std::vector<OfServer> judgeAll(const Raw& raw, const std::string& database, cons
   const inventory::Coverage coverage = inventory::Coverage::read(*snapshot, servers);
   std::vector<OfServer> all;
   for (const std::string& server : servers) {
-    all.push_back({server, judge(*snapshot, server, notKnown, coverage)});
+    OfServer& of = all.emplace_back(OfServer{server, {}, {}});
+    judge(*snapshot, server, notKnown, coverage,
+          {[&](Finding finding) { of.findings.push_back(std::move(finding)); },
+           [&](Unjudged unjudged) { of.unjudged.push_back(std::move(unjudged)); }});
   }
   return all;
 }
@@ -68,9 +72,9 @@ void printForPeople(const std::vector<OfServer>& all, Output& output) {
   for (const OfServer& each : all) {
     if (&each != &all.front()) output.write("\n");
     output.write(harmless(each.server) + "\n");
-    if (each.judgement.findings.empty() && each.judgement.unjudged.empty()) output.write("  nothing\n");
+    if (each.findings.empty() && each.unjudged.empty()) output.write("  nothing\n");
     const Rule* rule = nullptr;
-    for (const Finding& finding : each.judgement.findings) {
+    for (const Finding& finding : each.findings) {
       ++count;
       if (finding.rule != rule) {
         rule = finding.rule;
@@ -79,11 +83,11 @@ void printForPeople(const std::vector<OfServer>& all, Output& output) {
         writeWrapped("  ", std::string(rule->why), output);
       }
       writeWrapped("    ", std::string(finding.thing) + " " + finding.name, output);
-      for (const Evidence& row : finding.rows) writeWrapped("      ", row.text(), output);
+      for (const std::string& row : finding.rows) writeWrapped("      ", row, output);
     }
-    if (!each.judgement.unjudged.empty()) {
+    if (!each.unjudged.empty()) {
       output.write("\n  " + colored("Not judged", Ink::kNotice, STDOUT_FILENO) + "\n");
-      for (const Unjudged& unjudged : each.judgement.unjudged) {
+      for (const Unjudged& unjudged : each.unjudged) {
         writeWrapped("    ", std::string(unjudged.rule->name) + ": " + unjudged.reason, output);
       }
     }
@@ -95,13 +99,13 @@ void printForPrograms(const std::vector<OfServer>& all, Format format, Output& o
   Listing listing{{{"Server"}, {"Rule"}, {"Title"}, {"Thing"}, {"Name"}, {"Rests on"}, {"Not judged"}}, {}};
   listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
     for (const OfServer& of : all) {
-      for (const Finding& finding : of.judgement.findings) {
+      for (const Finding& finding : of.findings) {
         std::string rows;
-        for (const Evidence& row : finding.rows) rows += (rows.empty() ? "" : "; ") + row.text();
+        for (const std::string& row : finding.rows) rows += (rows.empty() ? "" : "; ") + row;
         each({of.server, std::string(finding.rule->name), std::string(finding.rule->title),
               std::string(finding.thing), finding.name, rows, Value()});
       }
-      for (const Unjudged& unjudged : of.judgement.unjudged) {
+      for (const Unjudged& unjudged : of.unjudged) {
         each({of.server, std::string(unjudged.rule->name), std::string(unjudged.rule->title), Value(),
               Value(), Value(), unjudged.reason});
       }
@@ -138,8 +142,8 @@ int statusOf(const Raw& raw, const std::vector<OfServer>& all) {
   };
   int status = 0;
   for (const OfServer& each : all) {
-    if (std::ranges::any_of(each.judgement.findings, isMeant, &Finding::rule)) status = 1;
-    for (const Unjudged& unjudged : each.judgement.unjudged) {
+    if (std::ranges::any_of(each.findings, isMeant, &Finding::rule)) status = 1;
+    for (const Unjudged& unjudged : each.unjudged) {
       if (!isMeant(unjudged.rule)) continue;
       complain(each.server + ": " + std::string(unjudged.rule->name) + " couldn't be judged, " +
                unjudged.reason);

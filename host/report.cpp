@@ -94,26 +94,36 @@ class Book {
   const inventory::NotKnown& notKnown() const { return notKnown_; }
   const inventory::Coverage& coverage() const { return coverage_; }
 
-  // The rows of a server in a table: of one site or pool, or all of them.
-  std::vector<Cells> rows(std::string_view name, const std::string& server, std::string_view key = {},
-                          const std::string& item = {}) {
+  // The rows of a server in a table, in their order: of one site or pool, or all of them. The row may be
+  // taken. Not to be called for the same table from within.
+  void forEach(std::string_view name, const std::string& server, std::string_view key,
+               const std::string& item, const std::function<void(Cells&)>& each) {
     const std::size_t place = inventory::tableIndex(name);
     const inventory::Table& table = inventory::tables()[place];
     sqlite::Statement& statement = prepared(table, key);
     statement.bind(1, server);
     if (!key.empty()) statement.bind(2, item);
-    std::vector<Cells> found;
     while (statement.step()) {
-      Cells& row = found.emplace_back();
-      row.table = &table;
+      Cells row{&table, {}, {}};
+      row.values.reserve(table.columns.size());
       for (std::size_t at = 0; at < table.columns.size(); ++at) {
         const auto text = statement.text(static_cast<int>(at));
         row.values.push_back(text ? std::optional<std::string>(*text) : std::nullopt);
       }
       row.notKnown =
           notKnown_.of(place, [&](std::size_t column) { return inventory::Cell(row.values[column]); });
+      each(row);
     }
     statement.reset();
+  }
+  void forEach(std::string_view name, const std::string& server, const std::function<void(Cells&)>& each) {
+    forEach(name, server, {}, {}, each);
+  }
+
+  std::vector<Cells> rows(std::string_view name, const std::string& server, std::string_view key = {},
+                          const std::string& item = {}) {
+    std::vector<Cells> found;
+    forEach(name, server, key, item, [&](Cells& row) { found.push_back(std::move(row)); });
     return found;
   }
 
@@ -304,9 +314,9 @@ class Page {
       Counts& counts = counts_.emplace_back();
       counts.sites = book_.count("select count(*) from tblFTPSiteInfo where \"Server name\" = ?1", server);
       counts.pools = book_.count("select count(*) from tblAppPoolInfo where \"Server name\" = ?1", server);
-      const Judgement judgement = judge(book_.snapshot(), server, book_.notKnown(), book_.coverage());
-      for (const Finding& finding : judgement.findings) ++counts.findings[finding.rule];
-      for (const Unjudged& unjudged : judgement.unjudged) counts.unjudged.insert(unjudged.rule);
+      judge(book_.snapshot(), server, book_.notKnown(), book_.coverage(),
+            {[&](const Finding& finding) { ++counts.findings[finding.rule]; },
+             [&](const Unjudged& unjudged) { counts.unjudged.insert(unjudged.rule); }});
       sites += counts.sites;
       pools += counts.pools;
     }
@@ -424,27 +434,26 @@ class Page {
 
   void writeServer(std::size_t place) {
     const std::string& server = book_.servers()[place];
-    const Judgement judgement = judge(book_.snapshot(), server, book_.notKnown(), book_.coverage());
-    marks_.clear();
-    for (const Finding& finding : judgement.findings)
-      marks_[std::string(finding.thing) + '\n' + finding.name].push_back(finding.rule);
-    writeFindings(place, judgement);
+    const Counts& counts = counts_[place];
+    writeFindings(place);
     writeDrawings(server);
-    const auto sites = book_.rows("tblFTPSiteInfo", server);
-    heading("FTP sites", "tblFTPSiteInfo", ItemKind::kSite, server, sites.size());
-    for (std::size_t at = 0; at < sites.size(); ++at)
-      writeSite(anchor(place) + "-site-" + std::to_string(at + 1), server, sites[at]);
-    const auto pools = book_.rows("tblAppPoolInfo", server);
-    heading("Application pools", "tblAppPoolInfo", ItemKind::kPool, server, pools.size());
-    for (std::size_t at = 0; at < pools.size(); ++at)
-      writePool(anchor(place) + "-pool-" + std::to_string(at + 1), server, pools[at]);
+    heading("FTP sites", "tblFTPSiteInfo", ItemKind::kSite, server, counts.sites);
+    std::int64_t count = 0;
+    book_.forEach("tblFTPSiteInfo", server, [&](const Cells& site) {
+      writeSite(anchor(place) + "-site-" + std::to_string(++count), server, site);
+    });
+    heading("Application pools", "tblAppPoolInfo", ItemKind::kPool, server, counts.pools);
+    count = 0;
+    book_.forEach("tblAppPoolInfo", server, [&](const Cells& pool) {
+      writePool(anchor(place) + "-pool-" + std::to_string(++count), server, pool);
+    });
     writeExtensions(server);
     writeProblems(server);
     write_("</section>\n");
   }
 
   void heading(const std::string& title, std::string_view table, ItemKind kind, const std::string& server,
-               std::size_t count) {
+               std::int64_t count) {
     write_("<h3>" + title + " <span class=\"faint\">" + std::to_string(count) + "</span></h3>\n");
     if (count == 0) {
       write_(book_.coverage().hasSome(server, table, kind) ? "<p class=\"faint\">None.</p>\n"
@@ -452,76 +461,83 @@ class Page {
     }
   }
 
-  void writeFindings(std::size_t place, const Judgement& judgement) {
-    data page, list{data::type::list}, unjudged{data::type::list};
+  // Judges the server, and writes as it goes.
+  void writeFindings(std::size_t place) {
+    const std::string& server = book_.servers()[place];
+    const Counts& counts = counts_[place];
+    data page, unjudged{data::type::list};
     page.set("anchor", anchor(place));
-    page.set("name", harmless(book_.servers()[place]));
-    page.set("hasFindings", flag(!judgement.findings.empty()));
-    for (const Rule& rule : rules()) {
-      data entry, findings{data::type::list};
-      std::size_t count = 0;
-      for (const Finding& finding : judgement.findings) {
-        if (finding.rule != &rule) continue;
-        ++count;
-        data each, rows{data::type::list};
-        each.set("thing", std::string(finding.thing));
-        each.set("subject", harmless(finding.name));
-        for (const Evidence& evidence : finding.rows) {
-          data row;
-          row.set("row", harmless(evidence.text()));
-          rows.push_back(row);
-        }
-        each.set("rows", rows);
-        findings.push_back(each);
+    page.set("name", harmless(server));
+    page.set("hasFindings", flag(!counts.findings.empty()));
+    write_(render(parts::server_start, page));
+    marks_.clear();
+    const Rule* rule = nullptr;
+    bool isUnjudged = false;
+    const auto close = [&] {
+      if (rule != nullptr) write_(parts::rule_end);
+      rule = nullptr;
+    };
+    const auto found = [&](const Finding& finding) {
+      if (finding.rule != rule) {
+        close();
+        rule = finding.rule;
+        data entry;
+        entry.set("title", std::string(rule->title));
+        entry.set("why", std::string(rule->why));
+        entry.set("count", std::to_string(counts.findings.at(rule)));
+        write_(render(parts::rule_start, entry));
       }
-      if (count == 0) continue;
-      entry.set("title", std::string(rule.title));
-      entry.set("why", std::string(rule.why));
-      entry.set("count", std::to_string(count));
-      entry.set("findings", findings);
-      list.push_back(entry);
-    }
-    for (const Unjudged& each : judgement.unjudged) {
+      if (finding.thing == "site" || finding.thing == "pool")
+        marks_[std::string(finding.thing) + '\n' + finding.name].push_back(finding.rule);
+      data each, rows{data::type::list};
+      each.set("thing", std::string(finding.thing));
+      each.set("subject", harmless(finding.name));
+      for (const std::string& text : finding.rows) {
+        data row;
+        row.set("row", harmless(text));
+        rows.push_back(row);
+      }
+      each.set("rows", rows);
+      write_(render(parts::finding, each));
+    };
+    const auto notJudged = [&](const Unjudged& each) {
       data entry;
       entry.set("title", std::string(each.rule->title));
       entry.set("reason", harmless(each.reason));
       unjudged.push_back(entry);
-    }
-    page.set("rules", list);
-    page.set("hasUnjudged", flag(!judgement.unjudged.empty()));
-    page.set("unjudged", unjudged);
-    write_(render(parts::server_start, page));
+      isUnjudged = true;
+    };
+    judge(book_.snapshot(), server, book_.notKnown(), book_.coverage(), {found, notJudged});
+    close();
+    if (!isUnjudged) return;
+    data rest;
+    rest.set("unjudged", unjudged);
+    write_(render(parts::unjudged, rest));
   }
 
   void writeDrawings(const std::string& server) {
     Drawing pools, content;
-    for (const Cells& pool : book_.rows("tblAppPoolInfo", server))
-      pools.left(pool.at(inventory::kPoolColumn));
-    std::set<std::string> serving;
-    for (const Cells& object : book_.rows("tblAppliedObject", server)) {
-      const std::string pool = object.at(inventory::kPoolColumn);
+    book_.forEach("tblAppPoolInfo", server,
+                  [&](const Cells& pool) { pools.left(pool.at(inventory::kPoolColumn)); });
+    book_.forEach("tblAppliedObject", server, [&](const Cells& object) {
       const std::string path = object.isUnknown("Local path") ? "" : object.at("Local path");
-      pools.join(pools.left(pool),
+      pools.join(pools.left(object.at(inventory::kPoolColumn)),
                  pools.right(object.at("Object name") + (path.empty() ? "" : " \u2013 " + path),
                              path.starts_with("\\\\") ? "share" : ""));
-    }
-    const auto place = [&](const std::string& site, const Cells& row) {
-      if (row.isUnknown("Path") || row.at("Path").empty()) return;
-      const std::string root = rootOf(row.at("Path"));
-      content.join(content.left(site), content.right(root, root.starts_with("\\\\") ? "share" : ""),
-                   !row.isUnknown("Write") && row.at("Write") == "Yes");
-    };
-    std::unordered_map<std::string, std::string> names;
-    for (const Cells& site : book_.rows("tblFTPSiteInfo", server)) {
+    });
+    std::unordered_map<std::string, std::size_t> sites;
+    book_.forEach("tblFTPSiteInfo", server, [&](const Cells& site) {
       const std::string id = site.at(inventory::kSiteColumn);
-      names[id] = id + " \u2013 " + site.at("FTP site name");
-      content.left(names[id]);
-    }
+      sites[id] = content.left(id + " \u2013 " + site.at("FTP site name"));
+    });
     for (const char* const table : {"tblHomeDirectorySetting", "tblvirtualDirectory"}) {
-      for (const Cells& row : book_.rows(table, server)) {
-        const auto found = names.find(row.at(inventory::kSiteColumn));
-        if (found != names.end()) place(found->second, row);
-      }
+      book_.forEach(table, server, [&](const Cells& row) {
+        const auto site = sites.find(row.at(inventory::kSiteColumn));
+        if (site == sites.end() || row.isUnknown("Path") || row.at("Path").empty()) return;
+        const std::string root = rootOf(row.at("Path"));
+        content.join(site->second, content.right(root, root.starts_with("\\\\") ? "share" : ""),
+                     !row.isUnknown("Write") && row.at("Write") == "Yes");
+      });
     }
     if (!pools.empty())
       write_(pools.html("Application pools and what they serve; a network share is coloured"));

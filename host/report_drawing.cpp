@@ -25,8 +25,8 @@ std::string number(std::size_t value) {
 }  // namespace
 
 std::size_t Drawing::Column::add(const std::string& name, std::string_view kind) {
-  const auto [at, isNew] = places.try_emplace(name, nodes.size());
-  if (isNew) nodes.push_back({name, std::string(kind)});
+  const auto [at, isNew] = places.try_emplace(name, places.size());
+  if (isNew && nodes.size() < kMostNodes) nodes.push_back({name, std::string(kind)});
   return at->second;
 }
 
@@ -39,15 +39,17 @@ std::size_t Drawing::right(const std::string& name, std::string_view kind) {
 }
 
 void Drawing::join(std::size_t left, std::size_t right, bool isStrong) {
-  const auto [at, isNew] = joined_.try_emplace(number(left) + "-" + number(right), lines_.size());
-  if (isNew) lines_.push_back({left, right, isStrong});
-  lines_[at->second].isStrong = lines_[at->second].isStrong || isStrong;
+  if (left >= kMostNodes) return;
+  isJoined_[left] = true;
+  if (right >= kMostNodes) return;
+  bool& known = lines_[{left, right}];
+  known = known || isStrong;
 }
 
 std::string Drawing::html(const std::string& caption) const {
   static const std::string kTemplate(parts::drawing);
-  const std::size_t lefts = std::min(left_.nodes.size(), kMostNodes);
-  const std::size_t rights = std::min(right_.nodes.size(), kMostNodes);
+  const std::size_t lefts = left_.nodes.size();
+  const std::size_t rights = right_.nodes.size();
   const std::size_t rows = std::max({lefts, rights, std::size_t{1}});
   // The shorter column stands in the middle of the longer one.
   const auto top = [&](std::size_t count, std::size_t at) {
@@ -57,14 +59,13 @@ std::string Drawing::html(const std::string& caption) const {
   page.set("caption", caption);
   page.set("width", number(2 * kBoxWidth + kGap));
   page.set("height", number(rows * kRow));
-  std::vector<bool> isJoined(left_.nodes.size());
-  for (const Line& line : lines_) isJoined[line.left] = true;
   data nodes{data::type::list}, lines{data::type::list};
-  const auto draw = [&](const Column& column, std::size_t count, std::size_t x) {
+  const auto draw = [&](const Column& column, std::size_t x) {
+    const std::size_t count = column.nodes.size();
     for (std::size_t at = 0; at < count; ++at) {
       const std::string name = harmless(column.nodes[at].name);
       data node;
-      const bool isIdle = &column == &left_ && !isJoined[at];
+      const bool isIdle = &column == &left_ && !isJoined_[at];
       node.set("kind", isIdle ? "idle" : column.nodes[at].kind);
       node.set("full", name);
       node.set("text", cutToWidth(name, kLetters));
@@ -77,22 +78,21 @@ std::string Drawing::html(const std::string& caption) const {
       nodes.push_back(node);
     }
   };
-  draw(left_, lefts, 0);
-  draw(right_, rights, kBoxWidth + kGap);
-  for (const Line& line : lines_) {
-    if (line.left >= lefts || line.right >= rights) continue;
-    const std::string from = number(top(lefts, line.left) + kBoxHeight / 2);
-    const std::string to = number(top(rights, line.right) + kBoxHeight / 2);
+  draw(left_, 0);
+  draw(right_, kBoxWidth + kGap);
+  for (const auto& [ends, isStrong] : lines_) {
+    const std::string from = number(top(lefts, ends.first) + kBoxHeight / 2);
+    const std::string to = number(top(rights, ends.second) + kBoxHeight / 2);
     const std::string middle = number(kBoxWidth + kGap / 2);
     data drawn;
-    drawn.set("kind", line.isStrong ? "write" : "");
+    drawn.set("kind", isStrong ? "write" : "");
     drawn.set("d", "M" + number(kBoxWidth - 1) + " " + from + "C" + middle + " " + from + " " + middle + " " +
                        to + " " + number(kBoxWidth + kGap + 1) + " " + to);
     lines.push_back(drawn);
   }
   page.set("nodes", nodes);
   page.set("lines", lines);
-  const std::size_t missing = left_.nodes.size() - lefts + right_.nodes.size() - rights;
+  const std::size_t missing = left_.places.size() - lefts + right_.places.size() - rights;
   if (missing > 0) page.set("more", number(missing) + " more are not drawn.");
   return mustache(kTemplate).render(page);
 }

@@ -1,7 +1,9 @@
 // What belongs to what on a server, drawn: boxes on the left, boxes on the right, and lines between them.
 #pragma once
 
+#include <array>
 #include <cstddef>
+#include <map>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,12 +19,6 @@ class Drawing {
     std::string name;
     std::string kind;
   };
-  struct Line {
-    std::size_t left = 0;
-    std::size_t right = 0;
-    bool isStrong = false;
-  };
-
   // More than these aren't drawn, only counted.
   static constexpr std::size_t kMostNodes = 150;
 
@@ -39,15 +35,15 @@ class Drawing {
 
  private:
   struct Column {
-    std::vector<Node> nodes;
+    std::vector<Node> nodes;  // that are drawn
     std::unordered_map<std::string, std::size_t> places;
     std::size_t add(const std::string& name, std::string_view kind);
   };
 
   Column left_;
   Column right_;
-  std::vector<Line> lines_;
-  std::unordered_map<std::string, std::size_t> joined_;
+  std::array<bool, kMostNodes> isJoined_{};                    // on the left
+  std::map<std::pair<std::size_t, std::size_t>, bool> lines_;  // between drawn nodes, strong ones
 };
 
 }  // namespace host

@@ -465,8 +465,9 @@ class SqliteInventory : public Inventory {
     attempt([&] {
       database_ = std::make_unique<Database>(file_, mode, access_.wait);
       database_->stopWaitingWhen(stopWaiting_);
-      database_->execute("pragma synchronous = full; pragma cache_size = -" +
-                         std::to_string(kCacheKibibytes));
+      database_->execute("pragma synchronous = full");
+      if (mode != Database::Mode::kReadOnly)
+        database_->execute("pragma cache_size = -" + std::to_string(kCacheKibibytes));
       feed_ = std::make_unique<sqlite::Feed>(*database_);
       sqlite3_create_function_v2(database_->raw(), "folded", 1,
                                  SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_DIRECTONLY, nullptr, fold,
