@@ -26,6 +26,9 @@ void addShow(CLI::App& program, Work& work);
 void addDiff(CLI::App& program, Work& work);
 void addReport(CLI::App& program, Work& work);
 void addFindings(CLI::App& program, Work& work);
+void addServers(CLI::App& program, Work& work);
+void addRemove(CLI::App& program, Work& work);
+void addRename(CLI::App& program, Work& work);
 void addCopy(CLI::App& program, Work& work);
 
 // What several commands have. A value is what the command line says, before it is made sense of.

@@ -19,8 +19,8 @@ constexpr const char* kProgramFooter =
     "\n"
     "'iisinventory COMMAND --help' tells more of each command.";
 
-constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect,  addCheck, addShow, addReport,
-                                                   addFindings, addDiff,  addCopy};
+constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect,  addCheck, addServers, addShow,   addReport,
+                                                   addFindings, addDiff,  addRename,  addRemove, addCopy};
 
 class Parser {
  public:

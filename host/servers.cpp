@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "automation/text.h"
 #include "host/nearest.h"
 #include "host/options.h"
 #include "inventory/names.h"
@@ -31,6 +32,17 @@ std::string chosenServer(inventory::Snapshot& snapshot, const std::string& name)
                      " servers in the database; --server says which one is meant");
   }
   return there.front();
+}
+
+std::optional<std::string> whyNoName(const std::string& name) {
+  if (name.empty()) return "it is empty";
+  if (automation::toUtf8(automation::fromUtf8(name)) != name) return "it is not UTF-8";
+  if (name.front() == ' ' || name.back() == ' ') return "it begins or ends in a blank";
+  for (const char c : name) {
+    if (c == '/' || c == '\\') return "it holds a slash";
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it holds a control character";
+  }
+  return std::nullopt;
 }
 
 }  // namespace host

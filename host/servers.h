@@ -1,6 +1,7 @@
 // Which of an inventory's servers are meant.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,5 +15,8 @@ std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std:
 
 // The one that is named; the only one there is where the name is empty. Throws UsageError.
 std::string chosenServer(inventory::Snapshot& snapshot, const std::string& name);
+
+// Why a text can't be a server's name, or nothing.
+std::optional<std::string> whyNoName(const std::string& name);
 
 }  // namespace host

@@ -18,6 +18,7 @@
 #include "host/archive.h"
 #include "host/options.h"
 #include "host/paths.h"
+#include "host/servers.h"
 #include "inventory/names.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/metabase.h"
@@ -39,22 +40,6 @@ constexpr std::size_t kMostKept = std::size_t{256} * 1024 * 1024;
 constexpr int kAttempts = 3;
 // Entries in a row that can't be read, behind which nothing is hoped for any more.
 constexpr int kMostFailures = 100;
-
-bool isUtf8(const std::string& text) {
-  return automation::toUtf8(automation::fromUtf8(text)) == text;
-}
-
-// Why a text can't be a server's name, or nothing.
-std::optional<std::string> whyNoName(const std::string& name) {
-  if (name.empty()) return "it is empty";
-  if (!isUtf8(name)) return "it is not UTF-8";
-  if (name.front() == ' ' || name.back() == ' ') return "it begins or ends in a blank";
-  for (const char c : name) {
-    if (c == '/' || c == '\\') return "it holds a slash";
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it holds a control character";
-  }
-  return std::nullopt;
-}
 
 // Folders in which the file stands on every server, so that they don't name it: its usual homes, and drives
 // as they are shared or backed up.

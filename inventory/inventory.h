@@ -173,6 +173,15 @@ class Inventory {
   // none.
   virtual Published take(Snapshot& from, const std::vector<std::string>& servers) = 0;
 
+  // Removes all that stands for some servers, all of them or none. Gives the number of rows. Fails where
+  // there is nothing of one of them.
+  virtual std::int64_t remove(const std::vector<std::string>& servers) = 0;
+
+  // Gives a server another name, everywhere where the program has written it: beside its rows, at the start
+  // of paths, and in what is told of problems. Fails where there is nothing of the server, and where there is
+  // a server of the new name; a name may change in its case alone.
+  virtual void rename(const std::string& server, const std::string& name) = 0;
+
   // How many threads may publish at once.
   virtual int publishersAtOnce() const { return 1; }
 

@@ -302,6 +302,48 @@ class Publication {
     return taken;
   }
 
+  // Whether there is anything of a server, by its place among those that are locked.
+  bool hasRows(std::size_t server) {
+    std::string rows;
+    for (const Table* const table : everyTable()) {
+      rows += (rows.empty() ? "select exists (select from " : ") or exists (select from ") +
+              place_.table(table->name) + " where server_id = $1";
+    }
+    return connection_.run(rows + ")", {std::to_string(servers_[server])}).isTrue(0, 0);
+  }
+
+  std::int64_t removeAll() {
+    std::vector<Published> removed(servers_.size());
+    for (Published& each : removed) each.replaced.assign(tables().size(), 0);
+    removeWhole(servers_, removed);
+    std::int64_t rows = 0;
+    for (const Published& each : removed) {
+      for (const std::int64_t count : each.replaced) rows += count;
+    }
+    return rows;
+  }
+
+  // Makes everything of the first server that of the last one, which may be the same.
+  void rename(const std::string& name) {
+    const std::string path = quotedName(kPathColumn), from = std::to_string(servers_.front()),
+                      to = std::to_string(servers_.back());
+    for (const Table* const table : everyTable()) {
+      std::string changes = "server_id = $2";
+      if (hasColumn(*table, kServerColumn)) {
+        changes += ", " + quotedName(kServerColumn) + " = $3::text";
+      } else {
+        changes += ", " + path + " = case when " + path +
+                   " like 'IIS://%/%' then 'IIS://' || $3::text || substr(" + path + ", 6 + strpos(substr(" +
+                   path + ", 7), '/')) else " + path + " end";
+      }
+      if (table->name == kProblems) changes += renamedInProblems("$3::text");
+      connection_.run("update " + place_.table(table->name) + " set " + changes + " where server_id = $1",
+                      {from, to, name});
+    }
+    connection_.run("update " + place_.table(kCurrent) + " set server_id = $2 where server_id = $1",
+                    {from, to});
+  }
+
   std::vector<Published> replace(std::span<const Result> results) {
     std::vector<Published> published(results.size());
     for (Published& each : published) {
@@ -721,6 +763,40 @@ class PostgresInventory : public Inventory {
     });
   }
 
+  std::int64_t remove(const std::vector<std::string>& servers) override {
+    std::vector<std::string> keys;
+    for (const std::string& server : servers) keys.push_back(folded(server));
+    return twice<std::int64_t>([&](std::optional<Uncertain<std::int64_t>>& uncertain, bool again) {
+      const auto before = uncertain;
+      return change<std::int64_t>(keys, "a server", uncertain, again, [&](Publication& publication) {
+        std::size_t missing = 0;
+        while (missing < servers.size() && publication.hasRows(missing)) ++missing;
+        // The first attempt has removed them after all.
+        if (before && missing == 0) return before->done;
+        if (missing < servers.size()) failMissing(servers[missing]);
+        return publication.removeAll();
+      });
+    });
+  }
+
+  void rename(const std::string& server, const std::string& name) override {
+    std::vector<std::string> keys{folded(server)};
+    if (!sameName(server, name)) keys.push_back(folded(name));
+    twice<bool>([&](std::optional<Uncertain<bool>>& uncertain, bool again) {
+      const bool isUncertain = uncertain.has_value();
+      return change<bool>(keys, "a server", uncertain, again, [&](Publication& publication) {
+        if (!publication.hasRows(0)) {
+          // The first attempt has renamed it after all.
+          if (isUncertain && keys.size() > 1 && publication.hasRows(1)) return true;
+          failMissing(server);
+        }
+        if (keys.size() > 1 && publication.hasRows(1)) failTaken(place_.shown, name);
+        publication.rename(name);
+        return true;
+      });
+    });
+  }
+
   int publishersAtOnce() const override { return kMostPublishers; }
 
   std::int64_t rowsOf(const std::string& server) override {
@@ -851,6 +927,10 @@ class PostgresInventory : public Inventory {
       }
     }
     return schema;
+  }
+
+  [[noreturn]] void failMissing(const std::string& server) const {
+    throw Error("there is nothing of a server '" + server + "' in the database '" + place_.shown + "'");
   }
 
   std::vector<std::string> ownNames() const {

@@ -120,6 +120,20 @@ std::vector<std::string> replacedItems(const TableScope& part, const std::vector
   return replaced;
 }
 
+std::string renamedInProblems(const std::string& name) {
+  const std::string server = "\"Server name\"";
+  const std::string former = "'IIS://' || " + server + " || '/'", next = "'IIS://' || " + name + " || '/'";
+  // A node's path may end in the name.
+  const std::string node = "replace(\"Node\" || '/', " + former + ", " + next + ")";
+  return ", \"Node\" = substr(" + node + ", 1, length(" + node +
+         ") - 1), \"Message\" = replace(\"Message\", " + former + ", " + next + ")";
+}
+
+void failTaken(const std::string& database, const std::string& name) {
+  throw Error("there is a server '" + name + "' in the database '" + database +
+              "' already; 'remove' takes it out");
+}
+
 std::string jsonList(const std::vector<std::string>& texts) {
   return json(texts).dump(-1, ' ', false, json::error_handler_t::replace);
 }

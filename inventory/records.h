@@ -41,6 +41,13 @@ std::vector<const Table*> everyTable();
 // The items that a publication's part replaces, out of those that stand there.
 std::vector<std::string> replacedItems(const TableScope& part, const std::vector<std::string>& there);
 
+// What an update of "Problems" sets beside the server's name where that changes: the places that begin with
+// it, in SQL that every kind of database takes. `name` is an expression.
+std::string renamedInProblems(const std::string& name);
+
+// Tells that a server can't have a name that another one has. Throws Error.
+[[noreturn]] void failTaken(const std::string& database, const std::string& name);
+
 // A list of texts as JSON.
 std::string jsonList(const std::vector<std::string>& texts);
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
+#include <numeric>
 #include <set>
 #include <system_error>
 #include <thread>
@@ -431,6 +432,31 @@ class SqliteInventory : public Inventory {
     });
   }
 
+  std::int64_t remove(const std::vector<std::string>& servers) override {
+    return attempt([&] {
+      return change<std::int64_t>([&] {
+        RowCounts removed(tables().size(), 0);
+        for (const std::string& server : servers) {
+          if (!isThere(spellingsOf(server))) failMissing(server);
+          removeFormer(server, {}, removed);
+        }
+        return std::accumulate(removed.begin(), removed.end(), std::int64_t{0});
+      });
+    });
+  }
+
+  void rename(const std::string& server, const std::string& name) override {
+    attempt([&] {
+      change<bool>([&] {
+        const std::vector<std::string> spellings = spellingsOf(server);
+        if (!isThere(spellings)) failMissing(server);
+        if (!sameName(server, name) && isThere(spellingsOf(name))) failTaken(file_, name);
+        renameRows(spellings, name);
+        return true;
+      });
+    });
+  }
+
   std::int64_t rowsOf(const std::string& server) override {
     if (database_ == nullptr) return 0;
     return attempt([&] {
@@ -725,6 +751,42 @@ class SqliteInventory : public Inventory {
       addProblem(*std::ranges::find(servers, server, folded), problem);
       taken.problems.push_back(std::move(problem));
     }
+  }
+
+  // Whether there is anything of a server.
+  bool isThere(const std::vector<std::string>& spellings) {
+    const auto has = [&](std::string_view table, const std::string& condition) {
+      Statement& look = statement("select 1 from " + quotedName(table) + " where " + condition + " limit 1");
+      return std::ranges::any_of(spellings, [&](const std::string& spelling) {
+        look.bind(1, spelling);
+        const bool found = look.step();
+        look.reset();
+        return found;
+      });
+    };
+    return std::ranges::any_of(everyTable(),
+                               [&](const Table* table) { return has(table->name, serverCondition(*table)); });
+  }
+
+  [[noreturn]] void failMissing(const std::string& server) const {
+    throw Error("there is nothing of a server '" + server + "' in the database '" + file_ + "'");
+  }
+
+  void renameRows(const std::vector<std::string>& spellings, const std::string& name) {
+    const auto rename = [&](std::string_view table, const std::string& changes, const std::string& which) {
+      Statement& change = statement("update " + quotedName(table) + " set " + changes + " where " + which);
+      change.bind(2, name);
+      runForServer(spellings, change);
+    };
+    const std::string path = quotedName(kPathColumn), server = quotedName(kServerColumn) + " = ?2";
+    for (const Table* const table : everyTable()) {
+      std::string changes = tellsServer(*table) ? server
+                                                : path + " = 'IIS://' || ?2 || substr(" + path +
+                                                      ", 6 + instr(substr(" + path + ", 7), '/'))";
+      if (table->name == kProblems) changes += renamedInProblems("?2");
+      rename(table->name, changes, serverCondition(*table));
+    }
+    rename(kBookkeeping, server, quotedName(kServerColumn) + " = ?1 collate nocase");
   }
 
   Published replace(const Result& result) {

@@ -458,11 +458,40 @@ TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
   run({"copy", "--from", file_, "--to", (folder_ / "b.db").string(), "--server", "B"}, 0, "1 server into");
   for (const std::string& database : {file_, fleet_, back}) {
     EXPECT_EQ(everything(database).at("tblvirtualDirectory").size(), 4U) << database;
-    publish(database, "a", fewer);
+    run({"rename", "A", "C", "--database", database});
+    publish(database, "c", fewer);
     publish(database, "B", {});
     EXPECT_EQ(everything(database).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"}) << database;
   }
   EXPECT_EQ(everything((folder_ / "b.db").string()).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"});
+}
+
+TEST_F(Postgres, RenamesAndRemovesServers) {
+  const std::string web = kSamples + "/WEB01/MetaBase.xml", legacy = kSamples + "/LEGACY/MetaBase.xml";
+  const std::string straight = (folder_ / "straight.db").string();
+  collectBoth({"\u00C4rger=" + legacy, "one=" + web}, 1);
+  run({"collect", "it's=" + legacy, "One=" + web, "--database", straight}, 1);
+  for (const std::string& database : {file_, fleet_}) {
+    const Tables before = everything(database, true);
+    run({"rename", "one", "\u00E4RGER", "--database", database}, 2, "already");
+    run({"rename", "on", "two", "--database", database}, 2, "did you mean 'one'?");
+    run({"remove", "one", "two", "--database", database}, 2, "no server 'two'");
+    EXPECT_EQ(everything(database, true), before);
+    run({"rename", "\u00E4RGER", "it's", "--database", database});
+    run({"rename", "ONE", "One", "--database", database});
+    expectEqual(straight, database);
+    // What comes next takes the place of all of it.
+    run({"collect", "IT'S=" + legacy, "--database", database, "--only", "Virtual Directories"}, 1);
+    run({"collect", "IT'S=" + legacy, "--database", database}, 1, "replaced");
+    run({"collect", "\u00C4RGER=" + legacy, "--database", database}, 1);
+    run({"remove", "It's", "one", "--database", database}, 0, "removed 2 servers");
+    for (const auto& [table, rows] : everything(database)) {
+      for (const std::string& row : rows) EXPECT_NE(row.find("\u00C4RGER"), row.npos) << table << row;
+    }
+  }
+  expectEqual(file_, fleet_);
+  for (const std::string& database : {file_, fleet_})
+    run({"servers", "--database", database, "--format", "csv"}, 0, "Z,31,5,0," + legacy);
 }
 
 TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
@@ -583,21 +612,26 @@ TEST_F(Postgres, RefusesAServerThatIsTooOld) {
 }
 
 TEST_F(Postgres, TriesALostConnectionOnceMoreAndKnowsWhatHasBeenMade) {
-  const Arguments collect = {"collect", generated("A", 5), "--database",
-                             "postgresql://writer@/fleet?host=" + folder_.path().string()};
-  for (const bool isFirst : {true, false}) {
-    const std::string word = isFirst ? "savepoint unlocked" : std::string("\0commit\0", 8);
+  const auto runLosing = [&](Arguments arguments, const std::string& word) {
     bool isLost = false;
     const Between between(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool toServer) {
       return !toServer || isLost || !(isLost = bytes.find(word) != std::string::npos);
     });
-    const Result result = run(collect, 0, "collected 1 server");
-    EXPECT_EQ(result.out.find("replaced") == std::string::npos, isFirst) << result.out;
+    arguments.insert(arguments.end(),
+                     {"--database", "postgresql://writer@/fleet?host=" + folder_.path().string()});
+    const Result result = run(arguments);
     fs::remove(folder_ / ".s.PGSQL.5432");
-  }
+    return result.out;
+  };
+  const Arguments collect = {"collect", generated("A", 5)};
+  const std::string commit("\0commit\0", 8);
+  EXPECT_EQ(runLosing(collect, "savepoint unlocked").find("replaced"), std::string::npos);
+  EXPECT_NE(runLosing(collect, commit).find("replaced"), std::string::npos);
   // Never what it has published itself a moment ago.
   EXPECT_EQ(server_.run("select count(*) from iis_inventory.still_current", "fleet"), "1");
   EXPECT_EQ(server_.run("select last_value from iis_inventory.publication_number", "fleet"), "3");
+  EXPECT_EQ(runLosing({"rename", "A", "B"}, commit).find("renamed A to B"), 0U);
+  EXPECT_NE(runLosing({"remove", "B"}, commit).find(" rows"), std::string::npos);
 }
 
 TEST_F(Postgres, TakesPasswordsWithoutTellingThem) {
