@@ -77,7 +77,7 @@ class Collection : private Publisher::Listener {
         output_(output),
         inventory_(std::move(inventory)),
         signals_(signals),
-        progress_(!options.quiet),
+        progress_(!options.quiet, servers_.size()),
         publisher_(*inventory_, inventory::shownName(options.database), options.jobs, *this),
         logWait_(options.access.wait),
         rows_(inventory::tables().size(), 0),
@@ -176,7 +176,7 @@ class Collection : private Publisher::Listener {
 
   void collectOne(std::size_t place, PrivateLogs& logs) {
     const Server& server = servers_[place];
-    const auto lane = progress_.begin(servers_.size() > 1 ? server.name : std::string());
+    const auto lane = progress_.begin(server.name, place + 1);
     auto finished = std::make_unique<Finished>();
     finished->place = place;
     if (gather(server, logs, lane, *finished)) {

@@ -3,7 +3,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -25,8 +27,11 @@ constexpr std::chrono::milliseconds kBetweenDrawings{50};
 constexpr std::chrono::seconds kBetweenServers{2};
 constexpr std::chrono::milliseconds kLongestStop{200};
 constexpr std::string_view kWipe = "\r\x1b[K";
-constexpr std::size_t kBarWidth = 24;
-constexpr std::size_t kLeastForStatus = 24;
+constexpr std::size_t kBarWidth = 16;
+constexpr std::size_t kLeastForStatus = 32;
+// Before that a guess is no good, and what takes less is soon seen.
+constexpr std::chrono::seconds kNoGuessBefore{5};
+constexpr std::chrono::seconds kWorthTelling{10};
 
 void writeToTerminal(std::string_view text) noexcept {
   while (!text.empty()) {
@@ -49,20 +54,37 @@ std::string bar(const ProgressLine::Lane& lane) {
   return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]";
 }
 
-// Status at the left, bar and count at the right. A narrow terminal has no room for the bar, and a very
-// narrow one only for the status.
-std::string layOut(const ProgressLine::Lane& lane, std::size_t width) {
-  const std::string status = harmless(lane.name.empty() ? lane.status : lane.name + ": " + lane.status);
+// Server, tab and status at the left, bar, count and time at the right. A narrow terminal has no room for the
+// bar, and a very narrow one only for what is at the left.
+std::string layOut(const ProgressLine::Lane& lane, const std::string& left, std::size_t width) {
+  std::string status;
+  for (const std::string& part : {lane.name, lane.section, lane.status}) {
+    if (!part.empty()) status += (status.empty() ? "" : ": ") + harmless(part);
+  }
   const std::string count = harmless(lane.count);
-  std::string right = bar(lane) + " " + count;
-  if (displayWidth(right) + kLeastForStatus > width) right = count;
-  if (displayWidth(right) + kLeastForStatus > width) right.clear();
+  const std::string behind = count + (count.empty() || left.empty() ? "" : ", ") + left;
+  const std::string choices[] = {bar(lane) + " " + behind, behind, left};
+  const auto fits = [&](const std::string& text) { return displayWidth(text) + kLeastForStatus <= width; };
+  const auto* const choice = std::find_if(std::begin(choices), std::end(choices), fits);
+  const std::string right = choice == std::end(choices) ? "" : *choice;
   const std::size_t room = width - displayWidth(right);
-  const std::string left = cutToWidth(status, right.empty() ? room : room - 1);
-  return left + std::string(room - displayWidth(left), ' ') + right;
+  const std::string shown = cutToWidth(status, right.empty() ? room : room - 1);
+  return shown + std::string(room - displayWidth(shown), ' ') + right;
 }
 
 }  // namespace
+
+std::string timeLeft(std::chrono::steady_clock::duration took, std::size_t done, std::size_t all) {
+  if (took < kNoGuessBefore || done == 0 || done >= all) return "";
+  const auto left =
+      std::chrono::duration<double>(took) * (static_cast<double>(all - done) / static_cast<double>(done));
+  if (left < kWorthTelling) return "";
+  // As few digits as are known.
+  const auto rounded = [](double count) { return std::to_string(static_cast<long long>(std::ceil(count))); };
+  if (left <= std::chrono::seconds(90)) return "about " + rounded(left.count() / 10) + "0 s left";
+  if (left <= std::chrono::minutes(90)) return "about " + rounded(left.count() / 60) + " min left";
+  return "about " + rounded(left.count() / 3600) + " h left";
+}
 
 // One of the three objects. Each has one member that is written; the bar has a method besides.
 class ProgressLine::Updater : public MemberlessObject {
@@ -104,15 +126,16 @@ class ProgressLine::Updater : public MemberlessObject {
   Role role_;
 };
 
-ProgressLine::ProgressLine(bool wanted) : shown_(wanted && isCapableTerminal()) {}
+ProgressLine::ProgressLine(bool wanted, std::size_t servers)
+    : shown_(wanted && isCapableTerminal()), servers_(servers) {}
 
 ProgressLine::~ProgressLine() {
   stop();
 }
 
-std::shared_ptr<ProgressLine::Lane> ProgressLine::begin(std::string name) {
+std::shared_ptr<ProgressLine::Lane> ProgressLine::begin(const std::string& name, std::size_t number) {
   auto lane = std::make_shared<Lane>();
-  lane->name = std::move(name);
+  if (servers_ > 1) lane->name = std::to_string(number) + "/" + std::to_string(servers_) + " " + name;
   const std::lock_guard lock(mutex_);
   lanes_.push_back(lane);
   return lane;
@@ -123,13 +146,16 @@ ProgressLine::Updaters ProgressLine::updaters(const std::shared_ptr<Lane>& lane)
   using Role = Updater::Role;
   return {std::make_shared<Updater>(*this, lane, Role::kStatus),
           std::make_shared<Updater>(*this, lane, Role::kBar),
-          std::make_shared<Updater>(*this, lane, Role::kCount)};
+          std::make_shared<Updater>(*this, lane, Role::kCount), [this, lane](std::string_view section) {
+            change(lane, [&](Lane& begun) { begun = {begun.name, std::string(section), {}, {}}; });
+          }};
 }
 
 void ProgressLine::end(const std::shared_ptr<Lane>& lane) {
   const std::lock_guard lock(mutex_);
   std::erase(lanes_, lane);
   if (current_ == lane) current_ = nullptr;
+  ++done_;
   if (lanes_.empty()) wipe();
 }
 
@@ -158,7 +184,8 @@ void ProgressLine::change(const std::shared_ptr<Lane>& lane, const std::function
   drawn_ = now;
   // The last column stays free: a terminal may break the line behind it.
   const std::size_t columns = terminalColumns(STDERR_FILENO);
-  const std::string line = std::string(kWipe) + layOut(*current_, columns > 1 ? columns - 1 : 1);
+  const std::string line = std::string(kWipe) + layOut(*current_, timeLeft(now - start_, done_, servers_),
+                                                       columns > 1 ? columns - 1 : 1);
   lineStands_ = true;
   writeToTerminal(line);
 }

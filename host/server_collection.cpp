@@ -208,7 +208,8 @@ class ServerCollection {
         logs_(logs),
         serverName_(fromUtf8(server.name)),
         databaseName_(fromUtf8(workplace.database().name())),
-        statusBar_(std::make_shared<StatusTap>(updaters[0], [this](TextView status) { sent(status); })),
+        statusBar_(
+            std::make_shared<StatusTap>(updaters.statusBar, [this](TextView status) { sent(status); })),
         updaters_(updaters) {}
 
   Outcome run() {
@@ -315,7 +316,7 @@ class ServerCollection {
     ObjectRef object = automation::CreateObject(programmaticId);
     call(object, u"SetErrorLogPath", fromUtf8(logs_.directory.string()),
          fromUtf8(logs_.server.file().string()));
-    call(object, u"SetProcessStatusUpdater", statusBar_, updaters_[1], updaters_[2]);
+    call(object, u"SetProcessStatusUpdater", statusBar_, updaters_.progressBar, updaters_.processCount);
     return object;
   }
 
@@ -382,11 +383,16 @@ class ServerCollection {
     }
   }
 
+  void begin(std::string_view section) {
+    if (updaters_.begin) updaters_.begin(section);
+  }
+
   // The tabs of one side: of all its items in one call each, or of the selected ones.
   void collectTabs(const ObjectRef& object, TextView method, Side side, const std::vector<std::string>& items,
                    bool all) {
     for (const Section* section : selection_.sections) {
       if (section->side != side || section->kind != Kind::kTab) continue;
+      begin(section->name);
       const Text tab = fromUtf8(section->name);
       const std::string_view table = section->tables.front();
       if (all) {
@@ -435,6 +441,7 @@ class ServerCollection {
     const auto items = wantedItems(siteIds_, selection_.sites);
     collectTabs(sites, u"GetFTPPropertyInfo", Side::kFtp, items, selection_.sites.empty());
     if (!selection_.has(Side::kFtp, Kind::kVirtualDirectories)) return;
+    begin("Virtual Directories");
     for (const std::string& item : items) collectDirectories(sites, item);
   }
 
@@ -470,6 +477,7 @@ class ServerCollection {
   }
 
   void collectPools(bool hasPools) {
+    begin("");
     const ObjectRef pools = component(TORVINFTPAppDataCom::kAppPoolCollectionProgrammaticId);
     std::vector<std::string> items;
     if (hasPools && selection_.needsList(Side::kPools)) {
@@ -480,10 +488,12 @@ class ServerCollection {
       collectTabs(pools, u"GetAppPoolPropertyInfo", Side::kPools, items, selection_.pools.empty());
     }
     if (selection_.has(Side::kPools, Kind::kExtensions)) {
+      begin("Web Service Extensions");
       attempt(CallPlace::ofItem("tblWSExtension", ItemKind::kNone, {}, "IIS://" + server_.name + "/W3SVC"),
               [&] { call(pools, u"GetWebServiceExtension", serverName_, databaseName_); });
     }
     if (!selection_.has(Side::kPools, Kind::kAppliedObjects)) return;
+    begin("Applied Objects");
     for (const std::string& item : items) {
       attempt(CallPlace::ofItem("tblAppliedObject", ItemKind::kPool, item, {}),
               [&] { call(pools, u"EnumAppsInPool", serverName_, databaseName_, fromUtf8(item)); });

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "host/progress.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
 
@@ -281,7 +282,7 @@ TEST_F(Host, ProgressIsOneLineThatVanishes) {
       runOnTerminal(60, {"collect", many, kLegacy, "--only", "Message", "--database", database_});
   const std::size_t summary = result.out.find("collected 2 servers");
   ASSERT_NE(summary, std::string::npos);
-  EXPECT_NE(result.out.find("MANY: Loading FTP Sites"), std::string::npos);
+  EXPECT_NE(result.out.find("1/2 MANY: Loading FTP Sites"), std::string::npos);
   EXPECT_NE(result.out.find("[--------"), std::string::npos);
   const std::size_t lastWipe = result.out.rfind(kWipe);
   ASSERT_NE(lastWipe, std::string::npos);
@@ -295,12 +296,22 @@ TEST_F(Host, ProgressIsOneLineThatVanishes) {
   EXPECT_EQ(runOnTerminal(60, {"collect", many, "--quiet", "--database", database_}).out, "");
 }
 
+TEST(Progress, TellsTheTimeThatIsLeftWhereItIsKnownAndLong) {
+  using std::chrono::seconds;
+  EXPECT_EQ(host::timeLeft(seconds(4), 1, 1000), "");
+  EXPECT_EQ(host::timeLeft(seconds(60), 0, 2), "");
+  EXPECT_EQ(host::timeLeft(seconds(60), 90, 98), "");
+  EXPECT_EQ(host::timeLeft(seconds(60), 90, 107), "about 20 s left");
+  EXPECT_EQ(host::timeLeft(seconds(60), 10, 26), "about 2 min left");
+  EXPECT_EQ(host::timeLeft(seconds(60), 10, 1000), "about 2 h left");
+}
+
 TEST_F(Host, ASignalEndsItWithoutTheLine) {
   const std::string many = metabaseOf("MANY", 20000);
   bool sent = false;
   const Result result = runOnTerminal(80, {"collect", many, "--database", database_},
                                       [&](pid_t child, const std::string& shown) {
-                                        if (sent || shown.find("Processing") == std::string::npos) return;
+                                        if (sent || shown.find("General: Processing") == std::string::npos) return;
                                         sent = true;
                                         kill(child, SIGINT);
                                       });
