@@ -8,12 +8,14 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <map>
 #include <mutex>
 #include <numeric>
 #include <set>
 #include <string>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "automation/failure.h"
@@ -45,6 +47,9 @@ enum Status { kAllWell = 0, kWithProblems = 1, kNothing = 2 };
 constexpr rlim_t kDescriptorsOfJob = 8;
 constexpr rlim_t kDescriptorsOfAll = 24;
 
+// Of servers that are told in one line.
+constexpr std::size_t kMostNames = 20;
+
 void requireLogDirectory(const std::filesystem::path& directory) {
   const auto refuse = [&](const char* why) {
     throw UsageError("the logs can't go to the directory '" + directory.string() + "': " + why);
@@ -54,15 +59,8 @@ void requireLogDirectory(const std::filesystem::path& directory) {
   if (!std::filesystem::is_directory(directory, error)) refuse("it is not a directory");
 }
 
-// "A, B and 3 more".
-std::string listed(const std::vector<std::string>& names) {
-  constexpr std::size_t kMostNames = 20;
-  std::string text;
-  for (std::size_t at = 0; at < std::min(names.size(), kMostNames); ++at) {
-    text += (at == 0 ? "" : ", ") + names[at];
-  }
-  if (names.size() > kMostNames) text += " and " + std::to_string(names.size() - kMostNames) + " more";
-  return names.empty() ? "none" : text;
+std::int64_t sum(const inventory::RowCounts& counts) {
+  return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
 }
 
 class Collection : private Publisher::Listener {
@@ -241,9 +239,9 @@ class Collection : private Publisher::Listener {
   void hand(std::unique_ptr<Finished> finished) {
     const Outcome& outcome = finished->outcome;
     const std::string& server = servers_[finished->place].name;
-    for (const std::string& remark : outcome.remarks) note(remark);
     {
       const std::lock_guard lock(mutex_);
+      for (const std::string& remark : outcome.remarks) remarks_[remark].push_back(server);
       foundSites_.insert(outcome.foundSites.begin(), outcome.foundSites.end());
       foundPools_.insert(outcome.foundPools.begin(), outcome.foundPools.end());
       ++looked_;
@@ -262,18 +260,28 @@ class Collection : private Publisher::Listener {
   }
 
   void tellPublished(const Finished& finished, const inventory::Published& published) noexcept override {
-    const std::int64_t replaced =
-        std::accumulate(published.replaced.begin(), published.replaced.end(), std::int64_t{0});
+    const std::string& server = servers_[finished.place].name;
+    const std::int64_t replaced = sum(published.replaced);
     try {
+      std::int64_t problems = 0;
       {
         const std::lock_guard lock(mutex_);
-        for (const inventory::Problem& problem : published.problems) {
-          groups_.add(servers_[finished.place].name, problem);
+        for (const inventory::Problem& problem : published.problems) groups_.add(server, problem);
+        if (const auto found = groups_.problemsByServer().find(server);
+            found != groups_.problemsByServer().end()) {
+          problems = found->second;
         }
+        replacedRows_ += replaced;
+        if (replaced > 0) replaced_.push_back(server);
       }
-      if (replaced == 0) return;
-      note("replaced " + counted(replaced, "row", "rows") + " of " + servers_[finished.place].name +
-           " from an earlier run");
+      if (!options_.verbose) return;
+      progress_.aside([&] {
+        print([&] {
+          output_.write(harmless(server) + ": " + counted(sum(published.added), "row", "rows") +
+                        (replaced > 0 ? " in the place of " + std::to_string(replaced) : "") +
+                        (problems > 0 ? ", " + countedProblems(problems) : "") + "\n");
+        });
+      });
     } catch (const std::bad_alloc&) {
       // It is there all the same.
     }
@@ -330,9 +338,11 @@ class Collection : private Publisher::Listener {
     const std::size_t published = namesOf(true).size();
     if (!options_.quiet) {
       print([&] {
+        printRemarks();
         if (published > 0) printRows(published);
         const std::size_t width = ::isatty(STDOUT_FILENO) != 0 ? terminalColumns(STDOUT_FILENO) : 100;
         groups_.print(output_, width);
+        printServersWithProblems(width);
         if (problems == 0 && complaints_ == 0) output_.write("no problems\n");
         if (problems + groups_.notes() > 0) {
           output_.write("all of them: " + harmless(whereProblemsStand(published)) + "\n");
@@ -365,18 +375,43 @@ class Collection : private Publisher::Listener {
     }
   }
 
+  void printRemarks() {
+    for (const auto& [remark, servers] : remarks_) {
+      output_.write(
+          harmless(listed(servers, kMostNames) + (servers.size() == 1 ? " has " : " have ") + remark) + "\n");
+    }
+    if (replacedRows_ == 0) return;
+    const std::string whose = replaced_.size() == 1
+                                  ? harmless(replaced_.front()) + " from an earlier run"
+                                  : std::to_string(replaced_.size()) + " servers from earlier runs";
+    output_.write("replaced " + counted(replacedRows_, "row", "rows") + " of " + whose + "\n");
+  }
+
+  // Which of several, those with the most of them first.
+  void printServersWithProblems(std::size_t width) {
+    if (servers_.size() == 1 || groups_.problems() == 0) return;
+    std::vector<std::pair<std::int64_t, std::string>> counts;
+    for (const auto& [server, count] : groups_.problemsByServer()) counts.emplace_back(-count, server);
+    std::sort(counts.begin(), counts.end());
+    std::vector<std::string> names;
+    for (const auto& [count, server] : counts) names.push_back(server + " (" + std::to_string(-count) + ")");
+    const std::string text = "on " + counted(static_cast<std::int64_t>(names.size()), "server", "servers") +
+                             ": " + listed(names, kMostNames);
+    for (const std::string& line : wrapToWidth(harmless(text), width - 2)) output_.write("  " + line + "\n");
+  }
+
   void printRows(std::size_t published) {
-    std::int64_t total = 0;
+    const std::int64_t total = sum(rows_);
     std::size_t nameWidth = 0;
     std::size_t countWidth = 0;
     for (std::size_t at = 0; at < rows_.size(); ++at) {
-      total += rows_[at];
       nameWidth = std::max(nameWidth, inventory::tables()[at].name.size());
       countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
     }
     output_.write("collected " + counted(static_cast<std::int64_t>(published), "server", "servers") +
-                  " into " + harmless(inventory::shownName(options_.database)) + ": " +
-                  counted(total, "row", "rows") + "\n");
+                  (published < servers_.size() ? " of " + std::to_string(servers_.size()) : "") + " into " +
+                  harmless(inventory::shownName(options_.database)) + ": " + counted(total, "row", "rows") +
+                  "\n");
     for (std::size_t at = 0; at < rows_.size(); ++at) {
       if (rows_[at] == 0) continue;
       const std::string name(inventory::tables()[at].name);
@@ -394,8 +429,8 @@ class Collection : private Publisher::Listener {
     tryForAMoment([this] {
       progress_.stop();
       const std::lock_guard lock(mutex_);
-      complain("ended by a signal; in the inventory: " + listed(namesOf(true)) +
-               "; not touched: " + listed(namesOf(false)));
+      complain("ended by a signal; in the inventory: " + listed(namesOf(true), kMostNames) +
+               "; not touched: " + listed(namesOf(false), kMostNames));
     });
     folder_.remove();
     endBySignal(signalNumber);
@@ -420,8 +455,11 @@ class Collection : private Publisher::Listener {
   std::int64_t complaints_ = 0;
   ProblemGroups groups_;
   inventory::RowCounts rows_;
-  std::vector<Fate> fates_;  // by the server's place
-  std::string whyLeft_;      // nobody was left to collect what is still open
+  std::map<std::string, std::vector<std::string>> remarks_;  // with the servers
+  std::int64_t replacedRows_ = 0;
+  std::vector<std::string> replaced_;  // servers that had some
+  std::vector<Fate> fates_;            // by the server's place
+  std::string whyLeft_;                // nobody was left to collect what is still open
   std::set<std::string> foundSites_;
   std::set<std::string> foundPools_;
 };

@@ -61,11 +61,13 @@ struct Raw {
   unsigned jobs = 1;
   bool list = false;
   bool quiet = false;
+  bool verbose = false;
 };
 
 CollectOptions optionsOf(const Raw& raw) {
   refuseEmpty("--site", raw.sites);
   refuseEmpty("--pool", raw.pools);
+  if (raw.quiet && raw.verbose) throw UsageError("--quiet and --verbose exclude each other");
   CollectOptions options;
   options.metabases = raw.metabases;
   options.maxSize = raw.maxSize;
@@ -80,6 +82,7 @@ CollectOptions optionsOf(const Raw& raw) {
   options.selection = select(raw.only, raw.sites, raw.pools);
   options.jobs = raw.jobs;
   options.quiet = raw.quiet;
+  options.verbose = raw.verbose;
   return options;
 }
 
@@ -104,6 +107,7 @@ void addCollect(CLI::App& program, Work& work) {
       ->check(CLI::Range(1U, kMostJobs).description(""));
   addForce(command, raw->database);
   command.add_flag("-q,--quiet", raw->quiet, "No progress and no summary, problems only");
+  command.add_flag("-v,--verbose", raw->verbose, "A line for each server, too");
   command.footer(kCollectFooter);
   command.callback([raw, &work] {
     work = [options = optionsOf(*raw)](Output& output) { return collect(options, output); };

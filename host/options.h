@@ -30,6 +30,7 @@ struct CollectOptions {
   Selection selection;
   unsigned jobs = 1;
   bool quiet = false;
+  bool verbose = false;  // a line for each server
 };
 
 enum class Format { kTable, kCsv, kJson };

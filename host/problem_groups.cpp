@@ -1,9 +1,12 @@
 #include "host/problem_groups.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <utility>
 
+#include "host/color.h"
 #include "host/places.h"
 #include "host/terminal_text.h"
 
@@ -39,8 +42,24 @@ std::string counted(std::int64_t count, const char* one, const char* many) {
   return std::to_string(count) + " " + (count == 1 ? one : many);
 }
 
+std::string countedProblems(std::int64_t count) {
+  const std::string text = counted(count, "problem", "problems");
+  return count > 0 ? colored(text, Ink::kProblem, STDOUT_FILENO) : text;
+}
+
+std::string listed(const std::vector<std::string>& names, std::size_t most) {
+  std::string text;
+  for (std::size_t at = 0; at < std::min(names.size(), most); ++at) {
+    const bool isLast = at > 0 && at + 1 == names.size();
+    text += (at == 0 ? "" : isLast ? " and " : ", ") + names[at];
+  }
+  if (names.size() > most) text += " and " + std::to_string(names.size() - most) + " more";
+  return names.empty() ? "none" : text;
+}
+
 void ProblemGroups::add(const std::string& server, const inventory::Problem& problem) {
   ++(problem.isNote ? notes_ : problems_);
+  if (!problem.isNote) ++byServer_[server];
   std::string reason = placeIn(problem.message).reason;
   // Odd places of one kind stand on many lines.
   if (const std::size_t line = reason.rfind(" (line "); line != reason.npos && reason.ends_with(')')) {
@@ -56,7 +75,7 @@ void ProblemGroups::print(Output& output, std::size_t width) const {
   for (const bool notes : {false, true}) {
     const std::int64_t count = notes ? notes_ : problems_;
     if (count == 0) continue;
-    output.write((notes ? counted(count, "note", "notes") : counted(count, "problem", "problems")) + ":\n");
+    output.write((notes ? counted(count, "note", "notes") : countedProblems(count)) + ":\n");
     std::vector<const decltype(groups_)::value_type*> groups;
     for (const auto& group : groups_) {
       if (std::get<0>(group.first) == notes) groups.push_back(&group);

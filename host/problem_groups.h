@@ -19,6 +19,8 @@ class ProblemGroups {
 
   std::int64_t problems() const { return problems_; }
   std::int64_t notes() const { return notes_; }
+  // Of each server that has problems.
+  const std::map<std::string, std::int64_t>& problemsByServer() const { return byServer_; }
 
   // Prints the groups, those with the most problems first, at most twenty; notes behind them, if they are
   // wanted. `width` is how long a line may be.
@@ -33,11 +35,18 @@ class ProblemGroups {
   };
 
   std::map<Key, Group> groups_;
+  std::map<std::string, std::int64_t> byServer_;
   std::int64_t problems_ = 0;
   std::int64_t notes_ = 0;
 };
 
 // "1 problem", "2 problems".
 std::string counted(std::int64_t count, const char* one, const char* many);
+
+// The same of problems on the standard output, in their colour.
+std::string countedProblems(std::int64_t count);
+
+// "A", "A and B", "A, B and 3 more": at most `most` of them by name. "none" where there is none.
+std::string listed(const std::vector<std::string>& names, std::size_t most);
 
 }  // namespace host

@@ -129,22 +129,22 @@ ServerShape lookAt(const Server& server) {
   ServerShape shape;
   shape.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
   shape.hasWeb = objectAt(server.name, u"/W3SVC") != nullptr;
-  if (!shape.hasSites) shape.sitesNote = "has no FTP service, so there are no FTP sites to collect";
+  if (!shape.hasSites) shape.sitesNote = "no FTP service, so there are no FTP sites to collect";
   if (!shape.hasWeb) {
-    shape.poolsNote = "has no web service, so there are no application pools to collect";
+    shape.poolsNote = "no web service, so there are no application pools to collect";
   } else if (const auto version = versionOf(server.name); version && *version < kFirstVersionWithPools) {
     shape.hasWeb = false;
-    shape.poolsNote = "is IIS " + std::to_string(*version) + ", which has no application pools to collect";
+    shape.poolsNote = "no application pools to collect, being IIS " + std::to_string(*version);
   } else {
     shape.hasPools = objectAt(server.name, u"/W3SVC/AppPools") != nullptr;
     if (!shape.hasPools) {
-      shape.poolsNote = "has no node /LM/W3SVC/AppPools, so there are no application pools to collect";
+      shape.poolsNote = "no node /LM/W3SVC/AppPools, so there are no application pools to collect";
     }
   }
   if (!shape.hasSites && !shape.hasWeb) {
     platform::metabase::fail(
         platform::metabase::number::kPathNotFound,
-        server.source.shown() + ": the server " + shape.sitesNote + ", and it " + shape.poolsNote);
+        server.source.shown() + ": the server has " + shape.sitesNote + ", and it has " + shape.poolsNote);
   }
   return shape;
 }
@@ -269,11 +269,8 @@ class ServerCollection {
   }
 
   void remarkWhatIsMissing(const ServerShape& shape) {
-    const auto remark = [&](const std::string& note) {
-      if (!note.empty()) outcome_.remarks.push_back(server_.name + " " + note);
-    };
-    if (has(Side::kFtp)) remark(shape.sitesNote);
-    if (has(Side::kPools)) remark(shape.poolsNote);
+    if (has(Side::kFtp) && !shape.sitesNote.empty()) outcome_.remarks.push_back(shape.sitesNote);
+    if (has(Side::kPools) && !shape.poolsNote.empty()) outcome_.remarks.push_back(shape.poolsNote);
   }
 
   // What stands in the file and has no place there becomes a record of the class whose side it is on.

@@ -60,7 +60,7 @@ class Incomplete : public std::runtime_error {
 // What has come of a server's collection.
 struct Outcome {
   inventory::Result result;  // without the rows
-  // Lines for a person, told whatever becomes of the rows.
+  // What the server has, in words behind "has" or "have": why it gives nothing of one side.
   std::vector<std::string> remarks;
   // Those of the selection's sites and pools that the server has, as the user spells them.
   std::vector<std::string> foundSites;

@@ -180,7 +180,7 @@ TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
     EXPECT_EQ(result.status, 1);
     EXPECT_NE(result.out.find(std::to_string(records) + " problems:"), std::string::npos);
     EXPECT_NE(result.out.find("the logs in " + folder_.path().string() + "\n"), std::string::npos);
-    EXPECT_NE(result.out.find("LEGACY is IIS 5"), std::string::npos);
+    EXPECT_NE(result.out.find("LEGACY has no application pools to collect, being IIS 5"), std::string::npos);
   }
   const Result quiet = collect({kLegacy, "--quiet", "--log-dir", folder_.folder("logs").string()});
   EXPECT_EQ(quiet.status, 1);
@@ -190,7 +190,17 @@ TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
   const Result mixed = collect({path("gone.xml"), kWeb01});
   EXPECT_EQ(mixed.status, 1);
   EXPECT_EQ(lines(mixed.err).size(), 1U);
-  EXPECT_NE(mixed.out.find("collected 1 server"), std::string::npos);
+  EXPECT_NE(mixed.out.find("collected 1 server of 2 into"), std::string::npos);
+
+  // A line for each only where it is asked for.
+  const std::string summary = collect({kLegacy, kWeb01, "--color", "always"}).out;
+  EXPECT_EQ(summary.find("WEB01"), std::string::npos) << summary;
+  for (const char* words :
+       {"replaced 241 rows of 2 servers", "\n\x1b[31m5 problems\x1b[0m:\n", "\n  on 1 server: LEGACY (5)\n"})
+    EXPECT_NE(summary.find(words), std::string::npos) << words << summary;
+  EXPECT_TRUE(collect({kLegacy, kWeb01, "-v"})
+                  .out.starts_with("LEGACY: 31 rows in the place of 31, 5 problems\nWEB01: 210 rows in the "
+                                   "place of 210\nLEGACY has "));
 }
 
 TEST_F(Host, ShowsHostileTextHarmlessly) {
@@ -311,7 +321,8 @@ TEST_F(Host, ASignalEndsItWithoutTheLine) {
   bool sent = false;
   const Result result = runOnTerminal(80, {"collect", many, "--database", database_},
                                       [&](pid_t child, const std::string& shown) {
-                                        if (sent || shown.find("General: Processing") == std::string::npos) return;
+                                        if (sent || shown.find("General: Processing") == std::string::npos)
+                                          return;
                                         sent = true;
                                         kill(child, SIGINT);
                                       });

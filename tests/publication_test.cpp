@@ -223,7 +223,7 @@ TEST_F(Publication, KeepsTheWordOnACollectionUntilAllThatItBroughtIsReplaced) {
 TEST_F(Publication, TakesNamesThatDifferInCaseForOneAndLeavesOthersAlone) {
   collect({"\u00C4RGER=" + kLegacy, "\u00C4=" + state(1), "WEB=" + kLegacy}, 1);
   const Strings first = rows();
-  collect({"\u00E4rger=" + kLegacy, "web=" + kLegacy}, 1, "replaced 31 rows of \u00E4rger ");
+  collect({"\u00E4rger=" + kLegacy, "web=" + kLegacy}, 1, "replaced 62 rows of 2 servers ");
   EXPECT_EQ(rows().size(), first.size());
   EXPECT_EQ(value("select count(distinct \"Server name\") from Problems"), "2");
   EXPECT_EQ(value("select count(*) from Collections"), "3");
