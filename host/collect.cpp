@@ -20,6 +20,7 @@
 
 #include "automation/failure.h"
 #include "automation/text.h"
+#include "host/listing.h"
 #include "host/private_folder.h"
 #include "host/problem_groups.h"
 #include "host/progress.h"
@@ -29,6 +30,8 @@
 #include "host/terminal_text.h"
 #include "host/user_log.h"
 #include "inventory/clock.h"
+#include "inventory/names.h"
+#include "inventory/records.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
@@ -63,17 +66,38 @@ std::int64_t sum(const inventory::RowCounts& counts) {
   return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
 }
 
+// When a database has last got something of its servers, by their folded names.
+using Former = std::map<std::string, std::string>;
+
+Former lookAtFormer(inventory::Inventory& inventory) {
+  const auto snapshot = inventory.snapshot();
+  const std::vector<std::string> servers = snapshot->servers();
+  Former former;
+  // Of rows that came another way nobody knows when.
+  for (const std::string& server : servers) former[inventory::folded(server)] = "at some time";
+  if (servers.empty()) return former;
+  const auto rows = snapshot->rowsOf(std::string(inventory::kCollectionsTable), servers);
+  const std::size_t published = inventory::columnIndex(inventory::collectionsTable(), "Published");
+  while (rows->next()) {
+    // To the minute.
+    const std::string time(rows->cell(published).value_or(""));
+    former[rows->server()] = time.size() < 16 ? time : time.substr(0, 10) + " " + time.substr(11, 5);
+  }
+  return former;
+}
+
 class Collection : private Publisher::Listener {
  public:
   // The signals end it from run() on; what it makes before is removed with it.
   Collection(const CollectOptions& options, Sources sources, Output& output,
-             std::unique_ptr<inventory::Inventory> inventory, EndingSignals& signals)
+             std::unique_ptr<inventory::Inventory> inventory, Former former, EndingSignals& signals)
       : options_(options),
         servers_(std::move(sources.servers)),
         notes_(std::move(sources.notes)),
         findings_(std::move(sources.problems)),
         output_(output),
         inventory_(std::move(inventory)),
+        former_(std::move(former)),
         signals_(signals),
         progress_(!options.quiet, servers_.size()),
         publisher_(*inventory_, inventory::shownName(options.database), options.jobs, *this),
@@ -195,7 +219,7 @@ class Collection : private Publisher::Listener {
       finished.workplace = publisher_.workplace();
       finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.workplace,
                                        logs, progress_.updaters(lane));
-      finished.rows = finished.workplace->rowCount();
+      finished.rows = sum(finished.workplace->rowCounts());
       isWhole = true;
     } catch (const Failure& failure) {
       fail(server.name + ": " + automation::toUtf8(failure.description()));
@@ -207,7 +231,7 @@ class Collection : private Publisher::Listener {
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);
-    keepLogs(server, logs, isWhole ? &finished.outcome.result : nullptr);
+    if (!options_.dryRun) keepLogs(server, logs, isWhole ? &finished.outcome.result : nullptr);
     return isWhole;
   }
 
@@ -247,10 +271,42 @@ class Collection : private Publisher::Listener {
       ++looked_;
       for (const inventory::Problem& problem : outcome.result.problems) groups_.add(server, problem);
     }
-    if (finished->rows > 0) return publisher_.add(std::move(finished));
+    if (finished->rows > 0) return options_.dryRun ? foresee(*finished) : publisher_.add(std::move(finished));
     settle(finished->place, Fate::kRefused);
     publisher_.giveBack(std::move(finished->workplace));
     fail(server + ": gives no row in any table, so nothing is published");
+  }
+
+  // What would be published, in a dry run.
+  void foresee(Finished& finished) {
+    const inventory::RowCounts counts = finished.workplace->rowCounts();
+    const Selection& selection = options_.selection;
+    const auto items = [&](Side side, std::string_view list, bool isSelected,
+                           const std::vector<std::string>& found) {
+      if (!selection.needsList(side)) return Value();
+      return Value(std::to_string(isSelected
+                                      ? static_cast<std::int64_t>(std::set(found.begin(), found.end()).size())
+                                      : counts[inventory::tableIndex(list)]));
+    };
+    const Server& server = servers_[finished.place];
+    const auto last = former_.find(inventory::folded(server.name));
+    Row row = {server.name,
+               items(Side::kFtp, "tblFTPSiteInfo", !selection.sites.empty(), finished.outcome.foundSites),
+               items(Side::kPools, "tblAppPoolInfo", !selection.pools.empty(), finished.outcome.foundPools),
+               std::to_string(finished.rows),
+               "0",
+               last == former_.end() ? "never" : last->second,
+               server.source.shown()};
+    {
+      const std::lock_guard lock(mutex_);
+      const auto& problems = groups_.problemsByServer();
+      if (const auto found = problems.find(server.name); found != problems.end())
+        row[4] = std::to_string(found->second);
+      foreseen_.emplace(finished.place, std::move(row));
+      for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += counts[at];
+    }
+    settle(finished.place, Fate::kPublished);
+    publisher_.giveBack(std::move(finished.workplace));
   }
 
   void published(const Finished& finished, const inventory::Published& published) noexcept override {
@@ -296,7 +352,7 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  // What has become of a server. The former rows of one that isn't published stand.
+  // What has become of a server, or would have. The former rows of one that isn't published stand.
   enum class Fate : char { kOpen, kPublished, kRefused };
 
   void settle(std::size_t place, Fate fate) noexcept {
@@ -333,23 +389,27 @@ class Collection : private Publisher::Listener {
   }
 
   int summarize() {
-    tellFormerRows();
+    if (!options_.dryRun) tellFormerRows();
     const std::int64_t problems = groups_.problems();
     const std::size_t published = namesOf(true).size();
     if (!options_.quiet) {
       print([&] {
+        if (published > 0 && options_.dryRun) printForeseen();
         printRemarks();
         if (published > 0) printRows(published);
         const std::size_t width = ::isatty(STDOUT_FILENO) != 0 ? terminalColumns(STDOUT_FILENO) : 100;
         groups_.print(output_, width);
         printServersWithProblems(width);
         if (problems == 0 && complaints_ == 0) output_.write("no problems\n");
-        if (problems + groups_.notes() > 0) {
+        if (options_.dryRun) {
+          output_.write("nothing was written\n");
+        } else if (problems + groups_.notes() > 0) {
           output_.write("all of them: " + harmless(whereProblemsStand(published)) + "\n");
         }
       });
     } else if (problems > 0) {
-      complain(counted(problems, "problem", "problems") + ", told by " + whereProblemsStand(published));
+      complain(counted(problems, "problem", "problems") +
+               (options_.dryRun ? "" : ", told by " + whereProblemsStand(published)));
     }
     if (published == 0) return kNothing;
     return problems + complaints_ > 0 || published < servers_.size() ? kWithProblems : kAllWell;
@@ -373,6 +433,21 @@ class Collection : private Publisher::Listener {
         return;
       }
     }
+  }
+
+  void printForeseen() {
+    const Listing listing{{{"Server"},
+                           {"FTP sites", true},
+                           {"Pools", true},
+                           {"Rows", true},
+                           {"Problems", true, false, true},
+                           {"Collected (UTC)"},
+                           {"File"}},
+                          [this](const std::function<void(const Row&)>& each) {
+                            for (const auto& [place, row] : foreseen_) each(row);
+                          }};
+    host::print(listing, {}, output_);
+    output_.write("\n");
   }
 
   void printRemarks() {
@@ -408,12 +483,13 @@ class Collection : private Publisher::Listener {
       nameWidth = std::max(nameWidth, inventory::tables()[at].name.size());
       countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
     }
-    output_.write("collected " + counted(static_cast<std::int64_t>(published), "server", "servers") +
+    output_.write((options_.dryRun ? "would collect " : "collected ") +
+                  counted(static_cast<std::int64_t>(published), "server", "servers") +
                   (published < servers_.size() ? " of " + std::to_string(servers_.size()) : "") + " into " +
                   harmless(inventory::shownName(options_.database)) + ": " + counted(total, "row", "rows") +
                   "\n");
     for (std::size_t at = 0; at < rows_.size(); ++at) {
-      if (rows_[at] == 0) continue;
+      if (rows_[at] == 0 || options_.dryRun) continue;
       const std::string name(inventory::tables()[at].name);
       const std::string count = std::to_string(rows_[at]);
       output_.write("  " + name + std::string(nameWidth - name.size() + 2 + countWidth - count.size(), ' ') +
@@ -429,6 +505,7 @@ class Collection : private Publisher::Listener {
     tryForAMoment([this] {
       progress_.stop();
       const std::lock_guard lock(mutex_);
+      if (options_.dryRun) return complain("ended by a signal; nothing was written");
       complain("ended by a signal; in the inventory: " + listed(namesOf(true), kMostNames) +
                "; not touched: " + listed(namesOf(false), kMostNames));
     });
@@ -442,6 +519,7 @@ class Collection : private Publisher::Listener {
   const std::vector<std::string> findings_;  // what couldn't be looked into
   Output& output_;
   const std::unique_ptr<inventory::Inventory> inventory_;
+  const Former former_;  // of a dry run
   EndingSignals& signals_;
   PrivateFolder folder_;
   ProgressLine progress_;
@@ -456,6 +534,7 @@ class Collection : private Publisher::Listener {
   ProblemGroups groups_;
   inventory::RowCounts rows_;
   std::map<std::string, std::vector<std::string>> remarks_;  // with the servers
+  std::map<std::size_t, Row> foreseen_;                      // by the server's place
   std::int64_t replacedRows_ = 0;
   std::vector<std::string> replaced_;  // servers that had some
   std::vector<Fate> fates_;            // by the server's place
@@ -491,9 +570,16 @@ int collect(const CollectOptions& options, Output& output) {
   platform::store::registerStore();
   platform::desktop::registerDesktop();
   DllRegisterServer();
-  auto inventory = inventory::openForPublishing(options.database, options.access);
+  std::error_code error;
+  // A database that isn't there is only made where something is published.
+  const bool isForReading = options.dryRun && (inventory::isOnServer(options.database) ||
+                                               std::filesystem::exists(options.database, error));
+  auto inventory = isForReading ? inventory::openForReading(options.database, options.access)
+                                : inventory::openForPublishing(options.database, options.access);
+  Former former = isForReading ? lookAtFormer(*inventory) : Former();
   EndingSignals signals;
-  return Collection(options, std::move(sources), output, std::move(inventory), signals).run();
+  return Collection(options, std::move(sources), output, std::move(inventory), std::move(former), signals)
+      .run();
 }
 
 }  // namespace host

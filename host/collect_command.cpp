@@ -25,6 +25,10 @@ const std::string kCollectFooter =
     "Without NAME= a file called MetaBase.xml is the server that its folder is named\n"
     "after, any other file the one that it is named after itself.\n"
     "\n"
+    "--list only looks for the files; --dry-run reads them, too, and tells of each\n"
+    "server how many sites, pools, rows and problems there are, and when it was last\n"
+    "collected into the database.\n"
+    "\n"
     "With --site and without --pool only FTP sites are collected, with --pool and\n"
     "without --site only application pools, unless --only names something else.\n"
     "\n"
@@ -45,6 +49,7 @@ const std::string kCollectFooter =
     "\n"
     "Examples:\n"
     "  iisinventory collect WEB01/MetaBase.xml WEB02/MetaBase.xml --database all.db\n"
+    "  iisinventory collect backups/ --database all.db --dry-run\n"
     "  iisinventory collect OLD=backup/2006.xml --database old.db --log-dir logs\n"
     "  iisinventory collect WEB01/MetaBase.xml -d all.db --only Message --site 3\n"
     "  iisinventory collect */MetaBase.xml --database all.db --jobs 4 --quiet\n"
@@ -60,6 +65,7 @@ struct Raw {
   std::uint64_t maxSize = 0;
   unsigned jobs = 1;
   bool list = false;
+  bool dryRun = false;
   bool quiet = false;
   bool verbose = false;
 };
@@ -68,6 +74,7 @@ CollectOptions optionsOf(const Raw& raw) {
   refuseEmpty("--site", raw.sites);
   refuseEmpty("--pool", raw.pools);
   if (raw.quiet && raw.verbose) throw UsageError("--quiet and --verbose exclude each other");
+  if (raw.list && raw.dryRun) throw UsageError("--list and --dry-run exclude each other");
   CollectOptions options;
   options.metabases = raw.metabases;
   options.maxSize = raw.maxSize;
@@ -83,6 +90,7 @@ CollectOptions optionsOf(const Raw& raw) {
   options.jobs = raw.jobs;
   options.quiet = raw.quiet;
   options.verbose = raw.verbose;
+  options.dryRun = raw.dryRun;
   return options;
 }
 
@@ -95,7 +103,8 @@ void addCollect(CLI::App& program, Work& work) {
       ->required()
       ->type_name("");
   addDatabase(command, raw->database);
-  command.add_flag("--list", raw->list, "List what would be collected, and stop");
+  command.add_flag("--list", raw->list, "List the files and their servers' names only");
+  command.add_flag("-n,--dry-run", raw->dryRun, "Tell what would be collected, write nothing");
   addMaxSize(command, raw->maxSize);
   addList(command, "-o,--only", raw->only, "TAB", "Collect only this tab (repeatable)");
   addList(command, "--site", raw->sites, "ID", "Collect only this FTP site (repeatable)");

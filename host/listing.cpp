@@ -69,7 +69,10 @@ void printLines(const Listing& listing, const std::vector<std::size_t>& widths, 
       const std::string text = cutToWidth(cell(at), widths[at]);
       const std::size_t width = displayWidth(text);
       const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
-      const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, STDOUT_FILENO) : text;
+      const bool isAlarming = listing.columns[at].tellsProblems && text[0] >= '1' && text[0] <= '9';
+      const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, STDOUT_FILENO)
+                                : isAlarming          ? colored(text, Ink::kProblem, STDOUT_FILENO)
+                                                      : text;
       line += gap + (listing.columns[at].isNumber ? fill + shown : shown);
       gap = (listing.columns[at].isNumber ? "" : fill) + std::string(kGap);
     }
@@ -145,7 +148,9 @@ void printTable(const Listing& listing, const PrintOptions& options, Output& out
     missing =
         counted(static_cast<std::int64_t>(columns - widths.size()), "column", "columns") + " left out; ";
   }
-  output.write(cutToWidth("(cut: " + missing + "--wide shows all, --blocks below each other)", room) + "\n");
+  const char* const way =
+      options.hasForms ? "--wide shows all, --blocks below each other" : "a pipe or a file gets all of it";
+  output.write(cutToWidth("(cut: " + missing + way + ")", room) + "\n");
 }
 
 void printCsv(const Listing& listing, bool hasMark, Output& output) {

@@ -22,6 +22,7 @@ struct Listing {
     std::string name;
     bool isNumber = false;
     bool isJson = false;
+    bool tellsProblems = false;  // how many there are
   };
   std::vector<Column> columns;
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
@@ -30,9 +31,10 @@ struct Listing {
 // What a reader isn't told of a value that isn't known.
 inline constexpr std::string_view kNotKnownText = "not known";
 
-// How a listing is printed. The last three are for terminals, or for those who open a file in a spreadsheet.
+// How a listing is printed. The last four are for terminals, or for those who open a file in a spreadsheet.
 struct PrintOptions {
   Format format = Format::kTable;
+  bool hasForms = false;  // whether the command has options for the next two
   bool isWide = false;    // lines as long as their row
   bool inBlocks = false;  // columns below each other
   bool hasMark = false;   // a byte order mark ahead of CSV

@@ -24,6 +24,7 @@ struct CollectOptions {
   std::vector<std::string> metabases;  // as given
   std::uint64_t maxSize = 0;           // of what is read from pipes and archives, in bytes
   bool listOnly = false;
+  bool dryRun = false;   // nothing is written, neither rows nor logs
   std::string database;  // a file's absolute path, or the address of one on a server
   inventory::Access access;
   std::filesystem::path logDirectory;

@@ -576,16 +576,16 @@ std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) 
   return std::make_unique<Reading>(readings_[inventory::tableIndex(table.name)]);
 }
 
-std::int64_t Workplace::rowCount() {
-  std::int64_t rows = 0;
+inventory::RowCounts Workplace::rowCounts() {
+  inventory::RowCounts rows;
   for (const inventory::Table& table : inventory::tables()) {
     if (const auto* const log = database_.waiting(table.name)) {
-      rows += static_cast<std::int64_t>(log->rowCount());
+      rows.push_back(static_cast<std::int64_t>(log->rowCount()));
       continue;
     }
     sqlite::Statement& count = counts_[inventory::tableIndex(table.name)];
     count.step();
-    rows += count.number(0);
+    rows.push_back(count.number(0));
     count.reset();
   }
   return rows;

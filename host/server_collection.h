@@ -30,8 +30,8 @@ class Workplace : public inventory::RowSource {
 
   std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override;
 
-  // How many rows stand in it.
-  std::int64_t rowCount();
+  // How many rows stand in its tables.
+  inventory::RowCounts rowCounts();
 
  private:
   // Reading a table may mean to put rows into it first.

@@ -325,7 +325,7 @@ void show(const ShowOptions& options, Output& output) {
     } else if (several) {
       output.write((isFirst ? "{\"" : ",\"") + picture.table + "\": ");
     }
-    print(listing, {options.format, options.isWide, options.inBlocks, options.hasMark}, output);
+    print(listing, {options.format, true, options.isWide, options.inBlocks, options.hasMark}, output);
   }
   if (several && options.format == Format::kJson) output.write("}\n");
   output.flush();

@@ -203,6 +203,28 @@ TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
                                    "place of 210\nLEGACY has "));
 }
 
+TEST_F(Host, TellsWhatItWouldCollectAndWritesNothing) {
+  const auto foreseen = [&](Arguments arguments, int status) {
+    arguments.push_back("--dry-run");
+    const Result result = collect(arguments);
+    EXPECT_EQ(result.status, status) << result.err;
+    EXPECT_TRUE(result.out.ends_with("nothing was written\n")) << result.out;
+    return result.out;
+  };
+  const std::string fresh = foreseen({kLegacy, kWeb01, path("gone.xml"), "--site", "1"}, 1);
+  EXPECT_NE(fresh.find("LEGACY          1      -    18         3  never            " + kLegacy + "\n"),
+            fresh.npos);
+  EXPECT_NE(fresh.find("would collect 2 servers of 3 into"), fresh.npos) << fresh;
+  EXPECT_FALSE(fs::exists(database_) || fs::exists(path("LEGACY.log")));
+  collect({kLegacy});
+  const std::string before = test::contents(database_), log = test::contents(path("LEGACY.log"));
+  const std::string again = foreseen({"legacy=" + kLegacy, kWeb01}, 1);
+  EXPECT_NE(again.find("legacy          3      0    31         5  20"), again.npos) << again;
+  EXPECT_NE(again.find("WEB01          12      6   210         0  never   "), again.npos) << again;
+  EXPECT_TRUE(test::contents(database_) == before && test::contents(path("LEGACY.log")) == log);
+  foreseen({path("gone.xml")}, 2);
+}
+
 TEST_F(Host, ShowsHostileTextHarmlessly) {
   ASSERT_EQ(collect({kWeb01, "--only", "Health"}).status, 0);
   const std::string hostile = "\x1b[2J\r\n\u202E,\"\xFF\x9B";

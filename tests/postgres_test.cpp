@@ -179,7 +179,10 @@ TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   // There and back.
   const std::string there = server_.address("writer", "copies"), back = (folder_ / "back.db").string();
   server_.run("create database copies owner writer");
+  const Arguments dry = {"collect", "--dry-run", web, "--database", there};
+  EXPECT_NE(run(dry).out.find(" never "), std::string::npos);
   run({"copy", "--from", file_, "--to", there}, 0, "copied 3 servers");
+  EXPECT_EQ(run(dry).out.find(" never "), std::string::npos);
   run({"copy", "--from", there, "--to", back}, 0, "copied 3 servers");
   expectEqual(file_, there, true);
   expectEqual(file_, back, true);
