@@ -84,7 +84,7 @@ Listing listServers(const std::string& database, const inventory::Access& access
     list.push_back({name, written(each.collected), std::to_string(each.rows), std::to_string(each.problems),
                     std::to_string(each.notes), written(each.file)});
   }
-  Listing listing{{{"Server"}, {"Collected"}, {"Rows", true}, {"Problems", true}, {"Notes", true}, {"File"}},
+  Listing listing{{{"Server"}, {"Collected"}, {"Rows", true}, {"Problems", true, false, true}, {"Notes", true}, {"File"}},
                   {}};
   listing.forEachRow = [rows = std::move(list)](const std::function<void(const Row&)>& each) {
     for (const Row& row : rows) each(row);

@@ -1,5 +1,7 @@
 #include "automation/com/runtime.h"
 
+#include <cxxabi.h>
+
 #include "automation/com/dispatch_object.h"
 #include "automation/com/failures.h"
 #include "automation/runtime.h"
@@ -91,6 +93,28 @@ void bindRuntime() {
   runtime.setLastResorts(objectNamed, objectOfClass);
   runtime.setScreen(std::make_shared<Cursor>());
   setSystemEncoding(toCodePage);
+}
+
+namespace {
+
+// When a thread ends, the C++ runtime for Windows destroys what is thread_local and frees the memory that it
+// stood in, each in its turn: first whichever was used first in this module. So the destructors go first.
+// The runtime calls it the way of a member function, of which GCC warns for any other.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wattributes"
+void _GLIBCXX_CDTOR_CALLABI destroyNothing(void*) {}
+#pragma GCC diagnostic pop
+[[gnu::constructor(101)]] void letDestructorsGoFirst() {
+  abi::__cxa_thread_atexit(destroyNothing, nullptr, nullptr);
+}
+
+}  // namespace
+
+void stayLoaded() {
+  HMODULE module = nullptr;
+  static const char within = 0;
+  GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_PIN,
+                     reinterpret_cast<const wchar_t*>(&within), &module);
 }
 
 }  // namespace automation::com

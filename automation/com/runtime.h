@@ -9,4 +9,9 @@ namespace automation::com {
 // be called again.
 void bindRuntime();
 
+// Keeps the library that this is part of in memory to the process's end. What it keeps for each thread has
+// destructors; while such a thread is at work the C++ runtime holds the library, and lets go of it when the
+// thread ends, from within: where COM has let go of it before, the thread ends in memory that is gone.
+void stayLoaded();
+
 }  // namespace automation::com

@@ -15,7 +15,7 @@ STDAPI DllGetClassObject(const CLSID& classId, const IID& interfaceId, void** fa
   *factory = nullptr;
   try {
     // Not at load time, when little may be done.
-    static const bool bound = (automation::com::bindRuntime(), true);
+    static const bool bound = (automation::com::stayLoaded(), automation::com::bindRuntime(), true);
     static_cast<void>(bound);
   } catch (...) {
     return E_OUTOFMEMORY;

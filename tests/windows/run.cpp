@@ -4,8 +4,10 @@
 //
 //   run all SERVER           operations.txt, progress.txt and results.txt
 //   run sweep SERVER         sweep.txt: the operations of four calls failed one by one, with the rows and
-//   records run measure SERVER       the seconds that the lists and tabs of all sites and pools take, on the
-//   standard output
+//                            records
+//   run measure SERVER       the seconds that the lists and tabs of all sites take, on the standard output
+//   run apartments A,B,...   nothing but rows and records: the servers side by side, each in a thread of its
+//                            own with logs in a folder of its own
 //
 // in the working directory, whose inventory.db has the tables and whose folder logs is empty. The natively
 // built one takes NAME=FILE arguments besides, the metabases of the servers; SERVER is one of them.
@@ -17,6 +19,7 @@
 #include <fstream>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "automation/object.h"
@@ -42,7 +45,6 @@ using namespace automation;
 
 constexpr TextView kDatabase = u"inventory.db";
 constexpr TextView kLogs = u"logs";
-constexpr TextView kObjectLog = u"logs\\object.log";
 
 void writeFile(const char* name, const std::string& text) {
   std::ofstream(name, std::ios::binary) << text;
@@ -111,9 +113,9 @@ class Sink : public MemberlessObject {
   std::string& lines_;
 };
 
-ObjectRef component(TextView name, std::string& progress) {
+ObjectRef component(TextView name, std::string& progress, const Text& logs = Text(kLogs)) {
   const ObjectRef object = CreateObject(Text(u"TORVINFTPAppDataCom.") + Text(name));
-  call(object, u"SetErrorLogPath", kLogs, kObjectLog);
+  call(object, u"SetErrorLogPath", logs, logs + u"\\object.log");
   const auto sink = [&](const char* kind) { return ObjectRef(std::make_shared<Sink>(kind, progress)); };
   call(object, u"SetProcessStatusUpdater", sink("status"), sink("bar"), sink("count"));
   return object;
@@ -293,7 +295,46 @@ void measure(const Text& server) {
   std::printf("%.3f\n", seconds.count());
 }
 
+struct Apartment {
+#ifdef _WIN32
+  Apartment() {
+    isOpen = CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED) >= 0;
+  }
+  ~Apartment() {
+    if (isOpen) CoUninitialize();
+  }
+  Apartment(const Apartment&) = delete;
+  Apartment& operator=(const Apartment&) = delete;
+  bool isOpen = false;
+#endif
+};
+
+void collectInApartment(const Text& server) {
+  [[maybe_unused]] const Apartment apartment;
+  const Text logs = Text(kLogs) + u"\\" + server;
+  std::filesystem::create_directories("logs/" + toUtf8(server));
+  std::string progress;
+  const ObjectRef sites = component(u"FTPCollection", progress, logs);
+  const ObjectRef pools = component(u"AppPoolCollection", progress, logs);
+  // What isn't there is a record in the apartment's own log.
+  call(sites, u"GetFTPPropertyInfo", server, u"nowhere\\inventory.db", u"General", false);
+  for (const TextView tab : kSiteTabs) call(sites, u"GetFTPPropertyInfo", server, kDatabase, tab, false);
+  for (const TextView tab : kPoolTabs) call(pools, u"GetAppPoolPropertyInfo", server, kDatabase, tab, false);
+  call(pools, u"GetWebServiceExtension", server, kDatabase);
+}
+
+void collectSideBySide(const std::string& servers) {
+  std::vector<std::thread> threads;
+  for (std::size_t at = 0; at < servers.size();) {
+    const std::size_t end = std::min(servers.find(',', at), servers.size());
+    threads.emplace_back(collectInApartment, fromUtf8(servers.substr(at, end - at)));
+    at = end + 1;
+  }
+  for (std::thread& thread : threads) thread.join();
+}
+
 void run(const std::string& mode, const std::string& serverName) {
+  if (mode == "apartments") return collectSideBySide(serverName);
   const Text server = fromUtf8(serverName);
   if (mode == "measure") return measure(server);
   Recorder recorder;

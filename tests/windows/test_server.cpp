@@ -17,6 +17,7 @@
 #include "automation/com/exposed_object.h"
 #include "automation/com/failures.h"
 #include "automation/com/implementation.h"
+#include "automation/com/runtime.h"
 #include "automation/runtime.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/metabase.h"
@@ -191,7 +192,7 @@ STDAPI DllCanUnloadNow() {
 STDAPI DllGetClassObject(const CLSID& classId, const IID& interfaceId, void** factory) {
   *factory = nullptr;
   try {
-    static const bool entered = (enterLayer(), true);
+    static const bool entered = (com::stayLoaded(), enterLayer(), true);
     static_cast<void>(entered);
     for (const Class& each : kClasses) {
       if (idOf(each) == classId) {
