@@ -170,6 +170,21 @@ TEST(Foreign, WhatIsNotThereIsTold) {
   EXPECT_NE(noMoniker.second.find("LDAP://nobody"), std::string::npos) << noMoniker.second;
 }
 
+// The system's own, asked the way in which the component asks. Run ahead of the test server, which takes the
+// moniker's name.
+TEST(Management, TheSystemsOwnIsAskedAndWalked) {
+  const ObjectRef services = GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\.\\root\\cimv2");
+  const auto rows = children(toObject(call(services, u"ExecQuery", u"Select * from Win32_OperatingSystem")));
+  const ObjectRef system = rows->next();
+  ASSERT_NE(system, nullptr);
+  EXPECT_NE(toText(read(system, u"Caption")), u"");
+  EXPECT_EQ(rows->next(), nullptr);
+  EXPECT_NE(numberFrom([&] { read(system, u"NoSuchProperty"); }), 0);
+  EXPECT_LT(
+      numberFrom([] { GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\.\\root\\microsoftiisv2"); }),
+      0);
+}
+
 TEST(Foreign, TheScreenIsTheThreadsCursor) {
   write(Screen(), u"mousepointer", 11);
   EXPECT_EQ(toInt32(read(Screen(), u"MousePointer")), 11);

@@ -232,6 +232,33 @@ TEST(Server, ServesApartmentsSideBySide) {
   for (std::thread& thread : threads) thread.join();
 }
 
+// The system makes the object in an apartment of its own, and takes each call there: by name, and through the
+// vtable by what the type library says.
+TEST(Server, IsReachedFromAMultithreadedApartment) {
+  std::thread([] {
+    ASSERT_GE(CoInitializeEx(nullptr, COINIT_MULTITHREADED), 0);
+    {
+      const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
+      ASSERT_TRUE(sites);
+      OwnedText word;
+      EXPECT_EQ(sites->GetPropEnabledStatus(-1, word.address()), S_OK);
+      EXPECT_EQ(word.view(), u"Yes");
+      OwnedText nobody(u"NOBODY");
+      const OwnedText log(u"M:\\no such folder\\object.log");
+      EXPECT_EQ(sites->put_mstrErrorLogPath(log.get()), S_OK);
+      short count = 5;
+      EXPECT_EQ(sites->GetFTPSitesCount(nobody.address(), &count), static_cast<HRESULT>(0x800A004C));
+
+      const ObjectRef object = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
+      call(object, u"SetErrorLogPath", u"M:", u"M:\\multithreaded.log");
+      EXPECT_EQ(toText(read(object, u"mstrErrorLogPath")), u"M:\\multithreaded.log");
+      EXPECT_LE(toInt32(call(object, u"GetTotalAppPools", u"NOBODY")), 0);
+      EXPECT_NE(GetFileAttributesW(L"M:\\multithreaded.log"), INVALID_FILE_ATTRIBUTES);
+    }
+    CoUninitialize();
+  }).join();
+}
+
 class Environment : public testing::Environment {
  public:
   void SetUp() override { com::bindRuntime(); }
