@@ -137,10 +137,10 @@ class Decoder {
     if (!has(elements, count * kElementSize)) refuse("the elements of a group reach beyond its end");
     if (!why_.empty()) return false;
     const std::string mask = addressAt(elements);
-    for (std::uint64_t element = 1; element < count; ++element) {
-      entries.push_back(addressAt(elements + element * kElementSize) + ", " + mask);
+    const auto end = elements + static_cast<std::size_t>(count * kElementSize);
+    for (elements += kElementSize; elements < end; elements += kElementSize) {
+      entries.push_back(addressAt(elements) + ", " + mask);
     }
-    elements += count * kElementSize;
     return true;
   }
 

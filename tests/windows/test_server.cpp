@@ -196,6 +196,9 @@ STDAPI DllGetClassObject(const CLSID& classId, const IID& interfaceId, void** fa
     static_cast<void>(entered);
     for (const Class& each : kClasses) {
       if (idOf(each) == classId) {
+        // Whoever resolves a moniker asks the class object itself first.
+        if (each.isMoniker && interfaceId == IID_IParseDisplayName)
+          return Pointer<Parser>::adopt(new Parser)->QueryInterface(interfaceId, factory);
         return Pointer<Factory>::adopt(new Factory(each))->QueryInterface(interfaceId, factory);
       }
     }
