@@ -55,7 +55,13 @@ struct Standing {
   std::int64_t notes = 0;
 };
 
-Listing listServers(const std::string& database, const inventory::Access& access) {
+// For people to the minute.
+Value timeFor(Format format, const std::string& time) {
+  if (time.empty()) return {};
+  return format == Format::kTable && time.size() >= 16 ? time.substr(0, 10) + " " + time.substr(11, 5) : time;
+}
+
+Listing listServers(const std::string& database, const inventory::Access& access, Format format) {
   const auto inventory = inventory::openForReading(database, access);
   const auto snapshot = inventory->snapshot();
   const std::vector<std::string> servers = snapshot->servers();
@@ -80,12 +86,13 @@ Listing listServers(const std::string& database, const inventory::Access& access
   std::vector<Row> list;
   for (const std::string& name : servers) {
     const Standing& each = standings[inventory::folded(name)];
-    const auto written = [](const std::string& text) { return text.empty() ? Value() : Value(text); };
-    list.push_back({name, written(each.collected), std::to_string(each.rows), std::to_string(each.problems),
-                    std::to_string(each.notes), written(each.file)});
+    list.push_back({name, timeFor(format, each.collected), std::to_string(each.rows),
+                    std::to_string(each.problems), std::to_string(each.notes),
+                    each.file.empty() ? Value() : Value(each.file)});
   }
-  Listing listing{{{"Server"}, {"Collected"}, {"Rows", true}, {"Problems", true, false, true}, {"Notes", true}, {"File"}},
-                  {}};
+  Listing listing{
+      {{"Server"}, {"Collected"}, {"Rows", true}, {"Problems", true, false, true}, {"Notes", true}, {"File"}},
+      {}};
   listing.forEachRow = [rows = std::move(list)](const std::function<void(const Row&)>& each) {
     for (const Row& row : rows) each(row);
   };
@@ -120,7 +127,7 @@ void addServers(CLI::App& program, Work& work) {
   command.callback([raw, &work] {
     work = [format = formatOf(raw->format), database = raw->database.name(),
             access = raw->database.access()](Output& output) {
-      print(twice([&] { return listServers(database, access); }), {format}, output);
+      print(twice([&] { return listServers(database, access, format); }), {format}, output);
       output.flush();
       return 0;
     };
