@@ -212,6 +212,48 @@ TEST(Server, TakesArgumentsByNameAndInEveryForm) {
       0);
 }
 
+// A host that calls through the type information, which reaches the vtable; and each kind of reference.
+TEST(Server, TakesReferencesOfEachKindAndIsReachedByItsTypeInformation) {
+  const Apartment apartment;
+  const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
+  Pointer<ITypeInfo> info;
+  ASSERT_EQ(sites->GetTypeInfo(0, 0, info.put()), S_OK);
+  VARIANT truth = valueOf(VT_BOOL, VARIANT_TRUE);
+  DISPPARAMS parameters{&truth, nullptr, 1, 0};
+  OwnedValue answer;
+  OwnedException exception;
+  ASSERT_EQ(info->Invoke(sites.get(), numberOf(sites.get(), L"GetPropEnabledStatus"), DISPATCH_METHOD,
+                         &parameters, &answer.get(), &exception.get(), nullptr),
+            S_OK);
+  EXPECT_EQ(com::viewOf(V_BSTR(&answer.get())), u"Yes");
+
+  short number = 1;
+  LONG wide = 0;
+  const OwnedText word(u"-1");
+  BSTR text = word.get();
+  VARIANT inner = valueOf(VT_BSTR, word.get());
+  const std::pair<VARIANT, TextView> cases[] = {
+      {valueOf(VT_BYREF | VT_I2, &number), u"Yes"},
+      {valueOf(VT_BYREF | VT_I4, &wide), u"No"},
+      {valueOf(VT_BYREF | VT_BSTR, &text), u"Yes"},
+      {valueOf(VT_BYREF | VT_VARIANT, &inner), u"Yes"},
+  };
+  for (const auto& [argument, expected] : cases) {
+    OwnedValue given;
+    EXPECT_EQ(invoke(sites.get(), L"GetPropEnabledStatus", DISPATCH_METHOD, {argument}, {}, &given.get(),
+                     &exception.get()),
+              S_OK);
+    EXPECT_EQ(com::viewOf(V_BSTR(&given.get())), expected) << V_VT(&argument);
+  }
+  IDispatch* none = nullptr;
+  VARIANT nothing = valueOf(VT_DISPATCH, none);
+  EXPECT_EQ(
+      invoke(sites.get(), L"SetProcessStatusUpdater", DISPATCH_METHOD,
+             {valueOf(VT_BYREF | VT_DISPATCH, &none), valueOf(VT_BYREF | VT_VARIANT, &nothing), nothing}, {},
+             nullptr, &exception.get()),
+      S_OK);
+}
+
 // Many apartments come and go, each with an object and a log of its own and with a call that fails.
 TEST(Server, ServesApartmentsSideBySide) {
   std::vector<std::thread> threads;
