@@ -1,7 +1,5 @@
 #include "automation/com/runtime.h"
 
-#include <cxxabi.h>
-
 #include "automation/com/dispatch_object.h"
 #include "automation/com/failures.h"
 #include "automation/runtime.h"

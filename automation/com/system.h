@@ -1,4 +1,5 @@
-// The system's headers, for whoever binds late binding to COM. Nobody else includes them.
+// The system's headers and the C++ runtime's own, for whoever binds late binding to COM. Nobody else includes
+// them.
 #pragma once
 
 #ifndef UNICODE
@@ -10,6 +11,7 @@
 
 #include <windows.h>
 
+#include <cxxabi.h>
 #include <dispex.h>
 #include <oaidl.h>
 #include <objbase.h>
