@@ -145,7 +145,7 @@ TEST(Foreign, AFolderIsWalked) {
   EXPECT_EQ(numberFrom([&] { call(files, u"GetFolder", u"C:\\nowhere"); }), 76);
 }
 
-TEST(Foreign, AnXmlDocumentTellsWhatIsWrongByItsOwnWords) {
+TEST(Foreign, AnXmlDocumentThatFailsIsTold) {
   const ObjectRef document = CreateObject(u"MSXML2.DOMDocument");
   EXPECT_TRUE(toBool(call(document, u"loadXML", u"<a><b/></a>")));
   const auto failed = failureOf([&] { call(document, u"selectNodes", u"//["); });
