@@ -570,8 +570,12 @@ class Between {
             std::string bytes(65536, '\0');
             bytes.resize(static_cast<std::size_t>(
                 std::max<ssize_t>(0, ::read(ends[from].fd, bytes.data(), bytes.size()))));
-            goesOn = !bytes.empty() && edit(bytes, from == 0) && goesOn;
-            if (::write(ends[1 - from].fd, bytes.data(), bytes.size()) < 0) goesOn = false;
+            if (bytes.empty()) {
+              goesOn = false;
+              break;
+            }
+            goesOn = edit(bytes, from == 0);
+            if (::send(ends[1 - from].fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) goesOn = false;
             // Until it is answered.
             if (!goesOn && from == 0) ::poll(ends + 1, 1, -1);
             if (!goesOn) break;
