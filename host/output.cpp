@@ -34,10 +34,11 @@ void Output::write(std::string_view text) {
 void Output::flush() {
   const std::string text = std::move(buffer_);
   buffer_.clear();
-  const int error = writeWhole(STDOUT_FILENO, text);
-  if (error == EPIPE) throw OutputClosed();
+  const int error = writeWhole(descriptor_, text);
+  if (error == EPIPE && name_.empty()) throw OutputClosed();
   if (error != 0) {
-    throw std::runtime_error("can't write the output: " + std::generic_category().message(error));
+    throw std::runtime_error("can't write " + (name_.empty() ? "the output" : name_) + ": " +
+                             std::generic_category().message(error));
   }
 }
 

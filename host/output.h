@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace host {
 
@@ -13,20 +14,25 @@ class OutputClosed : public std::exception {
   const char* what() const noexcept override { return "the output is closed"; }
 };
 
-// Text on its way to the standard output, in large pieces. The process must ignore SIGPIPE.
+// Text on its way to the standard output or a file, in large pieces. The process must ignore SIGPIPE.
 class Output {
  public:
   Output() = default;
+  // To a descriptor, which must stay open; failures name it so.
+  Output(int descriptor, std::string name) : descriptor_(descriptor), name_(std::move(name)) {}
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
-  // Throws OutputClosed when the reader has gone, std::runtime_error when the output can't be written.
+  // Throws OutputClosed when the reader of the standard output has gone, std::runtime_error when the output
+  // can't be written.
   void write(std::string_view text);
 
   // To be called at the end: what isn't flushed is lost.
   void flush();
 
  private:
+  const int descriptor_ = 1;
+  const std::string name_;  // empty for the standard output
   std::string buffer_;
 };
 

@@ -32,7 +32,7 @@ void addReport(CLI::App& program, Work& work) {
   command.callback([raw, &work] {
     refuseEmpty("--server", raw->servers);
     ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
-    if (!raw->output.empty()) options.output = wholePath("--output", raw->output);
+    if (!raw->output.empty() && raw->output != "-") options.output = wholePath("--output", raw->output);
     work = [options](Output& output) {
       report(options, output);
       return 0;

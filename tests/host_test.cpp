@@ -308,6 +308,34 @@ TEST_F(Host, ShowsWhatIsAskedForAndWhatIsNotKnown) {
   }
 }
 
+// A file that stands there already is replaced whole, keeps who may read it, and isn't the database; what
+// isn't a file stays what it is.
+TEST_F(Host, WritesAPageWhereItIsToldTo) {
+  ASSERT_EQ(collect({kWeb01}).status, 0);
+  const auto report = [&](const std::string& output) {
+    return run({"report", "-d", database_, "-o", output});
+  };
+  const std::string page = folder_.file("page.html", "former");
+  fs::permissions(page, fs::perms(0600));
+  fs::create_symlink(page, path("link.html"));
+  EXPECT_EQ(report(path("no/such/page.html")).status, 2);
+  EXPECT_EQ(report(path("link.html")).status, 0);
+  EXPECT_TRUE(fs::is_symlink(path("link.html")));
+  EXPECT_EQ(fs::status(page).permissions(), fs::perms(0600));
+  EXPECT_TRUE(test::contents(page).ends_with("</html>\n"));
+  const Result full = report("/dev/full");
+  EXPECT_EQ(full.status, 2);
+  EXPECT_NE(full.err.find("can't write '/dev/full': No space left"), std::string::npos) << full.err;
+  EXPECT_TRUE(fs::is_character_file("/dev/full"));
+  fs::create_symlink(database_, path("other.db"));
+  const Result over = report(path("other.db"));
+  EXPECT_EQ(over.status, 2);
+  EXPECT_NE(over.err.find("it is the database"), std::string::npos) << over.err;
+  EXPECT_FALSE(rows("tblFTPSiteInfo").empty());
+  for (const auto& entry : fs::directory_iterator(folder_.path()))
+    EXPECT_NE(entry.path().extension(), ".new");
+}
+
 TEST_F(Host, ProgressIsOneLineThatVanishes) {
   const std::string many = metabaseOf("MANY", 400);
   const Result result =
