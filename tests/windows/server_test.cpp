@@ -301,6 +301,81 @@ TEST(Server, IsReachedFromAMultithreadedApartment) {
   }).join();
 }
 
+// A key that can be read but not written to, as somebody without the right finds it; removed with its owner.
+class Refused {
+ public:
+  Refused(const wchar_t* under, const component::Guid& id, const wchar_t* below = L"") {
+    wchar_t text[40] = {};
+    StringFromGUID2(guid(id), text, 40);
+    name_ = std::wstring(under) + text + below;
+    RegCreateKeyExW(HKEY_CLASSES_ROOT, name_.c_str(), 0, nullptr, 0, WRITE_DAC | KEY_READ, nullptr, &key_,
+                    nullptr);
+    allow(KEY_READ);
+  }
+  ~Refused() {
+    allow(KEY_ALL_ACCESS);
+    RegCloseKey(key_);
+    RegDeleteTreeW(HKEY_CLASSES_ROOT, name_.c_str());
+  }
+  Refused(const Refused&) = delete;
+  Refused& operator=(const Refused&) = delete;
+
+ private:
+  // To everybody, and nothing else to anybody.
+  void allow(DWORD rights) {
+    alignas(SID) BYTE everybody[SECURITY_MAX_SID_SIZE];
+    alignas(ACL) BYTE list[128];
+    DWORD size = sizeof everybody;
+    SECURITY_DESCRIPTOR descriptor;
+    ASSERT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, everybody, &size));
+    ASSERT_TRUE(InitializeAcl(reinterpret_cast<ACL*>(list), sizeof list, ACL_REVISION));
+    ASSERT_TRUE(AddAccessAllowedAce(reinterpret_cast<ACL*>(list), ACL_REVISION, rights, everybody));
+    ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
+    ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, reinterpret_cast<ACL*>(list), FALSE));
+    EXPECT_EQ(RegSetKeySecurity(key_, DACL_SECURITY_INFORMATION, &descriptor), ERROR_SUCCESS);
+  }
+
+  std::wstring name_;
+  HKEY key_ = nullptr;
+};
+
+TEST(Server, LeavesNothingOfARegistrationThatItMayNotMake) {
+  const Apartment apartment;
+  const Pointer<IUnknown> holder = create<IUnknown>(component::kFTPCollectionClassId);  // keeps the library
+  const auto enter = [](const char* name) {
+    using Function = HRESULT(STDAPICALLTYPE*)();
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library(), name)))();
+  };
+  const auto isEntered = [](const wchar_t* name) {
+    CLSID id;
+    HKEY key = nullptr;
+    if (CLSIDFromProgID(name, &id) >= 0) return true;
+    const bool isThere = RegOpenKeyExW(HKEY_CLASSES_ROOT, name, 0, KEY_READ, &key) == ERROR_SUCCESS;
+    RegCloseKey(key);
+    return isThere;
+  };
+  const auto expectNothing = [&] {
+    EXPECT_FALSE(isEntered(L"TORVINFTPAppDataCom.FTPCollection"));
+    EXPECT_FALSE(isEntered(L"TORVINFTPAppDataCom.AppPoolCollection"));
+    OwnedText path;
+    EXPECT_LT(QueryPathOfRegTypeLib(guid(component::kTypeLibraryId), 1, 0, LOCALE_NEUTRAL, path.address()),
+              0);
+  };
+  ASSERT_EQ(enter("DllUnregisterServer"), S_OK);
+  {
+    const Refused key(L"CLSID\\", component::kAppPoolCollectionClassId);
+    EXPECT_EQ(enter("DllRegisterServer"), SELFREG_E_CLASS);
+    expectNothing();
+  }
+  {
+    const Refused key(L"TypeLib\\", component::kTypeLibraryId, L"\\1.0");
+    EXPECT_EQ(enter("DllRegisterServer"), SELFREG_E_TYPELIB);
+    expectNothing();
+  }
+  EXPECT_EQ(enter("DllRegisterServer"), S_OK);
+  EXPECT_TRUE(isEntered(L"TORVINFTPAppDataCom.AppPoolCollection"));
+}
+
 class Environment : public testing::Environment {
  public:
   void SetUp() override { com::bindRuntime(); }
