@@ -33,6 +33,12 @@ class RowView {
   }
   bool isUnknown() const { return isUnknown_; }
 
+  // As evidence shows it, which doesn't decide anything.
+  std::string_view shown(std::string_view column) const {
+    const std::size_t place = inventory::columnIndex(table_, column);
+    return notKnown_.has(place) ? "not known" : rows_.cell(place).value_or("");
+  }
+
   const inventory::Table& table() const { return table_; }
 
  private:
@@ -191,15 +197,18 @@ const std::vector<Judge>& judges() {
           }},
          {"tblSecurityAccounts",
           kSite,
-          {"User name"},
+          {"Allow Anonymous Connections", "User name"},
           [](const RowView& row) {
             const std::string name = inventory::folded(row.at("User name"));
-            return !name.empty() && !name.starts_with("iusr_");
+            return row.is("Allow Anonymous Connections", "Yes") && !name.empty() &&
+                   !name.starts_with("iusr_");
           }},
          {"tblLogFileSetting",
           kSite,
-          {"ODBC Data Source Name (DSN)", "ODBC User name"},
-          [](const RowView& row) { return !row.at("ODBC User name").empty(); }}}},
+          {"Enable Logging", "ODBC Data Source Name (DSN)", "ODBC User name"},
+          [](const RowView& row) {
+            return row.is("Enable Logging", "Yes") && !row.at("ODBC User name").empty();
+          }}}},
        ""},
       {{"stopped", "A site or pool is stopped",
         "Either it is no longer needed and can go, or somebody is missing it.", ""},
@@ -257,19 +266,31 @@ class Court {
       const auto rows = snapshot_.rowsOf("tblFTPSiteInfo", {server_});
       while (rows->next()) {
         sites_.emplace_back(rows->cell(2).value_or(""));
+        siteNames_.insert(inventory::folded(sites_.back()));
         names_[sites_.back()] = rows->cell(1).value_or("");
       }
     }
     if (isThere("tblAppPoolInfo")) {
       const auto rows = snapshot_.rowsOf("tblAppPoolInfo", {server_});
-      while (rows->next()) pools_.emplace_back(rows->cell(1).value_or(""));
+      while (rows->next()) {
+        pools_.emplace_back(rows->cell(1).value_or(""));
+        poolNames_.insert(inventory::folded(pools_.back()));
+      }
     }
+  }
+
+  // Rows stay of what a later list doesn't have any more, until their own tables are collected again.
+  bool isGone(ItemKind kind, const std::string& item) const {
+    if (kind == ItemKind::kNone) return false;
+    const std::string_view list = kind == kSite ? "tblFTPSiteInfo" : "tblAppPoolInfo";
+    return !(kind == kSite ? siteNames_ : poolNames_).contains(inventory::folded(item)) && isThere(list) &&
+           coverage_.has(server_, list, kind) && notKnown_.whyMissing(server_, list, item).empty();
   }
 
   void hold(const Judge& judge) {
     rule_ = &rules()[static_cast<std::size_t>(&judge - judges().data())];
     unknown_.clear();
-    unknowns_ = 0;
+    firstUnknown_.clear();
     forget();
     std::string missing;
     const auto note = [&](std::string_view table) {
@@ -313,6 +334,7 @@ class Court {
       }
       const std::string site(row.at(inventory::kSiteColumn)), pool(row.at(inventory::kPoolColumn));
       seen.insert(look.kind == kSite ? site : inventory::folded(pool));
+      if (isGone(look.kind, look.kind == kSite ? site : pool)) continue;
       const bool holds = look.holds(row);
       if (!holds && !row.isUnknown()) continue;
       Standing own;
@@ -353,7 +375,7 @@ class Court {
     std::string text(look.table);
     std::string_view gap = ": ";
     for (const std::string_view column : look.columns) {
-      text.append(gap).append(column).append(" = ").append(row.at(column));
+      text.append(gap).append(column).append(" = ").append(row.shown(column));
       gap = ", ";
     }
     return text;
@@ -377,7 +399,10 @@ class Court {
     if (thing == "directory")
       return std::string(row->at(inventory::kPathColumn)) + "/" + std::string(row->at("Directory name"));
     if (thing == "application") return pool + ": " + std::string(row->at("Object name"));
-    if (thing == "extension") return std::string(row->at("Web service extension"));
+    if (thing == "extension") {
+      const std::string_view name = row->at("Web service extension");
+      return name.empty() ? "(no name)" : std::string(name);
+    }
     return pool;
   }
 
@@ -430,17 +455,19 @@ class Court {
     const Answer least = *std::ranges::min_element(standing.answers);
     if (least == Answer::kYes) {
       audience_.found({rule_, standing.thing, std::move(standing.name), std::move(standing.rows)});
-    } else if (least == Answer::kUnknown && ++unknowns_ <= kMostNames) {
-      unknown_.push_back(std::string(standing.thing) + " " + standing.name);
+    } else if (least == Answer::kUnknown) {
+      std::string name = std::string(standing.thing) + " " + standing.name;
+      if (unknown_.insert(name).second && firstUnknown_.size() < kMostNames)
+        firstUnknown_.push_back(std::move(name));
     }
   }
 
   void tellUnknown() {
     if (unknown_.empty()) return;
     std::string reason;
-    for (const std::string& name : unknown_) reason += (reason.empty() ? "not known of " : ", ") + name;
-    if (unknowns_ > unknown_.size())
-      reason += " and " + std::to_string(unknowns_ - unknown_.size()) + " more";
+    for (const std::string& name : firstUnknown_) reason += (reason.empty() ? "not known of " : ", ") + name;
+    if (unknown_.size() > firstUnknown_.size())
+      reason += " and " + std::to_string(unknown_.size() - firstUnknown_.size()) + " more";
     audience_.notJudged({rule_, std::move(reason)});
   }
 
@@ -452,11 +479,13 @@ class Court {
   const Audience& audience_;
   std::vector<std::string> sites_;
   std::vector<std::string> pools_;
+  std::unordered_set<std::string> siteNames_;  // folded, as the next
+  std::unordered_set<std::string> poolNames_;
   std::unordered_map<std::string, std::string> names_;  // of sites, by identifier
   std::unordered_map<std::string, Standing> standings_;
   std::vector<Standing*> order_;
-  std::vector<std::string> unknown_;  // the first ones
-  std::size_t unknowns_ = 0;
+  std::unordered_set<std::string> unknown_;
+  std::vector<std::string> firstUnknown_;  // in their order
   const Rule* rule_ = nullptr;
 };
 

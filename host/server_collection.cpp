@@ -503,9 +503,9 @@ class ServerCollection {
     scope.whole = selection_.isWhole;
     if (scope.whole) return scope;
     if (selection_.needsList(Side::kFtp))
-      scope.tables.push_back({kSitesTable, ItemKind::kSite, true, {}, {}});
+      scope.tables.push_back({kSitesTable, ItemKind::kSite, true, {}, siteIds_});
     if (selection_.needsList(Side::kPools))
-      scope.tables.push_back({kPoolsTable, ItemKind::kPool, true, {}, {}});
+      scope.tables.push_back({kPoolsTable, ItemKind::kPool, true, {}, poolNames_});
     for (const Section* section : selection_.sections) {
       const bool ftp = section->side == Side::kFtp;
       const bool single = section->kind != Kind::kExtensions;

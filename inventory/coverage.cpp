@@ -35,9 +35,10 @@ bool Coverage::has(std::string_view server, std::string_view table, ItemKind kin
                    std::string_view item) const {
   const auto found = collections_.find(folded(server));
   if (found == collections_.end()) return true;
-  // What a whole collection has brought no row of has none.
   return std::ranges::any_of(found->second, [&](const Collection& collection) {
-    return collection.selection.empty() || collection.rows.covers(table, kind, item);
+    // Whatever part of a whole collection isn't told any more has been replaced by another's.
+    return collection.rows.covers(table, kind, item) ||
+           (collection.selection.empty() && !collection.rows.coversSome(table, kind));
   });
 }
 

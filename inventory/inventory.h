@@ -112,7 +112,7 @@ struct TableScope {
   ItemKind kind = ItemKind::kNone;
   bool everyItem = true;
   std::vector<std::string> items;  // the selected ones, unless it is every item
-  std::vector<std::string> there;  // those that the server has now, unless it is every item
+  std::vector<std::string> there;  // those of the kind that the server has now
 };
 
 struct Scope {

@@ -445,6 +445,14 @@ class Publication {
   void removeParts(std::int32_t server, const Scope& scope, RowCounts& removed) {
     const std::string id = std::to_string(server);
     const std::string ofServer = " where server_id = $1";
+    const Newcomers newcomers = newcomersOf(scope, [&](std::string_view table, std::string_view column) {
+      const ResultSet rows = connection_.run("select " + quotedName(column) + " from " + place_.table(table) +
+                                                 ofServer + " and " + quotedName(column) + " is not null",
+                                             {id});
+      std::vector<std::string> items;
+      for (int row = 0; row < rows.rows(); ++row) items.emplace_back(*rows.text(row, 0));
+      return items;
+    });
     for (const TableScope& part : scope.tables) {
       const std::size_t index = tableIndex(part.table);
       const Table& table = tables()[index];
@@ -456,7 +464,7 @@ class Publication {
     }
     // Problems that belong to no table are about the file as a whole, and the new ones are too.
     connection_.run("delete from " + place_.table(kProblems) + ofServer + " and \"Table\" = ''", {id});
-    subtract(id, scope);
+    subtract(id, scope, newcomers);
   }
 
   std::int64_t removeItems(std::string_view table, std::string_view column, const TableScope& part,
@@ -477,14 +485,14 @@ class Publication {
   }
 
   // Former publications lose what is replaced, and go when nothing is left of them.
-  void subtract(const std::string& server, const Scope& scope) {
+  void subtract(const std::string& server, const Scope& scope, const Newcomers& newcomers) {
     const std::string current = place_.table(kCurrent);
     const ResultSet former =
         connection_.run("select publication, parts from " + current + " where server_id = $1", {server});
     for (int row = 0; row < former.rows(); ++row) {
       const std::string publication(former.text(row, 0).value_or(""));
       Remainder remainder = Remainder::fromText(former.text(row, 1).value_or(""));
-      remainder.subtract(scope);
+      remainder.subtract(scope, newcomers);
       if (remainder.isEmpty()) {
         connection_.run("delete from " + current + " where publication = $1", {publication});
         connection_.run(
@@ -498,7 +506,6 @@ class Publication {
   }
 
   void add(std::span<const Result> results, std::vector<Published>& published) {
-    std::vector<std::set<std::pair<std::size_t, ItemKind>>> brought(results.size());
     for (std::size_t at = 0; at < tables().size(); ++at) {
       const Table& table = tables()[at];
       CopyIn copy(connection_, copySql(table));
@@ -509,7 +516,6 @@ class Publication {
           for (std::size_t column = 0; column < table.columns.size(); ++column) copy.text(rows.cell(column));
         }
         published[each].added[at] = rows.count();
-        for (const ItemKind kind : rows.kinds()) brought[each].insert({at, kind});
         std::move(rows.problems().begin(), rows.problems().end(),
                   std::back_inserter(published[each].problems));
       }
@@ -525,10 +531,7 @@ class Publication {
     });
     CopyIn copy(connection_, currentSql());
     for (std::size_t each = 0; each < results.size(); ++each) {
-      const Remainder remainder = Remainder::of(results[each].scope, [&](const Table& table, ItemKind kind) {
-        return brought[each].contains({tableIndex(table.name), kind});
-      });
-      addCurrent(copy, publications_[each] << kRowBits, each, remainder.toText());
+      addCurrent(copy, publications_[each] << kRowBits, each, Remainder::of(results[each].scope).toText());
     }
     copy.finish();
   }

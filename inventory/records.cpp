@@ -120,6 +120,21 @@ std::vector<std::string> replacedItems(const TableScope& part, const std::vector
   return replaced;
 }
 
+Newcomers newcomersOf(
+    const Scope& scope,
+    const std::function<std::vector<std::string>(std::string_view table, std::string_view column)>& listed) {
+  Newcomers newcomers;
+  for (const auto& [kind, list, column] : {std::tuple(ItemKind::kSite, "tblFTPSiteInfo", kSiteColumn),
+                                           std::tuple(ItemKind::kPool, "tblAppPoolInfo", kPoolColumn)}) {
+    const auto part = std::ranges::find(scope.tables, kind, &TableScope::kind);
+    if (part == scope.tables.end()) continue;
+    std::set<std::string>& all = newcomers[kind];
+    for (const std::string& item : part->there) all.insert(folded(item));
+    for (const std::string& item : listed(list, column)) all.erase(folded(item));
+  }
+  return newcomers;
+}
+
 std::string renamedInProblems(const std::string& name) {
   const std::string server = "\"Server name\"";
   const std::string former = "'IIS://' || " + server + " || '/'", next = "'IIS://' || " + name + " || '/'";
@@ -149,7 +164,6 @@ bool CheckedRows::next() {
   if (!rows_->next()) return false;
   ++count_;
   told_.reset();
-  if (kinds_.size() > 1 && rows_->cell(poolColumn_)) ++ofSecondKind_;
   return true;
 }
 
@@ -199,13 +213,6 @@ void CheckedRows::tell(std::size_t column, std::string message) {
     std::replace(place->begin(), place->end(), '\0', '?');
   }
   problems_.push_back(std::move(problem));
-}
-
-std::vector<ItemKind> CheckedRows::kinds() const {
-  std::vector<ItemKind> there;
-  if (count_ > ofSecondKind_) there.push_back(kinds_[0]);
-  if (ofSecondKind_ > 0) there.push_back(kinds_[1]);
-  return there;
 }
 
 }  // namespace inventory

@@ -4,6 +4,7 @@
 
 #include <bitset>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -41,6 +42,12 @@ std::vector<const Table*> everyTable();
 // The items that a publication's part replaces, out of those that stand there.
 std::vector<std::string> replacedItems(const TableScope& part, const std::vector<std::string>& there);
 
+// What a publication of this scope finds on a server that the inventory's lists of it don't have. `listed`
+// gives the items of a list, by its table and the column that names them.
+Newcomers newcomersOf(
+    const Scope& scope,
+    const std::function<std::vector<std::string>(std::string_view table, std::string_view column)>& listed);
+
 // What an update of "Problems" sets beside the server's name where that changes: the places that begin with
 // it, in SQL that every kind of database takes. `name` is an expression.
 std::string renamedInProblems(const std::string& name);
@@ -64,8 +71,6 @@ class CheckedRows : public Rows {
   Cell cell(std::size_t column) override;
 
   std::int64_t count() const { return count_; }
-  // The kinds that there are rows of.
-  std::vector<ItemKind> kinds() const;
   // What couldn't be kept as it was.
   std::vector<Problem>& problems() { return problems_; }
 
@@ -78,7 +83,6 @@ class CheckedRows : public Rows {
   const std::span<const ItemKind> kinds_;
   const std::size_t poolColumn_;
   std::int64_t count_ = 0;
-  std::int64_t ofSecondKind_ = 0;
   std::vector<std::string> replacements_;  // of this row, by column
   std::bitset<32> told_;                   // columns of this row
   std::vector<Problem> problems_;

@@ -52,7 +52,26 @@ Remainder Remainder::fromText(std::string_view text) {
   }
 }
 
-void Remainder::subtract(const Scope& scope) {
+Remainder Remainder::of(const Scope& scope) {
+  Remainder all;
+  if (scope.whole) {
+    for (const Table& table : tables()) {
+      for (const ItemKind kind : kindsOf(table))
+        all.parts_.push_back({std::string(table.name), kind, true, {}});
+    }
+    return all;
+  }
+  for (const TableScope& given : scope.tables) {
+    Part part{std::string(given.table), given.kind, given.everyItem, {}};
+    for (const std::string& item : given.items) {
+      if (!given.everyItem) part.items.insert(folded(item));
+    }
+    all.parts_.push_back(std::move(part));
+  }
+  return all;
+}
+
+void Remainder::subtract(const Scope& scope, const Newcomers& newcomers) {
   if (scope.whole) {
     parts_.clear();
     return;
@@ -62,6 +81,11 @@ void Remainder::subtract(const Scope& scope) {
       return table.table == part.table && table.kind == part.kind && isReplaced(part, table);
     });
   });
+  for (Part& part : parts_) {
+    const auto found = newcomers.find(part.kind);
+    if (part.everyItem && found != newcomers.end())
+      part.items.insert(found->second.begin(), found->second.end());
+  }
 }
 
 bool Remainder::covers(std::string_view table, ItemKind kind, std::string_view item) const {

@@ -1,6 +1,7 @@
 // What still stands of a former publication.
 #pragma once
 
+#include <map>
 #include <set>
 #include <span>
 #include <string>
@@ -12,29 +13,15 @@
 
 namespace inventory {
 
-// The parts of a publication whose rows have not all been replaced: tables, and of each every item but some,
-// or some items alone.
+// The items of each kind, folded, that a server has now and hadn't when it was last listed.
+using Newcomers = std::map<ItemKind, std::set<std::string>>;
+
+// The parts of a publication that have not all been replaced: tables, and of each every item but some, or
+// some items alone. A part without rows is one too: that there are none is what was found.
 class Remainder {
  public:
-  // All that a publication of this scope has brought; `brought` tells whether it has rows of a table and a
-  // kind.
-  template <typename Brought>
-  static Remainder of(const Scope& scope, const Brought& brought) {
-    Remainder all;
-    for (const Table& table : tables()) {
-      for (const ItemKind kind : kindsOf(table)) {
-        if (!brought(table, kind)) continue;
-        Part part{std::string(table.name), kind, true, {}};
-        for (const TableScope& given : scope.tables) {
-          if (scope.whole || given.table != table.name || given.kind != kind) continue;
-          part.everyItem = given.everyItem;
-          for (const std::string& item : given.items) part.items.insert(folded(item));
-        }
-        all.parts_.push_back(std::move(part));
-      }
-    }
-    return all;
-  }
+  // All of a publication of this scope.
+  static Remainder of(const Scope& scope);
 
   // The kinds of rows that a table may hold.
   static std::span<const ItemKind> kindsOf(const Table& table);
@@ -43,8 +30,8 @@ class Remainder {
   std::string toText() const;
   static Remainder fromText(std::string_view text);
 
-  // Takes out what a publication of this scope replaces.
-  void subtract(const Scope& scope);
+  // Takes out what a publication of this scope replaces, and the newcomers, of which nothing was known.
+  void subtract(const Scope& scope, const Newcomers& newcomers);
 
   // Whether it has the rows of a kind in a table: those of an item, or of every one where that is empty.
   bool covers(std::string_view table, ItemKind kind, std::string_view item) const;

@@ -793,15 +793,10 @@ class SqliteInventory : public Inventory {
     Published published{RowCounts(tables().size(), 0), RowCounts(tables().size(), 0), {}};
     const std::vector<std::string> spellings =
         removeFormer(result.origin.server, result.scope, published.replaced);
-
-    std::set<std::pair<std::size_t, ItemKind>> brought;
-    const json pathless = addRows(result, published, brought);
+    const json pathless = addRows(result, published);
     for (const Problem& problem : result.problems) addProblem(result.origin.server, problem);
     for (const Problem& problem : published.problems) addProblem(result.origin.server, problem);
-    const Remainder remainder = Remainder::of(result.scope, [&](const Table& table, ItemKind kind) {
-      return brought.contains({tableIndex(table.name), kind});
-    });
-    addCollection(result, timeOfPublication(spellings), published, remainder, pathless);
+    addCollection(result, timeOfPublication(spellings), published, Remainder::of(result.scope), pathless);
     return published;
   }
 
@@ -962,8 +957,7 @@ class SqliteInventory : public Inventory {
   }
 
   // Gives copies of the rows that have no path.
-  json addRows(const Result& result, Published& published,
-               std::set<std::pair<std::size_t, ItemKind>>& brought) {
+  json addRows(const Result& result, Published& published) {
     json pathless = json::array();
     for (std::size_t at = 0; at < tables().size(); ++at) {
       const Table& table = tables()[at];
@@ -971,7 +965,6 @@ class SqliteInventory : public Inventory {
       feed_->run(statement(feedSql(table)), feed);
       CheckedRows& rows = feed.rows();
       published.added[at] += rows.count();
-      for (const ItemKind kind : rows.kinds()) brought.insert({at, kind});
       std::move(rows.problems().begin(), rows.problems().end(), std::back_inserter(published.problems));
       for (json& row : feed.pathless()) pathless.push_back({{"table", table.name}, {"row", std::move(row)}});
     }
@@ -1018,8 +1011,19 @@ class SqliteInventory : public Inventory {
                        Remainder::fromText(look.text(2).value_or(""))});
       }
     }
+    const Newcomers newcomers = newcomersOf(scope, [&](std::string_view table, std::string_view column) {
+      Statement& list = statement("select " + quotedName(column) + " from " + quotedName(table) + " where " +
+                                  quotedName(kServerColumn) + " = ?1 collate nocase and " +
+                                  quotedName(column) + " is not null");
+      std::vector<std::string> items;
+      for (const std::string& spelling : spellings) {
+        list.bind(1, spelling);
+        while (list.step()) items.emplace_back(list.text(0).value_or(""));
+      }
+      return items;
+    });
     for (Former& former : all) {
-      former.remainder.subtract(scope);
+      former.remainder.subtract(scope, newcomers);
       if (!former.remainder.isEmpty()) {
         Statement& change =
             statement("update \"Collections bookkeeping\" set \"Still current\" = ?2 where rowid = ?1");

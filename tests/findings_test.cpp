@@ -140,4 +140,41 @@ TEST_F(Findings, RestOnNothingThatIsNotKnownOrNotCollected) {
               "\u00DCbersicht"});
 }
 
+// What comes and goes between collections: nothing is known of what only the later one's list has, and what
+// it hasn't any more isn't judged.
+TEST_F(Findings, GoByTheLatestListAndByWhatWasLookedAt) {
+  std::string text = test::contents(kWeb01);
+  const auto hide = [&](const std::string& name) {
+    for (std::size_t at = 0; (at = text.find("<", at)) != std::string::npos; ++at) {
+      const std::size_t end = text.find('>', at);
+      if (text.substr(at, end - at).find("\"/LM/" + name) == std::string::npos) continue;
+      const std::size_t behind = text[end - 1] == '/' ? end + 1 : text.find("</IIs", end);
+      text.erase(at, (text[end - 1] == '/' ? behind : text.find('>', behind) + 1) - at);
+    }
+  };
+  hide("MSFTPSVC/9");
+  hide("W3SVC/AppPools/Intranet Pool");
+  const std::string without = "S=" + folder_.file("without.xml", text), with = "S=" + kWeb01;
+  const std::string site = "site 9 (Print room)", pool = "pool Intranet Pool";
+  collect({without});
+  collect({with, "--only", "General"});
+  auto all = found();
+  EXPECT_EQ(std::ranges::count(all["anonymous-write"], site), 0);
+  EXPECT_EQ(all["anonymous-write?"], Strings{"not known of " + site});
+  EXPECT_EQ(all["pool-serves-nothing"], Strings{"pool IdleSpare"});
+  EXPECT_EQ(all["pool-serves-nothing?"], Strings{"not known of " + pool});
+  collect({with});
+  all = found();
+  EXPECT_EQ(std::ranges::count(all["anonymous-write"], site), 1);
+  EXPECT_EQ(std::ranges::count(all["named-account"], pool), 1);
+  collect({without, "--only", "General"});
+  for (const auto& [rule, names] : found()) {
+    EXPECT_EQ(std::ranges::count(names, site) + std::ranges::count(names, "site 9"), 0) << rule;
+    EXPECT_EQ(std::ranges::count(names, pool), 0) << rule;
+  }
+  // Whoever has looked and found nothing knows that.
+  collect({"PART=" + kWeb01, "--only", "Applied Objects", "--pool", "IdleSpare"});
+  EXPECT_EQ(found({"--server", "PART"}).at("pool-serves-nothing"), Strings{"pool IdleSpare"});
+}
+
 }  // namespace

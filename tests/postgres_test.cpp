@@ -92,6 +92,8 @@ class Postgres : public testing::Test {
       run(all, status);
     }
     expectEqual(file_, fleet_);
+    EXPECT_EQ(run({"findings", "--format", "json", "--database", fleet_}).out,
+              run({"findings", "--format", "json", "--database", file_}).out);
     for (const char* name : {"ftp_site", "ftp_directory", "ftp_access", "app_pool", "web_extension",
                              "application", "collection", "problem"}) {
       const Strings rows = view(file_, name);
