@@ -144,10 +144,16 @@ class Side {
     return coverage_.hasSome(server_, table, thing.kind);
   }
 
+  bool isCollected(const Thing& thing, std::string_view table, std::string_view item) const {
+    return coverage_.has(server_, table, thing.kind, item);
+  }
+  bool hasFailed(std::string_view table, std::string_view item) const {
+    return !notKnown_.whyMissing(server_, table, item).empty();
+  }
+
   // Whether nothing stands of a thing, though there may be something.
   bool isUnknown(const Thing& thing, std::string_view table, std::string_view item) const {
-    return !coverage_.has(server_, table, thing.kind, item) ||
-           !notKnown_.whyMissing(server_, table, item).empty();
+    return !isCollected(thing, table, item) || hasFailed(table, item);
   }
 
   // A value without what of it begins with the server's name: two servers that are alike differ in that.
@@ -293,7 +299,15 @@ class Comparison {
   void compareRows(const Known& about, std::string_view name, const KeptRows& before, const KeptRows& after) {
     const inventory::Table& table = inventory::tables()[inventory::tableIndex(name)];
     if (before.empty() || after.empty()) {
-      if (before.empty() && after.empty()) return;
+      if (before.empty() && after.empty()) {
+        // Nothing on both sides is alike where it is known to be nothing.
+        if (old_.hasFailed(name, about.item) || new_.hasFailed(name, about.item) ||
+            old_.isCollected(*thing_, name, about.item) != new_.isCollected(*thing_, name, about.item)) {
+          into_->push_back(findingOf(about, name, ""));
+          into_->back().outcome = Outcome::kNotKnown;
+        }
+        return;
+      }
       const Side& without = before.empty() ? old_ : new_;
       // A pool that serves nothing has no row.
       const bool isUnknown = without.isUnknown(*thing_, name, about.item);
@@ -363,7 +377,7 @@ class Comparison {
     const auto normal = [](const Side& side, const Value& value) {
       return value ? Value(side.normal(*value)) : Value();
     };
-    if (!oldUnknown && !newUnknown && normal(old_, one) == normal(new_, two)) return;
+    if (!oldUnknown && !newUnknown && (one == two || normal(old_, one) == normal(new_, two))) return;
     Finding finding = findingOf(about, table.name, table.columns[at]);
     finding.old = oldUnknown ? Value(std::string(kNotKnownText)) : one;
     finding.other = newUnknown ? Value(std::string(kNotKnownText)) : two;
@@ -460,8 +474,7 @@ std::vector<Finding> findingsOf(const DiffOptions& options) {
   const auto newSnapshot = other->snapshot();
   const Strings names = options.server.empty() ? Strings() : Strings{options.server};
   const auto chosen = [&](inventory::Snapshot& snapshot) {
-    const Strings there = snapshot.servers();
-    Strings found = there;
+    Strings found = chosenServers(snapshot, {});
     std::erase_if(found, [&](const std::string& server) {
       return !names.empty() && !inventory::sameName(server, names.front());
     });
@@ -564,9 +577,12 @@ int diff(const DiffOptions& options, Output& output) {
       return findingsOf(options);
     }
   }();
-  if (options.format == Format::kTable) {
-    printForPeople(findings, output);
-  } else {
+  const auto isDifference = [](const Finding& finding) { return finding.outcome != Outcome::kNotKnown; };
+  return printed(output, std::ranges::any_of(findings, isDifference) ? 1 : 0, [&] {
+    if (options.format == Format::kTable) {
+      printForPeople(findings, output);
+      return;
+    }
     Listing listing{{{"Server"}, {"Thing"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}},
                     {}};
     listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
@@ -576,10 +592,7 @@ int diff(const DiffOptions& options, Output& output) {
       }
     };
     print(listing, {options.format}, output);
-  }
-  output.flush();
-  const auto isDifference = [](const Finding& finding) { return finding.outcome != Outcome::kNotKnown; };
-  return std::ranges::any_of(findings, isDifference) ? 1 : 0;
+  });
 }
 
 }  // namespace host

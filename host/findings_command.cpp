@@ -141,6 +141,10 @@ int statusOf(const Raw& raw, const std::vector<OfServer>& all) {
     });
   };
   int status = 0;
+  if (all.empty() && !raw.failOn.empty()) {
+    complain("there is no server that could be judged");
+    status = 1;
+  }
   for (const OfServer& each : all) {
     if (std::ranges::any_of(each.findings, isMeant, &Finding::rule)) status = 1;
     for (const Unjudged& unjudged : each.unjudged) {
@@ -197,13 +201,13 @@ void addFindings(CLI::App& program, Work& work) {
           return judgeAll(*raw, database, access);
         }
       }();
-      if (format == Format::kTable) {
-        printForPeople(all, output);
-      } else {
-        printForPrograms(all, format, output);
-      }
-      output.flush();
-      return statusOf(*raw, all);
+      return printed(output, statusOf(*raw, all), [&] {
+        if (format == Format::kTable) {
+          printForPeople(all, output);
+        } else {
+          printForPrograms(all, format, output);
+        }
+      });
     };
   });
 }

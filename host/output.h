@@ -36,6 +36,18 @@ class Output {
   std::string buffer_;
 };
 
+// Prints something whose status is known beforehand; it stands also where the reader has gone.
+template <typename Print>
+int printed(Output& output, int status, const Print& print) {
+  try {
+    print();
+    output.flush();
+  } catch (const OutputClosed&) {
+    // As much as the reader wanted.
+  }
+  return status;
+}
+
 // Writes a message as one line to the standard error output, behind the program's name. Failures are dropped:
 // there is nowhere left to tell them.
 void complain(std::string_view message) noexcept;

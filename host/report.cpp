@@ -36,8 +36,9 @@ using inventory::ItemKind;
 using kainjow::mustache::data;
 using Strings = std::vector<std::string>;
 
-constexpr std::size_t kMostLinks = 40;       // to servers behind a bar
-constexpr std::size_t kMostProblems = 2000;  // of one server
+constexpr std::size_t kMostLinks = 40;        // to servers behind a bar
+constexpr std::size_t kMostProblems = 2000;   // of one server
+constexpr std::size_t kMostCollections = 20;  // of one server, the latest
 
 // The drive or share that a path is on.
 std::string rootOf(const std::string& path) {
@@ -109,9 +110,15 @@ class Page {
       const std::string& name = book_.servers()[at];
       data server, collections{data::type::list};
       std::int64_t rows = 0;
-      for (auto& row : book_.own("Collections", name, 20)) {
+      const std::int64_t former = std::max<std::int64_t>(
+          0, book_.count("select count(*) from Collections where \"Server name\" = ?1", name) -
+                 static_cast<std::int64_t>(kMostCollections));
+      if (former > 0) server.set("former", counted(former, "earlier collection", "earlier collections"));
+      for (auto& row : book_.own("Collections", name, kMostCollections, static_cast<std::size_t>(former))) {
         data collection;
-        collection.set("time", harmless(row["Published"].substr(0, 19)).replace(10, 1, " "));
+        std::string time = row["Published"].substr(0, 19);
+        std::ranges::replace(time, 'T', ' ');
+        collection.set("time", harmless(time));
         collection.set("file", harmless(row["File"]));
         collection.set("size", row["File size"] + " bytes");
         collection.set("fileTime", harmless(row["File time"].substr(0, 10)));
@@ -189,9 +196,12 @@ class Page {
         entry.set("unjudged", counted(static_cast<std::int64_t>(unjudged), "server", "servers"));
       list.push_back(entry);
     }
+    const bool isJudged =
+        std::ranges::all_of(counts_, [](const Counts& each) { return each.unjudged.empty(); });
     page.set("lead",
              all == 0
-                 ? "None of the rules holds for anything."
+                 ? isJudged ? "None of the rules holds for anything."
+                            : "None of the rules holds for what could be judged."
                  : "Each rule with what it holds for; the rows that it rests on stand with each server.");
     page.set("barTitle", servers.size() == 1 ? "Server" : "Servers");
     page.set("rules", list);
@@ -295,8 +305,14 @@ class Page {
 
   void writeDrawings(const std::string& server) {
     Drawing pools, content;
-    book_.forEach("tblAppPoolInfo", server,
-                  [&](const Cells& pool) { pools.left(pool.at(inventory::kPoolColumn)); });
+    book_.forEach("tblAppPoolInfo", server, [&](const Cells& pool) {
+      const std::string name = pool.at(inventory::kPoolColumn);
+      const std::size_t place = pools.left(name);
+      if (!book_.coverage().has(server, "tblAppliedObject", ItemKind::kPool, name) ||
+          !book_.notKnown().whyMissing(server, "tblAppliedObject", name).empty()) {
+        pools.leaveOpen(place);
+      }
+    });
     book_.forEach("tblAppliedObject", server, [&](const Cells& object) {
       const std::string path = object.isUnknown("Local path") ? "" : object.at("Local path");
       pools.join(pools.left(object.at(inventory::kPoolColumn)),

@@ -1,10 +1,13 @@
 #include "host/report_book.h"
 
+#include <algorithm>
 #include <chrono>
+#include <set>
 #include <utility>
 
 #include "host/servers.h"
 #include "inventory/names.h"
+#include "inventory/records.h"
 
 namespace host {
 namespace {
@@ -30,6 +33,7 @@ void Book::open() {
   inventory_ = inventory::openForReading(sqlite::utf8Of(file_), {});
   database_ = std::make_unique<sqlite::Database>(file_, sqlite::Database::Mode::kReadWrite,
                                                  std::chrono::milliseconds(0));
+  spellServersAlike();
   for (const inventory::Table& table : inventory::tables()) {
     for (const std::string_view key : {inventory::kSiteColumn, inventory::kPoolColumn}) {
       if (!inventory::hasColumn(table, key)) continue;
@@ -42,6 +46,24 @@ void Book::open() {
   snapshot_ = inventory_->snapshot();
   notKnown_ = inventory::readNotKnown(*snapshot_, servers_);
   coverage_ = inventory::Coverage::read(*snapshot_, servers_);
+}
+
+// SQLite folds ASCII alone, and collections may have spelled a name differently.
+void Book::spellServersAlike() {
+  std::set<std::string> spelledOtherwise;
+  for (const inventory::Table* const table : inventory::everyTable()) {
+    auto names = database_->prepare("select distinct " + serverOf(*table) + " from " +
+                                    sqlite::quotedName(table->name));
+    while (names.step()) {
+      const std::string name(names.text(0).value_or(""));
+      const auto same = std::ranges::find_if(
+          servers_, [&](const std::string& server) { return inventory::sameName(server, name); });
+      if (same != servers_.end() && *same != name) spelledOtherwise.insert(*same);
+    }
+  }
+  if (spelledOtherwise.empty()) return;
+  const auto inventory = inventory::openForPublishing(sqlite::utf8Of(file_), {});
+  for (const std::string& server : spelledOtherwise) inventory->rename(server, server);
 }
 
 void Book::forEach(std::string_view name, const std::string& server, std::string_view key,
@@ -73,10 +95,10 @@ std::vector<Cells> Book::rows(std::string_view name, const std::string& server, 
 }
 
 std::vector<std::map<std::string, std::string>> Book::own(const char* table, const std::string& server,
-                                                          std::size_t most) {
+                                                          std::size_t most, std::size_t behind) {
   auto statement = database_->prepare("select * from " + std::string(table) +
                                       " where \"Server name\" = ?1 collate nocase order by rowid limit " +
-                                      std::to_string(most));
+                                      std::to_string(most) + " offset " + std::to_string(behind));
   statement.bind(1, server);
   std::vector<std::map<std::string, std::string>> all;
   while (statement.step()) {

@@ -59,14 +59,15 @@ class Book {
   std::vector<Cells> rows(std::string_view name, const std::string& server, std::string_view key = {},
                           const std::string& item = {});
 
-  // The first rows of a server in one of the inventory's own tables, by column.
+  // Rows of a server in one of the inventory's own tables, by column: so many of them, behind so many others.
   std::vector<std::map<std::string, std::string>> own(const char* table, const std::string& server,
-                                                      std::size_t most);
+                                                      std::size_t most, std::size_t behind = 0);
 
   // What a statement counts that has the server for its one parameter.
   std::int64_t count(const std::string& sql, const std::string& server);
 
  private:
+  void spellServersAlike();
   sqlite::Statement& prepared(const inventory::Table& table, std::string_view key);
 
   const std::filesystem::path file_;

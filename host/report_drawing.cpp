@@ -38,6 +38,10 @@ std::size_t Drawing::right(const std::string& name, std::string_view kind) {
   return right_.add(name, kind);
 }
 
+void Drawing::leaveOpen(std::size_t left) {
+  if (left < kMostNodes) isJoined_[left] = true;
+}
+
 void Drawing::join(std::size_t left, std::size_t right, bool isStrong) {
   if (left >= kMostNodes) return;
   isJoined_[left] = true;

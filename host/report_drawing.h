@@ -26,6 +26,8 @@ class Drawing {
   // begins at is drawn with a dashed edge.
   std::size_t left(const std::string& name);
   std::size_t right(const std::string& name, std::string_view kind = "");
+  // Nobody knows what lines begin at it.
+  void leaveOpen(std::size_t left);
   void join(std::size_t left, std::size_t right, bool isStrong = false);
 
   bool empty() const { return left_.nodes.empty(); }
@@ -42,7 +44,7 @@ class Drawing {
 
   Column left_;
   Column right_;
-  std::array<bool, kMostNodes> isJoined_{};                    // on the left
+  std::array<bool, kMostNodes> isJoined_{};                    // on the left, or left open
   std::map<std::pair<std::size_t, std::size_t>, bool> lines_;  // between drawn nodes, strong ones
 };
 

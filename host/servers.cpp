@@ -10,6 +10,7 @@
 namespace host {
 
 std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std::vector<std::string>& names) {
+  if (snapshot.tableNames().empty()) throw UsageError("the database has none of an inventory's tables");
   std::vector<std::string> there = snapshot.servers();
   const auto is = [](const std::string& server) {
     return [&server](const std::string& name) { return inventory::sameName(name, server); };
@@ -25,7 +26,7 @@ std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std:
 
 std::string chosenServer(inventory::Snapshot& snapshot, const std::string& name) {
   if (!name.empty()) return chosenServers(snapshot, {name}).front();
-  const std::vector<std::string> there = snapshot.servers();
+  const std::vector<std::string> there = chosenServers(snapshot, {});
   if (there.empty()) throw UsageError("there is no server in the database");
   if (there.size() > 1) {
     throw UsageError("there are " + std::to_string(there.size()) +

@@ -10,7 +10,8 @@
 namespace host {
 
 // The servers that are named, as the inventory spells them, in its order; all of them where none is named.
-// Throws UsageError for a name that there is nothing of.
+// Throws UsageError for a name that there is nothing of, and
+// for a database that has none of an inventory's tables.
 std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std::vector<std::string>& names);
 
 // The one that is named; the only one there is where the name is empty. Throws UsageError.

@@ -64,7 +64,7 @@ Value timeFor(Format format, const std::string& time) {
 Listing listServers(const std::string& database, const inventory::Access& access, Format format) {
   const auto inventory = inventory::openForReading(database, access);
   const auto snapshot = inventory->snapshot();
-  const std::vector<std::string> servers = snapshot->servers();
+  const std::vector<std::string> servers = chosenServers(*snapshot, {});
   std::map<std::string, Standing> standings;
   for (const inventory::Table* const table : inventory::everyTable()) {
     const auto rows = snapshot->rowsOf(std::string(table->name), servers);
@@ -116,6 +116,19 @@ decltype(auto) twice(const Task& task) {
   }
 }
 
+// Tells of what is done, and stays so whether anybody takes it or not.
+int tell(Output& output, const std::string& done) {
+  try {
+    output.write(done + "\n");
+    output.flush();
+  } catch (const OutputClosed&) {
+    // Nobody wants to know.
+  } catch (const std::runtime_error& error) {
+    complain(error.what());
+  }
+  return 0;
+}
+
 }  // namespace
 
 void addServers(CLI::App& program, Work& work) {
@@ -146,13 +159,12 @@ void addRemove(CLI::App& program, Work& work) {
             access = raw->database.access()](Output& output) {
       const std::vector<std::string> servers = twice([&] { return meant(database, access, names); });
       const std::int64_t rows = inventory::openForPublishing(database, access)->remove(servers);
-      output.write(
-          "removed " +
-          (servers.size() == 1 ? harmless(servers.front())
-                               : counted(static_cast<std::int64_t>(servers.size()), "server", "servers")) +
-          " from " + harmless(inventory::shownName(database)) + ": " + counted(rows, "row", "rows") + "\n");
-      output.flush();
-      return 0;
+      return tell(output, "removed " +
+                              (servers.size() == 1 ? harmless(servers.front())
+                                                   : counted(static_cast<std::int64_t>(servers.size()),
+                                                             "server", "servers")) +
+                              " from " + harmless(inventory::shownName(database)) + ": " +
+                              counted(rows, "row", "rows"));
     };
   });
 }
@@ -171,10 +183,8 @@ void addRename(CLI::App& program, Work& work) {
             access = raw->database.access()](Output& output) {
       const std::string server = twice([&] { return meant(database, access, {former}); }).front();
       inventory::openForPublishing(database, access)->rename(server, next);
-      output.write("renamed " + harmless(server) + " to " + harmless(next) + " in " +
-                   harmless(inventory::shownName(database)) + "\n");
-      output.flush();
-      return 0;
+      return tell(output, "renamed " + harmless(server) + " to " + harmless(next) + " in " +
+                              harmless(inventory::shownName(database)));
     };
   });
 }

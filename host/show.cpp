@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <memory>
 #include <optional>
 #include <string>
@@ -47,7 +48,8 @@ struct Candidate {
 std::optional<double> numberOf(std::string_view text) {
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  // "nan" and "inf" are words here.
+  if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number)) return std::nullopt;
   return number;
 }
 

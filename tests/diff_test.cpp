@@ -141,6 +141,7 @@ TEST_F(Diff, TakesNothingForADifferenceThatIsNotKnown) {
   EXPECT_EQ(told(0),
             (std::vector<std::string>{
                 "site 4 (Mirror) | tblHomeDirectorySetting |  | - | - | not known",
+                "site 7 (Old price lists) | tblGeneral |  | - | - | not known",
                 "directory /MSFTPSVC/1/ROOT/private | tblvirtualDirSecurity |  | - | - | not known"}));
   fs::remove(new_);
   collect(new_, {kWeb01, "--only", "Health", "--only", "Message", "--site", "3"});

@@ -80,7 +80,8 @@ class Host : public testing::Test {
 TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
   const std::string broken = folder_.file("broken.xml", "<configuration>");
   const std::string noDatabase = folder_.file("note.txt", std::string(2000, 'x'));
-  const std::string here = path("new.db");
+  const std::string here = path("new.db"), foreign = path("foreign.db");
+  Database(foreign, Database::Mode::kCreate, {}).execute("create table other (a)");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{}, "--help"},
       {{"gather"}, "there is no command 'gather'; there are: collect, "},
@@ -105,6 +106,10 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
       {{"collect", folder_.folder("empty").string(), "--database", here}, "there is no metabase in "},
       {{"show", "--database", here}, "there is no such file"},
       {{"show", "--database", noDatabase}, "it is not a database"},
+      {{"findings", "--database", foreign}, "none of an inventory's tables"},
+      {{"report", "--database", foreign}, "none of an inventory's tables"},
+      {{"servers", "--database", foreign}, "none of an inventory's tables"},
+      {{"diff", foreign, foreign}, "none of an inventory's tables"},
   };
   for (const auto& [arguments, message] : cases) {
     const Result result = run(arguments);
@@ -384,8 +389,10 @@ TEST_F(Host, ASignalEndsItWithoutTheLine) {
 
 TEST_F(Host, AReaderThatGoesAwayIsNoFault) {
   ASSERT_EQ(collect({kWeb01}).status, 0);
-  const std::vector<std::string> commands[] = {{"show", "tblGeneral"}, {"collect", kWeb01}};
-  for (auto arguments : commands) {
+  // What was found stands, however much of it was taken.
+  const std::pair<Arguments, int> commands[] = {
+      {{"show", "tblGeneral"}, 0}, {{"collect", kWeb01}, 0}, {{"findings", "--fail-on", "stopped"}, 1}};
+  for (auto [arguments, status] : commands) {
     arguments.insert(arguments.end(), {"--database", database_});
     const Result result = run(arguments, [] {
       int ends[2];
@@ -393,7 +400,7 @@ TEST_F(Host, AReaderThatGoesAwayIsNoFault) {
       close(ends[0]);
       dup2(ends[1], STDOUT_FILENO);
     });
-    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.status, status);
     EXPECT_EQ(result.err, "");
   }
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
