@@ -114,8 +114,11 @@ class Page {
           0, book_.count("select count(*) from Collections where \"Server name\" = ?1", name) -
                  static_cast<std::int64_t>(kMostCollections));
       if (former > 0) server.set("former", counted(former, "earlier collection", "earlier collections"));
+      std::size_t lines = 0;
       for (auto& row : book_.own("Collections", name, kMostCollections, static_cast<std::size_t>(former))) {
         data collection;
+        collection.set("isFirst", flag(lines++ == 0));
+        collection.set("isKnown", flag(true));
         std::string time = row["Published"].substr(0, 19);
         std::ranges::replace(time, 'T', ' ');
         collection.set("time", harmless(time));
@@ -126,6 +129,14 @@ class Page {
         collection.set("selection", row["Selection"].empty() ? "everything" : harmless(row["Selection"]));
         collections.push_back(collection);
       }
+      if (lines == 0) {
+        data unknown;
+        unknown.set("isFirst", flag(true));
+        unknown.set("isKnown", flag(false));
+        collections.push_back(unknown);
+        ++lines;
+      }
+      server.set("lines", std::to_string(lines + (former > 0 ? 1 : 0)));
       for (const inventory::Table& table : inventory::tables()) rows += rowsOf(table, name);
       std::int64_t findings = 0;
       for (const auto& [rule, count] : counts_[at].findings) findings += count;
