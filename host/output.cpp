@@ -57,8 +57,9 @@ void printToError(std::string_view text) noexcept {
 void openStandardFiles() {
   for (const int file : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(file, F_GETFD) >= 0 || errno != EBADF) continue;
-    // The lowest free number is the missing one, since those below it are open.
-    if (::open("/dev/null", O_RDWR) < 0) return;
+    // The lowest free number is the missing one, since those below it are open. What is printed to an output
+    // that isn't there can't be written, and is not to look as if it had been.
+    if (::open("/dev/null", file == STDOUT_FILENO ? O_RDONLY : O_RDWR) < 0) return;
   }
 }
 

@@ -404,6 +404,10 @@ TEST_F(Host, AReaderThatGoesAwayIsNoFault) {
     EXPECT_EQ(result.err, "");
   }
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
+  // An output that was never there is one.
+  const Result lost = run({"show", "tblGeneral", "--database", database_}, [] { close(STDOUT_FILENO); });
+  EXPECT_EQ(lost.status, 2);
+  EXPECT_NE(lost.err.find("can't write the output"), std::string::npos) << lost.err;
 }
 
 }  // namespace

@@ -120,13 +120,12 @@ Variant convert(const VARIANT& value, int depth) {
   if (depth > kDeepest) failTypeMismatch();
   const VARTYPE type = V_VT(&value);
   const VARTYPE base = type & VT_TYPEMASK;
+  const bool byReference = (type & VT_BYREF) != 0;
+  if (byReference && V_BYREF(&value) == nullptr) failTypeMismatch();
   if ((type & VT_ARRAY) != 0) {
-    return array((type & VT_BYREF) != 0 ? *V_ARRAYREF(&value) : V_ARRAY(&value), base, depth);
+    return array(byReference ? *V_ARRAYREF(&value) : V_ARRAY(&value), base, depth);
   }
-  if ((type & VT_BYREF) != 0) {
-    if (V_BYREF(&value) == nullptr) failTypeMismatch();
-    return valueAt(base, V_BYREF(&value), depth);
-  }
+  if (byReference) return valueAt(base, V_BYREF(&value), depth);
   switch (type) {
     case VT_EMPTY:
       return {};

@@ -195,7 +195,10 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   // out.
   static HRESULT place(const Member& member, const DISPPARAMS& parameters, std::vector<VARIANT*>& given) {
     if (parameters.cArgs > member.taken) return DISP_E_BADPARAMCOUNT;
-    if (parameters.cNamedArgs > parameters.cArgs) return E_INVALIDARG;
+    if (parameters.cNamedArgs > parameters.cArgs ||
+        (parameters.cNamedArgs > 0 && parameters.rgdispidNamedArgs == nullptr)) {
+      return E_INVALIDARG;
+    }
     given.assign(member.taken, nullptr);
     const UINT named = parameters.cNamedArgs;
     for (UINT at = 0; at < parameters.cArgs; ++at) {

@@ -65,11 +65,15 @@ bool writeTypeLibrary(const Text& path) {
 }
 
 bool removeTypeLibrary() {
-  constexpr SYSKIND kWidth = sizeof(void*) == 8 ? SYS_WIN64 : SYS_WIN32;
+  constexpr bool kWide = sizeof(void*) == 8;
   const GUID& id = systemGuid(kTypeLibraryId);
-  automation::com::OwnedText path;
-  if (QueryPathOfRegTypeLib(id, 1, 0, LOCALE_NEUTRAL, path.address()) < 0) return true;
-  return UnRegisterTypeLib(id, 1, 0, LOCALE_NEUTRAL, kWidth) >= 0;
+  // The other width's stands beside it and stays.
+  const Text entered = u"TypeLib\\" + shown(kTypeLibraryId) + u"\\1.0\\0\\" + (kWide ? u"win64" : u"win32");
+  HKEY key = nullptr;
+  const LSTATUS found = RegOpenKeyExW(HKEY_CLASSES_ROOT, systemChars(entered), 0, KEY_READ, &key);
+  if (found == ERROR_FILE_NOT_FOUND || found == ERROR_PATH_NOT_FOUND) return true;
+  if (found == ERROR_SUCCESS) RegCloseKey(key);
+  return UnRegisterTypeLib(id, 1, 0, LOCALE_NEUTRAL, kWide ? SYS_WIN64 : SYS_WIN32) >= 0;
 }
 
 }  // namespace
