@@ -403,34 +403,46 @@ class Comparison {
       into_->push_back(std::move(finding));
       return;
     }
-    std::map<std::vector<Value>, std::array<std::vector<const KeptRow*>, 2>> values;
-    const auto gather = [&](const Side& side, const KeptRows& rows, std::size_t which) {
+    std::array<std::vector<const KeptRow*>, 2> left;
+    const auto gather = [&](const KeptRows& rows, std::size_t which) {
       for (const KeptRow& row : rows) {
-        std::vector<Value> value;
-        bool isEmpty = true;
-        for (const std::size_t at : columns) {
-          value.push_back(row.cells[at] ? Value(side.normal(*row.cells[at])) : Value());
-          isEmpty = isEmpty && value.back().value_or("").empty();
-        }
-        // A row that is there for another column.
-        if (!isEmpty) values[std::move(value)][which].push_back(&row);
+        // One without any is there for another column.
+        if (std::ranges::any_of(columns, [&](std::size_t at) { return !row.cells[at].value_or("").empty(); }))
+          left[which].push_back(&row);
       }
     };
-    gather(old_, before, 0);
-    gather(new_, after, 1);
-    for (const auto& [value, rows] : values) {
-      const std::size_t both = std::min(rows[0].size(), rows[1].size());
-      for (const std::size_t side : {0U, 1U}) {
-        for (std::size_t at = both; at < rows[side].size(); ++at) {
-          Finding finding = findingOf(about, table.name, title);
-          std::string text;
-          for (const std::size_t column : columns) {
-            text += (column == columns.front() ? "" : ", ") + rows[side][at]->cells[column].value_or("-");
+    gather(before, 0);
+    gather(after, 1);
+    // First what is the same as it stands, then what is so but for the servers' names.
+    for (const bool asItStands : {true, false}) {
+      std::map<std::vector<Value>, std::array<std::vector<const KeptRow*>, 2>> values;
+      for (const std::size_t which : {0U, 1U}) {
+        const Side& side = which == 0 ? old_ : new_;
+        for (const KeptRow* row : std::exchange(left[which], {})) {
+          std::vector<Value> value;
+          for (const std::size_t at : columns) {
+            const Value& cell = row->cells[at];
+            value.push_back(cell && !asItStands ? Value(side.normal(*cell)) : cell);
           }
-          (side == 0 ? finding.old : finding.other) = std::move(text);
-          finding.outcome = side == 0 ? Outcome::kOnlyOld : Outcome::kOnlyNew;
-          into_->push_back(std::move(finding));
+          values[std::move(value)][which].push_back(row);
         }
+      }
+      for (const auto& [value, rows] : values) {
+        const auto both = static_cast<std::ptrdiff_t>(std::min(rows[0].size(), rows[1].size()));
+        for (const std::size_t which : {0U, 1U})
+          left[which].insert(left[which].end(), rows[which].begin() + both, rows[which].end());
+      }
+    }
+    for (const std::size_t which : {0U, 1U}) {
+      for (const KeptRow* row : left[which]) {
+        Finding finding = findingOf(about, table.name, title);
+        std::string text;
+        for (const std::size_t column : columns) {
+          text += (column == columns.front() ? "" : ", ") + row->cells[column].value_or("-");
+        }
+        (which == 0 ? finding.old : finding.other) = std::move(text);
+        finding.outcome = which == 0 ? Outcome::kOnlyOld : Outcome::kOnlyNew;
+        into_->push_back(std::move(finding));
       }
     }
   }

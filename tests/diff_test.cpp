@@ -156,6 +156,14 @@ TEST_F(Diff, ComparesServersThatShouldBeAlike) {
   collect(old_, {kWeb01, "TWIN2=" + folder_.file("twin.xml", text), kLegacy});
   EXPECT_EQ(told({old_, "--server", "WEB01", "--against", "twin2"}, 0), std::vector<std::string>());
   EXPECT_FALSE(told({old_, "--server", "WEB01", "--against", "LEGACY"}, 1).empty());
+  // Of either's own files, and of files of one of them, both have the same.
+  const auto keep = [&](const std::string& path) {
+    Database(old_, Database::Mode::kReadWrite, {})
+        .execute("update tblWSExtension set [Required files path] = " + path);
+    return told({old_, "--server", "WEB01", "--against", "TWIN2"}, 0);
+  };
+  EXPECT_EQ(keep(R"('\\' || [Server name] || '\tools\x.dll')"), std::vector<std::string>());
+  EXPECT_EQ(keep(R"('\\WEB01\tools\x.dll')"), std::vector<std::string>());
   const std::pair<Arguments, const char*> wrong[] = {
       {{old_}, "two databases"},
       {{old_, old_, "--against", "TWIN2", "--server", "WEB01"}, "of one database"},
