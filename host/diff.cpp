@@ -1,5 +1,7 @@
 #include "host/diff.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
@@ -523,54 +525,64 @@ std::string_view wordFor(Outcome outcome) {
   return kWords[static_cast<std::size_t>(outcome)];
 }
 
+// Writes a line, on a terminal in as many as it takes. One that tells what isn't known is coloured.
+void writeLine(std::size_t indent, const std::string& text, bool isKnown, Output& output) {
+  const bool onTerminal = ::isatty(STDOUT_FILENO) != 0;
+  const std::size_t room = onTerminal ? std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO)) : text.npos;
+  std::size_t lead = indent;
+  for (const std::string& line : wrapToWidth(harmless(text), room - indent - 2)) {
+    output.write(std::string(lead, ' ') + (isKnown ? line : colored(line, Ink::kNotice, STDOUT_FILENO)) +
+                 "\n");
+    lead = indent + 2;
+  }
+}
+
 // For people: what a difference is about once, and its differences below.
-void printForPeople(const std::vector<Finding>& findings, Output& output) {
+void printForPeople(const DiffOptions& options, const std::vector<Finding>& findings, Output& output) {
+  const bool inOne = !options.against.empty();
+  const std::string inOld = inOne ? "on " + options.server : "in old";
+  const std::string inNew = inOne ? "on " + options.against : "in new";
+  const auto wordsFor = [&](Outcome outcome) {
+    return outcome == Outcome::kNotKnown  ? std::string(kNotKnownText)
+           : outcome == Outcome::kOnlyOld ? "only " + inOld
+                                          : "only " + inNew;
+  };
+  const auto shown = [](const Value& value) {
+    return !value ? "-" : *value == kNotKnownText ? *value : "'" + *value + "'";
+  };
   std::string server, about;
   std::int64_t differences = 0, unknown = 0;
   for (const Finding& finding : findings) {
-    ++(finding.outcome == Outcome::kNotKnown ? unknown : differences);
+    const bool isKnown = finding.outcome != Outcome::kNotKnown;
+    ++(isKnown ? differences : unknown);
     if (finding.server != server) {
-      output.write((server.empty() ? "" : "\n") + harmless(finding.server) + "\n");
+      output.write(server.empty() ? "" : "\n");
+      writeLine(0, finding.server + (inOne ? " -> " + options.against : ""), true, output);
       server = finding.server;
       about.clear();
     }
     const std::string now = finding.name.empty() ? "every " + std::string(finding.thing)
-                                                 : std::string(finding.thing) + " " + harmless(finding.name);
+                                                 : std::string(finding.thing) + " " + finding.name;
     const bool isWhole = finding.table.empty();
     if (now != about) {
-      output.write("  " + now);
+      writeLine(2, now + (isWhole ? ": " + wordsFor(finding.outcome) : ""), isKnown || !isWhole, output);
       about = now;
-      if (isWhole) output.write(": " + std::string(wordFor(finding.outcome)));
-      output.write("\n");
     }
     if (isWhole) continue;
-    output.write("    " + std::string(finding.table));
-    if (!finding.column.empty()) output.write(", " + finding.column);
-    output.write(": ");
-    const auto shown = [](const Value& value) {
-      return value ? *value == kNotKnownText ? colored(*value, Ink::kNotice, 1) : "'" + harmless(*value) + "'"
-                   : std::string("-");
-    };
-    switch (finding.outcome) {
-      case Outcome::kOnlyOld:
-      case Outcome::kOnlyNew:
-        output.write(std::string(wordFor(finding.outcome)));
-        if (!finding.column.empty())
-          output.write(": " + shown(finding.outcome == Outcome::kOnlyOld ? finding.old : finding.other));
-        break;
-      case Outcome::kNotKnown:
-        if (finding.column.empty()) {
-          output.write(colored(kNotKnownText, Ink::kNotice, 1));
-          if (finding.old || finding.other)
-            output.write(std::string(", ") + kNotCollected + (finding.old ? " in old" : " in new"));
-          break;
-        }
-        [[fallthrough]];
-      case Outcome::kDifferent:
-        output.write(shown(finding.old) + " -> " + shown(finding.other));
-        break;
+    std::string line(finding.table);
+    if (!finding.column.empty()) line += ", " + finding.column;
+    line += ": ";
+    if (finding.column.empty()) {
+      line += wordsFor(finding.outcome);
+      if (!isKnown && (finding.old || finding.other))
+        line += std::string(", ") + kNotCollected + " " + (finding.old ? inOld : inNew);
+    } else if (finding.outcome == Outcome::kOnlyOld || finding.outcome == Outcome::kOnlyNew) {
+      line += wordsFor(finding.outcome) + ": " +
+              shown(finding.outcome == Outcome::kOnlyOld ? finding.old : finding.other);
+    } else {
+      line += shown(finding.old) + " -> " + shown(finding.other);
     }
-    output.write("\n");
+    writeLine(4, line, isKnown, output);
   }
   if (!findings.empty()) output.write("\n");
   output.write(differences == 0 ? "no differences" : counted(differences, "difference", "differences"));
@@ -592,7 +604,7 @@ int diff(const DiffOptions& options, Output& output) {
   const auto isDifference = [](const Finding& finding) { return finding.outcome != Outcome::kNotKnown; };
   return printed(output, std::ranges::any_of(findings, isDifference) ? 1 : 0, [&] {
     if (options.format == Format::kTable) {
-      printForPeople(findings, output);
+      printForPeople(options, findings, output);
       return;
     }
     Listing listing{{{"Server"}, {"Thing"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}},
