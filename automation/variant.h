@@ -43,6 +43,20 @@ class Variant {
   Variant(Array value);
   Variant(std::shared_ptr<const Array> value) : value_(std::move(value)) {}
 
+  // A text is copied ahead of the variant that takes it: the standard library's doesn't survive a copy that
+  // fails for lack of memory where it holds that a copy of these types never fails.
+  Variant(const Variant& other) {
+    if (const Text* text = other.as<Text>()) {
+      value_ = Text(*text);
+    } else {
+      value_ = other.value_;
+    }
+  }
+  Variant(Variant&&) = default;
+  Variant& operator=(const Variant& other) { return *this = Variant(other); }
+  Variant& operator=(Variant&&) = default;
+  ~Variant() = default;
+
   bool isEmpty() const { return std::holds_alternative<std::monostate>(value_); }
   bool isNull() const { return std::holds_alternative<Null>(value_); }
 

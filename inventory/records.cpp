@@ -30,6 +30,15 @@ bool isPlain(std::string_view text) {
   return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<signed char>(c) > 0; });
 }
 
+// Made in place: a variant of the standard library's that is copied may not survive a lack of memory.
+template <typename... Given>
+std::vector<Value> valuesOf(const Given&... given) {
+  std::vector<Value> values;
+  values.reserve(sizeof...(given));
+  (values.emplace_back(given), ...);
+  return values;
+}
+
 }  // namespace
 
 const Table& collectionsTable() {
@@ -64,24 +73,19 @@ std::vector<Value> collectionValues(const Result& result, const std::string& pub
   const Origin& origin = result.origin;
   // A number of so few digits is the same text wherever it is kept.
   const double seconds = std::round(origin.seconds * 1000) / 1000;
-  return {origin.server,       origin.file,
-          origin.fileSize,     origin.fileTime,
-          origin.sha256,       origin.started,
-          published,           origin.version,
-          origin.selection,    std::accumulate(added.begin(), added.end(), std::int64_t{0}),
-          byTable.dump(),      static_cast<std::int64_t>(result.problems.size() + problems) - notes,
-          std::int64_t{notes}, seconds};
+  return valuesOf(origin.server, origin.file, origin.fileSize, origin.fileTime, origin.sha256, origin.started,
+                  published, origin.version, origin.selection,
+                  std::accumulate(added.begin(), added.end(), std::int64_t{0}), byTable.dump(),
+                  static_cast<std::int64_t>(result.problems.size() + problems) - notes, std::int64_t{notes},
+                  seconds);
 }
 
 std::vector<Value> problemValues(const std::string& server, const Problem& problem) {
   char number[16] = "";
   if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
-  return {server,           problem.isNote ? "note" : "problem",
-          problem.table,    std::string(wordFor(problem.itemKind)),
-          problem.item,     problem.node,
-          problem.property, problem.routine,
-          number,           problem.message,
-          problem.time};
+  return valuesOf(server, problem.isNote ? "note" : "problem", problem.table,
+                  std::string(wordFor(problem.itemKind)), problem.item, problem.node, problem.property,
+                  problem.routine, number, problem.message, problem.time);
 }
 
 Value valueOf(std::string_view column, Cell text) {
