@@ -1,8 +1,8 @@
 #include "automation/variant.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
 #include <limits>
 #include <optional>
 #include <utility>
@@ -71,9 +71,13 @@ Text toText(const Variant& value) {
   if (const auto* whole = value.as<std::int16_t>()) return decimalText(*whole);
   if (const auto* flag = value.as<bool>()) return *flag ? u"True" : u"False";
   if (const auto* number = value.as<double>()) {
-    char digits[32];
-    const int length = std::snprintf(digits, sizeof digits, "%.15g", *number);
-    return Text(digits, digits + length);
+    // Fifteen digits are what a double holds for certain; the longest text without an exponent has some 330.
+    char digits[400];
+    char* const end = digits + sizeof digits;
+    char* last = std::to_chars(digits, end, *number, std::chars_format::general, 15).ptr;
+    if (std::find(digits, last, 'e') != last)
+      last = std::to_chars(digits, end, *number, std::chars_format::fixed).ptr;
+    return Text(digits, last);
   }
   if (value.isEmpty()) return {};
   if (value.isNull()) failNull();

@@ -69,7 +69,9 @@ class Parameters {
     return parameters;
   }
 
+  // What came back, as the arguments' new values; all of it or, where something can't be read, nothing.
   void giveBack() const {
+    std::vector<Variant> back(arguments_.begin(), arguments_.end());
     for (std::size_t at = 0; at < arguments_.size(); ++at) {
       const VARIANT& passed = passed_[passed_.size() - 1 - at];
       if ((V_VT(&passed) & VT_BYREF) == 0) continue;
@@ -78,8 +80,9 @@ class Parameters {
           text != nullptr && V_VT(&own) == VT_BSTR && viewOf(V_BSTR(&own)) == *text) {
         continue;
       }
-      arguments_[at] = fromSystem(own);
+      back[at] = fromSystem(own);
     }
+    std::ranges::move(back, arguments_.begin());
   }
 
  private:
@@ -170,8 +173,9 @@ Variant DispatchObject::call(TextView member, Arguments arguments) {
   OwnedException exception;
   const HRESULT code = invoke(number, DISPATCH_METHOD, parameters, &result.get(), exception.get());
   if (code < 0) failCall(code, exception.get(), member);
+  Variant answer = fromSystem(result.get());
   passed.giveBack();
-  return fromSystem(result.get());
+  return answer;
 }
 
 std::unique_ptr<Walk> DispatchObject::children() {

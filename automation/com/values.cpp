@@ -16,10 +16,28 @@ constexpr int kDeepest = 32;
 Variant convert(const VARIANT& value, int depth);
 
 template <typename Number>
+Text asText(Number value) {
+  char digits[32];
+  const auto written = std::to_chars(digits, digits + sizeof digits, value);
+  return Text(digits, written.ptr);
+}
+
+// A number, or where it loses digits its decimal text, which reads as a number too.
+Variant exactly(double number, TextView digits) {
+  if (digits.find(u'.') != digits.npos) {
+    while (digits.back() == u'0') digits.remove_suffix(1);
+    if (digits.back() == u'.') digits.remove_suffix(1);
+  }
+  Variant made(number);
+  if (toText(made) != digits) made = digits;
+  return made;
+}
+
+template <typename Number>
 Variant wholeNumber(Number value) {
   if (std::in_range<std::int16_t>(value) && sizeof(Number) <= 2) return static_cast<std::int16_t>(value);
   if (std::in_range<std::int32_t>(value)) return static_cast<std::int32_t>(value);
-  return static_cast<double>(value);
+  return exactly(static_cast<double>(value), asText(value));
 }
 
 // By its shortest decimal text, so that 0.1 stays 0.1.
@@ -33,8 +51,16 @@ Variant singlePrecision(float value) {
 
 Variant decimal(DECIMAL value) {
   double wide = 0;
-  if (VarR8FromDec(&value, &wide) < 0) failOverflow();
-  return wide;
+  OwnedText digits;
+  if (VarR8FromDec(&value, &wide) < 0 || VarBstrFromDec(&value, LOCALE_INVARIANT, 0, digits.address()) < 0)
+    failOverflow();
+  return exactly(wide, digits.view());
+}
+
+Variant currency(CY value) {
+  OwnedText digits;
+  if (VarBstrFromCy(value, LOCALE_INVARIANT, 0, digits.address()) < 0) failOverflow();
+  return exactly(static_cast<double>(value.int64) / 10000, digits.view());
 }
 
 Variant date(DATE value) {
@@ -76,7 +102,7 @@ Variant valueAt(VARTYPE type, const void* at, int depth) {
     case VT_R8:
       return *static_cast<const double*>(at);
     case VT_CY:
-      return static_cast<double>(static_cast<const CY*>(at)->int64) / 10000;
+      return currency(*static_cast<const CY*>(at));
     case VT_DECIMAL:
       return decimal(*static_cast<const DECIMAL*>(at));
     case VT_DATE:
@@ -88,6 +114,10 @@ Variant valueAt(VARTYPE type, const void* at, int depth) {
     case VT_DISPATCH:
     case VT_UNKNOWN:
       return object(*static_cast<IUnknown* const*>(at));
+    case VT_ERROR:
+      // An argument that was left out is told so.
+      if (*static_cast<const SCODE*>(at) != DISP_E_PARAMNOTFOUND) failTypeMismatch();
+      return {};
     case VT_VARIANT:
       return convert(*static_cast<const VARIANT*>(at), depth + 1);
     default:
@@ -131,9 +161,6 @@ Variant convert(const VARIANT& value, int depth) {
       return {};
     case VT_NULL:
       return Null;
-    case VT_ERROR:
-      if (V_ERROR(&value) == DISP_E_PARAMNOTFOUND) return {};
-      failTypeMismatch();
     case VT_DECIMAL:
       return valueAt(type, &V_DECIMAL(&value), depth);
     default:
@@ -145,6 +172,17 @@ Variant convert(const VARIANT& value, int depth) {
 
 Variant fromSystem(const VARIANT& value) {
   return convert(value, 0);
+}
+
+bool isLeftOut(const VARIANT& value) {
+  const VARIANT* at = &value;
+  for (int depth = 0; V_VT(at) == (VT_BYREF | VT_VARIANT) && V_VARIANTREF(at) != nullptr; ++depth) {
+    if (depth > kDeepest) return false;
+    at = V_VARIANTREF(at);
+  }
+  if (V_VT(at) == VT_ERROR) return V_ERROR(at) == DISP_E_PARAMNOTFOUND;
+  return V_VT(at) == (VT_BYREF | VT_ERROR) && V_ERRORREF(at) != nullptr &&
+         *V_ERRORREF(at) == DISP_E_PARAMNOTFOUND;
 }
 
 OwnedValue toSystem(const Variant& value) {

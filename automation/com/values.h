@@ -7,10 +7,13 @@
 namespace automation::com {
 
 // The value of a VARIANT of any type, by reference or not. A number that 32 bits can't hold, and one with a
-// fraction, becomes a double; a date the text that the system makes of it; an argument that was left out,
-// Empty. An array of several dimensions, a record, an error value and an object without IDispatch fail
-// with 13.
+// fraction, becomes a double, or its decimal text where a double would lose a digit; a date the text that the
+// system makes of it; an argument that was left out, Empty. An array of several dimensions, a record, an
+// error value and an object without IDispatch fail with 13.
 Variant fromSystem(const VARIANT& value);
+
+// Whether a VARIANT stands for an argument that was left out, by reference or not.
+bool isLeftOut(const VARIANT& value);
 
 // The same value as the system holds it: an array as one of VARIANTs, an object as its IDispatch.
 OwnedValue toSystem(const Variant& value);

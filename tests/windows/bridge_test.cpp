@@ -1,14 +1,30 @@
 // Late binding bound to COM: values both ways, and the objects of others.
 
-#include <cmath>
-#include <filesystem>
-#include <fstream>
+#include <cstdlib>
 #include <limits>
+#include <new>
 
 #include "automation/com/exposed_object.h"
 #include "automation/com/runtime.h"
 #include "automation/runtime.h"
 #include "tests/windows/support.h"
+
+// Memory that runs out where a test says so.
+static long allocationsLeft = -1;
+
+// The compiler takes what is inlined of them for a mismatch.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (allocationsLeft >= 0 && allocationsLeft-- == 0) throw std::bad_alloc();
+  void* const memory = std::malloc(size == 0 ? 1 : size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+  std::free(memory);
+}
 
 namespace test {
 namespace {
@@ -38,11 +54,16 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
       {valueOf(VT_I8, std::int64_t{-5}), u"-5", -5},
       {valueOf(VT_I8, std::int64_t{1} << 40), u"1099511627776", -6},
       {valueOf(VT_UI8, std::uint64_t{1} << 40), u"1099511627776", -6},
+      {valueOf(VT_I8, std::int64_t{-1234567890123456}), u"-1234567890123456", -6},
+      {valueOf(VT_UI8, ~std::uint64_t{0}), u"18446744073709551615", -6},
+      {valueOf(VT_R8, 0.00001), u"0.00001", 0},
+      {valueOf(VT_R8, 1e20), u"100000000000000000000", -6},
       {valueOf(VT_R4, 0.1F), u"0.1", 0},
       {valueOf(VT_R8, 2.5), u"2.5", 2},
       {valueOf(VT_R8, 3.5), u"3.5", 4},
       {valueOf(VT_R8, 2147483648.0), u"2147483648", -6},
       {valueOf(VT_CY, money), u"1234.5678", 1235},
+      {valueOf(VT_CY, std::numeric_limits<std::int64_t>::max()), u"922337203685477.5807", -6},
       {valueOf(VT_DATE, noon), Text(noonText.view()), -13},
       {valueOf(VT_BOOL, VARIANT_TRUE), u"True", -1},
       {valueOf(VT_BSTR, text.get()), Text(u"a\0b", 3), -13},
@@ -58,7 +79,7 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
     VARIANT inner = each.value;
     V_VT(&inner) |= VT_BYREF;
     V_BYREF(&inner) = const_cast<LONGLONG*>(&V_I8(&each.value));
-    const bool hasReference = V_VT(&each.value) != VT_EMPTY && V_VT(&each.value) != VT_ERROR;
+    const bool hasReference = V_VT(&each.value) != VT_EMPTY;
     const VARIANT& last = hasReference ? inner : each.value;
     for (const VARIANT& form : {each.value, outer, last}) {
       const Variant value = com::fromSystem(form);
@@ -68,10 +89,13 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
       EXPECT_EQ(failed != 0 ? -failed : integer, each.integer);
     }
   }
-  VARIANT decimal;
-  ASSERT_GE(VarDecFromStr(const_cast<wchar_t*>(L"12.25"), MAKELCID(0x409, 0), 0, &V_DECIMAL(&decimal)), 0);
-  V_VT(&decimal) = VT_DECIMAL;
-  EXPECT_EQ(toText(com::fromSystem(decimal)), u"12.25");
+  for (const TextView digits : {u"12.25", u"-3", u"0.00001", u"12345678901234567890.5"}) {
+    OwnedText written(digits);
+    VARIANT decimal;
+    ASSERT_GE(VarDecFromStr(written.get(), MAKELCID(0x409, 0), 0, &V_DECIMAL(&decimal)), 0);
+    V_VT(&decimal) = VT_DECIMAL;
+    EXPECT_EQ(toText(com::fromSystem(decimal)), digits);
+  }
   EXPECT_TRUE(com::fromSystem(valueOf(VT_NULL, 0)).isNull());
   EXPECT_EQ(toObject(com::fromSystem(valueOf(VT_DISPATCH, nullptr))), nullptr);
 }
@@ -242,6 +266,29 @@ TEST(Exposed, ByReferenceAndFailuresPassBothWays) {
   write(outside, u"Value", outside);
   EXPECT_NE(toObject(read(outside, u"Value")), nullptr);
   write(outside, u"Value", Null);
+}
+
+TEST(Exposed, LackOfMemoryIsToldWhereverItStrikes) {
+  const auto dispatch = com::dispatchOf(std::make_shared<Probe>());
+  wchar_t* name = const_cast<wchar_t*>(L"Fill");
+  DISPID number = 0;
+  ASSERT_EQ(dispatch->GetIDsOfNames(IID_NULL, &name, 1, 0, &number), S_OK);
+  const OwnedText text(u"a text that is too long to be kept without memory of its own");
+  VARIANT argument = valueOf(VT_BSTR, text.get());
+  DISPPARAMS parameters{&argument, nullptr, 1, 0};
+  bool struck = true;
+  int calls = 0;
+  for (; struck; ++calls) {
+    OwnedValue result;
+    OwnedException exception;
+    allocationsLeft = calls;
+    const HRESULT code = dispatch->Invoke(number, IID_NULL, 0, DISPATCH_METHOD, &parameters, &result.get(),
+                                          &exception.get(), nullptr);
+    struck = allocationsLeft < 0;
+    allocationsLeft = -1;
+    EXPECT_EQ(code, struck ? E_OUTOFMEMORY : S_OK) << calls;
+  }
+  EXPECT_GT(calls, 3);
 }
 
 class Environment : public testing::Environment {
