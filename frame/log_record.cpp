@@ -73,7 +73,8 @@ void AppendLogRecord(const Text& strPath, std::int32_t aErrorNumber, const Text&
 #else
   File file(std::fopen(SystemPath(strPath).c_str(), "ab"), &std::fclose);
 #endif
-  if (file == nullptr) FailOnFile(errno, strPath);
+  // What an empty path gives differs between systems.
+  if (file == nullptr) FailOnFile(strPath.empty() ? ENOENT : errno, strPath);
   // Without a buffer the record goes out in one piece, also beside another process that writes to the same
   // file.
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
