@@ -61,6 +61,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   HRESULT STDMETHODCALLTYPE GetIDsOfNames(const IID& id, LPOLESTR* names, UINT count, LCID,
                                           DISPID* numbers) override {
     if (id != IID_NULL) return DISP_E_UNKNOWNINTERFACE;
+    if (names == nullptr || numbers == nullptr) return E_POINTER;
     return dual().typeInfo->GetIDsOfNames(names, count, numbers);
   }
 
@@ -79,6 +80,12 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   }
 
  protected:
+  // A slot's failure that has no words, lest those of an earlier one are taken for its own.
+  static HRESULT failPointer() {
+    automation::com::clearErrorObject();
+    return E_POINTER;
+  }
+
   // One call through a slot.
   template <typename Operation>
   HRESULT slot(const Operation& operation) {
@@ -94,28 +101,28 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   // A method's call through its slot. A text by reference gets back what the method leaves in it.
   template <typename... Values>
   HRESULT call(TextView member, Values... values) {
-    if ((isNull(values) || ...)) return E_POINTER;
+    if ((isNull(values) || ...)) return failPointer();
     return slot([&] { answer(member, values...); });
   }
 
   // The same for a method with a result.
   template <typename... Values>
   HRESULT callFor(short* result, TextView member, Values... values) {
-    if (result == nullptr) return E_POINTER;
+    if (result == nullptr) return failPointer();
     *result = 0;
-    if ((isNull(values) || ...)) return E_POINTER;
+    if ((isNull(values) || ...)) return failPointer();
     return slot([&] { *result = automation::toInt16(answer(member, values...)); });
   }
 
   template <typename... Values>
   HRESULT callFor(BSTR* result, TextView member, Values... values) {
-    if (result == nullptr) return E_POINTER;
+    if (result == nullptr) return failPointer();
     *result = nullptr;
     return slot([&] { *result = automation::com::makeText(automation::toText(answer(member, values...))); });
   }
 
   HRESULT readText(TextView member, BSTR* value) {
-    if (value == nullptr) return E_POINTER;
+    if (value == nullptr) return failPointer();
     *value = nullptr;
     return slot([&] { *value = automation::com::makeText(automation::toText(object_->read(member, {}))); });
   }
@@ -206,8 +213,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
       const std::size_t where =
           at < named ? static_cast<std::size_t>(parameters.rgdispidNamedArgs[at]) : parameters.cArgs - 1 - at;
       if (where >= given.size() || given[where] != nullptr) return DISP_E_PARAMNOTFOUND;
-      const bool leftOut = V_VT(&argument) == VT_ERROR && V_ERROR(&argument) == DISP_E_PARAMNOTFOUND;
-      if (!leftOut) given[where] = &argument;
+      if (!automation::com::isLeftOut(argument)) given[where] = &argument;
     }
     for (std::size_t at = 0; at < member.taken - member.optional; ++at) {
       if (given[at] == nullptr)

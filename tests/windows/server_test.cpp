@@ -165,6 +165,11 @@ TEST(Server, TellsAFailureEitherWay) {
   EXPECT_EQ(exception.get().scode, kPathNotFound);
   EXPECT_EQ(com::viewOf(exception.get().bstrDescription), description);
   EXPECT_EQ(com::viewOf(exception.get().bstrSource), u"TORVINFTPAppDataCom");
+
+  // A failure without words isn't told with those of an earlier one.
+  EXPECT_EQ(sites->WriteToLog(1, text.get(), text.get(), text.get()), kPathNotFound);
+  EXPECT_EQ(sites->get_mstrErrorLogPath(nullptr), E_POINTER);
+  EXPECT_EQ(errorObject().first, u"");
 }
 
 TEST(Server, TakesArgumentsByNameAndInEveryForm) {
@@ -176,6 +181,8 @@ TEST(Server, TakesArgumentsByNameAndInEveryForm) {
                       const_cast<wchar_t*>(L"strAppErrLogPath")};
   DISPID numbers[3];
   ASSERT_EQ(sites->GetIDsOfNames(IID_NULL, names, 3, 0, numbers), S_OK);
+  EXPECT_EQ(sites->GetIDsOfNames(IID_NULL, names, 3, 0, nullptr), E_POINTER);
+  EXPECT_EQ(sites->GetIDsOfNames(IID_NULL, nullptr, 3, 0, numbers), E_POINTER);
   const OwnedText folder(u"M:");
   OwnedText file(u"M:\\named.log");
   VARIANT byReference;
@@ -206,10 +213,13 @@ TEST(Server, TakesArgumentsByNameAndInEveryForm) {
       invoke(sites.get(), L"GetFTPPropertyInfo", DISPATCH_METHOD,
              {leftOut, valueOf(VT_BOOL, VARIANT_FALSE), text, text, text}, {}, nullptr, &exception.get()),
       S_OK);
-  EXPECT_LT(
-      invoke(sites.get(), L"GetFTPPropertyInfo", DISPATCH_METHOD,
-             {text, valueOf(VT_BOOL, VARIANT_FALSE), leftOut, text, text}, {}, nullptr, &exception.get()),
-      0);
+  const VARIANT reference = valueOf(VT_BYREF | VT_VARIANT, &leftOut);
+  for (const VARIANT& none : {leftOut, reference, valueOf(VT_BYREF | VT_ERROR, &V_ERROR(&leftOut))}) {
+    EXPECT_LT(
+        invoke(sites.get(), L"GetFTPPropertyInfo", DISPATCH_METHOD,
+               {text, valueOf(VT_BOOL, VARIANT_FALSE), none, text, text}, {}, nullptr, &exception.get()),
+        0);
+  }
 }
 
 // A host that calls through the type information, which reaches the vtable; and each kind of reference.
