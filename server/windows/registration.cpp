@@ -54,8 +54,20 @@ bool removeKey(const Text& key) {
   return code == ERROR_SUCCESS || code == ERROR_FILE_NOT_FOUND;
 }
 
+// Whether the library of the other width has a class of its own. Programmatic ids are for both.
+bool hasOtherWidth(const Text& key) {
+  constexpr REGSAM kOther = sizeof(void*) == 8 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
+  HKEY found = nullptr;
+  if (RegOpenKeyExW(HKEY_CLASSES_ROOT, systemChars(key), 0, KEY_READ | kOther, &found) != ERROR_SUCCESS)
+    return false;
+  RegCloseKey(found);
+  return true;
+}
+
 bool removeClass(const Class& entered) {
-  const bool own = removeKey(u"CLSID\\" + shown(entered.id));
+  const Text key = u"CLSID\\" + shown(entered.id);
+  const bool own = removeKey(key);
+  if (own && hasOtherWidth(key)) return true;
   return removeKey(Text(entered.programmaticId)) && own;
 }
 
