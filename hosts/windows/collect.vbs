@@ -7,34 +7,30 @@
 ' The component opens the database with the Jet provider, of which there is only one for 32 bits, so on a 64-bit Windows
 ' this is for C:\Windows\SysWOW64\cscript.exe. /provider:NAME makes the database with another one.
 Option Explicit
-Dim Server, Database, Logs, DatabaseLog, ServerLog, Connection, FileSystem, Chosen, Columns, Tables, SizeBefore
+Dim Server, Database, Logs, DatabaseLog, ServerLog, Connection, FileSystem, Chosen, Columns
+Dim LinesBefore, HasSites, HasWeb, Sites, Pools, Failures
 Set FileSystem = CreateObject("Scripting.FileSystemObject")
 Set Chosen = CreateObject("Scripting.Dictionary")
 Set Columns = CreateObject("Scripting.Dictionary")
-Set SizeBefore = CreateObject("Scripting.Dictionary")
 DescribeTables
 ReadArguments
+FindServer
 OpenDatabase
-Collect
+LinesBefore = Array(UBound(LinesOf(DatabaseLog)), UBound(LinesOf(ServerLog)))
+If HasSites Then CollectSites
+' Application pools came with version 6.
+If HasWeb And (Version = 0 Or Version >= 6) Then CollectPools
 Summarize
 
 ' What the component tells while it works. Any object with these members will do.
-Class StatusBar
-  Public Property Let message(Text)
-    WScript.Echo Text
-  End Property
-End Class
-
-Class ProgressBar
+Class Progress
+  Public Lead
   Public Max
+  Public Property Let message(Text)
+    WScript.Echo Lead & Text
+  End Property
   Public Sub increment()
   End Sub
-End Class
-
-Class ProcessCount
-  Public Property Let message(Text)
-    WScript.Echo "  " & Text
-  End Property
 End Class
 
 Sub Quit(Text)
@@ -56,9 +52,8 @@ Sub ReadArguments()
     If Name = "/replace" Then Chosen(Name) = "yes"
   Next
   Server = Chosen("/server")
-  Database = Chosen("/database")
-  If Server = "" Or Database = "" Then Quit "give it /server:NAME /database:FILE.mdb [/logs:FOLDER] [/replace]"
-  Database = FileSystem.GetAbsolutePathName(Database)
+  If Server = "" Or Chosen("/database") = "" Then Quit "give /server:NAME /database:FILE.mdb [/logs:FOLDER] [/replace]"
+  Database = FileSystem.GetAbsolutePathName(Chosen("/database"))
   Logs = FileSystem.GetParentFolderName(Database)
   If Chosen("/logs") <> "" Then Logs = FileSystem.GetAbsolutePathName(Chosen("/logs"))
   If Not FileSystem.FolderExists(Logs) Then Quit "there is no folder " & Logs & " for the logs"
@@ -69,10 +64,9 @@ Sub ReadArguments()
 End Sub
 
 Sub DescribeTables()
-  Const Site = "Server name|FTP site name|Identifier"
-  Const Pool = "Server name|Application pool name"
+  Const Site = "Server name|FTP site name|Identifier", Pool = "Server name|Application pool name"
+  Const Access = "|All computer access|Granted IP Address (Subnet mask)|Denied IP Address (Subnet mask)"
   Columns.Add "tblFTPSiteInfo", Site
-  ' Rows of sites and of pools, which differ in what they have.
   Columns.Add "tblGeneral", Site & "|IP Address|TCP Port|Maximum Connections|Connection Timeout (seconds)|State" & _
     "|Application pool name"
   Columns.Add "tblLogFileSetting", Site & "|Enable Logging|Active log format|New Log Time Period" & _
@@ -83,15 +77,11 @@ Sub DescribeTables()
     "|Bytes Received|Time Taken|Protocol Version|Host|User Agent|Cookie|Referer"
   Columns.Add "tblSecurityAccounts", Site & "|Allow Anonymous Connections|User name" & _
     "|Allow only anonymous connections|Allow IIS to control password"
-  Columns.Add "tblMessageSetting", Site & "|Welcome Message|Exit Message|Banner Message" & _
-    "|Maximum connections message"
-  Columns.Add "tblHomeDirectorySetting", Site & "|Content source|Path|Read|Write|Log visits" & _
-    "|Directory Listing Style"
-  Columns.Add "tblDirectorySecuritySetting", Site & "|All computer access|Granted IP Address (Subnet mask)" & _
-    "|Denied IP Address (Subnet mask)"
+  Columns.Add "tblMessageSetting", Site & "|Welcome Message|Exit Message|Banner Message|Maximum connections message"
+  Columns.Add "tblHomeDirectorySetting", Site & "|Content source|Path|Read|Write|Log visits|Directory Listing Style"
+  Columns.Add "tblDirectorySecuritySetting", Site & Access
   Columns.Add "tblvirtualDirectory", "IISPath|Identifier|Directory name|Content source|Path|Read|Write|Log visits"
-  Columns.Add "tblvirtualDirSecurity", "IISPath|Directory name|Identifier|All computer access" & _
-    "|Granted IP Address (Subnet mask)|Denied IP Address (Subnet mask)"
+  Columns.Add "tblvirtualDirSecurity", "IISPath|Directory name|Identifier" & Access
   Columns.Add "tblAppPoolInfo", Pool
   Columns.Add "tblWProcessRecycling", Pool & "|Recycle settings|Recycle (in minutes)|Recycle request settings" & _
     "|Number of recycle requests|Recycle schedule settings|Scheduled recycle at"
@@ -105,40 +95,29 @@ Sub DescribeTables()
     "|Enable rapid-fail protection|Rapid-fail protection failures|Rapid-fail protection time period (in minutes)" & _
     "|Startup time limit (in seconds)|Shutdown time limit (in seconds)"
   Columns.Add "tblIdentity", Pool & "|Application pool identity settings|Security account"
-  Columns.Add "tblWSExtension", "Server name|Web service extension|Description|Status|Required files path" & _
-    "|File access"
+  Columns.Add "tblWSExtension", "Server name|Web service extension|Description|Status|Required files path|File access"
   Columns.Add "tblAppliedObject", Pool & "|Object name|Object type|IP address|TCP port|State|Local path"
-  Tables = Columns.Keys
 End Sub
 
-' The rows of a query, which can be counted and walked.
-Function Query(Sql)
+' The server's rows of a table, which can be counted and walked.
+Function RowsOf(Table)
   Dim Rows
   Set Rows = CreateObject("ADODB.Recordset")
   Rows.CursorLocation = 3
   Set Rows.ActiveConnection = Connection
-  Rows.Open Sql
-  Set Query = Rows
+  Rows.Open "select * from [" & Table & "]" & OfServer(Table)
+  Set RowsOf = Rows
 End Function
 
 ' Which rows of a table are the server's. A table without its name has a path, behind whose slash stands what comes
-' before the next character's.
+' before the next character's. (An order by words passes over hyphens, and a pattern takes "_" for any character.)
 Function OfServer(Table)
   Dim Name
   Name = Replace(Server, "'", "''")
   OfServer = " where [Server name] = '" & Name & "'"
   If Left(Columns(Table), 7) <> "IISPath" Then Exit Function
-  OfServer = " where [IISPath] >= 'IIS://" & Name & "/' and [IISPath] < 'IIS://" & Name & "0'"
-End Function
-
-Function RowsOf(Table)
-  RowsOf = Query("select * from [" & Table & "]" & OfServer(Table)).RecordCount
-End Function
-
-Function HasTable(Table)
-  On Error Resume Next
-  Query "select * from [" & Table & "] where 1=2"
-  HasTable = (Err.Number = 0)
+  OfServer = " where [IISPath] >= 'IIS://" & Name & "/' and [IISPath] < 'IIS://" & Name & "0'" & _
+    " and [IISPath] like 'IIS://" & Name & "/%'"
 End Function
 
 Sub OpenDatabase()
@@ -147,94 +126,123 @@ Sub OpenDatabase()
   If Not FileSystem.FileExists(Database) Then
     CreateObject("ADOX.Catalog").Create "Provider=" & Chosen("/provider") & ";Data Source=" & Database
   End If
-  If Err.Number <> 0 Then Quit "the database " & Database & " can't be made: " & Err.Description
   Set Connection = CreateObject("ADODB.Connection")
   Connection.Provider = Chosen("/provider")
   Connection.Open Database
-  If Err.Number <> 0 Then Quit "the database " & Database & " can't be opened: " & Err.Description
+  If Err.Number <> 0 Then Quit "the database " & Database & " can't be made or opened: " & Err.Description
+  ' Fails for a table that is there.
+  For Each Table In Columns.Keys
+    Connection.Execute "create table [" & Table & "] ([" & Replace(Columns(Table), "|", "] longtext, [") & "] longtext)"
+  Next
   On Error GoTo 0
-  For Each Table In Tables
-    If Not HasTable(Table) Then Connection.Execute "create table [" & Table & "] ([" & _
-      Replace(Columns(Table), "|", "] longtext, [") & "] longtext)"
-    Former = Former + RowsOf(Table)
+  For Each Table In Columns.Keys
+    Former = Former + RowsOf(Table).RecordCount
   Next
   If Former = 0 Then Exit Sub
   If Chosen("/replace") = "" Then Quit Server & " is in the database already, with " & Former & _
     " rows; /replace deletes them first"
-  For Each Table In Tables
+  For Each Table In Columns.Keys
     Connection.Execute "delete from [" & Table & "]" & OfServer(Table)
   Next
   WScript.Echo "deleted " & Former & " former rows of " & Server
 End Sub
 
-' The object at a path of the server, or Nothing.
+' Shows a failure of the script's own reading, and counts it.
+Sub Tell(Where)
+  WScript.Echo "  " & Where & ": 0x" & Hex(Err.Number) & " " & Err.Description
+  Failures = Failures + 1
+  Err.Clear
+End Sub
+
+' The object at a path of the server, or Nothing where there is none.
 Function ObjectAt(Path)
   Set ObjectAt = Nothing
   On Error Resume Next
   Set ObjectAt = GetObject("IIS://" & Server & Path)
+  If Err.Number <> 0 And Err.Number <> &H80070003 Then Tell "IIS://" & Server & Path
 End Function
+
+' Looks at the server and makes both classes, ahead of all that changes anything.
+Sub FindServer()
+  HasSites = Not ObjectAt("/MSFTPSVC") Is Nothing
+  HasWeb = Not ObjectAt("/W3SVC") Is Nothing
+  If Failures > 0 Then Quit Server & " can't be read"
+  If Not HasSites And Not HasWeb Then Quit Server & " has neither an FTP service nor a web service"
+  On Error Resume Next
+  Set Sites = NewCollection("FTPCollection")
+  Set Pools = NewCollection("AppPoolCollection")
+  If Err.Number <> 0 Then Quit "the component can't be created: " & Err.Description
+End Sub
 
 ' One of the component's classes, with its logs and with objects that it tells its progress to.
 Function NewCollection(ClassName)
-  Dim Made
+  Dim Made, Count
   Set Made = CreateObject("TORVINFTPAppDataCom." & ClassName)
+  Set Count = New Progress
+  Count.Lead = "  "
   Made.SetErrorLogPath Logs, ServerLog
-  Made.SetProcessStatusUpdater New StatusBar, New ProgressBar, New ProcessCount
+  Made.SetProcessStatusUpdater New Progress, New Progress, Count
   Set NewCollection = Made
 End Function
 
-' The texts in a column of the server's rows.
-Function Listed(Table, Column)
-  Dim Rows, Texts
-  Set Rows = Query("select * from [" & Table & "]" & OfServer(Table))
-  Set Texts = CreateObject("Scripting.Dictionary")
-  Do Until Rows.EOF
-    Texts.Add Texts.Count, Rows.Collect(Column)
-    Rows.MoveNext
-  Loop
-  Listed = Texts.Items
-End Function
+' Lets go of what the provider has read: it may be some seconds behind what the component has written since.
+Sub Refresh()
+  Connection.Close
+  Connection.Open Database
+  On Error Resume Next
+  CreateObject("JRO.JetEngine").RefreshCache Connection
+End Sub
 
-Function HasChildren(Directory)
-  Dim Child
-  HasChildren = False
+' The directories below one by their paths, as far as they can be read.
+Function DirectoriesBelow(Directory, Path)
+  Dim Child, Found
+  Set Found = CreateObject("Scripting.Dictionary")
+  Set DirectoriesBelow = Found
+  On Error Resume Next
   For Each Child In Directory
-    HasChildren = True
-    Exit Function
+    If Err.Number <> 0 Then Exit For
+    Found.Add Child.ADsPath, Child
+    If Err.Number <> 0 Then Tell "a directory below " & Path
   Next
+  If Err.Number <> 0 Then Tell "the directories below " & Path
 End Function
 
-' The directories below one, each ahead of its own.
-Sub CollectBelow(Sites, Site, Directory)
-  Dim Child
-  For Each Child In Directory
-    If HasChildren(Child) Then
-      Sites.GetChildVirtualDirectories Server, Site, Child.ADsPath, Database
-      CollectBelow Sites, Site, Child
+' What is below each directory that has something, ahead of what is below that.
+Sub CollectBelow(Site, Directories)
+  Dim Path, Below
+  For Each Path In Directories.Keys
+    Set Below = DirectoriesBelow(Directories(Path), Path)
+    If Below.Count > 0 Then
+      Sites.GetChildVirtualDirectories Server, Site, Path, Database
+      CollectBelow Site, Below
     End If
   Next
 End Sub
 
 Sub CollectSites()
-  Dim Sites, Tab, Site, Root, RootPath
-  Set Sites = NewCollection("FTPCollection")
+  Dim Tab, Rows, Site, Root, Path
   Sites.GenerateFTPSiteInfo Server, Database
   For Each Tab In Array("General", "Log File Settings", "Extended Log Properties", "Security Accounts", "Message", _
                         "Home Directory", "Directory Security")
     Sites.GetFTPPropertyInfo Server, Database, Tab, False
   Next
-  For Each Site In Listed("tblFTPSiteInfo", "Identifier")
+  Refresh
+  Set Rows = RowsOf("tblFTPSiteInfo")
+  Do Until Rows.EOF
+    Site = Rows.Collect("Identifier")
+    Path = "IIS://" & Server & "/MSFTPSVC/" & Site & "/ROOT"
     Set Root = ObjectAt("/MSFTPSVC/" & Site & "/ROOT")
-    RootPath = "IIS://" & Server & "/MSFTPSVC/" & Site & "/ROOT"
-    If Not Root Is Nothing Then RootPath = Root.ADsPath
-    Sites.GetRootVirtualDirectory Server, Site, RootPath, Database
-    If Not Root Is Nothing Then CollectBelow Sites, Site, Root
-  Next
+    On Error Resume Next
+    If Not Root Is Nothing Then Path = Root.ADsPath
+    On Error GoTo 0
+    Sites.GetRootVirtualDirectory Server, Site, Path, Database
+    If Not Root Is Nothing Then CollectBelow Site, DirectoriesBelow(Root, Path)
+    Rows.MoveNext
+  Loop
 End Sub
 
 Sub CollectPools()
-  Dim Pools, Tab, Pool
-  Set Pools = NewCollection("AppPoolCollection")
+  Dim Tab, Rows
   If Not ObjectAt("/W3SVC/AppPools") Is Nothing Then
     Pools.GetAppPoolsCount Server, Database
     For Each Tab In Array("General", "Worker Process Recycling", "Memory Recycling", "Performance", "Health", _
@@ -243,9 +251,12 @@ Sub CollectPools()
     Next
   End If
   Pools.GetWebServiceExtension Server, Database
-  For Each Pool In Listed("tblAppPoolInfo", "Application pool name")
-    Pools.EnumAppsInPool Server, Database, Pool
-  Next
+  Refresh
+  Set Rows = RowsOf("tblAppPoolInfo")
+  Do Until Rows.EOF
+    Pools.EnumAppsInPool Server, Database, Rows.Collect("Application pool name")
+    Rows.MoveNext
+  Loop
 End Sub
 
 ' The major version of the server's IIS, or 0 where nobody can tell.
@@ -255,45 +266,34 @@ Function Version()
   Version = CreateObject("MARLINSCOPEGLOBALCOM.ICommonFunction").getos(Server)
 End Function
 
-Function SizeOf(File)
-  SizeOf = 0
-  If FileSystem.FileExists(File) Then SizeOf = FileSystem.GetFile(File).Size
+' The lines of a log, each ended by a line break; what is behind the last one is nothing.
+Function LinesOf(Log)
+  LinesOf = Array("")
+  If Not FileSystem.FileExists(Log) Then Exit Function
+  If FileSystem.GetFile(Log).Size > 0 Then LinesOf = Split(FileSystem.OpenTextFile(Log).ReadAll, vbCrLf)
 End Function
 
-Sub Collect()
-  Dim HasSites, HasWeb
-  SizeBefore(DatabaseLog) = SizeOf(DatabaseLog)
-  SizeBefore(ServerLog) = SizeOf(ServerLog)
-  HasSites = Not ObjectAt("/MSFTPSVC") Is Nothing
-  HasWeb = Not ObjectAt("/W3SVC") Is Nothing
-  If Not HasSites And Not HasWeb Then Quit Server & " has neither an FTP service nor a web service that can be reached"
-  If HasSites Then CollectSites
-  ' Application pools came with version 6.
-  If HasWeb And (Version = 0 Or Version >= 6) Then CollectPools
-End Sub
-
-' Shows what a log has got by this run, and counts it. A message may be of several lines; a record begins with a date.
-Function Problems(Log)
-  Dim Text, Line
+' Shows what a log has got by this run, and counts it: a record begins with a date.
+Function Problems(Log, From)
+  Dim Lines, At
   Problems = 0
-  If SizeOf(Log) = SizeBefore(Log) Then Exit Function
-  Set Text = FileSystem.OpenTextFile(Log)
-  If SizeBefore(Log) > 0 Then Text.Skip SizeBefore(Log)
-  Do Until Text.AtEndOfStream
-    Line = Text.ReadLine
-    If Mid(Line, 3, 1) = "/" And Mid(Line, 20, 1) = vbTab Then Problems = Problems + 1
-    WScript.Echo "  " & Line
-  Loop
-  Text.Close
+  Lines = LinesOf(Log)
+  For At = From To UBound(Lines) - 1
+    If Mid(Lines(At), 3, 1) = "/" And Mid(Lines(At), 20, 1) = vbTab Then Problems = Problems + 1
+    WScript.Echo "  " & Lines(At)
+  Next
 End Function
 
 Sub Summarize()
   Dim Table, Told
+  Refresh
   WScript.Echo "rows of " & Server & " in " & Database
-  For Each Table In Tables
-    WScript.Echo "  " & Table & " " & RowsOf(Table)
+  For Each Table In Columns.Keys
+    WScript.Echo "  " & Table & " " & RowsOf(Table).RecordCount
   Next
   Connection.Close
-  Told = Problems(DatabaseLog) + Problems(ServerLog)
+  Told = Problems(DatabaseLog, LinesBefore(0)) + Problems(ServerLog, LinesBefore(1))
+  If Failures > 0 Then WScript.Echo Failures & " failures to read the server, told above"
   WScript.Echo Told & " problems, told in " & DatabaseLog & " and " & ServerLog
+  If Told + Failures > 0 Then WScript.Quit 1
 End Sub

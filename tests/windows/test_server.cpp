@@ -6,8 +6,7 @@
 // Further control is by an object of its own, "TORVINTest.Control":
 //
 //   Record failAt    from now on notes each operation on the objects that it gives, and fails that of this
-//   number
-//                    (0: none); forgets what it has noted
+//                    number (0: none), or each that is noted as this text; forgets what it has noted
 //   Operations       what it has noted, a line each
 
 #include <array>
@@ -52,6 +51,12 @@ class Control : public MemberlessObject {
     if (!equalsIgnoringCase(member, u"Record")) return MemberlessObject::call(member, arguments);
     requireArguments(member, arguments, 1, 1, source());
     journal = std::make_shared<Journal>();
+    if (const Text* text = arguments[0].as<Text>()) {
+      journal->fails = [fails = toUtf8(*text)](std::size_t, const std::string& line) {
+        return line == fails;
+      };
+      return {};
+    }
     const auto failAt = static_cast<std::size_t>(toInt32(arguments[0]));
     journal->fails = [failAt](std::size_t number, const std::string&) { return number == failAt; };
     return {};
