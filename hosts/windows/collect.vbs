@@ -14,13 +14,20 @@ Set Chosen = CreateObject("Scripting.Dictionary")
 Set Columns = CreateObject("Scripting.Dictionary")
 DescribeTables
 ReadArguments
-FindServer
-OpenDatabase
-LinesBefore = Array(UBound(LinesOf(DatabaseLog)), UBound(LinesOf(ServerLog)))
-If HasSites Then CollectSites
-' Application pools came with version 6.
-If HasWeb And (Version = 0 Or Version >= 6) Then CollectPools
-Summarize
+' Ends the script, unless it breaks off: the script host's own status for that is 0.
+On Error Resume Next
+Collect
+Quit Server & " can't be collected into " & Database & ": " & Err.Description
+
+Sub Collect()
+  FindServer
+  OpenDatabase
+  LinesBefore = Array(UBound(LinesOf(DatabaseLog)), UBound(LinesOf(ServerLog)))
+  If HasSites Then CollectSites
+  ' Application pools came with version 6.
+  If HasWeb And (Version = 0 Or Version >= 6) Then CollectPools
+  Summarize
+End Sub
 
 ' What the component tells while it works. Any object with these members will do.
 Class Progress
@@ -40,16 +47,12 @@ End Sub
 
 Sub ReadArguments()
   Dim At, Argument, Colon, Name
-  For Each Name In Array("/server", "/database", "/logs", "/provider", "/replace")
-    Chosen.Add Name, ""
-  Next
   For At = 0 To WScript.Arguments.Count - 1
     Argument = WScript.Arguments(At)
     Colon = InStr(Argument & ":", ":")
     Name = LCase(Left(Argument, Colon - 1))
-    If Not Chosen.Exists(Name) Then Quit "there is no option " & Argument
+    If InStr(" /server /database /logs /provider /replace ", " " & Name & " ") = 0 Then Quit "no option " & Argument
     Chosen(Name) = Mid(Argument, Colon + 1)
-    If Name = "/replace" Then Chosen(Name) = "yes"
   Next
   Server = Chosen("/server")
   If Server = "" Or Chosen("/database") = "" Then Quit "give /server:NAME /database:FILE.mdb [/logs:FOLDER] [/replace]"
@@ -122,14 +125,13 @@ End Function
 
 Sub OpenDatabase()
   Dim Table, Former
-  On Error Resume Next
   If Not FileSystem.FileExists(Database) Then
     CreateObject("ADOX.Catalog").Create "Provider=" & Chosen("/provider") & ";Data Source=" & Database
   End If
   Set Connection = CreateObject("ADODB.Connection")
   Connection.Provider = Chosen("/provider")
   Connection.Open Database
-  If Err.Number <> 0 Then Quit "the database " & Database & " can't be made or opened: " & Err.Description
+  On Error Resume Next
   ' Fails for a table that is there.
   For Each Table In Columns.Keys
     Connection.Execute "create table [" & Table & "] ([" & Replace(Columns(Table), "|", "] longtext, [") & "] longtext)"
@@ -139,7 +141,7 @@ Sub OpenDatabase()
     Former = Former + RowsOf(Table).RecordCount
   Next
   If Former = 0 Then Exit Sub
-  If Chosen("/replace") = "" Then Quit Server & " is in the database already, with " & Former & _
+  If Not Chosen.Exists("/replace") Then Quit Server & " is in the database already, with " & Former & _
     " rows; /replace deletes them first"
   For Each Table In Columns.Keys
     Connection.Execute "delete from [" & Table & "]" & OfServer(Table)
@@ -168,10 +170,8 @@ Sub FindServer()
   HasWeb = Not ObjectAt("/W3SVC") Is Nothing
   If Failures > 0 Then Quit Server & " can't be read"
   If Not HasSites And Not HasWeb Then Quit Server & " has neither an FTP service nor a web service"
-  On Error Resume Next
   Set Sites = NewCollection("FTPCollection")
   Set Pools = NewCollection("AppPoolCollection")
-  If Err.Number <> 0 Then Quit "the component can't be created: " & Err.Description
 End Sub
 
 ' One of the component's classes, with its logs and with objects that it tells its progress to.
@@ -291,9 +291,9 @@ Sub Summarize()
   For Each Table In Columns.Keys
     WScript.Echo "  " & Table & " " & RowsOf(Table).RecordCount
   Next
-  Connection.Close
   Told = Problems(DatabaseLog, LinesBefore(0)) + Problems(ServerLog, LinesBefore(1))
   If Failures > 0 Then WScript.Echo Failures & " failures to read the server, told above"
   WScript.Echo Told & " problems, told in " & DatabaseLog & " and " & ServerLog
   If Told + Failures > 0 Then WScript.Quit 1
+  WScript.Quit 0
 End Sub
