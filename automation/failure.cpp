@@ -46,9 +46,8 @@ void failMember(TextView member, TextView source) {
 
 void failArguments(TextView member, std::size_t taken, std::size_t given, TextView source) {
   throw Failure(number::kWrongArguments,
-                u"Wrong number of arguments: " + Text(member) + u" takes " +
-                    decimalText(static_cast<std::int32_t>(taken)) + u", " +
-                    decimalText(static_cast<std::int32_t>(given)) + u" given",
+                u"Wrong number of arguments: " + Text(member) + u" takes " + decimalText(taken) + u", " +
+                    decimalText(given) + u" given",
                 Text(source));
 }
 

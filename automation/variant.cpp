@@ -59,12 +59,6 @@ Integer roundTo(double value) {
 
 }  // namespace
 
-Text decimalText(std::int32_t value) {
-  char digits[16];
-  const auto result = std::to_chars(digits, digits + sizeof digits, value);
-  return Text(digits, result.ptr);
-}
-
 Text toText(const Variant& value) {
   if (const auto* text = value.as<Text>()) return *text;
   if (const auto* whole = value.as<std::int32_t>()) return decimalText(*whole);

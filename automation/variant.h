@@ -1,6 +1,8 @@
 // The value that passes through the seam.
 #pragma once
 
+#include <charconv>
+#include <concepts>
 #include <cstdint>
 #include <memory>
 #include <utility>
@@ -122,6 +124,11 @@ std::int32_t roundToInt32(double value);
 std::int16_t narrowToInt16(std::int32_t value);
 
 // The decimal text of a whole number.
-Text decimalText(std::int32_t value);
+template <std::integral Number>
+Text decimalText(Number value) {
+  char digits[24];
+  const auto written = std::to_chars(digits, digits + sizeof digits, value);
+  return Text(digits, written.ptr);
+}
 
 }  // namespace automation

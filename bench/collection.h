@@ -11,7 +11,6 @@
 
 namespace bench {
 
-using test::collectEverything;
 using test::registerEverything;
 
 // Makes a database with all tables and nothing in them.

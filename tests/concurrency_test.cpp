@@ -4,15 +4,10 @@
 #include <sys/resource.h>
 
 #include <algorithm>
-#include <exception>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "automation/text.h"
-#include "platform/metabase/servers.h"
-#include "platform/store/private_database.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
 
@@ -76,35 +71,6 @@ TEST_F(Concurrency, RunsAtOnceLeaveOneInventoryOfEachServerAndAReaderNeverSeesHa
     }
     EXPECT_TRUE(look());
   }
-}
-
-TEST_F(Concurrency, ThreadsWithPrivateDatabasesOfOneNameGiveTheRowsOfServersAlone) {
-  test::registerEverything();
-  const fs::path logs = folder_.folder("logs");
-  std::vector<std::thread> threads;
-  Strings expected[8], rows[8];
-  for (int at = 0; at < 8; ++at) {
-    const std::string name = "SRV" + std::to_string(at);
-    const std::string path = file(at);
-    expected[at] = alone(name + "=" + path);
-    platform::metabase::mapServer(automation::fromUtf8(name), platform::metabase::Metabase::load(path));
-  }
-  for (int at = 0; at < 8; ++at) {
-    threads.emplace_back([&, at] {
-      try {
-        platform::store::PrivateDatabase database(folder_ / "inventory.db");
-        test::createTables(database.database());
-        const platform::store::Loan loan(database);
-        test::collectEverything("SRV" + std::to_string(at), folder_ / "inventory.db", logs);
-        rows[at] = test::everyRow(database.database());
-      } catch (const std::exception& failure) {
-        rows[at] = {failure.what()};
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  for (int at = 0; at < 8; ++at) EXPECT_EQ(rows[at], expected[at]);
-  EXPECT_TRUE(fs::is_empty(logs));
 }
 
 TEST_F(Concurrency, ServersSideBySideGiveTheRowsOfServersInTurn) {

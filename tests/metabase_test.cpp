@@ -11,13 +11,14 @@
 #include <thread>
 #include <vector>
 
-#include "automation/failure.h"
 #include "automation/runtime.h"
 #include "fuzz/ip_security_encoder.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/ip_security.h"
 #include "platform/metabase/servers.h"
+#include "tests/support/failures.h"
 #include "tests/support/folder.h"
+#include "tests/support/utf16.h"
 
 namespace {
 
@@ -26,6 +27,7 @@ using automation::ObjectRef;
 using automation::TextView;
 using automation::Variant;
 using platform::metabase::Metabase;
+using test::utf16;
 namespace number = platform::metabase::number;
 
 const std::string kHead =
@@ -33,13 +35,6 @@ const std::string kHead =
     "<configuration xmlns=\"urn:microsoft-catalog:XML_Metabase_V64_0\">\r\n<MBProperty>\r\n";
 const std::string kTail = "</MBProperty>\r\n</configuration>\r\n";
 const std::string kFile = "MetaBase.xml";
-
-// UTF-8 as UTF-16 in either order of bytes.
-std::string utf16(const std::string& text, bool bigEndian) {
-  automation::Text units = fromUtf8(text);
-  for (char16_t& unit : units) unit = bigEndian ? static_cast<char16_t>(unit << 8 | unit >> 8) : unit;
-  return {reinterpret_cast<const char*>(units.data()), units.size() * 2};
-}
 
 // A value with its type: 'text', True, 5, [text|text], null.
 std::string shown(const Variant& value) {
@@ -57,15 +52,12 @@ std::string shown(const Variant& value) {
 // quotes nothing at full length, for it goes into a log.
 std::int32_t failureOf(const std::function<void()>& operation,
                        const std::vector<std::string>& fragments = {}) {
-  try {
-    operation();
-    return 0;
-  } catch (const automation::Failure& failure) {
-    const std::string message = automation::toUtf8(failure.description());
-    EXPECT_LT(message.size(), 500U);
-    for (const std::string& part : fragments) EXPECT_NE(message.find(part), std::string::npos) << message;
-    return failure.number();
+  const auto [number, message] = test::failureOf(operation);
+  EXPECT_LT(message.size(), 500U);
+  for (const std::string& part : fragments) {
+    EXPECT_TRUE(number == 0 || message.find(part) != std::string::npos) << message;
   }
+  return number;
 }
 
 class MetabaseTest : public testing::Test {

@@ -21,9 +21,9 @@
 #include <vector>
 
 #include "inventory/inventory.h"
-#include "inventory/not_known.h"
 #include "inventory/postgres_connection.h"
 #include "sqlite/database.h"
+#include "tests/support/few_rows.h"
 #include "tests/support/postgres.h"
 #include "tests/support/process.h"
 
@@ -32,6 +32,7 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 using test::Arguments;
+using test::FewRows;
 using test::Program;
 using test::Result;
 using Strings = std::vector<std::string>;
@@ -169,15 +170,6 @@ class Postgres : public testing::Test {
 TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   const std::string web = kSamples + "/WEB01/MetaBase.xml", legacy = kSamples + "/LEGACY/MetaBase.xml";
   collectBoth({web, legacy, generated("LARGE", 1000)}, 1);
-  for (const char* format : {"table", "csv", "json"}) {
-    for (const char* table : {"", "tblvirtualDirectory", "tblAppliedObject", "tblHealth"}) {
-      Arguments show = {"show", "--format", format, "--database", file_};
-      if (*table != '\0') show.push_back(table);
-      const Result expected = run(show);
-      show[4] = fleet_;
-      EXPECT_EQ(run(show).out, expected.out);
-    }
-  }
   // There and back.
   const std::string there = server_.address("writer", "copies"), back = (folder_ / "back.db").string();
   server_.run("create database copies owner writer");
@@ -225,14 +217,6 @@ TEST_F(Postgres, HasViewsOfPlainTypes) {
       asked("tcp_port + 1, not may_write, only_anonymous, log_cookie, denied_addresses) from ftp_site where "
             "server = 'WEB01' and identifier = 8"),
       "22,t,f,f,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
-  EXPECT_EQ(asked("name, tcp_port is null, log_period is null) from ftp_site where server = 'LEGACY' and "
-                  "identifier = 7"),
-            "Old price lists,t,t");
-  EXPECT_EQ(
-      asked(
-          "address, mask, is_granted, grants_others) from ftp_access where parent is null and mask <> '' and "
-          "site_identifier = 2"),
-      "172.16.4.0,255.255.255.0,t,f");
   EXPECT_EQ(asked("recycle_times, recycle_minutes / 2, recycles_by_requests, worker_processes, pinging) from "
                   "app_pool "
                   "where name = 'reportsPOOL'"),
@@ -322,26 +306,6 @@ TEST_F(Postgres, HasNullInItsViewsForWhatIsNotKnownAndNowhereElse) {
   std::sort(lost.begin(), lost.end());
   EXPECT_EQ(lost, expected);
 
-  // What the views are made of agrees.
-  const auto inventory = inventory::openForReading(file_, {});
-  const auto snapshot = inventory->snapshot();
-  const inventory::NotKnown notKnown = inventory::readNotKnown(*snapshot, {"Web01"});
-  std::map<std::string, std::size_t> cells;
-  for (std::size_t at = 0; at < inventory::tables().size(); ++at) {
-    snapshot->forEach(std::string(inventory::tables()[at].name), [&](std::span<const inventory::Cell> row) {
-      const auto unknown = notKnown.of(at, [&](std::size_t column) { return row[column]; });
-      for (std::size_t column = 0; column < row.size(); ++column) {
-        if (unknown.has(column)) ++cells[std::string(inventory::tables()[at].name)];
-      }
-    });
-  }
-  EXPECT_EQ(cells, (std::map<std::string, std::size_t>{{"tblAppliedObject", 1},
-                                                       {"tblDirectorySecuritySetting", 3},
-                                                       {"tblFTPSiteInfo", 1},
-                                                       {"tblHomeDirectorySetting", 1},
-                                                       {"tblPerformance", 2},
-                                                       {"tblvirtualDirSecurity", 3},
-                                                       {"tblvirtualDirectory", 5}}));
   run({"copy", "--from", file_, "--to", fleet_});
   for (const std::string name : names) EXPECT_EQ(view(fleet_, name), view(file_, name)) << name;
 }
@@ -367,39 +331,14 @@ TEST_F(Postgres, TakesNamesOfEveryKind) {
   EXPECT_EQ(server_.run("select count(*) from iis_inventory.server_key", "fleet"), "5");
 }
 
-// Rows of one table, of which the others are empty.
-class FewRows : public inventory::RowSource {
- public:
-  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
-    struct Reading : inventory::Rows {
-      bool next() override { return ++at < left.size(); }
-      inventory::Cell cell(std::size_t column) override {
-        return column < left[at].size() ? left[at][column] : inventory::Cell();
-      }
-      std::vector<std::vector<inventory::Cell>> left;
-      std::size_t at = static_cast<std::size_t>(-1);
-    };
-    auto reading = std::make_unique<Reading>();
-    if (table.name == name) reading->left = cells;
-    return reading;
-  }
-  std::string name;
-  std::vector<std::vector<inventory::Cell>> cells;
-};
-
 TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
-  FewRows rows;
-  rows.name = "tblMessageSetting";
   const std::string large(std::size_t{33} << 20, 'x');
   using namespace std::string_view_literals;
-  rows.cells = {{"A", "one", "1", "a\0b"sv, "half \xED\xA0\x80 a pair", large, "\u00FCbrig"},
-                {"A", "two", "2", "", std::nullopt, "fine"}};
-  inventory::Result result;
-  result.origin.server = "A";
-  result.rows = &rows;
+  const FewRows rows("tblMessageSetting",
+                     {{"A", "one", "1", "a\0b"sv, "half \xED\xA0\x80 a pair", large, "\u00FCbrig"},
+                      {"A", "two", "2", "", std::nullopt, "fine"}});
   for (const std::string& database : {file_, fleet_}) {
-    const auto published = inventory::openForPublishing(database, {})->publish({&result, 1});
-    EXPECT_EQ(published.at(0).problems.size(), 3U);
+    EXPECT_EQ(test::publish(database, {{"A", &rows}}).at(0).problems.size(), 3U);
     const Tables all = everything(database);
     EXPECT_EQ(
         all.at("tblMessageSetting"),
@@ -413,12 +352,8 @@ TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
 
 TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
   const test::PostgresServer small(std::make_unique<test::Folder>(), {}, 12);
-  FewRows rows;
-  rows.name = "tblMessageSetting";
-  inventory::Result result;
-  result.origin.server = "A";
-  result.rows = &rows;
-  const auto inventory = inventory::openForPublishing(small.address("master", "postgres"), {});
+  const std::string database = small.address("master", "postgres");
+  FewRows rows("tblMessageSetting");
   std::mt19937 random;
   std::vector<std::string> texts(400);
   for (const std::size_t size : {std::size_t{10}, std::size_t{40000}, std::size_t{20}}) {
@@ -427,48 +362,42 @@ TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
       text.clear();
       while (text.size() < size) text += static_cast<char>(' ' + random() % 95);
     }
-    const Tables before = size == 10 ? Tables() : everything(small.address("master", "postgres"), true);
+    const Tables before = size == 10 ? Tables() : everything(database, true);
     rows.cells.clear();
     for (const std::string& text : texts) rows.cells.push_back({"A", "one", "1", text});
     if (size < 100) {
-      EXPECT_EQ(inventory->publish({&result, 1}).at(0).added.at(inventory::tableIndex(rows.name)), 400);
+      EXPECT_EQ(
+          test::publish(database, {{"A", &rows}}).at(0).added.at(inventory::tableIndex("tblMessageSetting")),
+          400);
       continue;
     }
     try {
-      inventory->publish({&result, 1});
+      test::publish(database, {{"A", &rows}});
       ADD_FAILURE() << "there was room";
     } catch (const inventory::Error& error) {
       EXPECT_NE(std::string(error.what()).find("File too large"), std::string::npos) << error.what();
     }
-    EXPECT_EQ(everything(small.address("master", "postgres"), true), before);
+    EXPECT_EQ(everything(database, true), before);
   }
 }
 
 TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
-  const auto publish = [](const std::string& database, const std::string& server, const FewRows& rows) {
-    inventory::Result result;
-    result.origin.server = server;
-    result.rows = &rows;
-    inventory::openForPublishing(database, {})->publish({&result, 1});
-  };
-  FewRows rows, fewer;
-  rows.name = fewer.name = "tblvirtualDirectory";
-  rows.cells = {{"", "1", "a"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}, {"", "2", "c"}};
-  fewer.cells = {{"", "1", "a"}};
-  publish(file_, "A", rows);
-  publish(file_, "b", fewer);
+  const std::string table = "tblvirtualDirectory";
+  const FewRows rows(table, {{"", "1", "a"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}, {"", "2", "c"}});
+  const FewRows fewer(table, {{"", "1", "a"}}), none(table);
+  test::publish(file_, {{"A", &rows}, {"b", &fewer}});
   const std::string back = (folder_ / "back.db").string();
   run({"copy", "--from", file_, "--to", fleet_});
   run({"copy", "--from", fleet_, "--to", back});
   run({"copy", "--from", file_, "--to", (folder_ / "b.db").string(), "--server", "B"}, 0, "1 server into");
   for (const std::string& database : {file_, fleet_, back}) {
-    EXPECT_EQ(everything(database).at("tblvirtualDirectory").size(), 4U) << database;
+    EXPECT_EQ(everything(database).at(table).size(), 4U) << database;
     run({"rename", "A", "C", "--database", database});
-    publish(database, "c", fewer);
-    publish(database, "B", {});
-    EXPECT_EQ(everything(database).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"}) << database;
+    test::publish(database, {{"c", &fewer}});
+    test::publish(database, {{"B", &none}});
+    EXPECT_EQ(everything(database).at(table), Strings{"|1|a|-|-|-|-|-|"}) << database;
   }
-  EXPECT_EQ(everything((folder_ / "b.db").string()).at("tblvirtualDirectory"), Strings{"|1|a|-|-|-|-|-|"});
+  EXPECT_EQ(everything((folder_ / "b.db").string()).at(table), Strings{"|1|a|-|-|-|-|-|"});
 }
 
 TEST_F(Postgres, RenamesAndRemovesServers) {

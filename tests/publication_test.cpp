@@ -25,6 +25,7 @@
 #include "host/sections.h"
 #include "inventory/inventory.h"
 #include "tests/support/collection.h"
+#include "tests/support/few_rows.h"
 #include "tests/support/process.h"
 
 namespace {
@@ -34,6 +35,7 @@ using sqlite::Database;
 using Strings = std::vector<std::string>;
 using test::Arguments;
 using test::everyRow;
+using test::FewRows;
 using test::Result;
 
 const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
@@ -234,58 +236,18 @@ TEST_F(Publication, TakesNamesThatDifferInCaseForOneAndLeavesOthersAlone) {
             Strings{"\u00DCbersicht"});
 }
 
-// Virtual directories as a test gives them; reading the pools' health fails where it is to fail.
-class Directories : public inventory::RowSource {
- public:
-  void add(std::vector<inventory::Cell> row) {
-    row.resize(inventory::tables()[inventory::tableIndex("tblvirtualDirectory")].columns.size());
-    rows_.push_back(std::move(row));
-  }
-
-  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
-    struct Reading : inventory::Rows {
-      bool next() override {
-        if (fails) throw std::runtime_error("no rows");
-        return left != nullptr && ++at < left->size();
-      }
-      inventory::Cell cell(std::size_t column) override { return (*left)[at][column]; }
-
-      const std::vector<std::vector<inventory::Cell>>* left = nullptr;
-      std::size_t at = static_cast<std::size_t>(-1);
-      bool fails = false;
-    };
-    auto reading = std::make_unique<Reading>();
-    if (table.name == "tblvirtualDirectory") reading->left = &rows_;
-    reading->fails = fails && table.name == "tblHealth";
-    return reading;
-  }
-  bool fails = false;
-
- private:
-  std::vector<std::vector<inventory::Cell>> rows_;
-};
-
 TEST_F(Publication, KnowsWhoseARowWithoutAPathIsAndMakesAllOrNothingOfSeveral) {
-  const auto publish = [&](std::vector<std::pair<std::string, const Directories*>> all,
+  const auto publish = [&](const std::vector<std::pair<std::string, const FewRows*>>& all,
                            const inventory::Scope& scope = {}) {
-    std::vector<inventory::Result> results(all.size());
-    for (std::size_t at = 0; at < all.size(); ++at) {
-      results[at].origin.server = all[at].first;
-      results[at].rows = all[at].second;
-      results[at].scope = scope;
-    }
-    inventory::openForPublishing(database_.string(), {})->publish(results);
+    test::publish(database_.string(), all, scope);
   };
   const auto sites = [&] {
     return values("select \"Identifier\" || \"Directory name\" from tblvirtualDirectory order by 1");
   };
-  Directories a, b, fewer, none, failing;
-  a.add({"", "1", "a"});
-  a.add({"", "2", "a"});
-  b.add({"IIS://B/MSFTPSVC/1/ROOT", "1", "b"});
-  b.add({"", "1", "b"});
-  b.add({"", "2", "b"});
-  fewer.add({"", "2", "a"});
+  const std::string table = "tblvirtualDirectory";
+  const FewRows a(table, {{"", "1", "a"}, {"", "2", "a"}}), fewer(table, {{"", "2", "a"}}), none(table);
+  const FewRows b(table, {{"IIS://B/MSFTPSVC/1/ROOT", "1", "b"}, {"", "1", "b"}, {"", "2", "b"}});
+  FewRows failing(table);
   failing.fails = true;
   publish({{"A", &a}, {"B", &b}});
   publish({{"a", &fewer}});

@@ -6,6 +6,7 @@
 
 #include "automation/runtime.h"
 #include "tests/support/environment.h"
+#include "tests/support/failures.h"
 
 namespace test {
 namespace {
@@ -16,12 +17,7 @@ using namespace TORVINFTPAppDataCom;
 // The number that a call fails with, 0 where it doesn't.
 template <typename... Values>
 std::int32_t numberOf(const ObjectRef& object, TextView member, Values... values) {
-  try {
-    call(object, member, values...);
-  } catch (const Failure& failure) {
-    return failure.number();
-  }
-  return 0;
+  return numberFrom([&] { call(object, member, values...); });
 }
 
 class Server : public testing::Test {

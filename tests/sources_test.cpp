@@ -16,10 +16,10 @@
 #include <utility>
 #include <vector>
 
-#include "automation/text.h"
 #include "sqlite/database.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
+#include "tests/support/utf16.h"
 
 namespace {
 
@@ -59,17 +59,6 @@ void writeArchive(const fs::path& file, const std::vector<Member>& members, cons
   EXPECT_EQ(archive_write_free(out), ARCHIVE_OK);
 }
 
-std::string utf16(const std::string& utf8, bool bigEndian) {
-  std::string bytes;
-  for (const char16_t unit : automation::fromUtf8(utf8)) {
-    const char low = static_cast<char>(unit & 0xFF);
-    const char high = static_cast<char>(unit >> 8);
-    bytes += bigEndian ? high : low;
-    bytes += bigEndian ? low : high;
-  }
-  return bytes;
-}
-
 class Sources : public testing::Test {
  protected:
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
@@ -104,7 +93,7 @@ TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
   file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
   fs::last_write_time(path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml"),
                       fs::file_time_type::clock::now() - std::chrono::hours(1));
-  file("fleet/site b/Zürich/export.txt", utf16("\uFEFF" + kWeb01.substr(3), true));
+  file("fleet/site b/Zürich/export.txt", test::utf16("\uFEFF" + kWeb01.substr(3), true));
   file("fleet/D/MetaBase.xml", kWeb01);
   file("fleet/notes/readme.xml", "<notes/>");
   fs::create_directory_symlink(path("fleet/WEB01"), path("fleet/LINK"));

@@ -19,6 +19,7 @@
 #include "automation/runtime.h"
 #include "platform/store/private_database.h"
 #include "platform/store/store.h"
+#include "tests/support/failures.h"
 #include "tests/support/folder.h"
 
 namespace {
@@ -79,13 +80,9 @@ struct Recordset {
 // The number of the failure that something ends in, 0 where it doesn't. Its message holds a piece of text.
 template <typename Work>
 std::uint32_t failure(const Work& work, const std::string& piece = "") {
-  try {
-    work();
-    return 0;
-  } catch (const Failure& caught) {
-    EXPECT_NE(automation::toUtf8(caught.description()).find(piece), std::string::npos) << caught.what();
-    return static_cast<std::uint32_t>(caught.number());
-  }
+  const auto [number, message] = test::failureOf(work);
+  EXPECT_NE(message.find(piece), std::string::npos) << message;
+  return static_cast<std::uint32_t>(number);
 }
 
 class Store : public testing::Test {
@@ -415,26 +412,6 @@ TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
       },
       [&] { patient.add("Site", "next"); });
   EXPECT_EQ(rows(), Rows{"-|next|-"});
-}
-
-TEST_F(Store, ThreadsWriteAtTheSameTime) {
-  constexpr int kRows = 100;
-  platform::store::setLockWait(std::chrono::hours(1));
-  std::vector<std::thread> threads;
-  for (int thread = 0; thread < 8; ++thread) {
-    threads.emplace_back([&, server = std::to_string(thread)] {
-      for (int row = 0; row < kRows; ++row) {
-        const Connection connection = connect();
-        addRow(selectNone(connection), server, "x");
-        connection.execute("Update tblSites set Status= 'y' Where [Server name]= '" + server + "'");
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  const Rows all = rows();
-  EXPECT_EQ(all.size(), 8u * kRows);
-  const auto isChanged = [](const std::string& row) { return row.ends_with("|y"); };
-  EXPECT_TRUE(std::all_of(all.begin(), all.end(), isChanged));
 }
 
 TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {

@@ -4,11 +4,11 @@
 #include <string>
 #include <thread>
 
-#include "automation/failure.h"
 #include "automation/runtime.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/wmi/wmi.h"
+#include "tests/support/failures.h"
 
 namespace {
 
@@ -22,16 +22,6 @@ using automation::Variant;
 
 constexpr TextView kService = u"winmgmts:{authenticationLevel=pktPrivacy}\\\\Web01\\root\\microsoftiisv2";
 constexpr TextView kQuery = u"Select Name From IIsApplicationPool";
-
-template <typename Operation>
-std::uint32_t failureOf(Operation&& operation) {
-  try {
-    operation();
-  } catch (const automation::Failure& failure) {
-    return static_cast<std::uint32_t>(failure.number());
-  }
-  return 0;
-}
 
 class WmiTest : public testing::Test {
  protected:
@@ -116,7 +106,7 @@ TEST_F(WmiTest, AnythingElseFailsInItsOwnWay) {
         Case{kService, u"Select Name From IIsApplicationPool Where Name = 'x'", 0x80041017},
         Case{kService, u"", 0x80041017}}) {
     const auto ask = [&] { call(GetObject(each.moniker), u"execquery", each.query); };
-    EXPECT_EQ(failureOf(ask), each.number)
+    EXPECT_EQ(test::numberFrom(ask), static_cast<std::int32_t>(each.number))
         << automation::toUtf8(each.moniker) << automation::toUtf8(each.query);
   }
 }
@@ -137,14 +127,10 @@ TEST_F(WmiTest, TheHostsObjectsAnswer) {
       "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
   EXPECT_EQ(getos(), 5);
   write("");
-  EXPECT_EQ(failureOf(getos), 0x80070032u);
+  EXPECT_EQ(test::numberFrom(getos), static_cast<std::int32_t>(0x80070032));
   write("<IIsWebInfo Location='/LM/W3SVC/Info' MajorIIsVersionNumber='70000'/>");
-  try {
-    getos();
-    ADD_FAILURE() << "no failure";
-  } catch (const automation::Failure& failure) {
-    EXPECT_EQ(failure.description(), u"IIS://web01/W3SVC/Info (IIsWebInfo), MajorIIsVersionNumber: Overflow");
-  }
+  EXPECT_EQ(test::failureOf(getos).second,
+            "IIS://web01/W3SVC/Info (IIsWebInfo), MajorIIsVersionNumber: Overflow");
 
   automation::write(common, u"errorlogpath", u"C:\\logs");
   EXPECT_EQ(automation::toText(automation::read(common, u"ErrorLogPath")), u"C:\\logs");

@@ -15,13 +15,6 @@ constexpr int kDeepest = 32;
 
 Variant convert(const VARIANT& value, int depth);
 
-template <typename Number>
-Text asText(Number value) {
-  char digits[32];
-  const auto written = std::to_chars(digits, digits + sizeof digits, value);
-  return Text(digits, written.ptr);
-}
-
 // A number, or where it loses digits its decimal text, which reads as a number too.
 Variant exactly(double number, TextView digits) {
   if (digits.find(u'.') != digits.npos) {
@@ -37,7 +30,7 @@ template <typename Number>
 Variant wholeNumber(Number value) {
   if (std::in_range<std::int16_t>(value) && sizeof(Number) <= 2) return static_cast<std::int16_t>(value);
   if (std::in_range<std::int32_t>(value)) return static_cast<std::int32_t>(value);
-  return exactly(static_cast<double>(value), asText(value));
+  return exactly(static_cast<double>(value), decimalText(value));
 }
 
 // By its shortest decimal text, so that 0.1 stays 0.1.

@@ -67,8 +67,7 @@ bool hasOtherWidth(const Text& key) {
 bool removeClass(const Class& entered) {
   const Text key = u"CLSID\\" + shown(entered.id);
   const bool own = removeKey(key);
-  if (own && hasOtherWidth(key)) return true;
-  return removeKey(Text(entered.programmaticId)) && own;
+  return (hasOtherWidth(key) || removeKey(Text(entered.programmaticId))) && own;
 }
 
 bool writeTypeLibrary(const Text& path) {

@@ -1,5 +1,4 @@
-// Whole collections through the public surface, by programmatic id as any host makes them, and what stands in
-// a database afterwards.
+// The layer behind the component, and what stands in a database after a collection.
 #pragma once
 
 #include <filesystem>
@@ -15,12 +14,6 @@ void registerEverything();
 
 // Makes all tables of an inventory.
 void createTables(sqlite::Database& database);
-
-// Collects everything of the server: all tabs of all sites and pools, all directory trees, the extensions and
-// the applications of all pools. Its name must be mapped; the database has the tables; the logs go into
-// `logDirectory`.
-void collectEverything(const std::string& server, const std::filesystem::path& database,
-                       const std::filesystem::path& logDirectory);
 
 // All rows of all tables in an order that doesn't depend on the collection's, as "table: value|value", with
 // "-" for null. Of a file as it stands at one moment; none where it isn't there or has no table.

@@ -273,16 +273,6 @@ std::vector<std::string> Environment::rows(TextView table) const {
   return lines;
 }
 
-std::string Environment::value(TextView table, std::size_t row, TextView column) const {
-  const auto opened = openDatabase();
-  auto statement = opened->prepare("select " + sqlite::quotedName(toUtf8(column)) + " from " + toUtf8(table) +
-                                   " order by rowid");
-  for (std::size_t at = 0; at <= row; ++at) {
-    if (!statement.step()) return "no row";
-  }
-  return std::string(statement.text(0).value_or("-"));
-}
-
 int Environment::pointer() const {
   return toInt32(read(screen_, u"MousePointer"));
 }

@@ -47,8 +47,6 @@ class Environment {
 
   // The rows of a table: the values of a row with "|" in between, "-" where nothing was written.
   std::vector<std::string> rows(automation::TextView table) const;
-  // One value, "-" where nothing was written.
-  std::string value(automation::TextView table, std::size_t row, automation::TextView column) const;
 
   // The database behind the layer, as an outsider reaches it, or its owner where it is private.
   std::shared_ptr<sqlite::Database> openDatabase() const;

@@ -89,12 +89,21 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
       EXPECT_EQ(failed != 0 ? -failed : integer, each.integer);
     }
   }
-  for (const TextView digits : {u"12.25", u"-3", u"0.00001", u"12345678901234567890.5"}) {
+  const std::pair<TextView, std::int32_t> decimals[] = {{u"12.25", 12},
+                                                        {u"-3", -3},
+                                                        {u"0.00001", 0},
+                                                        {u"1.23456789012345678", 1},
+                                                        {u"12345678901234567890.5", -6}};
+  for (const auto& [digits, integer] : decimals) {
     OwnedText written(digits);
     VARIANT decimal;
     ASSERT_GE(VarDecFromStr(written.get(), MAKELCID(0x409, 0), 0, &V_DECIMAL(&decimal)), 0);
     V_VT(&decimal) = VT_DECIMAL;
-    EXPECT_EQ(toText(com::fromSystem(decimal)), digits);
+    const Variant value = com::fromSystem(decimal);
+    EXPECT_EQ(toText(value), digits);
+    std::int32_t read = 0;
+    const std::int32_t failed = numberFrom([&] { read = toInt32(value); });
+    EXPECT_EQ(failed != 0 ? -failed : read, integer);
   }
   EXPECT_TRUE(com::fromSystem(valueOf(VT_NULL, 0)).isNull());
   EXPECT_EQ(toObject(com::fromSystem(valueOf(VT_DISPATCH, nullptr))), nullptr);

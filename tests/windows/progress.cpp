@@ -5,11 +5,7 @@
 
 #include "automation/object.h"
 #include "host/server_collection.h"
-#include "platform/desktop/desktop.h"
-#include "platform/metabase/servers.h"
-#include "platform/store/store.h"
-#include "platform/wmi/wmi.h"
-#include "server/portable/server.h"
+#include "tests/support/collection.h"
 
 namespace {
 
@@ -31,11 +27,7 @@ class Sink : public MemberlessObject {
 }  // namespace
 
 int main(int, char** arguments) {
-  platform::metabase::registerMoniker();
-  platform::wmi::registerMoniker();
-  platform::desktop::registerDesktop();
-  platform::store::registerStore();
-  DllRegisterServer();
+  test::registerEverything();
   const std::string entry = arguments[1];
   const std::size_t equals = entry.find('=');
   host::Server server;

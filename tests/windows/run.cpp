@@ -30,12 +30,8 @@
 #include "automation/com/runtime.h"
 #include "automation/com/system.h"
 #else
-#include "platform/desktop/desktop.h"
-#include "platform/metabase/metabase.h"
 #include "platform/metabase/servers.h"
-#include "platform/store/store.h"
-#include "platform/wmi/wmi.h"
-#include "server/portable/server.h"
+#include "tests/support/collection.h"
 #include "tests/support/seam.h"
 #endif
 
@@ -365,11 +361,7 @@ int main(int count, char** arguments) {
     if (CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED) < 0) return 2;
     automation::com::bindRuntime();
 #else
-    platform::metabase::registerMoniker();
-    platform::wmi::registerMoniker();
-    platform::desktop::registerDesktop();
-    platform::store::registerStore();
-    DllRegisterServer();
+    test::registerEverything();
     for (int at = 3; at < count; ++at) {
       const std::string entry = arguments[at];
       const std::size_t equals = entry.find('=');

@@ -9,6 +9,7 @@
 #include "automation/com/values.h"
 #include "automation/object.h"
 #include "server/identifiers.h"
+#include "tests/support/failures.h"
 
 namespace test {
 
@@ -20,21 +21,6 @@ using com::Pointer;
 
 inline const GUID& guid(const TORVINFTPAppDataCom::Guid& id) {
   return reinterpret_cast<const GUID&>(id);
-}
-
-// The number and description of what an action fails with; 0 where it doesn't.
-template <typename Action>
-std::pair<std::int32_t, std::string> failureOf(const Action& action) {
-  try {
-    action();
-  } catch (const Failure& failure) {
-    return {failure.number(), toUtf8(failure.description())};
-  }
-  return {0, ""};
-}
-template <typename Action>
-std::int32_t numberFrom(const Action& action) {
-  return failureOf(action).first;
 }
 
 // A value of a type, which owns nothing.

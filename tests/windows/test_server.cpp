@@ -23,8 +23,8 @@
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
+#include "sqlite/database.h"
 #include "tests/support/seam.h"
-#include "tests/windows/catalog.h"
 
 namespace test {
 namespace {
@@ -63,6 +63,31 @@ class Control : public MemberlessObject {
   }
 };
 
+// The maker of databases, as much of it as the host script needs.
+class Catalog : public MemberlessObject {
+ public:
+  Catalog() : MemberlessObject(u"ADOX.Catalog") {}
+
+  Variant call(TextView member, Arguments arguments) override {
+    if (!equalsIgnoringCase(member, u"Create")) return MemberlessObject::call(member, arguments);
+    requireArguments(member, arguments, 1, 1, source());
+    constexpr TextView kKey = u"Data Source=";
+    const Text connection = toText(arguments[0]);
+    const std::size_t at = connection.find(kKey);
+    if (at == Text::npos) failTypeMismatch();
+    const std::string file = toUtf8(TextView(connection).substr(at + kKey.size()));
+    try {
+      sqlite::Database made(std::u8string(file.begin(), file.end()), sqlite::Database::Mode::kCreate,
+                            std::chrono::seconds(1));
+      // A file without a byte is no database yet.
+      made.execute("begin; create table made (it); drop table made; commit");
+    } catch (const sqlite::Error& error) {
+      throw Failure(static_cast<std::int32_t>(0x80004005), fromUtf8(error.what()), source());
+    }
+    return {};
+  }
+};
+
 Text environment(const wchar_t* name) {
   Text text(32768, u'\0');
   text.resize(GetEnvironmentVariableW(name, reinterpret_cast<wchar_t*>(text.data()),
@@ -89,7 +114,7 @@ void enterLayer() {
   platform::wmi::registerMoniker();
   platform::store::registerStore();
   platform::desktop::registerDesktop();
-  Runtime::process().serveClass(u"ADOX.Catalog", makeCatalog);
+  Runtime::process().serveClass(u"ADOX.Catalog", [] { return std::make_shared<Catalog>(); });
   mapServers();
 }
 

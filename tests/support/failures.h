@@ -1,0 +1,28 @@
+// How an action of the tests fails.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "automation/failure.h"
+#include "automation/text.h"
+
+namespace test {
+
+// The number and description of what an action fails with; 0 where it doesn't.
+template <typename Action>
+std::pair<std::int32_t, std::string> failureOf(const Action& action) {
+  try {
+    action();
+  } catch (const automation::Failure& failure) {
+    return {failure.number(), automation::toUtf8(failure.description())};
+  }
+  return {0, ""};
+}
+template <typename Action>
+std::int32_t numberFrom(const Action& action) {
+  return failureOf(action).first;
+}
+
+}  // namespace test
