@@ -162,7 +162,7 @@ TEST_F(Diff, ComparesServersThatShouldBeAlike) {
   EXPECT_TRUE(shown.out.starts_with("WEB01 -> LEGACY\r\n")) << shown.out;
   EXPECT_NE(shown.out.find(": only on WEB01\r\n"), std::string::npos);
   std::istringstream lines(shown.out);
-  // A character beyond ASCII has more bytes than columns, which no line here has three of.
+  // In bytes: up to two letters of a line here are beyond ASCII.
   for (std::string line; std::getline(lines, line);) EXPECT_LE(line.size(), 60U + 1 + 2) << line;
   // Of either's own files, and of files of one of them, both have the same.
   const auto keep = [&](const std::string& path) {
