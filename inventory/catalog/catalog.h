@@ -1,0 +1,179 @@
+// The tables of an inventory, each declared once. The database's definitions, the views, the comparison, the
+// report's labels and the data dictionary derive from these declarations.
+#pragma once
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace inventory {
+
+// What an inventory is about. kNone stands for the server as a whole.
+enum class ObjectKind : std::uint8_t { kNone, kSite, kDirectory, kPool, kExtension, kApplication };
+
+// "site", "directory" and so on; empty for kNone. The other way kNone for an unknown word.
+std::string_view wordFor(ObjectKind kind);
+ObjectKind objectKind(std::string_view word);
+
+// The items by which a collection may be restricted: a directory belongs to a site, an application to a pool.
+constexpr ObjectKind itemKindOf(ObjectKind kind) {
+  return kind == ObjectKind::kDirectory     ? ObjectKind::kSite
+         : kind == ObjectKind::kApplication ? ObjectKind::kPool
+         : kind == ObjectKind::kExtension   ? ObjectKind::kNone
+                                            : kind;
+}
+
+// The types of columns. A time is a text such as 2026-01-31T12:00:00.000Z, in UTC.
+enum class Type : std::uint8_t { kText, kInteger, kReal, kBoolean, kTime };
+std::string_view wordFor(Type type);
+
+// What a column is for in a comparison of two inventories.
+enum class Role : std::uint8_t {
+  kIdentity,     // says what the row is about; known whatever failed
+  kValue,        // an object has it once
+  kListed,       // an object may have several, a row for each
+  kBookkeeping,  // of the inventory itself; not shown
+};
+
+struct Column {
+  std::string_view name;      // in its table
+  std::string_view viewName;  // in views and in `not_known`; empty where no view has it
+  Role role = Role::kValue;
+  Type type = Type::kText;      // in its table
+  Type viewType = Type::kText;  // in views
+  std::string_view meaning;
+  // The metabase properties that it is made of, divided by blanks; "*" for none in particular, "-" where it is
+  // known whatever failed.
+  std::string_view properties = {};
+  // Documented default values as the table has them, divided by "|", and the page that documents them.
+  std::string_view defaults = {};
+  std::string_view reference = {};
+  // Of kListed columns: those of one group are compared together.
+  int group = 0;
+  // Of a table with rows of two kinds: the kind that has it; kNone for both.
+  ObjectKind onlyOf = ObjectKind::kNone;
+};
+
+struct Table {
+  std::string_view name;
+  std::string_view tab;  // the title of the tab that it is collected by; empty for the program's own tables
+  std::string_view meaning;
+  std::span<const Column> columns;
+  // The kinds of objects that its rows are about, at most two; kNone for no second one.
+  ObjectKind kinds[2] = {ObjectKind::kNone, ObjectKind::kNone};
+  bool hasSeveralRows = false;  // for an object
+
+  // The place of a column, or the number of columns where there is none of that name.
+  constexpr std::size_t find(std::string_view column) const {
+    std::size_t at = 0;
+    while (at < columns.size() && columns[at].name != column) ++at;
+    return at;
+  }
+  constexpr bool has(std::string_view column) const { return find(column) < columns.size(); }
+  constexpr bool isAbout(ObjectKind kind) const { return kinds[0] == kind || kinds[1] == kind; }
+  // Whether the first column names the server. A table without it has a path that begins with IIS://SERVER/.
+  constexpr bool hasServerColumn() const { return columns[0].name == "Server name"; }
+};
+
+// A column by its place. To be made with column(), which the compiler refuses for a name that doesn't exist.
+struct ColumnRef {
+  std::uint8_t table;
+  std::uint8_t column;
+};
+
+}  // namespace inventory
+
+#include "inventory/catalog/declarations.h"
+
+namespace inventory {
+
+// The tables that collections fill, in the order in which they are made and shown.
+constexpr std::span<const Table> tables() {
+  return std::span(declarations::kAllTables).first(declarations::dataTableCount());
+}
+
+// The inventory's own tables, in the order in which they are made. The program shows "Collections" and
+// "Problems".
+constexpr std::span<const Table> ownTables() {
+  return std::span(declarations::kAllTables).subspan(declarations::dataTableCount());
+}
+
+// The place of a table in tables(), or their number.
+constexpr std::size_t findTable(std::string_view name) {
+  std::size_t at = 0;
+  while (at < tables().size() && tables()[at].name != name) ++at;
+  return at;
+}
+
+// The place of a table in tables(). Not a constant expression for a name that doesn't exist, so that the
+// compiler refuses it.
+consteval std::size_t table(std::string_view name) {
+  return findTable(name) < tables().size() ? findTable(name) : throw std::logic_error("no such table");
+}
+consteval ColumnRef column(std::string_view tableName, std::string_view name) {
+  const Table& found = tables()[table(tableName)];
+  return found.has(name) ? ColumnRef{static_cast<std::uint8_t>(table(tableName)),
+                                     static_cast<std::uint8_t>(found.find(name))}
+                         : throw std::logic_error("no such column");
+}
+// The place of a column in one of ownTables().
+consteval std::size_t ownColumn(std::string_view tableName, std::string_view name) {
+  for (const Table& own : ownTables()) {
+    if (own.name == tableName && own.has(name)) return own.find(name);
+  }
+  throw std::logic_error("no such column");
+}
+
+consteval const Table& ownTable(std::string_view name) {
+  for (const Table& own : ownTables()) {
+    if (own.name == name) return own;
+  }
+  throw std::logic_error("no such table");
+}
+constexpr const Table& collectionsTable() {
+  return ownTable("Collections");
+}
+constexpr const Table& problemsTable() {
+  return ownTable("Problems");
+}
+
+// Names of columns that several tables have.
+inline constexpr std::string_view kServerColumn = "Server name";
+inline constexpr std::string_view kPathColumn = "IISPath";
+inline constexpr std::string_view kDirectoryColumn = "Directory name";
+inline constexpr std::string_view kSiteColumn = "Identifier";
+inline constexpr std::string_view kSiteNameColumn = "FTP site name";
+inline constexpr std::string_view kPoolColumn = "Application pool name";
+
+// The list of the sites and that of the pools: the tables that are always collected whole.
+constexpr std::string_view listTableOf(ObjectKind itemKind) {
+  return itemKind == ObjectKind::kSite ? "tblFTPSiteInfo" : "tblAppPoolInfo";
+}
+
+// The columns of a row of this kind that a property is made into; for another property, or none, all of the
+// kind that may be unknown. By their places.
+std::vector<std::size_t> columnsMadeOf(const Table& table, ObjectKind kind, std::string_view property);
+
+// The data dictionary: of every table and view, or of one by its name without regard to case. Gives false
+// where there is none of that name.
+struct DictionaryEntry {
+  std::string_view relation;
+  bool isView = false;
+  std::string_view relationMeaning;
+  std::string_view column;
+  Type type = Type::kText;
+  std::string_view meaning;
+  std::string nullMeaning;
+  std::string_view properties;
+};
+std::vector<DictionaryEntry> dictionary();
+
+// The dictionary as a page of Markdown.
+std::string dictionaryPage(std::span<const DictionaryEntry> entries);
+
+}  // namespace inventory

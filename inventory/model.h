@@ -1,0 +1,192 @@
+// What goes into an inventory and what comes out of it, whatever the database.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "inventory/catalog/catalog.h"
+
+namespace inventory {
+
+// An operation on an inventory that failed. what() is one line of UTF-8.
+class Error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+// The database is locked by another process, and the wait is over.
+class Locked : public Error {
+ public:
+  using Error::Error;
+};
+
+// The server that has the database can't be reached, or the connection to it was lost.
+class Unreachable : public Error {
+ public:
+  using Error::Error;
+};
+
+// The role or user lacks a right.
+class Forbidden : public Error {
+ public:
+  using Error::Error;
+};
+
+// Something that is wrong with one of the servers of a change; the others may be changed without it.
+class ServerRefused : public Error {
+ public:
+  using Error::Error;
+};
+
+// Another process publishes one of the servers, and the wait is over.
+class ServerLocked : public ServerRefused {
+ public:
+  using ServerRefused::ServerRefused;
+};
+
+// The change was interrupted by stopWaiting(). Nothing was committed.
+class Interrupted : public Error {
+ public:
+  using Error::Error;
+};
+
+// Nobody can say whether the change was committed.
+class OutcomeUnknown : public Error {
+ public:
+  using Error::Error;
+};
+
+// A value in a column; nothing for null.
+using Cell = std::optional<std::string_view>;
+
+// The rows of one table, one after the other.
+class Rows {
+ public:
+  virtual ~Rows() = default;
+
+  // Goes to the next row, the first one at first. False when there is none left.
+  virtual bool next() = 0;
+
+  // The value in one of the table's columns. Valid until the next row.
+  virtual Cell cell(std::size_t column) = 0;
+};
+
+// Where the rows of a collection come from.
+class RowSource {
+ public:
+  virtual ~RowSource() = default;
+
+  // The rows of a table in their order. They must not outlive the source.
+  virtual std::unique_ptr<Rows> rows(const Table& table) const = 0;
+};
+
+// The tables that a collection looked at, and the sites and pools that it was restricted to.
+class Coverage {
+ public:
+  // Every table, without restrictions.
+  static Coverage everything();
+
+  void add(const Table& table, ObjectKind kind);
+  // Restricts what is looked at to some items of kSite or kPool, but for the table that lists them.
+  void restrict(ObjectKind itemKind, const std::vector<std::string>& items);
+
+  // Whether rows of a kind in a table were looked at: of one item, or of any where it is empty.
+  bool includes(std::string_view table, ObjectKind kind, std::string_view item = {}) const;
+  // Whether every item's were.
+  bool includesAll(std::string_view table, ObjectKind kind) const;
+  // Whether everything that the other one looked at was looked at here too.
+  bool covers(const Coverage& other) const;
+
+  // As "Collections" keeps it: "|table:kind|...|", and the items as JSON.
+  std::string tablesText() const;
+  std::string itemsText() const;
+  // Throws Error for texts that are none of these.
+  static Coverage fromTexts(std::string_view tables, std::string_view items);
+
+ private:
+  static std::string entry(std::string_view table, ObjectKind kind);
+
+  std::vector<std::string> entries_;
+  // Folded names; nothing for no restriction.
+  std::optional<std::vector<std::string>> sites_;
+  std::optional<std::vector<std::string>> pools_;
+};
+
+// What was collected, by whom, from where and when. Times are UTC, as in 2026-01-31T12:00:00.000Z.
+struct Origin {
+  std::string server;
+  std::string file;
+  std::int64_t fileSize = 0;
+  std::string fileTime;
+  std::string sha256;
+  std::string started;
+  std::string version;    // of the program
+  std::string selection;  // empty for everything
+  double seconds = 0;
+  std::string collectedBy;
+  std::string machine;
+};
+
+// Something that went wrong, with its place; empty texts where that isn't known.
+struct Problem {
+  bool isNote = false;
+  std::string table;
+  ObjectKind itemKind = ObjectKind::kNone;  // kSite or kPool
+  std::string item;
+  std::string node;
+  std::string property;
+  std::string routine;
+  std::optional<std::int32_t> number;
+  std::string message;
+  std::string time;  // UTC
+};
+
+// What a collection brought. The rows must stay as they are until they are published.
+struct Collected {
+  Origin origin;
+  Coverage coverage = Coverage::everything();
+  const RowSource* rows = nullptr;
+  std::vector<Problem> problems;
+  // The line of a node such as "/LM/MSFTPSVC/1" in the file, 0 where it isn't known. May be null.
+  std::function<std::int64_t(const std::string& node)> lineOf;
+};
+
+// A number of rows for each of tables(), in their order.
+using RowCounts = std::vector<std::int64_t>;
+
+struct Published {
+  RowCounts replaced;  // of collections that were deleted
+  RowCounts added;
+  std::vector<Problem> problems;  // values that can't be stored as they were; they are stored as problems too
+};
+
+// A collection that an inventory keeps.
+struct CollectionInfo {
+  std::int64_t id = 0;
+  std::int64_t serverId = 0;
+  std::string server;     // as the server's latest collection spells it
+  std::string serverKey;  // folded
+  bool isCurrent = false;
+  std::string file;
+  std::int64_t fileSize = 0;
+  std::string fileTime;
+  std::string sha256;
+  std::string published;
+  std::string selection;
+  std::int64_t rows = 0;
+  std::string rowsByTable;  // JSON
+  std::int64_t problems = 0;
+  std::int64_t notes = 0;
+  std::string collectedBy;
+  std::string machine;
+  std::string version;
+  Coverage coverage;
+};
+
+}  // namespace inventory

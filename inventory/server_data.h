@@ -1,0 +1,103 @@
+// Everything that a collection holds, in memory.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "inventory/model.h"
+
+namespace inventory {
+
+// Something that rows are about.
+struct ObjectInfo {
+  std::int64_t id = 0;
+  ObjectKind kind = ObjectKind::kNone;
+  std::string key;          // identifier, path below the service, or name
+  std::int64_t parent = 0;  // 0 for none
+  std::string node;         // in the metabase; empty where it isn't known
+  std::int64_t line = 0;    // in the file; 0 where it isn't known
+  std::string incomplete;   // views that may lack rows of it, as "|view|"
+};
+
+// A row of one of tables(). Copies are cheap, and valid as long as the data.
+class DataRow {
+ public:
+  DataRow(const Table& table, const char* bytes) : table_(&table), bytes_(bytes) {}
+
+  const Table& table() const { return *table_; }
+  std::int64_t id() const;
+  std::int64_t objectId() const;
+  // A value by the place of its column; nothing where none was written.
+  Cell cell(std::size_t column) const;
+  Cell cell(ColumnRef column) const { return cell(column.column); }
+  // The same, empty where none was written.
+  std::string text(std::size_t column) const { return std::string(cell(column).value_or("")); }
+  std::string text(ColumnRef column) const { return text(column.column); }
+  bool isUnknown(std::size_t column) const;
+  bool isUnknown(ColumnRef column) const { return isUnknown(column.column); }
+  bool hasUnknown() const;
+
+ private:
+  const Table* table_;
+  const char* bytes_;  // packed: ids, unknown columns, the values' lengths plus 1, the values
+};
+
+// The data of one collection.
+class ServerData {
+ public:
+  explicit ServerData(CollectionInfo info);
+
+  const CollectionInfo& info() const { return info_; }
+  const std::string& server() const { return info_.server; }
+
+  // In the order of discovery.
+  std::span<const ObjectInfo> objects() const { return objects_; }
+  // Nothing for null, or an id that isn't there.
+  const ObjectInfo* object(std::int64_t id) const;
+
+  // The rows of a table, by its place in tables(), in the order in which they were collected.
+  std::size_t rowCount(std::size_t table) const { return tables_[table].starts.size(); }
+  DataRow row(std::size_t table, std::size_t at) const;
+  // Those about an object.
+  std::vector<DataRow> rowsOf(std::size_t table, std::int64_t object) const;
+
+  std::span<const Problem> problems() const { return problems_; }
+
+  // Why cells of a table's rows about an object are unknown, or why there is no such row: messages of problems,
+  // each once. Empty where none is known.
+  std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
+
+  // Whether the collection looked at a table's rows about an object; an object of 0 stands for any.
+  bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
+
+  // For whoever fills it, in the order of tables.
+  void addObject(ObjectInfo object);
+  void addRow(std::size_t table, std::int64_t id, std::int64_t object, std::string_view notKnown,
+              std::span<const Cell> cells);
+  void addProblem(Problem problem, std::int64_t object);
+
+ private:
+  struct Rows {
+    std::vector<const char*> starts;
+    std::unordered_multimap<std::int64_t, std::uint32_t> byObject;
+  };
+
+  char* allocate(std::size_t size);
+
+  CollectionInfo info_;
+  std::vector<ObjectInfo> objects_;
+  std::unordered_map<std::int64_t, std::size_t> objectPlaces_;
+  std::vector<Rows> tables_;
+  std::vector<Problem> problems_;
+  std::unordered_multimap<std::int64_t, std::size_t> problemsByObject_;
+  std::vector<std::unique_ptr<char[]>> blocks_;
+  std::size_t left_ = 0;
+  char* next_ = nullptr;
+};
+
+}  // namespace inventory
