@@ -1,45 +1,121 @@
-#include "inventory/coverage.h"
-
 #include <algorithm>
+#include <nlohmann/json.hpp>
 
-#include "inventory/records.h"
+#include "inventory/model.h"
+#include "inventory/names.h"
 
 namespace inventory {
+namespace {
 
-Coverage Coverage::read(Snapshot& snapshot, const std::vector<std::string>& servers) {
+using nlohmann::json;
+
+bool isList(std::string_view table, ObjectKind kind) {
+  return table == listTableOf(itemKindOf(kind));
+}
+
+std::vector<std::string> foldedAll(const std::vector<std::string>& names) {
+  std::vector<std::string> all;
+  for (const std::string& name : names) all.push_back(folded(name));
+  std::sort(all.begin(), all.end());
+  return all;
+}
+
+bool coversItems(const std::optional<std::vector<std::string>>& one,
+                 const std::optional<std::vector<std::string>>& other) {
+  if (!one) return true;
+  return other && std::ranges::includes(*one, *other);
+}
+
+// The bit of a table and a kind, or nothing for a table that doesn't exist or isn't about the kind.
+std::optional<std::size_t> placeOf(std::string_view name, ObjectKind kind) {
+  const std::size_t at = findTable(name);
+  if (at == tables().size() || kind == ObjectKind::kNone || !tables()[at].isAbout(kind)) return std::nullopt;
+  return 2 * at + (tables()[at].kinds[0] == kind ? 0 : 1);
+}
+
+template <typename Each>
+void forEachEntry(const Each& each) {
+  for (const Table& table : tables()) {
+    for (const ObjectKind kind : table.kinds) {
+      if (kind != ObjectKind::kNone) each(table, kind);
+    }
+  }
+}
+
+}  // namespace
+
+Coverage Coverage::everything() {
+  Coverage all;
+  forEachEntry([&](const Table& table, ObjectKind kind) { all.add(table, kind); });
+  return all;
+}
+
+void Coverage::add(const Table& table, ObjectKind kind) {
+  if (const auto at = placeOf(table.name, kind)) looked_.set(*at);
+}
+
+void Coverage::restrict(ObjectKind itemKind, const std::vector<std::string>& items) {
+  (itemKind == ObjectKind::kSite ? sites_ : pools_) = foldedAll(items);
+}
+
+bool Coverage::includes(std::string_view table, ObjectKind kind, std::string_view item) const {
+  const auto at = placeOf(table, kind);
+  if (!at || !looked_.test(*at)) return false;
+  if (item.empty() || isList(table, kind)) return true;
+  const ObjectKind itemKind = itemKindOf(kind);
+  const auto& items = itemKind == ObjectKind::kSite ? sites_ : pools_;
+  return itemKind == ObjectKind::kNone || !items || std::ranges::binary_search(*items, folded(item));
+}
+
+bool Coverage::covers(const Coverage& other) const {
+  if ((other.looked_ & ~looked_).any()) return false;
+  bool covers = true;
+  forEachEntry([&](const Table& table, ObjectKind kind) {
+    if (!other.includes(table.name, kind) || isList(table.name, kind)) return;
+    const ObjectKind itemKind = itemKindOf(kind);
+    if (itemKind == ObjectKind::kSite) covers = covers && coversItems(sites_, other.sites_);
+    if (itemKind == ObjectKind::kPool) covers = covers && coversItems(pools_, other.pools_);
+  });
+  return covers;
+}
+
+std::string Coverage::tablesText() const {
+  std::string text = "|";
+  forEachEntry([&](const Table& table, ObjectKind kind) {
+    if (!includes(table.name, kind)) return;
+    text.append(table.name).append(":").append(wordFor(kind)).append("|");
+  });
+  return text;
+}
+
+std::string Coverage::itemsText() const {
+  json items = json::object();
+  if (sites_) items["site"] = *sites_;
+  if (pools_) items["pool"] = *pools_;
+  return items.empty() ? "" : items.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
   Coverage coverage;
-  const std::vector<std::string> names = snapshot.tableNames();
-  const std::string table(kCollections);
-  if (std::ranges::find(names, table) == names.end()) return coverage;
-  const std::size_t selection = columnIndex(collectionsTable(), "Selection");
-  const std::size_t current = collectionsTable().columns.size();
-  const auto rows = snapshot.rowsOf(table, servers);
-  while (rows->next()) {
-    const Cell still = rows->cell(current);
-    coverage.collections_[rows->server()].push_back(
-        {std::string(rows->cell(selection).value_or("")),
-         still.value_or("").empty() ? Remainder() : Remainder::fromText(*still)});
+  tables.remove_prefix(std::min<std::size_t>(1, tables.size()));
+  while (!tables.empty()) {
+    // A table of a later version is none that this one could miss.
+    std::string_view entry = declarations::take(tables, '|');
+    const std::string_view name = declarations::take(entry, ':');
+    if (const auto at = placeOf(name, objectKind(entry))) coverage.looked_.set(*at);
+  }
+  if (items.empty()) return coverage;
+  try {
+    const json all = json::parse(items);
+    const auto read = [&](const char* kind, std::optional<std::vector<std::string>>& into) {
+      if (all.contains(kind)) into = foldedAll(all.at(kind).get<std::vector<std::string>>());
+    };
+    read("site", coverage.sites_);
+    read("pool", coverage.pools_);
+  } catch (const json::exception&) {
+    throw Error("the column \"Items\" of \"Collections\" holds an invalid text");
   }
   return coverage;
-}
-
-bool Coverage::hasSome(std::string_view server, std::string_view table, ItemKind kind) const {
-  const auto found = collections_.find(folded(server));
-  if (found == collections_.end()) return true;
-  return std::ranges::any_of(found->second, [&](const Collection& collection) {
-    return collection.selection.empty() || collection.rows.coversSome(table, kind);
-  });
-}
-
-bool Coverage::has(std::string_view server, std::string_view table, ItemKind kind,
-                   std::string_view item) const {
-  const auto found = collections_.find(folded(server));
-  if (found == collections_.end()) return true;
-  return std::ranges::any_of(found->second, [&](const Collection& collection) {
-    // Whatever part of a whole collection isn't told any more has been replaced by another's.
-    return collection.rows.covers(table, kind, item) ||
-           (collection.selection.empty() && !collection.rows.coversSome(table, kind));
-  });
 }
 
 }  // namespace inventory

@@ -19,7 +19,6 @@
 
 namespace inventory {
 
-
 // A value bound to a parameter of a statement.
 using Parameter = std::variant<std::monostate, std::int64_t, double, std::string>;
 using Parameters = std::vector<Parameter>;

@@ -15,10 +15,12 @@
 
 namespace inventory {
 
+struct KnownServer;
+
 // Which collection of each server is meant.
 struct Selection {
   std::vector<std::string> servers;  // by their names, without regard to case; none for all
-  std::string at;                    // the latest one published not later than this time; empty for the current one
+  std::string at;  // the latest one published not later than this time; empty for the current one
 };
 
 // A row of a table, valid until the next one.
@@ -31,26 +33,29 @@ class TableRow {
   virtual bool isUnknown(std::size_t column) const = 0;
 };
 
-// Reads an inventory. On a server it sees one state for as long as it lives. In a file it reads each collection in a
-// transaction of its own, so that it keeps nobody from publishing; a collection that was deleted meanwhile is
-// replaced by its server's current one, and `onSuccessor` is called. Members throw Error.
+// Reads an inventory. On a server it sees one state for as long as it lives. In a file it reads each
+// collection in a transaction of its own, so that it keeps nobody from publishing; a collection that was
+// deleted meanwhile is replaced by its server's current one, and `onSuccessor` is called. Members throw
+// Error.
 class Reader {
  public:
   using OnSuccessor = std::function<void(const CollectionInfo& deleted)>;
 
+  // Throws Error for a database without an inventory.
   explicit Reader(Driver& driver, OnSuccessor onSuccessor = {});
   ~Reader();
+  Reader(Reader&&) noexcept;
 
-  // One collection for each server, in the order of the servers' folded names. A server of the selection that isn't
-  // there is left out.
+  // One collection for each server, in the order of the servers' folded names. A server of the selection that
+  // isn't there is left out.
   std::vector<CollectionInfo> collections(const Selection& selection = {});
   // Every kept collection, by server and then from the oldest to the latest.
   std::vector<CollectionInfo> history(const std::vector<std::string>& servers = {});
   // The names of all servers, in the order of their folded names.
   std::vector<std::string> serverNames();
 
-  // Every row of a table (of tables(), "Collections" or "Problems") in some collections, in the order in which they
-  // were published and then collected.
+  // Every row of a table (of tables(), "Collections" or "Problems") in some collections, in the order in
+  // which they were published and then collected.
   void forEachRow(const Table& table, std::span<const CollectionInfo> collections,
                   const std::function<void(const TableRow&)>& each);
 
@@ -74,38 +79,39 @@ struct PublishOptions {
   bool replace = false;  // also a collection that looked at more
 };
 
-// An inventory in a database. Used by one thread at a time, but for publish() where concurrentPublishers() allows
-// more, and for stopWaiting(). Members throw Error.
+// An inventory in a database. Used by one thread at a time, but for publish() where concurrentPublishers()
+// allows more, and for stopWaiting(). Members throw Error.
 class Inventory {
  public:
-  explicit Inventory(std::unique_ptr<Driver> driver);
+  // `force`: also in a database that has other tables and no inventory.
+  Inventory(std::unique_ptr<Driver> driver, bool force);
   ~Inventory();
 
   std::string shownName() const { return driver_->shownName(); }
 
-  // Refuses a database that an inventory can't be published into, or that can't be read.
+  // Refuses a database that an inventory can't be published into.
   void checkWritable();
-  void checkReadable();
 
-  // Makes each collection its server's current one, and deletes collections beyond those to be kept: all of them or
-  // none. A server has one collection among them at most. Throws ServerRefused for a collection that would replace
-  // one that looked at more.
+  // Makes each collection its server's current one, and deletes collections beyond those to be kept: all of
+  // them or none. A server has one collection among them at most. Throws ServerRefused for a collection that
+  // would replace one that looked at more.
   std::vector<Published> publish(std::span<const Collected> collected, const PublishOptions& options = {});
   int concurrentPublishers() const { return driver_->concurrentChanges(); }
 
-  // Puts all collections of another inventory's servers in the place of what is kept of them, all or none. Gives the
-  // rows by table.
+  // Puts all collections of another inventory's servers in the place of what is kept of them, all or none.
+  // Gives the rows by table.
   Published copyFrom(Inventory& source, const std::vector<std::string>& servers);
 
   // Removes servers with all their collections; with a time the collections published before it, but for the
   // current ones. Gives the number of rows. Throws Error for a server that isn't there.
   std::int64_t remove(const std::vector<std::string>& servers, const std::string& before = {});
 
-  // Gives a server another name: in "Server name", in addresses and in the texts of problems. Throws Error where the
-  // server isn't there, and where another one has the name.
+  // Gives a server another name: in "Server name", in addresses and in the texts of problems. Throws Error
+  // where the server isn't there, and where another one has the name.
   void rename(const std::string& server, const std::string& name);
 
-  // How many collections of each server are kept, at least one. What is kept beyond goes at the next publication.
+  // How many collections of each server are kept, at least one. What is kept beyond goes at the next
+  // publication.
   int keep();
   void setKeep(int count);
 
@@ -122,7 +128,13 @@ class Inventory {
   void stopWaiting() { driver_->stopWaiting(); }
 
  private:
+  Change changeOf(std::vector<std::string> keys, std::string subject);
+  [[noreturn]] void failMissing(const std::string& server) const;
+  static void requireUnchanged(const std::map<std::string, KnownServer>& before,
+                               const std::map<std::string, KnownServer>& now);
+
   std::unique_ptr<Driver> driver_;
+  const bool force_;
   std::atomic<std::int64_t> addedRows_ = 0;
 };
 
@@ -130,19 +142,20 @@ class Inventory {
 // and not a file.
 bool isOnServer(std::string_view database);
 
-// A database's name as messages have it: an address without the password that it may hold. Throws Error for an
-// address that can't be one.
+// A database's name as messages have it: an address without the password that it may hold. Throws Error for
+// an address that can't be one.
 std::string shownName(const std::string& database);
 
-// Opens an inventory for reading. Changes nothing, but for rolling back what a killed process left half written.
+// Opens an inventory for reading. Changes nothing, but for rolling back what a killed process left half
+// written.
 std::unique_ptr<Inventory> openForReading(const std::string& database, const Access& access);
 
 // Opens an inventory for publishing; the database need not be there yet, and isn't made before something is
 // published. Fails for one that can't take an inventory.
 std::unique_ptr<Inventory> openForPublishing(const std::string& database, const Access& access);
 
-// Takes a text such as 2026-01-31, 2026-01-31T12:00 or 2026-01-31T12:00:00Z, in UTC, for a moment; what is missing
-// is zero. Throws Error for another text.
+// Takes a text such as 2026-01-31, 2026-01-31T12:00 or 2026-01-31T12:00:00Z, in UTC, for a moment; what is
+// missing is zero. Throws Error for another text.
 std::string momentOf(const std::string& text);
 
 }  // namespace inventory

@@ -1,6 +1,7 @@
 // What goes into an inventory and what comes out of it, whatever the database.
 #pragma once
 
+#include <bitset>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -98,8 +99,6 @@ class Coverage {
 
   // Whether rows of a kind in a table were looked at: of one item, or of any where it is empty.
   bool includes(std::string_view table, ObjectKind kind, std::string_view item = {}) const;
-  // Whether every item's were.
-  bool includesAll(std::string_view table, ObjectKind kind) const;
   // Whether everything that the other one looked at was looked at here too.
   bool covers(const Coverage& other) const;
 
@@ -110,9 +109,10 @@ class Coverage {
   static Coverage fromTexts(std::string_view tables, std::string_view items);
 
  private:
-  static std::string entry(std::string_view table, ObjectKind kind);
+  static constexpr std::size_t kMostEntries = 128;
 
-  std::vector<std::string> entries_;
+  // A bit for each of the two kinds of each table.
+  std::bitset<kMostEntries> looked_;
   // Folded names; nothing for no restriction.
   std::optional<std::vector<std::string>> sites_;
   std::optional<std::vector<std::string>> pools_;
@@ -170,15 +170,18 @@ struct Published {
 struct CollectionInfo {
   std::int64_t id = 0;
   std::int64_t serverId = 0;
-  std::string server;     // as the server's latest collection spells it
-  std::string serverKey;  // folded
+  std::string server;        // as the server's latest collection spells it
+  std::string serverKey;     // folded
+  std::string recordedName;  // as the rows of this collection spell it
   bool isCurrent = false;
   std::string file;
   std::int64_t fileSize = 0;
   std::string fileTime;
   std::string sha256;
+  std::string started;
   std::string published;
   std::string selection;
+  double seconds = 0;
   std::int64_t rows = 0;
   std::string rowsByTable;  // JSON
   std::int64_t problems = 0;

@@ -6,7 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "inventory/model.h"
@@ -44,7 +44,8 @@ class DataRow {
 
  private:
   const Table* table_;
-  const char* bytes_;  // packed: ids, unknown columns, the values' lengths plus 1, the values
+  const char*
+      bytes_;  // packed: both ids, a bit for each unknown column, the values' lengths plus 1, the values
 };
 
 // The data of one collection.
@@ -67,34 +68,37 @@ class ServerData {
   std::vector<DataRow> rowsOf(std::size_t table, std::int64_t object) const;
 
   std::span<const Problem> problems() const { return problems_; }
+  // The object that a problem is about, by its place; 0 for none.
+  std::int64_t problemObject(std::size_t at) const { return problemObjects_[at]; }
 
-  // Why cells of a table's rows about an object are unknown, or why there is no such row: messages of problems,
-  // each once. Empty where none is known.
+  // Why cells of a table's rows about an object are unknown, or why there is no such row: messages of
+  // problems, each once. Empty where none is known.
   std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
 
   // Whether the collection looked at a table's rows about an object; an object of 0 stands for any.
   bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
 
-  // For whoever fills it, in the order of tables.
+  // To fill it: objects and rows in the order of their ids.
   void addObject(ObjectInfo object);
   void addRow(std::size_t table, std::int64_t id, std::int64_t object, std::string_view notKnown,
               std::span<const Cell> cells);
   void addProblem(Problem problem, std::int64_t object);
 
  private:
+  // Rows by object, sorted once they are asked for.
   struct Rows {
     std::vector<const char*> starts;
-    std::unordered_multimap<std::int64_t, std::uint32_t> byObject;
+    mutable std::vector<std::pair<std::int64_t, std::uint32_t>> byObject;
+    mutable bool isSorted = true;
   };
 
   char* allocate(std::size_t size);
 
   CollectionInfo info_;
   std::vector<ObjectInfo> objects_;
-  std::unordered_map<std::int64_t, std::size_t> objectPlaces_;
   std::vector<Rows> tables_;
   std::vector<Problem> problems_;
-  std::unordered_multimap<std::int64_t, std::size_t> problemsByObject_;
+  std::vector<std::int64_t> problemObjects_;
   std::vector<std::unique_ptr<char[]>> blocks_;
   std::size_t left_ = 0;
   char* next_ = nullptr;

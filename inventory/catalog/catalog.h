@@ -47,8 +47,8 @@ struct Column {
   Type type = Type::kText;      // in its table
   Type viewType = Type::kText;  // in views
   std::string_view meaning;
-  // The metabase properties that it is made of, divided by blanks; "*" for none in particular, "-" where it is
-  // known whatever failed.
+  // The metabase properties that it is made of, divided by blanks; "*" for none in particular, "-" where it
+  // is known whatever failed.
   std::string_view properties = {};
   // Documented default values as the table has them, divided by "|", and the page that documents them.
   std::string_view defaults = {};
@@ -159,18 +159,19 @@ constexpr std::string_view listTableOf(ObjectKind itemKind) {
 // kind that may be unknown. By their places.
 std::vector<std::size_t> columnsMadeOf(const Table& table, ObjectKind kind, std::string_view property);
 
-// The data dictionary: of every table and view, or of one by its name without regard to case. Gives false
-// where there is none of that name.
+// A column of a table or view, as the data dictionary has it.
 struct DictionaryEntry {
-  std::string_view relation;
+  std::string relation;
   bool isView = false;
   std::string_view relationMeaning;
-  std::string_view column;
+  std::string column;
   Type type = Type::kText;
-  std::string_view meaning;
+  std::string meaning;
   std::string nullMeaning;
-  std::string_view properties;
+  std::string properties;  // of the metabase
 };
+
+// The data dictionary: of every view and table, in their order.
 std::vector<DictionaryEntry> dictionary();
 
 // The dictionary as a page of Markdown.

@@ -1,0 +1,57 @@
+// The objects of a collection, found by the rows that are about them.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "inventory/model.h"
+#include "inventory/server_data.h"
+
+namespace inventory {
+
+// Makes an object of everything that the first row is about, in the order of discovery. Ids are those of one
+// collection: its number times 2^32, and a number that counts from 1.
+class ObjectRegistry {
+ public:
+  using LineOf = std::function<std::int64_t(const std::string& node)>;
+
+  ObjectRegistry(std::int64_t collectionId, LineOf lineOf);
+
+  // The object of a row, made where it isn't there yet; 0 for a row that says of none.
+  std::int64_t objectOf(const Table& table, ObjectKind kind, Rows& row);
+
+  // The object that a problem is about, 0 for none: the directory at its node, else its site or pool.
+  std::int64_t objectOf(const Problem& problem) const;
+
+  std::span<ObjectInfo> objects() { return objects_; }
+  const ObjectInfo& object(std::int64_t id) const { return objects_[static_cast<std::uint32_t>(id) - 1]; }
+
+  // The site or pool that an object belongs to, by its key.
+  const std::string& itemOf(const ObjectInfo& object) const;
+
+ private:
+  std::int64_t add(ObjectKind kind, std::string key, std::int64_t parent);
+  std::int64_t find(ObjectKind kind, std::string_view key) const;
+  std::int64_t itemObject(ObjectKind kind, std::string_view key);
+  std::int64_t directoryObject(std::string_view parentPath, std::string_view name, std::string_view site);
+
+  const std::int64_t base_;
+  const LineOf lineOf_;
+  std::vector<ObjectInfo> objects_;
+  std::unordered_map<std::string, std::int64_t> byKey_;  // by kind and folded key
+};
+
+// The kind of object that a row of a table is about.
+ObjectKind kindOfRow(const Table& table, Rows& row);
+
+// The path of a node below its server: of "IIS://WEB01/MSFTPSVC/1" it is "MSFTPSVC/1". Empty for another
+// text.
+std::string_view pathBelowServer(std::string_view address);
+
+}  // namespace inventory

@@ -1,0 +1,21 @@
+// The tables and views of an inventory in a database.
+#pragma once
+
+#include <string>
+
+#include "inventory/driver.h"
+
+namespace inventory {
+
+// The version of the data model. Another one is refused; additions to this one are made in place.
+inline constexpr int kSchemaVersion = 2;
+
+// Brings the schema up to date where `mayChange`; gives true where there is nothing to do. `name` is the
+// database's. Throws Error for a database with other tables and no inventory, unless `force`, and for an
+// inventory of another version.
+bool prepareSchema(Session& session, const std::string& name, bool force, bool mayChange);
+
+// Throws Error for a database without an inventory of this version.
+void requireInventory(Session& session, const std::string& name);
+
+}  // namespace inventory

@@ -1,0 +1,356 @@
+// SQLite as a database of an inventory: one file, a writer at a time.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+
+#include "inventory/driver.h"
+#include "inventory/names.h"
+#include "sqlite/database.h"
+
+namespace inventory {
+namespace {
+
+using sqlite::Database;
+using sqlite::Statement;
+namespace fs = std::filesystem;
+
+// Failures of the database as those of the inventory.
+template <typename Work>
+decltype(auto) attempt(const Work& work) {
+  try {
+    return work();
+  } catch (const sqlite::Error& error) {
+    if (error.cause() == sqlite::Cause::kLocked) throw Locked(error.what());
+    throw Error(error.what());
+  }
+}
+
+void bindAll(Statement& statement, const Parameters& parameters) {
+  for (std::size_t at = 0; at < parameters.size(); ++at) {
+    const std::string name = "$" + std::to_string(at + 1);
+    const int place = sqlite3_bind_parameter_index(statement.raw(), name.c_str());
+    if (place == 0) continue;
+    const Parameter& parameter = parameters[at];
+    if (const auto* const text = std::get_if<std::string>(&parameter)) {
+      statement.bind(place, *text);
+    } else if (const auto* const integer = std::get_if<std::int64_t>(&parameter)) {
+      statement.bind(place, *integer);
+    } else if (const auto* const real = std::get_if<double>(&parameter)) {
+      statement.bind(place, *real);
+    } else {
+      statement.bindNull(place);
+    }
+  }
+}
+
+// A database with the statements that were prepared for it, each once.
+class Handle {
+ public:
+  Handle(const std::string& file, Database::Mode mode, std::chrono::milliseconds wait)
+      : database_(file, mode, wait) {}
+
+  Database& database() { return database_; }
+
+  Statement& statement(const std::string& sql) {
+    if (statements_.size() > kMostStatements) statements_.clear();
+    const auto found = statements_.find(sql);
+    if (found == statements_.end()) return statements_.emplace(sql, database_.prepare(sql)).first->second;
+    found->second.reset();
+    return found->second;
+  }
+
+ private:
+  static constexpr std::size_t kMostStatements = 256;
+
+  Database database_;
+  std::unordered_map<std::string, Statement> statements_;
+};
+
+class SqliteCursor : public Cursor {
+ public:
+  SqliteCursor(Statement& statement, Parameters parameters)
+      : statement_(statement), parameters_(std::move(parameters)) {
+    bindAll(statement_, parameters_);
+  }
+  ~SqliteCursor() override { statement_.reset(); }
+
+  bool next() override {
+    return attempt([&] { return statement_.step(); });
+  }
+  Cell cell(std::size_t column) override { return statement_.text(static_cast<int>(column)); }
+  std::size_t columnCount() const override { return static_cast<std::size_t>(statement_.columnCount()); }
+
+ private:
+  Statement& statement_;
+  const Parameters parameters_;  // the statement refers to their texts
+};
+
+class SqliteInserter : public Inserter {
+ public:
+  explicit SqliteInserter(Statement& statement) : statement_(statement) {}
+
+  void text(Cell value) override { statement_.bindOrNull(++at_, value); }
+  void integer(std::int64_t value) override { statement_.bind(++at_, value); }
+  void real(double value) override { statement_.bind(++at_, value); }
+  void boolean(bool value) override { statement_.bind(++at_, std::int64_t{value}); }
+  void null() override { statement_.bindNull(++at_); }
+  void endRow() override {
+    attempt([&] { statement_.run(); });
+    at_ = 0;
+  }
+  void finish() override {}
+
+ private:
+  Statement& statement_;
+  int at_ = 0;
+};
+
+class SqliteSession : public Session {
+ public:
+  SqliteSession(Handle& handle, const Dialect& dialect) : handle_(handle), dialect_(dialect) {}
+
+  const Dialect& dialect() const override { return dialect_; }
+
+  std::int64_t execute(const std::string& sql, const Parameters& parameters) override {
+    return attempt([&] {
+      Statement& statement = handle_.statement(sql);
+      bindAll(statement, parameters);
+      statement.run();
+      return handle_.database().changes();
+    });
+  }
+
+  void executeAll(const std::string& sql) override {
+    attempt([&] { handle_.database().execute(sql); });
+  }
+
+  std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters) override {
+    return attempt([&] { return std::make_unique<SqliteCursor>(handle_.statement(sql), parameters); });
+  }
+
+  std::unique_ptr<Inserter> insertInto(std::string_view table,
+                                       std::span<const InsertColumn> columns) override {
+    std::string names, values;
+    for (const InsertColumn& column : columns) {
+      names += (names.empty() ? "" : ", ") + quotedName(column.name);
+      values += values.empty() ? "?" : ", ?";
+    }
+    const std::string sql =
+        "insert into " + dialect_.table(table) + " (" + names + ") values (" + values + ")";
+    return attempt([&] { return std::make_unique<SqliteInserter>(handle_.statement(sql)); });
+  }
+
+  std::vector<Relation> relations() override {
+    return attempt([&] {
+      std::vector<Relation> all;
+      Statement& look = handle_.statement(
+          "select m.name, m.type, m.sql, p.name from sqlite_schema m join pragma_table_info(m.name) p "
+          "where m.type in ('table', 'view') and m.name not like 'sqlite~_%' escape '~' order by m.rowid, "
+          "p.cid");
+      while (look.step()) {
+        const std::string name(look.text(0).value_or(""));
+        if (all.empty() || all.back().name != name) {
+          const bool isView = look.text(1) == "view";
+          all.push_back({name, isView, {}, isView ? std::string(look.text(2).value_or("")) : std::string()});
+        }
+        all.back().columns.emplace_back(look.text(3).value_or(""));
+      }
+      return all;
+    });
+  }
+
+  void createView(const std::string& name, const std::string& select) override {
+    executeAll("drop view if exists " + quotedName(name) + ";" + viewDefinition(name, select));
+  }
+  // As sqlite_schema keeps it.
+  std::string viewDefinition(const std::string& name, const std::string& select) const override {
+    return "CREATE VIEW " + quotedName(name) + " as " + select;
+  }
+
+ protected:
+  Handle& handle_;
+
+ private:
+  const Dialect& dialect_;
+};
+
+class SqliteReading : public SqliteSession {
+ public:
+  SqliteReading(Handle& handle, const Dialect& dialect)
+      : SqliteSession(handle, dialect), transaction_(handle.database()) {}
+
+ private:
+  sqlite::ReadTransaction transaction_;
+};
+
+class SqliteDriver : public Driver {
+ public:
+  SqliteDriver(std::string file, const Access& access) : file_(std::move(file)), access_(access) {}
+
+  void openForReading() { open(Database::Mode::kReadOnly); }
+
+  void openForChange() {
+    std::error_code error;
+    if (!fs::exists(file_, error) && !error) return requireWritableDirectory("create", file_);
+    open(Database::Mode::kReadWrite);
+    // SQLite's journal is beside the file itself, wherever links to it are.
+    requireWritableDirectory("use", fs::canonical(file_, error));
+    leaveWriteAheadMode();
+  }
+
+  std::string shownName() const override { return file_; }
+  const Dialect& dialect() const override { return dialect_; }
+  bool readsConcurrently() const override { return false; }
+
+  std::unique_ptr<Session> read() override {
+    if (handle_ == nullptr) openForReading();
+    return attempt([&] { return std::make_unique<SqliteReading>(*handle_, dialect_); });
+  }
+
+  void checkWritable(const std::function<void(Session&)>& checkSchema) override {
+    if (handle_ == nullptr) return;
+    const auto session = read();
+    checkSchema(*session);
+  }
+
+  // Changes the file that has the name.
+  void change(const Change& change) override {
+    for (int tries = 1;; ++tries) {
+      const bool isNew = openOrCreate();
+      try {
+        if (attempt([&] { return changeOnce(change); })) return;
+      } catch (...) {
+        if (isNew) removeEmptyFile();
+        throw;
+      }
+      // Another file has taken the name since this one was opened.
+      handle_.reset();
+      if (hasChanged_)
+        throw Error("cannot use the database '" + file_ + "': it was moved or replaced during this run");
+      if (tries == kMostTries)
+        throw Error("cannot use the database '" + file_ + "': it keeps being replaced");
+    }
+  }
+
+  // Rows are found by keys alone, for which SQLite needs no statistics.
+  void analyze(std::span<const std::string>) override {}
+
+  std::vector<std::string> checkIntegrity() override {
+    const auto session = read();
+    const auto rows = session->query("pragma integrity_check");
+    std::vector<std::string> lines;
+    while (rows->next()) {
+      if (rows->cell(0) != "ok") lines.push_back(rows->text(0));
+    }
+    return lines;
+  }
+
+  void stopWaiting() override { stopWaiting_ = true; }
+
+ private:
+  static constexpr int kMostTries = 5;
+  // What a change may take of memory before SQLite writes into the file ahead of the commit.
+  static constexpr int kCacheKibibytes = 16 * 1024;
+
+  void open(Database::Mode mode) {
+    attempt([&] {
+      handle_ = std::make_unique<Handle>(file_, mode, access_.wait);
+      Database& database = handle_->database();
+      database.stopWaitingWhen(stopWaiting_);
+      sqlite3_db_config(database.raw(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+      database.execute("pragma synchronous = full; pragma cache_size = -" + std::to_string(kCacheKibibytes));
+    });
+  }
+
+  void requireWritableDirectory(const std::string& verb, const fs::path& file) const {
+    const auto refuse = [&](const std::string& why) {
+      throw Error("cannot " + verb + " the database '" + file_ + "': " + why);
+    };
+    const fs::path folder = fs::absolute(file).parent_path();
+    std::error_code error;
+    if (!fs::is_directory(folder, error)) refuse("its directory does not exist");
+    if (::access(folder.c_str(), W_OK | X_OK) != 0)
+      refuse(std::string("its directory is not writable: ") + std::strerror(errno));
+  }
+
+  // Opens the file where it isn't open. Gives whether that created it.
+  bool openOrCreate() {
+    if (handle_ != nullptr) return false;
+    std::error_code error;
+    const bool isThere = fs::exists(file_, error);
+    open(Database::Mode::kCreate);
+    return !isThere;
+  }
+
+  // Removes a file that nothing was written to. A process that has opened it meanwhile finds out once it has
+  // the lock.
+  void removeEmptyFile() noexcept {
+    if (handle_ == nullptr) return;
+    try {
+      // Without a file for the journal: there may be no space for it.
+      handle_->database().execute("pragma journal_mode = memory; begin exclusive");
+      if (fs::file_size(file_) == 0 && !handle_->database().hasMoved()) fs::remove(file_);
+    } catch (const std::exception&) {
+      // Another process is using it.
+    }
+    handle_.reset();
+  }
+
+  void leaveWriteAheadMode() {
+    attempt([&] {
+      Database& database = handle_->database();
+      if (database.value("pragma journal_mode") == "wal") {
+        if (database.value("pragma journal_mode = delete") != "delete")
+          throw Locked("cannot use the database '" + file_ + "': it is locked by another process");
+        // For one process alone SQLite neither uses nor removes the index of the log that a killed one has
+        // left.
+        std::error_code ignored;
+        fs::remove(std::string(sqlite3_db_filename(database.raw(), "main")) + "-shm", ignored);
+      }
+      database.execute("pragma locking_mode = normal; select count(*) from sqlite_schema");
+    });
+  }
+
+  // False where another file has taken the name.
+  bool changeOnce(const Change& change) {
+    Database& database = handle_->database();
+    sqlite::Transaction transaction(database);
+    if (database.hasMoved()) return false;
+    SqliteSession session(*handle_, dialect_);
+    const std::string version = database.value("pragma schema_version");
+    if (version != preparedVersion_) change.prepare(session, true);
+    change.work(session, false);
+    transaction.commit();
+    if (database.hasMoved())
+      throw Error("the database '" + file_ + "' was moved or replaced while it was written to");
+    preparedVersion_ = database.value("pragma schema_version");
+    hasChanged_ = true;
+    return true;
+  }
+
+  const std::string file_;
+  const Access access_;
+  const Dialect dialect_{Dialect::Kind::kSqlite, ""};
+  std::atomic<bool> stopWaiting_ = false;
+  std::unique_ptr<Handle> handle_;
+  std::string preparedVersion_;
+  bool hasChanged_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Driver> openSqlite(const std::string& file, const Access& access, bool forChange) {
+  auto driver = std::make_unique<SqliteDriver>(file, access);
+  forChange ? driver->openForChange() : driver->openForReading();
+  return driver;
+}
+
+}  // namespace inventory
