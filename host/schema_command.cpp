@@ -14,8 +14,8 @@ namespace {
 using Entries = std::vector<inventory::DictionaryEntry>;
 
 constexpr const char* kFooter =
-    "Without TABLE, all tables and views. 'Null' says what null means in a column, and\n"
-    "'Properties' which metabase properties its values come from.\n"
+    "Without TABLE, all tables and views. 'Null' says what null means in a column,\n"
+    "and 'Properties' which metabase properties its values come from.\n"
     "\n"
     "Examples:\n"
     "  iisinventory schema ftp_site\n"

@@ -18,9 +18,8 @@ using Strings = std::vector<std::string>;
 constexpr int kMaxKeep = 1000;
 
 constexpr const char* kServersFooter =
-    "Times are UTC. A database keeps the latest N collections of each server, 1 unless\n"
-    "--set-keep says otherwise; older ones are deleted when the server is next\n"
-    "published.\n"
+    "Times are UTC. A database keeps the latest N collections of each server, 1 by\n"
+    "default; older ones are deleted when the server is next published.\n"
     "\n"
     "Examples:\n"
     "  iisinventory servers -d inventory.db\n"
@@ -173,14 +172,15 @@ void addServers(CLI::App& program, Work& work) {
   CLI::App& command = *program.add_subcommand("servers", "List the servers in a database");
   addDatabase(command, raw->database);
   addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
-  CLI::Option& history = *command.add_flag("--history", raw->history, "List every collection that is kept");
+  command.add_flag("--history", raw->history, "List every collection that is kept");
   addFormat(command, raw->format);
   command.add_option("--set-keep", raw->keep, "Collections to keep of each server")
       ->type_name("N")
-      ->check(CLI::Range(1, kMaxKeep).description(""))
-      ->excludes(&history);
+      ->check(CLI::Range(1, kMaxKeep).description(""));
   command.footer(kServersFooter);
   command.callback([raw, &work] {
+    if (raw->keep > 0 && (raw->history || !raw->servers.empty()))
+      throw UsageError("--set-keep excludes --history and --server");
     work = [request = requestOf(*raw, "--server"), keep = raw->keep](Output& output) {
       return keep > 0 ? setKeep(request, keep, output) : listServers(request, output);
     };
