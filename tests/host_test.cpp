@@ -84,9 +84,9 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
   Database(foreign, Database::Mode::kCreate, {}).execute("create table other (a)");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{}, "--help"},
-      {{"gather"}, "there is no command 'gather'; there are: collect, "},
+      {{"gather"}, "no command 'gather'; commands: collect, "},
       {{"colect"}, "did you mean 'collect'?"},
-      {{"collect", "--databse", here}, "there is no option '--databse'; did you mean '--database'?"},
+      {{"collect", "--databse", here}, "no option '--databse' (did you mean '--database'?)"},
       {{"collect", "--database", here}, "METABASE is required"},
       {{"collect", kWeb01}, "--database is required"},
       {{"collect", kWeb01, "--database", path("no/such.db")}, "it doesn't exist"},
@@ -102,7 +102,7 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
       {{"collect", broken, "--database", here}, "broken: " + broken},
       {{"collect", path("gone.xml"), "--database", here}, "gone: " + path("gone.xml")},
       {{"collect", "-", "--database", here}, "put a name and '='"},
-      {{"collect", "A=" SAMPLES_DIRECTORY, "--database", here}, "there are 2 metabases in it"},
+      {{"collect", "A=" SAMPLES_DIRECTORY, "--database", here}, "NAME= needs exactly one metabase; found 2"},
       {{"collect", folder_.folder("empty").string(), "--database", here}, "there is no metabase in "},
       {{"show", "--database", here}, "there is no such file"},
       {{"show", "--database", noDatabase}, "it is not a database"},
@@ -121,7 +121,8 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
     EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
     EXPECT_FALSE(fs::exists(here));
   }
-  for (const char* command : {"", "collect", "check", "show", "report", "findings", "diff", "copy"}) {
+  for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "diff",
+                              "rename", "remove", "copy", "verify", "schema"}) {
     const Result help = *command == '\0' ? run({"--help"}) : run({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("Example"), std::string::npos);
@@ -303,6 +304,46 @@ TEST_F(Host, ShowsWhatIsAskedForAndWhatIsNotKnown) {
     const std::string told = shown(arguments, 2);
     EXPECT_NE(told.find(words), std::string::npos) << told;
   }
+}
+
+TEST_F(Host, ReadsCollectionsOfTheHistory) {
+  const auto on = [&](Arguments arguments, int status = 0) {
+    arguments.insert(arguments.end(), {"--database", database_});
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, status) << result.err;
+    return result.out + result.err;
+  };
+  const auto listed = [&](Arguments arguments) {
+    arguments.insert(arguments.end(), {"--format", "json"});
+    return json::parse(on(arguments));
+  };
+  ASSERT_EQ(collect({"WEB=" + kLegacy}).status, 1);
+  EXPECT_NE(on({"servers", "--set-keep", "2"}).find("keeps 2 collections of each server (before: 1)"),
+            std::string::npos);
+  ASSERT_EQ(collect({"WEB=" + kWeb01}).status, 0);
+  EXPECT_NE(on({"servers"}).find("keeps the latest 2 collections"), std::string::npos);
+  const json history = listed({"servers", "--history", "--server", "web"});
+  ASSERT_EQ(history.size(), 2U);
+  EXPECT_EQ(history[0]["Current"], "no");
+  EXPECT_EQ(history[1]["File"], kWeb01);
+  const std::string time = history[0]["Collected"];
+  EXPECT_EQ(listed({"show", "ftp_site"}).size(), 12U);
+  const json sites = listed({"show", "FTP_site", "--at", time, "--where", "identifier!=1"});
+  EXPECT_EQ(sites.size(), 2U);
+  EXPECT_TRUE(sites[0]["identifier"].is_number() && sites[0]["logging"].is_boolean()) << sites[0];
+  std::vector<std::string> columns;
+  for (const json& entry : json::parse(run({"schema", "ftp_SITE", "--format", "json"}).out))
+    columns.push_back(entry["Column"]);
+  for (const auto& [name, value] : sites[0].items())
+    EXPECT_NE(std::ranges::find(columns, name), columns.end()) << name;
+  EXPECT_EQ(listed({"show", "--at", time})[0]["Rows"], 3);
+  EXPECT_NE(on({"show", "--at", "2000-01-01"}, 2).find("no collections at 2000-01-01T"), std::string::npos);
+  EXPECT_NE(run({"schema", "ftp_sit"}).err.find("did you mean 'ftp_site'?"), std::string::npos);
+  EXPECT_NE(on({"verify"}).find(": 2 collections of 1 server, no problems found\n"), std::string::npos);
+  EXPECT_NE(on({"remove", "WEB", "--before", "9999-01-01"}).find(": 31 rows\n"), std::string::npos);
+  EXPECT_EQ(listed({"servers", "--history"}).size(), 1U);
+  Database(database_, Database::Mode::kReadWrite, {}).execute("delete from tblHealth");
+  EXPECT_NE(on({"verify"}, 1).find("tblHealth"), std::string::npos);
 }
 
 // A file that stands there already is replaced whole, keeps who may read it, and isn't the database; what

@@ -169,6 +169,7 @@ struct DictionaryEntry {
   std::string meaning;
   std::string nullMeaning;
   std::string properties;  // of the metabase
+  bool isBookkeeping = false;  // of the inventory itself; not shown
 };
 
 // The data dictionary: of every view and table, in their order.
