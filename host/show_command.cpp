@@ -9,8 +9,8 @@ namespace {
 constexpr const char* kFooter =
     "TABLE is a table, a view or a tab: General for tblGeneral; see 'iisinventory\n"
     "schema'. Without TABLE, lists the tables and their row counts. CONDITION is\n"
-    "COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT (contains), without regard to case; all\n"
-    "of them must be met. TIME is 2026-01-31, 2026-01-31T12:00 or the like.\n"
+    "COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT (contains), without regard to case;\n"
+    "all of them must be met. TIME is 2026-01-31, 2026-01-31T12:00 or the like.\n"
     "\n"
     "A value that could not be read shows as 'not known'; csv and json keep what is\n"
     "stored, and name such columns in a last column, 'Not known'.\n"

@@ -306,6 +306,46 @@ TEST_F(Host, ShowsWhatIsAskedForAndWhatIsNotKnown) {
   }
 }
 
+TEST_F(Host, ReadsCollectionsOfTheHistory) {
+  const auto on = [&](Arguments arguments, int status = 0) {
+    arguments.insert(arguments.end(), {"--database", database_});
+    const Result result = run(arguments);
+    EXPECT_EQ(result.status, status) << result.err;
+    return result.out + result.err;
+  };
+  const auto listed = [&](Arguments arguments) {
+    arguments.insert(arguments.end(), {"--format", "json"});
+    return json::parse(on(arguments));
+  };
+  ASSERT_EQ(collect({"WEB=" + kLegacy}).status, 1);
+  EXPECT_NE(on({"servers", "--set-keep", "2"}).find("keeps 2 collections of each server (before: 1)"),
+            std::string::npos);
+  ASSERT_EQ(collect({"WEB=" + kWeb01}).status, 0);
+  EXPECT_NE(on({"servers"}).find("keeps the latest 2 collections"), std::string::npos);
+  const json history = listed({"servers", "--history", "--server", "web"});
+  ASSERT_EQ(history.size(), 2U);
+  EXPECT_EQ(history[0]["Current"], "no");
+  EXPECT_EQ(history[1]["File"], kWeb01);
+  const std::string time = history[0]["Collected"];
+  EXPECT_EQ(listed({"show", "ftp_site"}).size(), 12U);
+  const json sites = listed({"show", "FTP_site", "--at", time, "--where", "identifier!=1"});
+  EXPECT_EQ(sites.size(), 2U);
+  EXPECT_TRUE(sites[0]["identifier"].is_number() && sites[0]["logging"].is_boolean()) << sites[0];
+  std::vector<std::string> described;
+  for (const json& entry : json::parse(run({"schema", "ftp_SITE", "--format", "json"}).out))
+    described.push_back(entry["Column"]);
+  for (const auto& [name, value] : sites[0].items())
+    EXPECT_NE(std::ranges::find(described, name), described.end()) << name;
+  EXPECT_EQ(listed({"show", "--at", time})[0]["Rows"], 3);
+  EXPECT_NE(on({"show", "--at", "2000-01-01"}, 2).find("no collections at 2000-01-01T"), std::string::npos);
+  EXPECT_NE(run({"schema", "ftp_sit"}).err.find("did you mean 'ftp_site'?"), std::string::npos);
+  EXPECT_NE(on({"verify"}).find(": 2 collections of 1 server, no problems found\n"), std::string::npos);
+  EXPECT_NE(on({"remove", "WEB", "--before", "9999-01-01"}).find(": 31 rows\n"), std::string::npos);
+  EXPECT_EQ(listed({"servers", "--history"}).size(), 1U);
+  Database(database_, Database::Mode::kReadWrite, {}).execute("delete from tblHealth");
+  EXPECT_NE(on({"verify"}, 1).find("tblHealth"), std::string::npos);
+}
+
 // A file that stands there already is replaced whole, keeps who may read it, and isn't the database; what
 // isn't a file stays what it is.
 TEST_F(Host, WritesAPageWhereItIsToldTo) {
