@@ -103,7 +103,7 @@ class Collection : private Publisher::Listener {
         publisher_(*inventory_, inventory::shownName(options.database), options.jobs, *this),
         logWait_(options.access.wait),
         rows_(inventory::tables().size(), 0),
-        fates_(servers_.size(), Fate::kOpen) {}
+        states_(servers_.size(), PublishState::kOpen) {}
 
   ~Collection() override { signals_.ignore(); }
 
@@ -113,7 +113,7 @@ class Collection : private Publisher::Listener {
     for (const std::string& text : findings_) fail(text);
     collectAll();
     publisher_.finish();
-    tellLeftOver();
+    reportUnprocessed();
     reportUnknown(options_.selection.sites, foundSites_, "FTP site");
     reportUnknown(options_.selection.pools, foundPools_, "application pool");
     return summarize();
@@ -124,7 +124,7 @@ class Collection : private Publisher::Listener {
   void fail(const std::string& text) {
     progress_.aside([&] { complain(text); });
     const std::lock_guard lock(mutex_);
-    ++complaints_;
+    ++errorCount_;
   }
 
   void note(const std::string& text) {
@@ -146,7 +146,7 @@ class Collection : private Publisher::Listener {
       outputFailed_ = true;
       complain(error.what());
       const std::lock_guard lock(mutex_);
-      ++complaints_;
+      ++errorCount_;
     }
   }
 
@@ -192,34 +192,34 @@ class Collection : private Publisher::Listener {
     } catch (const std::exception& error) {
       // Others may have better luck with what is left.
       const std::lock_guard lock(mutex_);
-      if (whyLeft_.empty()) whyLeft_ = error.what();
+      if (workerError_.empty()) workerError_ = error.what();
     }
   }
 
   void collectOne(std::size_t place, PrivateLogs& logs) {
     const Server& server = servers_[place];
     const auto lane = progress_.begin(server.name, place + 1);
-    auto finished = std::make_unique<Finished>();
+    auto finished = std::make_unique<CollectedServer>();
     finished->place = place;
-    if (gather(server, logs, lane, *finished)) {
-      hand(std::move(finished));
+    if (tryCollect(server, logs, lane, *finished)) {
+      submit(std::move(finished));
       return;
     }
-    settle(place, Fate::kRefused);
-    if (finished->workplace != nullptr) publisher_.giveBack(std::move(finished->workplace));
+    setState(place, PublishState::kRefused);
+    if (finished->staging != nullptr) publisher_.recycle(std::move(finished->staging));
   }
 
   // Collects a server, whose logs are kept in any case. Tells why where it gives nothing to publish.
-  bool gather(const Server& server, PrivateLogs& logs, const std::shared_ptr<ProgressLine::Lane>& lane,
-              Finished& finished) {
+  bool tryCollect(const Server& server, PrivateLogs& logs, const std::shared_ptr<ProgressLine::Lane>& lane,
+              CollectedServer& finished) {
     bool isWhole = false;
     try {
       logs.application.clear();
       logs.server.clear();
-      finished.workplace = publisher_.workplace();
-      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.workplace,
+      finished.staging = publisher_.staging();
+      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.staging,
                                        logs, progress_.updaters(lane));
-      finished.rows = sum(finished.workplace->rowCounts());
+      finished.rows = sum(finished.staging->rowCounts());
       isWhole = true;
     } catch (const Failure& failure) {
       fail(server.name + ": " + automation::toUtf8(failure.description()));
@@ -227,7 +227,7 @@ class Collection : private Publisher::Listener {
       fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
       // Where the private database has failed that is the cause of what followed.
-      const std::string why = finished.workplace != nullptr ? finished.workplace->database().breakdown() : "";
+      const std::string why = finished.staging != nullptr ? finished.staging->database().breakdown() : "";
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);
@@ -260,7 +260,7 @@ class Collection : private Publisher::Listener {
     return options_.logDirectory / (server + ".log");
   }
 
-  void hand(std::unique_ptr<Finished> finished) {
+  void submit(std::unique_ptr<CollectedServer> finished) {
     const Outcome& outcome = finished->outcome;
     const std::string& server = servers_[finished->place].name;
     {
@@ -268,18 +268,18 @@ class Collection : private Publisher::Listener {
       for (const std::string& remark : outcome.remarks) remarks_[remark].push_back(server);
       foundSites_.insert(outcome.foundSites.begin(), outcome.foundSites.end());
       foundPools_.insert(outcome.foundPools.begin(), outcome.foundPools.end());
-      ++looked_;
+      ++collectedCount_;
       for (const inventory::Problem& problem : outcome.result.problems) groups_.add(server, problem);
     }
-    if (finished->rows > 0) return options_.dryRun ? foresee(*finished) : publisher_.add(std::move(finished));
-    settle(finished->place, Fate::kRefused);
-    publisher_.giveBack(std::move(finished->workplace));
+    if (finished->rows > 0) return options_.dryRun ? addDryRunRow(*finished) : publisher_.add(std::move(finished));
+    setState(finished->place, PublishState::kRefused);
+    publisher_.recycle(std::move(finished->staging));
     fail(server + ": gives no row in any table, so nothing is published");
   }
 
   // What would be published, in a dry run.
-  void foresee(Finished& finished) {
-    const inventory::RowCounts counts = finished.workplace->rowCounts();
+  void addDryRunRow(CollectedServer& finished) {
+    const inventory::RowCounts counts = finished.staging->rowCounts();
     const Selection& selection = options_.selection;
     const auto items = [&](Side side, std::string_view list, bool isSelected,
                            const std::vector<std::string>& found) {
@@ -302,20 +302,20 @@ class Collection : private Publisher::Listener {
       const auto& problems = groups_.problemsByServer();
       if (const auto found = problems.find(server.name); found != problems.end())
         row[4] = std::to_string(found->second);
-      foreseen_.emplace(finished.place, std::move(row));
+      dryRunRows_.emplace(finished.place, std::move(row));
       for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += counts[at];
     }
-    settle(finished.place, Fate::kPublished);
-    publisher_.giveBack(std::move(finished.workplace));
+    setState(finished.place, PublishState::kPublished);
+    publisher_.recycle(std::move(finished.staging));
   }
 
-  void published(const Finished& finished, const inventory::Published& published) noexcept override {
+  void published(const CollectedServer& finished, const inventory::Published& published) noexcept override {
     const std::lock_guard lock(mutex_);
-    fates_[finished.place] = Fate::kPublished;
+    states_[finished.place] = PublishState::kPublished;
     for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += published.added[at];
   }
 
-  void tellPublished(const Finished& finished, const inventory::Published& published) noexcept override {
+  void onReported(const CollectedServer& finished, const inventory::Published& published) noexcept override {
     const std::string& server = servers_[finished.place].name;
     const std::int64_t replaced = sum(published.replaced);
     try {
@@ -343,8 +343,8 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  void tellRefused(const Finished& finished, const char* why) noexcept override {
-    settle(finished.place, Fate::kRefused);
+  void onFailed(const CollectedServer& finished, const char* why) noexcept override {
+    setState(finished.place, PublishState::kRefused);
     try {
       fail(servers_[finished.place].name + ": not published: " + why);
     } catch (const std::bad_alloc&) {
@@ -353,75 +353,75 @@ class Collection : private Publisher::Listener {
   }
 
   // What has become of a server, or would have. The former rows of one that isn't published stand.
-  enum class Fate : char { kOpen, kPublished, kRefused };
+  enum class PublishState : char { kOpen, kPublished, kRefused };
 
-  void settle(std::size_t place, Fate fate) noexcept {
+  void setState(std::size_t place, PublishState fate) noexcept {
     const std::lock_guard lock(mutex_);
-    fates_[place] = fate;
+    states_[place] = fate;
   }
 
   std::vector<std::string> namesOf(bool published) const {
     std::vector<std::string> names;
     for (std::size_t at = 0; at < servers_.size(); ++at) {
-      if ((fates_[at] == Fate::kPublished) == published) names.push_back(servers_[at].name);
+      if ((states_[at] == PublishState::kPublished) == published) names.push_back(servers_[at].name);
     }
     return names;
   }
 
   // Servers that nobody was left to collect.
-  void tellLeftOver() {
+  void reportUnprocessed() {
     for (std::size_t place = 0; place < servers_.size(); ++place) {
-      if (fates_[place] != Fate::kOpen) continue;
-      settle(place, Fate::kRefused);
-      fail(servers_[place].name + ": not published: the collection couldn't go on: " + whyLeft_);
+      if (states_[place] != PublishState::kOpen) continue;
+      setState(place, PublishState::kRefused);
+      fail(servers_[place].name + ": not published: the collection couldn't go on: " + workerError_);
     }
   }
 
   void reportUnknown(const std::vector<std::string>& wanted, const std::set<std::string>& found,
                      const char* what) {
-    if (looked_ == 0) return;
+    if (collectedCount_ == 0) return;
     for (const std::string& item : std::set<std::string>(wanted.begin(), wanted.end())) {
       if (found.contains(item)) continue;
       complain(std::string("there is no ") + what + " '" + item + "'" +
-               (looked_ == 1 ? "" : " on any of the servers"));
-      ++complaints_;
+               (collectedCount_ == 1 ? "" : " on any of the servers"));
+      ++errorCount_;
     }
   }
 
   int summarize() {
-    if (!options_.dryRun) tellFormerRows();
+    if (!options_.dryRun) reportKept();
     const std::int64_t problems = groups_.problems();
     const std::size_t published = namesOf(true).size();
     if (!options_.quiet) {
       print([&] {
-        if (published > 0 && options_.dryRun) printForeseen();
+        if (published > 0 && options_.dryRun) printDryRun();
         printRemarks();
         if (published > 0) printRows(published);
         const std::size_t width = ::isatty(STDOUT_FILENO) != 0 ? terminalColumns(STDOUT_FILENO) : 100;
         groups_.print(output_, width);
         printServersWithProblems(width);
-        if (problems == 0 && complaints_ == 0) output_.write("no problems\n");
+        if (problems == 0 && errorCount_ == 0) output_.write("no problems\n");
         if (options_.dryRun) {
           output_.write("nothing was written\n");
         } else if (problems + groups_.notes() > 0) {
-          output_.write("all of them: " + harmless(whereProblemsStand(published)) + "\n");
+          output_.write("all of them: " + harmless(problemsHint(published)) + "\n");
         }
       });
     } else if (problems > 0) {
       complain(counted(problems, "problem", "problems") +
-               (options_.dryRun ? "" : ", told by " + whereProblemsStand(published)));
+               (options_.dryRun ? "" : ", told by " + problemsHint(published)));
     }
     if (published == 0) return kNothing;
-    return problems + complaints_ > 0 || published < servers_.size() ? kWithProblems : kAllWell;
+    return problems + errorCount_ > 0 || published < servers_.size() ? kWithProblems : kAllWell;
   }
 
-  std::string whereProblemsStand(std::size_t published) const {
+  std::string problemsHint(std::size_t published) const {
     return (published > 0 ? "'iisinventory show Problems' and the logs in " : "the logs in ") +
            options_.logDirectory.string();
   }
 
   // What stands of the servers that weren't published.
-  void tellFormerRows() {
+  void reportKept() {
     for (const std::string& server : namesOf(false)) {
       try {
         if (const std::int64_t rows = inventory_->rowsOf(server); rows > 0) {
@@ -435,7 +435,7 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  void printForeseen() {
+  void printDryRun() {
     const Listing listing{{{"Server"},
                            {"FTP sites", true},
                            {"Pools", true},
@@ -444,7 +444,7 @@ class Collection : private Publisher::Listener {
                            {"Collected (UTC)"},
                            {"File"}},
                           [this](const std::function<void(const Row&)>& each) {
-                            for (const auto& [place, row] : foreseen_) each(row);
+                            for (const auto& [place, row] : dryRunRows_) each(row);
                           }};
     host::print(listing, {}, output_);
     output_.write("\n");
@@ -529,16 +529,16 @@ class Collection : private Publisher::Listener {
   std::atomic<std::size_t> next_ = 0;
   bool outputFailed_ = false;
   std::mutex mutex_;  // of what stands below, while there are several threads
-  std::int64_t looked_ = 0;
-  std::int64_t complaints_ = 0;
+  std::int64_t collectedCount_ = 0;
+  std::int64_t errorCount_ = 0;
   ProblemGroups groups_;
   inventory::RowCounts rows_;
   std::map<std::string, std::vector<std::string>> remarks_;  // with the servers
-  std::map<std::size_t, Row> foreseen_;                      // by the server's place
+  std::map<std::size_t, Row> dryRunRows_;                      // by the server's place
   std::int64_t replacedRows_ = 0;
   std::vector<std::string> replaced_;  // servers that had some
-  std::vector<Fate> fates_;            // by the server's place
-  std::string whyLeft_;                // nobody was left to collect what is still open
+  std::vector<PublishState> states_;            // by the server's place
+  std::string workerError_;                // nobody was left to collect what is still open
   std::set<std::string> foundSites_;
   std::set<std::string> foundPools_;
 };

@@ -5,7 +5,6 @@
 
 #include "automation/failure.h"
 #include "inventory/clock.h"
-#include "inventory/tables.h"
 
 namespace host {
 
@@ -14,7 +13,7 @@ using automation::fromUtf8;
 using automation::Text;
 using automation::TextView;
 using automation::toUtf8;
-using inventory::ItemKind;
+using inventory::ObjectKind;
 using inventory::Problem;
 
 namespace {
@@ -67,19 +66,19 @@ Text quotedIn(TextView status) {
 }
 
 // The site or pool that a node of the server belongs to, empty where it belongs to none.
-std::string itemOf(ItemKind kind, const std::string& node, const std::string& server) {
+std::string itemOf(ObjectKind kind, const std::string& node, const std::string& server) {
   const Text path = fromUtf8(node);
   const Text start =
-      u"IIS://" + fromUtf8(server) + (kind == ItemKind::kSite ? u"/MSFTPSVC/" : u"/W3SVC/AppPools/");
-  if (kind == ItemKind::kNone || !equalsIgnoringCase(TextView(path).substr(0, start.size()), start))
+      u"IIS://" + fromUtf8(server) + (kind == ObjectKind::kSite ? u"/MSFTPSVC/" : u"/W3SVC/AppPools/");
+  if (kind == ObjectKind::kNone || !equalsIgnoringCase(TextView(path).substr(0, start.size()), start))
     return {};
   const TextView rest = TextView(path).substr(start.size());
   return toUtf8(rest.substr(0, rest.find(u'/')));
 }
 
-std::string nodeOf(ItemKind kind, const std::string& item, const std::string& server) {
-  if (kind == ItemKind::kNone || item.empty()) return {};
-  return "IIS://" + server + (kind == ItemKind::kSite ? "/MSFTPSVC/" : "/W3SVC/AppPools/") + item;
+std::string nodeOf(ObjectKind kind, const std::string& item, const std::string& server) {
+  if (kind == ObjectKind::kNone || item.empty()) return {};
+  return "IIS://" + server + (kind == ObjectKind::kSite ? "/MSFTPSVC/" : "/W3SVC/AppPools/") + item;
 }
 
 }  // namespace
@@ -111,7 +110,7 @@ MessagePlace placeIn(std::string_view message) {
   return place;
 }
 
-CallPlace CallPlace::ofItem(std::string_view table, ItemKind kind, std::string item, std::string node) {
+CallPlace CallPlace::ofItem(std::string_view table, ObjectKind kind, std::string item, std::string node) {
   CallPlace place;
   place.table_ = table;
   place.kind_ = kind;
@@ -120,7 +119,7 @@ CallPlace CallPlace::ofItem(std::string_view table, ItemKind kind, std::string i
   return place;
 }
 
-CallPlace CallPlace::ofAll(std::string_view table, ItemKind kind, const std::vector<Item>& items) {
+CallPlace CallPlace::ofAll(std::string_view table, ObjectKind kind, const std::vector<Item>& items) {
   CallPlace place;
   place.table_ = table;
   place.kind_ = kind;

@@ -32,10 +32,10 @@ class CallPlace {
   };
 
   // A call for one item, whose records may concern a node besides; empty texts where they don't.
-  static CallPlace ofItem(std::string_view table, inventory::ItemKind kind, std::string item,
+  static CallPlace ofItem(std::string_view table, inventory::ObjectKind kind, std::string item,
                           std::string node);
   // A call for all items, in which the status texts tell how far it has come.
-  static CallPlace ofAll(std::string_view table, inventory::ItemKind kind, const std::vector<Item>& items);
+  static CallPlace ofAll(std::string_view table, inventory::ObjectKind kind, const std::vector<Item>& items);
 
   // A status text has been sent, and these problems have been told since the one before it.
   void sent(automation::TextView status, std::span<inventory::Problem> since);
@@ -45,7 +45,7 @@ class CallPlace {
 
  private:
   std::string_view table_;
-  inventory::ItemKind kind_ = inventory::ItemKind::kNone;
+  inventory::ObjectKind kind_ = inventory::ObjectKind::kNone;
   std::string item_;
   std::string node_;
   const std::vector<Item>* items_ = nullptr;

@@ -8,70 +8,71 @@
 namespace host {
 namespace {
 
-// A transaction takes a few waits for the disk, so small servers share one; but nobody's rows wait for long,
-// and not many of them.
+// A transaction waits for the disk a few times, so small servers share one; but rows don't wait for long, and
+// not many of them do.
 constexpr std::size_t kMostServers = 32;
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::chrono::milliseconds kLongestWait{500};
-// Behind this many, or as many as there are jobs of many rows, whoever brings one more waits for his turn to
-// publish.
+// Behind this many, or as many as there are jobs of many rows, a thread that brings one more waits until it may
+// publish them.
 constexpr std::size_t kMostWaiting = 64;
-// An empty workplace keeps its memory and its temporary file, so only small ones are kept, as many as are
+// An empty staging database keeps its memory and its temporary file, so only small ones are kept, as many as are
 // published at once.
 constexpr std::size_t kMostIdle = kMostServers;
 constexpr std::int64_t kMostIdleBytes = 1024 * 1024;
 
-// Somebody's turn, for which he waits.
-class Turn {
+// Holds one of a semaphore's counts.
+class SemaphoreGuard {
  public:
-  explicit Turn(std::counting_semaphore<>& turns) : turns_(turns) { turns_.acquire(); }
-  // One that he has already.
-  Turn(std::counting_semaphore<>& turns, std::adopt_lock_t) : turns_(turns) {}
-  ~Turn() { turns_.release(); }
-  Turn(const Turn&) = delete;
-  Turn& operator=(const Turn&) = delete;
+  explicit SemaphoreGuard(std::counting_semaphore<>& semaphore) : semaphore_(semaphore) { semaphore_.acquire(); }
+  // One that is held already.
+  SemaphoreGuard(std::counting_semaphore<>& semaphore, std::adopt_lock_t) : semaphore_(semaphore) {}
+  ~SemaphoreGuard() { semaphore_.release(); }
+  SemaphoreGuard(const SemaphoreGuard&) = delete;
+  SemaphoreGuard& operator=(const SemaphoreGuard&) = delete;
 
  private:
-  std::counting_semaphore<>& turns_;
+  std::counting_semaphore<>& semaphore_;
 };
 
 }  // namespace
 
 Publisher::Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
-                     Listener& listener)
+                     const inventory::PublishOptions& options, Listener& listener)
     : inventory_(inventory),
       database_(std::move(database)),
       jobs_(jobs),
+      options_(options),
       listener_(listener),
-      publishers_(inventory.publishersAtOnce()),
-      transactions_(inventory.publishersAtOnce()) {}
+      publishers_(inventory.concurrentPublishers()),
+      transactions_(inventory.concurrentPublishers()) {}
 
-std::unique_ptr<Workplace> Publisher::workplace() {
+std::unique_ptr<StagingDatabase> Publisher::staging() {
   {
     const std::lock_guard lock(mutex_);
     if (!idle_.empty()) {
-      auto workplace = std::move(idle_.back());
+      auto staging = std::move(idle_.back());
       idle_.pop_back();
-      return workplace;
+      return staging;
     }
   }
-  return std::make_unique<Workplace>(database_);
+  return std::make_unique<StagingDatabase>(database_);
 }
 
-void Publisher::giveBack(std::unique_ptr<Workplace> workplace) {
+void Publisher::recycle(std::unique_ptr<StagingDatabase> staging) {
   // In place of one that isn't kept a new one will be made.
-  if (workplace->database().memoryInUse() > kMostIdleBytes) return;
+  if (staging->database().memoryInUse() > kMostIdleBytes) return;
   try {
-    workplace->database().empty();
-    if (!workplace->database().breakdown().empty()) return;
+    staging->database().empty();
+    if (!staging->database().breakdown().empty()) return;
     const std::lock_guard lock(mutex_);
-    if (idle_.size() < kMostIdle) idle_.push_back(std::move(workplace));
+    if (idle_.size() < kMostIdle) idle_.push_back(std::move(staging));
   } catch (const sqlite::Error&) {
   } catch (const std::bad_alloc&) {
   }
 }
 
-void Publisher::add(std::unique_ptr<Finished> finished) {
+void Publisher::add(std::unique_ptr<CollectedServer> finished) {
   bool due = false;
   bool wait = false;
   {
@@ -88,7 +89,7 @@ void Publisher::add(std::unique_ptr<Finished> finished) {
   } else if (!publishers_.try_acquire()) {
     return;
   }
-  const Turn turn(publishers_, std::adopt_lock);
+  const SemaphoreGuard turn(publishers_, std::adopt_lock);
   publishWaiting();
 }
 
@@ -98,15 +99,15 @@ bool Publisher::isDue() const {
 }
 
 void Publisher::finish() {
-  const Turn turn(publishers_);
+  const SemaphoreGuard turn(publishers_);
   publishWaiting();
 }
 
 void Publisher::stop() {
   stopped_ = true;
   inventory_.stopWaiting();
-  // Never given back.
-  for (int turns = inventory_.publishersAtOnce(); turns > 0; --turns) transactions_.acquire();
+  // Never released.
+  for (int count = inventory_.concurrentPublishers(); count > 0; --count) transactions_.acquire();
 }
 
 void Publisher::publishWaiting() {
@@ -118,38 +119,57 @@ void Publisher::publishWaiting() {
     waitingRows_ = 0;
   }
   if (!batch.empty()) publish(batch);
-  for (auto& finished : batch) giveBack(std::move(finished->workplace));
+  for (auto& finished : batch) recycle(std::move(finished->staging));
 }
 
-void Publisher::publish(std::span<std::unique_ptr<Finished>> batch) {
-  const auto refuse = [&](const char* why) {
-    for (const auto& finished : batch) listener_.tellRefused(*finished, why);
-  };
+void Publisher::publish(std::span<std::unique_ptr<CollectedServer>> batch) {
   const auto tryEach = [&](const char* why) {
-    if (batch.size() == 1 || stopped_) return refuse(why);
-    for (auto& finished : batch) publish({&finished, 1});
+    if (batch.size() == 1 || stopped_) return listener_.onFailed(batch, why);
+    for (auto& server : batch) publish({&server, 1});
   };
+  if (hasGivenUp_) {
+    const std::unique_lock lock(mutex_);
+    const std::string why = sharedFailure_;
+    return listener_.onFailed(batch, why.c_str());
+  }
   std::vector<inventory::Published> published;
   try {
-    std::vector<inventory::Result> results;
-    for (const auto& finished : batch) {
-      finished->outcome.result.rows = finished->workplace.get();
-      results.push_back(finished->outcome.result);
+    std::vector<inventory::Collected> collected;
+    for (const auto& server : batch) {
+      server->outcome.collected.rows = server->staging.get();
+      collected.push_back(server->outcome.collected);
     }
-    const Turn turn(transactions_);
-    published = inventory_.publish(results);
-    for (std::size_t at = 0; at < batch.size(); ++at) listener_.published(*batch[at], published[at]);
-  } catch (const inventory::ServerLocked& error) {
+    const SemaphoreGuard guard(transactions_);
+    published = inventory_.publish(collected, options_);
+    for (std::size_t at = 0; at < batch.size(); ++at) listener_.onCommitted(*batch[at], published[at]);
+  } catch (const inventory::OutcomeUnknown& error) {
+    giveUp(error.what());
+    return listener_.onUnknown(batch, error.what());
+  } catch (const inventory::ServerRefused& error) {
     return tryEach(error.what());
   } catch (const inventory::Locked& error) {
-    return refuse(error.what());
+    giveUp(error.what());
+    return listener_.onFailed(batch, error.what());
   } catch (const inventory::Unreachable& error) {
-    return refuse(error.what());
+    giveUp(error.what());
+    return listener_.onFailed(batch, error.what());
+  } catch (const inventory::Forbidden& error) {
+    giveUp(error.what());
+    return listener_.onFailed(batch, error.what());
+  } catch (const inventory::Interrupted& error) {
+    return listener_.onFailed(batch, error.what());
   } catch (const std::exception& error) {
     // One of them may have been too much for it.
     return tryEach(error.what());
   }
-  for (std::size_t at = 0; at < batch.size(); ++at) listener_.tellPublished(*batch[at], published[at]);
+  for (std::size_t at = 0; at < batch.size(); ++at) listener_.onPublished(*batch[at], published[at]);
+}
+
+// What all servers share is not tried again for each of them.
+void Publisher::giveUp(const char* why) {
+  const std::lock_guard lock(mutex_);
+  if (sharedFailure_.empty()) sharedFailure_ = why;
+  hasGivenUp_ = true;
 }
 
 }  // namespace host

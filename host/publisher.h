@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <semaphore>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,9 @@
 namespace host {
 
 // A collection that is whole.
-struct Finished {
+struct CollectedServer {
   std::size_t place = 0;  // its server's among all of them
-  std::unique_ptr<Workplace> workplace;
+  std::unique_ptr<StagingDatabase> staging;
   Outcome outcome;
   std::int64_t rows = 0;
 };
@@ -28,54 +29,66 @@ struct Finished {
 // members may be called from any thread.
 class Publisher {
  public:
-  // Who wants to know what has become of the collections. Called on the publishing thread.
+  // Receives the outcome of publications. Called on the publishing thread.
   class Listener {
    public:
     virtual ~Listener() = default;
-    // It stands in the inventory. stop() waits for this call, so it must not wait for anybody.
-    virtual void published(const Finished&, const inventory::Published&) noexcept = 0;
-    // The time to say so.
-    virtual void tellPublished(const Finished&, const inventory::Published&) noexcept = 0;
-    virtual void tellRefused(const Finished&, const char* why) noexcept = 0;
+    // It is published. stop() waits for this call, so it must not wait for another thread.
+    virtual void onCommitted(const CollectedServer&, const inventory::Published&) noexcept = 0;
+    // The time to report it.
+    virtual void onPublished(const CollectedServer&, const inventory::Published&) noexcept = 0;
+    // Some servers were not published, for one reason.
+    virtual void onFailed(std::span<const std::unique_ptr<CollectedServer>>, const char* why) noexcept = 0;
+    // The connection was lost, and they may have been published.
+    virtual void onUnknown(std::span<const std::unique_ptr<CollectedServer>>, const char* why) noexcept = 0;
   };
 
   // `jobs` is how many threads collect.
-  Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs, Listener& listener);
+  Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
+            const inventory::PublishOptions& options, Listener& listener);
 
-  // A workplace for a collection, empty.
-  std::unique_ptr<Workplace> workplace();
+  // An empty database for a collection.
+  std::unique_ptr<StagingDatabase> staging();
 
-  // Gives one back that nothing is to be published from.
-  void giveBack(std::unique_ptr<Workplace> workplace);
+  // Takes one back that nothing is to be published from.
+  void recycle(std::unique_ptr<StagingDatabase> staging);
 
-  void add(std::unique_ptr<Finished> finished);
+  void add(std::unique_ptr<CollectedServer> finished);
 
   // Publishes what is left.
   void finish();
 
-  // Lets the publication that is under way end, either way, and begins no other one. Afterwards nothing
-  // changes any more until the process ends.
+  // Whether the inventory can't be published into for a reason that all servers share, so that collecting more of
+  // them is in vain.
+  bool hasGivenUp() const { return hasGivenUp_; }
+
+  // Ends the publication that is under way, either way, and begins no other one. Afterwards nothing changes any
+  // more until the process ends.
   void stop();
 
  private:
-  using Batch = std::vector<std::unique_ptr<Finished>>;
+  using Batch = std::vector<std::unique_ptr<CollectedServer>>;
 
   bool isDue() const;
   void publishWaiting();
-  void publish(std::span<std::unique_ptr<Finished>> batch);
+  void publish(std::span<std::unique_ptr<CollectedServer>> batch);
+  void giveUp(const char* why);
 
   inventory::Inventory& inventory_;
   const std::string database_;
   const std::size_t jobs_;
+  const inventory::PublishOptions options_;
   Listener& listener_;
   std::atomic<bool> stopped_ = false;
-  std::counting_semaphore<> publishers_;    // of those who publish what waits, and tell what has become of it
+  std::atomic<bool> hasGivenUp_ = false;
+  std::counting_semaphore<> publishers_;    // of threads that publish what waits, and report it
   std::counting_semaphore<> transactions_;  // while the inventory is changed
-  mutable std::mutex mutex_;                // of what stands below
+  mutable std::mutex mutex_;                // guards the members below
+  std::string sharedFailure_;
   Batch waiting_;
   std::int64_t waitingRows_ = 0;
   std::chrono::steady_clock::time_point waitingSince_;
-  std::vector<std::unique_ptr<Workplace>> idle_;
+  std::vector<std::unique_ptr<StagingDatabase>> idle_;
 };
 
 }  // namespace host

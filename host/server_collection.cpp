@@ -1,6 +1,8 @@
 #include "host/server_collection.h"
 
 #include <openssl/evp.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -31,7 +33,7 @@ using automation::Text;
 using automation::TextView;
 using automation::toUtf8;
 
-using inventory::ItemKind;
+using inventory::ObjectKind;
 using inventory::Problem;
 
 constexpr std::int16_t kFirstVersionWithPools = 6;
@@ -43,13 +45,23 @@ constexpr std::string_view kLostRecord = "Can't write the log ";
 constexpr std::string_view kSitesTable = "tblFTPSiteInfo";
 constexpr std::string_view kPoolsTable = "tblAppPoolInfo";
 
-ItemKind kindOf(Side side) {
-  return side == Side::kFtp ? ItemKind::kSite : ItemKind::kPool;
+ObjectKind kindOf(Side side) {
+  return side == Side::kFtp ? ObjectKind::kSite : ObjectKind::kPool;
 }
 
 // The status of each extension is looked up by these two columns.
 constexpr std::string_view kExtensionIndex =
     "create index \"tblWSExtension names\" on tblWSExtension (\"Server name\", \"Web service extension\")";
+
+std::string accountName() {
+  const passwd* const account = ::getpwuid(::geteuid());
+  return account != nullptr ? account->pw_name : std::to_string(::geteuid());
+}
+
+std::string machineName() {
+  std::array<char, 256> name{};
+  return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
+}
 
 std::string sha256(const char* bytes, std::size_t size) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
@@ -115,7 +127,7 @@ std::vector<std::string> spelledByServer(const std::vector<std::string>& wanted,
 }
 
 // What a look at a server's metabase tells before anything is collected.
-struct ServerShape {
+struct ServerCapabilities {
   bool hasSites = false;  // an FTP service
   bool hasWeb = false;    // a web service whose server may have application pools
   bool hasPools = false;
@@ -125,8 +137,8 @@ struct ServerShape {
 };
 
 // Fails for a server that has nothing of either side.
-ServerShape lookAt(const Server& server) {
-  ServerShape shape;
+ServerCapabilities capabilitiesOf(const Server& server) {
+  ServerCapabilities shape;
   shape.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
   shape.hasWeb = objectAt(server.name, u"/W3SVC") != nullptr;
   if (!shape.hasSites) shape.sitesNote = "no FTP service, so there are no FTP sites to collect";
@@ -150,9 +162,9 @@ ServerShape lookAt(const Server& server) {
 }
 
 // The component's status bar: what it is told says how far a call has come.
-class StatusTap : public automation::MemberlessObject {
+class StatusInterceptor : public automation::MemberlessObject {
  public:
-  StatusTap(ObjectRef behind, std::function<void(TextView)> sent)
+  StatusInterceptor(ObjectRef behind, std::function<void(TextView)> sent)
       : MemberlessObject(u"iisinventory"), behind_(std::move(behind)), sent_(std::move(sent)) {}
 
   void write(TextView member, automation::Arguments arguments, const automation::Variant& value) override {
@@ -200,40 +212,44 @@ struct Level {
 class ServerCollection {
  public:
   ServerCollection(const Server& server, std::uint64_t maxSize, const Selection& selection,
-                   Workplace& workplace, PrivateLogs& logs, const ProgressLine::Updaters& updaters)
+                   StagingDatabase& staging, PrivateLogs& logs, const ProgressLine::Updaters& updaters)
       : server_(server),
         maxSize_(maxSize),
         selection_(selection),
-        workplace_(workplace),
+        staging_(staging),
         logs_(logs),
         serverName_(fromUtf8(server.name)),
-        databaseName_(fromUtf8(workplace.database().name())),
+        databaseName_(fromUtf8(staging.database().name())),
         statusBar_(
-            std::make_shared<StatusTap>(updaters.statusBar, [this](TextView status) { sent(status); })),
+            std::make_shared<StatusInterceptor>(updaters.statusBar, [this](TextView status) { sent(status); })),
         updaters_(updaters) {}
 
   Outcome run() {
     const auto start = std::chrono::steady_clock::now();
-    outcome_.result.origin.started = inventory::utcNow();
+    outcome_.collected.origin.started = inventory::utcNow();
     platform::metabase::FileBytes bytes = readSource(server_.source, maxSize_);
     const platform::metabase::Stamp stamp = bytes.stamp;
-    tellOrigin(bytes);
+    recordOrigin(bytes);
     const auto metabase = platform::metabase::Metabase::parse(std::move(bytes), server_.source.shown());
     const MappedServer mapped(serverName_, metabase);
-    const ServerShape shape = lookAt(server_);
-    spellSelection();
+    const ServerCapabilities shape = capabilitiesOf(server_);
+    canonicalizeSelection();
     remarkWhatIsMissing(shape);
     {
-      const platform::store::Loan loan(workplace_.database());
+      const platform::store::Loan loan(staging_.database());
       logOddities(*metabase);
       if (shape.hasSites && has(Side::kFtp)) collectSites();
       if (shape.hasWeb && has(Side::kPools)) collectPools(shape.hasPools);
     }
-    if (const std::string& why = workplace_.database().breakdown(); !why.empty()) throw Incomplete(why);
+    if (const std::string& why = staging_.database().breakdown(); !why.empty()) throw Incomplete(why);
     if (hasChanged(server_.source, stamp)) noteChangedFile();
-    outcome_.result.scope = scope();
+    outcome_.collected.coverage = coverage();
+    outcome_.collected.lineOf = [metabase](const std::string& node) -> std::int64_t {
+      const auto found = metabase->find(metabase->root(), fromUtf8(std::string_view(node).substr(1)));
+      return found ? static_cast<std::int64_t>(metabase->line(*found)) : 0;
+    };
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    outcome_.result.origin.seconds = seconds.count();
+    outcome_.collected.origin.seconds = seconds.count();
     return std::move(outcome_);
   }
 
@@ -243,9 +259,9 @@ class ServerCollection {
                        [&](const Section* section) { return section->side == side; });
   }
 
-  void tellOrigin(const platform::metabase::FileBytes& bytes) {
+  void recordOrigin(const platform::metabase::FileBytes& bytes) {
     using namespace std::chrono;
-    inventory::Origin& origin = outcome_.result.origin;
+    inventory::Origin& origin = outcome_.collected.origin;
     origin.server = server_.name;
     origin.file = server_.source.shown();
     origin.fileSize = static_cast<std::int64_t>(bytes.size);
@@ -254,9 +270,13 @@ class ServerCollection {
     origin.sha256 = sha256(bytes.bytes.get(), bytes.size);
     origin.version = IISINVENTORY_VERSION;
     origin.selection = selection_.text;
+    // Looked up once for all servers.
+    static const std::string kAccount = accountName(), kMachine = machineName();
+    origin.collectedBy = kAccount;
+    origin.machine = kMachine;
   }
 
-  void spellSelection() {
+  void canonicalizeSelection() {
     const auto spell = [&](std::vector<std::string>& items, TextView container,
                            std::vector<std::string>& found) {
       if (items.empty()) return;
@@ -268,7 +288,7 @@ class ServerCollection {
     spell(selection_.pools, u"/W3SVC/AppPools", outcome_.foundPools);
   }
 
-  void remarkWhatIsMissing(const ServerShape& shape) {
+  void remarkWhatIsMissing(const ServerCapabilities& shape) {
     if (has(Side::kFtp) && !shape.sitesNote.empty()) outcome_.remarks.push_back(shape.sitesNote);
     if (has(Side::kPools) && !shape.poolsNote.empty()) outcome_.remarks.push_back(shape.poolsNote);
   }
@@ -286,7 +306,7 @@ class ServerCollection {
                                    : TORVINFTPAppDataCom::kFTPCollectionProgrammaticId);
       }
       const Text message = fromUtf8(metabase.describe(oddity, serverName_));
-      attempt(CallPlace::ofItem({}, isPools ? ItemKind::kPool : ItemKind::kSite, {}, {}),
+      attempt(CallPlace::ofItem({}, isPools ? ObjectKind::kPool : ObjectKind::kSite, {}, {}),
               [&] { call(object, u"WriteToLog", oddity.failureNumber, message, u"Metabase", u"check"); });
     }
   }
@@ -305,7 +325,7 @@ class ServerCollection {
     note.message = "the file " + server_.source.shown() +
                    " has changed since it was read; the inventory shows what it held before";
     note.time = inventory::utcNow();
-    outcome_.result.problems.push_back(std::move(note));
+    outcome_.collected.problems.push_back(std::move(note));
   }
 
   // A new object of one of the two classes, with its log and the progress objects.
@@ -322,7 +342,7 @@ class ServerCollection {
   template <typename Call>
   void attempt(CallPlace place, const Call& componentCall) {
     place_ = std::move(place);
-    told_ = outcome_.result.problems.size();
+    told_ = outcome_.collected.problems.size();
     try {
       componentCall();
     } catch (const Failure& failure) {
@@ -331,45 +351,45 @@ class ServerCollection {
       throw Incomplete("out of memory");
     }
     takeRecords();
-    prove();
+    checkLogsWritable();
   }
 
   // What has been logged up to now belongs to the status before this one.
   void sent(TextView status) {
     takeRecords();
-    place_.sent(status, std::span(outcome_.result.problems).subspan(told_));
-    told_ = outcome_.result.problems.size();
+    place_.sent(status, std::span(outcome_.collected.problems).subspan(told_));
+    told_ = outcome_.collected.problems.size();
   }
 
   void takeRecords() {
     for (PrivateLog* log : {&logs_.application, &logs_.server}) {
-      const std::string_view news = newsOf(*log);
+      const std::string_view news = readNew(*log);
       if (news.empty()) continue;
       for (const Record& record : parseRecords(news)) {
-        if (record.number == kOutOfMemory) keepLost("out of memory: " + record.message);
+        if (record.number == kOutOfMemory) recordFirstError("out of memory: " + record.message);
         // What the record about the lost record would have told.
-        if (record.message.starts_with(kLostRecord)) keepLost(record.message);
-        outcome_.result.problems.push_back(place_.problemOf(record, server_.name));
+        if (record.message.starts_with(kLostRecord)) recordFirstError(record.message);
+        outcome_.collected.problems.push_back(place_.problemOf(record, server_.name));
       }
     }
   }
 
   // Inside a call of the component a failure would become one more record; it is told behind the call.
-  std::string_view newsOf(PrivateLog& log) {
+  std::string_view readNew(PrivateLog& log) {
     try {
       return log.news();
     } catch (const std::runtime_error& error) {
-      keepLost(error.what());
+      recordFirstError(error.what());
       return {};
     }
   }
 
   // What comes first is the cause of what follows.
-  void keepLost(const std::string& why) {
+  void recordFirstError(const std::string& why) {
     if (lost_.empty()) lost_ = why;
   }
 
-  void prove() {
+  void checkLogsWritable() {
     if (!lost_.empty()) throw Incomplete(lost_);
     try {
       // One that can be opened shows that the other one in the same folder can be too.
@@ -409,10 +429,10 @@ class ServerCollection {
     const bool sites = side == Side::kFtp;
     listed_.clear();
     const inventory::Table& table =
-        inventory::tables()[inventory::tableIndex(sites ? kSitesTable : kPoolsTable)];
-    const std::size_t id = inventory::columnIndex(table, sites ? "Identifier" : "Application pool name");
-    const std::size_t name = inventory::columnIndex(table, sites ? "FTP site name" : "Application pool name");
-    const auto rows = workplace_.rows(table);
+        inventory::tables()[inventory::findTable(sites ? kSitesTable : kPoolsTable)];
+    const std::size_t id = table.find(sites ? inventory::kSiteColumn : inventory::kPoolColumn);
+    const std::size_t name = table.find(sites ? inventory::kSiteNameColumn : inventory::kPoolColumn);
+    const auto rows = staging_.rows(table);
     while (rows->next()) {
       listed_.push_back({fromUtf8(rows->cell(name).value_or("")), std::string(rows->cell(id).value_or(""))});
     }
@@ -432,7 +452,7 @@ class ServerCollection {
 
   void collectSites() {
     const ObjectRef sites = component(TORVINFTPAppDataCom::kFTPCollectionProgrammaticId);
-    attempt(CallPlace::ofItem(kSitesTable, ItemKind::kSite, {}, {}),
+    attempt(CallPlace::ofItem(kSitesTable, ObjectKind::kSite, {}, {}),
             [&] { call(sites, u"GenerateFTPSiteInfo", serverName_, databaseName_); });
     takeList(Side::kFtp);
     const auto items = wantedItems(siteIds_, selection_.sites);
@@ -446,7 +466,7 @@ class ServerCollection {
   void collectDirectories(const ObjectRef& sites, const std::string& item) {
     const Text id = fromUtf8(item);
     const auto placeOf = [&](const Text& path) {
-      return CallPlace::ofItem("tblvirtualDirectory", ItemKind::kSite, item, toUtf8(path));
+      return CallPlace::ofItem("tblvirtualDirectory", ObjectKind::kSite, item, toUtf8(path));
     };
     const Text sitePath = u"/MSFTPSVC/" + id + u"/ROOT";
     const ObjectRef root = objectAt(server_.name, sitePath);
@@ -478,7 +498,7 @@ class ServerCollection {
     const ObjectRef pools = component(TORVINFTPAppDataCom::kAppPoolCollectionProgrammaticId);
     std::vector<std::string> items;
     if (hasPools && selection_.needsList(Side::kPools)) {
-      attempt(CallPlace::ofItem(kPoolsTable, ItemKind::kPool, {}, {}),
+      attempt(CallPlace::ofItem(kPoolsTable, ObjectKind::kPool, {}, {}),
               [&] { call(pools, u"GetAppPoolsCount", serverName_, databaseName_); });
       takeList(Side::kPools);
       items = wantedItems(poolNames_, selection_.pools);
@@ -486,50 +506,50 @@ class ServerCollection {
     }
     if (selection_.has(Side::kPools, Kind::kExtensions)) {
       begin("Web Service Extensions");
-      attempt(CallPlace::ofItem("tblWSExtension", ItemKind::kNone, {}, "IIS://" + server_.name + "/W3SVC"),
+      attempt(CallPlace::ofItem("tblWSExtension", ObjectKind::kNone, {}, "IIS://" + server_.name + "/W3SVC"),
               [&] { call(pools, u"GetWebServiceExtension", serverName_, databaseName_); });
     }
     if (!selection_.has(Side::kPools, Kind::kAppliedObjects)) return;
     begin("Applied Objects");
     for (const std::string& item : items) {
-      attempt(CallPlace::ofItem("tblAppliedObject", ItemKind::kPool, item, {}),
+      attempt(CallPlace::ofItem("tblAppliedObject", ObjectKind::kPool, item, {}),
               [&] { call(pools, u"EnumAppsInPool", serverName_, databaseName_, fromUtf8(item)); });
     }
   }
 
-  // What of the server's former rows the new ones replace.
-  inventory::Scope scope() const {
-    inventory::Scope scope;
-    scope.whole = selection_.isWhole;
-    if (scope.whole) return scope;
-    if (selection_.needsList(Side::kFtp))
-      scope.tables.push_back({kSitesTable, ItemKind::kSite, true, {}, siteIds_});
-    if (selection_.needsList(Side::kPools))
-      scope.tables.push_back({kPoolsTable, ItemKind::kPool, true, {}, poolNames_});
-    for (const Section* section : selection_.sections) {
-      const bool ftp = section->side == Side::kFtp;
-      const bool single = section->kind != Kind::kExtensions;
-      const auto& selected = ftp ? selection_.sites : selection_.pools;
-      const ItemKind kind = single ? kindOf(section->side) : ItemKind::kNone;
-      for (const std::string_view table : section->tables) {
-        scope.tables.push_back(
-            {table, kind, !single || selected.empty(), selected, ftp ? siteIds_ : poolNames_});
+  inventory::Coverage coverage() const {
+    if (selection_.isWhole) return inventory::Coverage::everything();
+    inventory::Coverage coverage;
+    const auto add = [&](std::string_view name, Side side) {
+      const inventory::Table& table = inventory::tables()[inventory::findTable(name)];
+      for (const ObjectKind kind : table.kinds) {
+        const ObjectKind itemKind = inventory::itemKindOf(kind);
+        if (kind != ObjectKind::kNone && (itemKind == ObjectKind::kNone || itemKind == kindOf(side)))
+          coverage.add(table, kind);
       }
+    };
+    for (const Side side : {Side::kFtp, Side::kPools}) {
+      if (selection_.needsList(side)) add(inventory::listTableOf(kindOf(side)), side);
     }
-    return scope;
+    for (const Section* section : selection_.sections) {
+      for (const std::string_view table : section->tables) add(table, section->side);
+    }
+    if (!selection_.sites.empty()) coverage.restrict(ObjectKind::kSite, selection_.sites);
+    if (!selection_.pools.empty()) coverage.restrict(ObjectKind::kPool, selection_.pools);
+    return coverage;
   }
 
   const Server& server_;
   const std::uint64_t maxSize_;
   Selection selection_;  // spelled as the server spells it
-  Workplace& workplace_;
+  StagingDatabase& staging_;
   PrivateLogs& logs_;
   const Text serverName_;
   const Text databaseName_;
   const ObjectRef statusBar_;
   const ProgressLine::Updaters& updaters_;
 
-  CallPlace place_ = CallPlace::ofItem({}, ItemKind::kNone, {}, {});
+  CallPlace place_ = CallPlace::ofItem({}, ObjectKind::kNone, {}, {});
   std::size_t told_ = 0;  // problems at the last status text, or at the begin of the call
   std::vector<CallPlace::Item> listed_;
   std::vector<std::string> siteIds_;
@@ -540,9 +560,17 @@ class ServerCollection {
 
 }  // namespace
 
-Workplace::Workplace(const std::string& name) : database_(name) {
+std::string stagingTableSql(const inventory::Table& table) {
+  std::string columns;
+  for (const inventory::Column& column : table.columns) {
+    columns += (columns.empty() ? "" : ", ") + sqlite::quotedName(column.name) + " text collate nocase";
+  }
+  return "create table " + sqlite::quotedName(table.name) + " (" + columns + ")";
+}
+
+StagingDatabase::StagingDatabase(const std::string& name) : database_(name) {
   sqlite::Database& database = database_.database();
-  for (const inventory::Table& table : inventory::tables()) database.execute(inventory::creationSql(table));
+  for (const inventory::Table& table : inventory::tables()) database.execute(stagingTableSql(table));
   database.execute(kExtensionIndex);
   for (const inventory::Table& table : inventory::tables()) {
     readings_.push_back(
@@ -552,7 +580,7 @@ Workplace::Workplace(const std::string& name) : database_(name) {
   }
 }
 
-std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) const {
+std::unique_ptr<inventory::Rows> StagingDatabase::rows(const inventory::Table& table) const {
   class Waiting : public inventory::Rows {
    public:
     explicit Waiting(const sqlite::RowLog& log) : reader_(log) {}
@@ -573,17 +601,17 @@ std::unique_ptr<inventory::Rows> Workplace::rows(const inventory::Table& table) 
     sqlite::Statement& statement_;
   };
   if (const auto* const log = database_.waiting(table.name)) return std::make_unique<Waiting>(*log);
-  return std::make_unique<Reading>(readings_[inventory::tableIndex(table.name)]);
+  return std::make_unique<Reading>(readings_[inventory::findTable(table.name)]);
 }
 
-inventory::RowCounts Workplace::rowCounts() {
+inventory::RowCounts StagingDatabase::rowCounts() {
   inventory::RowCounts rows;
   for (const inventory::Table& table : inventory::tables()) {
     if (const auto* const log = database_.waiting(table.name)) {
       rows.push_back(static_cast<std::int64_t>(log->rowCount()));
       continue;
     }
-    sqlite::Statement& count = counts_[inventory::tableIndex(table.name)];
+    sqlite::Statement& count = counts_[inventory::findTable(table.name)];
     count.step();
     rows.push_back(count.number(0));
     count.reset();
@@ -592,8 +620,8 @@ inventory::RowCounts Workplace::rowCounts() {
 }
 
 Outcome collectServer(const Server& server, std::uint64_t maxSize, const Selection& selection,
-                      Workplace& workplace, PrivateLogs& logs, const ProgressLine::Updaters& updaters) {
-  return ServerCollection(server, maxSize, selection, workplace, logs, updaters).run();
+                      StagingDatabase& staging, PrivateLogs& logs, const ProgressLine::Updaters& updaters) {
+  return ServerCollection(server, maxSize, selection, staging, logs, updaters).run();
 }
 
 }  // namespace host

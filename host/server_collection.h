@@ -19,12 +19,15 @@
 
 namespace host {
 
-// A private database with an inventory's tables, and the reading of its rows. Used for one collection after
-// the other. Members throw sqlite::Error.
-class Workplace : public inventory::RowSource {
+// The SQL text that makes one of the component's tables. Its texts compare without regard to case.
+std::string stagingTableSql(const inventory::Table& table);
+
+// A private database with the tables that the component writes to. Used for one collection after the other.
+// Members throw sqlite::Error.
+class StagingDatabase : public inventory::RowSource {
  public:
   // `name` is the inventory's, which the component's records name.
-  explicit Workplace(const std::string& name);
+  explicit StagingDatabase(const std::string& name);
 
   platform::store::PrivateDatabase& database() { return database_; }
 
@@ -59,7 +62,7 @@ class Incomplete : public std::runtime_error {
 
 // What has come of a server's collection.
 struct Outcome {
-  inventory::Result result;  // without the rows
+  inventory::Collected collected;  // without the rows
   // What the server has, in words behind "has" or "have": why it gives nothing of one side.
   std::vector<std::string> remarks;
   // Those of the selection's sites and pools that the server has, as the user spells them.
@@ -67,10 +70,10 @@ struct Outcome {
   std::vector<std::string> foundPools;
 };
 
-// Collects a server into the workplace, which must be empty. To be called on the thread that owns everything
+// Collects a server into the staging, which must be empty. To be called on the thread that owns everything
 // that it makes. Throws automation::Failure for a file that can't be used and a server that has nothing of
 // either side, Incomplete for a collection that couldn't be kept whole.
 Outcome collectServer(const Server& server, std::uint64_t maxSize, const Selection& selection,
-                      Workplace& workplace, PrivateLogs& logs, const ProgressLine::Updaters& updaters);
+                      StagingDatabase& staging, PrivateLogs& logs, const ProgressLine::Updaters& updaters);
 
 }  // namespace host

@@ -331,11 +331,11 @@ TEST_F(Host, ReadsCollectionsOfTheHistory) {
   const json sites = listed({"show", "FTP_site", "--at", time, "--where", "identifier!=1"});
   EXPECT_EQ(sites.size(), 2U);
   EXPECT_TRUE(sites[0]["identifier"].is_number() && sites[0]["logging"].is_boolean()) << sites[0];
-  std::vector<std::string> columns;
+  std::vector<std::string> described;
   for (const json& entry : json::parse(run({"schema", "ftp_SITE", "--format", "json"}).out))
-    columns.push_back(entry["Column"]);
+    described.push_back(entry["Column"]);
   for (const auto& [name, value] : sites[0].items())
-    EXPECT_NE(std::ranges::find(columns, name), columns.end()) << name;
+    EXPECT_NE(std::ranges::find(described, name), described.end()) << name;
   EXPECT_EQ(listed({"show", "--at", time})[0]["Rows"], 3);
   EXPECT_NE(on({"show", "--at", "2000-01-01"}, 2).find("no collections at 2000-01-01T"), std::string::npos);
   EXPECT_NE(run({"schema", "ftp_sit"}).err.find("did you mean 'ftp_site'?"), std::string::npos);

@@ -62,6 +62,9 @@ class Metabase {
   std::optional<NodeId> firstChild(NodeId node) const;
   std::optional<NodeId> nextSibling(NodeId node) const;
 
+  // The line of the file at which the node begins; 0 for a node that the file only implies.
+  std::size_t line(NodeId node) const { return nodes_[node].line; }
+
   // The last piece of the node's path, and the whole path, as the file spells them. UTF-8.
   std::string_view name(NodeId node) const;
   std::string path(NodeId node) const;
