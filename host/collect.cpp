@@ -31,7 +31,6 @@
 #include "host/user_log.h"
 #include "inventory/clock.h"
 #include "inventory/names.h"
-#include "inventory/records.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
@@ -66,41 +65,35 @@ std::int64_t sum(const inventory::RowCounts& counts) {
   return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
 }
 
-// When a database has last got something of its servers, by their folded names.
-using Former = std::map<std::string, std::string>;
+// When the servers of a database were last collected, by their folded names.
+using LastCollected = std::map<std::string, std::string>;
 
-Former lookAtFormer(inventory::Inventory& inventory) {
-  const auto snapshot = inventory.snapshot();
-  const std::vector<std::string> servers = snapshot->servers();
-  Former former;
-  // Of rows that came another way nobody knows when.
-  for (const std::string& server : servers) former[inventory::folded(server)] = "at some time";
-  if (servers.empty()) return former;
-  const auto rows = snapshot->rowsOf(std::string(inventory::kCollectionsTable), servers);
-  const std::size_t published = inventory::columnIndex(inventory::collectionsTable(), "Published");
-  while (rows->next()) {
+LastCollected readLastCollected(inventory::Inventory& inventory) {
+  LastCollected last;
+  inventory::Reader reader = inventory.read();
+  for (const inventory::CollectionInfo& collection : reader.collections()) {
     // To the minute.
-    const std::string time(rows->cell(published).value_or(""));
-    former[rows->server()] = time.size() < 16 ? time : time.substr(0, 10) + " " + time.substr(11, 5);
+    const std::string& time = collection.published;
+    last[collection.serverKey] = time.size() < 16 ? time : time.substr(0, 10) + " " + time.substr(11, 5);
   }
-  return former;
+  return last;
 }
 
 class Collection : private Publisher::Listener {
  public:
   // The signals end it from run() on; what it makes before is removed with it.
   Collection(const CollectOptions& options, Sources sources, Output& output,
-             std::unique_ptr<inventory::Inventory> inventory, Former former, EndingSignals& signals)
+             std::unique_ptr<inventory::Inventory> inventory, LastCollected lastCollected, EndingSignals& signals)
       : options_(options),
         servers_(std::move(sources.servers)),
         notes_(std::move(sources.notes)),
         findings_(std::move(sources.problems)),
         output_(output),
         inventory_(std::move(inventory)),
-        former_(std::move(former)),
+        lastCollected_(std::move(lastCollected)),
         signals_(signals),
         progress_(!options.quiet, servers_.size()),
-        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, *this),
+        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, {options.replace}, *this),
         logWait_(options.access.wait),
         rows_(inventory::tables().size(), 0),
         states_(servers_.size(), PublishState::kOpen) {}
@@ -113,6 +106,7 @@ class Collection : private Publisher::Listener {
     for (const std::string& text : findings_) fail(text);
     collectAll();
     publisher_.finish();
+    finishPublishing();
     reportUnprocessed();
     reportUnknown(options_.selection.sites, foundSites_, "FTP site");
     reportUnknown(options_.selection.pools, foundPools_, "application pool");
@@ -120,7 +114,17 @@ class Collection : private Publisher::Listener {
   }
 
  private:
-  // A line on the standard error output; what it tells counts as a problem.
+  // Statistics only make later commands faster.
+  void finishPublishing() {
+    try {
+      inventory_->finishPublishing();
+    } catch (const inventory::Error& error) {
+      note(error.what());
+    }
+    if (const std::string text = inventory_->driver().takeNotice(); !text.empty()) note(text);
+  }
+
+  // A line on the standard error output, which counts as a problem.
   void fail(const std::string& text) {
     progress_.aside([&] { complain(text); });
     const std::lock_guard lock(mutex_);
@@ -186,7 +190,7 @@ class Collection : private Publisher::Listener {
       PrivateLogs logs(folder);
       while (true) {
         const std::size_t place = next_++;
-        if (place >= servers_.size()) return;
+        if (place >= servers_.size() || publisher_.hasGivenUp()) return;
         collectOne(place, logs);
       }
     } catch (const std::exception& error) {
@@ -205,7 +209,7 @@ class Collection : private Publisher::Listener {
       submit(std::move(finished));
       return;
     }
-    setState(place, PublishState::kRefused);
+    setState(place, PublishState::kFailed);
     if (finished->staging != nullptr) publisher_.recycle(std::move(finished->staging));
   }
 
@@ -231,12 +235,12 @@ class Collection : private Publisher::Listener {
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);
-    if (!options_.dryRun) keepLogs(server, logs, isWhole ? &finished.outcome.result : nullptr);
+    if (!options_.dryRun) keepLogs(server, logs, isWhole ? &finished.outcome.collected : nullptr);
     return isWhole;
   }
 
   // Appends what the component has logged to the user's logs, whatever becomes of the rows.
-  void keepLogs(const Server& server, const PrivateLogs& logs, inventory::Result* result) {
+  void keepLogs(const Server& server, const PrivateLogs& logs, inventory::Collected* collected) {
     const auto keep = [&](const std::filesystem::path& file, const std::string& records) {
       try {
         appendToLog(file, records, logWait_);
@@ -244,11 +248,11 @@ class Collection : private Publisher::Listener {
         // Once in vain is enough.
         if (dynamic_cast<const LogLocked*>(&error) != nullptr) logWait_ = std::chrono::milliseconds(0);
         fail(server.name + ": " + error.what());
-        if (result == nullptr) return;
+        if (collected == nullptr) return;
         inventory::Problem problem;
         problem.message = error.what();
         problem.time = inventory::utcNow();
-        result->problems.push_back(std::move(problem));
+        collected->problems.push_back(std::move(problem));
       }
     };
     keep(applicationLog(), logs.application.text());
@@ -269,12 +273,12 @@ class Collection : private Publisher::Listener {
       foundSites_.insert(outcome.foundSites.begin(), outcome.foundSites.end());
       foundPools_.insert(outcome.foundPools.begin(), outcome.foundPools.end());
       ++collectedCount_;
-      for (const inventory::Problem& problem : outcome.result.problems) groups_.add(server, problem);
+      for (const inventory::Problem& problem : outcome.collected.problems) groups_.add(server, problem);
     }
     if (finished->rows > 0) return options_.dryRun ? addDryRunRow(*finished) : publisher_.add(std::move(finished));
-    setState(finished->place, PublishState::kRefused);
+    setState(finished->place, PublishState::kFailed);
     publisher_.recycle(std::move(finished->staging));
-    fail(server + ": gives no row in any table, so nothing is published");
+    fail(server + ": not published: the file contains nothing to inventory");
   }
 
   // What would be published, in a dry run.
@@ -286,16 +290,16 @@ class Collection : private Publisher::Listener {
       if (!selection.needsList(side)) return Value();
       return Value(std::to_string(isSelected
                                       ? static_cast<std::int64_t>(std::set(found.begin(), found.end()).size())
-                                      : counts[inventory::tableIndex(list)]));
+                                      : counts[inventory::findTable(list)]));
     };
     const Server& server = servers_[finished.place];
-    const auto last = former_.find(inventory::folded(server.name));
+    const auto last = lastCollected_.find(inventory::folded(server.name));
     Row row = {server.name,
                items(Side::kFtp, "tblFTPSiteInfo", !selection.sites.empty(), finished.outcome.foundSites),
                items(Side::kPools, "tblAppPoolInfo", !selection.pools.empty(), finished.outcome.foundPools),
                std::to_string(finished.rows),
                "0",
-               last == former_.end() ? "never" : last->second,
+               last == lastCollected_.end() ? "never" : last->second,
                server.source.shown()};
     {
       const std::lock_guard lock(mutex_);
@@ -309,13 +313,13 @@ class Collection : private Publisher::Listener {
     publisher_.recycle(std::move(finished.staging));
   }
 
-  void published(const CollectedServer& finished, const inventory::Published& published) noexcept override {
+  void onCommitted(const CollectedServer& finished, const inventory::Published& published) noexcept override {
     const std::lock_guard lock(mutex_);
     states_[finished.place] = PublishState::kPublished;
     for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += published.added[at];
   }
 
-  void onReported(const CollectedServer& finished, const inventory::Published& published) noexcept override {
+  void onPublished(const CollectedServer& finished, const inventory::Published& published) noexcept override {
     const std::string& server = servers_[finished.place].name;
     const std::int64_t replaced = sum(published.replaced);
     try {
@@ -334,7 +338,7 @@ class Collection : private Publisher::Listener {
       progress_.aside([&] {
         print([&] {
           output_.write(harmless(server) + ": " + counted(sum(published.added), "row", "rows") +
-                        (replaced > 0 ? " in the place of " + std::to_string(replaced) : "") +
+                        (replaced > 0 ? " (replaced " + std::to_string(replaced) + ")" : "") +
                         (problems > 0 ? ", " + countedProblems(problems) : "") + "\n");
         });
       });
@@ -343,38 +347,54 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  void onFailed(const CollectedServer& finished, const char* why) noexcept override {
-    setState(finished.place, PublishState::kRefused);
+  using Servers = std::span<const std::unique_ptr<CollectedServer>>;
+
+  void onFailed(Servers servers, const char* why) noexcept override {
+    reportFailure(servers, PublishState::kFailed, "not published: ", why);
+  }
+
+  void onUnknown(Servers servers, const char* why) noexcept override {
+    reportFailure(servers, PublishState::kUnknown, "", why);
+  }
+
+  void reportFailure(Servers servers, PublishState state, const char* what, const char* why) noexcept {
     try {
-      fail(servers_[finished.place].name + ": not published: " + why);
+      std::vector<std::string> names;
+      for (const auto& server : servers) {
+        setState(server->place, state);
+        names.push_back(servers_[server->place].name);
+      }
+      fail(listed(names, kMostNames) + ": " + what + why);
     } catch (const std::bad_alloc&) {
       complain(why);
     }
   }
 
-  // What has become of a server, or would have. The former rows of one that isn't published stand.
-  enum class PublishState : char { kOpen, kPublished, kRefused };
+  // What has become of a server, or would have.
+  enum class PublishState : char { kOpen, kPublished, kFailed, kUnknown };
 
-  void setState(std::size_t place, PublishState fate) noexcept {
+  void setState(std::size_t place, PublishState state) noexcept {
     const std::lock_guard lock(mutex_);
-    states_[place] = fate;
+    states_[place] = state;
   }
 
-  std::vector<std::string> namesOf(bool published) const {
+  std::vector<std::string> namesOf(PublishState state) const {
     std::vector<std::string> names;
     for (std::size_t at = 0; at < servers_.size(); ++at) {
-      if ((states_[at] == PublishState::kPublished) == published) names.push_back(servers_[at].name);
+      if (states_[at] == state) names.push_back(servers_[at].name);
     }
     return names;
   }
 
-  // Servers that nobody was left to collect.
+  // Servers that no thread has collected.
   void reportUnprocessed() {
-    for (std::size_t place = 0; place < servers_.size(); ++place) {
-      if (states_[place] != PublishState::kOpen) continue;
-      setState(place, PublishState::kRefused);
-      fail(servers_[place].name + ": not published: the collection couldn't go on: " + workerError_);
+    const std::vector<std::string> names = namesOf(PublishState::kOpen);
+    if (names.empty()) return;
+    for (PublishState& state : states_) {
+      if (state == PublishState::kOpen) state = PublishState::kFailed;
     }
+    fail(listed(names, kMostNames) + ": not collected: " +
+         (publisher_.hasGivenUp() ? "the database cannot be published into" : workerError_));
   }
 
   void reportUnknown(const std::vector<std::string>& wanted, const std::set<std::string>& found,
@@ -391,7 +411,7 @@ class Collection : private Publisher::Listener {
   int summarize() {
     if (!options_.dryRun) reportKept();
     const std::int64_t problems = groups_.problems();
-    const std::size_t published = namesOf(true).size();
+    const std::size_t published = namesOf(PublishState::kPublished).size();
     if (!options_.quiet) {
       print([&] {
         if (published > 0 && options_.dryRun) printDryRun();
@@ -404,34 +424,38 @@ class Collection : private Publisher::Listener {
         if (options_.dryRun) {
           output_.write("nothing was written\n");
         } else if (problems + groups_.notes() > 0) {
-          output_.write("all of them: " + harmless(problemsHint(published)) + "\n");
+          output_.write("list them: " + harmless(problemsHint(published)) + "\n");
         }
       });
     } else if (problems > 0) {
       complain(counted(problems, "problem", "problems") +
-               (options_.dryRun ? "" : ", told by " + problemsHint(published)));
+               (options_.dryRun ? "" : "; list them: " + problemsHint(published)));
     }
     if (published == 0) return kNothing;
     return problems + errorCount_ > 0 || published < servers_.size() ? kWithProblems : kAllWell;
   }
 
   std::string problemsHint(std::size_t published) const {
-    return (published > 0 ? "'iisinventory show Problems' and the logs in " : "the logs in ") +
+    return (published > 0 ? "'iisinventory show Problems', or see the logs in " : "see the logs in ") +
            options_.logDirectory.string();
   }
 
-  // What stands of the servers that weren't published.
+  // Previous collections of the servers that weren't published.
   void reportKept() {
-    for (const std::string& server : namesOf(false)) {
-      try {
-        if (const std::int64_t rows = inventory_->rowsOf(server); rows > 0) {
-          complain(server + ": the former inventory stands, " + counted(rows, "row", "rows"));
-        }
-      } catch (const inventory::Error&) {
-        // What it can't be asked for it hasn't lost, and asking once more would only mean waiting once more.
-        complain("what was published before stands as it was");
-        return;
-      }
+    const std::vector<std::string> names = namesOf(PublishState::kFailed);
+    if (names.empty()) return;
+    std::error_code error;
+    if (!inventory::isOnServer(options_.database) && !std::filesystem::exists(options_.database, error)) return;
+    try {
+      // Asking once more would only mean waiting once more.
+      if (publisher_.hasGivenUp()) return complain("what was published before is unchanged");
+      inventory::Reader reader = inventory_->read();
+      std::vector<std::string> kept;
+      for (const inventory::CollectionInfo& collection : reader.collections({names, ""}))
+        kept.push_back(collection.server + " (" + counted(collection.rows, "row", "rows") + ")");
+      if (!kept.empty()) complain("previous inventory kept: " + listed(kept, kMostNames));
+    } catch (const inventory::Error&) {
+      // There is no inventory, or it can't be read.
     }
   }
 
@@ -498,16 +522,20 @@ class Collection : private Publisher::Listener {
   }
 
   // On the thread that waits for signals, while the others go on with what is lost already. They may be
-  // waiting for somebody who doesn't read what they print.
+  // waiting for a reader of their output.
   [[noreturn]] void end(int signalNumber) {
     publisher_.stop();
-    // Whoever publishes has stopped, so nothing is added any more.
+    // Publishing has stopped, so nothing is added any more.
     tryForAMoment([this] {
       progress_.stop();
       const std::lock_guard lock(mutex_);
       if (options_.dryRun) return complain("ended by a signal; nothing was written");
-      complain("ended by a signal; in the inventory: " + listed(namesOf(true), kMostNames) +
-               "; not touched: " + listed(namesOf(false), kMostNames));
+      std::vector<std::string> unchanged = namesOf(PublishState::kOpen);
+      std::ranges::move(namesOf(PublishState::kFailed), std::back_inserter(unchanged));
+      const std::vector<std::string> unknown = namesOf(PublishState::kUnknown);
+      complain("ended by a signal; published: " + listed(namesOf(PublishState::kPublished), kMostNames) +
+               "; not published: " + listed(unchanged, kMostNames) +
+               (unknown.empty() ? "" : "; outcome unknown: " + listed(unknown, kMostNames)));
     });
     folder_.remove();
     endBySignal(signalNumber);
@@ -519,7 +547,7 @@ class Collection : private Publisher::Listener {
   const std::vector<std::string> findings_;  // what couldn't be looked into
   Output& output_;
   const std::unique_ptr<inventory::Inventory> inventory_;
-  const Former former_;  // of a dry run
+  const LastCollected lastCollected_;  // of a dry run
   EndingSignals& signals_;
   PrivateFolder folder_;
   ProgressLine progress_;
@@ -528,7 +556,7 @@ class Collection : private Publisher::Listener {
   std::atomic<std::chrono::milliseconds> logWait_;
   std::atomic<std::size_t> next_ = 0;
   bool outputFailed_ = false;
-  std::mutex mutex_;  // of what stands below, while there are several threads
+  std::mutex mutex_;  // guards the members below, while there are several threads
   std::int64_t collectedCount_ = 0;
   std::int64_t errorCount_ = 0;
   ProblemGroups groups_;
@@ -538,7 +566,7 @@ class Collection : private Publisher::Listener {
   std::int64_t replacedRows_ = 0;
   std::vector<std::string> replaced_;  // servers that had some
   std::vector<PublishState> states_;            // by the server's place
-  std::string workerError_;                // nobody was left to collect what is still open
+  std::string workerError_;            // why a thread ended
   std::set<std::string> foundSites_;
   std::set<std::string> foundPools_;
 };
@@ -576,9 +604,9 @@ int collect(const CollectOptions& options, Output& output) {
                                                std::filesystem::exists(options.database, error));
   auto inventory = isForReading ? inventory::openForReading(options.database, options.access)
                                 : inventory::openForPublishing(options.database, options.access);
-  Former former = isForReading ? lookAtFormer(*inventory) : Former();
+  LastCollected lastCollected = isForReading ? readLastCollected(*inventory) : LastCollected();
   EndingSignals signals;
-  return Collection(options, std::move(sources), output, std::move(inventory), std::move(former), signals)
+  return Collection(options, std::move(sources), output, std::move(inventory), std::move(lastCollected), signals)
       .run();
 }
 
