@@ -9,7 +9,7 @@
 namespace host {
 namespace {
 
-constexpr double kLongestWait = 1e6;
+constexpr double kMaxSeconds = 1e6;
 
 bool isUtf8(const std::string& text) {
   return automation::toUtf8(automation::fromUtf8(text)) == text;
@@ -24,8 +24,11 @@ std::string RawDatabase::name() const {
 
 inventory::Access RawDatabase::access() const {
   if (!isUtf8(schema)) throw UsageError("--schema: the name is not UTF-8");
-  if (!(wait >= 0)) throw UsageError("--wait: it is no number of seconds");
-  return {std::chrono::milliseconds(static_cast<std::int64_t>(wait * 1000)), force, schema};
+  const auto milliseconds = [](const char* option, double seconds) {
+    if (!(seconds >= 0)) throw UsageError(std::string(option) + ": not a number of seconds");
+    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+  };
+  return {milliseconds("--wait", wait), milliseconds("--server-timeout", serverTimeout), force, schema};
 }
 
 void addDatabase(CLI::App& command, RawDatabase& raw) {
@@ -41,13 +44,29 @@ void addSchema(CLI::App& command, RawDatabase& raw) {
 }
 
 void addWait(CLI::App& command, RawDatabase& raw) {
-  command.add_option("--wait", raw.wait, "How long to wait for others (default: 5)")
+  command.add_option("--wait", raw.wait, "Seconds to wait for a lock (default: 5)")
       ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, kLongestWait).description(""));
+      ->check(CLI::Range(0.0, kMaxSeconds).description(""));
+  command.add_option("--server-timeout", raw.serverTimeout, "Longest silence of a database server (60)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.001, kMaxSeconds).description(""));
 }
 
 void addForce(CLI::App& command, RawDatabase& raw) {
-  command.add_flag("--force", raw.force, "Also beside tables of somebody else");
+  command.add_flag("--force", raw.force, "Allow other tables in the database");
+}
+
+void addAt(CLI::App& command, std::string& at) {
+  command.add_option("--at", at, "State at this time, in UTC")->type_name("TIME");
+}
+
+std::string timeOf(const char* option, const std::string& text) {
+  if (text.empty()) return text;
+  try {
+    return inventory::momentOf(text);
+  } catch (const inventory::Error& error) {
+    throw UsageError(std::string(option) + ": " + error.what());
+  }
 }
 
 void addMaxSize(CLI::App& command, std::uint64_t& size) {
@@ -90,7 +109,7 @@ void addList(CLI::App& command, const char* option, std::vector<std::string>& va
 
 std::string databaseName(const std::string& option, const std::string& database) {
   if (!inventory::isOnServer(database)) return wholePath(option, database).string();
-  if (!isUtf8(database)) throw UsageError(option + ": the address is not UTF-8");
+  if (!isUtf8(database)) throw UsageError(option + ": not UTF-8");
   static_cast<void>(inventory::shownName(database));
   return database;
 }

@@ -8,7 +8,7 @@
 namespace host {
 namespace {
 
-// Whoever types a longer word is far from all that there is.
+// Longer words match nothing.
 constexpr std::size_t kLongest = 200;
 
 std::size_t distance(std::string_view one, std::string_view other) {
@@ -50,7 +50,7 @@ std::string nearest(std::string_view word, std::span<const std::string> candidat
 
 std::string didYouMean(std::string_view word, std::span<const std::string> candidates) {
   const std::string meant = nearest(word, candidates);
-  return meant.empty() ? "" : "; did you mean '" + meant + "'?";
+  return meant.empty() ? "" : " (did you mean '" + meant + "'?)";
 }
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// What somebody may have meant.
+// Suggestions for mistyped words.
 #pragma once
 
 #include <span>
@@ -12,7 +12,7 @@ namespace host {
 // none is near.
 std::string nearest(std::string_view word, std::span<const std::string> candidates);
 
-// "; did you mean 'x'?", or nothing.
+// " (did you mean 'x'?)", or nothing.
 std::string didYouMean(std::string_view word, std::span<const std::string> candidates);
 
 }  // namespace host

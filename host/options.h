@@ -29,6 +29,7 @@ struct CollectOptions {
   inventory::Access access;
   std::filesystem::path logDirectory;
   Selection selection;
+  bool replace = false;  // also a collection that looked at more
   unsigned jobs = 1;
   bool quiet = false;
   bool verbose = false;  // a line for each server
@@ -45,10 +46,11 @@ struct Condition {
 };
 
 struct ShowOptions {
-  std::vector<std::string> tables;  // or tabs; empty for the list of tables
+  std::vector<std::string> tables;  // tables, tabs or views; empty for the list of tables
   std::string database;
   inventory::Access access;
   std::vector<std::string> servers;  // all where none is named
+  std::string at;                    // a time in UTC; empty for the current collections
   std::vector<std::string> columns;  // all where none is named
   std::vector<Condition> conditions;
   std::string sort;  // the column to sort by; empty for the order of publication
@@ -68,10 +70,11 @@ struct CopyOptions {
 
 struct DiffOptions {
   std::string old;
-  std::string other;                 // the same database where two of its servers are compared
+  std::string other;                 // empty where one database alone is given
   inventory::Access access;          // of both
   std::string server;                // empty for every one
   std::string against;               // another one, in the same database
+  std::string since;                 // a time in UTC, of one database: compares with the collections then
   std::vector<std::string> ignored;  // columns
   Format format = Format::kTable;
 };
@@ -81,6 +84,7 @@ struct ReportOptions {
   inventory::Access access;
   std::vector<std::string> servers;  // all where none is named
   std::filesystem::path output;      // absolute; empty for the standard output
+  std::string at = {};               // a time in UTC; empty for the current collections
 };
 
 struct CheckOptions {

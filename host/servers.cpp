@@ -5,43 +5,42 @@
 #include "automation/text.h"
 #include "host/nearest.h"
 #include "host/options.h"
+#include "host/output.h"
 #include "inventory/names.h"
 
 namespace host {
 
-std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std::vector<std::string>& names) {
-  if (snapshot.tableNames().empty()) throw UsageError("the database has none of an inventory's tables");
-  std::vector<std::string> there = snapshot.servers();
-  const auto is = [](const std::string& server) {
-    return [&server](const std::string& name) { return inventory::sameName(name, server); };
+std::vector<inventory::CollectionInfo> chosenServers(inventory::Reader& reader,
+                                                     const std::vector<std::string>& names,
+                                                     const std::string& at) {
+  std::vector<inventory::CollectionInfo> found = reader.collections({names, at});
+  const auto isFound = [&](const std::string& name) {
+    return std::ranges::find(found, inventory::folded(name), &inventory::CollectionInfo::serverKey) !=
+           found.end();
   };
   for (const std::string& name : names) {
-    if (std::ranges::any_of(there, is(name))) continue;
-    throw UsageError("there is no server '" + name + "' in the database" + didYouMean(name, there));
+    if (isFound(name)) continue;
+    const std::vector<std::string> servers = reader.serverNames();
+    if (std::ranges::any_of(servers,
+                            [&](const std::string& each) { return inventory::sameName(each, name); }))
+      throw UsageError("no collection of server '" + name + "' at " + at);
+    throw UsageError("no server '" + name + "' in the database" + didYouMean(name, servers));
   }
-  if (names.empty()) return there;
-  std::erase_if(there, [&](const std::string& server) { return std::ranges::none_of(names, is(server)); });
-  return there;
+  if (found.empty()) throw UsageError(at.empty() ? "no servers in the database" : "no collections at " + at);
+  return found;
 }
 
-std::string chosenServer(inventory::Snapshot& snapshot, const std::string& name) {
-  if (!name.empty()) return chosenServers(snapshot, {name}).front();
-  const std::vector<std::string> there = chosenServers(snapshot, {});
-  if (there.empty()) throw UsageError("there is no server in the database");
-  if (there.size() > 1) {
-    throw UsageError("there are " + std::to_string(there.size()) +
-                     " servers in the database; --server says which one is meant");
-  }
-  return there.front();
+void reportSuccessor(const inventory::CollectionInfo& deleted) {
+  complain(deleted.server + " was collected again meanwhile; showing the new collection");
 }
 
-std::optional<std::string> whyNoName(const std::string& name) {
+std::optional<std::string> serverNameError(const std::string& name) {
   if (name.empty()) return "it is empty";
   if (automation::toUtf8(automation::fromUtf8(name)) != name) return "it is not UTF-8";
-  if (name.front() == ' ' || name.back() == ' ') return "it begins or ends in a blank";
+  if (name.front() == ' ' || name.back() == ' ') return "it begins or ends with a blank";
   for (const char c : name) {
-    if (c == '/' || c == '\\') return "it holds a slash";
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it holds a control character";
+    if (c == '/' || c == '\\') return "it contains a slash";
+    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it contains a control character";
   }
   return std::nullopt;
 }

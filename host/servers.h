@@ -1,4 +1,4 @@
-// Which of an inventory's servers are meant.
+// Servers that a command names.
 #pragma once
 
 #include <optional>
@@ -9,15 +9,17 @@
 
 namespace host {
 
-// The servers that are named, as the inventory spells them, in its order; all of them where none is named.
-// Throws UsageError for a name that there is nothing of, and
-// for a database that has none of an inventory's tables.
-std::vector<std::string> chosenServers(inventory::Snapshot& snapshot, const std::vector<std::string>& names);
+// The collections that a command reads: of the named servers, or of all where none is named, as they were at
+// a time, or the current ones where it is empty. In the order of the servers' names. Throws UsageError for a
+// server that the inventory lacks, or lacked then, and for an inventory without servers.
+std::vector<inventory::CollectionInfo> chosenServers(inventory::Reader& reader,
+                                                     const std::vector<std::string>& names,
+                                                     const std::string& at = {});
 
-// The one that is named; the only one there is where the name is empty. Throws UsageError.
-std::string chosenServer(inventory::Snapshot& snapshot, const std::string& name);
+// A reader's callback: prints that a server was collected again while it was read.
+void reportSuccessor(const inventory::CollectionInfo& deleted);
 
-// Why a text can't be a server's name, or nothing.
-std::optional<std::string> whyNoName(const std::string& name);
+// Why a text can't be a server's name; nothing if it can.
+std::optional<std::string> serverNameError(const std::string& name);
 
 }  // namespace host

@@ -162,9 +162,9 @@ class Finder {
       sources_.servers.push_back({name, std::move(source)});
       return;
     }
-    if (const auto why = whyNoName(name)) {
-      throw UsageError("METABASE '" + argument + "': '" + name + "' can't be a server's name, " + *why +
-                       "; put a name and '=' before the path");
+    if (const auto why = serverNameError(name)) {
+      throw UsageError("METABASE '" + argument + "': '" + name + "' cannot be a server's name: " + *why +
+                       " (put a name and '=' before the path)");
     }
     const auto [place, isNew] = explicit_.emplace(inventory::folded(name), sources_.servers.size());
     if (!isNew) {
@@ -185,7 +185,7 @@ class Finder {
     if (name) {
       if (found.size() > 1) {
         throw UsageError("METABASE '" + argument + "': there are " + std::to_string(found.size()) +
-                         " metabases in it, and one name can't be that of several servers");
+                         " metabases in it, XX");
       }
       return takeOne(argument, name, std::move(found.front().source));
     }
@@ -194,8 +194,8 @@ class Finder {
         sources_.servers.push_back({std::move(each.name), std::move(each.source)});
         continue;
       }
-      if (const auto why = whyNoName(each.name)) {
-        sources_.problems.push_back(each.source.shown() + ": '" + each.name + "' can't be a server's name, " +
+      if (const auto why = serverNameError(each.name)) {
+        sources_.problems.push_back(each.source.shown() + ": '" + each.name + "' cannot be a server's name: " +
                                     *why);
         continue;
       }
