@@ -36,6 +36,8 @@ const std::string kCollectFooter =
     inLines("of FTP sites: " + sectionNames(Side::kFtp) + ";") +
     inLines("of pools: " + sectionNames(Side::kPools) + ".") +
     "\n"
+    "A collection that covers less than the one it would replace needs --replace.\n"
+    "\n"
     "In a folder or an archive every metabase is found, at any depth; a server is\n"
     "named after the nearest folder that is none of the file's usual homes (inetsrv,\n"
     "system32, windows, History, MetaBack, C$ and the like).\n"
@@ -64,6 +66,7 @@ struct Raw {
   std::string logDirectory;
   std::uint64_t maxSize = 0;
   unsigned jobs = 1;
+  bool replace = false;
   bool list = false;
   bool dryRun = false;
   bool quiet = false;
@@ -87,6 +90,7 @@ CollectOptions optionsOf(const Raw& raw) {
                              ? std::filesystem::current_path()
                              : std::filesystem::path(options.database).parent_path();
   options.selection = select(raw.only, raw.sites, raw.pools);
+  options.replace = raw.replace;
   options.jobs = raw.jobs;
   options.quiet = raw.quiet;
   options.verbose = raw.verbose;
@@ -109,6 +113,7 @@ void addCollect(CLI::App& program, Work& work) {
   addList(command, "-o,--only", raw->only, "TAB", "Collect only this tab (repeatable)");
   addList(command, "--site", raw->sites, "ID", "Collect only this FTP site (repeatable)");
   addList(command, "--pool", raw->pools, "NAME", "Collect only this application pool (repeatable)");
+  command.add_flag("--replace", raw->replace, "Also replace a collection that covers more");
   command.add_option("--log-dir", raw->logDirectory, "Directory of the logs (default: the file's or .)")
       ->type_name("DIR");
   command.add_option("--jobs", raw->jobs, "How many servers side by side (default: 1)")

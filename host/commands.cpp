@@ -47,7 +47,7 @@ void addWait(CLI::App& command, RawDatabase& raw) {
   command.add_option("--wait", raw.wait, "Seconds to wait for a lock (default: 5)")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, kMaxSeconds).description(""));
-  command.add_option("--server-timeout", raw.serverTimeout, "Longest silence of a database server (60)")
+  command.add_option("--server-timeout", raw.serverTimeout, "Seconds a server may be silent (default: 60)")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.001, kMaxSeconds).description(""));
 }

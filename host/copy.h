@@ -1,4 +1,4 @@
-// Inventories from one database to another.
+// Copies servers from one inventory to another.
 #pragma once
 
 #include "host/options.h"
@@ -6,7 +6,8 @@
 
 namespace host {
 
-// Copies what stands of servers, and gives the exit status. Throws inventory::Error where nothing was copied.
+// Copies all kept collections of servers and gives the exit status. Throws inventory::Error if nothing was
+// copied.
 int copy(const CopyOptions& options, Output& output);
 
 }  // namespace host

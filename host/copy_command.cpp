@@ -8,8 +8,9 @@ namespace host {
 namespace {
 
 constexpr const char* kCopyFooter =
-    "What stands for a server is replaced whole, all servers at once. Exit status:\n"
-    "0 all of it, 1 a server isn't there, 2 nothing was copied.\n"
+    "Copies every kept collection of the servers, in place of those that TO has of\n"
+    "them; all servers or none. Exit status: 0 all, 1 a server is missing, 2 nothing\n"
+    "was copied.\n"
     "\n"
     "Examples:\n"
     "  iisinventory copy --from inventory.db --to postgresql://iis@db1/inventory\n"

@@ -136,7 +136,7 @@ void printBlocks(const Listing& listing, std::size_t width, Output& output) {
 void printTable(const Listing& listing, const PrintOptions& options, Output& output) {
   const bool onTerminal = ::isatty(STDOUT_FILENO) != 0;
   const std::size_t room = terminalColumns(STDOUT_FILENO);
-  if (options.inBlocks) return printBlocks(listing, room, output);
+  if (options.vertical) return printBlocks(listing, room, output);
   std::vector<std::size_t> widths = columnWidths(listing);
   const std::size_t columns = widths.size();
   const bool isCut = onTerminal && !options.isWide && lineWidth(widths) > room;
@@ -153,9 +153,9 @@ void printTable(const Listing& listing, const PrintOptions& options, Output& out
   output.write(cutToWidth("(cut: " + missing + way + ")", room) + "\n");
 }
 
-void printCsv(const Listing& listing, bool hasMark, Output& output) {
+void printCsv(const Listing& listing, bool writeBom, Output& output) {
   const bool onTerminal = ::isatty(STDOUT_FILENO) != 0;
-  if (hasMark) output.write("\uFEFF");
+  if (writeBom) output.write("\uFEFF");
   const auto printField = [&](std::size_t at, std::string_view field) {
     const std::string text = onTerminal ? harmless(field) : std::string(field);
     if (at > 0) output.write(",");
@@ -203,7 +203,8 @@ void printJson(const Listing& listing, Output& output) {
       const Listing::Column& column = listing.columns[at];
       if (!column.isNumber && !column.isJson) continue;
       auto value = nlohmann::ordered_json::parse(*row[at], nullptr, false);
-      if (column.isNumber ? value.is_number() : value.is_object()) member = std::move(value);
+      if (column.isNumber ? value.is_number() : value.is_object() || value.is_boolean())
+        member = std::move(value);
     }
     output.write(first ? "\n  " : ",\n  ");
     output.write(escaped(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)));
@@ -219,7 +220,7 @@ void print(const Listing& listing, const PrintOptions& options, Output& output) 
     case Format::kTable:
       return printTable(listing, options, output);
     case Format::kCsv:
-      return printCsv(listing, options.hasMark, output);
+      return printCsv(listing, options.writeBom, output);
     case Format::kJson:
       return printJson(listing, output);
   }

@@ -21,14 +21,14 @@ struct Listing {
   struct Column {
     std::string name;
     bool isNumber = false;
-    bool isJson = false;
+    bool isJson = false;         // objects and booleans
     bool tellsProblems = false;  // how many there are
   };
   std::vector<Column> columns;
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
 };
 
-// What a reader isn't told of a value that isn't known.
+// Shown in place of an unknown value.
 inline constexpr std::string_view kNotKnownText = "not known";
 
 // How a listing is printed. The last four are for terminals, or for those who open a file in a spreadsheet.
@@ -36,8 +36,8 @@ struct PrintOptions {
   Format format = Format::kTable;
   bool hasForms = false;  // whether the command has options for the next two
   bool isWide = false;    // lines as long as their row
-  bool inBlocks = false;  // columns below each other
-  bool hasMark = false;   // a byte order mark ahead of CSV
+  bool vertical = false;  // columns below each other
+  bool writeBom = false;  // a byte order mark ahead of CSV
 };
 
 // Prints a listing row by row, so that memory doesn't grow with it.

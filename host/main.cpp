@@ -19,7 +19,7 @@ constexpr int kWrong = 2;
 
 int run(int argumentCount, const char* const* arguments) {
   if (argumentCount < 2) {
-    complain("nothing is said to be done");
+    complain("no command given");
     printToError(programHelp());
     return kWrong;
   }

@@ -17,10 +17,11 @@ constexpr const char* kProgramFooter =
     "  iisinventory show --database inventory.db\n"
     "  iisinventory show tblGeneral --database inventory.db --format csv\n"
     "\n"
-    "'iisinventory COMMAND --help' tells more of each command.";
+    "See 'iisinventory COMMAND --help' for a command.";
 
-constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect,  addCheck, addServers, addShow,   addReport,
-                                                   addFindings, addDiff,  addRename,  addRemove, addCopy};
+constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect, addCheck,    addServers, addShow,
+                                                   addReport,  addFindings, addDiff,    addRename,
+                                                   addRemove,  addCopy,     addVerify,  addSchemaCommand};
 
 class Parser {
  public:
@@ -49,10 +50,11 @@ class Parser {
       failOn(error, program_.remaining(true));
     } catch (const CLI::Error& error) {
       if (&command() == &program_ && arguments[1][0] != '-') failOnCommand(arguments[1]);
-      if (&command() == &program_) throw UsageError("no command is named" + seeHelp());
+      if (&command() == &program_) throw UsageError("no command given" + seeHelp());
       throw UsageError(error.what() + seeHelp());
     } catch (const UsageError& error) {
-      throw UsageError(error.what() + seeHelp());
+      const std::string message = error.what();
+      throw UsageError(message.ends_with(')') ? message : message + seeHelp());
     }
     useColor(inventory::sameName(color_, "always")  ? ColorUse::kAlways
              : inventory::sameName(color_, "never") ? ColorUse::kNever
@@ -87,8 +89,8 @@ class Parser {
     for (const CLI::App* each : program_.get_subcommands({})) names.push_back(each->get_name());
     std::string all;
     for (const std::string& each : names) all += (all.empty() ? " " : ", ") + each;
-    const std::string meant = didYouMean(name, names);
-    throw UsageError("there is no command '" + name + "'" + (meant.empty() ? "; there are:" + all : meant));
+    const std::string suggestion = didYouMean(name, names);
+    throw UsageError("no command '" + name + "'" + (suggestion.empty() ? "; commands:" + all : suggestion));
   }
 
   [[noreturn]] void failOn(const CLI::Error& error, const std::vector<std::string>& extras) const {
@@ -98,10 +100,11 @@ class Parser {
     for (const CLI::Option* each : command().get_options()) {
       for (const std::string& name : each->get_lnames()) names.push_back("--" + name);
     }
-    throw UsageError("there is no option '" + option + "'" + didYouMean(option, names) + seeHelp());
+    const std::string suggestion = didYouMean(option, names);
+    throw UsageError("no option '" + option + "'" + (suggestion.empty() ? seeHelp() : suggestion));
   }
 
-  CLI::App program_{"Takes stock of IIS 6 servers: from their MetaBase.xml files to one database.",
+  CLI::App program_{"Inventories IIS 6 servers: from their MetaBase.xml files to one database.",
                     "iisinventory"};
   std::string color_ = "auto";
   Work work_;

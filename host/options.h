@@ -57,8 +57,8 @@ struct ShowOptions {
   bool isReversed = false;
   Format format = Format::kTable;
   bool isWide = false;
-  bool inBlocks = false;
-  bool hasMark = false;
+  bool vertical = false;
+  bool writeBom = false;
 };
 
 struct CopyOptions {

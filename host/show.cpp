@@ -4,46 +4,58 @@
 #include <charconv>
 #include <cmath>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "host/listing.h"
 #include "host/nearest.h"
+#include "host/retry.h"
 #include "host/sections.h"
 #include "host/servers.h"
 #include "host/spool.h"
 #include "inventory/inventory.h"
 #include "inventory/names.h"
-#include "inventory/not_known.h"
-#include "inventory/records.h"
 
 namespace host {
 namespace {
 
 using inventory::Cell;
+using Collections = std::vector<inventory::CollectionInfo>;
 using Strings = std::vector<std::string>;
 
 constexpr const char* kNotKnownColumn = "Not known";
+constexpr std::size_t kRowsByTable = inventory::ownColumn("Collections", "Rows by table");
 
-// What is to be printed of one table, as it stood at one moment. Nobody waits for whoever reads it.
-struct Picture {
-  std::string table;
+// The rows to print of one table, read before the first one is printed, so that a slow reader of the output
+// blocks no publication.
+struct CapturedTable {
+  std::string name;
   std::vector<Listing::Column> columns;
   Spool rows;
 };
 
-// A row on its way to the picture, and which of its cells aren't known.
-struct Candidate {
-  std::vector<Cell> cells;
-  inventory::NotKnownCells notKnown;
+// A table or a view.
+struct Relation {
+  std::string name;
+  const inventory::Table* table = nullptr;  // null for a view
 
-  // What conditions and a sorting go by.
-  std::string_view text(std::size_t column) const {
-    return notKnown.has(column) ? kNotKnownText : cells[column].value_or("");
-  }
+  bool isData() const { return table != nullptr && table->kinds[0] != inventory::ObjectKind::kNone; }
 };
+
+std::vector<Relation> relations() {
+  std::vector<Relation> all;
+  for (const inventory::Table& table : inventory::tables()) all.push_back({std::string(table.name), &table});
+  all.push_back({std::string(inventory::collectionsTable().name), &inventory::collectionsTable()});
+  all.push_back({std::string(inventory::problemsTable().name), &inventory::problemsTable()});
+  for (const inventory::DictionaryEntry& entry : inventory::dictionary()) {
+    if (entry.isView && all.back().name != entry.relation) all.push_back({std::string(entry.relation)});
+  }
+  return all;
+}
 
 std::optional<double> numberOf(std::string_view text) {
   double number = 0;
@@ -61,273 +73,257 @@ bool isLess(const std::string& left, const std::string& right) {
   return inventory::folded(left) < inventory::folded(right);
 }
 
-// The rows of a table that are wanted, and what of them is.
-class Taker {
+// Reads the rows and columns of a relation that the options ask for.
+class TableReader {
  public:
-  Taker(inventory::Snapshot& snapshot, const ShowOptions& options, const inventory::NotKnown& notKnown,
-        std::string table)
-      : snapshot_(snapshot), options_(options), notKnown_(notKnown), table_(std::move(table)) {
-    for (std::string& name : snapshot.columnNames(table_)) names_.push_back(std::move(name));
+  TableReader(const ShowOptions& options, const Relation& relation) : options_(options), relation_(relation) {
+    readColumns();
     for (const std::string& wanted : options.columns) shown_.push_back(place(wanted));
     if (shown_.empty()) {
-      for (std::size_t at = 0; at < names_.size(); ++at) shown_.push_back(at);
+      for (std::size_t at = 0; at < columns_.size(); ++at) shown_.push_back(at);
     }
     for (const Condition& condition : options.conditions)
       conditions_.emplace_back(place(condition.column), &condition);
     if (!options.sort.empty()) sort_ = place(options.sort);
-    tablePlace_ = inventory::tableIndex(table_);
-    if (tablePlace_ < inventory::tables().size()) {
-      for (const std::string_view column : inventory::tables()[tablePlace_].columns) {
-        places_.push_back(placeOf(column).value_or(names_.size()));
-      }
-    }
+    cells_.resize(columns_.size());
+    isUnknown_.resize(columns_.size());
   }
 
-  void take(const Strings& servers, Picture& picture) {
-    picture.table = table_;
-    const bool isOwn = table_ == inventory::kCollectionsTable;
-    for (const std::size_t at : shown_) {
-      const std::string& name = names_[at];
-      const bool isNumber =
-          isOwn && std::ranges::find(inventory::kNumberColumns, name) != std::end(inventory::kNumberColumns);
-      picture.columns.push_back({name, isNumber, isOwn && name == inventory::kJsonColumn});
-    }
-    if (tellsWhatIsNotKnown()) picture.columns.push_back({kNotKnownColumn});
+  void read(inventory::Reader& reader, const Collections& collections, CapturedTable& captured) {
+    captured.name = relation_.name;
+    for (const std::size_t at : shown_) captured.columns.push_back(listingColumn(columns_[at]));
+    if (namesUnknown()) captured.columns.push_back({kNotKnownColumn});
     std::vector<std::pair<std::string, std::vector<std::optional<std::string>>>> sorted;
-    const auto handle = [&](const Candidate& row) {
-      if (!isWanted(row)) return;
-      if (!sort_) return picture.rows.add(shown(row));
+    forEachRow(reader, collections, [&] {
+      if (!isWanted()) return;
+      if (!sort_) return captured.rows.add(shownCells());
       std::vector<std::optional<std::string>> kept;
-      for (const Cell& cell : shown(row)) kept.emplace_back(cell);
-      sorted.emplace_back(row.text(*sort_), std::move(kept));
-    };
-    forEach(servers, handle);
+      for (const Cell& cell : shownCells()) kept.emplace_back(cell);
+      sorted.emplace_back(text(*sort_), std::move(kept));
+    });
     std::ranges::stable_sort(sorted, [&](const auto& left, const auto& right) {
       return options_.isReversed ? isLess(right.first, left.first) : isLess(left.first, right.first);
     });
-    for (const auto& [key, row] : sorted) picture.rows.add(std::vector<Cell>(row.begin(), row.end()));
+    for (const auto& [key, row] : sorted) captured.rows.add(std::vector<Cell>(row.begin(), row.end()));
   }
 
  private:
-  std::optional<std::size_t> placeOf(std::string_view column) const {
-    const auto found = std::ranges::find_if(
-        names_, [&](const std::string& name) { return inventory::sameName(name, column); });
-    if (found == names_.end()) return std::nullopt;
-    return static_cast<std::size_t>(found - names_.begin());
-  }
+  struct Column {
+    std::string name;
+    inventory::Type type = inventory::Type::kText;
+    std::size_t place = 0;  // in the table or in the query
+  };
 
-  std::size_t place(const std::string& column) const {
-    if (const auto found = placeOf(column)) return *found;
-    std::string all;
-    for (const std::string& name : names_) all += (all.empty() ? " " : ", ") + name;
-    const std::string meant = didYouMean(column, names_);
-    throw UsageError("the table " + table_ + " has no column '" + column + "'" +
-                     (meant.empty() ? "; it has:" + all : meant));
-  }
-
-  bool tellsWhatIsNotKnown() const {
-    return options_.format != Format::kTable && tablePlace_ < inventory::tables().size();
-  }
-
-  template <typename Handle>
-  void forEach(const Strings& servers, const Handle& handle) {
-    Candidate row;
-    row.cells.resize(names_.size());
-    const auto take = [&] {
-      row.notKnown = {};
-      if (tablePlace_ < inventory::tables().size() && !notKnown_.empty()) {
-        const auto found = notKnown_.of(tablePlace_, [&](std::size_t column) {
-          return places_[column] < row.cells.size() ? row.cells[places_[column]] : Cell();
-        });
-        // By the place in this database's table.
-        for (std::size_t column = 0; column < places_.size(); ++column) {
-          if (found.has(column) && places_[column] < names_.size())
-            row.notKnown.columns |= 1U << places_[column];
-        }
+  void readColumns() {
+    if (relation_.table != nullptr) {
+      const auto columns = relation_.table->columns;
+      for (std::size_t at = 0; at < columns.size(); ++at) {
+        if (columns[at].role != inventory::Role::kBookkeeping)
+          columns_.push_back({std::string(columns[at].name), columns[at].type, at});
       }
-      handle(row);
-    };
-    if (options_.servers.empty()) {
-      snapshot_.forEach(table_, [&](std::span<const Cell> cells) {
-        row.cells.assign(cells.begin(), cells.end());
-        take();
+      return;
+    }
+    for (const inventory::DictionaryEntry& entry : inventory::dictionary()) {
+      if (entry.isView && entry.relation == relation_.name && !entry.isBookkeeping)
+        columns_.push_back({std::string(entry.column), entry.type, columns_.size()});
+    }
+  }
+
+  Listing::Column listingColumn(const Column& column) const {
+    const bool isNumber = column.type == inventory::Type::kInteger || column.type == inventory::Type::kReal;
+    const bool isJson = column.type == inventory::Type::kBoolean ||
+                        (relation_.table == &inventory::collectionsTable() && column.place == kRowsByTable);
+    return {column.name, isNumber, isJson};
+  }
+
+  std::size_t place(const std::string& wanted) const {
+    Strings names;
+    for (const Column& column : columns_) {
+      if (inventory::sameName(column.name, wanted))
+        return static_cast<std::size_t>(&column - columns_.data());
+      names.push_back(column.name);
+    }
+    std::string all;
+    for (const std::string& name : names) all += (all.empty() ? " " : ", ") + name;
+    const std::string suggestion = didYouMean(wanted, names);
+    throw UsageError("no column '" + wanted + "' in " + relation_.name +
+                     (suggestion.empty() ? "; columns:" + all : suggestion));
+  }
+
+  // Whether a last column names the columns whose values are unknown.
+  bool namesUnknown() const { return options_.format != Format::kTable && relation_.isData(); }
+
+  // Calls `handle` with each row in cells_ and isUnknown_.
+  template <typename Handle>
+  void forEachRow(inventory::Reader& reader, const Collections& collections, const Handle& handle) {
+    if (relation_.table != nullptr) {
+      reader.forEachRow(*relation_.table, collections, [&](const inventory::TableRow& row) {
+        for (std::size_t at = 0; at < columns_.size(); ++at) {
+          cells_[at] = row.cell(columns_[at].place);
+          isUnknown_[at] = relation_.isData() && row.isUnknown(columns_[at].place);
+        }
+        handle();
       });
       return;
     }
-    // That gives the columns as the inventory has them.
-    const auto every = inventory::everyTable();
-    const auto table = std::ranges::find(every, table_, &inventory::Table::name);
-    const auto rows = snapshot_.rowsOf(table_, servers);
-    while (rows->next()) {
-      for (std::size_t at = 0; at < names_.size(); ++at) row.cells[at].reset();
-      for (std::size_t at = 0; at < (*table)->columns.size(); ++at) {
-        if (const auto to = placeOf((*table)->columns[at])) row.cells[*to] = rows->cell(at);
+    std::string sql;
+    for (const Column& column : columns_)
+      sql += (sql.empty() ? "select " : ", ") + inventory::quotedName(column.name);
+    sql += " from " + inventory::quotedName(relation_.name);
+    reader.query(sql, {options_.servers, options_.at}, [&](inventory::Cursor& row) {
+      for (std::size_t at = 0; at < columns_.size(); ++at) {
+        cells_[at] = row.cell(at);
+        if (cells_[at] && columns_[at].type == inventory::Type::kBoolean)
+          cells_[at] = *cells_[at] == "1" ? "true" : "false";
       }
-      take();
-    }
-  }
-
-  bool isWanted(const Candidate& row) const {
-    return std::ranges::all_of(conditions_, [&](const auto& pair) {
-      const std::string_view text = row.text(pair.first);
-      switch (pair.second->kind) {
-        case Condition::Kind::kIs:
-          return inventory::sameName(text, pair.second->text);
-        case Condition::Kind::kIsNot:
-          return !inventory::sameName(text, pair.second->text);
-        case Condition::Kind::kContains:
-          break;
-      }
-      return inventory::folded(text).find(inventory::folded(pair.second->text)) != std::string::npos;
+      handle();
     });
   }
 
-  // Good until the next call.
-  const std::vector<Cell>& shown(const Candidate& row) {
+  // A cell as conditions and sorting see it.
+  std::string_view text(std::size_t column) const {
+    return isUnknown_[column] ? kNotKnownText : cells_[column].value_or("");
+  }
+
+  bool isWanted() const {
+    return std::ranges::all_of(conditions_, [&](const auto& pair) {
+      const std::string_view value = text(pair.first);
+      switch (pair.second->kind) {
+        case Condition::Kind::kIs:
+          return inventory::sameName(value, pair.second->text);
+        case Condition::Kind::kIsNot:
+          return !inventory::sameName(value, pair.second->text);
+        case Condition::Kind::kContains:
+          break;
+      }
+      return inventory::folded(value).find(inventory::folded(pair.second->text)) != std::string::npos;
+    });
+  }
+
+  // Valid until the next call.
+  const std::vector<Cell>& shownCells() {
     out_.clear();
     for (const std::size_t at : shown_) {
-      const bool isHidden = row.notKnown.has(at) && options_.format == Format::kTable;
-      out_.push_back(isHidden ? Cell(kNotKnownText) : row.cells[at]);
+      const bool isHidden = isUnknown_[at] && options_.format == Format::kTable;
+      out_.push_back(isHidden ? Cell(kNotKnownText) : cells_[at]);
     }
-    if (tellsWhatIsNotKnown()) {
-      columns_.clear();
-      for (std::size_t at = 0; at < names_.size(); ++at) {
-        if (row.notKnown.has(at)) columns_ += (columns_.empty() ? "" : "; ") + names_[at];
+    if (namesUnknown()) {
+      unknownNames_.clear();
+      for (std::size_t at = 0; at < columns_.size(); ++at) {
+        if (isUnknown_[at]) unknownNames_ += (unknownNames_.empty() ? "" : "; ") + columns_[at].name;
       }
-      out_.emplace_back(columns_);
+      out_.emplace_back(unknownNames_);
     }
     return out_;
   }
 
-  inventory::Snapshot& snapshot_;
   const ShowOptions& options_;
-  const inventory::NotKnown& notKnown_;
-  const std::string table_;
-  Strings names_;
+  const Relation& relation_;
+  std::vector<Column> columns_;
   std::vector<std::size_t> shown_;
   std::vector<std::pair<std::size_t, const Condition*>> conditions_;
   std::optional<std::size_t> sort_;
-  std::size_t tablePlace_ = 0;
-  std::vector<std::size_t> places_;  // of the inventory's columns in the database's table
+  std::vector<Cell> cells_;
+  std::vector<bool> isUnknown_;
   std::vector<Cell> out_;
-  std::string columns_;
+  std::string unknownNames_;
 };
 
-// The tables that are meant: by their own names or by a tab's.
-Strings tablesNamed(const ShowOptions& options, const Strings& there) {
-  Strings found;
+// The relations that are asked for, by their own names or by a tab's, each once.
+std::vector<Relation> relationsNamed(const Strings& names) {
+  const std::vector<Relation> all = relations();
+  std::vector<Relation> found;
   const auto add = [&](std::string_view name) {
-    if (std::ranges::find(there, name) != there.end() && std::ranges::find(found, name) == found.end())
-      found.emplace_back(name);
+    const auto relation =
+        std::ranges::find_if(all, [&](const Relation& each) { return inventory::sameName(each.name, name); });
+    if (relation == all.end()) return false;
+    if (std::ranges::find(found, relation->name, &Relation::name) == found.end()) found.push_back(*relation);
+    return true;
   };
-  for (const std::string& wanted : options.tables) {
-    const std::size_t before = found.size();
-    bool isKnown = false;
-    for (const std::string& name : there) {
-      if (!inventory::sameName(name, wanted)) continue;
-      isKnown = true;
-      add(name);
-    }
+  for (const std::string& name : names) {
+    if (add(name)) continue;
+    bool isTab = false;
     for (const Section& section : sections()) {
-      if (isKnown || !inventory::sameName(section.name, wanted)) continue;
+      if (!inventory::sameName(section.name, name)) continue;
+      isTab = true;
       for (const std::string_view table : section.tables) add(table);
     }
-    isKnown =
-        isKnown || found.size() > before || std::ranges::any_of(sections(), [&](const Section& section) {
-          return inventory::sameName(section.name, wanted) &&
-                 std::ranges::any_of(section.tables, [&](std::string_view table) {
-                   return std::ranges::find(there, table) != there.end();
-                 });
-        });
-    if (isKnown) continue;
-    Strings names = there;
-    for (const Section& section : sections()) names.emplace_back(section.name);
-    std::string message = "there is no table '" + wanted + "'";
-    const std::string meant = didYouMean(wanted, names);
-    if (!meant.empty()) throw UsageError(message + meant);
-    message += "; there are:";
-    for (const std::string& name : there) message += (name == there.front() ? " " : ", ") + name;
-    throw UsageError(message);
+    if (isTab) continue;
+    Strings known;
+    std::string list;
+    for (const Relation& relation : all) {
+      known.push_back(relation.name);
+      list += (list.empty() ? " " : ", ") + relation.name;
+    }
+    for (const Section& section : sections()) known.emplace_back(section.name);
+    const std::string suggestion = didYouMean(name, known);
+    throw UsageError("no table '" + name + "'" + (suggestion.empty() ? "; tables:" + list : suggestion));
   }
   return found;
 }
 
-// The tables and how many rows they have.
-Picture listOf(inventory::Snapshot& snapshot, const Strings& names, const ShowOptions& options) {
-  if (!options.columns.empty() || !options.conditions.empty() || !options.sort.empty()) {
+// The tables and their row counts.
+CapturedTable listTables(const Collections& collections) {
+  std::vector<std::int64_t> counts(inventory::tables().size());
+  std::int64_t problems = 0;
+  for (const inventory::CollectionInfo& collection : collections) {
+    problems += collection.problems + collection.notes;
+    const auto rows = nlohmann::json::parse(collection.rowsByTable, nullptr, false);
+    if (!rows.is_object()) continue;
+    for (std::size_t at = 0; at < counts.size(); ++at)
+      counts[at] += rows.value(std::string(inventory::tables()[at].name), std::int64_t{0});
+  }
+  CapturedTable captured;
+  captured.columns = {{"Table"}, {"Rows", true}};
+  const auto add = [&](std::string_view name, std::int64_t count) {
+    const std::string text = std::to_string(count);
+    captured.rows.add(std::vector<Cell>{name, text});
+  };
+  for (std::size_t at = 0; at < counts.size(); ++at) add(inventory::tables()[at].name, counts[at]);
+  add(inventory::collectionsTable().name, static_cast<std::int64_t>(collections.size()));
+  add(inventory::problemsTable().name, problems);
+  return captured;
+}
+
+std::vector<CapturedTable> capture(const ShowOptions& options) {
+  if (options.tables.empty() &&
+      (!options.columns.empty() || !options.conditions.empty() || !options.sort.empty())) {
     throw UsageError("--columns, --where and --sort need a table");
   }
-  const Strings servers = chosenServers(snapshot, options.servers);
-  Picture picture;
-  picture.columns = {{"Table"}, {"Rows", true}};
-  for (const std::string& name : names) {
-    std::int64_t count = 0;
-    if (options.servers.empty()) {
-      count = snapshot.rowCount(name);
-    } else {
-      const auto rows = snapshot.rowsOf(name, servers);
-      while (rows->next()) ++count;
-    }
-    const std::string text = std::to_string(count);
-    picture.rows.add(std::vector<Cell>{name, text});
-  }
-  return picture;
-}
-
-std::vector<Picture> takePictures(const ShowOptions& options) {
-  const auto inventory = inventory::openForReading(options.database, options.access);
-  const auto snapshot = inventory->snapshot();
-  const Strings there = snapshot->tableNames();
-  if (there.empty()) {
-    throw UsageError("the database '" + inventory::shownName(options.database) +
-                     "' has none of an inventory's tables");
-  }
-  std::vector<Picture> pictures;
-  if (options.tables.empty()) {
-    pictures.push_back(listOf(*snapshot, there, options));
-    return pictures;
-  }
-  const Strings names = tablesNamed(options, there);
-  if (names.size() > 1 && options.format == Format::kCsv) {
+  const std::vector<Relation> named = relationsNamed(options.tables);
+  if (named.size() > 1 && options.format == Format::kCsv) {
     std::string all;
-    for (const std::string& name : names) all += (all.empty() ? "" : ", ") + name;
+    for (const Relation& relation : named) all += (all.empty() ? "" : ", ") + relation.name;
     throw UsageError("csv takes one table at a time; these are: " + all);
   }
-  const Strings servers = chosenServers(*snapshot, options.servers);
-  const inventory::NotKnown notKnown = inventory::readNotKnown(*snapshot, servers);
-  for (const std::string& name : names) {
-    Taker(*snapshot, options, notKnown, name).take(servers, pictures.emplace_back());
-  }
-  return pictures;
-}
-
-// Once more, as a whole, where the server is lost.
-std::vector<Picture> takePicturesOrAgain(const ShowOptions& options) {
-  try {
-    return takePictures(options);
-  } catch (const inventory::Unreachable&) {
-    return takePictures(options);
-  }
+  const auto inventory = inventory::openForReading(options.database, options.access);
+  inventory::Reader reader = inventory->read(reportSuccessor);
+  const Collections collections = chosenServers(reader, options.servers, options.at);
+  std::vector<CapturedTable> tables;
+  if (named.empty()) tables.push_back(listTables(collections));
+  for (const Relation& relation : named)
+    TableReader(options, relation).read(reader, collections, tables.emplace_back());
+  return tables;
 }
 
 }  // namespace
 
 void show(const ShowOptions& options, Output& output) {
-  std::vector<Picture> pictures = takePicturesOrAgain(options);
-  const bool several = pictures.size() > 1;
-  for (Picture& picture : pictures) {
-    const bool isFirst = &picture == &pictures.front();
-    Listing listing{picture.columns, {}};
-    listing.forEachRow = [&picture](const std::function<void(const Row&)>& each) {
-      picture.rows.forEach(picture.columns.size(), each);
+  std::vector<CapturedTable> tables = retryOnDisconnect([&] { return capture(options); });
+  const bool several = tables.size() > 1;
+  for (CapturedTable& table : tables) {
+    const bool isFirst = &table == &tables.front();
+    Listing listing{table.columns, {}};
+    listing.forEachRow = [&table](const std::function<void(const Row&)>& each) {
+      table.rows.forEach(table.columns.size(), each);
     };
     // Tables one below the other, or as members of one object.
     if (several && options.format == Format::kTable) {
-      output.write((isFirst ? "" : "\n") + picture.table + "\n\n");
+      output.write((isFirst ? "" : "\n") + table.name + "\n\n");
     } else if (several) {
-      output.write((isFirst ? "{\"" : ",\"") + picture.table + "\": ");
+      output.write((isFirst ? "{\"" : ",\"") + table.name + "\": ");
     }
-    print(listing, {options.format, true, options.isWide, options.inBlocks, options.hasMark}, output);
+    print(listing, {options.format, true, options.isWide, options.vertical, options.writeBom}, output);
   }
   if (several && options.format == Format::kJson) output.write("}\n");
   output.flush();

@@ -6,8 +6,8 @@
 
 namespace host {
 
-// Prints a table of the database, or its tables and their row counts. Throws automation::Failure for a
-// database that can't be read and UsageError for a table that it doesn't have.
+// Prints tables and views of the inventory, or its tables and their row counts. Throws inventory::Error if it
+// can't be read and UsageError for a table, column or server that it lacks.
 void show(const ShowOptions& options, Output& output);
 
 }  // namespace host

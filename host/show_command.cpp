@@ -7,18 +7,20 @@ namespace host {
 namespace {
 
 constexpr const char* kFooter =
-    "A tab's name stands for its tables: General for tblGeneral. Without a table,\n"
-    "the tables and their row counts. A condition is COLUMN=TEXT, COLUMN!=TEXT or\n"
-    "COLUMN~TEXT (contains), without regard to case; all of them must hold.\n"
+    "TABLE is a table, a view or a tab: General for tblGeneral; see 'iisinventory\n"
+    "schema'. Without TABLE, lists the tables and their row counts. CONDITION is\n"
+    "COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT (contains), without regard to case; all\n"
+    "of them must be met. TIME is 2026-01-31, 2026-01-31T12:00 or the like.\n"
     "\n"
-    "What a problem says isn't known shows as 'not known'; csv and json keep the\n"
-    "value and name such columns in a last one, 'Not known'.\n"
+    "A value that could not be read shows as 'not known'; csv and json keep what is\n"
+    "stored, and name such columns in a last column, 'Not known'.\n"
     "\n"
     "Examples:\n"
     "  iisinventory show -d inventory.db\n"
     "  iisinventory show Health -d inventory.db --server WEB01 --blocks\n"
     "  iisinventory show \"Home Directory\" -d inventory.db --where Write=Yes\n"
-    "  iisinventory show tblvirtualDirectory -d inventory.db --format json";
+    "  iisinventory show tblvirtualDirectory -d inventory.db --format json\n"
+    "  iisinventory show ftp_site -d inventory.db --at 2026-01-31";
 
 struct Raw {
   RawDatabase database;
@@ -31,7 +33,7 @@ struct Raw {
 Condition conditionOf(const std::string& text) {
   const std::size_t at = text.find_first_of("=~");
   if (at == text.npos || at == 0) {
-    throw UsageError("--where '" + text + "': it is none of COLUMN=TEXT, COLUMN!=TEXT and COLUMN~TEXT");
+    throw UsageError("--where '" + text + "': not COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT");
   }
   if (text[at] == '~') return {text.substr(0, at), Condition::Kind::kContains, text.substr(at + 1)};
   if (at > 1 && text[at - 1] == '!')
@@ -53,12 +55,13 @@ ShowOptions optionsOf(const Raw& raw) {
   ShowOptions options = raw.options;
   options.database = raw.database.name();
   options.access = raw.database.access();
+  options.at = timeOf("--at", raw.options.at);
   options.format = formatOf(raw.format);
   options.columns = pieces(raw.columns);
   for (const std::string& text : raw.conditions) options.conditions.push_back(conditionOf(text));
-  if (options.hasMark && options.format != Format::kCsv) throw UsageError("--bom is for --format csv");
+  if (options.writeBom && options.format != Format::kCsv) throw UsageError("--bom is for --format csv");
   if (options.isReversed && options.sort.empty()) throw UsageError("--reverse needs --sort");
-  if (options.isWide && options.inBlocks) throw UsageError("--wide and --blocks exclude each other");
+  if (options.isWide && options.vertical) throw UsageError("--wide and --blocks exclude each other");
   return options;
 }
 
@@ -67,18 +70,19 @@ ShowOptions optionsOf(const Raw& raw) {
 void addShow(CLI::App& program, Work& work) {
   const auto raw = std::make_shared<Raw>();
   ShowOptions& options = raw->options;
-  CLI::App& command = *program.add_subcommand("show", "Show what a database holds");
-  command.add_option("TABLE", options.tables, "Tables or tabs to show")->type_name("");
+  CLI::App& command = *program.add_subcommand("show", "Show tables and views of a database");
+  command.add_option("TABLE", options.tables, "Tables, views or tabs to show")->type_name("");
   addDatabase(command, raw->database);
   addList(command, "--server", options.servers, "NAME", "Only this server (repeatable)");
+  addAt(command, options.at);
   addList(command, "--columns", raw->columns, "A,B,...", "Only these columns (repeatable)");
-  addList(command, "--where", raw->conditions, "CONDITION", "Only such rows (repeatable)");
+  addList(command, "--where", raw->conditions, "CONDITION", "Only rows that meet it (repeatable)");
   command.add_option("--sort", options.sort, "Sort by this column")->type_name("COLUMN");
-  command.add_flag("--reverse", options.isReversed, "The last of the order first");
+  command.add_flag("--reverse", options.isReversed, "Reverse order");
   addFormat(command, raw->format);
-  command.add_flag("--wide", options.isWide, "Lines as long as their row, on a terminal");
-  command.add_flag("--blocks", options.inBlocks, "Columns below each other");
-  command.add_flag("--bom", options.hasMark, "A byte order mark ahead of csv, for Excel");
+  command.add_flag("--wide", options.isWide, "Don't truncate lines on a terminal");
+  command.add_flag("--blocks", options.vertical, "One column per line");
+  command.add_flag("--bom", options.writeBom, "Begin csv with a byte order mark, for Excel");
   command.footer(kFooter);
   command.callback([raw, &work] {
     work = [shown = optionsOf(*raw)](Output& output) {

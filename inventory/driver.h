@@ -58,7 +58,6 @@ class Cursor {
   // writes them ("1.0"), whatever the database.
   virtual Cell cell(std::size_t column) = 0;
   virtual std::size_t columnCount() const = 0;
-  virtual std::string columnName(std::size_t column) const = 0;
 
   std::string text(std::size_t column) { return std::string(cell(column).value_or("")); }
   // 0 for null.

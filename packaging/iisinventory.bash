@@ -23,6 +23,7 @@ _iisinventory() {
 
   COMPREPLY=()
   case $command$before in
+    schema--format | schema-f) choices=$'table\njson\nmarkdown' ;;
     *--format | *-f) choices=$'table\ncsv\njson' ;;
     *--color) choices=$'auto\nalways\nnever' ;;
     *--fail-on) choices=any$'\n'$("$program" findings --rules --format csv 2>/dev/null | _iisinventory_names) ;;
@@ -43,6 +44,8 @@ _iisinventory() {
         choices=$("$program" --help 2>/dev/null | sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p')
       elif [[ $command == show && -n $database ]]; then
         choices=$("$program" show -d "$database" --format csv 2>/dev/null | _iisinventory_names)
+      elif [[ $command == schema ]]; then
+        choices=$("$program" schema --format json | sed -n 's/.*"Table":"\([^"]*\)".*/\1/p' | uniq)
       elif [[ $command == @(remove|rename) && -n $database ]]; then
         choices=$("$program" servers -d "$database" --format csv 2>/dev/null | _iisinventory_names)
       fi

@@ -176,7 +176,7 @@ TEST_F(Diff, ComparesServersThatShouldBeAlike) {
       {{old_}, "two databases"},
       {{old_, old_, "--against", "TWIN2", "--server", "WEB01"}, "of one database"},
       {{old_, "--server", "WEB01", "--against", "TWIN"}, "did you mean 'TWIN2'?"},
-      {{old_, old_, "--server", "WEB02"}, "there is no server 'WEB02'"},
+      {{old_, old_, "--server", "WEB02"}, "no server 'WEB02'"},
       {{old_, old_, "--ignore", "Stat"}, "did you mean 'State'?"},
       {{old_, new_}, "there is no such file"}};
   for (const auto& [arguments, words] : wrong) {

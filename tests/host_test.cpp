@@ -84,9 +84,9 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
   Database(foreign, Database::Mode::kCreate, {}).execute("create table other (a)");
   const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
       {{}, "--help"},
-      {{"gather"}, "there is no command 'gather'; there are: collect, "},
+      {{"gather"}, "no command 'gather'; commands: collect, "},
       {{"colect"}, "did you mean 'collect'?"},
-      {{"collect", "--databse", here}, "there is no option '--databse'; did you mean '--database'?"},
+      {{"collect", "--databse", here}, "no option '--databse' (did you mean '--database'?)"},
       {{"collect", "--database", here}, "METABASE is required"},
       {{"collect", kWeb01}, "--database is required"},
       {{"collect", kWeb01, "--database", path("no/such.db")}, "it doesn't exist"},
@@ -102,7 +102,7 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
       {{"collect", broken, "--database", here}, "broken: " + broken},
       {{"collect", path("gone.xml"), "--database", here}, "gone: " + path("gone.xml")},
       {{"collect", "-", "--database", here}, "put a name and '='"},
-      {{"collect", "A=" SAMPLES_DIRECTORY, "--database", here}, "there are 2 metabases in it"},
+      {{"collect", "A=" SAMPLES_DIRECTORY, "--database", here}, "NAME= needs exactly one metabase; found 2"},
       {{"collect", folder_.folder("empty").string(), "--database", here}, "there is no metabase in "},
       {{"show", "--database", here}, "there is no such file"},
       {{"show", "--database", noDatabase}, "it is not a database"},
@@ -121,7 +121,8 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
     EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
     EXPECT_FALSE(fs::exists(here));
   }
-  for (const char* command : {"", "collect", "check", "show", "report", "findings", "diff", "copy"}) {
+  for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "diff",
+                              "rename", "remove", "copy", "verify", "schema"}) {
     const Result help = *command == '\0' ? run({"--help"}) : run({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("Example"), std::string::npos);

@@ -170,6 +170,7 @@ struct DictionaryEntry {
   std::string_view meaning;
   std::string nullMeaning;
   std::string_view properties;
+  bool isBookkeeping = false;  // of the inventory itself; not shown
 };
 std::vector<DictionaryEntry> dictionary();
 
