@@ -174,22 +174,17 @@ class Side {
     return key;
   }
 
-  // A site's or pool's object, by its identifier or name; 0 if there is none.
-  std::int64_t itemObject(ObjectKind kind, std::string_view item) const {
-    const auto found = items_.find(itemKey(inventory::itemKindOf(kind), item));
-    return found == items_.end() ? 0 : found->second;
-  }
-
   // Whether the collection looked at rows of a table: of one item, or of any.
   bool isCollected(const ComparedTable& table, std::string_view item) const {
     return data_.info().coverage.includes(table.table->name, table.rowKind, item);
   }
-  bool hasFailed(const ComparedTable& table, std::int64_t object) const {
-    return !data_.reasons(table.table->name, object).empty();
+  bool hasFailed(const ComparedTable& table, std::string_view item) const {
+    const auto found = items_.find(itemKey(inventory::itemKindOf(table.rowKind), item));
+    return !data_.reasons(table.table->name, found == items_.end() ? 0 : found->second).empty();
   }
   // Whether rows that are missing may exist.
-  bool isUnknown(const ComparedTable& table, std::string_view item, std::int64_t object) const {
-    return !isCollected(table, item) || hasFailed(table, object);
+  bool isUnknown(const ComparedTable& table, std::string_view item) const {
+    return !isCollected(table, item) || hasFailed(table, item);
   }
 
   std::string normal(std::string_view value) const { return stripServerName(value, data_.server()); }
@@ -205,11 +200,9 @@ class Side {
 
 // What is compared: a site, a directory, a pool or an extension.
 struct Entity {
-  std::string name;  // as it is shown
-  std::string item;  // the site or pool that it belongs to
-  // Of both sides: its rows by table, and its object, or the site's or pool's that it belongs to.
-  std::array<std::vector<Rows>, 2> rows;
-  std::array<std::int64_t, 2> objects{};
+  std::string name;                       // as it is shown
+  std::string item;                       // the site or pool that it belongs to
+  std::array<std::vector<Rows>, 2> rows;  // of both sides, by table
   std::array<bool, 2> isThere{};
 };
 
@@ -240,8 +233,7 @@ class Comparison {
     for (const Entity& entity : entities(tables)) {
       if (!entity.isThere[0] || !entity.isThere[1]) {
         const Side& without = entity.isThere[0] ? new_ : old_;
-        const bool isUnknown =
-            without.isUnknown(*tables.front(), entity.item, entity.objects[entity.isThere[0] ? 1 : 0]);
+        const bool isUnknown = without.isUnknown(*tables.front(), entity.item);
         add(differenceOf(entity, nullptr, ""), isUnknown           ? Outcome::kNotKnown
                                                : entity.isThere[0] ? Outcome::kOnlyOld
                                                                    : Outcome::kOnlyNew);
@@ -269,15 +261,7 @@ class Comparison {
           Entity& entity = all[place->second];
           entity.isThere[which] = true;
           entity.rows[which][at].push_back(row);
-          const ObjectInfo* const object = side.data().object(row.objectId());
-          if (object != nullptr && object->kind == type_->kind) entity.objects[which] = object->id;
         }
-      }
-    }
-    for (Entity& entity : all) {
-      for (const std::size_t which : {0U, 1U}) {
-        if (entity.objects[which] == 0)
-          entity.objects[which] = (which == 0 ? old_ : new_).itemObject(type_->kind, entity.item);
       }
     }
     return all;
@@ -326,14 +310,13 @@ class Comparison {
   void compareRows(const Entity& entity, const ComparedTable& table, const Rows& before, const Rows& after) {
     if (before.empty() && after.empty()) {
       // Both are alike if it is known that there is nothing.
-      if (old_.hasFailed(table, entity.objects[0]) || new_.hasFailed(table, entity.objects[1]) ||
+      if (old_.hasFailed(table, entity.item) || new_.hasFailed(table, entity.item) ||
           old_.isCollected(table, entity.item) != new_.isCollected(table, entity.item))
         add(differenceOf(entity, &table, ""), Outcome::kNotKnown);
       return;
     }
     if (before.empty() || after.empty()) {
-      const bool isUnknown = before.empty() ? old_.isUnknown(table, entity.item, entity.objects[0])
-                                            : new_.isUnknown(table, entity.item, entity.objects[1]);
+      const bool isUnknown = (before.empty() ? old_ : new_).isUnknown(table, entity.item);
       // A pool that serves nothing has no applications.
       if (isUnknown || table.rowKind != ObjectKind::kApplication) {
         add(differenceOf(entity, &table, ""), isUnknown        ? Outcome::kNotKnown
