@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
-#include <set>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -17,61 +17,87 @@
 #include "host/listing.h"
 #include "host/nearest.h"
 #include "host/problem_groups.h"
+#include "host/retry.h"
 #include "host/servers.h"
+#include "host/spool.h"
 #include "host/terminal_text.h"
-#include "inventory/coverage.h"
 #include "inventory/names.h"
-#include "inventory/not_known.h"
-#include "inventory/tables.h"
 
 namespace host {
 namespace {
 
-using inventory::ItemKind;
+using inventory::Cell;
+using inventory::CollectionInfo;
+using inventory::DataRow;
+using inventory::ObjectInfo;
+using inventory::ObjectKind;
+using inventory::ServerData;
 using Strings = std::vector<std::string>;
+using Rows = std::vector<DataRow>;
+using Columns = std::vector<std::size_t>;
 
-// What rows are about, and the tables that tell of it. The first of them names it.
-struct Thing {
-  std::string_view word;
-  ItemKind kind;
-  std::vector<std::string_view> key;  // the columns that identify it
-  std::vector<std::string_view> tables;
+// A table as it is compared for one type of entity.
+struct ComparedTable {
+  const inventory::Table* table = nullptr;
+  std::size_t place = 0;
+  ObjectKind rowKind = ObjectKind::kNone;
+  Columns key;                   // in the order of the type's key
+  Columns single;                // that an entity has once
+  std::vector<Columns> several;  // those of one group are compared together
+  bool hasListed = false;
 };
 
-const Thing kThings[] = {
-    {"site",
-     ItemKind::kSite,
-     {inventory::kSiteColumn},
-     {"tblFTPSiteInfo", "tblGeneral", "tblLogFileSetting", "tblExtendedLogSetting", "tblSecurityAccounts",
-      "tblMessageSetting", "tblHomeDirectorySetting", "tblDirectorySecuritySetting"}},
-    {"directory",
-     ItemKind::kSite,
-     {inventory::kPathColumn, "Directory name"},
-     {"tblvirtualDirectory", "tblvirtualDirSecurity"}},
-    {"pool",
-     ItemKind::kPool,
-     {inventory::kPoolColumn},
-     {"tblAppPoolInfo", "tblGeneral", "tblWProcessRecycling", "tblMemoryRecycling", "tblPerformance",
-      "tblHealth", "tblIdentity", "tblAppliedObject"}},
-    {"extension", ItemKind::kNone, {"Web service extension"}, {"tblWSExtension"}},
+// A kind of objects that are compared, and the tables about them. The first table lists them.
+struct EntityType {
+  ObjectKind kind;
+  std::vector<ComparedTable> tables;
 };
 
-// Columns of which a thing may have several values, a row for each: what belongs together is compared
-// together.
-struct Several {
-  std::string_view table;
-  std::vector<std::string_view> columns;
-};
+ComparedTable comparedTable(std::size_t place, ObjectKind kind, const ComparedTable* list,
+                            const Strings& ignored) {
+  ComparedTable compared;
+  const inventory::Table& table = inventory::tables()[place];
+  compared.table = &table;
+  compared.place = place;
+  compared.rowKind = table.isAbout(kind) ? kind : ObjectKind::kApplication;
+  const inventory::Table& listTable = list == nullptr ? table : *list->table;
+  for (const inventory::Column& column : listTable.columns) {
+    if (column.role == inventory::Role::kIdentity && column.name != inventory::kServerColumn)
+      compared.key.push_back(table.find(column.name));
+  }
+  std::map<int, Columns> groups;
+  for (std::size_t at = 0; at < table.columns.size(); ++at) {
+    const inventory::Column& column = table.columns[at];
+    const bool isListed = column.role == inventory::Role::kListed;
+    compared.hasListed = compared.hasListed || isListed;
+    // Identities may differ in case; they are compared in the table that lists the entities.
+    const bool isCompared =
+        column.role != inventory::Role::kIdentity ||
+        (list == nullptr && column.name != inventory::kServerColumn && column.name != inventory::kPathColumn);
+    if (!isCompared || std::ranges::find(ignored, inventory::folded(column.name)) != ignored.end()) continue;
+    (isListed ? groups[column.group] : compared.single).push_back(at);
+  }
+  for (auto& [group, columns] : groups) compared.several.push_back(std::move(columns));
+  return compared;
+}
 
-const Several kSeveral[] = {
-    {"tblDirectorySecuritySetting", {"Granted IP Address (Subnet mask)"}},
-    {"tblDirectorySecuritySetting", {"Denied IP Address (Subnet mask)"}},
-    {"tblvirtualDirSecurity", {"Granted IP Address (Subnet mask)"}},
-    {"tblvirtualDirSecurity", {"Denied IP Address (Subnet mask)"}},
-    {"tblWProcessRecycling", {"Scheduled recycle at"}},
-    {"tblWSExtension", {"Required files path", "File access"}},
-    {"tblAppliedObject", {"Object name", "Object type", "IP address", "TCP port", "State", "Local path"}},
-};
+// `ignored`: folded names of columns.
+std::vector<EntityType> entityTypes(const Strings& ignored) {
+  std::vector<EntityType> types;
+  for (const ObjectKind kind :
+       {ObjectKind::kSite, ObjectKind::kDirectory, ObjectKind::kPool, ObjectKind::kExtension}) {
+    EntityType& type = types.emplace_back(EntityType{kind, {}});
+    for (std::size_t at = 0; at < inventory::tables().size(); ++at) {
+      const inventory::Table& table = inventory::tables()[at];
+      // A pool's applications are compared as a set.
+      if (!table.isAbout(kind) && !(kind == ObjectKind::kPool && table.isAbout(ObjectKind::kApplication)))
+        continue;
+      type.tables.push_back(
+          comparedTable(at, kind, type.tables.empty() ? nullptr : &type.tables.front(), ignored));
+    }
+  }
+  return types;
+}
 
 enum class Outcome { kDifferent, kOnlyOld, kOnlyNew, kNotKnown };
 
@@ -79,9 +105,9 @@ constexpr const char* kNotCollected = "not collected";
 
 constexpr std::string_view kWords[] = {"different", "only in old", "only in new", "not known"};
 
-struct Finding {
+struct Difference {
   std::string server;
-  std::string_view thing;
+  std::string_view kind;
   std::string name;
   std::string_view table;
   std::string column;
@@ -90,341 +116,311 @@ struct Finding {
   Outcome outcome = Outcome::kDifferent;
 };
 
-// Values of a row, by the table's columns.
-struct KeptRow {
-  std::vector<Value> cells;
-  inventory::NotKnownCells notKnown;
+// Columns of the spooled rows.
+enum Field : std::size_t { kServer, kKind, kName, kTable, kColumn, kOld, kNew, kOutcome, kFieldCount };
+
+// The results of a comparison.
+struct Differences {
+  Spool rows;
+  bool hasDifference = false;
+  std::int64_t skipped = 0;  // servers without an earlier collection
+
+  void add(const Difference& difference) {
+    hasDifference = hasDifference || difference.outcome != Outcome::kNotKnown;
+    rows.add(std::array<Cell, kFieldCount>{
+        difference.server, difference.kind, difference.name, difference.table, difference.column,
+        difference.old, difference.other, kWords[static_cast<std::size_t>(difference.outcome)]});
+  }
 };
-using KeptRows = std::vector<KeptRow>;
+
+// A value without the server's name at its beginning, in which servers that are alike differ.
+std::string stripServerName(std::string_view value, std::string_view server) {
+  for (const std::string_view start : {"IIS://", "\\\\", ""}) {
+    const std::size_t size = start.size() + server.size();
+    if (value.size() <= size || !value.starts_with(start) ||
+        !inventory::sameName(value.substr(start.size(), server.size()), server))
+      continue;
+    const char next = value[size];
+    if (next == '\\' || (next == '/' && !start.empty()))
+      return std::string(start) + "." + std::string(value.substr(size));
+  }
+  // The accounts that a server creates for itself.
+  for (const std::string_view start : {"IUSR_", "IWAM_"}) {
+    if (inventory::sameName(value, std::string(start) + std::string(server))) return std::string(start) + ".";
+  }
+  return std::string(value);
+}
 
 // One server in one database.
 class Side {
  public:
-  Side(inventory::Snapshot& snapshot, std::string server)
-      : snapshot_(snapshot),
-        server_(std::move(server)),
-        tables_(snapshot.tableNames()),
-        notKnown_(inventory::readNotKnown(snapshot, {server_})),
-        coverage_(inventory::Coverage::read(snapshot, {server_})) {}
-
-  const std::string& server() const { return server_; }
-
-  // The rows of a table that are about one kind of thing, by what identifies it; `each` gets the keys in the
-  // order of the rows.
-  std::unordered_map<std::string, KeptRows> rowsOf(const Thing& thing, std::string_view name, Strings& keys) {
-    std::unordered_map<std::string, KeptRows> found;
-    if (std::ranges::find(tables_, name) == tables_.end()) return found;
-    const std::size_t place = inventory::tableIndex(name);
-    const inventory::Table& table = inventory::tables()[place];
-    const auto rows = snapshot_.rowsOf(std::string(name), {server_});
-    while (rows->next()) {
-      const auto cell = [&](std::size_t column) { return rows->cell(column); };
-      KeptRow row;
-      std::string key;
-      bool isAbout = true;
-      for (const std::string_view column : thing.key) {
-        const inventory::Cell value = cell(inventory::columnIndex(table, column));
-        // In the table of two kinds the other one's column is empty.
-        isAbout = isAbout && value && !value->empty();
-        key += inventory::folded(normal(value.value_or(""))) + '\n';
-      }
-      if (!isAbout) continue;
-      for (std::size_t column = 0; column < table.columns.size(); ++column) {
-        const inventory::Cell value = cell(column);
-        row.cells.push_back(value ? Value(std::string(*value)) : Value());
-      }
-      row.notKnown = notKnown_.of(place, cell);
-      const auto [at, isNew] = found.try_emplace(key);
-      if (isNew) keys.push_back(key);
-      at->second.push_back(std::move(row));
+  explicit Side(const ServerData& data) : data_(data) {
+    for (const ObjectInfo& object : data.objects()) {
+      if (object.kind == ObjectKind::kSite || object.kind == ObjectKind::kPool)
+        items_.try_emplace(itemKey(object.kind, object.key), object.id);
     }
-    return found;
   }
 
-  // Whether anybody has looked for rows of a table.
-  bool hasLookedAt(const Thing& thing, std::string_view table) const {
-    return coverage_.hasSome(server_, table, thing.kind);
-  }
+  const ServerData& data() const { return data_; }
 
-  bool isCollected(const Thing& thing, std::string_view table, std::string_view item) const {
-    return coverage_.has(server_, table, thing.kind, item);
-  }
-  bool hasFailed(std::string_view table, std::string_view item) const {
-    return !notKnown_.whyMissing(server_, table, item).empty();
-  }
-
-  // Whether nothing stands of a thing, though there may be something.
-  bool isUnknown(const Thing& thing, std::string_view table, std::string_view item) const {
-    return !isCollected(thing, table, item) || hasFailed(table, item);
-  }
-
-  // A value without what of it begins with the server's name: two servers that are alike differ in that.
-  std::string normal(std::string_view value) const {
-    for (const std::string_view start : {"IIS://", "\\\\", ""}) {
-      const std::string begin = std::string(start) + server_;
-      if (value.size() <= begin.size() || !inventory::sameName(value.substr(0, begin.size()), begin))
-        continue;
-      const char next = value[begin.size()];
-      if (next == '\\' || (next == '/' && !start.empty()))
-        return std::string(start) + "." + std::string(value.substr(begin.size()));
+  // Identifies the entity that a row is about; empty for a row about another kind.
+  std::string keyOf(const ComparedTable& table, const DataRow& row) const {
+    std::string key;
+    for (const std::size_t column : table.key) {
+      const std::string_view value = row.cell(column).value_or("");
+      if (value.empty()) return {};
+      key += inventory::folded(normal(value)) + '\n';
     }
-    // The accounts that a server makes for itself.
-    for (const std::string_view start : {"IUSR_", "IWAM_"}) {
-      if (inventory::sameName(value, std::string(start) + server_)) return std::string(start) + ".";
-    }
-    return std::string(value);
+    return key;
   }
+
+  // Whether the collection looked at rows of a table: of one item, or of any.
+  bool isCollected(const ComparedTable& table, std::string_view item) const {
+    return data_.info().coverage.includes(table.table->name, table.rowKind, item);
+  }
+  bool hasFailed(const ComparedTable& table, std::string_view item) const {
+    const auto found = items_.find(itemKey(inventory::itemKindOf(table.rowKind), item));
+    return !data_.reasons(table.table->name, found == items_.end() ? 0 : found->second).empty();
+  }
+  // Whether rows that are missing may exist.
+  bool isUnknown(const ComparedTable& table, std::string_view item) const {
+    return !isCollected(table, item) || hasFailed(table, item);
+  }
+
+  std::string normal(std::string_view value) const { return stripServerName(value, data_.server()); }
 
  private:
-  inventory::Snapshot& snapshot_;
-  const std::string server_;
-  const Strings tables_;
-  const inventory::NotKnown notKnown_;
-  const inventory::Coverage coverage_;
+  static std::string itemKey(ObjectKind kind, std::string_view item) {
+    return std::string(inventory::wordFor(kind)) + '\n' + inventory::folded(item);
+  }
+
+  const ServerData& data_;
+  std::unordered_map<std::string, std::int64_t> items_;
+};
+
+// What is compared: a site, a directory, a pool or an extension.
+struct Entity {
+  std::string name;                       // as it is shown
+  std::string item;                       // the site or pool that it belongs to
+  std::array<std::vector<Rows>, 2> rows;  // of both sides, by table
+  std::array<bool, 2> isThere{};
 };
 
 class Comparison {
  public:
-  Comparison(Side& old, Side& other, const std::set<std::string>& ignored, std::vector<Finding>& findings)
-      : old_(old), new_(other), ignored_(ignored), findings_(findings) {}
+  Comparison(const ServerData& old, const ServerData& other, const std::vector<EntityType>& types,
+             Differences& differences)
+      : old_(old), new_(other), types_(types), differences_(differences) {}
 
   void run() {
-    for (const Thing& thing : kThings) compare(thing);
+    for (const EntityType& type : types_) compare(type);
   }
 
  private:
-  // What is known of a thing from the tables that were gone through.
-  struct Known {
-    std::size_t order = 0;
-    std::string name;  // as it is shown
-    std::string item;  // the site or pool that it belongs to
-    bool inOld = false;
-    bool inNew = false;
-  };
-
-  void compare(const Thing& thing) {
-    thing_ = &thing;
-    std::unordered_map<std::string, Known> known;
-    Strings order;
-    // What nobody has looked at on one side is told once.
-    std::vector<std::string_view> tables;
-    for (const std::string_view table : thing.tables) {
-      const bool inOld = old_.hasLookedAt(thing, table), inNew = new_.hasLookedAt(thing, table);
-      if (inOld && inNew) tables.push_back(table);
+  void compare(const EntityType& type) {
+    type_ = &type;
+    // A table that only one side's collection looked at is reported once.
+    std::vector<const ComparedTable*> tables;
+    for (const ComparedTable& table : type.tables) {
+      const bool inOld = old_.isCollected(table, {}), inNew = new_.isCollected(table, {});
+      if (inOld && inNew) tables.push_back(&table);
       if (inOld == inNew) continue;
-      Finding& finding = findings_.emplace_back(findingOf({}, table, ""));
-      (inOld ? finding.other : finding.old) = kNotCollected;
-      finding.outcome = Outcome::kNotKnown;
+      Difference difference = differenceOf({}, &table, "");
+      (inOld ? difference.other : difference.old) = kNotCollected;
+      difference.outcome = Outcome::kNotKnown;
+      differences_.add(difference);
     }
-    const auto note = [&](Side& side, bool Known::*flag) {
-      for (const std::string_view table : tables) {
-        Strings keys;
-        const auto rows = side.rowsOf(thing, table, keys);
-        for (const std::string& key : keys) {
-          const auto [at, isNew] = known.try_emplace(key);
-          if (isNew) {
-            at->second.order = order.size();
-            order.push_back(key);
-            describe(side, table, rows.at(key).front(), at->second);
-          }
-          at->second.*flag = true;
-        }
+    for (const Entity& entity : entities(tables)) {
+      if (!entity.isThere[0] || !entity.isThere[1]) {
+        const Side& without = entity.isThere[0] ? new_ : old_;
+        const bool isUnknown = without.isUnknown(*tables.front(), entity.item);
+        add(differenceOf(entity, nullptr, ""), isUnknown           ? Outcome::kNotKnown
+                                               : entity.isThere[0] ? Outcome::kOnlyOld
+                                                                   : Outcome::kOnlyNew);
+      } else {
+        for (std::size_t at = 0; at < tables.size(); ++at)
+          compareRows(entity, *tables[at], entity.rows[0][at], entity.rows[1][at]);
       }
-    };
-    note(old_, &Known::inOld);
-    note(new_, &Known::inNew);
-
-    std::vector<std::vector<Finding>> byThing(order.size());
-    for (const std::string& key : order) {
-      const Known& about = known.at(key);
-      if (about.inOld && about.inNew) continue;
-      const Side& without = about.inOld ? new_ : old_;
-      const bool isUnknown = without.isUnknown(thing, tables.front(), about.item);
-      Finding finding = findingOf(about, "", "");
-      finding.outcome = isUnknown ? Outcome::kNotKnown : about.inOld ? Outcome::kOnlyOld : Outcome::kOnlyNew;
-      byThing[about.order].push_back(std::move(finding));
+      for (const Difference& difference : found_) differences_.add(difference);
+      found_.clear();
     }
-    for (const std::string_view table : tables) {
-      Strings keys, others;
-      const auto before = old_.rowsOf(thing, table, keys), after = new_.rowsOf(thing, table, others);
-      for (const std::string& key : order) {
-        const Known& about = known.at(key);
-        if (!about.inOld || !about.inNew) continue;
-        const auto one = before.find(key), two = after.find(key);
-        into_ = &byThing[about.order];
-        compareRows(about, table, one == before.end() ? KeptRows() : one->second,
-                    two == after.end() ? KeptRows() : two->second);
-      }
-    }
-    for (std::vector<Finding>& ofOne : byThing) std::ranges::move(ofOne, std::back_inserter(findings_));
   }
 
-  void describe(const Side& side, std::string_view name, const KeptRow& row, Known& known) const {
-    const inventory::Table& table = inventory::tables()[inventory::tableIndex(name)];
+  std::vector<Entity> entities(const std::vector<const ComparedTable*>& tables) const {
+    std::vector<Entity> all;
+    std::unordered_map<std::string, std::size_t> places;
+    for (const std::size_t which : {0U, 1U}) {
+      const Side& side = which == 0 ? old_ : new_;
+      for (std::size_t at = 0; at < tables.size(); ++at) {
+        for (std::size_t number = 0; number < side.data().rowCount(tables[at]->place); ++number) {
+          const DataRow row = side.data().row(tables[at]->place, number);
+          const std::string key = side.keyOf(*tables[at], row);
+          if (key.empty()) continue;
+          const auto [place, isNew] = places.try_emplace(key, all.size());
+          if (isNew) all.push_back(described(side, row, tables.size()));
+          Entity& entity = all[place->second];
+          entity.isThere[which] = true;
+          entity.rows[which][at].push_back(row);
+        }
+      }
+    }
+    return all;
+  }
+
+  Entity described(const Side& side, const DataRow& row, std::size_t tables) const {
     const auto value = [&](std::string_view column) {
-      return inventory::hasColumn(table, column)
-                 ? row.cells[inventory::columnIndex(table, column)].value_or("")
-                 : std::string();
+      const std::size_t at = row.table().find(column);
+      return at < row.table().columns.size() ? row.text(at) : std::string();
     };
-    known.item = thing_->kind == ItemKind::kSite   ? value(inventory::kSiteColumn)
-                 : thing_->kind == ItemKind::kPool ? value(inventory::kPoolColumn)
-                                                   : "";
-    if (thing_->word == "directory") {
-      known.name = side.normal(value(inventory::kPathColumn)).substr(std::string_view("IIS://.").size()) +
-                   "/" + value("Directory name");
+    Entity entity;
+    for (std::vector<Rows>& rows : entity.rows) rows.resize(tables);
+    const ObjectKind itemKind = inventory::itemKindOf(type_->kind);
+    entity.item = itemKind == ObjectKind::kSite   ? value(inventory::kSiteColumn)
+                  : itemKind == ObjectKind::kPool ? value(inventory::kPoolColumn)
+                                                  : "";
+    if (type_->kind == ObjectKind::kDirectory) {
+      const std::string path = side.normal(value(inventory::kPathColumn));
+      constexpr std::string_view kStart = "IIS://.";
+      entity.name = (path.starts_with(kStart) ? path.substr(kStart.size()) : path) + "/" +
+                    value(inventory::kDirectoryColumn);
     } else {
-      known.name = value(thing_->key.front());
-      const std::string title = value("FTP site name") + value("Description");
-      if (!title.empty()) known.name += " (" + title + ")";
+      const ComparedTable& list = type_->tables.front();
+      entity.name = value(list.table->columns[list.key.front()].name);
+      const std::string title = value(inventory::kSiteNameColumn) + value("Description");
+      if (!title.empty()) entity.name += " (" + title + ")";
     }
+    return entity;
   }
 
-  Finding findingOf(const Known& about, std::string_view table, std::string_view column) const {
-    Finding finding;
-    finding.server = old_.server();
-    finding.thing = thing_->word;
-    finding.name = about.name;
-    finding.table = table;
-    finding.column = column;
-    return finding;
+  Difference differenceOf(const Entity& entity, const ComparedTable* table, std::string column) const {
+    return {old_.data().server(),
+            inventory::wordFor(type_->kind),
+            entity.name,
+            table == nullptr ? std::string_view() : table->table->name,
+            std::move(column),
+            {},
+            {}};
   }
 
-  bool isCompared(const inventory::Table& table, std::string_view column) const {
-    if (column == inventory::kServerColumn || ignored_.contains(inventory::folded(column))) return false;
-    // Names stand in every table, and are compared in the one that is of them.
-    const bool isName = column == "FTP site name" || column == inventory::kPoolColumn ||
-                        column == inventory::kSiteColumn || column == inventory::kPathColumn ||
-                        column == "Directory name";
-    return !isName || (table.name == thing_->tables.front() && column != inventory::kPathColumn);
+  void add(Difference difference, Outcome outcome) {
+    difference.outcome = outcome;
+    found_.push_back(std::move(difference));
   }
 
-  void compareRows(const Known& about, std::string_view name, const KeptRows& before, const KeptRows& after) {
-    const inventory::Table& table = inventory::tables()[inventory::tableIndex(name)];
-    if (before.empty() || after.empty()) {
-      if (before.empty() && after.empty()) {
-        // Nothing on both sides is alike where it is known to be nothing.
-        if (old_.hasFailed(name, about.item) || new_.hasFailed(name, about.item) ||
-            old_.isCollected(*thing_, name, about.item) != new_.isCollected(*thing_, name, about.item)) {
-          into_->push_back(findingOf(about, name, ""));
-          into_->back().outcome = Outcome::kNotKnown;
-        }
-        return;
-      }
-      const Side& without = before.empty() ? old_ : new_;
-      // A pool that serves nothing has no row.
-      const bool isUnknown = without.isUnknown(*thing_, name, about.item);
-      if (isUnknown || name != "tblAppliedObject") {
-        Finding finding = findingOf(about, name, "");
-        finding.outcome = isUnknown        ? Outcome::kNotKnown
-                          : before.empty() ? Outcome::kOnlyNew
-                                           : Outcome::kOnlyOld;
-        into_->push_back(std::move(finding));
-        return;
-      }
-    }
-    std::vector<std::vector<std::size_t>> several;
-    std::set<std::size_t> inSeveral;
-    for (const Several& each : kSeveral) {
-      if (each.table != name) continue;
-      several.emplace_back();
-      for (const std::string_view column : each.columns) {
-        const std::size_t at = inventory::columnIndex(table, column);
-        inSeveral.insert(at);
-        if (isCompared(table, column)) several.back().push_back(at);
-      }
-    }
-    std::vector<std::size_t> single;
-    for (std::size_t at = 0; at < table.columns.size(); ++at) {
-      if (!inSeveral.contains(at) && isCompared(table, table.columns[at])) single.push_back(at);
-    }
-    // Where rows of one thing differ in what a thing has once, there are two things of one name.
-    if (!isOne(before, single, inSeveral.empty()) || !isOne(after, single, inSeveral.empty())) {
-      for (const auto& columns : several) single.insert(single.end(), columns.begin(), columns.end());
-      std::ranges::sort(single);
-      compareSets(about, table, single, before, after);
+  void compareRows(const Entity& entity, const ComparedTable& table, const Rows& before, const Rows& after) {
+    if (before.empty() && after.empty()) {
+      // Both are alike if it is known that there is nothing.
+      if (old_.hasFailed(table, entity.item) || new_.hasFailed(table, entity.item) ||
+          old_.isCollected(table, entity.item) != new_.isCollected(table, entity.item))
+        add(differenceOf(entity, &table, ""), Outcome::kNotKnown);
       return;
     }
-    std::erase_if(several, [](const auto& columns) { return columns.empty(); });
-    const std::size_t told = into_->size();
-    for (const std::size_t at : single) compareCells(about, table, at, before, after);
-    for (const auto& columns : several) compareSets(about, table, columns, before, after);
-    // A whole row is told once.
-    const auto isUnknown = [](const Finding& finding) { return finding.outcome == Outcome::kNotKnown; };
-    if (const std::size_t all = single.size() + several.size();
-        all > 1 && into_->size() == told + all &&
-        std::all_of(into_->end() - static_cast<std::ptrdiff_t>(all), into_->end(), isUnknown)) {
-      into_->resize(told);
-      into_->push_back(findingOf(about, name, ""));
-      into_->back().outcome = Outcome::kNotKnown;
+    if (before.empty() || after.empty()) {
+      const bool isUnknown = (before.empty() ? old_ : new_).isUnknown(table, entity.item);
+      // A pool that serves nothing has no applications.
+      if (isUnknown || table.rowKind != ObjectKind::kApplication) {
+        add(differenceOf(entity, &table, ""), isUnknown        ? Outcome::kNotKnown
+                                              : before.empty() ? Outcome::kOnlyNew
+                                                               : Outcome::kOnlyOld);
+        return;
+      }
+    }
+    // Rows of one entity that differ in what an entity has once are about two of the same name.
+    if (!isOne(before, table) || !isOne(after, table)) {
+      Columns all = table.single;
+      for (const Columns& columns : table.several) all.insert(all.end(), columns.begin(), columns.end());
+      std::ranges::sort(all);
+      compareSets(entity, table, all, before, after);
+      return;
+    }
+    const std::size_t earlier = found_.size();
+    for (const std::size_t at : table.single) compareCells(entity, table, at, before, after);
+    for (const Columns& columns : table.several) compareSets(entity, table, columns, before, after);
+    // A row of which nothing is known is reported once.
+    const std::size_t all = table.single.size() + table.several.size();
+    if (all > 1 && found_.size() == earlier + all &&
+        std::all_of(found_.end() - static_cast<std::ptrdiff_t>(all), found_.end(),
+                    [](const Difference& each) { return each.outcome == Outcome::kNotKnown; })) {
+      found_.resize(earlier);
+      add(differenceOf(entity, &table, ""), Outcome::kNotKnown);
     }
   }
 
-  static bool isOne(const KeptRows& rows, const std::vector<std::size_t>& columns, bool hasOneRow) {
-    if (hasOneRow && rows.size() > 1) return false;
-    return std::ranges::all_of(rows, [&](const KeptRow& row) {
-      return std::ranges::all_of(columns,
-                                 [&](std::size_t at) { return row.cells[at] == rows.front().cells[at]; });
-    });
+  static bool isOne(const Rows& rows, const ComparedTable& table) {
+    if (rows.size() < 2) return true;
+    return table.hasListed && std::ranges::all_of(rows, [&](const DataRow& row) {
+             return std::ranges::all_of(
+                 table.single, [&](std::size_t at) { return row.cell(at) == rows.front().cell(at); });
+           });
   }
 
-  static bool isNotKnown(const KeptRows& rows, std::size_t column) {
-    return std::ranges::any_of(rows, [&](const KeptRow& row) { return row.notKnown.has(column); });
+  static bool isNotKnown(const Rows& rows, std::size_t column) {
+    return std::ranges::any_of(rows, [&](const DataRow& row) { return row.isUnknown(column); });
   }
 
-  void compareCells(const Known& about, const inventory::Table& table, std::size_t at, const KeptRows& before,
-                    const KeptRows& after) {
+  void compareCells(const Entity& entity, const ComparedTable& table, std::size_t at, const Rows& before,
+                    const Rows& after) {
     if (before.empty() || after.empty()) return;
-    const Value &one = before.front().cells[at], &two = after.front().cells[at];
+    const Cell one = before.front().cell(at), two = after.front().cell(at);
     const bool oldUnknown = isNotKnown(before, at), newUnknown = isNotKnown(after, at);
-    const auto normal = [](const Side& side, const Value& value) {
-      return value ? Value(side.normal(*value)) : Value();
-    };
-    if (!oldUnknown && !newUnknown && (one == two || normal(old_, one) == normal(new_, two))) return;
-    Finding finding = findingOf(about, table.name, table.columns[at]);
-    finding.old = oldUnknown ? Value(std::string(kNotKnownText)) : one;
-    finding.other = newUnknown ? Value(std::string(kNotKnownText)) : two;
-    if (oldUnknown || newUnknown) finding.outcome = Outcome::kNotKnown;
-    into_->push_back(std::move(finding));
+    const bool isSame = one == two || (one && two && old_.normal(*one) == new_.normal(*two));
+    if (!oldUnknown && !newUnknown && isSame) return;
+    Difference difference = differenceOf(entity, &table, std::string(table.table->columns[at].name));
+    difference.old = oldUnknown ? Value(kNotKnownText) : Value(one);
+    difference.other = newUnknown ? Value(kNotKnownText) : Value(two);
+    add(std::move(difference), oldUnknown || newUnknown ? Outcome::kNotKnown : Outcome::kDifferent);
   }
 
-  // Each value as often as it stands on one side and not on the other.
-  void compareSets(const Known& about, const inventory::Table& table, const std::vector<std::size_t>& columns,
-                   const KeptRows& before, const KeptRows& after) {
+  // Reports each value that one side has more often.
+  void compareSets(const Entity& entity, const ComparedTable& table, const Columns& columns,
+                   const Rows& before, const Rows& after) {
     std::string title;
     for (const std::size_t at : columns)
-      title += (title.empty() ? "" : ", ") + std::string(table.columns[at]);
-    const bool oldUnknown =
-        std::ranges::any_of(columns, [&](std::size_t at) { return isNotKnown(before, at); });
-    const bool newUnknown =
-        std::ranges::any_of(columns, [&](std::size_t at) { return isNotKnown(after, at); });
-    if (oldUnknown || newUnknown) {
-      Finding finding = findingOf(about, table.name, title);
-      if (oldUnknown) finding.old = std::string(kNotKnownText);
-      if (newUnknown) finding.other = std::string(kNotKnownText);
-      finding.outcome = Outcome::kNotKnown;
-      into_->push_back(std::move(finding));
+      title += (title.empty() ? "" : ", ") + std::string(table.table->columns[at].name);
+    const auto isUnknown = [&](const Rows& rows) {
+      return std::ranges::any_of(columns, [&](std::size_t at) { return isNotKnown(rows, at); });
+    };
+    if (const bool oldUnknown = isUnknown(before), newUnknown = isUnknown(after); oldUnknown || newUnknown) {
+      Difference difference = differenceOf(entity, &table, title);
+      if (oldUnknown) difference.old = kNotKnownText;
+      if (newUnknown) difference.other = kNotKnownText;
+      add(std::move(difference), Outcome::kNotKnown);
       return;
     }
-    std::array<std::vector<const KeptRow*>, 2> left;
-    const auto gather = [&](const KeptRows& rows, std::size_t which) {
-      for (const KeptRow& row : rows) {
-        // One without any is there for another column.
-        if (std::ranges::any_of(columns, [&](std::size_t at) { return !row.cells[at].value_or("").empty(); }))
-          left[which].push_back(&row);
+    std::array<Rows, 2> left = unmatched(columns, before, after);
+    for (const std::size_t which : {0U, 1U}) {
+      for (const DataRow& row : left[which]) {
+        std::string text;
+        for (const std::size_t at : columns)
+          text.append(at == columns.front() ? "" : ", ").append(row.cell(at).value_or("-"));
+        Difference difference = differenceOf(entity, &table, title);
+        (which == 0 ? difference.old : difference.other) = std::move(text);
+        add(std::move(difference), which == 0 ? Outcome::kOnlyOld : Outcome::kOnlyNew);
       }
-    };
-    gather(before, 0);
-    gather(after, 1);
-    // First what is the same as it stands, then what is so but for the servers' names.
-    for (const bool asItStands : {true, false}) {
-      std::map<std::vector<Value>, std::array<std::vector<const KeptRow*>, 2>> values;
+    }
+  }
+
+  // The rows of each side for which the other has none with the same values in these columns.
+  std::array<Rows, 2> unmatched(const Columns& columns, const Rows& before, const Rows& after) const {
+    std::array<Rows, 2> left;
+    for (const std::size_t which : {0U, 1U}) {
+      for (const DataRow& row : which == 0 ? before : after) {
+        // A row without a value is there for another column.
+        if (std::ranges::any_of(columns, [&](std::size_t at) { return !row.cell(at).value_or("").empty(); }))
+          left[which].push_back(row);
+      }
+    }
+    // At first rows that are the same, then those that are but for the servers' names.
+    for (const bool isExact : {true, false}) {
+      if (left[0].empty() || left[1].empty()) break;
+      std::map<std::vector<Value>, std::array<Rows, 2>> values;
       for (const std::size_t which : {0U, 1U}) {
         const Side& side = which == 0 ? old_ : new_;
-        for (const KeptRow* row : std::exchange(left[which], {})) {
+        for (const DataRow& row : std::exchange(left[which], {})) {
           std::vector<Value> value;
           for (const std::size_t at : columns) {
-            const Value& cell = row->cells[at];
-            value.push_back(cell && !asItStands ? Value(side.normal(*cell)) : cell);
+            const Cell cell = row.cell(at);
+            value.push_back(cell && !isExact ? Value(side.normal(*cell)) : Value(cell));
           }
           values[std::move(value)][which].push_back(row);
         }
@@ -435,97 +431,119 @@ class Comparison {
           left[which].insert(left[which].end(), rows[which].begin() + both, rows[which].end());
       }
     }
-    for (const std::size_t which : {0U, 1U}) {
-      for (const KeptRow* row : left[which]) {
-        Finding finding = findingOf(about, table.name, title);
-        std::string text;
-        for (const std::size_t column : columns) {
-          text += (column == columns.front() ? "" : ", ") + row->cells[column].value_or("-");
-        }
-        (which == 0 ? finding.old : finding.other) = std::move(text);
-        finding.outcome = which == 0 ? Outcome::kOnlyOld : Outcome::kOnlyNew;
-        into_->push_back(std::move(finding));
-      }
-    }
+    return left;
   }
 
-  Side& old_;
-  Side& new_;
-  const std::set<std::string>& ignored_;
-  std::vector<Finding>& findings_;
-  const Thing* thing_ = nullptr;
-  std::vector<Finding>* into_ = nullptr;
+  const Side old_;
+  const Side new_;
+  const std::vector<EntityType>& types_;
+  Differences& differences_;
+  const EntityType* type_ = nullptr;
+  std::vector<Difference> found_;  // of one entity
 };
 
 // The columns to leave out, folded.
-std::set<std::string> ignoredOf(const Strings& names) {
+Strings ignoredOf(const Strings& names) {
   Strings all;
   for (const inventory::Table& table : inventory::tables()) {
-    for (const std::string_view column : table.columns) all.emplace_back(column);
+    for (const inventory::Column& column : table.columns) all.emplace_back(column.name);
   }
-  std::set<std::string> ignored;
+  Strings ignored;
   for (const std::string& name : names) {
-    if (std::ranges::none_of(all,
-                             [&](const std::string& column) { return inventory::sameName(column, name); }))
+    ignored.push_back(inventory::folded(name));
+    if (std::ranges::none_of(all, [&](const std::string& each) { return inventory::sameName(each, name); }))
       throw UsageError("--ignore: no table has a column '" + name + "'" + didYouMean(name, all));
-    ignored.insert(inventory::folded(name));
   }
   return ignored;
 }
 
-std::vector<Finding> findingsOf(const DiffOptions& options) {
-  const std::set<std::string> ignored = ignoredOf(options.ignored);
-  const auto old = inventory::openForReading(options.old, options.access);
-  const auto oldSnapshot = old->snapshot();
-  std::vector<Finding> findings;
-  if (!options.against.empty()) {
-    Side one(*oldSnapshot, chosenServer(*oldSnapshot, options.server));
-    Side two(*oldSnapshot, chosenServer(*oldSnapshot, options.against));
-    Comparison(one, two, ignored, findings).run();
-    return findings;
-  }
-  const auto other = inventory::openForReading(options.other, options.access);
-  const auto newSnapshot = other->snapshot();
-  const Strings names = options.server.empty() ? Strings() : Strings{options.server};
-  const auto chosen = [&](inventory::Snapshot& snapshot) {
-    Strings found = chosenServers(snapshot, {});
-    std::erase_if(found, [&](const std::string& server) {
-      return !names.empty() && !inventory::sameName(server, names.front());
-    });
-    return found;
-  };
-  const Strings before = chosen(*oldSnapshot), after = chosen(*newSnapshot);
-  if (before.empty() && after.empty() && !names.empty())
-    static_cast<void>(chosenServers(*newSnapshot, names));
-  const auto missing = [&](const std::string& server, Outcome outcome) {
-    Finding& finding = findings.emplace_back();
-    finding.server = finding.name = server;
-    finding.thing = "server";
-    finding.outcome = outcome;
-  };
-  for (const std::string& server : before) {
-    const auto same = std::ranges::find_if(
-        after, [&](const std::string& name) { return inventory::sameName(name, server); });
-    if (same == after.end()) {
-      missing(server, Outcome::kOnlyOld);
-      continue;
+// Compares collections, one pair after the other.
+class ServerComparer {
+ public:
+  ServerComparer(const DiffOptions& options, inventory::Reader& old, inventory::Reader& other)
+      : options_(options), types_(entityTypes(ignoredOf(options.ignored))), old_(old), new_(other) {}
+
+  Differences run() {
+    if (!options_.against.empty()) {
+      const auto find = [&](const std::string& server) { return chosenServers(old_, {server}).front(); };
+      compare(find(options_.server), find(options_.against));
+    } else if (options_.other.empty() && options_.since.empty()) {
+      compareWithEarlier();
+    } else {
+      merge();
     }
-    Side one(*oldSnapshot, server), two(*newSnapshot, *same);
-    Comparison(one, two, ignored, findings).run();
+    return std::move(differences_);
   }
-  for (const std::string& server : after) {
-    if (std::ranges::none_of(before,
-                             [&](const std::string& name) { return inventory::sameName(name, server); }))
-      missing(server, Outcome::kOnlyNew);
+
+ private:
+  void compare(const CollectionInfo& before, const CollectionInfo& after) {
+    const auto old = old_.data(before), other = new_.data(after);
+    Comparison(*old, *other, types_, differences_).run();
   }
-  return findings;
+
+  // Each server's current collection with the one before.
+  void compareWithEarlier() {
+    const std::vector<CollectionInfo> all = old_.history(servers());
+    if (all.empty()) static_cast<void>(chosenServers(old_, servers()));
+    for (std::size_t at = 0; at < all.size(); ++at) {
+      if (!all[at].isCurrent) continue;
+      if (at > 0 && all[at - 1].serverKey == all[at].serverKey) {
+        compare(all[at - 1], all[at]);
+      } else {
+        ++differences_.skipped;
+      }
+    }
+  }
+
+  // Two databases, or the states of one at two times.
+  void merge() {
+    const auto before = old_.collections({servers(), options_.since}),
+               after = new_.collections({servers(), {}});
+    if (before.empty() && after.empty() && !options_.server.empty())
+      static_cast<void>(chosenServers(new_, servers()));
+    const auto addMissing = [&](const CollectionInfo& server, Outcome outcome) {
+      differences_.add({server.server, "server", server.server, {}, {}, {}, {}, outcome});
+    };
+    auto one = before.begin();
+    auto two = after.begin();
+    while (one != before.end() || two != after.end()) {
+      if (two == after.end() || (one != before.end() && one->serverKey < two->serverKey)) {
+        addMissing(*one++, Outcome::kOnlyOld);
+      } else if (one == before.end() || two->serverKey < one->serverKey) {
+        // Earlier collections may have been deleted.
+        if (options_.since.empty()) {
+          addMissing(*two, Outcome::kOnlyNew);
+        } else {
+          ++differences_.skipped;
+        }
+        ++two;
+      } else {
+        if (options_.since.empty() || one->id != two->id) compare(*one, *two);
+        ++one;
+        ++two;
+      }
+    }
+  }
+
+  Strings servers() const { return options_.server.empty() ? Strings() : Strings{options_.server}; }
+
+  const DiffOptions& options_;
+  const std::vector<EntityType> types_;
+  inventory::Reader& old_;
+  inventory::Reader& new_;
+  Differences differences_;
+};
+
+Differences differencesOf(const DiffOptions& options) {
+  const auto old = inventory::openForReading(options.old, options.access);
+  inventory::Reader before = old->read(reportSuccessor);
+  if (options.other.empty()) return ServerComparer(options, before, before).run();
+  const auto other = inventory::openForReading(options.other, options.access);
+  inventory::Reader after = other->read(reportSuccessor);
+  return ServerComparer(options, before, after).run();
 }
 
-std::string_view wordFor(Outcome outcome) {
-  return kWords[static_cast<std::size_t>(outcome)];
-}
-
-// Writes a line, on a terminal in as many as it takes. One that tells what isn't known is coloured.
+// Writes a line, on a terminal in as many as it takes, coloured if it says that something is not known.
 void writeLine(std::size_t indent, const std::string& text, bool isKnown, Output& output) {
   const bool onTerminal = ::isatty(STDOUT_FILENO) != 0;
   const std::size_t room = onTerminal ? std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO)) : text.npos;
@@ -537,84 +555,98 @@ void writeLine(std::size_t indent, const std::string& text, bool isKnown, Output
   }
 }
 
-// For people: what a difference is about once, and its differences below.
-void printForPeople(const DiffOptions& options, const std::vector<Finding>& findings, Output& output) {
-  const bool inOne = !options.against.empty();
-  const std::string inOld = inOne ? "on " + options.server : "in old";
-  const std::string inNew = inOne ? "on " + options.against : "in new";
-  const auto wordsFor = [&](Outcome outcome) {
-    return outcome == Outcome::kNotKnown  ? std::string(kNotKnownText)
-           : outcome == Outcome::kOnlyOld ? "only " + inOld
-                                          : "only " + inNew;
-  };
-  const auto shown = [](const Value& value) {
-    return !value ? "-" : *value == kNotKnownText ? *value : "'" + *value + "'";
-  };
-  std::string server, about;
-  std::int64_t differences = 0, unknown = 0;
-  for (const Finding& finding : findings) {
-    const bool isKnown = finding.outcome != Outcome::kNotKnown;
-    ++(isKnown ? differences : unknown);
-    if (finding.server != server) {
-      output.write(server.empty() ? "" : "\n");
-      writeLine(0, finding.server + (inOne ? " -> " + options.against : ""), true, output);
-      server = finding.server;
-      about.clear();
+// The format "table": what a difference is about once, and its differences below.
+class TextPrinter {
+ public:
+  TextPrinter(const DiffOptions& options, Output& output)
+      : options_(options),
+        inOld_(options.against.empty() ? "in old" : "on " + options.server),
+        inNew_(options.against.empty() ? "in new" : "on " + options.against),
+        output_(output) {}
+
+  void print(const Row& row) {
+    const bool isKnown = *row[kOutcome] != wordFor(Outcome::kNotKnown);
+    ++(isKnown ? differences_ : unknown_);
+    if (*row[kServer] != server_) {
+      output_.write(server_.empty() ? "" : "\n");
+      const std::string against = options_.against.empty() ? "" : " -> " + options_.against;
+      writeLine(0, *row[kServer] + against, true, output_);
+      server_ = *row[kServer];
+      subject_.clear();
     }
-    const std::string now = finding.name.empty() ? "every " + std::string(finding.thing)
-                                                 : std::string(finding.thing) + " " + finding.name;
-    const bool isWhole = finding.table.empty();
-    if (now != about) {
-      writeLine(2, now + (isWhole ? ": " + wordsFor(finding.outcome) : ""), isKnown || !isWhole, output);
-      about = now;
-    }
-    if (isWhole) continue;
-    std::string line(finding.table);
-    if (!finding.column.empty()) line += ", " + finding.column;
-    line += ": ";
-    if (finding.column.empty()) {
-      line += wordsFor(finding.outcome);
-      if (!isKnown && (finding.old || finding.other))
-        line += std::string(", ") + kNotCollected + " " + (finding.old ? inOld : inNew);
-    } else if (finding.outcome == Outcome::kOnlyOld || finding.outcome == Outcome::kOnlyNew) {
-      line += wordsFor(finding.outcome) + ": " +
-              shown(finding.outcome == Outcome::kOnlyOld ? finding.old : finding.other);
-    } else {
-      line += shown(finding.old) + " -> " + shown(finding.other);
-    }
-    writeLine(4, line, isKnown, output);
+    const std::string subject =
+        row[kName]->empty() ? "every " + *row[kKind] : *row[kKind] + " " + *row[kName];
+    const bool isWhole = row[kTable]->empty();
+    if (subject != subject_)
+      writeLine(2, subject + (isWhole ? ": " + outcomeText(row) : ""), isKnown || !isWhole, output_);
+    subject_ = subject;
+    if (!isWhole) writeLine(4, lineOf(row), isKnown, output_);
   }
-  if (!findings.empty()) output.write("\n");
-  output.write(differences == 0 ? "no differences" : counted(differences, "difference", "differences"));
-  if (unknown > 0) output.write(", " + std::to_string(unknown) + " not known");
-  output.write("\n");
-}
+
+  void finish(std::int64_t skipped) {
+    if (differences_ + unknown_ > 0) output_.write("\n");
+    if (skipped > 0) {
+      output_.write(counted(skipped, "server has", "servers have") + " " +
+                    (options_.since.empty() ? "only one collection" : "no collection of that time") + "\n");
+    }
+    output_.write(differences_ == 0 ? "no differences" : counted(differences_, "difference", "differences"));
+    if (unknown_ > 0) output_.write(", " + std::to_string(unknown_) + " not known");
+    output_.write("\n");
+  }
+
+ private:
+  static std::string_view wordFor(Outcome outcome) { return kWords[static_cast<std::size_t>(outcome)]; }
+
+  std::string outcomeText(const Row& row) const {
+    return *row[kOutcome] == wordFor(Outcome::kNotKnown)  ? std::string(kNotKnownText)
+           : *row[kOutcome] == wordFor(Outcome::kOnlyOld) ? "only " + inOld_
+                                                          : "only " + inNew_;
+  }
+
+  std::string lineOf(const Row& row) const {
+    const auto shown = [](const Value& value) {
+      return !value ? "-" : *value == kNotKnownText ? *value : "'" + *value + "'";
+    };
+    const bool isKnown = *row[kOutcome] != wordFor(Outcome::kNotKnown);
+    if (row[kColumn]->empty()) {
+      const bool isPartial = !isKnown && (row[kOld] || row[kNew]);
+      return *row[kTable] + ": " + outcomeText(row) +
+             (isPartial ? std::string(", ") + kNotCollected + " " + (row[kOld] ? inOld_ : inNew_) : "");
+    }
+    const std::string line = *row[kTable] + ", " + *row[kColumn] + ": ";
+    if (isKnown && *row[kOutcome] != wordFor(Outcome::kDifferent)) {
+      return line + outcomeText(row) + ": " +
+             shown(*row[kOutcome] == wordFor(Outcome::kOnlyOld) ? row[kOld] : row[kNew]);
+    }
+    return line + shown(row[kOld]) + " -> " + shown(row[kNew]);
+  }
+
+  const DiffOptions& options_;
+  const std::string inOld_;
+  const std::string inNew_;
+  Output& output_;
+  std::string server_;
+  std::string subject_;
+  std::int64_t differences_ = 0;
+  std::int64_t unknown_ = 0;
+};
 
 }  // namespace
 
 int diff(const DiffOptions& options, Output& output) {
-  const auto findings = [&] {
-    try {
-      return findingsOf(options);
-    } catch (const inventory::Unreachable&) {
-      // Once more, as a whole.
-      return findingsOf(options);
-    }
-  }();
-  const auto isDifference = [](const Finding& finding) { return finding.outcome != Outcome::kNotKnown; };
-  return printed(output, std::ranges::any_of(findings, isDifference) ? 1 : 0, [&] {
+  Differences differences = retryOnDisconnect([&] { return differencesOf(options); });
+  return printed(output, differences.hasDifference ? 1 : 0, [&] {
+    const auto forEachRow = [&](const std::function<void(const Row&)>& each) {
+      differences.rows.forEach(kFieldCount, each);
+    };
     if (options.format == Format::kTable) {
-      printForPeople(options, findings, output);
+      TextPrinter printer(options, output);
+      forEachRow([&](const Row& row) { printer.print(row); });
+      printer.finish(differences.skipped);
       return;
     }
-    Listing listing{{{"Server"}, {"Thing"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}},
-                    {}};
-    listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
-      for (const Finding& finding : findings) {
-        each({finding.server, std::string(finding.thing), finding.name, std::string(finding.table),
-              finding.column, finding.old, finding.other, std::string(wordFor(finding.outcome))});
-      }
-    };
+    const Listing listing{
+        {{"Server"}, {"Object"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}}, forEachRow};
     print(listing, {options.format}, output);
   });
 }

@@ -6,8 +6,8 @@
 
 namespace host {
 
-// Tells what two states of servers, or two servers, differ in. Gives the exit status: 0 alike, 1 different.
-// Throws inventory::Error, and UsageError for a server that isn't there.
+// Compares two states of servers, or two servers. Returns the exit status: 0 alike, 1 different. Throws
+// inventory::Error, and UsageError for a server that isn't there.
 int diff(const DiffOptions& options, Output& output);
 
 }  // namespace host

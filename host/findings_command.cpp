@@ -1,5 +1,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
+#include <sstream>
 
 #include "host/color.h"
 #include "host/commands.h"
@@ -7,7 +9,9 @@
 #include "host/listing.h"
 #include "host/nearest.h"
 #include "host/problem_groups.h"
+#include "host/retry.h"
 #include "host/servers.h"
+#include "host/spool.h"
 #include "host/terminal_text.h"
 #include "inventory/names.h"
 
@@ -15,10 +19,11 @@ namespace host {
 namespace {
 
 constexpr const char* kFooter =
-    "A rule whose tabs weren't collected, or that needs what isn't known, says so.\n"
+    "A rule that needs tabs that weren't collected, or values that aren't known, is\n"
+    "reported as one that could not be evaluated.\n"
     "\n"
-    "Exit status: 0; with --fail-on, 1 where such a rule has a finding or couldn't\n"
-    "be judged; 2 trouble. 'any' stands for every rule.\n"
+    "Exit status: 0; with --fail-on, 1 if such a rule has a finding or could not be\n"
+    "evaluated; 2 on errors. 'any' stands for every rule.\n"
     "\n"
     "Examples:\n"
     "  iisinventory findings -d inventory.db\n"
@@ -27,35 +32,50 @@ constexpr const char* kFooter =
     "  iisinventory findings --rules";
 
 constexpr std::string_view kAny = "any";
+constexpr const char* kCouldNotEvaluate = "Could not evaluate";
 
 struct Raw {
   RawDatabase database;
   std::vector<std::string> servers;
   std::vector<std::string> failOn;
+  std::string at;
   std::string format;
   bool listRules = false;
 };
 
-struct OfServer {
-  std::string server;
-  std::vector<Finding> findings;
-  std::vector<Unjudged> unjudged;
-};
+// Columns of the spooled rows. A row without a rule says that there is nothing about a server.
+enum Field : std::size_t { kServer, kRule, kTitle, kKind, kName, kEvidence, kNotEvaluated, kFieldCount };
 
-std::vector<OfServer> judgeAll(const Raw& raw, const std::string& database, const inventory::Access& access) {
+constexpr char kBetweenEvidence = '\0';  // no value has one
+
+// Evaluates the rules for each server and keeps the results as rows.
+Spool evaluateAll(const Raw& raw, const std::string& database, const inventory::Access& access,
+                  const std::string& at) {
   const auto inventory = inventory::openForReading(database, access);
-  const auto snapshot = inventory->snapshot();
-  const std::vector<std::string> servers = chosenServers(*snapshot, raw.servers);
-  const inventory::NotKnown notKnown = inventory::readNotKnown(*snapshot, servers);
-  const inventory::Coverage coverage = inventory::Coverage::read(*snapshot, servers);
-  std::vector<OfServer> all;
-  for (const std::string& server : servers) {
-    OfServer& of = all.emplace_back(OfServer{server, {}, {}});
-    judge(*snapshot, server, notKnown, coverage,
-          {[&](Finding finding) { of.findings.push_back(std::move(finding)); },
-           [&](Unjudged unjudged) { of.unjudged.push_back(std::move(unjudged)); }});
-  }
-  return all;
+  inventory::Reader reader = inventory->read(reportSuccessor);
+  Spool rows;
+  reader.forEach(chosenServers(reader, raw.servers, at), [&](std::unique_ptr<inventory::ServerData> data) {
+    const std::string& server = data->server();
+    std::vector<Unevaluated> notEvaluated;
+    bool isEmpty = true;
+    const auto found = [&](const Finding& finding) {
+      std::string evidence;
+      for (const std::string& text : finding.evidence) {
+        if (!evidence.empty()) evidence += kBetweenEvidence;
+        evidence += text;
+      }
+      isEmpty = false;
+      rows.add(std::array<inventory::Cell, kFieldCount>{
+          server, finding.rule->name, finding.rule->title, finding.kind, finding.name, evidence, {}});
+    };
+    evaluateRules(*data, {found, [&](Unevaluated each) { notEvaluated.push_back(std::move(each)); }});
+    for (const Unevaluated& each : notEvaluated) {
+      rows.add(std::array<inventory::Cell, kFieldCount>{
+          server, each.rule->name, each.rule->title, {}, {}, {}, each.reason});
+    }
+    if (isEmpty && notEvaluated.empty()) rows.add(std::array<inventory::Cell, kFieldCount>{server});
+  });
+  return rows;
 }
 
 void writeWrapped(const std::string& start, const std::string& text, Output& output) {
@@ -67,49 +87,54 @@ void writeWrapped(const std::string& start, const std::string& text, Output& out
   }
 }
 
-void printForPeople(const std::vector<OfServer>& all, Output& output) {
+const Rule& ruleOf(const Row& row) {
+  return *std::ranges::find(rules(), *row[kRule], &Rule::name);
+}
+
+void printForPeople(Spool& rows, Output& output) {
   std::int64_t count = 0;
-  for (const OfServer& each : all) {
-    if (&each != &all.front()) output.write("\n");
-    output.write(harmless(each.server) + "\n");
-    if (each.findings.empty() && each.unjudged.empty()) output.write("  nothing\n");
-    const Rule* rule = nullptr;
-    for (const Finding& finding : each.findings) {
-      ++count;
-      if (finding.rule != rule) {
-        rule = finding.rule;
-        output.write("\n  " + colored(rule->title, Ink::kProblem, STDOUT_FILENO) + " [" +
-                     std::string(rule->name) + "]\n");
-        writeWrapped("  ", std::string(rule->why), output);
-      }
-      writeWrapped("    ", std::string(finding.thing) + " " + finding.name, output);
-      for (const std::string& row : finding.rows) writeWrapped("      ", row, output);
+  std::string server;
+  Value title;  // of the part of the server's output
+  rows.forEach(kFieldCount, [&](const Row& row) {
+    if (*row[kServer] != server) {
+      output.write((server.empty() ? "" : "\n") + harmless(*row[kServer]) + "\n");
+      server = *row[kServer];
+      title.reset();
     }
-    if (!each.unjudged.empty()) {
-      output.write("\n  " + colored("Not judged", Ink::kNotice, STDOUT_FILENO) + "\n");
-      for (const Unjudged& unjudged : each.unjudged) {
-        writeWrapped("    ", std::string(unjudged.rule->name) + ": " + unjudged.reason, output);
-      }
+    if (!row[kRule]) return output.write("  nothing\n");
+    if (row[kNotEvaluated]) {
+      if (title != kCouldNotEvaluate)
+        output.write("\n  " + colored(kCouldNotEvaluate, Ink::kNotice, STDOUT_FILENO) + "\n");
+      title = kCouldNotEvaluate;
+      return writeWrapped("    ", *row[kRule] + ": " + *row[kNotEvaluated], output);
     }
-  }
+    ++count;
+    if (title != row[kTitle]) {
+      title = row[kTitle];
+      output.write("\n  " + colored(*title, Ink::kProblem, STDOUT_FILENO) + " [" + *row[kRule] + "]\n");
+      writeWrapped("  ", std::string(ruleOf(row).why), output);
+    }
+    writeWrapped("    ", *row[kKind] + " " + *row[kName], output);
+    std::istringstream evidence(*row[kEvidence]);
+    for (std::string line; std::getline(evidence, line, kBetweenEvidence);)
+      writeWrapped("      ", line, output);
+  });
   output.write("\n" + counted(count, "finding", "findings") + "\n");
 }
 
-void printForPrograms(const std::vector<OfServer>& all, Format format, Output& output) {
-  Listing listing{{{"Server"}, {"Rule"}, {"Title"}, {"Thing"}, {"Name"}, {"Rests on"}, {"Not judged"}}, {}};
+void printForPrograms(Spool& rows, Format format, Output& output) {
+  Listing listing{{{"Server"}, {"Rule"}, {"Title"}, {"Object"}, {"Name"}, {"Evidence"}, {kCouldNotEvaluate}},
+                  {}};
   listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
-    for (const OfServer& of : all) {
-      for (const Finding& finding : of.findings) {
-        std::string rows;
-        for (const std::string& row : finding.rows) rows += (rows.empty() ? "" : "; ") + row;
-        each({of.server, std::string(finding.rule->name), std::string(finding.rule->title),
-              std::string(finding.thing), finding.name, rows, Value()});
+    rows.forEach(kFieldCount, [&](const Row& row) {
+      if (!row[kRule]) return;
+      Row shown = row;
+      if (shown[kEvidence]) {
+        for (std::size_t at = 0; (at = shown[kEvidence]->find(kBetweenEvidence, at)) != std::string::npos;)
+          shown[kEvidence]->replace(at, 1, "; ");
       }
-      for (const Unjudged& unjudged : of.unjudged) {
-        each({of.server, std::string(unjudged.rule->name), std::string(unjudged.rule->title), Value(),
-              Value(), Value(), unjudged.reason});
-      }
-    }
+      each(shown);
+    });
   };
   print(listing, {format}, output);
 }
@@ -133,27 +158,18 @@ void printRules(Format format, Output& output) {
   print(listing, {format}, output);
 }
 
-// 1 where a rule that is to fail has a finding, or nobody can say.
-int statusOf(const Raw& raw, const std::vector<OfServer>& all) {
-  const auto isMeant = [&](const Rule* rule) {
-    return std::ranges::any_of(raw.failOn, [&](const std::string& name) {
-      return inventory::sameName(name, kAny) || inventory::sameName(name, rule->name);
-    });
-  };
+// 1 if a rule of --fail-on has a finding or could not be evaluated.
+int statusOf(const Raw& raw, Spool& rows) {
   int status = 0;
-  if (all.empty() && !raw.failOn.empty()) {
-    complain("there is no server that could be judged");
+  rows.forEach(kFieldCount, [&](const Row& row) {
+    const auto isMeant = [&](const std::string& name) {
+      return inventory::sameName(name, kAny) || inventory::sameName(name, *row[kRule]);
+    };
+    if (!row[kRule] || std::ranges::none_of(raw.failOn, isMeant)) return;
     status = 1;
-  }
-  for (const OfServer& each : all) {
-    if (std::ranges::any_of(each.findings, isMeant, &Finding::rule)) status = 1;
-    for (const Unjudged& unjudged : each.unjudged) {
-      if (!isMeant(unjudged.rule)) continue;
-      complain(each.server + ": " + std::string(unjudged.rule->name) + " couldn't be judged, " +
-               unjudged.reason);
-      status = 1;
-    }
-  }
+    if (row[kNotEvaluated])
+      complain("could not evaluate " + *row[kRule] + " for " + *row[kServer] + ": " + *row[kNotEvaluated]);
+  });
   return status;
 }
 
@@ -164,8 +180,7 @@ void requireRules(const std::vector<std::string>& names) {
     if (std::ranges::any_of(known, [&](const std::string& rule) { return inventory::sameName(rule, name); }))
       continue;
     const std::string meant = didYouMean(name, known);
-    throw UsageError("--fail-on: there is no rule '" + name + "'" +
-                     (meant.empty() ? "; --rules lists them" : meant));
+    throw UsageError("--fail-on: no rule '" + name + "'" + (meant.empty() ? "; --rules lists them" : meant));
   }
 }
 
@@ -173,11 +188,12 @@ void requireRules(const std::vector<std::string>& names) {
 
 void addFindings(CLI::App& program, Work& work) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("findings", "Tell what is worth a look");
+  CLI::App& command = *program.add_subcommand("findings", "Evaluate rules about servers");
   addDatabase(command, raw->database);
   addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
+  addAt(command, raw->at);
   addFormat(command, raw->format);
-  addList(command, "--fail-on", raw->failOn, "RULE", "Status 1 where it has a finding (repeatable)");
+  addList(command, "--fail-on", raw->failOn, "RULE", "Status 1 if it has a finding (repeatable)");
   command.add_flag("--rules", raw->listRules, "List the rules, and stop");
   command.footer(kFooter);
   command.callback([raw, &work] {
@@ -192,20 +208,14 @@ void addFindings(CLI::App& program, Work& work) {
       return;
     }
     refuseEmpty("--server", raw->servers);
-    work = [raw, format, database = raw->database.name(), access = raw->database.access()](Output& output) {
-      const std::vector<OfServer> all = [&] {
-        try {
-          return judgeAll(*raw, database, access);
-        } catch (const inventory::Unreachable&) {
-          // Once more, as a whole.
-          return judgeAll(*raw, database, access);
-        }
-      }();
-      return printed(output, statusOf(*raw, all), [&] {
+    work = [raw, format, database = raw->database.name(), access = raw->database.access(),
+            at = timeOf("--at", raw->at)](Output& output) {
+      Spool rows = retryOnDisconnect([&] { return evaluateAll(*raw, database, access, at); });
+      return printed(output, statusOf(*raw, rows), [&] {
         if (format == Format::kTable) {
-          printForPeople(all, output);
+          printForPeople(rows, output);
         } else {
-          printForPrograms(all, format, output);
+          printForPrograms(rows, format, output);
         }
       });
     };

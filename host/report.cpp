@@ -1,12 +1,12 @@
 #include "host/report.h"
 
+#include <fcntl.h>
 #include <openssl/evp.h>
 
 #include <algorithm>
 #include <array>
-#include <map>
+#include <cerrno>
 #include <optional>
-#include <set>
 #include <stdexcept>
 #include <system_error>
 #include <unordered_map>
@@ -17,28 +17,54 @@
 #include "host/new_file.h"
 #include "host/private_folder.h"
 #include "host/problem_groups.h"
-#include "host/report_book.h"
 #include "host/report_drawing.h"
 #include "host/report_items.h"
 #include "host/report_parts.h"
 #include "host/report_text.h"
+#include "host/retry.h"
+#include "host/servers.h"
 #include "host/signals.h"
 #include "host/terminal_text.h"
 #include "inventory/clock.h"
-#include "inventory/coverage.h"
-#include "inventory/not_known.h"
-#include "inventory/records.h"
+#include "inventory/inventory.h"
 
 namespace host {
 namespace {
 
-using inventory::ItemKind;
+using inventory::CollectionInfo;
+using inventory::column;
+using inventory::ColumnRef;
+using inventory::DataRow;
+using inventory::ObjectKind;
+using inventory::ServerData;
 using kainjow::mustache::data;
-using Strings = std::vector<std::string>;
 
-constexpr std::size_t kMostLinks = 40;        // to servers behind a bar
-constexpr std::size_t kMostProblems = 2000;   // of one server
-constexpr std::size_t kMostCollections = 20;  // of one server, the latest
+constexpr std::size_t kMaxLinks = 40;       // to servers behind a bar
+constexpr std::size_t kMaxProblems = 2000;  // of one server
+
+constexpr std::size_t kSites = inventory::table("tblFTPSiteInfo");
+constexpr std::size_t kPools = inventory::table("tblAppPoolInfo");
+constexpr std::size_t kExtensions = inventory::table("tblWSExtension");
+constexpr std::size_t kApplications = inventory::table("tblAppliedObject");
+constexpr ColumnRef kPoolName = column("tblAppPoolInfo", "Application pool name");
+constexpr ColumnRef kIdentifier = column("tblFTPSiteInfo", "Identifier");
+constexpr ColumnRef kSiteName = column("tblFTPSiteInfo", "FTP site name");
+constexpr ColumnRef kApplicationPool = column("tblAppliedObject", "Application pool name");
+constexpr ColumnRef kApplicationName = column("tblAppliedObject", "Object name");
+constexpr ColumnRef kLocalPath = column("tblAppliedObject", "Local path");
+
+std::string numbered(const char* what, std::size_t number) {
+  return what + std::to_string(number);
+}
+
+std::string countOfServers(std::size_t count) {
+  return counted(static_cast<std::int64_t>(count), "server", "servers");
+}
+
+template <typename Each>
+void forEachRow(const ServerData& server, std::size_t table, const Each& each) {
+  for (std::size_t at = 0; at < server.rowCount(table); ++at) each(server.row(table, at));
+}
 
 // The drive or share that a path is on.
 std::string rootOf(const std::string& path) {
@@ -47,349 +73,361 @@ std::string rootOf(const std::string& path) {
   return path.substr(0, server == path.npos ? path.npos : path.find('\\', server + 1));
 }
 
-class Page {
+// A temporary file in a private folder.
+class TemporaryFile {
  public:
-  Page(Book& book, Output& output) : book_(book), output_(output) {}
+  explicit TemporaryFile(const std::filesystem::path& path)
+      : descriptor_(::open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600)),
+        output_(descriptor_.number(), "the temporary file '" + path.string() + "'") {
+    if (!descriptor_) fail(path);
+  }
 
-  void write() {
-    writeStart();
-    writeServers();
-    writeOverview();
-    for (std::size_t at = 0; at < book_.servers().size(); ++at) writeServer(at);
-    data end;
-    end.set("script", std::string(parts::script));
-    output_.write(render(parts::page_end, end));
+  Output& output() { return output_; }
+
+  void copyTo(Output& target) {
+    output_.flush();
+    std::array<char, 65536> bytes{};
+    off_t at = 0;
+    while (true) {
+      const ssize_t size = ::pread(descriptor_.number(), bytes.data(), bytes.size(), at);
+      if (size < 0 && errno == EINTR) continue;
+      if (size < 0) throw std::runtime_error("cannot read a temporary file: " + errorText());
+      if (size == 0) return;
+      target.write({bytes.data(), static_cast<std::size_t>(size)});
+      at += size;
+    }
   }
 
  private:
-  static std::string anchor(std::size_t server) { return "server-" + std::to_string(server + 1); }
-
-  static std::string hashOf(std::string_view text) {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
-    unsigned size = 0;
-    if (EVP_Digest(text.data(), text.size(), hash.data(), &size, EVP_sha256(), nullptr) != 1)
-      throw std::runtime_error("can't make the report: no SHA-256");
-    std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> code{};
-    const int length = EVP_EncodeBlock(code.data(), hash.data(), static_cast<int>(size));
-    return {reinterpret_cast<const char*>(code.data()), static_cast<std::size_t>(length)};
+  static std::string errorText() { return std::generic_category().message(errno); }
+  [[noreturn]] static void fail(const std::filesystem::path& path) {
+    throw std::runtime_error("cannot create the temporary file '" + path.string() + "': " + errorText());
   }
 
-  void writeStart() {
-    std::int64_t sites = 0, pools = 0;
-    // Counted while the servers are judged, so that nothing of them is kept.
-    for (const std::string& server : book_.servers()) {
-      Counts& counts = counts_.emplace_back();
-      counts.sites = book_.count("select count(*) from tblFTPSiteInfo where \"Server name\" = ?1", server);
-      counts.pools = book_.count("select count(*) from tblAppPoolInfo where \"Server name\" = ?1", server);
-      judge(book_.snapshot(), server, book_.notKnown(), book_.coverage(),
-            {[&](const Finding& finding) { ++counts.findings[finding.rule]; },
-             [&](const Unjudged& unjudged) { counts.unjudged.insert(unjudged.rule); }});
-      sites += counts.sites;
-      pools += counts.pools;
-    }
-    const Strings& servers = book_.servers();
-    data page;
-    page.set("title", servers.empty() ? "no server"
-                      : servers.size() == 1
-                          ? harmless(servers.front())
-                          : counted(static_cast<std::int64_t>(servers.size()), "server", "servers"));
-    page.set("serverCount", counted(static_cast<std::int64_t>(servers.size()), "server", "servers"));
-    page.set("siteCount", counted(sites, "FTP site", "FTP sites"));
-    page.set("poolCount", counted(pools, "application pool", "application pools"));
-    page.set("written", inventory::utcNow().substr(0, 16).replace(10, 1, " ") + " UTC");
-    page.set("version", IISINVENTORY_VERSION);
-    page.set("style", std::string(parts::style));
-    page.set("styleHash", hashOf(parts::style));
-    page.set("scriptHash", hashOf(parts::script));
-    output_.write(render(parts::page_start, page));
+  const platform::Descriptor descriptor_;
+  Output output_;
+};
+
+// What a server adds to the head of the page.
+struct Summary {
+  std::vector<std::int64_t> findings;  // by rule
+  std::vector<bool> isUnevaluated;     // by rule
+  std::int64_t sites = 0;
+  std::int64_t pools = 0;
+};
+
+// The section of one server.
+class ServerSection {
+ public:
+  ServerSection(const ServerData& server, std::string anchor, Output& output)
+      : server_(server), anchor_(std::move(anchor)), output_(output) {
+    summary_.findings.resize(rules().size());
+    summary_.isUnevaluated.resize(rules().size());
+    summary_.sites = static_cast<std::int64_t>(server.rowCount(kSites));
+    summary_.pools = static_cast<std::int64_t>(server.rowCount(kPools));
   }
 
-  void writeServers() {
-    data page, servers{data::type::list};
-    for (std::size_t at = 0; at < book_.servers().size(); ++at) {
-      const std::string& name = book_.servers()[at];
-      data server, collections{data::type::list};
-      std::int64_t rows = 0;
-      const std::int64_t former = std::max<std::int64_t>(
-          0, book_.count("select count(*) from Collections where \"Server name\" = ?1", name) -
-                 static_cast<std::int64_t>(kMostCollections));
-      if (former > 0) server.set("former", counted(former, "earlier collection", "earlier collections"));
-      std::size_t lines = 0;
-      for (auto& row : book_.own("Collections", name, kMostCollections, static_cast<std::size_t>(former))) {
-        data collection;
-        collection.set("isFirst", flag(lines++ == 0));
-        collection.set("isKnown", flag(true));
-        std::string time = row["Published"].substr(0, 19);
-        std::ranges::replace(time, 'T', ' ');
-        collection.set("time", harmless(time));
-        collection.set("file", harmless(row["File"]));
-        collection.set("size", row["File size"] + " bytes");
-        collection.set("fileTime", harmless(row["File time"].substr(0, 10)));
-        collection.set("hash", harmless(row["SHA-256"]));
-        collection.set("selection", row["Selection"].empty() ? "everything" : harmless(row["Selection"]));
-        collections.push_back(collection);
-      }
-      if (lines == 0) {
-        data unknown;
-        unknown.set("isFirst", flag(true));
-        unknown.set("isKnown", flag(false));
-        collections.push_back(unknown);
-        ++lines;
-      }
-      server.set("lines", std::to_string(lines + (former > 0 ? 1 : 0)));
-      for (const inventory::Table& table : inventory::tables()) rows += rowsOf(table, name);
-      std::int64_t findings = 0;
-      for (const auto& [rule, count] : counts_[at].findings) findings += count;
-      const std::int64_t problems =
-          book_.count("select count(*) from Problems where Kind = 'problem' and \"Server name\" = ?1", name);
-      server.set("anchor", anchor(at));
-      server.set("name", harmless(name));
-      server.set("collections", collections);
-      server.set("rows", std::to_string(rows));
-      server.set("problems", std::to_string(problems));
-      server.set("hasProblems", flag(problems > 0));
-      server.set("findings", std::to_string(findings));
-      servers.push_back(server);
-    }
-    page.set("servers", servers);
-    output_.write(render(parts::servers, page));
-  }
-
-  std::int64_t rowsOf(const inventory::Table& table, const std::string& server) {
-    const auto rows = book_.snapshot().rowsOf(std::string(table.name), {server});
-    std::int64_t count = 0;
-    while (rows->next()) ++count;
-    return count;
-  }
-
-  void writeOverview() {
-    const Strings& servers = book_.servers();
-    data page, list{data::type::list};
-    std::int64_t most = 1, all = 0;
-    const auto total = [&](const Rule& rule) {
-      std::int64_t sum = 0;
-      for (const Counts& counts : counts_) {
-        const auto found = counts.findings.find(&rule);
-        sum += found == counts.findings.end() ? 0 : found->second;
-      }
-      return sum;
-    };
-    for (const Rule& rule : rules()) {
-      most = std::max(most, total(rule));
-      all += total(rule);
-    }
-    for (const Rule& rule : rules()) {
-      const std::int64_t count = total(rule);
-      data entry, links{data::type::list};
-      std::size_t linked = 0, unjudged = 0;
-      for (std::size_t at = 0; at < servers.size(); ++at) {
-        unjudged += counts_[at].unjudged.contains(&rule) ? 1U : 0U;
-        const auto found = counts_[at].findings.find(&rule);
-        if (found == counts_[at].findings.end() || ++linked > kMostLinks) continue;
-        data link;
-        link.set("anchor", anchor(at));
-        link.set("name", harmless(servers[at]));
-        link.set("count", std::to_string(found->second));
-        links.push_back(link);
-      }
-      entry.set("title", std::string(rule.title));
-      entry.set("why", std::string(rule.why));
-      if (!rule.source.empty()) entry.set("source", std::string(rule.source));
-      entry.set("count", std::to_string(count));
-      entry.set("isNone", flag(count == 0));
-      if (count > 0) {
-        entry.set("bar", std::to_string(std::max<std::int64_t>(2, 160 * count / most)));
-        entry.set("barLabel", counted(count, "finding", "findings"));
-      }
-      entry.set("servers", links);
-      if (linked > kMostLinks) entry.set("more", "and " + std::to_string(linked - kMostLinks) + " more");
-      if (unjudged > 0)
-        entry.set("unjudged", counted(static_cast<std::int64_t>(unjudged), "server", "servers"));
-      list.push_back(entry);
-    }
-    const bool isJudged =
-        std::ranges::all_of(counts_, [](const Counts& each) { return each.unjudged.empty(); });
-    page.set("lead",
-             all == 0
-                 ? isJudged ? "None of the rules holds for anything."
-                            : "None of the rules holds for what could be judged."
-                 : "Each rule with what it holds for; the rows that it rests on stand with each server.");
-    page.set("barTitle", servers.size() == 1 ? "Server" : "Servers");
-    page.set("rules", list);
-    output_.write(render(parts::overview, page));
-  }
-
-  void writeServer(std::size_t place) {
-    const std::string& server = book_.servers()[place];
-    const Counts& counts = counts_[place];
-    writeFindings(place);
-    writeDrawings(server);
-    heading("FTP sites", "tblFTPSiteInfo", ItemKind::kSite, server, counts.sites);
-    std::int64_t count = 0;
-    book_.forEach("tblFTPSiteInfo", server, [&](const Cells& site) {
-      const Marks& marks =
-          marks_["site\n" + site.at(inventory::kSiteColumn) + " (" + site.at("FTP site name") + ")"];
-      output_.write(
-          siteBlock(book_, server, site, anchor(place) + "-site-" + std::to_string(++count), marks));
+  Summary write() {
+    writeFindings();
+    writePoolDrawing();
+    writeContentDrawing();
+    const ItemBlocks blocks(server_);
+    writeHeading("FTP sites", kSites, ObjectKind::kSite);
+    std::size_t count = 0;
+    forEachRow(server_, kSites, [&](const DataRow& row) {
+      output_.write(blocks.site(row, anchor_ + numbered("-site-", ++count), marks_[row.objectId()]));
     });
-    heading("Application pools", "tblAppPoolInfo", ItemKind::kPool, server, counts.pools);
+    writeHeading("Application pools", kPools, ObjectKind::kPool);
     count = 0;
-    book_.forEach("tblAppPoolInfo", server, [&](const Cells& pool) {
-      const Marks& marks = marks_["pool\n" + pool.at(inventory::kPoolColumn)];
-      output_.write(
-          poolBlock(book_, server, pool, anchor(place) + "-pool-" + std::to_string(++count), marks));
+    forEachRow(server_, kPools, [&](const DataRow& row) {
+      output_.write(blocks.pool(row, anchor_ + numbered("-pool-", ++count), marks_[row.objectId()]));
     });
-    const auto extensions = book_.rows("tblWSExtension", server);
+    const std::string extensions = blocks.extensions();
     if (extensions.empty()) {
-      heading("Web service extensions", "tblWSExtension", ItemKind::kNone, server, 0);
+      writeHeading("Web service extensions", kExtensions, ObjectKind::kExtension);
     } else {
-      output_.write(extensionsTable(extensions));
+      output_.write(extensions);
     }
-    writeProblems(server);
+    writeProblems();
     output_.write("</section>\n");
+    return std::move(summary_);
   }
 
-  void heading(const std::string& title, std::string_view table, ItemKind kind, const std::string& server,
-               std::int64_t count) {
+ private:
+  void writeHeading(const std::string& title, std::size_t table, ObjectKind kind) {
+    const std::size_t count = server_.rowCount(table);
     output_.write("<h3>" + title + " <span class=\"faint\">" + std::to_string(count) + "</span></h3>\n");
-    if (count > 0) return;
-    const Strings why = book_.notKnown().whyMissing(server, table, {});
-    output_.write(!book_.coverage().hasSome(server, table, kind) ? "<p class=\"unknown\">Not collected.</p>\n"
-                  : why.empty()
-                      ? "<p class=\"faint\">None.</p>\n"
-                      : "<p class=\"unknown\">Not known: " + escaped(harmless(why.front())) + "</p>\n");
+    if (count == 0) output_.write(missingParagraph(whyMissing(server_, table, kind, 0), "None."));
   }
 
-  // Judges the server, and writes as it goes.
-  void writeFindings(std::size_t place) {
-    const std::string& server = book_.servers()[place];
-    const Counts& counts = counts_[place];
-    data page, unjudged{data::type::list};
-    page.set("anchor", anchor(place));
-    page.set("name", harmless(server));
-    page.set("hasFindings", flag(!counts.findings.empty()));
-    output_.write(render(parts::server_start, page));
-    marks_.clear();
+  void writeFindings() {
+    data unevaluated{data::type::list};
+    std::string findings, ofRule;
     const Rule* rule = nullptr;
-    bool isUnjudged = false;
-    const auto close = [&] {
-      if (rule != nullptr) output_.write(parts::rule_end);
-      rule = nullptr;
-    };
-    const auto found = [&](const Finding& finding) {
-      if (finding.rule != rule) {
-        close();
-        rule = finding.rule;
+    const auto closeRule = [&] {
+      if (rule != nullptr) {
         data entry;
         entry.set("title", std::string(rule->title));
         entry.set("why", std::string(rule->why));
-        entry.set("count", std::to_string(counts.findings.at(rule)));
-        output_.write(render(parts::rule_start, entry));
+        entry.set("count", std::to_string(summary_.findings[placeOf(*rule)]));
+        findings += render(parts::rule_start, entry) + ofRule + parts::rule_end;
       }
-      if (finding.thing == "site" || finding.thing == "pool")
-        marks_[std::string(finding.thing) + '\n' + finding.name].push_back(finding.rule);
-      data each, rows{data::type::list};
-      each.set("thing", std::string(finding.thing));
-      each.set("subject", harmless(finding.name));
-      for (const std::string& text : finding.rows) {
-        data row;
-        row.set("row", harmless(text));
-        rows.push_back(row);
-      }
-      each.set("rows", rows);
-      output_.write(render(parts::finding, each));
+      ofRule.clear();
     };
-    const auto notJudged = [&](const Unjudged& each) {
+    const auto found = [&](const Finding& finding) {
+      if (finding.rule != rule) closeRule();
+      rule = finding.rule;
+      ++summary_.findings[placeOf(*rule)];
+      marks_[finding.object].push_back(rule);
+      ofRule += findingItem(finding);
+    };
+    const auto notEvaluated = [&](const Unevaluated& each) {
       data entry;
       entry.set("title", std::string(each.rule->title));
       entry.set("reason", harmless(each.reason));
-      unjudged.push_back(entry);
-      isUnjudged = true;
+      unevaluated.push_back(entry);
+      summary_.isUnevaluated[placeOf(*each.rule)] = true;
     };
-    judge(book_.snapshot(), server, book_.notKnown(), book_.coverage(), {found, notJudged});
-    close();
-    if (!isUnjudged) return;
-    data rest;
-    rest.set("unjudged", unjudged);
-    output_.write(render(parts::unjudged, rest));
+    evaluateRules(server_, {found, notEvaluated});
+    closeRule();
+    data page, rest;
+    page.set("anchor", anchor_);
+    page.set("name", harmless(server_.server()));
+    page.set("hasFindings", flag(!findings.empty()));
+    output_.write(render(parts::server_start, page));
+    output_.write(findings);
+    if (unevaluated.is_empty_list()) return;
+    rest.set("unevaluated", unevaluated);
+    output_.write(render(parts::unevaluated, rest));
   }
 
-  void writeDrawings(const std::string& server) {
-    Drawing pools, content;
-    book_.forEach("tblAppPoolInfo", server, [&](const Cells& pool) {
-      const std::string name = pool.at(inventory::kPoolColumn);
-      const std::size_t place = pools.left(name);
-      if (!book_.coverage().has(server, "tblAppliedObject", ItemKind::kPool, name) ||
-          !book_.notKnown().whyMissing(server, "tblAppliedObject", name).empty()) {
+  static std::size_t placeOf(const Rule& rule) { return static_cast<std::size_t>(&rule - rules().data()); }
+
+  static std::string findingItem(const Finding& finding) {
+    data item, rows{data::type::list};
+    item.set("kind", std::string(finding.kind));
+    item.set("subject", harmless(finding.name));
+    for (const std::string& text : finding.evidence) {
+      data row;
+      row.set("row", harmless(text));
+      rows.push_back(row);
+    }
+    item.set("rows", rows);
+    return render(parts::finding, item);
+  }
+
+  void writePoolDrawing() {
+    Drawing pools;
+    forEachRow(server_, kPools, [&](const DataRow& pool) {
+      const std::size_t place = pools.left(pool.text(kPoolName));
+      if (!whyMissing(server_, kApplications, ObjectKind::kApplication, pool.objectId()).empty())
         pools.leaveOpen(place);
-      }
     });
-    book_.forEach("tblAppliedObject", server, [&](const Cells& object) {
-      const std::string path = object.isUnknown("Local path") ? "" : object.at("Local path");
-      pools.join(pools.left(object.at(inventory::kPoolColumn)),
-                 pools.right(object.at("Object name") + (path.empty() ? "" : " \u2013 " + path),
+    forEachRow(server_, kApplications, [&](const DataRow& row) {
+      const std::string path = row.isUnknown(kLocalPath) ? "" : row.text(kLocalPath);
+      pools.join(pools.left(row.text(kApplicationPool)),
+                 pools.right(row.text(kApplicationName) + (path.empty() ? "" : " \u2013 " + path),
                              path.starts_with("\\\\") ? "share" : ""));
     });
-    std::unordered_map<std::string, std::size_t> sites;
-    book_.forEach("tblFTPSiteInfo", server, [&](const Cells& site) {
-      const std::string id = site.at(inventory::kSiteColumn);
-      sites[id] = content.left(id + " \u2013 " + site.at("FTP site name"));
-    });
-    for (const char* const table : {"tblHomeDirectorySetting", "tblvirtualDirectory"}) {
-      book_.forEach(table, server, [&](const Cells& row) {
-        const auto site = sites.find(row.at(inventory::kSiteColumn));
-        if (site == sites.end() || row.isUnknown("Path") || row.at("Path").empty()) return;
-        const std::string root = rootOf(row.at("Path"));
-        content.join(site->second, content.right(root, root.starts_with("\\\\") ? "share" : ""),
-                     !row.isUnknown("Write") && row.at("Write") == "Yes");
-      });
-    }
     if (!pools.empty())
       output_.write(pools.html("Application pools and what they serve; a network share is coloured"));
+  }
+
+  void writeContentDrawing() {
+    Drawing content;
+    std::unordered_map<std::string, std::size_t> sites;
+    forEachRow(server_, kSites, [&](const DataRow& site) {
+      const std::string id = site.text(kIdentifier);
+      sites[id] = content.left(id + " \u2013 " + site.text(kSiteName));
+    });
+    const auto join = [&](ColumnRef identifier, ColumnRef pathColumn, ColumnRef write) {
+      forEachRow(server_, identifier.table, [&](const DataRow& row) {
+        const auto site = sites.find(row.text(identifier));
+        const std::string path = row.text(pathColumn);
+        if (site == sites.end() || row.isUnknown(pathColumn) || path.empty()) return;
+        const std::string root = rootOf(path);
+        content.join(site->second, content.right(root, root.starts_with("\\\\") ? "share" : ""),
+                     !row.isUnknown(write) && row.text(write) == "Yes");
+      });
+    };
+    join(column("tblHomeDirectorySetting", "Identifier"), column("tblHomeDirectorySetting", "Path"),
+         column("tblHomeDirectorySetting", "Write"));
+    join(column("tblvirtualDirectory", "Identifier"), column("tblvirtualDirectory", "Path"),
+         column("tblvirtualDirectory", "Write"));
     if (!content.empty())
       output_.write(content.html(
           "FTP sites and the drives and shares that their directories lead to; a red line: may be "
           "written to"));
   }
 
-  void writeProblems(const std::string& server) {
-    auto rows = book_.own("Problems", server, kMostProblems + 1);
-    if (rows.empty()) return;
+  void writeProblems() {
+    const std::span<const inventory::Problem> problems = server_.problems();
+    if (problems.empty()) return;
     data page, list{data::type::list};
-    const std::size_t shownRows = std::min(rows.size(), kMostProblems);
-    for (std::size_t at = 0; at < shownRows; ++at) {
-      auto& row = rows[at];
+    for (const inventory::Problem& problem : problems.first(std::min(problems.size(), kMaxProblems))) {
       data entry;
-      const std::string item = row["Item"].empty() ? "" : row["Item kind"] + " " + row["Item"];
-      entry.set("where", harmless(row["Node"].empty() ? item : row["Node"]));
-      entry.set("table", harmless(row["Table"]));
-      entry.set("property", harmless(row["Property"]));
-      entry.set("number", harmless(row["Number"]));
-      entry.set("message", harmless(row["Message"]));
-      entry.set("isNote", flag(row["Kind"] == "note"));
+      const std::string item =
+          problem.item.empty() ? "" : std::string(inventory::wordFor(problem.itemKind)) + " " + problem.item;
+      char number[16] = "";
+      if (problem.number)
+        std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
+      entry.set("where", harmless(problem.node.empty() ? item : problem.node));
+      entry.set("table", harmless(problem.table));
+      entry.set("property", harmless(problem.property));
+      entry.set("number", number);
+      entry.set("message", harmless(problem.message));
+      entry.set("isNote", flag(problem.isNote));
       list.push_back(entry);
     }
     page.set("rows", list);
-    if (rows.size() > kMostProblems) {
-      const std::int64_t all =
-          book_.count("select count(*) from Problems where \"Server name\" = ?1", server);
-      page.set("more", "The first " + std::to_string(kMostProblems) + " of " + std::to_string(all) +
+    if (problems.size() > kMaxProblems) {
+      page.set("more", numbered("The first ", kMaxProblems) + numbered(" of ", problems.size()) +
                            "; 'iisinventory show Problems' has them all.");
     }
     output_.write(render(parts::problems, page));
   }
 
-  struct Counts {
-    std::int64_t sites = 0;
-    std::int64_t pools = 0;
-    std::map<const Rule*, std::int64_t> findings;
-    std::set<const Rule*> unjudged;
-  };
-
-  Book& book_;
+  const ServerData& server_;
+  const std::string anchor_;
   Output& output_;
-  std::vector<Counts> counts_;
-  std::unordered_map<std::string, Marks> marks_;  // by kind and name
+  Summary summary_;
+  std::unordered_map<std::int64_t, Marks> marks_;  // by object
+};
+
+// A rule in the overview.
+struct RuleSummary {
+  std::int64_t findings = 0;
+  std::size_t servers = 0;  // with findings
+  std::size_t unevaluated = 0;
+  data links{data::type::list};
+};
+
+// The page. Servers are added one by one; what comes before their sections needs to know all of them.
+class Page {
+ public:
+  explicit Page(TemporaryFile& sections) : sections_(sections), rules_(rules().size()) {}
+
+  void add(const ServerData& server) {
+    const std::string anchor = numbered("server-", ++servers_);
+    name_ = server.server();
+    const Summary summary = ServerSection(server, anchor, sections_.output()).write();
+    sites_ += summary.sites;
+    pools_ += summary.pools;
+    std::int64_t findings = 0;
+    for (std::size_t at = 0; at < rules_.size(); ++at) {
+      RuleSummary& rule = rules_[at];
+      findings += summary.findings[at];
+      rule.findings += summary.findings[at];
+      rule.unevaluated += summary.isUnevaluated[at] ? 1U : 0U;
+      if (summary.findings[at] == 0 || ++rule.servers > kMaxLinks) continue;
+      data link;
+      link.set("anchor", anchor);
+      link.set("name", harmless(server.server()));
+      link.set("count", std::to_string(summary.findings[at]));
+      rule.links.push_back(link);
+    }
+    addServerRow(server.info(), anchor, findings);
+  }
+
+  void write(Output& output) {
+    writeStart(output);
+    data servers, end;
+    servers.set("servers", serverRows_);
+    output.write(render(parts::servers, servers));
+    writeOverview(output);
+    sections_.copyTo(output);
+    end.set("script", std::string(parts::script));
+    output.write(render(parts::page_end, end));
+  }
+
+ private:
+  static std::string hashOf(std::string_view text) {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
+    unsigned size = 0;
+    if (EVP_Digest(text.data(), text.size(), hash.data(), &size, EVP_sha256(), nullptr) != 1)
+      throw std::runtime_error("cannot write the report: SHA-256 is not available");
+    std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> code{};
+    const int length = EVP_EncodeBlock(code.data(), hash.data(), static_cast<int>(size));
+    return {reinterpret_cast<const char*>(code.data()), static_cast<std::size_t>(length)};
+  }
+
+  void writeStart(Output& output) const {
+    data page;
+    page.set("title", servers_ == 1 ? harmless(name_) : countOfServers(servers_));
+    page.set("serverCount", countOfServers(servers_));
+    page.set("siteCount", counted(sites_, "FTP site", "FTP sites"));
+    page.set("poolCount", counted(pools_, "application pool", "application pools"));
+    page.set("written", inventory::utcNow().substr(0, 16).replace(10, 1, " ") + " UTC");
+    page.set("version", IISINVENTORY_VERSION);
+    page.set("style", std::string(parts::style));
+    page.set("styleHash", hashOf(parts::style));
+    page.set("scriptHash", hashOf(parts::script));
+    output.write(render(parts::page_start, page));
+  }
+
+  void addServerRow(const CollectionInfo& collection, const std::string& anchor, std::int64_t findings) {
+    data row;
+    std::string time = collection.published.substr(0, 19);
+    std::ranges::replace(time, 'T', ' ');
+    row.set("anchor", anchor);
+    row.set("name", harmless(collection.server));
+    row.set("time", harmless(time));
+    row.set("file", harmless(collection.file));
+    row.set("size", std::to_string(collection.fileSize) + " bytes");
+    row.set("fileTime", harmless(collection.fileTime.substr(0, 10)));
+    row.set("hash", harmless(collection.sha256));
+    row.set("selection", collection.selection.empty() ? "everything" : harmless(collection.selection));
+    row.set("rows", std::to_string(collection.rows));
+    row.set("problems", std::to_string(collection.problems));
+    row.set("hasProblems", flag(collection.problems > 0));
+    row.set("findings", std::to_string(findings));
+    serverRows_ += render(parts::server_row, row);
+  }
+
+  void writeOverview(Output& output) const {
+    data page, list{data::type::list};
+    std::int64_t most = 1, all = 0;
+    for (const RuleSummary& rule : rules_) {
+      most = std::max(most, rule.findings);
+      all += rule.findings;
+    }
+    for (std::size_t at = 0; at < rules_.size(); ++at)
+      list.push_back(overviewRow(rules()[at], rules_[at], most));
+    const bool isComplete =
+        std::ranges::all_of(rules_, [](const RuleSummary& each) { return each.unevaluated == 0; });
+    page.set("lead", all > 0      ? "Matches per rule; evidence is under each server."
+                     : isComplete ? "None of the rules holds for anything."
+                                  : "None of the rules holds for what could be evaluated.");
+    page.set("barTitle", servers_ == 1 ? "Server" : "Servers");
+    page.set("rules", list);
+    output.write(render(parts::overview, page));
+  }
+
+  static data overviewRow(const Rule& rule, const RuleSummary& summary, std::int64_t most) {
+    data entry;
+    entry.set("title", std::string(rule.title));
+    entry.set("why", std::string(rule.why));
+    if (!rule.source.empty()) entry.set("source", std::string(rule.source));
+    entry.set("count", std::to_string(summary.findings));
+    entry.set("isNone", flag(summary.findings == 0));
+    if (summary.findings > 0) {
+      entry.set("bar", std::to_string(std::max<std::int64_t>(2, 160 * summary.findings / most)));
+      entry.set("barLabel", counted(summary.findings, "finding", "findings"));
+    }
+    entry.set("servers", summary.links);
+    if (summary.servers > kMaxLinks)
+      entry.set("more", numbered("and ", summary.servers - kMaxLinks) + " more");
+    if (summary.unevaluated > 0) entry.set("unevaluated", countOfServers(summary.unevaluated));
+    return entry;
+  }
+
+  TemporaryFile& sections_;
+  std::size_t servers_ = 0;
+  std::string name_;  // of the latest
+  std::int64_t sites_ = 0;
+  std::int64_t pools_ = 0;
+  std::string serverRows_;
+  std::vector<RuleSummary> rules_;
 };
 
 }  // namespace
@@ -409,15 +447,17 @@ void report(const ReportOptions& options, Output& output) {
     folder.remove();
     endBySignal(signalNumber);
   });
-  std::optional<Book> book;
-  try {
-    book.emplace(options, folder.path());
-  } catch (const inventory::Unreachable&) {
-    // Once more, as a whole.
-    book.emplace(options, folder.path());
-  }
-  book->open();
-  Page(*book, file ? file->output() : output).write();
+  std::optional<TemporaryFile> sections;
+  std::optional<Page> page;
+  retryOnDisconnect([&] {
+    sections.emplace(folder.path() / "sections");
+    page.emplace(*sections);
+    const auto inventory = inventory::openForReading(options.database, options.access);
+    inventory::Reader reader = inventory->read(reportSuccessor);
+    reader.forEach(chosenServers(reader, options.servers, options.at),
+                   [&](std::unique_ptr<ServerData> server) { page->add(*server); });
+  });
+  page->write(file ? file->output() : output);
   signals.ignore();
   if (file) file->finish();
   output.flush();

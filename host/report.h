@@ -8,9 +8,9 @@
 
 namespace host {
 
-// Writes one page of HTML about servers, that stands alone; to the standard output where no file is named. A
-// file is written whole or stays as it was. Throws inventory::Error, std::runtime_error, and UsageError for a
-// server that isn't there.
+// Writes one self-contained HTML page about servers, to the standard output if no file is named. A file is
+// written whole or stays as it was. Throws inventory::Error, std::runtime_error, and UsageError for a server
+// that isn't there.
 void report(const ReportOptions& options, Output& output);
 
 }  // namespace host

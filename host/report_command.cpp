@@ -18,6 +18,7 @@ struct Raw {
   RawDatabase database;
   std::vector<std::string> servers;
   std::string output;
+  std::string at;
 };
 
 }  // namespace
@@ -27,11 +28,13 @@ void addReport(CLI::App& program, Work& work) {
   CLI::App& command = *program.add_subcommand("report", "Write a page about servers, in HTML");
   addDatabase(command, raw->database);
   addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
+  addAt(command, raw->at);
   command.add_option("-o,--output", raw->output, "File to write")->type_name("FILE");
   command.footer(kFooter);
   command.callback([raw, &work] {
     refuseEmpty("--server", raw->servers);
     ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
+    options.at = timeOf("--at", raw->at);
     if (!raw->output.empty() && raw->output != "-") options.output = wholePath("--output", raw->output);
     work = [options](Output& output) {
       report(options, output);

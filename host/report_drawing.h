@@ -26,7 +26,7 @@ class Drawing {
   // begins at is drawn with a dashed edge.
   std::size_t left(const std::string& name);
   std::size_t right(const std::string& name, std::string_view kind = "");
-  // Nobody knows what lines begin at it.
+  // It isn't known which lines begin at it.
   void leaveOpen(std::size_t left);
   void join(std::size_t left, std::size_t right, bool isStrong = false);
 

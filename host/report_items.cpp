@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <set>
-#include <unordered_map>
 #include <utility>
 
 #include "host/report_parts.h"
@@ -13,163 +12,173 @@
 namespace host {
 namespace {
 
-using inventory::ItemKind;
+using inventory::column;
+using inventory::ColumnRef;
+using inventory::DataRow;
+using inventory::ObjectKind;
+using inventory::ServerData;
 using kainjow::mustache::data;
-using Strings = std::vector<std::string>;
+using Rows = std::vector<DataRow>;
 
-constexpr std::size_t kDeepest = 30;  // of a drawn tree: browsers nest elements 512 deep
-
-// --- What a page says.
-
-// Values of a pool's columns that are documented as its default, schema and built-in ones where they differ
-// (learn.microsoft.com/en-us/previous-versions/iis/6.0-sdk/ and the page's name).
-struct Default {
-  std::string_view column;
-  std::vector<std::string_view> values;
-  std::string_view page;
-};
-
-const Default kDefaults[] = {
-    {"Recycle (in minutes)", {"1740", "60"}, "ms525914(v=vs.90)"},
-    {"Number of recycle requests", {"0", "10000"}, "ms525851(v=vs.90)"},
-    {"Maximum virtual memory (mb)", {"0", "500"}, "ms525539(v=vs.90)"},
-    {"Maximum used memory (mb)", {"0"}, "ms525009(v=vs.90)"},
-    {"Number of request queues", {"1000", "4000"}, "ms524493(v=vs.90)"},
-    {"Maximum number of worker processes", {"1"}, "ms525074(v=vs.90)"},
-    {"Maximum CPU use (percentage)", {"0"}, "ms524939(v=vs.90)"},
-    {"Action performed when CPU usage exceeds maximum CPU use", {"No action"}, "ms525681(v=vs.90)"},
-    {"Refresh CPU usage numbers (in minutes)", {"0", "5"}, "ms525330(v=vs.90)"},
-    {"Enable pinging", {"True"}, "ms525345(v=vs.90)"},
-    {"Ping worker process (frequency in seconds)", {"30"}, "ms525149(v=vs.90)"},
-    {"Enable rapid-fail protection", {"True"}, "ms525133(v=vs.90)"},
-    {"Rapid-fail protection failures", {"5"}, "ms525633(v=vs.90)"},
-    {"Rapid-fail protection time period (in minutes)", {"5"}, "ms525610(v=vs.90)"},
-    {"Startup time limit (in seconds)", {"90"}, "ms524792(v=vs.90)"},
-    // learn.microsoft.com/en-us/previous-versions/windows/it-pro/windows-server-2003/ for these.
-    {"Scheduled recycle at", {"none"}, "cc783454(v=ws.10)"},
-    {"Idle timeout (in minutes)", {"20"}, "cc785037(v=ws.10)"},
-    {"Shutdown time limit (in seconds)", {"90"}, "cc787702(v=ws.10)"},
-    {"Security account", {"Network Service"}, "cc781986(v=ws.10)"},
-};
+constexpr std::size_t kMaxDepth = 30;  // of a drawn tree: browsers nest elements 512 deep
 
 struct Tab {
   std::string_view title;
-  std::string_view table;
+  std::size_t table;
 };
 
-constexpr Tab kSiteTabs[] = {{"General", "tblGeneral"},
-                             {"Home directory", "tblHomeDirectorySetting"},
-                             {"Security accounts", "tblSecurityAccounts"},
-                             {"Directory security", "tblDirectorySecuritySetting"},
-                             {"Messages", "tblMessageSetting"},
-                             {"Log file", "tblLogFileSetting"},
-                             {"Log fields", "tblExtendedLogSetting"}};
+constexpr std::size_t kGeneral = inventory::table("tblGeneral");
+constexpr std::size_t kAddresses = inventory::table("tblDirectorySecuritySetting");
+constexpr std::size_t kLogFields = inventory::table("tblExtendedLogSetting");
+constexpr std::size_t kDirectories = inventory::table("tblvirtualDirectory");
+constexpr std::size_t kDirectoryAddresses = inventory::table("tblvirtualDirSecurity");
+constexpr std::size_t kApplications = inventory::table("tblAppliedObject");
+constexpr std::size_t kExtensions = inventory::table("tblWSExtension");
 
-constexpr Tab kPoolTabs[] = {{"General", "tblGeneral"},
-                             {"Identity", "tblIdentity"},
-                             {"Recycling", "tblWProcessRecycling"},
-                             {"Memory recycling", "tblMemoryRecycling"},
-                             {"Performance", "tblPerformance"},
-                             {"Health", "tblHealth"}};
+constexpr Tab kSiteTabs[] = {{"General", kGeneral},
+                             {"Home directory", inventory::table("tblHomeDirectorySetting")},
+                             {"Security accounts", inventory::table("tblSecurityAccounts")},
+                             {"Directory security", kAddresses},
+                             {"Messages", inventory::table("tblMessageSetting")},
+                             {"Log file", inventory::table("tblLogFileSetting")},
+                             {"Log fields", kLogFields}};
 
-constexpr std::string_view kAll = "All computer access";
-constexpr std::string_view kGranted = "Granted IP Address (Subnet mask)";
-constexpr std::string_view kDenied = "Denied IP Address (Subnet mask)";
+constexpr Tab kPoolTabs[] = {{"General", kGeneral},
+                             {"Identity", inventory::table("tblIdentity")},
+                             {"Recycling", inventory::table("tblWProcessRecycling")},
+                             {"Memory recycling", inventory::table("tblMemoryRecycling")},
+                             {"Performance", inventory::table("tblPerformance")},
+                             {"Health", inventory::table("tblHealth")}};
 
-// Who may come in, out of all rows of a site or directory.
-std::string access(const std::vector<Cells>& rows) {
-  if (rows.empty()) return "";
+constexpr ColumnRef kState = column("tblGeneral", "State");
+constexpr ColumnRef kAddress = column("tblGeneral", "IP Address");
+constexpr ColumnRef kPort = column("tblGeneral", "TCP Port");
+constexpr ColumnRef kSiteName = column("tblFTPSiteInfo", "FTP site name");
+constexpr ColumnRef kIdentifier = column("tblFTPSiteInfo", "Identifier");
+constexpr ColumnRef kPoolName = column("tblAppPoolInfo", "Application pool name");
+constexpr ColumnRef kParentPath = column("tblvirtualDirectory", "IISPath");
+constexpr ColumnRef kDirectoryName = column("tblvirtualDirectory", "Directory name");
+constexpr ColumnRef kDirectorySite = column("tblvirtualDirectory", "Identifier");
+constexpr ColumnRef kPath = column("tblvirtualDirectory", "Path");
+constexpr ColumnRef kRead = column("tblvirtualDirectory", "Read");
+constexpr ColumnRef kWrite = column("tblvirtualDirectory", "Write");
+constexpr ColumnRef kLogVisits = column("tblvirtualDirectory", "Log visits");
+constexpr ColumnRef kApplicationPool = column("tblAppliedObject", "Application pool name");
+constexpr ColumnRef kApplicationAddress = column("tblAppliedObject", "IP address");
+constexpr ColumnRef kApplicationPort = column("tblAppliedObject", "TCP port");
+
+struct AccessColumns {
+  ColumnRef all;
+  ColumnRef granted;
+  ColumnRef denied;
+};
+
+constexpr AccessColumns kSiteAccess = {
+    column("tblDirectorySecuritySetting", "All computer access"),
+    column("tblDirectorySecuritySetting", "Granted IP Address (Subnet mask)"),
+    column("tblDirectorySecuritySetting", "Denied IP Address (Subnet mask)")};
+constexpr AccessColumns kDirectoryAccess = {
+    column("tblvirtualDirSecurity", "All computer access"),
+    column("tblvirtualDirSecurity", "Granted IP Address (Subnet mask)"),
+    column("tblvirtualDirSecurity", "Denied IP Address (Subnet mask)")};
+
+// Who may reach a site or directory, by all its rows.
+std::string access(const Rows& rows, const AccessColumns& columns) {
   std::string granted, denied;
-  for (const Cells& row : rows) {
-    for (const std::string_view column : {kAll, kGranted, kDenied}) {
-      if (row.isUnknown(column)) return "not known";
+  for (const DataRow& row : rows) {
+    for (const ColumnRef each : {columns.all, columns.granted, columns.denied}) {
+      if (row.isUnknown(each)) return "not known";
     }
-    const auto add = [&](std::string& list, std::string_view column) {
-      if (const std::string value = row.at(column); !value.empty())
+    const auto add = [&](std::string& list, ColumnRef each) {
+      if (const std::string value = row.text(each); !value.empty())
         list += (list.empty() ? "" : ", ") + value;
     };
-    add(granted, kGranted);
-    add(denied, kDenied);
+    add(granted, columns.granted);
+    add(denied, columns.denied);
   }
-  const std::string all = rows.front().at(kAll);
+  const std::string all = rows.front().text(columns.all);
   if (all == "Granted") return denied.empty() ? "everybody" : "everybody but " + harmless(denied);
   if (all == "Denied") return granted.empty() ? "nobody" : "only " + harmless(granted);
   return all.empty() ? "-" : harmless(all);
 }
 
-template <typename Add>
-void addFields(const std::vector<Cells>& rows, const Add& add) {
-  const Cells& row = rows.front();
-  std::string on, off;
-  for (const std::string_view column : row.table->columns) {
-    if (column == inventory::kServerColumn || column == inventory::kSiteColumn ||
-        column == inventory::kPoolColumn || column == "FTP site name") {
-      continue;
-    }
-    const bool isUnknown = row.isUnknown(column);
-    // What a format or a kind of item doesn't have.
-    if (!isUnknown && !row.isWritten(column)) continue;
-    std::string value = shown(row, column);
-    if (row.table->name == "tblExtendedLogSetting" && !isUnknown) {
-      std::string& list = value == "True" || value == "Yes" ? on : off;
-      list += (list.empty() ? "" : ", ") + std::string(column);
-      continue;
-    }
-    if (column == "Scheduled recycle at") {
-      for (const Cells& other : rows) {
-        if (&other != &row && !other.at(column).empty()) value += ", " + harmless(other.at(column));
-      }
-    }
-    const auto known = std::ranges::find(kDefaults, column, &Default::column);
-    const bool isChanged = !isUnknown && known != std::end(kDefaults) && !value.empty() &&
-                           std::ranges::find(known->values, value) == known->values.end();
-    if (value.empty()) value = "(empty)";
-    add(column, value, isUnknown, isChanged,
-        isChanged ? "default " + std::string(known->values.front()) : std::string());
-  }
-  if (!on.empty()) add("Logged", on, false, false, "");
-  if (!off.empty()) add("Not logged", off, false, false, "");
+// A documented default that a value differs from; empty for a default, and for a column without one.
+std::string otherDefault(const inventory::Column& column, const std::string& value) {
+  std::string_view rest = column.defaults;
+  if (value.empty() || rest.empty() || ("|" + std::string(rest) + "|").find("|" + value + "|") != rest.npos)
+    return {};
+  return std::string(rest.substr(0, rest.find('|')));
 }
 
-// The fields of a row but for what names it.
-void addGroup(Book& book, data& groups, std::string_view title, const std::vector<Cells>& rows,
-              const std::string& server, std::string_view table, ItemKind kind, const std::string& item) {
-  data result, fields{data::type::list}, reasons{data::type::list};
-  result.set("title", std::string(title));
-  if (rows.empty()) {
-    const Strings why = book.notKnown().whyMissing(server, table, item);
-    result.set("missing", !book.coverage().has(server, table, kind, item) ? "Not collected."
-                          : why.empty()                                   ? "Nothing stands here."
-                                        : "Not known: " + harmless(why.front()));
+// The fields of a site's or pool's rows in a table, but for those that say what the row is about.
+class Fields {
+ public:
+  void addAll(const Rows& rows) {
+    const DataRow& row = rows.front();
+    const bool isLogFields = &row.table() == &inventory::tables()[kLogFields];
+    std::string on, off;
+    for (std::size_t at = 0; at < row.table().columns.size(); ++at) {
+      const inventory::Column& each = row.table().columns[at];
+      const bool isUnknown = row.isUnknown(at);
+      // Null: the format or kind of item doesn't have the column.
+      if (each.role == inventory::Role::kIdentity || (!isUnknown && !row.cell(at))) continue;
+      std::string value = shown(row, at);
+      if (isLogFields && !isUnknown) {
+        std::string& names = value == "True" || value == "Yes" ? on : off;
+        names += (names.empty() ? "" : ", ") + std::string(each.name);
+        continue;
+      }
+      if (each.role == inventory::Role::kListed) {
+        for (std::size_t other = 1; other < rows.size(); ++other) {
+          if (!rows[other].text(at).empty()) value += ", " + harmless(rows[other].text(at));
+        }
+      }
+      const std::string usual = isUnknown ? "" : otherDefault(each, value);
+      add(each.name, value.empty() ? "(empty)" : value, isUnknown, usual);
+    }
+    if (!on.empty()) add("Logged", on);
+    if (!off.empty()) add("Not logged", off);
   }
-  const auto add = [&](std::string_view label, const std::string& value, bool isUnknown, bool isChanged,
-                       const std::string& note) {
+
+  // `usual` is the default of a value that differs from it.
+  void add(std::string_view label, const std::string& value, bool isUnknown = false,
+           const std::string& usual = {}) {
     data field;
     field.set("label", std::string(label));
     field.set("value", value);
     field.set("isUnknown", flag(isUnknown));
-    field.set("isChanged", flag(isChanged));
-    if (!note.empty()) field.set("note", note);
-    fields.push_back(field);
-  };
-  std::set<std::string> told;
-  for (const Cells& row : rows) {
-    for (const std::string& message : row.notKnown.messages) {
-      if (!told.insert(message).second) continue;
+    field.set("isChanged", flag(!usual.empty()));
+    if (!usual.empty()) field.set("note", "default " + usual);
+    list.push_back(field);
+  }
+
+  data list{data::type::list};
+};
+
+void addGroup(const ServerData& server, data& groups, const Tab& tab, const Rows& rows, ObjectKind kind,
+              std::int64_t object) {
+  data result, reasons{data::type::list};
+  Fields fields;
+  result.set("title", std::string(tab.title));
+  if (rows.empty()) {
+    const std::string why = whyMissing(server, tab.table, kind, object);
+    result.set("missing", why.empty() ? "Nothing is stored here." : why);
+  } else if (tab.table == kAddresses) {
+    const std::string who = access(rows, kSiteAccess);
+    fields.add("Who may come in", who, who == "not known");
+  } else {
+    fields.addAll(rows);
+  }
+  if (std::ranges::any_of(rows, &DataRow::hasUnknown)) {
+    for (const std::string& message : server.reasons(inventory::tables()[tab.table].name, object)) {
       data reason;
       reason.set("reason", harmless(message));
       reasons.push_back(reason);
     }
   }
-  if (table == "tblDirectorySecuritySetting" && !rows.empty()) {
-    const std::string who = access(rows);
-    add("Who may come in", who, who == "not known", false, "");
-  } else if (!rows.empty()) {
-    addFields(rows, add);
-  }
   // A log of another format has no fields.
-  if (!rows.empty() && fields.is_empty_list() && reasons.is_empty_list()) return;
-  result.set("fields", fields);
+  if (!rows.empty() && fields.list.is_empty_list() && reasons.is_empty_list()) return;
+  result.set("fields", fields.list);
   result.set("reasons", reasons);
   groups.push_back(result);
 }
@@ -184,57 +193,49 @@ data marksOf(const Marks& rules) {
   return marks;
 }
 
-std::string pathOf(const Cells& row) {
-  return inventory::folded(row.at(inventory::kPathColumn) + "/" + row.at("Directory name"));
+std::string pathOf(const DataRow& directory) {
+  return inventory::folded(directory.text(kParentPath) + "/" + directory.text(kDirectoryName));
 }
 
-std::string directory(const Cells& row, std::unordered_map<std::string, std::vector<Cells>>& security,
-                      bool withPath) {
+std::string directory(const ServerData& server, const DataRow& row, bool withPath) {
   data entry;
-  const std::string name = row.at("Directory name");
-  entry.set("name", harmless(withPath ? row.at(inventory::kPathColumn) + "/" + name : name));
-  entry.set("path", shown(row, "Path"));
-  entry.set("isPathUnknown", flag(row.isUnknown("Path")));
+  const std::string name = row.text(kDirectoryName);
+  entry.set("name", harmless(withPath ? row.text(kParentPath) + "/" + name : name));
+  entry.set("path", shown(row, kPath));
+  entry.set("isPathUnknown", flag(row.isUnknown(kPath)));
   std::string rights;
-  const auto add = [&](std::string_view column, const char* word) {
-    const std::string value = row.isUnknown(column) ? "?" : row.at(column);
+  const auto add = [&](ColumnRef right, const char* word) {
+    const std::string value = row.isUnknown(right) ? "?" : row.text(right);
     if (value == "Yes" || value == "?")
       rights += (rights.empty() ? "" : ", ") + std::string(word) + (value == "?" ? " not known" : "");
   };
-  add("Read", "read");
-  add("Write", "write");
-  add("Log visits", "logged");
+  add(kRead, "read");
+  add(kWrite, "write");
+  add(kLogVisits, "logged");
   entry.set("rights", rights.empty() ? "no access" : rights);
-  entry.set("mayWrite", flag(!row.isUnknown("Write") && row.at("Write") == "Yes"));
-  const auto found = security.find(pathOf(row));
-  if (found != security.end()) {
-    const std::string who = access(found->second);
+  entry.set("mayWrite", flag(!row.isUnknown(kWrite) && row.text(kWrite) == "Yes"));
+  const std::int64_t object = row.objectId();
+  const Rows addresses = object == 0 ? Rows() : server.rowsOf(kDirectoryAddresses, object);
+  if (!addresses.empty()) {
+    const std::string who = access(addresses, kDirectoryAccess);
     entry.set("who", who);
     entry.set("isWhoUnknown", flag(who == "not known"));
-    if (who == "not known" && !found->second.front().notKnown.messages.empty())
-      entry.set("reason", harmless(found->second.front().notKnown.messages.front()));
+    if (who == "not known") {
+      const auto reasons = server.reasons(inventory::tables()[kDirectoryAddresses].name, object);
+      if (!reasons.empty()) entry.set("reason", harmless(reasons.front()));
+    }
   }
   return render(parts::directory, entry);
 }
 
-// The virtual directories of a site as nested lists.
-std::string directories(Book& book, const std::string& server, const std::string& site) {
-  const auto rows = book.rows("tblvirtualDirectory", server, inventory::kSiteColumn, site);
-  std::unordered_map<std::string, std::vector<Cells>> security;
-  for (Cells& row : book.rows("tblvirtualDirSecurity", server, inventory::kSiteColumn, site))
-    security[pathOf(row)].push_back(std::move(row));
-  if (rows.empty()) {
-    if (!book.coverage().has(server, "tblvirtualDirectory", ItemKind::kSite, site))
-      return "<p class=\"unknown\">Not collected.</p>\n";
-    const Strings why = book.notKnown().whyMissing(server, "tblvirtualDirectory", site);
-    return why.empty() ? "" : "<p class=\"unknown\">Not known: " + escaped(harmless(why.front())) + "</p>\n";
-  }
+// Directories as nested lists.
+std::string tree(const ServerData& server, const Rows& rows) {
   std::unordered_map<std::string, std::vector<std::size_t>> children;
   std::set<std::string> there;
-  for (const Cells& row : rows) there.insert(pathOf(row));
+  for (const DataRow& row : rows) there.insert(pathOf(row));
   std::vector<std::pair<std::size_t, std::size_t>> open;  // row and depth, the next one last
   for (std::size_t at = rows.size(); at > 0; --at) {
-    const std::string parent = inventory::folded(rows[at - 1].at(inventory::kPathColumn));
+    const std::string parent = inventory::folded(rows[at - 1].text(kParentPath));
     if (there.contains(parent)) {
       children[parent].push_back(at - 1);
     } else {
@@ -246,7 +247,7 @@ std::string directories(Book& book, const std::string& server, const std::string
   while (!open.empty()) {
     const auto [at, level] = open.back();
     open.pop_back();
-    const std::size_t drawn = std::min(level, kDeepest);
+    const std::size_t drawn = std::min(level, kMaxDepth);
     for (; depth > drawn; --depth) html += "</li></ul>";
     if (depth == drawn) {
       html += "</li>";
@@ -254,7 +255,7 @@ std::string directories(Book& book, const std::string& server, const std::string
       html += depth == 0 ? "<ul class=\"tree\">" : "<ul>";
       depth = drawn;
     }
-    html += "\n<li>" + directory(rows[at], security, level > kDeepest);
+    html += "\n<li>" + directory(server, rows[at], level > kMaxDepth);
     if (const auto below = children.find(pathOf(rows[at])); below != children.end()) {
       for (const std::size_t child : below->second) open.emplace_back(child, level + 1);
     }
@@ -263,21 +264,24 @@ std::string directories(Book& book, const std::string& server, const std::string
   return html + "\n";
 }
 
-// An empty name stands for the address and the port.
-std::string table(const char* part, const std::vector<Cells>& rows,
-                  const std::vector<std::string_view>& columns) {
+// Stands for the address and the port together.
+constexpr std::size_t kAddressAndPort = SIZE_MAX;
+
+std::string table(const char* part, const Rows& rows, std::initializer_list<std::size_t> columns) {
   data page, list{data::type::list};
-  for (const Cells& row : rows) {
+  for (const DataRow& row : rows) {
     data entry, cells{data::type::list};
-    for (const std::string_view column : columns) {
+    for (const std::size_t each : columns) {
       data cell;
-      if (column.empty()) {
-        const std::string port = shown(row, "TCP port"), ip = shown(row, "IP address");
-        cell.set("value", row.at("TCP port").empty() && !row.isUnknown("TCP port") ? ip : ip + " : " + port);
-        cell.set("isUnknown", flag(row.isUnknown("IP address") || row.isUnknown("TCP port")));
+      if (each == kAddressAndPort) {
+        const bool isPortUnknown = row.isUnknown(kApplicationPort);
+        const bool hasPort = isPortUnknown || !row.text(kApplicationPort).empty();
+        cell.set("value",
+                 shown(row, kApplicationAddress) + (hasPort ? ":" + shown(row, kApplicationPort) : ""));
+        cell.set("isUnknown", flag(row.isUnknown(kApplicationAddress) || isPortUnknown));
       } else {
-        cell.set("value", shown(row, column));
-        cell.set("isUnknown", flag(row.isUnknown(column)));
+        cell.set("value", shown(row, each));
+        cell.set("isUnknown", flag(row.isUnknown(each)));
       }
       cells.push_back(cell);
     }
@@ -290,64 +294,99 @@ std::string table(const char* part, const std::vector<Cells>& rows,
 
 }  // namespace
 
-std::string siteBlock(Book& book, const std::string& server, const Cells& site, const std::string& id,
-                      const Marks& marks) {
-  const std::string identifier = site.at(inventory::kSiteColumn), name = site.at("FTP site name");
+std::string whyMissing(const ServerData& server, std::size_t table, ObjectKind kind, std::int64_t object) {
+  const std::string_view name = inventory::tables()[table].name;
+  if (!server.isCollected(name, kind, object)) return "Not collected.";
+  const std::vector<std::string> reasons = server.reasons(name, object);
+  return reasons.empty() ? "" : "Not known: " + harmless(reasons.front());
+}
+
+std::string missingParagraph(const std::string& whyMissing, const std::string& none) {
+  if (!whyMissing.empty()) return "<p class=\"unknown\">" + escaped(whyMissing) + "</p>\n";
+  return none.empty() ? "" : "<p class=\"faint\">" + none + "</p>\n";
+}
+
+ItemBlocks::ItemBlocks(const ServerData& server) : data_(server) {
+  for (std::size_t at = 0; at < server.rowCount(kDirectories); ++at) {
+    const DataRow row = server.row(kDirectories, at);
+    directories_[row.text(kDirectorySite)].push_back(row);
+  }
+  for (std::size_t at = 0; at < server.rowCount(kApplications); ++at) {
+    const DataRow row = server.row(kApplications, at);
+    applications_[inventory::folded(row.text(kApplicationPool))].push_back(row);
+  }
+}
+
+std::string ItemBlocks::site(const DataRow& site, const std::string& id, const Marks& marks) const {
+  const std::int64_t object = site.objectId();
   data page, groups{data::type::list};
   page.set("anchor", id);
-  page.set("name", name.empty() ? "(no name)" : shown(site, "FTP site name"));
-  page.set("identifier", "site " + harmless(identifier));
+  page.set("name", site.text(kSiteName).empty() ? "(no name)" : shown(site, kSiteName));
+  page.set("identifier", "site " + harmless(site.text(kIdentifier)));
   page.set("marks", marksOf(marks));
   for (const Tab& tab : kSiteTabs) {
-    const auto rows = book.rows(tab.table, server, inventory::kSiteColumn, identifier);
-    if (tab.table == "tblGeneral" && !rows.empty()) {
-      const Cells& row = rows.front();
-      page.set("address",
-               shown(row, "IP Address") + " : " + shown(row, "TCP Port") + ", " + shown(row, "State"));
+    const Rows rows = data_.rowsOf(tab.table, object);
+    if (tab.table == kGeneral && !rows.empty()) {
+      const DataRow& row = rows.front();
+      page.set("address", shown(row, kAddress) + ":" + shown(row, kPort) + ", " + shown(row, kState));
     }
-    addGroup(book, groups, tab.title, rows, server, tab.table, ItemKind::kSite, identifier);
+    addGroup(data_, groups, tab, rows, ObjectKind::kSite, object);
   }
   page.set("groups", groups);
-  const std::string tree = directories(book, server, identifier);
-  page.set("hasTable", flag(!tree.empty()));
+  const std::string list = directories(site);
+  page.set("hasTable", flag(!list.empty()));
   page.set("tableTitle", "Virtual directories");
-  page.set("table", tree);
+  page.set("table", list);
   return render(parts::site, page);
 }
 
-std::string poolBlock(Book& book, const std::string& server, const Cells& pool, const std::string& id,
-                      const Marks& marks) {
-  const std::string name = pool.at(inventory::kPoolColumn);
+std::string ItemBlocks::directories(const DataRow& site) const {
+  const auto found = directories_.find(site.text(kIdentifier));
+  if (found != directories_.end()) return tree(data_, found->second);
+  return missingParagraph(whyMissing(data_, kDirectories, ObjectKind::kDirectory, site.objectId()), "");
+}
+
+std::string ItemBlocks::pool(const DataRow& pool, const std::string& id, const Marks& marks) const {
+  const std::int64_t object = pool.objectId();
   data page, groups{data::type::list};
   page.set("anchor", id);
-  page.set("name", harmless(name));
+  page.set("name", harmless(pool.text(kPoolName)));
   page.set("marks", marksOf(marks));
   for (const Tab& tab : kPoolTabs) {
-    const auto rows = book.rows(tab.table, server, inventory::kPoolColumn, name);
-    if (tab.table == "tblGeneral" && !rows.empty()) page.set("address", shown(rows.front(), "State"));
-    addGroup(book, groups, tab.title, rows, server, tab.table, ItemKind::kPool, name);
+    const Rows rows = data_.rowsOf(tab.table, object);
+    if (tab.table == kGeneral && !rows.empty()) page.set("address", shown(rows.front(), kState));
+    addGroup(data_, groups, tab, rows, ObjectKind::kPool, object);
   }
   page.set("groups", groups);
-  const auto applications = book.rows("tblAppliedObject", server, inventory::kPoolColumn, name);
   page.set("hasTable", flag(true));
   page.set("tableTitle", "Applications");
-  if (applications.empty()) {
-    const Strings why = book.notKnown().whyMissing(server, "tblAppliedObject", name);
-    const bool isCollected = book.coverage().has(server, "tblAppliedObject", ItemKind::kPool, name);
-    page.set("table", !isCollected ? "<p class=\"unknown\">Not collected.</p>\n"
-                      : why.empty()
-                          ? "<p class=\"faint\">None.</p>\n"
-                          : "<p class=\"unknown\">Not known: " + escaped(harmless(why.front())) + "</p>\n");
-  } else {
-    page.set("table", table(parts::applications, applications,
-                            {"Object name", "Object type", "", "State", "Local path"}));
-  }
+  page.set("table", applications(pool));
   return render(parts::site, page);
 }
 
-std::string extensionsTable(const std::vector<Cells>& rows) {
+std::string ItemBlocks::applications(const DataRow& pool) const {
+  const auto found = applications_.find(inventory::folded(pool.text(kPoolName)));
+  if (found == applications_.end()) {
+    return missingParagraph(whyMissing(data_, kApplications, ObjectKind::kApplication, pool.objectId()),
+                            "None.");
+  }
+  constexpr auto place = [](ColumnRef each) { return std::size_t{each.column}; };
+  return table(parts::applications, found->second,
+               {place(column("tblAppliedObject", "Object name")),
+                place(column("tblAppliedObject", "Object type")), kAddressAndPort,
+                place(column("tblAppliedObject", "State")), place(column("tblAppliedObject", "Local path"))});
+}
+
+std::string ItemBlocks::extensions() const {
+  Rows rows;
+  for (std::size_t at = 0; at < data_.rowCount(kExtensions); ++at) rows.push_back(data_.row(kExtensions, at));
+  if (rows.empty()) return "";
+  constexpr auto place = [](ColumnRef each) { return std::size_t{each.column}; };
   return table(parts::extensions, rows,
-               {"Web service extension", "Description", "Status", "Required files path", "File access"});
+               {place(column("tblWSExtension", "Web service extension")),
+                place(column("tblWSExtension", "Description")), place(column("tblWSExtension", "Status")),
+                place(column("tblWSExtension", "Required files path")),
+                place(column("tblWSExtension", "File access"))});
 }
 
 }  // namespace host

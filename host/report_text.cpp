@@ -21,10 +21,10 @@ data flag(bool is) {
   return data(is ? data::type::bool_true : data::type::bool_false);
 }
 
-std::string shown(const Cells& row, std::string_view column) {
+std::string shown(const inventory::DataRow& row, std::size_t column) {
   if (row.isUnknown(column)) return "not known";
-  if (!row.isWritten(column)) return "-";
-  return harmless(row.at(column));
+  const inventory::Cell cell = row.cell(column);
+  return cell ? harmless(*cell) : "-";
 }
 
 std::string escaped(const std::string& text) {

@@ -1,11 +1,12 @@
-// How the blocks of a report's page are made from their templates.
+// Renders the blocks of a report's page from their templates.
 #pragma once
 
+#include <cstddef>
 #include <kainjow/mustache.hpp>
 #include <string>
 #include <string_view>
 
-#include "host/report_book.h"
+#include "inventory/server_data.h"
 
 namespace host {
 
@@ -14,10 +15,13 @@ std::string render(const char* part, const kainjow::mustache::data& values);
 
 kainjow::mustache::data flag(bool is);
 
-// A cell as it is shown: "not known", and "-" where nothing was written.
-std::string shown(const Cells& row, std::string_view column);
+// A cell as it is shown: "not known" if it is unknown, "-" if nothing was written.
+std::string shown(const inventory::DataRow& row, std::size_t column);
+inline std::string shown(const inventory::DataRow& row, inventory::ColumnRef column) {
+  return shown(row, column.column);
+}
 
-// A text as it stands in HTML, where no template is in use.
+// Escapes a text for HTML that is written without a template.
 std::string escaped(const std::string& text);
 
 }  // namespace host
