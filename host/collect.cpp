@@ -83,7 +83,8 @@ class Collection : private Publisher::Listener {
  public:
   // The signals end it from run() on; what it makes before is removed with it.
   Collection(const CollectOptions& options, Sources sources, Output& output,
-             std::unique_ptr<inventory::Inventory> inventory, LastCollected lastCollected, EndingSignals& signals)
+             std::unique_ptr<inventory::Inventory> inventory, LastCollected lastCollected,
+             EndingSignals& signals)
       : options_(options),
         servers_(std::move(sources.servers)),
         notes_(std::move(sources.notes)),
@@ -93,7 +94,8 @@ class Collection : private Publisher::Listener {
         lastCollected_(std::move(lastCollected)),
         signals_(signals),
         progress_(!options.quiet, servers_.size()),
-        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, {options.replace}, *this),
+        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, {options.replace},
+                   *this),
         logWait_(options.access.wait),
         rows_(inventory::tables().size(), 0),
         states_(servers_.size(), PublishState::kOpen) {}
@@ -114,6 +116,11 @@ class Collection : private Publisher::Listener {
   }
 
  private:
+  using Servers = std::span<const std::unique_ptr<CollectedServer>>;
+
+  // What has become of a server, or would have.
+  enum class PublishState : char { kOpen, kPublished, kFailed, kUnknown };
+
   // Statistics only make later commands faster.
   void finishPublishing() {
     try {
@@ -215,14 +222,14 @@ class Collection : private Publisher::Listener {
 
   // Collects a server, whose logs are kept in any case. Tells why where it gives nothing to publish.
   bool tryCollect(const Server& server, PrivateLogs& logs, const std::shared_ptr<ProgressLine::Lane>& lane,
-              CollectedServer& finished) {
+                  CollectedServer& finished) {
     bool isWhole = false;
     try {
       logs.application.clear();
       logs.server.clear();
       finished.staging = publisher_.staging();
-      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.staging,
-                                       logs, progress_.updaters(lane));
+      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.staging, logs,
+                                       progress_.updaters(lane));
       finished.rows = sum(finished.staging->rowCounts());
       isWhole = true;
     } catch (const Failure& failure) {
@@ -275,7 +282,8 @@ class Collection : private Publisher::Listener {
       ++collectedCount_;
       for (const inventory::Problem& problem : outcome.collected.problems) groups_.add(server, problem);
     }
-    if (finished->rows > 0) return options_.dryRun ? addDryRunRow(*finished) : publisher_.add(std::move(finished));
+    if (finished->rows > 0)
+      return options_.dryRun ? addDryRunRow(*finished) : publisher_.add(std::move(finished));
     setState(finished->place, PublishState::kFailed);
     publisher_.recycle(std::move(finished->staging));
     fail(server + ": not published: the file contains nothing to inventory");
@@ -347,8 +355,6 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  using Servers = std::span<const std::unique_ptr<CollectedServer>>;
-
   void onFailed(Servers servers, const char* why) noexcept override {
     reportFailure(servers, PublishState::kFailed, "not published: ", why);
   }
@@ -369,9 +375,6 @@ class Collection : private Publisher::Listener {
       complain(why);
     }
   }
-
-  // What has become of a server, or would have.
-  enum class PublishState : char { kOpen, kPublished, kFailed, kUnknown };
 
   void setState(std::size_t place, PublishState state) noexcept {
     const std::lock_guard lock(mutex_);
@@ -445,7 +448,8 @@ class Collection : private Publisher::Listener {
     const std::vector<std::string> names = namesOf(PublishState::kFailed);
     if (names.empty()) return;
     std::error_code error;
-    if (!inventory::isOnServer(options_.database) && !std::filesystem::exists(options_.database, error)) return;
+    if (!inventory::isOnServer(options_.database) && !std::filesystem::exists(options_.database, error))
+      return;
     try {
       // Asking once more would only mean waiting once more.
       if (publisher_.hasGivenUp()) return complain("what was published before is unchanged");
@@ -562,10 +566,10 @@ class Collection : private Publisher::Listener {
   ProblemGroups groups_;
   inventory::RowCounts rows_;
   std::map<std::string, std::vector<std::string>> remarks_;  // with the servers
-  std::map<std::size_t, Row> dryRunRows_;                      // by the server's place
+  std::map<std::size_t, Row> dryRunRows_;                    // by the server's place
   std::int64_t replacedRows_ = 0;
   std::vector<std::string> replaced_;  // servers that had some
-  std::vector<PublishState> states_;            // by the server's place
+  std::vector<PublishState> states_;   // by the server's place
   std::string workerError_;            // why a thread ended
   std::set<std::string> foundSites_;
   std::set<std::string> foundPools_;
@@ -606,7 +610,8 @@ int collect(const CollectOptions& options, Output& output) {
                                 : inventory::openForPublishing(options.database, options.access);
   LastCollected lastCollected = isForReading ? readLastCollected(*inventory) : LastCollected();
   EndingSignals signals;
-  return Collection(options, std::move(sources), output, std::move(inventory), std::move(lastCollected), signals)
+  return Collection(options, std::move(sources), output, std::move(inventory), std::move(lastCollected),
+                    signals)
       .run();
 }
 

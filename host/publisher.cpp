@@ -13,18 +13,20 @@ namespace {
 constexpr std::size_t kMostServers = 32;
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::chrono::milliseconds kLongestWait{500};
-// Behind this many, or as many as there are jobs of many rows, a thread that brings one more waits until it may
-// publish them.
+// Behind this many, or as many as there are jobs of many rows, a thread that brings one more waits until it
+// may publish them.
 constexpr std::size_t kMostWaiting = 64;
-// An empty staging database keeps its memory and its temporary file, so only small ones are kept, as many as are
-// published at once.
+// An empty staging database keeps its memory and its temporary file, so only small ones are kept, as many as
+// are published at once.
 constexpr std::size_t kMostIdle = kMostServers;
 constexpr std::int64_t kMostIdleBytes = 1024 * 1024;
 
 // Holds one of a semaphore's counts.
 class SemaphoreGuard {
  public:
-  explicit SemaphoreGuard(std::counting_semaphore<>& semaphore) : semaphore_(semaphore) { semaphore_.acquire(); }
+  explicit SemaphoreGuard(std::counting_semaphore<>& semaphore) : semaphore_(semaphore) {
+    semaphore_.acquire();
+  }
   // One that is held already.
   SemaphoreGuard(std::counting_semaphore<>& semaphore, std::adopt_lock_t) : semaphore_(semaphore) {}
   ~SemaphoreGuard() { semaphore_.release(); }

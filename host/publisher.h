@@ -58,12 +58,12 @@ class Publisher {
   // Publishes what is left.
   void finish();
 
-  // Whether the inventory can't be published into for a reason that all servers share, so that collecting more of
-  // them is in vain.
+  // Whether the inventory can't be published into for a reason that all servers share, so that collecting
+  // more of them is in vain.
   bool hasGivenUp() const { return hasGivenUp_; }
 
-  // Ends the publication that is under way, either way, and begins no other one. Afterwards nothing changes any
-  // more until the process ends.
+  // Ends the publication that is under way, either way, and begins no other one. Afterwards nothing changes
+  // any more until the process ends.
   void stop();
 
  private:

@@ -220,8 +220,8 @@ class ServerCollection {
         logs_(logs),
         serverName_(fromUtf8(server.name)),
         databaseName_(fromUtf8(staging.database().name())),
-        statusBar_(
-            std::make_shared<StatusInterceptor>(updaters.statusBar, [this](TextView status) { sent(status); })),
+        statusBar_(std::make_shared<StatusInterceptor>(updaters.statusBar,
+                                                       [this](TextView status) { sent(status); })),
         updaters_(updaters) {}
 
   Outcome run() {

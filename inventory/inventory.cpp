@@ -67,6 +67,7 @@ Published Inventory::copyFrom(Inventory& source, const std::vector<std::string>&
   Change change = changeOf(keys, servers.size() == 1 ? servers[0] : "one of these servers");
   Published copied;
   std::map<std::string, KnownServer> before;
+  change.effect = "have been copied";
   change.work = [&](Session& session, bool again) {
     std::map<std::string, KnownServer> now = findServers(session, keys);
     if (again) requireUnchanged(before, now);
@@ -82,6 +83,7 @@ std::int64_t Inventory::remove(const std::vector<std::string>& servers, const st
   const std::vector<std::string> keys = foldedAll(servers);
   Change change = changeOf(keys, servers.size() == 1 ? servers[0] : "one of these servers");
   std::int64_t rows = 0;
+  change.effect = "have been removed";
   change.work = [&](Session& session, bool) {
     const std::map<std::string, KnownServer> known = findServers(session, keys);
     for (std::size_t at = 0; at < keys.size(); ++at) {
@@ -97,6 +99,7 @@ void Inventory::rename(const std::string& server, const std::string& name) {
   std::vector<std::string> keys{folded(server)};
   if (!sameName(server, name)) keys.push_back(folded(name));
   Change change = changeOf(keys, server);
+  change.effect = "have been renamed";
   change.work = [&](Session& session, bool) {
     const std::map<std::string, KnownServer> known = findServers(session, keys);
     if (!known.contains(keys.front())) failMissing(server);
@@ -117,6 +120,7 @@ int Inventory::keep() {
 
 void Inventory::setKeep(int count) {
   Change change = changeOf({}, "the settings");
+  change.effect = "have been changed";
   change.work = [&](Session& session, bool) {
     session.execute("update " + session.dialect().table("settings") + " set value = $1 where name = 'keep'",
                     {std::to_string(count)});

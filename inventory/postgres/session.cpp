@@ -64,7 +64,7 @@ class PostgresInserter : public Inserter {
  public:
   PostgresInserter(Connection& connection, const std::string& sql, std::size_t columns)
       : connection_(connection), columns_(columns), buffer_(kCopyHead) {
-    connection_.startCopy(sql);
+    connection_.execute(sql);
   }
   ~PostgresInserter() override { connection_.drain(); }
   PostgresInserter(const PostgresInserter&) = delete;
@@ -189,7 +189,7 @@ std::string PostgresSession::viewDefinition(const std::string&, const std::strin
 }
 
 void PostgresSession::commit() {
-  const ResultSet result = connection_->execute("commit");
+  const ResultSet result = connection_->run("commit");
   isOpen_ = false;
   if (std::string_view(PQcmdStatus(result.raw())) != "COMMIT")
     connection_->target().refuse("the server rolled the transaction back");
