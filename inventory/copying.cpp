@@ -47,18 +47,6 @@ void writeRow(const Copy& copy, const DataRow& row, Inserter& inserter) {
   inserter.endRow();
 }
 
-void writeObject(const Copy& copy, const ObjectInfo& object, Inserter& inserter) {
-  inserter.integer(copy.translated(object.id));
-  inserter.integer(copy.id);
-  inserter.text(wordFor(object.kind));
-  inserter.text(object.key);
-  integerOrNull(inserter, object.parent == 0 ? 0 : copy.translated(object.parent));
-  textOrNull(inserter, object.node);
-  integerOrNull(inserter, object.line);
-  textOrNull(inserter, object.incomplete);
-  inserter.endRow();
-}
-
 // Writes a batch table by table.
 void writeBatch(Session& target, const std::vector<Copy>& batch) {
   const auto insert = [&](const Table& table, const auto& write) {
@@ -73,7 +61,11 @@ void writeBatch(Session& target, const std::vector<Copy>& batch) {
     });
   }
   insert(ownTable("objects"), [](const Copy& copy, Inserter& inserter) {
-    for (const ObjectInfo& object : copy.data->objects()) writeObject(copy, object, inserter);
+    for (ObjectInfo object : copy.data->objects()) {
+      object.id = copy.translated(object.id);
+      if (object.parent != 0) object.parent = copy.translated(object.parent);
+      writeObject(object, copy.id, inserter);
+    }
   });
   insert(problemsTable(), [](const Copy& copy, Inserter& inserter) {
     std::int64_t number = copy.id << 32;

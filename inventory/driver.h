@@ -64,7 +64,7 @@ class Cursor {
 };
 
 // Adds rows to a table. A row has as many values as the table was said to have columns, each of its column's
-// type.
+// type. Texts must live until the row ends.
 class Inserter {
  public:
   virtual ~Inserter() = default;

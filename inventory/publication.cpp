@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <unordered_set>
@@ -45,14 +46,24 @@ std::string dumped(const json& value) {
   return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-// Adds the cells of a row of one of the inventory's own tables.
+// Adds a row to one of the inventory's own tables. Keeps temporary texts until the row is written.
 class RecordWriter {
  public:
   explicit RecordWriter(Inserter& inserter) : inserter_(inserter) {}
+  ~RecordWriter() = default;
+  RecordWriter(const RecordWriter&) = delete;
+  RecordWriter& operator=(const RecordWriter&) = delete;
+
+  RecordWriter& operator<<(std::string&& text) {
+    inserter_.text(texts_.emplace_back(std::move(text)));
+    return *this;
+  }
   RecordWriter& operator<<(std::string_view text) {
     inserter_.text(text);
     return *this;
   }
+  RecordWriter& operator<<(const std::string& text) { return *this << std::string_view(text); }
+  RecordWriter& operator<<(const char* text) { return *this << std::string_view(text); }
   RecordWriter& operator<<(std::int64_t value) {
     inserter_.integer(value);
     return *this;
@@ -61,7 +72,7 @@ class RecordWriter {
     inserter_.real(value);
     return *this;
   }
-  RecordWriter& number(std::int64_t value) {
+  RecordWriter& orNull(std::int64_t value) {
     value == 0 ? inserter_.null() : inserter_.integer(value);
     return *this;
   }
@@ -72,6 +83,7 @@ class RecordWriter {
 
  private:
   Inserter& inserter_;
+  std::deque<std::string> texts_;
 };
 
 // One collection on its way into the inventory.
@@ -101,11 +113,9 @@ class CollectionWriter {
 
   void writeObjects(Inserter& inserter) {
     findProblemsOfDirectories();
-    RecordWriter out(inserter);
     for (ObjectInfo& object : registry_.objects()) {
-      out << object.id << id_ << wordFor(object.kind) << object.key;
-      out.number(object.parent).orNull(object.node).number(object.line).orNull(incompleteOf(object));
-      inserter.endRow();
+      object.incomplete = incompleteOf(object);
+      writeObject(object, id_, inserter);
     }
   }
 
@@ -392,19 +402,27 @@ void writeProblem(const Problem& problem, const std::string& server, std::int64_
   if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
   RecordWriter out(inserter);
   out << id << collection;
-  out.number(object);
+  out.orNull(object);
   out << server << (problem.isNote ? "note" : "problem") << problem.table << wordFor(problem.itemKind)
       << cleanText(problem.item) << cleanText(problem.node) << cleanText(problem.property)
-      << cleanText(problem.routine) << std::string_view(number) << cleanText(problem.message) << problem.time;
+      << cleanText(problem.routine) << static_cast<const char*>(number) << cleanText(problem.message)
+      << problem.time;
+  inserter.endRow();
+}
+
+void writeObject(const ObjectInfo& object, std::int64_t collection, Inserter& inserter) {
+  RecordWriter out(inserter);
+  out << object.id << collection << wordFor(object.kind) << object.key;
+  out.orNull(object.parent).orNull(object.node).orNull(object.line).orNull(object.incomplete);
   inserter.endRow();
 }
 
 void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t serverId, Inserter& inserter) {
-  RecordWriter(inserter) << id << serverId << info.recordedName << info.file << info.fileSize << info.fileTime
-                         << info.sha256 << info.started << info.published << info.version << info.selection
-                         << info.rows << info.rowsByTable << info.problems << info.notes << info.seconds
-                         << info.collectedBy << info.machine << info.coverage.tablesText()
-                         << info.coverage.itemsText();
+  RecordWriter out(inserter);
+  out << id << serverId << info.recordedName << info.file << info.fileSize << info.fileTime << info.sha256
+      << info.started << info.published << info.version << info.selection << info.rows << info.rowsByTable
+      << info.problems << info.notes << info.seconds << info.collectedBy << info.machine
+      << info.coverage.tablesText() << info.coverage.itemsText();
   inserter.endRow();
 }
 

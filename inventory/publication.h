@@ -44,7 +44,9 @@ RowCounts rowCountsOf(std::string_view rowsByTable);
 
 std::int64_t sumOf(const RowCounts& counts);
 
-// Add a row to "Problems" and to "Collections". `server` is the name that the collection's rows have.
+// Add a row to "objects", to "Problems" and to "Collections". `server` is the name that the collection's rows
+// have.
+void writeObject(const ObjectInfo& object, std::int64_t collection, Inserter& inserter);
 void writeProblem(const Problem& problem, const std::string& server, std::int64_t id, std::int64_t collection,
                   std::int64_t object, Inserter& inserter);
 void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t serverId, Inserter& inserter);
