@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "inventory/tables.h"
+#include "inventory/catalog/catalog.h"
 #include "sqlite/database.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
