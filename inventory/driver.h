@@ -19,7 +19,6 @@
 
 namespace inventory {
 
-
 // A value bound to a parameter of a statement.
 using Parameter = std::variant<std::monostate, std::int64_t, double, std::string>;
 using Parameters = std::vector<Parameter>;
@@ -129,6 +128,8 @@ struct Change {
   std::vector<std::string> serverKeys;
   // Names the servers in messages.
   std::string subject;
+  // What may have happened where the outcome is unknown: "SUBJECT may or may not" comes before it.
+  std::string effect = "have the new collection";
   // Brings the schema up to date. Called with `mayChange` false first: gives true where nothing is to be
   // done.
   std::function<bool(Session&, bool mayChange)> prepare;
@@ -163,8 +164,8 @@ class Driver {
   // Whether such a transaction may last long without keeping others from publishing.
   virtual bool readsConcurrently() const = 0;
 
-  // Refuses a database that can't take an inventory, before there is anything to publish. `relations` says
-  // which names are an inventory's.
+  // Refuses a database that can't take an inventory, before there is anything to publish. `checkSchema` is
+  // called with a transaction for reading where there is a schema already.
   virtual void checkWritable(const std::function<void(Session&)>& checkSchema) = 0;
 
   // Updates the statistics of tables after many rows were added to them.
@@ -172,6 +173,9 @@ class Driver {
 
   // Checks the database's own structures. Gives what is wrong, a line each.
   virtual std::vector<std::string> checkIntegrity() = 0;
+
+  // A line about something that the user should know, given once; empty for none. From any thread.
+  virtual std::string takeNotice() { return {}; }
 
   // Ends every wait and every running statement, now and later. From any thread.
   virtual void stopWaiting() = 0;

@@ -1,0 +1,398 @@
+#include "inventory/postgres/connection.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <regex>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace inventory::postgres {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::steady_clock;
+
+constexpr std::string_view kSchemes[] = {"postgresql://", "postgres://"};
+constexpr std::string_view kService = "service=";
+constexpr milliseconds kCancelWait{1000};
+
+// libpq's words as one line.
+std::string oneLine(std::string_view words) {
+  std::string line;
+  for (const char c : words) {
+    const bool isSpace = c == '\n' || c == '\r' || c == '\t' || c == ' ';
+    if (!isSpace) {
+      line += c;
+    } else if (!line.empty() && line.back() != ' ') {
+      line += ' ';
+    }
+  }
+  while (line.ends_with(' ')) line.pop_back();
+  return line;
+}
+
+std::string percentEncoded(std::string_view text) {
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (std::isalnum(byte) != 0 || std::strchr("-._~,[]:", c) != nullptr || byte >= 0x80) {
+      encoded += c;
+    } else {
+      encoded += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
+    }
+  }
+  return encoded;
+}
+
+struct OptionsFree {
+  void operator()(PQconninfoOption* options) const noexcept { PQconninfoFree(options); }
+};
+
+// Refuses an address in which libpq may take a part of a password for something else and report it.
+void requireClearCredentials(std::string_view rest) {
+  const std::size_t end = rest.find_first_of("@/");
+  if (end != rest.npos && rest[end] == '@') rest.remove_prefix(end + 1);
+  const std::string_view place = rest.substr(0, rest.find('?'));
+  if (place.find('@') == place.npos) return;
+  throw Error(
+      "the database's address has a '/' or an '@' in its user, password or database name; write '%2F' and "
+      "'%40' instead");
+}
+
+// Whether a connect without an answer from a server has failed for a reason that may pass.
+bool isTransient(const std::string& words) {
+  if (words.find("closed the connection unexpectedly") != std::string::npos) return true;
+  if (words.find(".s.PGSQL.") != std::string::npos && words.find(std::strerror(ENOENT)) != std::string::npos)
+    return true;
+  constexpr int kErrors[] = {ECONNREFUSED, ECONNRESET, ETIMEDOUT, ENETUNREACH, EHOSTUNREACH, EPIPE, EAGAIN};
+  return std::any_of(std::begin(kErrors), std::end(kErrors), [&](int error) {
+    return words.find(std::generic_category().message(error)) != std::string::npos;
+  });
+}
+
+int pollTime(milliseconds time) {
+  return static_cast<int>(std::clamp<milliseconds::rep>(time.count(), 0, 2147483647));
+}
+
+std::string seconds(milliseconds time) {
+  std::string text = std::to_string(static_cast<double>(time.count()) / 1000);
+  text.erase(text.find_last_not_of('0') + 1);
+  if (text.ends_with('.')) text.pop_back();
+  return text + " s";
+}
+
+}  // namespace
+
+bool isAddress(std::string_view name) {
+  return name.starts_with(kSchemes[0]) || name.starts_with(kSchemes[1]) || name.starts_with(kService);
+}
+
+std::string shownAddress(const std::string& address) {
+  if (address.starts_with(kService)) {
+    if (address.size() == kService.size() ||
+        address.find_first_of(" '\\\t\n\r=", kService.size()) != std::string::npos) {
+      throw Error("'service=' has the name of one service behind it, without blanks or quotes");
+    }
+    return address;
+  }
+  requireClearCredentials(std::string_view(address).substr(address.find("://") + 3));
+  char* words = nullptr;
+  const std::unique_ptr<PQconninfoOption, OptionsFree> options(PQconninfoParse(address.c_str(), &words));
+  if (options == nullptr) {
+    // Behind the colon libpq quotes what it stumbles over.
+    std::string why = words != nullptr ? oneLine(words) : "out of memory";
+    PQfreemem(words);
+    throw Error("the database's address can't be understood: " + why.substr(0, why.find_first_of(":\"")));
+  }
+  std::string user, host, port, name;
+  const std::pair<std::string_view, std::string*> wanted[] = {
+      {"user", &user}, {"host", &host}, {"port", &port}, {"dbname", &name}};
+  for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
+    for (const auto& [keyword, text] : wanted) {
+      if (option->keyword == keyword && option->val != nullptr) *text = percentEncoded(option->val);
+    }
+  }
+  if (!user.empty()) user += "@";
+  // A folder with the server's socket can't stand before the name.
+  std::string folder;
+  if (host.starts_with("%2F")) {
+    folder = "?host=" + std::exchange(host, "");
+    for (std::size_t at = 0; (at = folder.find("%2F")) != folder.npos;) folder.replace(at, 3, "/");
+  }
+  if (!port.empty()) port = ":" + port;
+  return "postgresql://" + user + host + port + "/" + name + folder;
+}
+
+StopSignal::StopSignal() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+  if (descriptor_ < 0) throw std::system_error(errno, std::generic_category(), "cannot create an eventfd");
+}
+
+StopSignal::~StopSignal() {
+  ::close(descriptor_);
+}
+
+void StopSignal::raise() {
+  isRaised_ = true;
+  ::eventfd_write(descriptor_, 1);
+}
+
+bool StopSignal::sleep(milliseconds time) const {
+  pollfd end{descriptor_, POLLIN, 0};
+  ::poll(&end, 1, pollTime(time));
+  return isRaised_;
+}
+
+void Target::refuse(const std::string& why) const {
+  throw Error("cannot use '" + shown + "': " + why);
+}
+
+Cell ResultSet::text(int row, int column) const {
+  if (PQgetisnull(raw(), row, column) != 0) return std::nullopt;
+  return std::string_view(PQgetvalue(raw(), row, column),
+                          static_cast<std::size_t>(PQgetlength(raw(), row, column)));
+}
+
+std::int64_t ResultSet::changes() const {
+  return std::strtoll(PQcmdTuples(raw()), nullptr, 10);
+}
+
+Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move(target)) {
+  const std::string& address = target_->address;
+  const bool isService = address.starts_with(kService);
+  // A packet that isn't acknowledged ends the connection well before the server's silence does.
+  const std::string userTimeout =
+      std::to_string(std::min<milliseconds::rep>(30000, target_->serverTimeout.count() / 2 + 1));
+  // The address overrides what comes before it, and is overridden by what comes after it.
+  const std::pair<const char*, const char*> options[] = {
+      {"tcp_user_timeout", userTimeout.c_str()},
+      {"keepalives_idle", "15"},
+      {"keepalives_interval", "5"},
+      {"keepalives_count", "3"},
+      {"fallback_application_name", "iisinventory"},
+      {isService ? "service" : "dbname", address.c_str() + (isService ? kService.size() : 0)},
+      {"keepalives", "1"},
+      {"client_encoding", "UTF8"},
+      {nullptr, nullptr}};
+  std::vector<const char*> keywords, values;
+  for (const auto& [keyword, value] : options) {
+    keywords.push_back(keyword);
+    values.push_back(value);
+  }
+  connection_.reset(PQconnectStartParams(keywords.data(), values.data(), isService ? 0 : 1));
+  if (connection_ == nullptr) throw std::bad_alloc();
+  PQsetNoticeProcessor(
+      raw(), [](void*, const char*) {}, nullptr);
+  // Has the SQLSTATE in the text, the only place where a refused connection reports it.
+  PQsetErrorVerbosity(raw(), PQERRORS_VERBOSE);
+  PostgresPollingStatusType next = PGRES_POLLING_WRITING;
+  while (PQstatus(raw()) != CONNECTION_BAD && next != PGRES_POLLING_OK && next != PGRES_POLLING_FAILED) {
+    await(next == PGRES_POLLING_READING ? POLLIN : POLLOUT, target_->serverTimeout);
+    next = PQconnectPoll(raw());
+  }
+  if (PQstatus(raw()) != CONNECTION_OK) failConnecting();
+  PQsetErrorVerbosity(raw(), PQERRORS_DEFAULT);
+  PQsetnonblocking(raw(), 1);
+}
+
+Connection::~Connection() {
+  // Otherwise the end of a connection that still has data to send may wait for the server.
+  if (isLost_ && PQsocket(raw()) >= 0) ::shutdown(PQsocket(raw()), SHUT_RDWR);
+}
+
+void Connection::failConnecting() {
+  const std::regex state(":  ([0-9A-Z]{5}): ");
+  std::string words = PQerrorMessage(raw());
+  if (std::smatch match; std::regex_search(words, match, state)) state_ = match[1];
+  words =
+      oneLine(std::regex_replace(std::regex_replace(words, state, ": "), std::regex("LOCATION: [^\n]*"), ""));
+  const std::string start = "cannot connect to '" + target_->shown + "': " + words;
+  if (state_ == "53300") throw TooManyConnections(start);
+  if (state_.starts_with("57P0") || state_.starts_with("08") || (state_.empty() && isTransient(words)))
+    throw Unreachable(start);
+  if (state_ == "42501") throw Forbidden(start);
+  if (state_.starts_with("28") || PQconnectionNeedsPassword(raw()) != 0)
+    throw Error(start + " (a password is taken from PGPASSWORD, ~/.pgpass or a service file)");
+  if (state_ == "3D000")
+    throw Error(start + " (its administrator runs: create database ... encoding 'UTF8' template template0)");
+  throw Error(start);
+}
+
+// Waits until the socket is ready for one of `events`; gives for which.
+short Connection::await(short events, milliseconds limit) {
+  const auto end = steady_clock::now() + limit;
+  while (true) {
+    const bool isStopped = target_->stop.isRaised();
+    if (isStopped && !cancelEnd_) cancel();
+    const auto rest =
+        std::chrono::ceil<milliseconds>(std::min(end, cancelEnd_.value_or(end)) - steady_clock::now());
+    if (rest.count() <= 0) break;
+    pollfd ends[] = {{PQsocket(raw()), events, 0}, {isStopped ? -1 : target_->stop.descriptor(), POLLIN, 0}};
+    if (::poll(ends, 2, pollTime(rest)) > 0 && ends[0].revents != 0) return ends[0].revents;
+  }
+  isLost_ = true;
+  if (cancelEnd_) throw Interrupted("interrupted");
+  throw Unreachable("cannot reach '" + target_->shown + "': no answer from the server for " + seconds(limit) +
+                    " (use --server-timeout to wait longer)");
+}
+
+// Asks the server to end the running statement, and limits the wait for its answer.
+void Connection::cancel() {
+  cancelEnd_ = steady_clock::now() + kCancelWait;
+  struct Freer {
+    void operator()(PGcancel* handle) const noexcept { PQfreeCancel(handle); }
+  };
+  std::unique_ptr<PGcancel, Freer> handle(PQgetCancel(raw()));
+  // Without a session there is nothing to cancel.
+  if (handle == nullptr || PQstatus(raw()) != CONNECTION_OK) {
+    cancelEnd_ = steady_clock::now();
+    return;
+  }
+  try {
+    // It waits for the server for as long as the system does, so no thread may wait for it.
+    std::thread([handle = std::move(handle)] {
+      char words[256];
+      PQcancel(handle.get(), words, sizeof words);
+    }).detach();
+  } catch (const std::system_error&) {
+    // Without a thread the connection is closed a moment later.
+  }
+}
+
+void Connection::begin() {
+  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  if (isLost()) fail();
+}
+
+void Connection::flush() {
+  while (const int left = PQflush(raw())) {
+    if (left < 0) fail();
+    const short ready = await(POLLIN | POLLOUT, target_->serverTimeout + target_->lockWait);
+    if ((ready & ~POLLOUT) != 0 && PQconsumeInput(raw()) == 0) fail();
+  }
+}
+
+void Connection::send(const std::string& sql, const Parameters& parameters, bool byRow) {
+  begin();
+  std::vector<std::optional<std::string>> texts;
+  for (const Parameter& parameter : parameters) {
+    auto& text = texts.emplace_back();
+    if (const auto* integer = std::get_if<std::int64_t>(&parameter)) text = std::to_string(*integer);
+    if (const auto* given = std::get_if<std::string>(&parameter)) text = *given;
+    if (const auto* real = std::get_if<double>(&parameter)) {
+      char digits[32];
+      text = std::string(digits, std::to_chars(digits, digits + sizeof digits, *real).ptr);
+    }
+  }
+  std::vector<const char*> values;
+  for (const auto& text : texts) values.push_back(text ? text->c_str() : nullptr);
+  if (PQsendQueryParams(raw(), sql.c_str(), static_cast<int>(values.size()), nullptr, values.data(), nullptr,
+                        nullptr, 0) == 0 ||
+      (byRow && PQsetSingleRowMode(raw()) == 0)) {
+    fail();
+  }
+  flush();
+}
+
+ResultSet Connection::receive() {
+  while (PQisBusy(raw()) != 0) {
+    await(POLLIN, target_->serverTimeout + target_->lockWait);
+    if (PQconsumeInput(raw()) == 0) fail();
+  }
+  return ResultSet(PQgetResult(raw()));
+}
+
+// The last result of the running statements.
+ResultSet Connection::finish() {
+  ResultSet last;
+  for (ResultSet next = receive(); next.raw() != nullptr; next = receive()) {
+    const bool isCopy = next.status() == PGRES_COPY_IN || next.status() == PGRES_COPY_OUT;
+    if (last.status() != PGRES_FATAL_ERROR || last.raw() == nullptr) last = std::move(next);
+    if (isCopy) break;
+  }
+  if (last.status() != PGRES_TUPLES_OK && last.status() != PGRES_COMMAND_OK && last.status() != PGRES_COPY_IN)
+    fail(last.raw());
+  return last;
+}
+
+ResultSet Connection::run(const std::string& sql, const Parameters& parameters) {
+  send(sql, parameters, false);
+  return finish();
+}
+
+ResultSet Connection::execute(const std::string& sql) {
+  begin();
+  if (PQsendQuery(raw(), sql.c_str()) == 0) fail();
+  flush();
+  return finish();
+}
+
+void Connection::startCopy(const std::string& sql) {
+  execute(sql);
+}
+
+void Connection::sendCopy(std::string_view data) {
+  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  int sent = 0;
+  while ((sent = PQputCopyData(raw(), data.data(), static_cast<int>(data.size()))) == 0) flush();
+  if (sent < 0) fail();
+  flush();
+}
+
+void Connection::endCopy(const char* error) {
+  int sent = 0;
+  while ((sent = PQputCopyEnd(raw(), error)) == 0) flush();
+  if (sent < 0) fail();
+  flush();
+  finish();
+}
+
+void Connection::drain() noexcept {
+  try {
+    while (!isLost() && PQtransactionStatus(raw()) == PQTRANS_ACTIVE) {
+      const ResultSet result = receive();
+      if (result.status() == PGRES_COPY_IN) endCopy("abandoned");
+    }
+  } catch (const std::exception&) {
+    // A result that reports a failure; or the connection is lost, which is noticed at its next use.
+  }
+}
+
+std::string Connection::setting(const char* name) const {
+  const char* const value = PQparameterStatus(raw(), name);
+  return value != nullptr ? value : "";
+}
+
+void Connection::fail(const PGresult* result) {
+  const auto field = [&](int code) {
+    const char* const text = result != nullptr ? PQresultErrorField(result, code) : nullptr;
+    return text != nullptr ? std::string(text) : std::string();
+  };
+  state_ = field(PG_DIAG_SQLSTATE);
+  std::string why = field(PG_DIAG_MESSAGE_PRIMARY);
+  if (const std::string detail = field(PG_DIAG_MESSAGE_DETAIL); !detail.empty()) why += ": " + detail;
+  if (why.empty()) why = PQerrorMessage(raw());
+  if (why.empty()) why = "the connection is lost";
+  why = "'" + target_->shown + "': " + oneLine(why);
+  const std::string severity = field(PG_DIAG_SEVERITY_NONLOCALIZED);
+  if (isLost() || severity == "FATAL" || severity == "PANIC") isLost_ = true;
+  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  if (isLost()) throw Unreachable("cannot reach " + why);
+  if (state_ == "55P03" || state_ == "40P01")
+    throw Locked("cannot lock a table of " + why + " (use --wait to wait longer)");
+  if (state_ == "42501") throw Forbidden("cannot use " + why + target_->forbiddenHint);
+  if (state_ == "XX001" || state_ == "XX002") throw Error("cannot use " + why + " (the database is damaged)");
+  throw Error("cannot use " + why);
+}
+
+}  // namespace inventory::postgres

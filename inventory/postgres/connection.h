@@ -1,0 +1,154 @@
+// A connection to a PostgreSQL server that is never waited for longer than the user wants.
+#pragma once
+
+#include <libpq-fe.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "inventory/driver.h"
+
+namespace inventory::postgres {
+
+// Whether a database's name is the address of one on a server: "postgresql://...", "postgres://..." or
+// "service=NAME".
+bool isAddress(std::string_view name);
+
+// The address without a password. Throws Error for an address that can't be one; its text contains nothing of
+// what may be a password.
+std::string shownAddress(const std::string& address);
+
+// Ends waits from another thread.
+class StopSignal {
+ public:
+  StopSignal();
+  ~StopSignal();
+  StopSignal(const StopSignal&) = delete;
+  StopSignal& operator=(const StopSignal&) = delete;
+
+  void raise();
+  bool isRaised() const { return isRaised_; }
+  // Readable once it is raised.
+  int descriptor() const { return descriptor_; }
+  // Waits unless it is raised, which it gives.
+  bool sleep(std::chrono::milliseconds time) const;
+
+ private:
+  std::atomic<bool> isRaised_ = false;
+  int descriptor_;
+};
+
+// What the connections to a database have in common.
+struct Target {
+  // Throws Error for an address that can't be one.
+  explicit Target(std::string database) : address(std::move(database)), shown(shownAddress(address)) {}
+
+  // Throws Error.
+  [[noreturn]] void refuse(const std::string& why) const;
+
+  std::string address;
+  std::string shown;
+  std::string forbiddenHint;  // what to do where a right is missing
+  std::chrono::milliseconds lockWait{5000};
+  std::chrono::milliseconds serverTimeout{60000};
+  StopSignal stop;
+};
+
+// The server has no connection left for this role or database.
+class TooManyConnections : public Error {
+ public:
+  using Error::Error;
+};
+
+// The rows of a statement, or one of them; none behind the last result.
+class ResultSet {
+ public:
+  explicit ResultSet(PGresult* result = nullptr) : result_(result) {}
+
+  int rows() const { return PQntuples(raw()); }
+  int columns() const { return PQnfields(raw()); }
+  // Valid as long as the result.
+  Cell text(int row, int column) const;
+  bool isTrue(int row, int column) const { return text(row, column) == "t"; }
+  // How many rows the statement has changed.
+  std::int64_t changes() const;
+
+  PGresult* raw() const { return result_.get(); }
+  ExecStatusType status() const { return PQresultStatus(raw()); }
+
+ private:
+  struct Clearer {
+    void operator()(PGresult* result) const noexcept { PQclear(result); }
+  };
+  std::unique_ptr<PGresult, Clearer> result_;
+};
+
+// Used by one thread at a time. Members throw Error or one of its kinds: Interrupted once the target's signal
+// is raised, Unreachable where the server hasn't sent a byte for serverTimeout, to which lockWait is added
+// where it may be waiting for a lock. After both, and wherever the connection is gone, isLost() is true.
+class Connection {
+ public:
+  explicit Connection(std::shared_ptr<const Target> target);
+  explicit Connection(const std::string& address) : Connection(std::make_shared<const Target>(address)) {}
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
+  // Runs one statement with the parameters $1 and so on, whose types the server infers.
+  ResultSet run(const std::string& sql, const Parameters& parameters = {});
+  // Runs statements without parameters and gives the last one's result.
+  ResultSet execute(const std::string& sql);
+
+  // Starts a statement. Its results come by receive(), until there is none: with the status
+  // PGRES_SINGLE_TUPLE a row each.
+  void start(const std::string& sql, const Parameters& parameters) { send(sql, parameters, true); }
+  ResultSet receive();
+
+  // Starts a "copy ... from stdin", sends its data, and ends it, successfully where `error` is null.
+  void startCopy(const std::string& sql);
+  void sendCopy(std::string_view data);
+  void endCopy(const char* error);
+
+  // Receives and drops what is left of the running statement, if one is.
+  void drain() noexcept;
+
+  bool isLost() const { return isLost_ || PQstatus(raw()) != CONNECTION_OK; }
+  bool isIdle() const { return !isLost() && PQtransactionStatus(raw()) == PQTRANS_IDLE; }
+  int serverVersion() const { return PQserverVersion(raw()); }
+  int backend() const { return PQbackendPID(raw()); }
+  // What the server reports of itself, as in "server_encoding".
+  std::string setting(const char* name) const;
+  // The SQLSTATE of the latest failure.
+  const std::string& state() const { return state_; }
+  const Target& target() const { return *target_; }
+
+  // Throws what a failed result, or without one the connection, reports.
+  [[noreturn]] void fail(const PGresult* result = nullptr);
+
+ private:
+  struct Closer {
+    void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
+  };
+
+  PGconn* raw() const { return connection_.get(); }
+  void begin();
+  void send(const std::string& sql, const Parameters& parameters, bool byRow);
+  void flush();
+  short await(short events, std::chrono::milliseconds limit);
+  void cancel();
+  ResultSet finish();
+  [[noreturn]] void failConnecting();
+
+  std::shared_ptr<const Target> target_;
+  std::unique_ptr<PGconn, Closer> connection_;
+  std::string state_;
+  bool isLost_ = false;
+  std::optional<std::chrono::steady_clock::time_point> cancelEnd_;  // of the wait for an answer to cancel()
+};
+
+}  // namespace inventory::postgres

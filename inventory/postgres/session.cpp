@@ -1,0 +1,198 @@
+#include "inventory/postgres/session.h"
+
+#include <array>
+#include <bit>
+#include <utility>
+
+namespace inventory::postgres {
+namespace {
+
+// The signature of COPY's binary format, no flags, no extension ("COPY, Binary Format" in PostgreSQL's
+// documentation).
+constexpr std::string_view kCopyHead("PGCOPY\n\377\r\n\0\0\0\0\0\0\0\0\0", 19);
+constexpr std::size_t kCopyPiece = std::size_t{256} * 1024;
+
+class PostgresCursor : public Cursor {
+ public:
+  PostgresCursor(Connection& connection, const std::string& sql, const Parameters& parameters)
+      : connection_(connection) {
+    connection_.start(sql, parameters);
+    receive();
+    for (int column = 0; column < row_.columns(); ++column) types_.push_back(PQftype(row_.raw(), column));
+    spelled_.resize(types_.size());
+  }
+  ~PostgresCursor() override { connection_.drain(); }
+  PostgresCursor(const PostgresCursor&) = delete;
+  PostgresCursor& operator=(const PostgresCursor&) = delete;
+
+  bool next() override {
+    if (!std::exchange(isAtStart_, false) && row_.status() == PGRES_SINGLE_TUPLE) receive();
+    return row_.status() == PGRES_SINGLE_TUPLE;
+  }
+
+  Cell cell(std::size_t column) override {
+    constexpr Oid kBoolean = 16, kDouble = 701;
+    const Cell text = row_.text(0, static_cast<int>(column));
+    if (text && types_[column] == kBoolean) return *text == "t" ? "1" : "0";
+    if (!text || types_[column] != kDouble || text->find_first_of(".nN") != text->npos) return text;
+    std::string& spelled = spelled_[column] = *text;
+    spelled.insert(std::min(spelled.find('e'), spelled.size()), ".0");
+    return spelled;
+  }
+
+  std::size_t columnCount() const override { return types_.size(); }
+
+ private:
+  void receive() {
+    row_ = connection_.receive();
+    if (row_.status() == PGRES_SINGLE_TUPLE) return;
+    if (row_.status() != PGRES_TUPLES_OK && row_.status() != PGRES_COMMAND_OK) {
+      connection_.drain();
+      connection_.fail(row_.raw());
+    }
+    connection_.drain();
+  }
+
+  Connection& connection_;
+  ResultSet row_;
+  std::vector<Oid> types_;
+  std::vector<std::string> spelled_;  // reals of the row, by column
+  bool isAtStart_ = true;
+};
+
+class PostgresInserter : public Inserter {
+ public:
+  PostgresInserter(Connection& connection, const std::string& sql, std::size_t columns)
+      : connection_(connection), columns_(columns), buffer_(kCopyHead) {
+    connection_.startCopy(sql);
+  }
+  ~PostgresInserter() override { connection_.drain(); }
+  PostgresInserter(const PostgresInserter&) = delete;
+  PostgresInserter& operator=(const PostgresInserter&) = delete;
+
+  void text(Cell value) override {
+    if (!value) return null();
+    beginValue(value->size());
+    buffer_.append(*value);
+  }
+  void integer(std::int64_t value) override {
+    beginValue(sizeof value);
+    append(static_cast<std::uint64_t>(value));
+  }
+  void real(double value) override {
+    beginValue(sizeof value);
+    append(std::bit_cast<std::uint64_t>(value));
+  }
+  void boolean(bool value) override {
+    beginValue(1);
+    buffer_ += value ? '\1' : '\0';
+  }
+  void null() override { beginValue(0xFFFFFFFF); }
+
+  void endRow() override {
+    isInRow_ = false;
+    if (buffer_.size() >= kCopyPiece) flush();
+  }
+
+  void finish() override {
+    append(std::uint16_t{0xFFFF});
+    flush();
+    connection_.endCopy(nullptr);
+  }
+
+ private:
+  void beginValue(std::size_t size) {
+    if (!std::exchange(isInRow_, true)) append(static_cast<std::uint16_t>(columns_));
+    append(static_cast<std::uint32_t>(size));
+  }
+
+  template <typename Number>
+  void append(Number value) {
+    std::array<char, sizeof value> bytes;
+    for (std::size_t at = 0; at < bytes.size(); ++at) {
+      bytes[at] = static_cast<char>((value >> (8 * (bytes.size() - 1 - at))) & 0xFF);
+    }
+    buffer_.append(bytes.data(), bytes.size());
+  }
+
+  void flush() {
+    connection_.sendCopy(buffer_);
+    buffer_.clear();
+  }
+
+  Connection& connection_;
+  const std::size_t columns_;
+  std::string buffer_;
+  bool isInRow_ = false;
+};
+
+}  // namespace
+
+std::int64_t lockNumber(std::string_view text) {
+  std::uint64_t hash = 0xcbf29ce484222325U;
+  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
+  return static_cast<std::int64_t>(hash);
+}
+
+PostgresSession::~PostgresSession() {
+  if (!isOpen_) return;
+  connection_->drain();
+  try {
+    if (!connection_->isLost()) connection_->execute("rollback");
+  } catch (const std::exception&) {
+    // The connection isn't idle then, and is closed with its transaction.
+  }
+}
+
+std::int64_t PostgresSession::execute(const std::string& sql, const Parameters& parameters) {
+  return connection_->run(sql, parameters).changes();
+}
+
+std::unique_ptr<Cursor> PostgresSession::query(const std::string& sql, const Parameters& parameters) {
+  return std::make_unique<PostgresCursor>(*connection_, sql, parameters);
+}
+
+std::unique_ptr<Inserter> PostgresSession::insertInto(std::string_view table,
+                                                      std::span<const InsertColumn> columns) {
+  std::string names;
+  for (const InsertColumn& column : columns) names += (names.empty() ? "" : ", ") + quotedName(column.name);
+  return std::make_unique<PostgresInserter>(
+      *connection_, "copy " + dialect_.table(table) + " (" + names + ") from stdin (format binary)",
+      columns.size());
+}
+
+std::vector<Session::Relation> PostgresSession::relations() {
+  const auto rows = query(
+      "select c.relname, c.relkind = 'v', a.attname, case when c.relkind = 'v' and "
+      "pg_has_role(c.relowner, 'USAGE') then obj_description(c.oid, 'pg_class') end from pg_class c "
+      "join pg_namespace n on n.oid = c.relnamespace left join pg_attribute a on a.attrelid = c.oid and "
+      "a.attnum > 0 and not a.attisdropped where n.nspname = $1 and c.relkind in ('r', 'p', 'v', 'm', 'f') "
+      "order by c.relname, a.attnum",
+      {schema_});
+  std::vector<Relation> all;
+  while (rows->next()) {
+    if (all.empty() || all.back().name != rows->text(0))
+      all.push_back({rows->text(0), rows->number(1) != 0, {}, rows->text(3)});
+    if (rows->cell(2)) all.back().columns.push_back(rows->text(2));
+  }
+  return all;
+}
+
+void PostgresSession::createView(const std::string& name, const std::string& select) {
+  const std::string view = dialect_.table(name);
+  executeAll("create or replace view " + view + " as " + select + ";comment on view " + view + " is " +
+             quotedText(viewDefinition(name, select)));
+}
+
+std::string PostgresSession::viewDefinition(const std::string&, const std::string& select) const {
+  return "View of an inventory, definition " + std::to_string(static_cast<std::uint64_t>(lockNumber(select)));
+}
+
+void PostgresSession::commit() {
+  const ResultSet result = connection_->run("commit");
+  isOpen_ = false;
+  if (std::string_view(PQcmdStatus(result.raw())) != "COMMIT")
+    connection_->target().refuse("the server rolled the transaction back");
+}
+
+}  // namespace inventory::postgres
