@@ -10,7 +10,10 @@
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <random>
 #include <regex>
+#include <sstream>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -25,6 +28,7 @@ using std::chrono::steady_clock;
 constexpr std::string_view kSchemes[] = {"postgresql://", "postgres://"};
 constexpr std::string_view kService = "service=";
 constexpr milliseconds kCancelWait{1000};
+constexpr int kOldestVersion = 130000;
 
 // libpq's words as one line.
 std::string oneLine(std::string_view words) {
@@ -55,10 +59,6 @@ std::string percentEncoded(std::string_view text) {
   return encoded;
 }
 
-struct OptionsFree {
-  void operator()(PQconninfoOption* options) const noexcept { PQconninfoFree(options); }
-};
-
 // Refuses an address in which libpq may take a part of a password for something else and report it.
 void requireClearCredentials(std::string_view rest) {
   const std::size_t end = rest.find_first_of("@/");
@@ -72,24 +72,20 @@ void requireClearCredentials(std::string_view rest) {
 
 // Whether a connect without an answer from a server has failed for a reason that may pass.
 bool isTransient(const std::string& words) {
-  if (words.find("closed the connection unexpectedly") != std::string::npos) return true;
-  if (words.find(".s.PGSQL.") != std::string::npos && words.find(std::strerror(ENOENT)) != std::string::npos)
-    return true;
-  constexpr int kErrors[] = {ECONNREFUSED, ECONNRESET, ETIMEDOUT, ENETUNREACH, EHOSTUNREACH, EPIPE, EAGAIN};
-  return std::any_of(std::begin(kErrors), std::end(kErrors), [&](int error) {
-    return words.find(std::generic_category().message(error)) != std::string::npos;
-  });
+  constexpr const char* kReasons[] = {"refused",
+                                      "failed: No such file",
+                                      "timed out",
+                                      "unreachable",
+                                      "No route",
+                                      "reset by peer",
+                                      "closed the connection",
+                                      "Broken pipe",
+                                      "temporarily unavailable"};
+  return std::ranges::any_of(kReasons, [&](const char* reason) { return words.find(reason) != words.npos; });
 }
 
 int pollTime(milliseconds time) {
   return static_cast<int>(std::clamp<milliseconds::rep>(time.count(), 0, 2147483647));
-}
-
-std::string seconds(milliseconds time) {
-  std::string text = std::to_string(static_cast<double>(time.count()) / 1000);
-  text.erase(text.find_last_not_of('0') + 1);
-  if (text.ends_with('.')) text.pop_back();
-  return text + " s";
 }
 
 }  // namespace
@@ -108,30 +104,25 @@ std::string shownAddress(const std::string& address) {
   }
   requireClearCredentials(std::string_view(address).substr(address.find("://") + 3));
   char* words = nullptr;
-  const std::unique_ptr<PQconninfoOption, OptionsFree> options(PQconninfoParse(address.c_str(), &words));
+  const std::unique_ptr<PQconninfoOption, Freer<PQconninfoFree>> options(
+      PQconninfoParse(address.c_str(), &words));
   if (options == nullptr) {
     // Behind the colon libpq quotes what it stumbles over.
     std::string why = words != nullptr ? oneLine(words) : "out of memory";
     PQfreemem(words);
     throw Error("the database's address can't be understood: " + why.substr(0, why.find_first_of(":\"")));
   }
-  std::string user, host, port, name;
-  const std::pair<std::string_view, std::string*> wanted[] = {
-      {"user", &user}, {"host", &host}, {"port", &port}, {"dbname", &name}};
+  std::map<std::string_view, std::string> parts;
   for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
-    for (const auto& [keyword, text] : wanted) {
-      if (option->keyword == keyword && option->val != nullptr) *text = percentEncoded(option->val);
-    }
+    if (option->val != nullptr) parts[option->keyword] = percentEncoded(option->val);
   }
-  if (!user.empty()) user += "@";
-  // A folder with the server's socket can't stand before the name.
+  // The folder of a socket can't be the address's host.
   std::string folder;
-  if (host.starts_with("%2F")) {
-    folder = "?host=" + std::exchange(host, "");
-    for (std::size_t at = 0; (at = folder.find("%2F")) != folder.npos;) folder.replace(at, 3, "/");
+  if (std::string& host = parts["host"]; host.starts_with("%2F")) {
+    folder = "?host=" + std::regex_replace(std::exchange(host, ""), std::regex("%2F"), "/");
   }
-  if (!port.empty()) port = ":" + port;
-  return "postgresql://" + user + host + port + "/" + name + folder;
+  return "postgresql://" + parts["user"] + (parts["user"].empty() ? "" : "@") + parts["host"] +
+         (parts["port"].empty() ? "" : ":") + parts["port"] + "/" + parts["dbname"] + folder;
 }
 
 StopSignal::StopSignal() : descriptor_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
@@ -147,14 +138,16 @@ void StopSignal::raise() {
   ::eventfd_write(descriptor_, 1);
 }
 
-bool StopSignal::sleep(milliseconds time) const {
-  pollfd end{descriptor_, POLLIN, 0};
-  ::poll(&end, 1, pollTime(time));
-  return isRaised_;
+void StopSignal::check() const {
+  if (isRaised_) throw Interrupted("interrupted");
 }
 
-void Target::refuse(const std::string& why) const {
-  throw Error("cannot use '" + shown + "': " + why);
+bool StopSignal::pauseUntil(steady_clock::time_point end) const {
+  static thread_local std::minstd_rand random{std::random_device{}()};
+  if (steady_clock::now() >= end) return false;
+  pollfd signal{descriptor_, POLLIN, 0};
+  ::poll(&signal, 1, std::uniform_int_distribution<int>(10, 50)(random));
+  return !isRaised_;
 }
 
 Cell ResultSet::text(int row, int column) const {
@@ -241,18 +234,17 @@ short Connection::await(short events, milliseconds limit) {
     if (::poll(ends, 2, pollTime(rest)) > 0 && ends[0].revents != 0) return ends[0].revents;
   }
   isLost_ = true;
-  if (cancelEnd_) throw Interrupted("interrupted");
-  throw Unreachable("cannot reach '" + target_->shown + "': no answer from the server for " + seconds(limit) +
-                    " (use --server-timeout to wait longer)");
+  target_->stop.check();
+  std::ostringstream seconds;
+  seconds << static_cast<double>(limit.count()) / 1000;
+  throw Unreachable("cannot reach '" + target_->shown + "': no answer from the server for " + seconds.str() +
+                    " s (use --server-timeout to wait longer)");
 }
 
 // Asks the server to end the running statement, and limits the wait for its answer.
 void Connection::cancel() {
   cancelEnd_ = steady_clock::now() + kCancelWait;
-  struct Freer {
-    void operator()(PGcancel* handle) const noexcept { PQfreeCancel(handle); }
-  };
-  std::unique_ptr<PGcancel, Freer> handle(PQgetCancel(raw()));
+  std::unique_ptr<PGcancel, Freer<PQfreeCancel>> handle(PQgetCancel(raw()));
   // Without a session there is nothing to cancel.
   if (handle == nullptr || PQstatus(raw()) != CONNECTION_OK) {
     cancelEnd_ = steady_clock::now();
@@ -270,7 +262,7 @@ void Connection::cancel() {
 }
 
 void Connection::begin() {
-  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  target_->stop.check();
   if (isLost()) fail();
 }
 
@@ -337,12 +329,8 @@ ResultSet Connection::execute(const std::string& sql) {
   return finish();
 }
 
-void Connection::startCopy(const std::string& sql) {
-  execute(sql);
-}
-
 void Connection::sendCopy(std::string_view data) {
-  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  target_->stop.check();
   int sent = 0;
   while ((sent = PQputCopyData(raw(), data.data(), static_cast<int>(data.size()))) == 0) flush();
   if (sent < 0) fail();
@@ -386,13 +374,36 @@ void Connection::fail(const PGresult* result) {
   why = "'" + target_->shown + "': " + oneLine(why);
   const std::string severity = field(PG_DIAG_SEVERITY_NONLOCALIZED);
   if (isLost() || severity == "FATAL" || severity == "PANIC") isLost_ = true;
-  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  target_->stop.check();
   if (isLost()) throw Unreachable("cannot reach " + why);
   if (state_ == "55P03" || state_ == "40P01")
     throw Locked("cannot lock a table of " + why + " (use --wait to wait longer)");
   if (state_ == "42501") throw Forbidden("cannot use " + why + target_->forbiddenHint);
   if (state_ == "XX001" || state_ == "XX002") throw Error("cannot use " + why + " (the database is damaged)");
   throw Error("cannot use " + why);
+}
+
+// Opens a connection, and refuses a server that can't have an inventory.
+std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target) {
+  auto connection = std::make_unique<Connection>(target);
+  if (connection->serverVersion() < kOldestVersion) {
+    target->refuse("the server is PostgreSQL " + connection->setting("server_version") +
+                   ", an inventory needs version 13 or later");
+  }
+  if (const std::string encoding = connection->setting("server_encoding"); encoding != "UTF8")
+    target->refuse("its encoding is " + encoding + " (use a database that was created with encoding 'UTF8')");
+  // Whatever the role's own settings are: names mean the same everywhere, only this program limits the time,
+  // and what is committed is safe on the disk. Some of the settings are missing from older servers.
+  connection->execute(
+      "set search_path = pg_catalog; set row_security = off; set jit = off; set standard_conforming_strings "
+      "= on;"
+      "set extra_float_digits = 1; set lock_timeout = " +
+      std::to_string(std::clamp<milliseconds::rep>(target->lockWait.count(), 1, 2147483647)) +
+      "; select set_config(name, '0', false) from pg_settings where name in ('statement_timeout', "
+      "'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');"
+      "select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = "
+      "'off'");
+  return connection;
 }
 
 }  // namespace inventory::postgres

@@ -23,6 +23,15 @@ bool isAddress(std::string_view name);
 // what may be a password.
 std::string shownAddress(const std::string& address);
 
+// Frees what a function of libpq frees.
+template <auto kFree>
+struct Freer {
+  template <typename Value>
+  void operator()(Value* value) const noexcept {
+    kFree(value);
+  }
+};
+
 // Ends waits from another thread.
 class StopSignal {
  public:
@@ -33,10 +42,13 @@ class StopSignal {
 
   void raise();
   bool isRaised() const { return isRaised_; }
+  // Throws Interrupted once it is raised.
+  void check() const;
   // Readable once it is raised.
   int descriptor() const { return descriptor_; }
-  // Waits unless it is raised, which it gives.
-  bool sleep(std::chrono::milliseconds time) const;
+  // Waits for 10 to 50 ms, so that processes don't keep meeting. False where `end` or the signal ends the
+  // wait.
+  bool pauseUntil(std::chrono::steady_clock::time_point end) const;
 
  private:
   std::atomic<bool> isRaised_ = false;
@@ -48,8 +60,9 @@ struct Target {
   // Throws Error for an address that can't be one.
   explicit Target(std::string database) : address(std::move(database)), shown(shownAddress(address)) {}
 
-  // Throws Error.
-  [[noreturn]] void refuse(const std::string& why) const;
+  [[noreturn]] void refuse(const std::string& why) const {
+    throw Error("cannot use '" + shown + "': " + why);
+  }
 
   std::string address;
   std::string shown;
@@ -82,10 +95,7 @@ class ResultSet {
   ExecStatusType status() const { return PQresultStatus(raw()); }
 
  private:
-  struct Clearer {
-    void operator()(PGresult* result) const noexcept { PQclear(result); }
-  };
-  std::unique_ptr<PGresult, Clearer> result_;
+  std::unique_ptr<PGresult, Freer<PQclear>> result_;
 };
 
 // Used by one thread at a time. Members throw Error or one of its kinds: Interrupted once the target's signal
@@ -109,8 +119,7 @@ class Connection {
   void start(const std::string& sql, const Parameters& parameters) { send(sql, parameters, true); }
   ResultSet receive();
 
-  // Starts a "copy ... from stdin", sends its data, and ends it, successfully where `error` is null.
-  void startCopy(const std::string& sql);
+  // Sends data after "copy ... from stdin", and ends it, successfully where `error` is null.
   void sendCopy(std::string_view data);
   void endCopy(const char* error);
 
@@ -131,10 +140,6 @@ class Connection {
   [[noreturn]] void fail(const PGresult* result = nullptr);
 
  private:
-  struct Closer {
-    void operator()(PGconn* connection) const noexcept { PQfinish(connection); }
-  };
-
   PGconn* raw() const { return connection_.get(); }
   void begin();
   void send(const std::string& sql, const Parameters& parameters, bool byRow);
@@ -145,10 +150,13 @@ class Connection {
   [[noreturn]] void failConnecting();
 
   std::shared_ptr<const Target> target_;
-  std::unique_ptr<PGconn, Closer> connection_;
+  std::unique_ptr<PGconn, Freer<PQfinish>> connection_;
   std::string state_;
   bool isLost_ = false;
   std::optional<std::chrono::steady_clock::time_point> cancelEnd_;  // of the wait for an answer to cancel()
 };
+
+// Opens a connection for an inventory, with the settings that it needs. Refuses a server that can't have one.
+std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target);
 
 }  // namespace inventory::postgres

@@ -1,30 +1,28 @@
 #include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <map>
+#include <mutex>
 #include <set>
 #include <utility>
 
 #include "inventory/catalog/catalog.h"
 #include "inventory/driver.h"
-#include "inventory/postgres/pool.h"
+#include "inventory/postgres/connection.h"
 #include "inventory/postgres/session.h"
 
 namespace inventory {
 namespace {
 
 using postgres::Connection;
-using postgres::PostgresSession;
 using postgres::ResultSet;
+using postgres::Transaction;
 using std::chrono::steady_clock;
 
 constexpr int kMostChanges = 8;
 // More locks would be a burden to the server.
 constexpr std::size_t kMostLocks = 100;
 constexpr const char* kBegin = "begin isolation level read committed, read write";
-
-std::string quotedRole(Connection& connection) {
-  return std::string(connection.run("select quote_ident(current_user)").text(0, 0).value_or(""));
-}
 
 std::shared_ptr<postgres::Target> targetOf(const std::string& address, const Access& access) {
   if (access.schema.empty() || access.schema.size() > 63)
@@ -52,6 +50,114 @@ std::string systemOf(Connection& connection) {
   }
 }
 
+// The connections of a driver, which they must not outlive. Used by any number of threads.
+class Pool {
+ public:
+  explicit Pool(std::shared_ptr<postgres::Target> target) : target_(std::move(target)) { idle_.reserve(100); }
+
+  // An idle connection or a new one. Where the server has no more of them for a change, waits for that of
+  // another change.
+  std::shared_ptr<Connection> acquire(bool forChange) {
+    while (true) {
+      {
+        std::unique_lock lock(mutex_);
+        freed_.wait(lock, [&] {
+          return !forChange || target_->stop.isRaised() || !idle_.empty() || changes_ < most_;
+        });
+        target_->stop.check();
+        if (forChange) ++changes_;
+        if (!idle_.empty()) {
+          auto connection = std::move(idle_.back());
+          idle_.pop_back();
+          return lend(std::move(connection), forChange);
+        }
+      }
+      try {
+        return open(forChange);
+      } catch (const postgres::TooManyConnections& error) {
+        if (!forChange || !limit(error.what())) throw;
+      }
+    }
+  }
+
+  // A new connection for a change that has lost its own. Waits for a server that is being started.
+  std::shared_ptr<Connection> reconnect() {
+    const auto end = steady_clock::now() + target_->lockWait;
+    while (true) {
+      {
+        const std::lock_guard lock(mutex_);
+        ++changes_;
+        // They were lost with it, most likely.
+        idle_.clear();
+      }
+      try {
+        return open(true);
+      } catch (const Unreachable&) {
+        if (!target_->stop.pauseUntil(end)) throw;
+      } catch (const postgres::TooManyConnections&) {
+        // The server may not have ended the lost session yet.
+        if (!target_->stop.pauseUntil(end)) throw;
+      }
+    }
+  }
+
+  void stopWaiting() {
+    target_->stop.raise();
+    const std::lock_guard lock(mutex_);
+    freed_.notify_all();
+  }
+
+  std::string takeNotice() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(notice_, {});
+  }
+
+ private:
+  std::shared_ptr<Connection> lend(std::unique_ptr<Connection> connection, bool forChange) {
+    return {connection.release(), [this, forChange](Connection* lent) {
+              std::unique_ptr<Connection> returned(lent);
+              if (!returned->isIdle()) returned.reset();
+              const std::lock_guard lock(mutex_);
+              if (returned != nullptr) idle_.push_back(std::move(returned));
+              uncount(forChange);
+            }};
+  }
+
+  // Opens a connection that is counted already.
+  std::shared_ptr<Connection> open(bool forChange) {
+    try {
+      return lend(postgres::connect(target_), forChange);
+    } catch (...) {
+      const std::lock_guard lock(mutex_);
+      uncount(forChange);
+      throw;
+    }
+  }
+
+  void uncount(bool isChange) {
+    if (isChange) --changes_;
+    freed_.notify_all();
+  }
+
+  // Limits the changes to those that have a connection. False where none has.
+  bool limit(const std::string& why) {
+    const std::lock_guard lock(mutex_);
+    if (changes_ == 0) return false;
+    most_ = std::min(most_, changes_);
+    if (!std::exchange(hasNotice_, true)) notice_ = "using fewer connections than allowed: " + why;
+    return true;
+  }
+
+  const std::shared_ptr<postgres::Target> target_;
+  std::mutex mutex_;
+  std::condition_variable freed_;
+  std::vector<std::unique_ptr<Connection>> idle_;
+  int changes_ = 0;  // that have a connection or are getting one
+  int most_ = kMostChanges;
+  std::string notice_;
+  bool hasNotice_ = false;  // also once it has been taken
+};
+
 // A change on its way.
 struct Attempt {
   bool isRepeated = false;
@@ -66,7 +172,7 @@ class PostgresDriver : public Driver {
       : access_(access),
         target_(targetOf(address, access)),
         dialect_(Dialect::Kind::kPostgres, access.schema),
-        pool_(target_, kMostChanges) {}
+        pool_(target_) {}
 
   std::string shownName() const override { return target_->shown; }
   const Dialect& dialect() const override { return dialect_; }
@@ -84,9 +190,8 @@ class PostgresDriver : public Driver {
   void analyze(std::span<const std::string> tables) override;
 
  private:
-  std::unique_ptr<PostgresSession> begin(std::shared_ptr<Connection> connection, const char* sql) const {
-    connection->execute(sql);
-    return std::make_unique<PostgresSession>(dialect_, access_.schema, std::move(connection));
+  std::unique_ptr<Transaction> begin(std::shared_ptr<Connection> connection, const char* sql) const {
+    return postgres::beginTransaction(dialect_, access_.schema, std::move(connection), sql);
   }
   std::int64_t lockOf(const std::string& key = {}) const {
     return postgres::lockNumber(access_.schema + '\0' + key);
@@ -94,23 +199,24 @@ class PostgresDriver : public Driver {
 
   bool checkRights(Connection& connection, const std::string& role) const;
   void prepare(const Change& change, const std::shared_ptr<Connection>& connection);
-  std::unique_ptr<PostgresSession> lock(const Change& change, const std::shared_ptr<Connection>& connection,
-                                        const Attempt& attempt) const;
+  std::unique_ptr<Transaction> lock(const Change& change, const std::shared_ptr<Connection>& connection,
+                                    const Attempt& attempt) const;
   void perform(const Change& change, const std::shared_ptr<Connection>& connection, Attempt& attempt);
   std::shared_ptr<Connection> resolve(const Change& change, const Attempt& attempt, std::string why);
 
   const Access access_;
   const std::shared_ptr<postgres::Target> target_;
   const Dialect dialect_;
-  postgres::Pool pool_;
+  Pool pool_;
   std::atomic<bool> isPrepared_ = false;
 };
 
 void PostgresDriver::checkWritable(const std::function<void(Session&)>& checkSchema) {
   const std::shared_ptr<Connection> connection = pool_.acquire(false);
-  const std::string role = quotedRole(*connection);
-  const ResultSet state =
-      connection->run("select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on'");
+  const ResultSet state = connection->run(
+      "select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', "
+      "quote_ident(current_user)");
+  const std::string role(state.text(0, 2).value_or(""));
   if (state.isTrue(0, 0))
     target_->refuse("the server is a standby and takes no changes (use the primary server)");
   if (state.isTrue(0, 1)) {
@@ -184,7 +290,6 @@ void PostgresDriver::change(const Change& change) {
     } catch (const Error& error) {
       if (!connection->isLost()) throw;
       isPrepared_ = false;
-      pool_.dropIdle();
       attempt.formerBackend = connection->backend();
       connection.reset();
       const bool isLast = std::exchange(attempt.isRepeated, true) || target_->stop.isRaised();
@@ -227,9 +332,9 @@ void PostgresDriver::prepare(const Change& change, const std::shared_ptr<Connect
 
 // Begins a transaction that has the locks of the change's servers. As processes that have some and wait for
 // others could wait for each other, they are had all at once or not at all.
-std::unique_ptr<PostgresSession> PostgresDriver::lock(const Change& change,
-                                                      const std::shared_ptr<Connection>& connection,
-                                                      const Attempt& attempt) const {
+std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change,
+                                                  const std::shared_ptr<Connection>& connection,
+                                                  const Attempt& attempt) const {
   std::string sql = "select pg_try_advisory_xact_lock(" + std::to_string(lockOf()) + ")";
   if (change.serverKeys.size() <= kMostLocks) {
     std::set<std::int64_t> numbers;
@@ -242,8 +347,8 @@ std::unique_ptr<PostgresSession> PostgresDriver::lock(const Change& change,
   do {
     auto session = begin(connection, kBegin);
     if (session->value(sql) == "1") return session;
-  } while (postgres::pauseUntil(end, target_->stop));
-  if (target_->stop.isRaised()) throw Interrupted("interrupted");
+  } while (target_->stop.pauseUntil(end));
+  target_->stop.check();
   if (attempt.formerBackend != 0 &&
       connection
               ->run("select 1 from pg_locks where locktype = 'advisory' and pid = $1",
@@ -272,16 +377,17 @@ std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const 
       do {
         const ResultSet found = connection->run("select pg_xact_status($1)", {attempt.transaction});
         status = found.text(0, 0).value_or("");
-      } while (status == "in progress" && postgres::pauseUntil(end, target_->stop));
+      } while (status == "in progress" && target_->stop.pauseUntil(end));
       if (status == "committed") return nullptr;
       if (status == "aborted") return connection;
     } catch (const Error& error) {
       // A number that the server is yet to give: its crash has undone the transaction.
       if (connection != nullptr && connection->state() == "22023" && !attempt.system.empty())
         return connection;
+      if (dynamic_cast<const Unreachable*>(&error) == nullptr) status = "unknown";
       why = error.what();
     }
-  } while (status == "in progress" && postgres::pauseUntil(end, target_->stop));
+  } while (status == "in progress" && target_->stop.pauseUntil(end));
   throw OutcomeUnknown("outcome unknown: " + change.subject + " may or may not " + change.effect + ": " +
                        why);
 }
