@@ -2,11 +2,9 @@
 // --gtest_random_seed gives other moments.
 
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -21,11 +19,12 @@
 #include <vector>
 
 #include "inventory/inventory.h"
-#include "inventory/postgres_connection.h"
+#include "inventory/postgres/connection.h"
 #include "sqlite/database.h"
 #include "tests/support/few_rows.h"
 #include "tests/support/postgres.h"
 #include "tests/support/process.h"
+#include "tests/support/proxy.h"
 
 namespace {
 
@@ -477,72 +476,11 @@ TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
   run({"show", "--database", address("stranger", "fleet"), "--schema", "shared"}, 2, "grant usage on schema");
 }
 
-// A process between the program and a server, on a socket in a folder, that passes on what it may edit first.
-// Where `edit` gives false for something to the server, the connection is lost once that has been answered.
-class Between {
- public:
-  using Edit = std::function<bool(std::string& bytes, bool toServer)>;
-
-  Between(const std::string& folder, const std::string& server, const Edit& edit) {
-    const sockaddr_un front = place(folder), back = place(server);
-    const int listener = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    if (::bind(listener, raw(front), sizeof front) != 0 || ::listen(listener, 5) != 0) {
-      throw std::runtime_error("no socket");
-    }
-    id_ = test::inChild([&] {
-      while (true) {
-        pollfd ends[] = {{::accept(listener, nullptr, nullptr), POLLIN, 0},
-                         {::socket(AF_UNIX, SOCK_STREAM, 0), POLLIN, 0}};
-        if (::connect(ends[1].fd, raw(back), sizeof back) != 0) throw std::runtime_error("no server");
-        for (bool goesOn = true; goesOn;) {
-          ::poll(ends, 2, -1);
-          for (const int from : {0, 1}) {
-            if (ends[from].revents == 0) continue;
-            std::string bytes(65536, '\0');
-            bytes.resize(static_cast<std::size_t>(
-                std::max<ssize_t>(0, ::read(ends[from].fd, bytes.data(), bytes.size()))));
-            if (bytes.empty()) {
-              goesOn = false;
-              break;
-            }
-            goesOn = edit(bytes, from == 0);
-            if (::send(ends[1 - from].fd, bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) goesOn = false;
-            // Until it is answered.
-            if (!goesOn && from == 0) ::poll(ends + 1, 1, -1);
-            if (!goesOn) break;
-          }
-        }
-        for (const pollfd& end : ends) ::close(end.fd);
-      }
-    });
-    ::close(listener);
-  }
-  ~Between() {
-    ::kill(id_, SIGKILL);
-    test::endOf(id_);
-  }
-  Between(const Between&) = delete;
-  Between& operator=(const Between&) = delete;
-
- private:
-  static sockaddr_un place(const std::string& folder) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    (folder + "/.s.PGSQL.5432").copy(address.sun_path, sizeof address.sun_path - 1);
-    return address;
-  }
-  static const sockaddr* raw(const sockaddr_un& address) {
-    return reinterpret_cast<const sockaddr*>(&address);
-  }
-
-  pid_t id_ = -1;
-};
-
 TEST_F(Postgres, RefusesAServerThatIsTooOld) {
   const std::string name("server_version\0", 15);
-  const Between between(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
+  const test::Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
     if (const std::size_t at = bytes.find(name); at != bytes.npos) bytes.replace(at + name.size(), 2, "12");
-    return true;
+    return test::Proxy::Action::kPass;
   });
   run({"collect", kSamples + "/WEB01/MetaBase.xml", "--database",
        "postgresql://writer@/fleet?host=" + folder_.path().string()},
@@ -551,19 +489,21 @@ TEST_F(Postgres, RefusesAServerThatIsTooOld) {
 
 TEST_F(Postgres, TriesALostConnectionOnceMoreAndKnowsWhatHasBeenMade) {
   const auto runLosing = [&](Arguments arguments, const std::string& word) {
-    bool isLost = false;
-    const Between between(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool toServer) {
-      return !toServer || isLost || !(isLost = bytes.find(word) != std::string::npos);
-    });
+    std::atomic<bool> isLost = false;
+    const test::Proxy proxy(folder_.path().string(), server_.socket(),
+                            [&](std::string& bytes, bool toServer) {
+                              if (!toServer || isLost || bytes.find(word) == std::string::npos)
+                                return test::Proxy::Action::kPass;
+                              isLost = true;
+                              return test::Proxy::Action::kDropAnswer;
+                            });
     arguments.insert(arguments.end(),
                      {"--database", "postgresql://writer@/fleet?host=" + folder_.path().string()});
-    const Result result = run(arguments);
-    fs::remove(folder_ / ".s.PGSQL.5432");
-    return result.out;
+    return run(arguments).out;
   };
   const Arguments collect = {"collect", generated("A", 5)};
   const std::string commit("\0commit\0", 8);
-  EXPECT_EQ(runLosing(collect, "savepoint unlocked").find("replaced"), std::string::npos);
+  EXPECT_EQ(runLosing(collect, "pg_try_advisory").find("replaced"), std::string::npos);
   EXPECT_NE(runLosing(collect, commit).find("replaced"), std::string::npos);
   // Never what it has published itself a moment ago.
   EXPECT_EQ(server_.run("select count(*) from iis_inventory.still_current", "fleet"), "1");
@@ -635,7 +575,7 @@ TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
 
   // Who publishes a server keeps others from it, and from nothing else.
   inventory::postgres::Connection other(fleet_);
-  inventory::postgres::Transaction transaction(other, "begin");
+  other.execute("begin");
   server_.run(
       "create function pause() returns trigger language plpgsql as $$ begin if new.\"Server name\" = "
       "'SLOW' then perform pg_advisory_xact_lock(7); end if; return new; end $$; create trigger pauses "
@@ -659,7 +599,7 @@ TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
   ::kill(interrupted->id(), SIGTERM);
   EXPECT_EQ(interrupted->end().status, -SIGTERM);
   EXPECT_TRUE(patient->runs() && holding->runs());
-  transaction.commit();
+  other.execute("commit");
   EXPECT_EQ(holding->end().status, 0);
   EXPECT_EQ(patient->end().status, 0);
 

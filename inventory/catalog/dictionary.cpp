@@ -54,7 +54,7 @@ std::vector<DictionaryEntry> dictionary() {
     for (const ViewColumn& column : view.columns) {
       entries.push_back({view.name, true, view.meaning, column.name, column.type, std::string(column.meaning),
                          "unknown, not collected, or no value of the type",
-                         std::string(propertiesOf(column.properties))});
+                         std::string(propertiesOf(column.properties)), column.isBookkeeping});
     }
   }
   for (const Table& table : tables()) addTable(table, entries);

@@ -55,6 +55,7 @@ class ViewMaker {
   View appPool() const {
     Parts parts = begin("app_pool", "Application pools", ObjectKind::kPool);
     add(parts, "server", "s.server", Type::kText, "Server that has the pool");
+    add(parts, "name", "o.key", Type::kText, "Name of the application pool");
     addTables(parts, ObjectKind::kPool);
     addIncomplete(parts,
                   {"applications_incomplete", "application", "Whether rows in application may be missing"});
@@ -172,7 +173,7 @@ class ViewMaker {
   static void add(Parts& parts, std::string_view name, const std::string& sql, Type type,
                   std::string_view meaning, std::string_view properties = {}) {
     parts.columns += (parts.columns.empty() ? "" : ", ") + sql + " as " + quotedName(name);
-    parts.view.columns.push_back({std::string(name), type, meaning, properties});
+    parts.view.columns.push_back({std::string(name), type, meaning, properties, name.ends_with("_id")});
   }
 
   void addIncomplete(Parts& parts, const IncompleteColumn& column) const {
@@ -226,6 +227,7 @@ class ViewMaker {
       add(parts, column.viewName,
           column.type == Type::kText ? (isText ? value : typed(value, column.viewType)) : value,
           column.viewType, column.meaning);
+      parts.view.columns.back().isBookkeeping = column.role == Role::kBookkeeping;
     }
   }
 

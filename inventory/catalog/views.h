@@ -16,6 +16,7 @@ struct ViewColumn {
   Type type = Type::kText;
   std::string_view meaning;
   std::string_view properties;
+  bool isBookkeeping = false;  // an id, or what the inventory says of itself
 };
 
 struct View {

@@ -15,8 +15,8 @@ namespace inventory {
 namespace {
 
 using postgres::Connection;
-using postgres::PostgresSession;
 using postgres::ResultSet;
+using postgres::Transaction;
 using std::chrono::steady_clock;
 
 constexpr int kMostChanges = 8;
@@ -190,9 +190,8 @@ class PostgresDriver : public Driver {
   void analyze(std::span<const std::string> tables) override;
 
  private:
-  std::unique_ptr<PostgresSession> begin(std::shared_ptr<Connection> connection, const char* sql) const {
-    connection->execute(sql);
-    return std::make_unique<PostgresSession>(dialect_, access_.schema, std::move(connection));
+  std::unique_ptr<Transaction> begin(std::shared_ptr<Connection> connection, const char* sql) const {
+    return postgres::beginTransaction(dialect_, access_.schema, std::move(connection), sql);
   }
   std::int64_t lockOf(const std::string& key = {}) const {
     return postgres::lockNumber(access_.schema + '\0' + key);
@@ -200,8 +199,8 @@ class PostgresDriver : public Driver {
 
   bool checkRights(Connection& connection, const std::string& role) const;
   void prepare(const Change& change, const std::shared_ptr<Connection>& connection);
-  std::unique_ptr<PostgresSession> lock(const Change& change, const std::shared_ptr<Connection>& connection,
-                                        const Attempt& attempt) const;
+  std::unique_ptr<Transaction> lock(const Change& change, const std::shared_ptr<Connection>& connection,
+                                    const Attempt& attempt) const;
   void perform(const Change& change, const std::shared_ptr<Connection>& connection, Attempt& attempt);
   std::shared_ptr<Connection> resolve(const Change& change, const Attempt& attempt, std::string why);
 
@@ -333,9 +332,9 @@ void PostgresDriver::prepare(const Change& change, const std::shared_ptr<Connect
 
 // Begins a transaction that has the locks of the change's servers. As processes that have some and wait for
 // others could wait for each other, they are had all at once or not at all.
-std::unique_ptr<PostgresSession> PostgresDriver::lock(const Change& change,
-                                                      const std::shared_ptr<Connection>& connection,
-                                                      const Attempt& attempt) const {
+std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change,
+                                                  const std::shared_ptr<Connection>& connection,
+                                                  const Attempt& attempt) const {
   std::string sql = "select pg_try_advisory_xact_lock(" + std::to_string(lockOf()) + ")";
   if (change.serverKeys.size() <= kMostLocks) {
     std::set<std::int64_t> numbers;

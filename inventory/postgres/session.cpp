@@ -126,6 +126,85 @@ class PostgresInserter : public Inserter {
   bool isInRow_ = false;
 };
 
+class PostgresTransaction : public Transaction {
+ public:
+  PostgresTransaction(const Dialect& dialect, std::string schema, std::shared_ptr<Connection> connection)
+      : dialect_(dialect), schema_(std::move(schema)), connection_(std::move(connection)) {}
+  PostgresTransaction(const PostgresTransaction&) = delete;
+  PostgresTransaction& operator=(const PostgresTransaction&) = delete;
+
+  const Dialect& dialect() const override { return dialect_; }
+  void executeAll(const std::string& sql) override { connection_->execute(sql); }
+
+  ~PostgresTransaction() override {
+    if (!isOpen_) return;
+    connection_->drain();
+    try {
+      if (!connection_->isLost()) connection_->execute("rollback");
+    } catch (const std::exception&) {
+      // The connection isn't idle then, and is closed with its transaction.
+    }
+  }
+
+  std::int64_t execute(const std::string& sql, const Parameters& parameters) override {
+    return connection_->run(sql, parameters).changes();
+  }
+
+  std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters) override {
+    return std::make_unique<PostgresCursor>(*connection_, sql, parameters);
+  }
+
+  std::unique_ptr<Inserter> insertInto(std::string_view table,
+                                       std::span<const InsertColumn> columns) override {
+    std::string names;
+    for (const InsertColumn& column : columns) names += (names.empty() ? "" : ", ") + quotedName(column.name);
+    return std::make_unique<PostgresInserter>(
+        *connection_, "copy " + dialect_.table(table) + " (" + names + ") from stdin (format binary)",
+        columns.size());
+  }
+
+  std::vector<Session::Relation> relations() override {
+    const auto rows = query(
+        "select c.relname, c.relkind = 'v', a.attname, case when c.relkind = 'v' and "
+        "pg_has_role(c.relowner, 'USAGE') then obj_description(c.oid, 'pg_class') end from pg_class c "
+        "join pg_namespace n on n.oid = c.relnamespace left join pg_attribute a on a.attrelid = c.oid and "
+        "a.attnum > 0 and not a.attisdropped where n.nspname = $1 and c.relkind in ('r', 'p', 'v', 'm', 'f') "
+        "order by c.relname, a.attnum",
+        {schema_});
+    std::vector<Relation> all;
+    while (rows->next()) {
+      if (all.empty() || all.back().name != rows->text(0))
+        all.push_back({rows->text(0), rows->number(1) != 0, {}, rows->text(3)});
+      if (rows->cell(2)) all.back().columns.push_back(rows->text(2));
+    }
+    return all;
+  }
+
+  void createView(const std::string& name, const std::string& select) override {
+    const std::string view = dialect_.table(name);
+    executeAll("create or replace view " + view + " as " + select + ";comment on view " + view + " is " +
+               quotedText(viewDefinition(name, select)));
+  }
+
+  std::string viewDefinition(const std::string&, const std::string& select) const override {
+    return "View of an inventory, definition " +
+           std::to_string(static_cast<std::uint64_t>(lockNumber(select)));
+  }
+
+  void commit() override {
+    const ResultSet result = connection_->run("commit");
+    isOpen_ = false;
+    if (std::string_view(PQcmdStatus(result.raw())) != "COMMIT")
+      connection_->target().refuse("the server rolled the transaction back");
+  }
+
+ private:
+  const Dialect& dialect_;
+  const std::string schema_;
+  const std::shared_ptr<Connection> connection_;
+  bool isOpen_ = true;
+};
+
 }  // namespace
 
 std::int64_t lockNumber(std::string_view text) {
@@ -134,65 +213,11 @@ std::int64_t lockNumber(std::string_view text) {
   return static_cast<std::int64_t>(hash);
 }
 
-PostgresSession::~PostgresSession() {
-  if (!isOpen_) return;
-  connection_->drain();
-  try {
-    if (!connection_->isLost()) connection_->execute("rollback");
-  } catch (const std::exception&) {
-    // The connection isn't idle then, and is closed with its transaction.
-  }
-}
-
-std::int64_t PostgresSession::execute(const std::string& sql, const Parameters& parameters) {
-  return connection_->run(sql, parameters).changes();
-}
-
-std::unique_ptr<Cursor> PostgresSession::query(const std::string& sql, const Parameters& parameters) {
-  return std::make_unique<PostgresCursor>(*connection_, sql, parameters);
-}
-
-std::unique_ptr<Inserter> PostgresSession::insertInto(std::string_view table,
-                                                      std::span<const InsertColumn> columns) {
-  std::string names;
-  for (const InsertColumn& column : columns) names += (names.empty() ? "" : ", ") + quotedName(column.name);
-  return std::make_unique<PostgresInserter>(
-      *connection_, "copy " + dialect_.table(table) + " (" + names + ") from stdin (format binary)",
-      columns.size());
-}
-
-std::vector<Session::Relation> PostgresSession::relations() {
-  const auto rows = query(
-      "select c.relname, c.relkind = 'v', a.attname, case when c.relkind = 'v' and "
-      "pg_has_role(c.relowner, 'USAGE') then obj_description(c.oid, 'pg_class') end from pg_class c "
-      "join pg_namespace n on n.oid = c.relnamespace left join pg_attribute a on a.attrelid = c.oid and "
-      "a.attnum > 0 and not a.attisdropped where n.nspname = $1 and c.relkind in ('r', 'p', 'v', 'm', 'f') "
-      "order by c.relname, a.attnum",
-      {schema_});
-  std::vector<Relation> all;
-  while (rows->next()) {
-    if (all.empty() || all.back().name != rows->text(0))
-      all.push_back({rows->text(0), rows->number(1) != 0, {}, rows->text(3)});
-    if (rows->cell(2)) all.back().columns.push_back(rows->text(2));
-  }
-  return all;
-}
-
-void PostgresSession::createView(const std::string& name, const std::string& select) {
-  const std::string view = dialect_.table(name);
-  executeAll("create or replace view " + view + " as " + select + ";comment on view " + view + " is " +
-             quotedText(viewDefinition(name, select)));
-}
-
-std::string PostgresSession::viewDefinition(const std::string&, const std::string& select) const {
-  return "View of an inventory, definition " + std::to_string(static_cast<std::uint64_t>(lockNumber(select)));
-}
-
-void PostgresSession::commit() {
-  const ResultSet result = connection_->run("commit");
-  isOpen_ = false;
-  if (std::string_view(PQcmdStatus(result.raw())) != "COMMIT")
-    connection_->target().refuse("the server rolled the transaction back");
+std::unique_ptr<Transaction> beginTransaction(const Dialect& dialect, const std::string& schema,
+                                              std::shared_ptr<Connection> connection,
+                                              const std::string& sql) {
+  connection->execute(sql);
+  return std::make_unique<PostgresTransaction>(dialect, schema, std::move(connection));
 }
 
 }  // namespace inventory::postgres

@@ -1,4 +1,4 @@
-// A transaction on a PostgreSQL server.
+// Transactions on a PostgreSQL server.
 #pragma once
 
 #include <memory>
@@ -14,32 +14,13 @@ namespace inventory::postgres {
 std::int64_t lockNumber(std::string_view text);
 
 // Rolled back unless commit() is reached.
-class PostgresSession : public Session {
+class Transaction : public Session {
  public:
-  // For a transaction that has begun on the connection.
-  PostgresSession(const Dialect& dialect, std::string schema, std::shared_ptr<Connection> connection)
-      : dialect_(dialect), schema_(std::move(schema)), connection_(std::move(connection)) {}
-  ~PostgresSession() override;
-  PostgresSession(const PostgresSession&) = delete;
-  PostgresSession& operator=(const PostgresSession&) = delete;
-
-  const Dialect& dialect() const override { return dialect_; }
-  std::int64_t execute(const std::string& sql, const Parameters& parameters) override;
-  void executeAll(const std::string& sql) override { connection_->execute(sql); }
-  std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters) override;
-  std::unique_ptr<Inserter> insertInto(std::string_view table,
-                                       std::span<const InsertColumn> columns) override;
-  std::vector<Relation> relations() override;
-  void createView(const std::string& name, const std::string& select) override;
-  std::string viewDefinition(const std::string& name, const std::string& select) const override;
-
-  void commit();
-
- private:
-  const Dialect& dialect_;
-  const std::string schema_;
-  const std::shared_ptr<Connection> connection_;
-  bool isOpen_ = true;
+  virtual void commit() = 0;
 };
+
+// Runs `sql`, which begins it. The dialect must outlive it.
+std::unique_ptr<Transaction> beginTransaction(const Dialect& dialect, const std::string& schema,
+                                              std::shared_ptr<Connection> connection, const std::string& sql);
 
 }  // namespace inventory::postgres

@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "inventory/postgres_connection.h"
+#include "inventory/postgres/connection.h"
 
 namespace test {
 namespace {
@@ -132,7 +132,7 @@ void PostgresServer::awaitEnd(const std::string& process) const {
   for (bool isThere = true; isThere; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
     try {
       isThere = !run("select 1 from pg_stat_activity where pid = " + process).empty();
-    } catch (const inventory::postgres::Failure&) {
+    } catch (const inventory::Error&) {
       // It is starting again.
     }
   }
@@ -146,9 +146,7 @@ std::string PostgresServer::address(const std::string& role, const std::string& 
 
 std::string PostgresServer::run(const std::string& sql, const std::string& database) const {
   inventory::postgres::Connection connection(address("master", database));
-  const inventory::postgres::ResultSet result(PQexec(connection.raw(), sql.c_str()));
-  const ExecStatusType status = PQresultStatus(result.raw());
-  if (status != PGRES_COMMAND_OK && status != PGRES_TUPLES_OK) connection.fail(result.raw());
+  const inventory::postgres::ResultSet result = connection.execute(sql);
   std::string values;
   for (int row = 0; row < result.rows(); ++row) {
     values += (row == 0 ? "" : "\n") + std::string(result.text(row, 0).value_or("-"));

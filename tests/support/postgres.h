@@ -27,6 +27,10 @@ class PostgresServer {
   std::string address(const std::string& role, const std::string& database,
                       const std::string& password = "") const;
   std::string socket() const { return (*folder_ / "server").string(); }
+  // What it has written to its log.
+  std::string log() const { return contents(*folder_ / "log"); }
+  // The process that all others of it come from.
+  pid_t id() const { return id_; }
   // One of PostgreSQL's own programs.
   std::string program(const std::string& name) const { return programs_ + "/" + name; }
 

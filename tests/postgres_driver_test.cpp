@@ -1,0 +1,327 @@
+// The driver for PostgreSQL against a real server that stops, ends connections, or has none left.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "inventory/driver.h"
+#include "inventory/postgres/connection.h"
+#include "tests/support/folder.h"
+#include "tests/support/postgres.h"
+#include "tests/support/proxy.h"
+
+namespace {
+
+using inventory::Access;
+using inventory::Change;
+using inventory::Driver;
+using inventory::Session;
+using std::chrono::milliseconds;
+using test::Proxy;
+using Action = Proxy::Action;
+
+constexpr milliseconds kLong{1000000};
+
+class PostgresDriver : public testing::Test {
+ protected:
+  PostgresDriver() {
+    server_.run("create role writer login; create role secret login password 'right'");
+    server_.run("create database fleet owner writer");
+    std::filesystem::permissions(folder_.path(), std::filesystem::perms(0755));
+  }
+
+  static Access access(milliseconds wait = kLong, milliseconds serverTimeout = kLong) {
+    Access access;
+    access.wait = wait;
+    access.serverTimeout = serverTimeout;
+    return access;
+  }
+  std::unique_ptr<Driver> open(const Access& access) const {
+    return inventory::openPostgres(server_.address("writer", "fleet"), access);
+  }
+  std::unique_ptr<Driver> openProxied(const Access& access) const {
+    return inventory::openPostgres("postgresql://writer@/fleet?host=" + folder_.path().string(), access);
+  }
+
+  // Adds a row, and does something more.
+  static Change adding(const std::function<void(Session&)>& more = {}) {
+    Change change;
+    change.serverKeys = {"a", "b"};
+    change.subject = "A";
+    change.prepare = [](Session& session, bool mayChange) {
+      const std::string table = session.dialect().table("t");
+      if (mayChange) session.executeAll("create table " + table + " (n bigint, r float8, b boolean, t text)");
+      return !session.relations().empty();
+    };
+    change.work = [more](Session& session, bool) {
+      session.execute("insert into " + session.dialect().table("t") + " (n) values ($1)", {std::int64_t{1}});
+      if (more) more(session);
+    };
+    return change;
+  }
+
+  template <typename Expected>
+  static std::string failure(const std::function<void()>& work) {
+    try {
+      work();
+    } catch (const Expected& error) {
+      return error.what();
+    } catch (const std::exception& error) {
+      ADD_FAILURE() << "unexpected: " << error.what();
+    }
+    return "";
+  }
+  // The same for a change that is stopped once a session is in a state.
+  template <typename Expected>
+  void expectStopped(const Change& change, const std::string& condition,
+                     const std::function<void(int)>& before = {}) const {
+    const auto driver = open(access());
+    std::thread stopper([&] {
+      std::string backend;
+      while ((backend =
+                  server_.run("select pid from pg_stat_activity where usename = 'writer' and " + condition))
+                 .empty()) {
+        std::this_thread::sleep_for(milliseconds(5));
+      }
+      if (before) before(std::stoi(backend));
+      driver->stopWaiting();
+    });
+    EXPECT_NE(failure<Expected>([&] { driver->change(change); }), "") << condition;
+    stopper.join();
+    EXPECT_NE(failure<inventory::Interrupted>([&] { driver->read(); }), "");
+  }
+
+  std::string rowCount() const { return server_.run("select count(*) from iis_inventory.t", "fleet"); }
+
+  const test::Folder folder_;
+  test::PostgresServer server_{std::make_unique<test::Folder>(),
+                               {"log_min_messages=log", "log_statement=all", "log_connections=on"}};
+};
+
+std::string backendOf(Session& session) {
+  return session.value("select pg_backend_pid()");
+}
+
+TEST_F(PostgresDriver, ReadsBackWhatItWrites) {
+  const auto driver = open(access());
+  const std::string text = "\u00C4 'x' \\ \t\n", large(std::size_t{1} << 20, 'x');
+  driver->change(adding([&](Session& session) {
+    const inventory::InsertColumn columns[] = {{"n", inventory::Type::kInteger},
+                                               {"r", inventory::Type::kReal},
+                                               {"b", inventory::Type::kBoolean},
+                                               {"t", inventory::Type::kText}};
+    const auto rows = session.insertInto("t", columns);
+    const double reals[] = {1, 0.1, 1e20, -2.5e-7};
+    for (std::int64_t row = 0; row < 4; ++row) {
+      rows->integer((row + 2) << 40);
+      rows->real(reals[row]);
+      rows->boolean(row % 2 == 0);
+      row == 0 ? rows->text(text) : row == 1 ? rows->null() : rows->text(large);
+      rows->endRow();
+    }
+    rows->finish();
+    session.createView("v", "select n, t from " + session.dialect().table("t"));
+  }));
+  const auto session = driver->read();
+  const std::string table = session->dialect().table("t");
+  const auto rows = session->query("select * from " + table + " where n > $1 or t = $2 order by n",
+                                   {std::int64_t{1}, std::monostate()});
+  std::string all;
+  EXPECT_EQ(rows->columnCount(), 4U);
+  while (rows->next()) {
+    EXPECT_EQ(rows->cell(3).has_value(), rows->number(0) != std::int64_t{3} << 40);
+    all += rows->text(1) + " " + rows->text(2) + (rows->text(3) == large ? "" : rows->text(3)) + "|";
+  }
+  EXPECT_EQ(all, "1.0 1" + text + "|0.1 0|1.0e+20 1|-2.5e-07 0|");
+  // Rows that are never read leave the session usable.
+  EXPECT_TRUE(session->query("select generate_series(1, 100000)")->next());
+  EXPECT_EQ(session->value("select sum(n) from " + table + " where n = $1", {std::int64_t{1}}), "1");
+  const auto relations = session->relations();
+  ASSERT_EQ(relations.size(), 2U);
+  EXPECT_EQ(relations[1].columns, (std::vector<std::string>{"n", "t"}));
+  EXPECT_EQ(relations[1].definition, session->viewDefinition("v", "select n, t from " + table));
+}
+
+TEST_F(PostgresDriver, ReportsAServerThatStopsAnswering) {
+  const auto driver = open(access(milliseconds(100), milliseconds(300)));
+  const auto session = driver->read();
+  const int backend = std::stoi(backendOf(*session));
+  ::kill(backend, SIGSTOP);
+  const std::string words = failure<inventory::Unreachable>([&] { session->value("select 1"); });
+  EXPECT_NE(words.find("for 0.4 s (use --server-timeout"), std::string::npos) << words;
+  ::kill(server_.id(), SIGSTOP);
+  EXPECT_NE(failure<inventory::Unreachable>([&] { driver->read(); }).find("for 0.3 s"), std::string::npos);
+  ::kill(server_.id(), SIGCONT);
+  ::kill(backend, SIGCONT);
+}
+
+TEST_F(PostgresDriver, EndsEverythingWhenStopped) {
+  open(access())->change(adding());
+  const auto sleeping = adding([](Session& session) { session.execute("select pg_sleep(100000)", {}); });
+  const std::string asleep = "wait_event = 'PgSleep'";
+  const auto suspend = [](int backend) { ::kill(backend, SIGSTOP); };
+  expectStopped<inventory::Interrupted>(sleeping, asleep);
+  int suspended = 0;
+  expectStopped<inventory::Interrupted>(sleeping, asleep, [&](int backend) { suspend(suspended = backend); });
+  ::kill(suspended, SIGCONT);
+  server_.awaitEnd(std::to_string(suspended));
+  // One that has its commit under way, with an answer and without.
+  server_.run(
+      "create function pause() returns trigger language plpgsql as 'begin perform pg_sleep(100000); return "
+      "new; end'; create constraint trigger pauses after insert on iis_inventory.t deferrable initially "
+      "deferred for each row execute function pause()",
+      "fleet");
+  expectStopped<inventory::Interrupted>(adding(), asleep);
+  expectStopped<inventory::OutcomeUnknown>(adding(), asleep,
+                                           [&](int backend) { suspend(suspended = backend); });
+  ::kill(suspended, SIGCONT);
+  server_.awaitEnd(std::to_string(suspended));
+  EXPECT_EQ(rowCount(), "1");
+}
+
+TEST_F(PostgresDriver, WaitsForLocksNoLongerThanAllowed) {
+  open(access())->change(adding());
+  inventory::postgres::Connection other(server_.address("writer", "fleet"));
+  other.execute("begin; lock table iis_inventory.t");
+  // The server's silence has a limit of its own.
+  const auto driver = open(access(milliseconds(500), milliseconds(250)));
+  const std::string words =
+      failure<inventory::Locked>([&] { driver->read()->value("select n from iis_inventory.t"); });
+  EXPECT_NE(words.find("--wait"), std::string::npos);
+  EXPECT_NE(failure<inventory::Locked>([&] { driver->change(adding()); }), "");
+  other.execute("rollback");
+  // One process at a time changes a server, and no attempt to get its lock leaves a trace in the transaction.
+  const auto first = open(access());
+  std::string lost;
+  first->change(adding([&](Session&) {
+    lost = failure<inventory::ServerLocked>([&] { driver->change(adding()); });
+    Change many = adding();
+    many.serverKeys.resize(1000);
+    EXPECT_NE(failure<inventory::ServerLocked>([&] { driver->change(many); }), "");
+    many.serverKeys = {"c"};
+    driver->change(many);
+  }));
+  EXPECT_EQ(lost.find("another process is publishing A into 'postgresql://"), 0U) << lost;
+  EXPECT_EQ(server_.log().find("savepoint"), std::string::npos);
+  EXPECT_EQ(rowCount(), "3");
+}
+
+TEST_F(PostgresDriver, TriesToConnectOnceWhereMoreIsNoUse) {
+  const auto refused = [&](const std::string& address, const std::string& hint) {
+    const std::string before = server_.log();
+    const auto driver = inventory::openPostgres(address, access());
+    const std::string words = failure<inventory::Error>([&] {
+      try {
+        driver->change(adding());
+      } catch (const inventory::Unreachable& error) {
+        ADD_FAILURE() << error.what();
+      }
+    });
+    EXPECT_NE(words.find(hint), std::string::npos) << words;
+    EXPECT_EQ(words.find("LOCATION"), std::string::npos) << words;
+    const std::string log = server_.log().substr(before.size());
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = log.find("connection received", at)) != log.npos; ++at) ++count;
+    return count;
+  };
+  EXPECT_EQ(refused(server_.address("secret", "fleet", "wrong"), "PGPASSWORD"), 1U);
+  EXPECT_EQ(refused(server_.address("writer", "none"), "\"none\" does not exist (its administrator"), 1U);
+  EXPECT_EQ(refused(server_.address("writer", "fleet") + "&sslmode=never", "sslmode"), 0U);
+  const auto nowhere =
+      inventory::openPostgres("postgresql:///fleet?host=" + folder_.path().string(), access());
+  EXPECT_NE(failure<inventory::Unreachable>([&] { nowhere->change(adding()); }), "");
+}
+
+TEST_F(PostgresDriver, FindsOutWhatBecameOfALostChange) {
+  open(access())->change(adding());
+  const std::string commit("\0commit\0", 8);
+  // Does something once where a statement goes to the server; gives how often the work was done.
+  const auto runLosing = [&](const std::string& sql, Action action, const std::function<void()>& more = {}) {
+    std::atomic<bool> isDone = false;
+    const Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool toServer) {
+      const bool isThis = toServer && bytes.find(sql) != bytes.npos;
+      if (!isThis || isDone.exchange(true)) return Action::kPass;
+      if (more) more();
+      return action;
+    });
+    int runs = 0;
+    const auto change = adding([&](Session&) { ++runs; });
+    if (action == Action::kEnd) {
+      const std::string words =
+          failure<inventory::OutcomeUnknown>([&] { openProxied(access(milliseconds(100)))->change(change); });
+      EXPECT_EQ(words.find("outcome unknown: A may or may not have the new collection: "), 0U) << words;
+    } else {
+      openProxied(access())->change(change);
+    }
+    return runs;
+  };
+  EXPECT_EQ(runLosing("pg_try_advisory", Action::kDropAnswer), 1);
+  EXPECT_EQ(runLosing("insert into", Action::kDropAnswer), 1);
+  EXPECT_EQ(rowCount(), "3");
+  EXPECT_EQ(runLosing(commit, Action::kDrop), 2);
+  EXPECT_EQ(rowCount(), "4");
+  EXPECT_EQ(runLosing(commit, Action::kDropAnswer), 1);
+  EXPECT_EQ(rowCount(), "5");
+  // The end of one process makes the server start anew, without numbers of transactions that it had given.
+  EXPECT_EQ(
+      runLosing(commit, Action::kDrop,
+                [&] {
+                  ::kill(std::stoi(server_.run("select pid from pg_stat_activity where usename = 'writer'")),
+                         SIGKILL);
+                }),
+      2);
+  EXPECT_EQ(rowCount(), "6");
+  EXPECT_EQ(runLosing(commit, Action::kEnd), 1);
+  EXPECT_EQ(rowCount(), "7");
+}
+
+TEST_F(PostgresDriver, KnowsItsOwnLostSession) {
+  open(access())->change(adding());
+  int suspended = 0, runs = 0;
+  const auto change = adding([&](Session& session) {
+    if (++runs > 1) return;
+    ::kill(suspended = std::stoi(backendOf(session)), SIGSTOP);
+    session.value("select 1");
+  });
+  const auto driver = open(access(milliseconds(200), milliseconds(200)));
+  const std::string words = failure<inventory::Unreachable>([&] { driver->change(change); });
+  EXPECT_NE(words.find("has not ended its session"), std::string::npos) << words;
+  ::kill(suspended, SIGCONT);
+  server_.awaitEnd(std::to_string(suspended));
+  driver->change(change);
+  EXPECT_EQ(rowCount(), "2");
+}
+
+TEST_F(PostgresDriver, MakesDoWithFewConnections) {
+  server_.run("alter role writer connection limit 2");
+  const auto driver = open(access());
+  driver->change(adding());
+  std::vector<std::thread> threads;
+  std::atomic<int> done = 0;
+  for (int number = 0; number < driver->concurrentChanges(); ++number) {
+    threads.emplace_back([&, number] {
+      Change change = adding([](Session& session) { session.execute("select pg_sleep(0.05)", {}); });
+      change.serverKeys = {std::to_string(number)};
+      for (int times = 0; times < 3; ++times) driver->change(change);
+      ++done;
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(done, driver->concurrentChanges());
+  EXPECT_NE(driver->takeNotice().find("too many connections for role"), std::string::npos);
+  EXPECT_EQ(driver->takeNotice(), "");
+  // Without a connection of its own there is none to wait for.
+  EXPECT_NE(failure<inventory::Error>([&] {
+              const auto one = driver->read(), two = driver->read();
+              open(access())->change(adding());
+            }),
+            "");
+}
+
+}  // namespace
