@@ -512,7 +512,7 @@ TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
     reads ? static_cast<void>(reader.emplace(other)) : static_cast<void>(writer.emplace(other));
     Result result = start("0.01")->end();
     EXPECT_EQ(result.status, 2);
-    EXPECT_NE(result.err.find("locked by another process"), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("locked by somebody else"), std::string::npos) << result.err;
     EXPECT_NE(result.out.find("list them: see the logs in "), std::string::npos) << result.out;
     const auto interrupted = start("100000");
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
@@ -698,7 +698,7 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
       {"it is not a plain file", [&] { fs::create_symlink("/dev/full", log); }},
       {"it is a FIFO", [&] { ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0); }},
       {"Permission denied", [&] { ::close(::open(log.c_str(), O_CREAT | O_WRONLY, 0400)); }},
-      {"it is locked by another process",
+      {"it is locked by somebody else",
        [&] { ASSERT_EQ(::flock(::open(log.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600), LOCK_EX), 0); }},
   };
   for (const auto& [why, make] : troubles) {
