@@ -215,12 +215,12 @@ TEST_F(Publication, RefusesOneServerOfSeveralAndMarksWhatWasNotCollected) {
 }
 
 TEST_F(Publication, KeepsAsManyCollectionsAsItIsSetTo) {
-  const auto stateAlone = [&](int number, const std::string& server) {
+  const auto stateAlone = [&](int number) {
     const fs::path kept = std::exchange(database_, folder_ / (std::to_string(number) + ".db"));
-    collect({server + "=" + state(number)});
+    collect({"srv=" + state(number)});
     return std::exchange(database_, kept).string();
   };
-  const std::string third = stateAlone(3, "srv"), fourth = stateAlone(4, "SRV"), fifth = stateAlone(5, "srv");
+  const std::string third = stateAlone(3), fourth = stateAlone(4), fifth = stateAlone(5);
   collect({"srv=" + state(1)});
   on({"servers", "--set-keep", "3"});
   for (const int number : {2, 3, 4, 5}) collect({(number == 4 ? "SRV=" : "srv=") + state(number)});
