@@ -6,7 +6,7 @@
 #include <pugixml.hpp>
 #include <stdexcept>
 
-#include "inventory/tables.h"
+#include "inventory/catalog/catalog.h"
 #include "sqlite/database.h"
 
 namespace bench {
@@ -36,6 +36,13 @@ Prepared prepare(const Handle& database, const std::string& sql) {
   return Prepared(statement);
 }
 
+std::string columnsOf(const inventory::Table& table) {
+  std::string list;
+  for (const inventory::Column& column : table.columns)
+    list += (list.empty() ? "" : ", ") + sqlite::quotedName(column.name);
+  return list;
+}
+
 }  // namespace
 
 void createDatabase(const std::filesystem::path& database) {
@@ -63,7 +70,7 @@ BareWriter::BareWriter(const std::filesystem::path& collected) {
     rows.insertSql = "insert into " + sqlite::quotedName(table.name) + " values (?";
     for (int column = 1; column < rows.columns; ++column) rows.insertSql += ",?";
     rows.insertSql += ")";
-    const Prepared statement = prepare(handle, "select * from " + sqlite::quotedName(table.name));
+    const Prepared statement = prepare(handle, "select " + columnsOf(table) + " from " + sqlite::quotedName(table.name));
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
       for (int column = 0; column < rows.columns; ++column) {
         const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement.get(), column));

@@ -11,7 +11,7 @@
 #include "automation/runtime.h"
 #include "bench/collection.h"
 #include "frame/log_record.h"
-#include "inventory/tables.h"
+#include "inventory/catalog/catalog.h"
 #include "platform/metabase/metabase.h"
 #include "platform/store/private_database.h"
 #include "tests/support/metabase_generator.h"
@@ -67,8 +67,8 @@ BENCHMARK(readProperty)->DenseRange(0, 3);
 void saveRow(benchmark::State& state) {
   const std::string name = "/nowhere/inventory.db";
   platform::store::PrivateDatabase database(name);
-  const inventory::Table& table = inventory::tables()[inventory::tableIndex("tblGeneral")];
-  database.database().execute(inventory::creationSql(table));
+  const inventory::Table& table = inventory::tables()[inventory::table("tblGeneral")];
+  test::createTables(database.database());
   const platform::store::Loan loan(database);
   const automation::ObjectRef connection = automation::CreateObject(u"ADODB.Connection");
   automation::call(connection, u"Open", automation::fromUtf8(name));
@@ -77,7 +77,7 @@ void saveRow(benchmark::State& state) {
   automation::write(rows, u"ActiveConnection", connection);
   automation::call(rows, u"Open", u"Select * from tblGeneral where 1=2");
   std::vector<Text> columns;
-  for (const auto column : table.columns) columns.push_back(automation::fromUtf8(column));
+  for (const inventory::Column& column : table.columns) columns.push_back(automation::fromUtf8(column.name));
   for (auto _ : state) {
     automation::call(rows, u"AddNew");
     for (std::size_t column = 0; column < 8; ++column) {

@@ -59,13 +59,16 @@ class Memory : public inventory::RowSource {
  public:
   explicit Memory(const std::string& database) {
     const auto kept = inventory::openForReading(database, {});
-    const auto snapshot = kept->snapshot();
+    inventory::Reader reader = kept->read();
+    const auto collections = reader.collections();
     for (const inventory::Table& table : inventory::tables()) {
       auto& all = tables_.emplace_back();
-      snapshot->forEach(std::string(table.name), [&](std::span<const inventory::Cell> row) {
+      reader.forEachRow(table, collections, [&](const inventory::TableRow& row) {
         auto& values = all.emplace_back();
-        for (const auto& cell : row)
+        for (std::size_t column = 0; column < table.columns.size(); ++column) {
+          const inventory::Cell cell = row.cell(column);
           values.push_back(cell ? std::optional(std::string(*cell)) : std::nullopt);
+        }
         ++count_;
       });
     }
@@ -84,7 +87,7 @@ class Memory : public inventory::RowSource {
       const std::vector<Row>& left;
       std::size_t at = static_cast<std::size_t>(-1);
     };
-    return std::make_unique<Reading>(tables_[inventory::tableIndex(table.name)]);
+    return std::make_unique<Reading>(tables_[inventory::findTable(table.name)]);
   }
 
  private:
@@ -105,7 +108,7 @@ class Report {
   void againstPsql() {
     collect({metabase("LARGE", 10000)}, file_);
     const Memory rows(file_);
-    inventory::Result result;
+    inventory::Collected result;
     result.origin.server = "LARGE";
     result.rows = &rows;
     std::string script = "begin;\n";
@@ -190,7 +193,7 @@ class Report {
   void empty() {
     const std::string all = server_.run(
         "select string_agg(format('%I.%I', schemaname, tablename), ', ') from pg_tables where schemaname = "
-        "'iis_inventory'",
+        "'iis_inventory' and tablename <> 'settings'",
         "fleet");
     if (all != "-") server_.run("truncate " + all, "fleet");
     server_.run("checkpoint");

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "inventory/tables.h"
+#include "inventory/catalog/catalog.h"
 #include "tests/support/component.h"
 
 namespace test {

@@ -1,4 +1,4 @@
-// What two states of a server, or two servers, are told to differ in.
+// The differences that are reported between two states of a server, and between two servers.
 
 #include <gtest/gtest.h>
 
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "inventory/tables.h"
+#include "inventory/catalog/catalog.h"
 #include "sqlite/database.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
@@ -39,8 +39,8 @@ class Diff : public testing::Test {
     Database(new_, Database::Mode::kReadWrite, {}).execute(sql);
   }
 
-  // What is told, as "thing name | table | column | old | new | result".
-  std::vector<std::string> told(Arguments arguments, int status) const {
+  // What is reported, as "object name | table | column | old | new | result".
+  std::vector<std::string> differences(Arguments arguments, int status) const {
     arguments.insert(arguments.begin(), "diff");
     arguments.insert(arguments.end(), {"--format", "json"});
     const test::Result result = test::run(folder_, arguments);
@@ -49,44 +49,51 @@ class Diff : public testing::Test {
     if (result.status == 2) return {result.err};
     const auto text = [](const json& value) { return value.is_null() ? "-" : value.get<std::string>(); };
     for (const json& row : json::parse(result.out)) {
-      all.push_back(text(row["Thing"]) + " " + text(row["Name"]) + " | " + text(row["Table"]) + " | " +
+      all.push_back(text(row["Object"]) + " " + text(row["Name"]) + " | " + text(row["Table"]) + " | " +
                     text(row["Column"]) + " | " + text(row["Old"]) + " | " + text(row["New"]) + " | " +
                     text(row["Result"]));
     }
     return all;
   }
-  std::vector<std::string> told(int status) const { return told({old_, new_}, status); }
+  std::vector<std::string> differences(int status) const { return differences({old_, new_}, status); }
 
   const test::Folder folder_;
   const std::string old_ = (folder_ / "old.db").string(), new_ = (folder_ / "new.db").string();
 };
 
-TEST_F(Diff, OfOneStateIsNothingInWhateverOrderItStands) {
+TEST_F(Diff, ReportsNothingForTheSameRowsInAnotherOrder) {
   collect(old_, {kWeb01});
-  EXPECT_EQ(told({old_, old_}, 0), std::vector<std::string>());
-  std::string sql;
+  EXPECT_EQ(differences({old_, old_}, 0), std::vector<std::string>());
+  // Every number n of the first collection becomes 5000 - n.
+  const std::string sum = "(2 << 32) + 5000";
+  const auto reversed = [&](const std::string& table) {
+    return "update " + table + " set id = -id; update " + table + " set id = " + sum + " + id;";
+  };
+  std::string sql =
+      reversed("objects") + "update objects set parent = " + sum + " - parent where parent > 0;";
   for (const inventory::Table& table : inventory::tables()) {
     const std::string name = quotedName(table.name);
-    sql += "create temp table kept as select * from " + name + " order by rowid desc;delete from " + name +
-           ";insert into " + name + " select * from kept;drop table kept;";
+    sql += reversed(name);
+    if (table.hasSeveralRows) sql += "update " + name + " set object_id = " + sum + " - object_id;";
   }
   change(sql);
-  EXPECT_EQ(told(0), std::vector<std::string>());
+  EXPECT_EQ(differences(0), std::vector<std::string>());
 }
 
-TEST_F(Diff, TellsAChangeInEachColumnOfEachTable) {
+TEST_F(Diff, ReportsAChangeInEachColumnOfEachTable) {
   collect(old_, {kWeb01});
   for (const inventory::Table& table : inventory::tables()) {
-    const std::string row = " where rowid = (select max(rowid) from " + quotedName(table.name) + ")";
-    for (const std::string_view column : table.columns) {
+    const std::string row = " where id = (select max(id) from " + quotedName(table.name) + ")";
+    for (const inventory::Column& each : table.columns) {
+      const std::string_view column = each.name;
       SCOPED_TRACE(std::string(table.name) + ", " + std::string(column));
-      // What names a thing elsewhere makes another thing of it.
+      // What identifies an object elsewhere makes another object of it.
       const bool isName = column == "Server name" || column == "FTP site name" || column == "Identifier" ||
                           column == "IISPath" || column == "Directory name" ||
                           column == "Application pool name" || column == "Web service extension";
       if (isName) continue;
       change("update " + quotedName(table.name) + " set " + quotedName(column) + " = 'changed'" + row);
-      const std::vector<std::string> all = told(1);
+      const std::vector<std::string> all = differences(1);
       // One of several values is another one.
       ASSERT_TRUE(all.size() == 1 || all.size() == 2);
       for (const std::string& one : all) {
@@ -94,18 +101,20 @@ TEST_F(Diff, TellsAChangeInEachColumnOfEachTable) {
         EXPECT_NE(one.find(column), std::string::npos) << one;
       }
       EXPECT_NE(all.back().find("changed"), std::string::npos) << all.back();
-      EXPECT_EQ(told({old_, new_, "--ignore", std::string(column)}, 0).size(), 0U);
+      EXPECT_EQ(differences({old_, new_, "--ignore", std::string(column)}, 0).size(), 0U);
     }
   }
 }
 
-TEST_F(Diff, TellsWhatIsOnOneSideAloneAndHowOften) {
+TEST_F(Diff, ReportsWhatIsOnOneSideAlone) {
   collect(old_, {kWeb01, kLegacy});
   change(
       "delete from tblFTPSiteInfo where Identifier = '21'; delete from tblGeneral where Identifier = '21';"
-      "insert into tblWProcessRecycling select * from tblWProcessRecycling where \"Scheduled recycle at\" = "
+      "create temp table again as select * from tblWProcessRecycling where \"Scheduled recycle at\" = "
       "'06:00';"
-      "insert into tblWSExtension values ('WEB01', 'NEW', 'a', 'Allowed', 'b', 'Allowed');"
+      "update again set id = id + 1000; insert into tblWProcessRecycling select * from again;"
+      "insert into tblWSExtension values ((1 << 32) + 1000, null, null, 'WEB01', 'NEW', 'a', 'Allowed', 'b', "
+      "'Allowed');"
       "update tblWSExtension set \"File access\" = case \"File access\" when 'Allowed' then 'Prohibited' "
       "else "
       "'Allowed' end where \"Web service extension\" = 'OSTGATE' and \"Required files path\" like "
@@ -118,7 +127,7 @@ TEST_F(Diff, TellsWhatIsOnOneSideAloneAndHowOften) {
         .execute("delete from " + std::string(table) + " where Identifier = '21'");
   }
   EXPECT_EQ(
-      told({old_, new_, "--server", "WEB01"}, 1),
+      differences({old_, new_, "--server", "WEB01"}, 1),
       (std::vector<std::string>{
           "site 21 (Backup & restore <night>) |  |  | - | - | only in old",
           "pool reportsPOOL | tblWProcessRecycling | Scheduled recycle at | - | 06:00 | only in new",
@@ -132,21 +141,21 @@ TEST_F(Diff, TellsWhatIsOnOneSideAloneAndHowOften) {
           "extension NEW (a) |  |  | - | - | only in new"}));
 }
 
-TEST_F(Diff, TakesNothingForADifferenceThatIsNotKnown) {
+TEST_F(Diff, CountsNothingUnknownAsADifference) {
   collect(old_, {kWeb01, kLegacy});
   // The other way round what couldn't be read can.
   change(
-      "delete from Problems where \"Table\" = 'tblvirtualDirSecurity'; update tblvirtualDirSecurity set "
-      "\"All "
-      "computer access\" = 'Granted' where \"Directory name\" = 'private'");
-  EXPECT_EQ(told(0),
+      "delete from Problems where \"Table\" = 'tblvirtualDirSecurity'; update objects set incomplete = null;"
+      "update tblvirtualDirSecurity set not_known = null, \"All computer access\" = 'Granted' where "
+      "\"Directory name\" = 'private'");
+  EXPECT_EQ(differences(0),
             (std::vector<std::string>{
                 "site 4 (Mirror) | tblHomeDirectorySetting |  | - | - | not known",
                 "site 7 (Old price lists) | tblGeneral |  | - | - | not known",
                 "directory /MSFTPSVC/1/ROOT/private | tblvirtualDirSecurity |  | - | - | not known"}));
   fs::remove(new_);
   collect(new_, {kWeb01, "--only", "Health", "--only", "Message", "--site", "3"});
-  const std::vector<std::string> part = told({old_, new_, "--server", "web01"}, 0);
+  const std::vector<std::string> part = differences({old_, new_, "--server", "web01"}, 0);
   for (const std::string& one : part) EXPECT_TRUE(one.ends_with("| not known")) << one;
   EXPECT_EQ(part.front(), "site  | tblGeneral |  | - | not collected | not known");
 }
@@ -155,7 +164,7 @@ TEST_F(Diff, ComparesServersThatShouldBeAlike) {
   std::string text = test::contents(kWeb01);
   for (std::size_t at = 0; (at = text.find("WEB01", at)) != std::string::npos;) text.replace(at, 5, "TWIN2");
   collect(old_, {kWeb01, "TWIN2=" + folder_.file("twin.xml", text), kLegacy});
-  EXPECT_EQ(told({old_, "--server", "WEB01", "--against", "twin2"}, 0), std::vector<std::string>());
+  EXPECT_EQ(differences({old_, "--server", "WEB01", "--against", "twin2"}, 0), std::vector<std::string>());
   const test::Result shown =
       test::runOnTerminal(folder_, 60, {"diff", old_, "--server", "WEB01", "--against", "LEGACY"});
   EXPECT_EQ(shown.status, 1);
@@ -168,19 +177,20 @@ TEST_F(Diff, ComparesServersThatShouldBeAlike) {
   const auto keep = [&](const std::string& path) {
     Database(old_, Database::Mode::kReadWrite, {})
         .execute("update tblWSExtension set [Required files path] = " + path);
-    return told({old_, "--server", "WEB01", "--against", "TWIN2"}, 0);
+    return differences({old_, "--server", "WEB01", "--against", "TWIN2"}, 0);
   };
   EXPECT_EQ(keep(R"('\\' || [Server name] || '\tools\x.dll')"), std::vector<std::string>());
   EXPECT_EQ(keep(R"('\\WEB01\tools\x.dll')"), std::vector<std::string>());
   const std::pair<Arguments, const char*> wrong[] = {
-      {{old_}, "two databases"},
+      {{old_, old_, old_}, "give one or two databases"},
+      {{old_, old_, "--since", "2026-01-31"}, "two states of one database"},
       {{old_, old_, "--against", "TWIN2", "--server", "WEB01"}, "of one database"},
       {{old_, "--server", "WEB01", "--against", "TWIN"}, "did you mean 'TWIN2'?"},
       {{old_, old_, "--server", "WEB02"}, "no server 'WEB02'"},
       {{old_, old_, "--ignore", "Stat"}, "did you mean 'State'?"},
       {{old_, new_}, "there is no such file"}};
   for (const auto& [arguments, words] : wrong) {
-    EXPECT_NE(told(arguments, 2).front().find(words), std::string::npos) << words;
+    EXPECT_NE(differences(arguments, 2).front().find(words), std::string::npos) << words;
   }
 }
 

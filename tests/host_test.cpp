@@ -106,10 +106,10 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
       {{"collect", folder_.folder("empty").string(), "--database", here}, "there is no metabase in "},
       {{"show", "--database", here}, "there is no such file"},
       {{"show", "--database", noDatabase}, "it is not a database"},
-      {{"findings", "--database", foreign}, "none of an inventory's tables"},
-      {{"report", "--database", foreign}, "none of an inventory's tables"},
-      {{"servers", "--database", foreign}, "none of an inventory's tables"},
-      {{"diff", foreign, foreign}, "none of an inventory's tables"},
+      {{"findings", "--database", foreign}, "it has no inventory"},
+      {{"report", "--database", foreign}, "it has no inventory"},
+      {{"servers", "--database", foreign}, "it has no inventory"},
+      {{"diff", foreign, foreign}, "it has no inventory"},
   };
   for (const auto& [arguments, message] : cases) {
     const Result result = run(arguments);
@@ -197,8 +197,8 @@ TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
        {"replaced 241 rows of 2 servers", "\n\x1b[31m5 problems\x1b[0m:\n", "\n  on 1 server: LEGACY (5)\n"})
     EXPECT_NE(summary.find(words), std::string::npos) << words << summary;
   EXPECT_TRUE(collect({kLegacy, kWeb01, "-v"})
-                  .out.starts_with("LEGACY: 31 rows in the place of 31, 5 problems\nWEB01: 210 rows in the "
-                                   "place of 210\nLEGACY has "));
+                  .out.starts_with("LEGACY: 31 rows (replaced 31), 5 problems\nWEB01: 210 rows (replaced "
+                                   "210)\nLEGACY has "));
 }
 
 TEST_F(Host, TellsWhatItWouldCollectAndWritesNothing) {
@@ -228,7 +228,7 @@ TEST_F(Host, ShowsHostileTextHarmlessly) {
   const std::string hostile = "\x1b[2J\r\n\u202E,\"\xFF\x9B";
   {
     Database database(database_, Database::Mode::kReadWrite, {});
-    auto statement = database.prepare("insert into tblIdentity (\"Security account\") values (?)");
+    auto statement = database.prepare("insert into tblIdentity (id, \"Security account\") values (3 << 31, ?)");
     statement.bind(1, hostile);
     statement.step();
   }
@@ -415,7 +415,7 @@ TEST_F(Host, ASignalEndsItWithoutTheLine) {
                                       });
   EXPECT_EQ(result.status, -SIGINT);
   EXPECT_EQ(result.out.substr(result.out.rfind(kWipe) + 4),
-            "iisinventory: ended by a signal; in the inventory: none; not touched: MANY\r\n");
+            "iisinventory: ended by a signal; published: none; not published: MANY\r\n");
   EXPECT_EQ(collect({"MANY=" + kWeb01}).status, 0);
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
 }

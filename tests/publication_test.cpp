@@ -1,4 +1,4 @@
-// What a run of the program leaves in the inventory: all of a server's collection or what stood before.
+// What a run of the program leaves in the inventory: all of a server's collection, or the previous one.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,13 +16,14 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "host/sections.h"
+#include "inventory/catalog/views.h"
 #include "inventory/inventory.h"
 #include "tests/support/collection.h"
 #include "tests/support/few_rows.h"
@@ -31,6 +32,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using nlohmann::json;
 using sqlite::Database;
 using Strings = std::vector<std::string>;
 using test::Arguments;
@@ -101,226 +103,379 @@ class Publication : public testing::Test {
     return found.empty() ? "" : found.front();
   }
 
-  static Strings rowsWhere(const fs::path& path, const inventory::Table& table,
-                           const std::string& condition) {
-    Database database(path, Database::Mode::kReadOnly, {});
-    auto statement = database.prepare("select * from " + std::string(table.name) + " where " + condition);
-    Strings all;
-    while (statement.step()) {
-      std::string& row = all.emplace_back();
-      for (int column = 0; column < statement.columnCount(); ++column)
-        row.append("|").append(statement.text(column).value_or("-"));
-    }
-    std::sort(all.begin(), all.end());
-    return all;
+  void execute(const std::string& sql) const {
+    Database(database_, Database::Mode::kCreate, {}).execute(sql);
+  }
+
+  // Runs another command on the database. Gives all that it prints.
+  std::string on(Arguments arguments, int status = 0) const {
+    arguments.insert(arguments.end(), {"--database", database_.string()});
+    const Result result = test::run(folder_, arguments);
+    EXPECT_EQ(result.status, status) << result.out << result.err;
+    return result.out + result.err;
   }
 
   const test::Folder folder_;
   fs::path database_ = folder_.folder("kept") / "inventory.db";
 };
 
-TEST_F(Publication, ReplacesWhatIsSelectedAndWhatIsNoLongerThere) {
+TEST_F(Publication, BringsWhatIsSelectedAndReplacesOnlyWhatItCovers) {
   // Site 4 and pool 3 are in the second state alone.
   const std::string files[] = {state(1), state(2, 4, 3)};
-  const fs::path wholes[] = {folder_ / "0.db", folder_ / "1.db"}, kept = database_;
-  const std::string there[][3] = {{"'1', '2', '3'", "'Pool 1', 'Pool 2'", ""},
-                                  {"'1', '2', '3', '4'", "'Pool 1', 'Pool 2', 'Pool 3'", ""}};
-  for (const int at : {0, 1}) {
-    database_ = wholes[at];
-    collect({"A=" + files[at]});
-  }
+  const fs::path kept = database_, whole = folder_ / "whole.db";
+  database_ = whole;
+  collect({"A=" + files[1]});
   const struct {
     Arguments options;
-    // The tables that are gathered of sites, of pools and of neither; the items selected. "*" and "" are all.
+    // The tables that are made of sites, of pools and of neither; the items selected. "*" and "" are all.
     std::string tables[3], items[3] = {};
-    bool vanished = false;
   } cases[] = {
       {{"--only", "message"}, {"tblMessageSetting"}},
       {{"--only", "General"}, {"tblGeneral", "tblGeneral"}},
       {{"--only", "Web Service Extensions"}, {"", "", "*"}},
-      {{"--site", "1"}, {"*"}, {"'1'"}},
-      {{"--site", "4", "--site", "2"}, {"*"}, {"'4', '2'"}, true},
-      {{"--pool", "pool 1"}, {"", "*"}, {"", "'Pool 1'"}},
-      {{"--pool", "Pool 3"}, {"", "*"}, {"", "'Pool 3'"}, true},
+      {{"--site", "4", "--site", "2"}, {"*"}, {"'4', '2'"}},
+      {{"--pool", "pool 3"}, {"", "*"}, {"", "'Pool 3'"}},
       {{"--only", "General", "--site", "3", "--pool", "Pool 2"},
        {"tblGeneral", "tblGeneral"},
        {"'3'", "'Pool 2'"}},
-      {{"--only", "Virtual Directories", "--site", "4", "--only", "Applied Objects"},
+      {{"--only", "Virtual Directories", "--site", "1", "--only", "Applied Objects"},
        {"tblvirtualDirectory tblvirtualDirSecurity", "tblAppliedObject"},
-       {"'4'"},
-       true},
+       {"'1'"}},
   };
   const std::string_view columns[] = {inventory::kSiteColumn, inventory::kPoolColumn,
                                       inventory::kServerColumn};
   const char* const lists[] = {"tblFTPSiteInfo", "tblAppPoolInfo", ""};
-  for (const auto& [options, tables, items, vanishes] : cases) {
-    for (const int before : {0, 1}) {
-      const int now = 1 - before;
-      database_ = kept;
-      fs::copy_file(wholes[before], database_, fs::copy_options::overwrite_existing);
-      Arguments arguments = options;
-      arguments.push_back("A=" + files[now]);
-      SCOPED_TRACE(testing::PrintToString(arguments));
-      const bool vanished = vanishes && now == 0;
-      collect(arguments, vanished ? 1 : 0, vanished ? "there is no " : "collected 1 server");
-      EXPECT_EQ(value("select count(*) from Collections"), "2");
-      for (const inventory::Table& table : inventory::tables()) {
-        for (const int side : {0, 1, 2}) {
-          const bool ofItems = hasColumn(table, columns[0]) || hasColumn(table, columns[1]);
-          if (side == 2 ? ofItems : !hasColumn(table, columns[side])) continue;
-          const std::string item = sqlite::quotedName(columns[side]), name(table.name);
-          const bool isList = name == lists[side];
-          const bool taken = tables[side] == "*" || tables[side].find(name) != std::string::npos ||
-                             (isList && tables[side] != "");
-          const std::string selected =
-              isList || items[side].empty() ? "1" : item + " in (" + items[side] + ")";
-          Strings expected =
-              rowsWhere(wholes[now], table, item + " is not null and " + (taken ? selected : "0"));
-          const Strings old = rowsWhere(
-              wholes[before], table,
-              item + (taken ? " in (" + there[now][side] + ") and not " + selected : " is not null"));
-          expected.insert(expected.end(), old.begin(), old.end());
-          std::sort(expected.begin(), expected.end());
-          EXPECT_EQ(rowsWhere(kept, table, item + " is not null"), expected) << name;
-        }
+  for (const auto& [options, tables, items] : cases) {
+    SCOPED_TRACE(testing::PrintToString(options));
+    database_ = kept;
+    collect({"A=" + files[0]});
+    const Strings before = rows();
+    Arguments arguments = options;
+    arguments.push_back("A=" + files[1]);
+    collect(arguments, 2, "A is of everything, which this one does not cover (use --replace to replace it)");
+    EXPECT_EQ(rows(), before);
+    arguments.push_back("--replace");
+    collect(arguments);
+    for (const inventory::Table& table : inventory::tables()) {
+      std::string wanted = "false";
+      for (const std::size_t side : {0U, 1U, 2U}) {
+        const bool ofItems = table.has(columns[0]) || table.has(columns[1]);
+        if (side == 2 ? ofItems : !table.has(columns[side])) continue;
+        const std::string item = sqlite::quotedName(columns[side]), name(table.name);
+        const bool isList = name == lists[side] && tables[side] != "";
+        if (tables[side] != "*" && tables[side].find(name) == std::string::npos && !isList) continue;
+        wanted += " or " + item + " is not null";
+        if (!isList && !items[side].empty()) wanted += " and " + item + " in (" + items[side] + ")";
       }
+      Database one(kept, Database::Mode::kReadOnly, {}), other(whole, Database::Mode::kReadOnly, {});
+      EXPECT_EQ(test::rowsWhere(one, table, "true"), test::rowsWhere(other, table, wanted)) << table.name;
+    }
+    arguments.pop_back();
+    collect(arguments);
+    EXPECT_EQ(value("select count(*) from Collections"), "1");
+  }
+
+  const std::pair<Arguments, Arguments> partial[] = {
+      {{"--site", "1"}, {"--site", "2", "--site", "1"}},
+      {{"--only", "Message"}, {"--only", "health", "--only", "message"}},
+      {{"--only", "Message", "--site", "1"}, {"--only", "Message"}},
+      {{"--pool", "Pool 1"}, {"--site", "1", "--pool", "POOL 1"}}};
+  for (const auto& [less, more] : partial) {
+    SCOPED_TRACE(testing::PrintToString(less));
+    fs::remove(database_);
+    const Arguments* const turns[] = {&less, &more, &less};
+    for (const std::size_t turn : {0U, 1U, 2U}) {
+      Arguments arguments = *turns[turn];
+      arguments.push_back("A=" + files[0]);
+      collect(arguments, turn == 2 ? 2 : 0, turn == 2 ? "which this one does not cover" : "no problems");
     }
   }
 }
 
-TEST_F(Publication, KeepsTheWordOnACollectionUntilAllThatItBroughtIsReplaced) {
-  const std::string good = state(1), bad = changed(good);
-  const auto problems = [&] {
-    return values(
-        "select \"Table\" || ' ' || \"Item\" || ' ' || \"Node\" from Problems where Kind = 'problem'");
-  };
-  const auto selections = [&] { return values("select \"Selection\" from Collections"); };
-  const auto general = [](const std::string& site) {
-    return "tblGeneral " + site + " IIS://A/MSFTPSVC/" + site;
-  };
-  collect({"A=" + bad}, 1);
-  EXPECT_EQ(problems(), (Strings{general("1"), general("2"), general("3")}));
-  EXPECT_EQ(value("select Problems || ' ' || Notes from Collections"), "3 0");
-  collect({"A=" + good, "--only", "General", "--site", "2"});
-  collect({"A=" + bad, "--only", "General", "--site", "3"}, 1);
-  EXPECT_EQ(problems(), (Strings{general("1"), general("3")}));
-  EXPECT_EQ(selections(), (Strings{"", "--only 'General' --site '2'", "--only 'General' --site '3'"}));
-  Arguments ofSites = {"A=" + good}, ofPools = ofSites;
-  for (const host::Section& section : host::sections()) {
-    // "General" is of both.
-    if (section.side == host::Side::kPools && section.name == "General") continue;
-    Arguments& arguments = section.side == host::Side::kFtp ? ofSites : ofPools;
-    arguments.insert(arguments.end(), {"--only", std::string(section.name)});
+TEST_F(Publication, RefusesOneServerOfSeveralAndMarksWhatWasNotCollected) {
+  collect({"B=" + state(1)});
+  const Strings before = rows();
+  const Result result = collect({"A=" + state(2), "B=" + state(2), "--only", "General", "--site", "1"}, 1,
+                                "B: not published: the previous collection of B is of everything");
+  EXPECT_NE(result.err.find("previous inventory kept: B ("), std::string::npos) << result.err;
+  EXPECT_EQ(test::rowsOf("B", rows()), before);
+  EXPECT_EQ(test::rowsOf("A", rows()).size(), 3U + 1);
+  EXPECT_EQ(values("select group_concat(tcp_port is null || path is null || access_incomplete, ' ') from "
+                   "ftp_site where server = 'A'"),
+            Strings{"011 111 111"});
+  const auto part = folder_ / "part.db";
+  fs::copy_file(database_, part);
+  for (const Arguments& command :
+       {Arguments{"findings"}, {"report"}, {"diff", part.string(), "--server", "B", "--against", "A"}}) {
+    const Result shown = test::run(
+        folder_, command.size() > 1 ? command : Arguments{command[0], "--database", database_.string()});
+    EXPECT_NE(shown.out.find("not collected"), std::string::npos) << command[0];
   }
-  collect(ofSites);
-  EXPECT_EQ(problems(), Strings());
-  EXPECT_EQ(selections().size(), 2U) << "the whole one for the rest of the pools, and this one";
-  collect(ofPools);
-  EXPECT_EQ(value("select count(*) || min(length(Selection) > 0) from Collections"), "21");
-  collect({"A=" + good});
-  EXPECT_EQ(selections(), Strings{""});
-  EXPECT_EQ(value("select \"File size\" || \"SHA-256\" from Collections").size(), 5U + 64);
 }
 
-TEST_F(Publication, TakesNamesThatDifferInCaseForOneAndLeavesOthersAlone) {
+TEST_F(Publication, KeepsAsManyCollectionsAsItIsSetTo) {
+  const auto stateAlone = [&](int number, const std::string& server) {
+    const fs::path kept = std::exchange(database_, folder_ / (std::to_string(number) + ".db"));
+    collect({server + "=" + state(number)});
+    return std::exchange(database_, kept).string();
+  };
+  const std::string third = stateAlone(3, "srv"), fourth = stateAlone(4, "SRV"), fifth = stateAlone(5, "srv");
+  collect({"srv=" + state(1)});
+  on({"servers", "--set-keep", "3"});
+  for (const int number : {2, 3, 4, 5}) collect({(number == 4 ? "SRV=" : "srv=") + state(number)});
+  EXPECT_EQ(rows(), everyRow(fs::path(fifth)));
+  for (const char* table : {"objects", "tblGeneral", "tblvirtualDirSecurity"}) {
+    EXPECT_EQ(values("select distinct id / 4294967296 from " + std::string(table) + " order by 1"),
+              (Strings{"3", "4", "5"}));
+  }
+  const Strings times = values("select Published from Collections order by collection_id");
+  const auto shown = [&](Arguments arguments, const std::string& database) {
+    arguments.insert(arguments.end(), {"--format", "csv"});
+    if (arguments[0] != "diff") arguments.insert(arguments.end(), {"--database", database});
+    const Result result = test::run(folder_, arguments);
+    EXPECT_LT(result.status, 2) << result.err;
+    return result.out;
+  };
+  const std::string database = database_.string();
+  for (const char* relation : {"Message", "app_pool"})
+    EXPECT_EQ(shown({"show", relation, "--at", times[0]}, database), shown({"show", relation}, third));
+  EXPECT_EQ(shown({"findings", "--at", times[0]}, database), shown({"findings"}, third));
+  EXPECT_EQ(shown({"diff", database}, ""), shown({"diff", fourth, fifth}, ""));
+  EXPECT_EQ(shown({"diff", database, "--since", times[0]}, ""), shown({"diff", third, fifth}, ""));
+
+  on({"remove", "SRV", "--before", times[1]});
+  EXPECT_EQ(values("select collection_id from Collections order by 1"), (Strings{"4", "5"}));
+  on({"servers", "--set-keep", "1"});
+  collect({"SRV=" + state(1)});
+  EXPECT_EQ(values("select collection_id || name from Collections join servers using (server_id)"),
+            Strings{"6SRV"});
+  on({"remove", "srv"});
+  EXPECT_EQ(rows(), Strings());
+  collect({"SRV=" + state(1)});
+  EXPECT_EQ(value("select collection_id from Collections"), "7");
+}
+
+TEST_F(Publication, TreatsNamesThatDifferInCaseAsOneServer) {
   collect({"\u00C4RGER=" + kLegacy, "\u00C4=" + state(1), "WEB=" + kLegacy}, 1);
   const Strings first = rows();
   collect({"\u00E4rger=" + kLegacy, "web=" + kLegacy}, 1, "replaced 62 rows of 2 servers ");
   EXPECT_EQ(rows().size(), first.size());
-  EXPECT_EQ(value("select count(distinct \"Server name\") from Problems"), "2");
-  EXPECT_EQ(value("select count(*) from Collections"), "3");
+  EXPECT_EQ(values("select name from servers order by server_key"), (Strings{"web", "\u00C4", "\u00E4rger"}));
+  EXPECT_EQ(values("select distinct server from ftp_site where name is not null order by 1"),
+            (Strings{"web", "\u00C4", "\u00E4rger"}));
+  EXPECT_NE(on({"show", "Problems", "--server", "\u00C4rger"}).find("\u00E4rger "), std::string::npos);
   collect({"\u00C4RGER=" + kLegacy, "WEB=" + kLegacy}, 1);
   EXPECT_EQ(rows(), first);
   collect({"web01=" SAMPLES_DIRECTORY "/WEB01/MetaBase.xml", "--pool", "\u00FCBERSICHT"});
-  EXPECT_EQ(values("select \"Application pool name\" from tblHealth where \"Server name\" = 'WEB01'"),
-            Strings{"\u00DCbersicht"});
+  EXPECT_EQ(values("select name from app_pool where server = 'web01'"), Strings{"\u00DCbersicht"});
 }
 
-TEST_F(Publication, KnowsWhoseARowWithoutAPathIsAndMakesAllOrNothingOfSeveral) {
-  const auto publish = [&](const std::vector<std::pair<std::string, const FewRows*>>& all,
-                           const inventory::Scope& scope = {}) {
-    test::publish(database_.string(), all, scope);
-  };
-  const auto sites = [&] {
-    return values("select \"Identifier\" || \"Directory name\" from tblvirtualDirectory order by 1");
-  };
-  const std::string table = "tblvirtualDirectory";
-  const FewRows a(table, {{"", "1", "a"}, {"", "2", "a"}}), fewer(table, {{"", "2", "a"}}), none(table);
-  const FewRows b(table, {{"IIS://B/MSFTPSVC/1/ROOT", "1", "b"}, {"", "1", "b"}, {"", "2", "b"}});
-  FewRows failing(table);
+TEST_F(Publication, KeepsRowsThatFitNoObjectAndPublishesAllServersOrNone) {
+  const FewRows directories(
+      "tblvirtualDirectory",
+      {{"", "1", "a"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}});
+  const FewRows pools("tblWProcessRecycling", {{"B"}, {"B", "P"}, {"B", "P"}});
+  FewRows failing("tblvirtualDirectory");
   failing.fails = true;
-  publish({{"A", &a}, {"B", &b}});
-  publish({{"a", &fewer}});
-  EXPECT_EQ(sites(), (Strings{"1b", "1b", "2a", "2b"}));
-  EXPECT_THROW(publish({{"A", &none}, {"B", &failing}}), std::exception);
-  EXPECT_EQ(sites(), (Strings{"1b", "1b", "2a", "2b"}));
-  publish({{"B", &none}},
-          {false, {{"tblvirtualDirectory", inventory::ItemKind::kSite, false, {"1"}, {"1", "2"}}}});
-  EXPECT_EQ(sites(), (Strings{"2a", "2b"}));
-  // As the bookkeeping stood earlier, and damaged.
-  const auto execute = [&](const std::string& sql) {
-    Database(database_, Database::Mode::kReadWrite, {}).execute(sql);
-  };
-  execute(R"(alter table Collections add "Still current"; alter table Collections add "Rows without a path";
-             update Collections set ("Still current", "Rows without a path") =
-               (select "Still current", "Rows without a path" from "Collections bookkeeping" as kept
-                where kept."Server name" = Collections."Server name");
-             drop table "Collections bookkeeping")");
-  publish({{"C", &none}});
-  publish({{"B", &none}});
-  EXPECT_EQ(sites(), Strings{"2a"});
-  EXPECT_EQ(value("select count(*) from pragma_table_info('Collections')"), "14");
-  for (const char* text : {"[", "7", "[7]", R"([{"table":"tblvirtualDirectory","row":[7]}])"}) {
-    execute("update \"Collections bookkeeping\" set \"Rows without a path\" = '" + std::string(text) + "'");
-    EXPECT_THROW(publish({{"A", &fewer}}), inventory::Error) << text;
-    EXPECT_EQ(sites(), Strings{"2a"});
-  }
+  test::publish(database_.string(), {{"A", &directories}, {"B", &pools}});
+  EXPECT_EQ(values("select (id & 4294967295) || [Directory name] from tblvirtualDirectory order by id"),
+            (Strings{"1b", "2147483648a", "2147483649b"}));
+  EXPECT_EQ(values("select (id & 4294967295) || coalesce(' ' || (object_id & 4294967295), '') from "
+                   "tblWProcessRecycling order by id"),
+            (Strings{"2 1", "3 1", "2147483648"}));
+  EXPECT_EQ(values("select \"Rows\" from Collections"), (Strings{"3", "3"}));
+  on({"verify"});
+  const Strings before = rows();
+  EXPECT_THROW(test::publish(database_.string(), {{"B", &directories}, {"A", &failing}}), std::exception);
+  EXPECT_EQ(rows(), before);
 }
 
-TEST_F(Publication, TurnsAFileOfVersionOneIntoOneWithoutALog) {
-  for (const std::string mode : {"delete", "wal", "killed"}) {
-    SCOPED_TRACE(mode);
-    fs::remove(database_);
-    collect({"A=" + kLegacy}, 1);
-    const Strings before = rows();
-    // As version 1.0.0 left it, or would have if it had been killed.
-    test::endOf(test::inChild([&] {
-      Database database(database_, Database::Mode::kReadWrite, {});
-      database.execute("drop table Collections; drop table Problems");
-      auto look =
-          database.prepare("select 'drop index \"' || name || '\"' from sqlite_schema where type = 'index'");
-      Strings drops;
-      while (look.step()) drops.emplace_back(*look.text(0));
-      for (const std::string& drop : drops) database.execute(drop);
-      if (mode != "delete") database.execute("pragma journal_mode = wal");
-      database.execute("update tblGeneral set State = 'of 1.0.0'");
-      if (mode == "killed") ::kill(::getpid(), SIGKILL);
-    }));
-    EXPECT_EQ(fs::exists(database_.string() + "-wal"), mode == "killed");
-    EXPECT_EQ(test::run(folder_, {"show", "--database", database_.string()}).status, 0);
-    collect({"B=" + state(1)});
-    EXPECT_EQ(test::rowsOf("A", rows()).size(), before.size());
-    EXPECT_EQ(value("select count(*) from tblGeneral where State = 'of 1.0.0'"), "2");
-    EXPECT_EQ(value("pragma journal_mode"), "delete");
-    EXPECT_EQ(value("pragma integrity_check"), "ok");
-    EXPECT_EQ(value("select count(distinct tbl_name) from sqlite_schema where type = 'index'"), "21");
-    for (const char* beside : {"-wal", "-shm", "-journal"}) {
-      EXPECT_FALSE(fs::exists(database_.string() + beside)) << beside;
+TEST_F(Publication, SaysWhatIsNotKnownAndWhereObjectsAre) {
+  collect({kLegacy, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1);
+  EXPECT_EQ(values("select incomplete from objects where incomplete is not null"), Strings{"|ftp_access|"});
+  Strings unknown;
+  for (const inventory::Table& table : inventory::tables()) {
+    const std::string name(table.name);
+    Strings stored, shown;
+    for (const std::string& marks : values("select coalesce(not_known, '') from " + name + " order by id")) {
+      if (!marks.empty()) unknown.push_back(marks);
+      std::string& names = stored.emplace_back();
+      for (const inventory::Column& column : table.columns) {
+        const std::string mark = "|" + std::string(column.viewName) + "|";
+        if (mark != "||" && marks.find(mark) != std::string::npos)
+          names.append(names.empty() ? "" : "; ").append(column.name);
+      }
     }
-    // They say whose they are, so that their next collection replaces them.
-    collect({"A=" + kLegacy}, 1);
-    EXPECT_EQ(test::rowsOf("A", rows()), before);
+    for (const json& row : json::parse(on({"show", name, "--format", "json"})))
+      shown.push_back(row["Not known"].is_null() ? "" : row["Not known"].get<std::string>());
+    EXPECT_EQ(stored, shown) << name;
+  }
+  EXPECT_EQ(unknown, Strings{"|grants_others|granted_addresses|denied_addresses|"});
+  EXPECT_EQ(value("select parent || name from ftp_access where grants_others is null or address is null"),
+            "IIS://LEGACY/MSFTPSVC/1/ROOTprivate");
+
+  for (const std::string server : {"LEGACY", "WEB01"}) {
+    Strings lines{""};
+    std::ifstream file(SAMPLES_DIRECTORY "/" + server + "/MetaBase.xml");
+    for (std::string line; std::getline(file, line);) lines.push_back(line);
+    const std::string of =
+        " from objects join Collections using (collection_id) where node is not null and "
+        "\"Server name\" = '" +
+        server + "' order by id";
+    const Strings nodes = values("select node" + of), places = values("select line" + of);
+    EXPECT_EQ(nodes.size(), server == "LEGACY" ? 7U : 37U);
+    for (std::size_t at = 0; at < nodes.size(); ++at)
+      EXPECT_NE(lines.at(std::stoul(places[at])).find("\"" + nodes[at] + "\""), std::string::npos)
+          << nodes[at];
+  }
+  EXPECT_EQ(value("select count(*) from objects o left join objects p on p.id = o.parent where o.parent <> 0 "
+                  "and (p.kind is null or p.collection_id <> o.collection_id)"),
+            "0");
+  EXPECT_EQ(value("select p.key from objects o join objects p on p.id = o.parent where o.key = 'HR'"),
+            "Batch Pool");
+}
+
+TEST_F(Publication, ReadsViewsByKeysAlone) {
+  collect({kLegacy, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1);
+  const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite, "");
+  Database database(database_, Database::Mode::kReadOnly, {});
+  for (const inventory::View& view : inventory::views(dialect, "selected")) {
+    const std::string sql = "select * from " + view.name;
+    for (const std::string& query :
+         {sql + " where server = 'WEB01'",
+          inventory::withViews(
+              dialect, "select current_collection, name from servers where server_key = 'web01'", sql)}) {
+      auto plan = database.prepare("explain query plan " + query);
+      int searches = 0;
+      while (plan.step()) {
+        const std::string step(plan.text(3).value());
+        searches += step.starts_with("SEARCH");
+        if (!step.starts_with("SCAN")) continue;
+        const bool isSmall = step.starts_with("SCAN servers") || step.starts_with("SCAN (subquery") ||
+                             step == "SCAN " + view.name;
+        EXPECT_TRUE(isSmall) << view.name << ": " << step;
+      }
+      EXPECT_GT(searches, 0) << view.name;
+    }
   }
 }
 
-TEST_F(Publication, RefusesSomebodyElsesTablesAndServersWithoutARow) {
-  const auto execute = [&](const std::string& sql) {
-    Database(database_, Database::Mode::kCreate, {}).execute(sql);
+TEST_F(Publication, RestoresWhatTheSchemaLacks) {
+  const std::string web01 = SAMPLES_DIRECTORY "/WEB01/MetaBase.xml";
+  collect({web01});
+  const Strings before = rows();
+  const char* const counts =
+      "select count(*) || ' ' || count(pinging) || ' ' || count(account) from app_pool";
+  const std::string all = value(counts);
+  execute(
+      "drop view app_pool; drop view ftp_site; drop table tblIdentity; drop table objects;"
+      "alter table tblHealth drop column \"Enable pinging\"; alter table Collections drop column Machine");
+  collect({web01});
+  EXPECT_EQ(rows(), before);
+  EXPECT_EQ(value(counts), all);
+  EXPECT_EQ(value("select count(*) from ftp_site where welcome_message is not null"), "12");
+  EXPECT_NE(value("select \"Machine\" from Collections"), "-");
+  EXPECT_NE(on({"verify"}).find("no problems found"), std::string::npos);
+  execute("drop view app_pool; create view app_pool as select 7 as answer");
+  collect({web01});
+  EXPECT_EQ(value(counts), all);
+  execute("drop view app_pool; drop table tblIdentity; create table tblIdentity (Number)");
+  collect({web01}, 2, "its table tblIdentity is not an inventory's (it has no column 'id')");
+}
+
+TEST_F(Publication, VerifyFindsWhatIsMissingAndWhatBelongsToNothing) {
+  collect({kLegacy, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1);
+  on({"servers", "--set-keep", "2"});
+  collect({kLegacy}, 1);
+  EXPECT_NE(on({"verify"}).find("3 collections of 2 servers, no problems found"), std::string::npos);
+  const fs::path good = folder_ / "good.db";
+  fs::copy_file(database_, good);
+  const std::pair<const char*, const char*> damages[] = {
+      {"delete from tblHealth where id = (select max(id) from tblHealth)",
+       "collection 2 of WEB01 has 5 rows in tblHealth, expected 6\n"},
+      {"delete from Problems where id = (select min(id) from Problems)",
+       "collection 1 of LEGACY has 4 rows in Problems, expected 5\n"},
+      {"insert into tblPerformance (id) values (99 << 32)",
+       "tblPerformance has 1 rows of collection 99, which does not exist\n"},
+      {"insert into objects (id, collection_id) values (99 << 32, 99)", "1 objects of no collection\n"},
+      {"delete from objects where kind = 'extension'", "9 rows in tblWSExtension about no object\n"},
+      {"delete from objects where id = (select max(id) from tblFTPSiteInfo)",
+       "1 rows in tblFTPSiteInfo about no object\n"},
+      {"update servers set current_collection = 7 where name = 'WEB01'",
+       "1 servers whose current collection is missing\n"},
+      {"delete from servers where name = 'LEGACY'", "2 collections of no server\n"}};
+  for (const auto& [sql, words] : damages) {
+    fs::copy_file(good, database_, fs::copy_options::overwrite_existing);
+    execute(sql);
+    const std::string found = on({"verify"}, 1);
+    EXPECT_NE(found.find(words), std::string::npos) << words << found;
+  }
+  fs::copy_file(good, database_, fs::copy_options::overwrite_existing);
+  const std::streamoff page = std::stol(value("select rootpage from sqlite_schema where name = 'tblHealth'"));
+  std::fstream(database_, std::ios::in | std::ios::out | std::ios::binary).seekp((page - 1) * 4096)
+      << std::string(4096, 'x');
+  on({"verify"}, 1);
+  collect({"WEB01=" SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 2, "damaged");
+}
+
+// Readers get each collection whole, or its successor, and keep nobody from publishing.
+TEST_F(Publication, ReplacesACollectionWhileItIsReadWithItsSuccessor) {
+  collect({"A=" + state(1), "B=" + state(1), "C=" + state(1)});
+  const auto inventory = inventory::openForReading(database_.string(), {});
+  Strings replaced, seen;
+  inventory::Reader reader =
+      inventory->read([&](const inventory::CollectionInfo& deleted) { replaced.push_back(deleted.server); });
+  reader.forEach(reader.collections(), [&](const std::unique_ptr<inventory::ServerData> data) {
+    if (data->server() == "A") {
+      collect({"A=" + state(2), "b=" + state(2), "--wait", "0"});
+      on({"remove", "C"});
+    }
+    const auto message = inventory::column("tblMessageSetting", "Exit Message");
+    seen.push_back(data->server() + " " + data->row(message.table, 0).text(message));
+    EXPECT_EQ(data->row(message.table, 2).text(message), data->row(message.table, 0).text(message));
+  });
+  EXPECT_EQ(seen, (Strings{"A Good bye 1", "b Good bye 2"}));
+  EXPECT_EQ(replaced, (Strings{"B", "C"}));
+
+  // A row at a time.
+  const inventory::Table& table = inventory::tables()[inventory::table("tblMessageSetting")];
+  seen.clear();
+  std::size_t count = 0;
+  const auto collections = reader.collections();
+  collect({"b=" + state(3), "--wait", "0"});
+  reader.forEachRow(table, collections, [&](const inventory::TableRow& row) {
+    count += row.cell(table.find("Exit Message")) ==
+             (row.collection().server == "A" ? "Good bye 2" : "Good bye 3");
+  });
+  EXPECT_EQ(count, 6U);
+  EXPECT_EQ(replaced.size(), 3U);
+}
+
+TEST_F(Publication, RefusesOtherTablesOtherVersionsAndServersWithoutARow) {
+  const auto isUntouched = [&](const std::vector<Arguments>& commands, const std::string& words) {
+    const std::string bytes = test::contents(database_);
+    for (const Arguments& command : commands) {
+      const std::string found = on(command, 2);
+      EXPECT_NE(found.find(words), std::string::npos) << command[0] << found;
+    }
+    return test::contents(database_) == bytes;
   };
+  execute(
+      "create table tblGeneral (\"Server name\", State); create table Collections (\"Server name\", Rows)");
+  EXPECT_TRUE(
+      isUntouched({{"collect", kLegacy},
+                   {"collect", kLegacy, "--force"},
+                   {"show"},
+                   {"servers"},
+                   {"report"},
+                   {"findings"},
+                   {"verify"},
+                   {"remove", "A"},
+                   {"servers", "--set-keep", "2"}},
+                  "it was written by version 1 of this program, which has another data model (collect"));
+  fs::remove(database_);
   execute("create table Orders (Number); insert into Orders values (7)");
-  const std::string bytes = test::contents(database_);
-  collect({"A=" + kLegacy}, 2, "--force");
-  EXPECT_EQ(test::contents(database_), bytes);
+  EXPECT_TRUE(isUntouched({{"collect", kLegacy}}, "other tables but no inventory (use --force"));
   collect({"A=" + kLegacy, "--force"}, 1);
   EXPECT_EQ(value("select Number from Orders"), "7");
   collect({"A=" + kLegacy}, 1);
@@ -329,19 +484,17 @@ TEST_F(Publication, RefusesSomebodyElsesTablesAndServersWithoutARow) {
   const std::string empty = folder_.file(
       "empty.xml",
       "<configuration><MBProperty><IIsFtpService Location='/LM/MSFTPSVC'/></MBProperty></configuration>");
-  collect({"A=" + empty}, 2, "A: the former inventory stands, 31 rows");
+  collect({"A=" + empty}, 2, "previous inventory kept: A (31 rows)");
   EXPECT_EQ(rows(), before);
   collect({"A=" + empty, "B=" + kLegacy}, 1);
   EXPECT_EQ(rows().size(), 2 * before.size());
 
   fs::permissions(database_.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
-  collect({"A=" + kLegacy}, 2, "its directory can't be written to", withoutRights);
+  collect({"A=" + kLegacy}, 2, "its directory is not writable", withoutRights);
   fs::permissions(database_.parent_path(), fs::perms::owner_all);
-  execute(
-      "drop view app_pool; alter table tblHealth rename column \"Enable pinging\" to Pings; drop table "
-      "tblIdentity");
-  collect({"A=" + kLegacy}, 2, "tblHealth has no column 'Enable pinging'");
-  EXPECT_EQ(value("select count(*) from sqlite_schema where name = 'tblIdentity'"), "0");
+  execute("update settings set value = '3' where name = 'schema_version'");
+  EXPECT_TRUE(isUntouched({{"collect", kLegacy}, {"collect", kLegacy, "--force"}, {"show"}, {"verify"}},
+                          "version '3', this program's of 2 (use the version of the program that wrote it)"));
 }
 
 TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
@@ -360,7 +513,7 @@ TEST_F(Publication, WaitsForOthersAsLongAsItIsTold) {
     Result result = start("0.01")->end();
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.err.find("locked by somebody else"), std::string::npos) << result.err;
-    EXPECT_NE(result.out.find("all of them: the logs in "), std::string::npos) << result.out;
+    EXPECT_NE(result.out.find("list them: see the logs in "), std::string::npos) << result.out;
     const auto interrupted = start("100000");
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     ::kill(interrupted->id(), SIGTERM);
@@ -392,7 +545,7 @@ TEST_F(Publication, IsNotHeldUpByWhoeverDoesNotRead) {
   ::kill(program.id(), SIGINT);
   const Result result = program.end();
   EXPECT_EQ(result.status, -SIGINT);
-  EXPECT_EQ(result.err, "iisinventory: ended by a signal; in the inventory: A; not touched: none\n");
+  EXPECT_EQ(result.err, "iisinventory: ended by a signal; published: A; not published: none\n");
   EXPECT_TRUE(fs::is_empty(folder_ / "temporary"));
   ::close(ends[0]);
   ::close(ends[1]);
@@ -445,7 +598,7 @@ class Disk {
   bool there_ = false;
 };
 
-TEST_F(Publication, OnASmallDiskIsWholeOrLeavesWhatStood) {
+TEST_F(Publication, OnASmallDiskIsWholeOrLeavesThePreviousOne) {
   if (!ownMounts()) GTEST_SKIP() << "nothing may be mounted here";
   const std::string old = state(1);
   const std::string now = changed(state(2));
@@ -483,7 +636,7 @@ TEST_F(Publication, OnASmallDiskIsWholeOrLeavesWhatStood) {
     if (fs::exists(database_)) {
       EXPECT_EQ(value("pragma integrity_check"), "ok");
     }
-    EXPECT_EQ(result.err.find("former inventory stands") != std::string::npos, again && !isPublished);
+    EXPECT_EQ(result.err.find("previous inventory kept") != std::string::npos, again && !isPublished);
     for (const fs::directory_entry& entry : fs::directory_iterator(place)) {
       EXPECT_TRUE(known.contains(entry.path().filename())) << entry;
     }
@@ -532,7 +685,7 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
   const Disk disk(place, 2048);
   const Result result =
       collect({"A=" + large}, 2, "the temporary database: there is no space left", elsewhere);
-  EXPECT_NE(result.err.find("the former inventory stands"), std::string::npos) << result.err;
+  EXPECT_NE(result.err.find("previous inventory kept"), std::string::npos) << result.err;
   EXPECT_EQ(rows(), before);
   EXPECT_TRUE(fs::is_empty(place));
   collect({"A=" + small}, 0, "", elsewhere);

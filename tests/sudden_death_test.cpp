@@ -120,7 +120,7 @@ TEST_F(SuddenDeath, LeavesEachServerOldOrNew) {
       EXPECT_TRUE(isNew || rows == rows_[stands[at]][at]) << kServers[at] << " has " << rows.size();
       EXPECT_TRUE(isNew || result.status != 0);
       if (told && stands[at] != round % 2) {
-        EXPECT_EQ(result.err.find(kServers[at]) < result.err.find("; not touched: "), isNew) << result.err;
+        EXPECT_EQ(result.err.find(kServers[at]) < result.err.find("; not published: "), isNew) << result.err;
       }
       changed += isNew && stands[at] != round % 2;
       if (isNew) stands[at] = round % 2;

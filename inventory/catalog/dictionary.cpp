@@ -63,11 +63,19 @@ std::vector<DictionaryEntry> dictionary() {
 }
 
 std::string dictionaryPage(std::span<const DictionaryEntry> entries) {
-  std::string page, relation;
+  std::string relation,
+      page =
+          "# Data dictionary\n\n"
+          "The views and tables of an inventory, the same in SQLite and PostgreSQL. This page is generated: "
+          "`iisinventory schema\n--format markdown > docs/tables.md`. Null in a view means that a value is "
+          "unknown, "
+          "was not collected, or is not\nof the column's type; the column Null says what it means in a "
+          "table. An "
+          "empty text is an empty value.\n";
   for (const DictionaryEntry& entry : entries) {
     if (entry.relation != relation) {
       relation = entry.relation;
-      page += (page.empty() ? "## " : "\n## ") + relation + "\n\n" + (entry.isView ? "View. " : "Table. ") +
+      page += "\n## " + relation + "\n\n" + (entry.isView ? "View. " : "Table. ") +
               std::string(entry.relationMeaning) +
               ".\n\n| Column | Type | Meaning | Null | Metabase properties |\n" + "|---|---|---|---|---|\n";
     }

@@ -247,8 +247,13 @@ class SqliteDriver : public Driver {
     const auto session = read();
     const auto rows = session->query("pragma integrity_check");
     std::vector<std::string> lines;
-    while (rows->next()) {
-      if (rows->cell(0) != "ok") lines.push_back(rows->text(0));
+    try {
+      while (rows->next()) {
+        if (rows->cell(0) != "ok") lines.push_back(rows->text(0));
+      }
+    } catch (const Error&) {
+      // The check ends where it cannot go on.
+      if (lines.empty()) throw;
     }
     return lines;
   }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 
-#include "inventory/tables.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"
@@ -21,20 +20,47 @@ void registerEverything() {
   DllRegisterServer();
 }
 
+namespace {
+
+std::string columnsOf(const inventory::Table& table, const std::string& after) {
+  std::string list;
+  for (const inventory::Column& column : table.columns)
+    list += (list.empty() ? "" : ", ") + sqlite::quotedName(column.name) + after;
+  return list;
+}
+
+}  // namespace
+
 void createTables(Database& database) {
-  for (const inventory::Table& table : inventory::tables()) database.execute(inventory::creationSql(table));
+  for (const inventory::Table& table : inventory::tables()) {
+    database.execute("create table " + sqlite::quotedName(table.name) + " (" +
+                     columnsOf(table, " text collate nocase") + ")");
+  }
+}
+
+std::vector<std::string> rowsWhere(Database& database, const inventory::Table& table,
+                                   const std::string& condition) {
+  auto statement = database.prepare("select " + columnsOf(table, "") + " from " +
+                                    sqlite::quotedName(table.name) + " where " + condition);
+  std::vector<std::string> all;
+  while (statement.step()) {
+    std::string& row = all.emplace_back(std::string(table.name) + ": ");
+    for (int column = 0; column < statement.columnCount(); ++column) {
+      row.append(column == 0 ? "" : "|").append(statement.text(column).value_or("-"));
+    }
+  }
+  std::sort(all.begin(), all.end());
+  return all;
 }
 
 std::vector<std::string> everyRow(Database& database) {
+  const bool isInventory = database.value("select count(*) from sqlite_schema where name = 'servers'") == "1";
   std::vector<std::string> all;
   for (const inventory::Table& table : inventory::tables()) {
-    auto statement = database.prepare("select * from " + sqlite::quotedName(table.name));
-    while (statement.step()) {
-      std::string& row = all.emplace_back(std::string(table.name) + ": ");
-      for (int column = 0; column < statement.columnCount(); ++column) {
-        row.append(column == 0 ? "" : "|").append(statement.text(column).value_or("-"));
-      }
-    }
+    const auto rows =
+        rowsWhere(database, table,
+                  isInventory ? "id / 4294967296 in (select current_collection from servers)" : "true");
+    all.insert(all.end(), rows.begin(), rows.end());
   }
   std::sort(all.begin(), all.end());
   return all;

@@ -7,7 +7,7 @@
 #include <regex>
 #include <sstream>
 
-#include "inventory/tables.h"
+#include "inventory/catalog/catalog.h"
 #include "platform/desktop/desktop.h"
 #include "platform/metabase/servers.h"
 #include "platform/store/store.h"

@@ -46,14 +46,14 @@ class FewRows : public inventory::RowSource {
 // Publishes the rows of servers, all in one go.
 inline std::vector<inventory::Published> publish(
     const std::string& database, const std::vector<std::pair<std::string, const FewRows*>>& servers,
-    const inventory::Scope& scope = {}) {
-  std::vector<inventory::Result> results(servers.size());
+    const inventory::Coverage& coverage = inventory::Coverage::everything()) {
+  std::vector<inventory::Collected> collected(servers.size());
   for (std::size_t at = 0; at < servers.size(); ++at) {
-    results[at].origin.server = servers[at].first;
-    results[at].scope = scope;
-    results[at].rows = servers[at].second;
+    collected[at].origin.server = servers[at].first;
+    collected[at].coverage = coverage;
+    collected[at].rows = servers[at].second;
   }
-  return inventory::openForPublishing(database, {})->publish(results);
+  return inventory::openForPublishing(database, {})->publish(collected);
 }
 
 }  // namespace test
