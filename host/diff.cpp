@@ -83,17 +83,22 @@ ComparedTable comparedTable(std::size_t place, ObjectKind kind, const ComparedTa
 
 // `ignored`: folded names of columns.
 std::vector<EntityType> entityTypes(const Strings& ignored) {
+  constexpr std::pair<ObjectKind, std::size_t> kLists[] = {
+      {ObjectKind::kSite, inventory::table("tblFTPSiteInfo")},
+      {ObjectKind::kDirectory, inventory::table("tblvirtualDirectory")},
+      {ObjectKind::kPool, inventory::table("tblAppPoolInfo")},
+      {ObjectKind::kExtension, inventory::table("tblWSExtension")}};
   std::vector<EntityType> types;
-  for (const ObjectKind kind :
-       {ObjectKind::kSite, ObjectKind::kDirectory, ObjectKind::kPool, ObjectKind::kExtension}) {
-    EntityType& type = types.emplace_back(EntityType{kind, {}});
+  for (const auto& [kind, list] : kLists) {
+    EntityType& type = types.emplace_back(EntityType{kind, {comparedTable(list, kind, nullptr, ignored)}});
     for (std::size_t at = 0; at < inventory::tables().size(); ++at) {
       const inventory::Table& table = inventory::tables()[at];
       // A pool's applications are compared as a set.
-      if (!table.isAbout(kind) && !(kind == ObjectKind::kPool && table.isAbout(ObjectKind::kApplication)))
-        continue;
-      type.tables.push_back(
-          comparedTable(at, kind, type.tables.empty() ? nullptr : &type.tables.front(), ignored));
+      const bool isAbout =
+          table.isAbout(kind) || (kind == ObjectKind::kPool && table.isAbout(ObjectKind::kApplication));
+      if (at == list || !isAbout) continue;
+      const ComparedTable compared = comparedTable(at, kind, &type.tables.front(), ignored);
+      type.tables.push_back(compared);
     }
   }
   return types;

@@ -98,11 +98,13 @@ std::string Coverage::itemsText() const {
 Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
   Coverage coverage;
   tables.remove_prefix(std::min<std::size_t>(1, tables.size()));
-  while (!tables.empty()) {
+  while (tables.size() > 1) {
     // A table of a later version is none that this one could miss.
-    std::string_view entry = declarations::take(tables, '|');
-    const std::string_view name = declarations::take(entry, ':');
-    if (const auto at = placeOf(name, objectKind(entry))) coverage.looked_.set(*at);
+    const std::string_view entry = tables.substr(0, tables.find('|'));
+    tables.remove_prefix(std::min(tables.size(), entry.size() + 1));
+    const std::size_t colon = std::min(entry.find(':'), entry.size() - 1);
+    if (const auto at = placeOf(entry.substr(0, colon), objectKind(entry.substr(colon + 1))))
+      coverage.looked_.set(*at);
   }
   if (items.empty()) return coverage;
   try {

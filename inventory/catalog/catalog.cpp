@@ -5,37 +5,27 @@
 namespace inventory {
 namespace {
 
-template <typename Value, std::size_t kCount>
-std::string_view wordOf(const std::pair<std::string_view, Value> (&words)[kCount], Value value) {
-  for (const auto& [word, each] : words) {
-    if (each == value) return word;
-  }
-  return {};
-}
+constexpr std::string_view kKinds[] = {"", "site", "directory", "pool", "extension", "application"};
+constexpr std::string_view kTypes[] = {"text", "integer", "real", "boolean", "time"};
 
 bool isMadeOf(const Column& column, const std::string& property) {
-  std::string_view rest = column.properties;
-  while (!rest.empty()) {
-    if (folded(declarations::take(rest, ' ')) == property) return true;
-  }
-  return false;
+  const std::string all = " " + folded(column.properties) + " ";
+  return all.find(" " + property + " ") != all.npos;
 }
 
 }  // namespace
 
 std::string_view wordFor(ObjectKind kind) {
-  return wordOf(declarations::kKinds, kind);
+  return kKinds[static_cast<std::size_t>(kind)];
 }
 
 ObjectKind objectKind(std::string_view word) {
-  for (const auto& [text, kind] : declarations::kKinds) {
-    if (text == word) return kind;
-  }
-  return ObjectKind::kNone;
+  const auto found = std::ranges::find(kKinds, word);
+  return found == std::end(kKinds) ? ObjectKind::kNone : static_cast<ObjectKind>(found - std::begin(kKinds));
 }
 
 std::string_view wordFor(Type type) {
-  return wordOf(declarations::kTypes, type);
+  return kTypes[static_cast<std::size_t>(type)];
 }
 
 std::vector<std::size_t> columnsMadeOf(const Table& table, ObjectKind kind, std::string_view property) {

@@ -88,19 +88,19 @@ struct ColumnRef {
 
 }  // namespace inventory
 
-#include "inventory/catalog/declarations.h"
+#include "inventory/catalog/catalog_data.h"
 
 namespace inventory {
 
 // The tables that collections fill, in the order in which they are made and shown.
 constexpr std::span<const Table> tables() {
-  return std::span(declarations::kAllTables).first(declarations::dataTableCount());
+  return std::span(declarations::kTables).first(declarations::kDataTables);
 }
 
 // The inventory's own tables, in the order in which they are made. The program shows "Collections" and
 // "Problems".
 constexpr std::span<const Table> ownTables() {
-  return std::span(declarations::kAllTables).subspan(declarations::dataTableCount());
+  return std::span(declarations::kTables).subspan(declarations::kDataTables);
 }
 
 // The place of a table in tables(), or their number.
@@ -168,7 +168,7 @@ struct DictionaryEntry {
   Type type = Type::kText;
   std::string meaning;
   std::string nullMeaning;
-  std::string properties;  // of the metabase
+  std::string properties;      // of the metabase
   bool isBookkeeping = false;  // of the inventory itself; not shown
 };
 
