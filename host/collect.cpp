@@ -355,25 +355,31 @@ class Collection : private Publisher::Listener {
     }
   }
 
+  void onUnknown(Servers servers) noexcept override {
+    for (const auto& server : servers) setState(server->place, PublishState::kUnknown);
+  }
+
   void onFailed(Servers servers, const char* why) noexcept override {
-    reportFailure(servers, PublishState::kFailed, "not published: ", why);
-  }
-
-  void onUnknown(Servers servers, const char* why) noexcept override {
-    reportFailure(servers, PublishState::kUnknown, "", why);
-  }
-
-  void reportFailure(Servers servers, PublishState state, const char* what, const char* why) noexcept {
     try {
       std::vector<std::string> names;
+      bool isUnknown = false;
       for (const auto& server : servers) {
-        setState(server->place, state);
+        isUnknown = isUnknown || markFailed(server->place) == PublishState::kUnknown;
         names.push_back(servers_[server->place].name);
       }
-      fail(listed(names, kMostNames) + ": " + what + why);
+      // An unknown outcome names a single server itself.
+      const std::string who = isUnknown && names.size() == 1 ? "" : listed(names, kMostNames) + ": ";
+      fail(who + (isUnknown ? "" : "not published: ") + why);
     } catch (const std::bad_alloc&) {
       complain(why);
     }
+  }
+
+  // Unless its outcome is unknown. Gives the state.
+  PublishState markFailed(std::size_t place) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (states_[place] != PublishState::kUnknown) states_[place] = PublishState::kFailed;
+    return states_[place];
   }
 
   void setState(std::size_t place, PublishState state) noexcept {

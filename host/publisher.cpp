@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <iterator>
 #include <span>
+#include <thread>
 #include <utility>
 
 namespace host {
@@ -113,7 +114,7 @@ void Publisher::stop() {
 }
 
 void Publisher::publishWaiting() {
-  if (stopped_) return;
+  awaitEnd();
   Batch batch;
   {
     const std::lock_guard lock(mutex_);
@@ -121,17 +122,25 @@ void Publisher::publishWaiting() {
     waitingRows_ = 0;
   }
   if (!batch.empty()) publish(batch);
+  awaitEnd();
   for (auto& finished : batch) recycle(std::move(finished->staging));
+}
+
+// Once it is stopped, the end of the process reports what was published, and nothing else may.
+void Publisher::awaitEnd() const {
+  while (stopped_) std::this_thread::sleep_for(std::chrono::hours(1));
 }
 
 void Publisher::publish(std::span<std::unique_ptr<CollectedServer>> batch) {
   const auto tryEach = [&](const char* why) {
-    if (batch.size() == 1 || stopped_) return listener_.onFailed(batch, why);
+    if (stopped_) return;
+    if (batch.size() == 1) return listener_.onFailed(batch, why);
     for (auto& server : batch) publish({&server, 1});
   };
   if (hasGivenUp_) {
-    const std::unique_lock lock(mutex_);
+    std::unique_lock lock(mutex_);
     const std::string why = sharedFailure_;
+    lock.unlock();
     return listener_.onFailed(batch, why.c_str());
   }
   std::vector<inventory::Published> published;
@@ -141,25 +150,17 @@ void Publisher::publish(std::span<std::unique_ptr<CollectedServer>> batch) {
       server->outcome.collected.rows = server->staging.get();
       collected.push_back(server->outcome.collected);
     }
-    const SemaphoreGuard guard(transactions_);
-    published = inventory_.publish(collected, options_);
-    for (std::size_t at = 0; at < batch.size(); ++at) listener_.onCommitted(*batch[at], published[at]);
+    published = commit(batch, collected);
   } catch (const inventory::OutcomeUnknown& error) {
-    giveUp(error.what());
-    return listener_.onUnknown(batch, error.what());
+    return giveUp(batch, error.what(), "the connection to the database was lost");
   } catch (const inventory::ServerRefused& error) {
     return tryEach(error.what());
   } catch (const inventory::Locked& error) {
-    giveUp(error.what());
-    return listener_.onFailed(batch, error.what());
+    return giveUp(batch, error.what(), error.what());
   } catch (const inventory::Unreachable& error) {
-    giveUp(error.what());
-    return listener_.onFailed(batch, error.what());
+    return giveUp(batch, error.what(), error.what());
   } catch (const inventory::Forbidden& error) {
-    giveUp(error.what());
-    return listener_.onFailed(batch, error.what());
-  } catch (const inventory::Interrupted& error) {
-    return listener_.onFailed(batch, error.what());
+    return giveUp(batch, error.what(), error.what());
   } catch (const std::exception& error) {
     // One of them may have been too much for it.
     return tryEach(error.what());
@@ -167,11 +168,29 @@ void Publisher::publish(std::span<std::unique_ptr<CollectedServer>> batch) {
   for (std::size_t at = 0; at < batch.size(); ++at) listener_.onPublished(*batch[at], published[at]);
 }
 
-// What all servers share is not tried again for each of them.
-void Publisher::giveUp(const char* why) {
-  const std::lock_guard lock(mutex_);
-  if (sharedFailure_.empty()) sharedFailure_ = why;
-  hasGivenUp_ = true;
+// stop() waits for the transaction and for what the listener learns of its outcome.
+std::vector<inventory::Published> Publisher::commit(std::span<std::unique_ptr<CollectedServer>> batch,
+                                                    std::span<const inventory::Collected> collected) {
+  const SemaphoreGuard guard(transactions_);
+  try {
+    auto published = inventory_.publish(collected, options_);
+    for (std::size_t at = 0; at < batch.size(); ++at) listener_.onCommitted(*batch[at], published[at]);
+    return published;
+  } catch (const inventory::OutcomeUnknown&) {
+    listener_.onUnknown(batch);
+    throw;
+  }
+}
+
+// What all servers share is not tried again for each of them. `others` is why they are not published.
+void Publisher::giveUp(std::span<const std::unique_ptr<CollectedServer>> batch, const char* why,
+                       const char* others) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (sharedFailure_.empty()) sharedFailure_ = others;
+    hasGivenUp_ = true;
+  }
+  if (!stopped_) listener_.onFailed(batch, why);
 }
 
 }  // namespace host

@@ -37,10 +37,10 @@ class Publisher {
     virtual void onCommitted(const CollectedServer&, const inventory::Published&) noexcept = 0;
     // The time to report it.
     virtual void onPublished(const CollectedServer&, const inventory::Published&) noexcept = 0;
-    // Some servers were not published, for one reason.
+    // The connection was lost, and they may have been published. The same holds for this call.
+    virtual void onUnknown(std::span<const std::unique_ptr<CollectedServer>>) noexcept = 0;
+    // The time to report, for one reason, that some were not published, or may not have been.
     virtual void onFailed(std::span<const std::unique_ptr<CollectedServer>>, const char* why) noexcept = 0;
-    // The connection was lost, and they may have been published.
-    virtual void onUnknown(std::span<const std::unique_ptr<CollectedServer>>, const char* why) noexcept = 0;
   };
 
   // `jobs` is how many threads collect.
@@ -72,7 +72,10 @@ class Publisher {
   bool isDue() const;
   void publishWaiting();
   void publish(std::span<std::unique_ptr<CollectedServer>> batch);
-  void giveUp(const char* why);
+  std::vector<inventory::Published> commit(std::span<std::unique_ptr<CollectedServer>> batch,
+                                           std::span<const inventory::Collected> collected);
+  void giveUp(std::span<const std::unique_ptr<CollectedServer>> batch, const char* why, const char* others);
+  void awaitEnd() const;
 
   inventory::Inventory& inventory_;
   const std::string database_;

@@ -1,5 +1,5 @@
-// An inventory on a PostgreSQL server: what an SQLite one holds, whoever is at it and whatever is killed.
-// --gtest_random_seed gives other moments.
+// An inventory on a PostgreSQL server: it holds what an SQLite file holds, with several writers, lost
+// connections and killed processes. --gtest_random_seed gives other moments.
 
 #include <gtest/gtest.h>
 
@@ -13,14 +13,13 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "inventory/catalog/views.h"
 #include "inventory/inventory.h"
 #include "inventory/postgres/connection.h"
-#include "sqlite/database.h"
 #include "tests/support/few_rows.h"
 #include "tests/support/postgres.h"
 #include "tests/support/process.h"
@@ -33,11 +32,25 @@ using std::chrono::steady_clock;
 using test::Arguments;
 using test::FewRows;
 using test::Program;
+using test::Proxy;
 using test::Result;
 using Strings = std::vector<std::string>;
-using Tables = std::map<std::string, Strings>;
+using Tables = std::map<std::string, Strings, std::less<>>;
 
 const std::string kSamples = SAMPLES_DIRECTORY;
+const std::string kWeb = kSamples + "/WEB01/MetaBase.xml", kLegacy = kSamples + "/LEGACY/MetaBase.xml";
+// The statement that ends a transaction, as it goes to the server.
+const std::string kCommit("\0commit\0", 8);
+
+int count(const std::string& text, const std::string& word) {
+  int found = 0;
+  for (std::size_t at = 0; (at = text.find(word, at)) != text.npos; at += word.size()) ++found;
+  return found;
+}
+
+std::string numberOf(std::int64_t id) {
+  return std::to_string(id & 0xFFFFFFFF);
+}
 
 class Postgres : public testing::Test {
  protected:
@@ -48,27 +61,78 @@ class Postgres : public testing::Test {
     fs::permissions(folder_.path(), fs::perms(0755));
   }
 
-  // Every row in order, by table, as "value|value" with "-" for null; without what two collections of one
-  // thing always differ in, unless told otherwise.
+  // Every row of all kept collections in order, by table, as "SERVER#NUMBER*|value|value": the collection's
+  // number among its server's, "*" for the current one, "-" for null and "?" behind what isn't known. Without
+  // what two collections of one file always differ in, unless `andTimes`.
   static Tables everything(const std::string& database, bool andTimes = false) {
     const auto inventory = inventory::openForReading(database, {});
-    const auto snapshot = inventory->snapshot();
-    const std::string shown = inventory::shownName(database);
+    inventory::Reader reader = inventory->read();
+    const auto history = reader.history();
+    const std::string shown = "'" + inventory::shownName(database) + "'";
+    std::map<std::string, int> counts;
+    std::map<std::int64_t, std::string> names;
+    for (const auto& each : history)
+      names[each.id] =
+          each.server + "#" + std::to_string(++counts[each.server]) + (each.isCurrent ? "*|" : "|");
     Tables all;
-    for (const std::string& table : snapshot->tableNames()) {
-      const Strings columns = snapshot->columnNames(table);
-      Strings& rows = all[table];
-      snapshot->forEach(table, [&](std::span<const inventory::Cell> row) {
-        std::string& text = rows.emplace_back();
-        for (std::size_t at = 0; at < row.size(); ++at) {
-          if (isOwn(table, columns[at], andTimes)) text.append(row[at].value_or("-")).append("|");
+    const auto addTable = [&](const inventory::Table& table) {
+      Strings& rows = all[std::string(table.name)];
+      reader.forEachRow(table, history, [&](const inventory::TableRow& row) {
+        std::string& text = rows.emplace_back(names.at(row.collection().id));
+        for (std::size_t at = 0; at < table.columns.size(); ++at) {
+          if (!isComparable(table, table.columns[at].name, andTimes)) continue;
+          text.append(row.cell(at).value_or("-")).append(row.isUnknown(at) ? "?|" : "|");
         }
         // Messages may name the database.
-        if (const std::size_t at = text.find("'" + shown + "'"); at != text.npos)
-          text.erase(at, shown.size() + 2);
+        if (const std::size_t at = text.find(shown); at != text.npos) text.erase(at, shown.size());
       });
-    }
+    };
+    for (const inventory::Table& table : inventory::tables()) addTable(table);
+    addTable(inventory::collectionsTable());
+    addTable(inventory::problemsTable());
+    Strings& objects = all["objects"];
+    reader.forEach(history, [&](std::unique_ptr<inventory::ServerData> data) {
+      for (const inventory::ObjectInfo& object : data->objects()) {
+        objects.push_back(names.at(data->info().id) + numberOf(object.id) + "|" +
+                          std::string(inventory::wordFor(object.kind)) + "|" + object.key + "|" +
+                          numberOf(object.parent) + "|" + object.node + "|" + std::to_string(object.line) +
+                          object.incomplete);
+      }
+      for (std::size_t at = 0; at < data->problems().size(); ++at)
+        objects.push_back(names.at(data->info().id) + "problem of " + numberOf(data->problemObject(at)));
+    });
     return all;
+  }
+
+  // The rows of a view, stored and as a part of a query: the same.
+  static Strings viewRows(const std::string& database, const inventory::View& view) {
+    const auto inventory = inventory::openForReading(database, {});
+    std::string columns;
+    for (const inventory::ViewColumn& column : view.columns) {
+      if (column.name == "collection_id" || column.name == "seconds") continue;
+      const std::string id = column.name + " - " + column.name + " / 4294967296 * 4294967296";
+      columns += (columns.empty() ? "" : ", ") + (column.name.ends_with("_id") ? id
+                                                  : column.type == inventory::Type::kTime
+                                                      ? column.name + " is null"
+                                                      : inventory::quotedName(column.name));
+    }
+    const auto add = [](Strings& rows, inventory::Cursor& row) {
+      std::string& text = rows.emplace_back();
+      for (std::size_t at = 0; at < row.columnCount(); ++at)
+        text.append(row.cell(at).value_or("-")).append("|");
+    };
+    Strings stored, queried;
+    {
+      const auto session = inventory->driver().read();
+      const auto rows = session->query("select " + columns + " from " + session->dialect().table(view.name));
+      while (rows->next()) add(stored, *rows);
+    }
+    inventory->read().query("select " + columns + " from " + view.name, {},
+                            [&](inventory::Cursor& row) { add(queried, row); });
+    std::ranges::sort(stored);
+    std::ranges::sort(queried);
+    EXPECT_EQ(stored, queried) << database << view.name;
+    return stored;
   }
 
   Result run(Arguments arguments, int status = 0, const std::string& words = "",
@@ -79,72 +143,38 @@ class Postgres : public testing::Test {
       if (prepare) prepare();
     });
     EXPECT_EQ(result.status, status) << testing::PrintToString(arguments) << result.out << result.err;
-    EXPECT_NE((result.out + result.err).find(words), std::string::npos) << words << result.out << result.err;
+    EXPECT_NE((result.out + result.err).find(words), std::string::npos)
+        << testing::PrintToString(arguments) << words << "\n"
+        << result.out << result.err;
     return result;
   }
 
-  // Collects into both kinds, and expects the same.
-  void collectBoth(Arguments arguments, int status = 0) const {
-    arguments.insert(arguments.begin(), "collect");
+  // Does the same to both kinds, and expects the same from it.
+  void runBoth(const Arguments& arguments, int status = 0, const std::string& words = "") const {
     for (const std::string& database : {file_, fleet_}) {
       Arguments all = arguments;
-      all.insert(all.end(), {"--database", database, "--log-dir", folder_.folder("logs").string()});
-      run(all, status);
+      all.insert(all.end(), {"--database", database});
+      run(all, status, words);
     }
     expectEqual(file_, fleet_);
-    EXPECT_EQ(run({"findings", "--format", "json", "--database", fleet_}).out,
-              run({"findings", "--format", "json", "--database", file_}).out);
-    for (const char* name : {"ftp_site", "ftp_directory", "ftp_access", "app_pool", "web_extension",
-                             "application", "collection", "problem"}) {
-      const Strings rows = view(file_, name);
-      EXPECT_EQ(view(fleet_, name), rows) << name;
-      EXPECT_FALSE(rows.empty() && std::string(name) != "problem") << name;
-    }
+  }
+  void collectBoth(Arguments arguments, int status = 0, const std::string& words = "") const {
+    arguments.insert(arguments.begin(), "collect");
+    arguments.insert(arguments.end(), {"--log-dir", folder_.folder("logs").string()});
+    runBoth(arguments, status, words);
   }
   static void expectEqual(const std::string& one, const std::string& other, bool andTimes = false) {
     const Tables expected = everything(one, andTimes), found = everything(other, andTimes);
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
   }
-
-  // The rows of a view, without times that differ; numbers, truth values and times as SQLite has them.
-  static Strings view(const std::string& database, const std::string& name) {
-    const std::string without = name == "collection" ? "started published seconds"
-                                : name == "problem"  ? "time"
-                                                     : "";
-    Strings rows;
-    const auto add = [&](std::string_view column, std::string_view value) {
-      if (without.find(column) == std::string::npos) rows.back().append(value).append("|");
-    };
-    if (!inventory::isOnServer(database)) {
-      sqlite::Database file(database, sqlite::Database::Mode::kReadOnly, {});
-      auto found = file.prepare("select * from " + name);
-      while (found.step()) {
-        rows.emplace_back();
-        for (int at = 0; at < found.columnCount(); ++at)
-          add(found.columnName(at), found.text(at).value_or("-"));
-      }
-    } else {
-      inventory::postgres::Connection connection(database);
-      connection.execute("set timezone = 'UTC'");
-      const auto found = connection.run("select * from iis_inventory." + name);
-      for (int row = 0; row < found.rows(); ++row) {
-        rows.emplace_back();
-        for (int at = 0; at < PQnfields(found.raw()); ++at) {
-          std::string value(found.text(row, at).value_or("-"));
-          constexpr Oid kTruth = 16, kTime = 1184;
-          if (PQftype(found.raw(), at) == kTruth && value != "-") value = value == "t" ? "1" : "0";
-          if (PQftype(found.raw(), at) == kTime && value != "-") {
-            value = value.replace(10, 1, "T").substr(0, value.size() - 3);
-            if (value.size() == 19) value += ".";
-            value = value.append(23 - value.size(), '0') + "Z";
-          }
-          add(PQfname(found.raw(), at), value);
-        }
-      }
+  void expectEqualViews() const {
+    const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite, "");
+    for (const inventory::View& view : inventory::views(dialect, "")) {
+      const Strings rows = viewRows(file_, view);
+      EXPECT_EQ(viewRows(fleet_, view), rows) << view.name;
+      EXPECT_FALSE(rows.empty()) << view.name;
     }
-    std::sort(rows.begin(), rows.end());
-    return rows;
   }
 
   std::string generated(const std::string& server, int sites, int seed = 1) const {
@@ -152,167 +182,185 @@ class Postgres : public testing::Test {
     options.seed = static_cast<std::uint64_t>(seed);
     return test::generated(folder_, server, options);
   }
+  Arguments collecting(const Strings& servers, const Arguments& options, const std::string& database) const {
+    Arguments arguments = {"collect",    "--quiet", "--log-dir", folder_.folder("logs").string(),
+                           "--database", database};
+    arguments.insert(arguments.end(), options.begin(), options.end());
+    arguments.insert(arguments.end(), servers.begin(), servers.end());
+    return arguments;
+  }
+  std::unique_ptr<Program> start(const Strings& servers, const Arguments& options = {}) const {
+    return std::make_unique<Program>(folder_, collecting(servers, options, fleet_));
+  }
+
+  // Has a statement run before a row of a server called SLOW... is inserted.
+  void holdUp(const std::string& statement) const {
+    server_.run(
+        "create or replace function hold_up() returns trigger language plpgsql as $$ begin if new.\"Server "
+        "name\" like 'SLOW%' then " +
+            statement +
+            "; end if; return new; end $$; create or replace trigger holds_up before insert on "
+            "iis_inventory.\"tblHealth\" for each row execute function hold_up()",
+        "fleet");
+  }
+  // Waits for a session of the program that waits for something; gives its process.
+  int awaitSession(const std::string& event) const {
+    while (true) {
+      const std::string backend = server_.run(
+          "select min(pid) from pg_stat_activity where application_name = 'iisinventory' and "
+          "wait_event = '" +
+          event + "' and pid <> pg_backend_pid()");
+      if (backend != "-") return std::stoi(backend);
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+  }
+  std::string collectionCount() const {
+    return server_.run("select count(*) || ' ' || max(collection_id) from iis_inventory.\"Collections\"",
+                       "fleet");
+  }
 
   const test::Folder folder_;
-  test::PostgresServer server_;
+  test::PostgresServer server_{std::make_unique<test::Folder>(),
+                               {"log_min_messages=error", "log_connections=on"}};
   const std::string file_ = (folder_ / "inventory.db").string();
   const std::string fleet_ = server_.address("writer", "fleet");
+  const std::string proxied_ = "postgresql://writer@/fleet?host=" + folder_.path().string();
 
  private:
-  static bool isOwn(const std::string& table, const std::string& column, bool andTimes) {
-    if (column == "Still current" || column == "Rows without a path") return false;
+  static bool isComparable(const inventory::Table& table, std::string_view column, bool andTimes) {
+    if (column == "id" || column.ends_with("_id")) return false;
     return andTimes || (column != "Started" && column != "Published" && column != "Seconds" &&
-                        (table != "Problems" || column != "Time"));
+                        (table.name != "Problems" || column != "Time"));
   }
 };
 
 TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
-  const std::string web = kSamples + "/WEB01/MetaBase.xml", legacy = kSamples + "/LEGACY/MetaBase.xml";
-  collectBoth({web, legacy, generated("LARGE", 1000)}, 1);
-  // There and back.
+  collectBoth({kWeb, kLegacy, generated("LARGE", 1000)}, 1);
+  expectEqualViews();
   const std::string there = server_.address("writer", "copies"), back = (folder_ / "back.db").string();
   server_.run("create database copies owner writer");
-  const Arguments dry = {"collect", "--dry-run", web, "--database", there};
-  EXPECT_NE(run(dry).out.find(" never "), std::string::npos);
+  const Arguments dry = {"collect", "--dry-run", kWeb, "--database", there};
+  run(dry, 0, " never ");
+  const auto expectCopied = [&] {
+    expectEqual(file_, there, true);
+    expectEqual(file_, back, true);
+    run({"diff", file_, back});
+    run({"diff", fleet_, there});
+    const Arguments list = {"servers", "--history", "--format", "json", "--database"};
+    const auto listed = [&](const std::string& database) {
+      Arguments arguments = list;
+      arguments.push_back(database);
+      return run(arguments).out;
+    };
+    EXPECT_EQ(listed(there), listed(file_));
+    EXPECT_EQ(listed(back), listed(file_));
+  };
   run({"copy", "--from", file_, "--to", there}, 0, "copied 3 servers");
   EXPECT_EQ(run(dry).out.find(" never "), std::string::npos);
   run({"copy", "--from", there, "--to", back}, 0, "copied 3 servers");
-  expectEqual(file_, there, true);
-  expectEqual(file_, back, true);
-  // Parts of it, from a state that has other things.
+  expectCopied();
+  // History, and parts of a server.
+  runBoth({"servers", "--set-keep", "3"}, 0, "keeps 3 collections");
   const std::string small = generated("LARGE", 20, 2);
-  collectBoth({small, "--only", "General"});
-  collectBoth({small, "--site", "3", "--pool", "pool 1"});
-  collectBoth({"web01=" + web, "--pool", "\u00FCBERSICHT", "--site", "2"});
-  collectBoth({"web01=" + legacy, "--only", "Virtual Directories", "--site", "1"}, 1);
-  run({"copy", "--from", file_, "--to", back, "--server", "web01", "--server", "legacy", "--server", "none"},
-      1, "no server 'none'");
-  run({"copy", "--from", fleet_, "--to", there}, 0, "replaced ");
-  expectEqual(fleet_, there, true);
-  // What is known of former publications comes with them.
-  for (const std::string& database : {there, back}) {
-    run({"collect", "web01=" + web, "--only", "General", "--database", database});
-    run({"collect", "Legacy=" + legacy, "--database", database}, 1);
-  }
-  const Tables first = everything(there), second = everything(back);
-  for (const auto& [table, rows] : second) {
-    for (const std::string& row : rows) {
-      if (row.find("LARGE") == std::string::npos) {
-        EXPECT_NE(std::count(first.at(table).begin(), first.at(table).end(), row), 0) << table << row;
-      }
-    }
-  }
-  collectBoth({"Legacy=" + legacy}, 1);
   collectBoth({small});
+  collectBoth({small, "--only", "General"}, 2, "--replace");
+  collectBoth({small, "--only", "General", "--replace"});
+  collectBoth({small, "--only", "General", "--only", "Message"});
+  collectBoth({small, "--site", "3"}, 2, "--replace");
+  collectBoth({small, "--site", "3", "--pool", "pool 1", "--replace"});
+  collectBoth({"web01=" + kWeb, "--pool", "\u00DCBERSICHT", "--site", "2", "--replace"});
+  collectBoth({"web01=" + kLegacy, "--only", "Virtual Directories", "--site", "1", "--replace"}, 1);
+  expectEqualViews();
+  run({"copy", "--from", file_, "--to", there}, 0, "replaced ");
+  run({"copy", "--from", there, "--to", back}, 0, "replaced ");
+  expectCopied();
+  EXPECT_EQ(std::ranges::count_if(everything(back).at("Collections"),
+                                  [](const auto& row) { return row.starts_with("LARGE#"); }),
+            3);
+  // A part of the servers, into what has other things.
+  const std::string one = (folder_ / "one.db").string();
+  run({"collect", generated("OTHER", 3), "--database", one});
+  run({"copy", "--from", there, "--to", one, "--server", "WEB01", "--server", "none"}, 1, "no server 'none'");
+  run({"remove", "OTHER", "--database", one});
+  run({"remove", "LARGE", "LEGACY", "--database", back});
+  expectEqual(back, one, true);
+  for (const std::string& database : {there, back, one})
+    run({"verify", "--database", database}, 0, "no problems found");
+  run({"diff", there, "--format", "json"}, 1);
 }
 
-TEST_F(Postgres, HasViewsOfPlainTypes) {
-  collectBoth({kSamples + "/WEB01/MetaBase.xml", kSamples + "/LEGACY/MetaBase.xml"}, 1);
+TEST_F(Postgres, PrintsWhatItPrintsOfAnSqliteFile) {
+  run({"collect", kWeb, kLegacy, "--database", file_}, 1);
+  run({"servers", "--set-keep", "2", "--database", file_});
+  run({"collect", "LEGACY=" + kWeb, "--database", file_});
+  run({"copy", "--from", file_, "--to", fleet_}, 0, "copied 2 servers");
+  Strings relations = {"Collections", "Problems"};
+  for (const inventory::Table& table : inventory::tables()) relations.emplace_back(table.name);
+  const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite, "");
+  for (const inventory::View& view : inventory::views(dialect, "")) relations.push_back(view.name);
+  const auto expectSame = [&](const Arguments& arguments, int status = 0) {
+    for (const char* format : {"json", "csv"}) {
+      Arguments all = arguments;
+      all.insert(all.end(), {"--format", format, "--database"});
+      all.push_back(file_);
+      const std::string expected = run(all, status).out;
+      all.back() = fleet_;
+      EXPECT_EQ(run(all, status).out, expected) << testing::PrintToString(all);
+      EXPECT_NE(expected, "");
+    }
+  };
+  for (const std::string& relation : relations) expectSame({"show", relation});
+  expectSame({"findings"});
+  expectSame({"servers", "--history"});
+  const Strings diffs[] = {{"diff"}, {"diff", "--server", "WEB01", "--against", "LEGACY"}};
+  for (Arguments arguments : diffs) {
+    arguments.insert(arguments.end(), {"--format", "json", file_});
+    const std::string expected = run(arguments, 1).out;
+    arguments.back() = fleet_;
+    EXPECT_EQ(run(arguments, 1).out, expected);
+  }
+  Strings pages;
+  for (const std::string& database : {file_, fleet_}) {
+    const std::string page = (folder_ / ("report" + std::to_string(pages.size()) + ".html")).string();
+    run({"report", "--database", database, "--output", page});
+    std::string text = test::contents(page);
+    const std::string shown = inventory::shownName(database);
+    for (std::size_t at = 0; (at = text.find(shown)) != text.npos;) text.erase(at, shown.size());
+    pages.push_back(text);
+  }
+  EXPECT_EQ(pages[0].size(), pages[1].size());
+  server_.run("alter database fleet set search_path = iis_inventory");
   const auto asked = [&](const std::string& select) {
     return server_.run("select concat_ws(',', " + select, "fleet");
   };
-  server_.run("alter database fleet set search_path = iis_inventory");
-  EXPECT_EQ(
-      asked("tcp_port + 1, not may_write, only_anonymous, log_cookie, denied_addresses) from ftp_site where "
-            "server = 'WEB01' and identifier = 8"),
-      "22,t,f,f,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
+  EXPECT_EQ(asked("tcp_port + 1, not may_write, only_anonymous, log_cookie, denied_addresses) from ftp_site "
+                  "where server = 'WEB01' and identifier = 8"),
+            "22,t,f,f,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
   EXPECT_EQ(asked("recycle_times, recycle_minutes / 2, recycles_by_requests, worker_processes, pinging) from "
-                  "app_pool "
-                  "where name = 'reportsPOOL'"),
+                  "app_pool where name = 'reportsPOOL' and server = 'WEB01'"),
             "06:00, 12:30, 23:45,30,f,4,t");
-  EXPECT_EQ(asked("count(*), bool_and(published >= started), sum(rows)) from collection"), "2,t,241");
+  EXPECT_EQ(asked("count(*), bool_and(published >= started)) from collection"), "2,t");
 }
 
-TEST_F(Postgres, HasNullInItsViewsForWhatIsNotKnownAndNowhereElse) {
-  const Arguments collect = {"collect",   kSamples + "/WEB01/MetaBase.xml", kSamples + "/LEGACY/MetaBase.xml",
-                             "--log-dir", folder_.folder("logs").string(),  "--database",
-                             file_};
-  run(collect, 1);
-  const char* const names[] = {"ftp_site", "ftp_directory", "ftp_access",
-                               "app_pool", "web_extension", "application"};
-  std::map<std::string, std::map<std::string, std::map<std::string, std::string>>> before;
-  const auto forEachCell = [&](const auto& handle) {
-    sqlite::Database file(file_, sqlite::Database::Mode::kReadOnly, {});
-    for (const std::string name : names) {
-      auto rows = file.prepare("select * from " + name);
-      for (int row = 0; rows.step(); ++row) {
-        std::string what = name;
-        for (int at = 0; at < rows.columnCount(); ++at) {
-          const std::string column(rows.columnName(at));
-          const std::string value(rows.text(at).value_or("-"));
-          if (column == "server" || column == "identifier" || column == "site_identifier" ||
-              (column == "name" && name != "ftp_site")) {
-            what += " " + value;
-          }
-          handle(what, name + std::to_string(row), column, value);
-        }
-      }
-    }
-  };
-  forEachCell([&](const std::string&, const std::string& row, const std::string& column,
-                  const std::string& value) { before[row][column]["value"] = value; });
-  const auto addProblem = [](const std::string& server, const std::string& table, const std::string& kind,
-                             const std::string& item, const std::string& node, const std::string& property,
-                             const std::string& number = "0x5E", const std::string& sort = "problem") {
-    return "insert into Problems (\"Server name\", Kind, \"Table\", \"Item kind\", Item, Node, Property, "
-           "Number, "
-           "Message) values ('" +
-           server + "','" + sort + "','" + table + "','" + kind + "','" + item + "','" + node + "','" +
-           property + "','" + number + "','why');";
-  };
-  const std::string root = "IIS://WEB01/MSFTPSVC/1/ROOT", web = "IIS://WEB01/W3SVC/";
-  sqlite::Database(file_, sqlite::Database::Mode::kReadWrite, {})
-      .execute(
-          addProblem("web01", "tblHomeDirectorySetting", "site", "1", root, "accesswrite") +
-          addProblem("WEB01", "tblDirectorySecuritySetting", "site", "3", "", "IPSecurity") +
-          addProblem("WEB01", "tblGeneral", "pool", "1", "", "") +
-          addProblem("WEB01", "tblFTPSiteInfo", "site", "12", "", "ServerComment") +
-          addProblem("WEB01", "tblvirtualDirectory", "site", "1", root + "/PUB/releases", "") +
-          addProblem("WEB01", "tblvirtualDirSecurity", "site", "1", root + "/closed", "IPSecurity") +
-          addProblem("WEB01", "tblHealth", "pool", "IdleSpare", "", "", "0x0", "note") +
-          addProblem("WEB01", "tblPerformance", "pool", "IdleSpare", "", "CPULimit") +
-          addProblem("WEB01", "tblAppliedObject", "pool", "Intranet Pool", web + "2/ROOT/Shop", "Path") +
-          addProblem("WEB01", "tblAppliedObject", "pool", "reportsPOOL", web + "4", "ServerBindings", "0x9") +
-          addProblem("WEB01", "tblWSExtension", "", "", "", "", "0x9") +
-          addProblem("LEGACY", "tblMessageSetting", "", "", "", ""));
-  Strings lost;
-  forEachCell([&](const std::string& what, const std::string& row, const std::string& column,
-                  const std::string& value) {
-    if (value != before[row][column]["value"]) {
-      EXPECT_EQ(value, "-");
-      lost.push_back(what + ": " + column);
-    }
-  });
-  const Strings sites = {"1", "4", "7"},
-                directory = {"content_source", "path", "may_read", "may_write", "logs_visits"},
-                access = {"grants_others", "is_granted", "address", "mask"};
-  Strings expected = {"ftp_site WEB01 1: may_write",
-                      "ftp_site WEB01 3: grants_others",
-                      "ftp_site WEB01 3: granted_addresses",
-                      "ftp_site WEB01 12: name",
-                      "ftp_directory WEB01 1 closed: grants_others",
-                      "ftp_access WEB01 1 closed: grants_others",
-                      "app_pool WEB01 IdleSpare: monitors_cpu",
-                      "app_pool WEB01 IdleSpare: cpu_percent",
-                      "application WEB01 shop: path"};
-  for (const std::string& site : sites) {
-    for (const char* message : {"welcome", "exit", "maximum_connections"})
-      expected.push_back("ftp_site LEGACY " + site + ": " + message + "_message");
-  }
-  for (const std::string& column : directory) expected.push_back("ftp_directory WEB01 1 releases: " + column);
-  for (const std::string& column : access) expected.push_back("ftp_access WEB01 3 -: " + column);
-  std::sort(expected.begin(), expected.end());
-  std::sort(lost.begin(), lost.end());
-  EXPECT_EQ(lost, expected);
-
-  run({"copy", "--from", file_, "--to", fleet_});
-  for (const std::string name : names) EXPECT_EQ(view(fleet_, name), view(file_, name)) << name;
+TEST_F(Postgres, FindsWhatIsWrongInsideOfIt) {
+  collectBoth({kWeb, kLegacy}, 1);
+  runBoth({"verify"}, 0, "2 collections of 2 servers, no problems found");
+  server_.run(
+      "delete from iis_inventory.objects where id in (select min(id) from iis_inventory.\"tblHealth\"); "
+      "insert "
+      "into iis_inventory.\"Problems\" (id, collection_id) values (99::bigint << 32, 99)",
+      "fleet");
+  const std::string out = run({"verify", fleet_}, 1).out;
+  EXPECT_NE(out.find("1 rows in tblHealth about no object"), std::string::npos) << out;
+  EXPECT_NE(out.find("Problems has 1 rows of collection 99"), std::string::npos) << out;
+  server_.run("delete from iis_inventory.\"tblFTPSiteInfo\" where \"Server name\" = 'WEB01'", "fleet");
+  run({"verify", fleet_}, 1, "of WEB01 has 0 rows in tblFTPSiteInfo, expected");
 }
 
 TEST_F(Postgres, TakesNamesOfEveryKind) {
   const std::string names[] = {"it's \"so\"", "100%s;%n", "$1 {a,b} #x", "\u00C4rger\u4E2D\U0001F600",
                                "two  blanks ."};
-  std::string text = test::contents(kSamples + "/WEB01/MetaBase.xml");
+  std::string text = test::contents(kWeb);
   const auto replace = [&](const std::string& what, const std::string& with) {
     for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
       text.replace(at, what.size(), with);
@@ -325,12 +373,12 @@ TEST_F(Postgres, TakesNamesOfEveryKind) {
   for (const std::string& name : names) arguments.push_back(name + "=" + file);
   // The component itself puts the names of servers into its SQL texts.
   collectBoth(arguments, 1);
-  collectBoth({"\u00C4RGER\u4E2D\U0001F600=" + file, "--pool", "pool ' \" %s \\. \u00E4"});
+  collectBoth({"\u00C4RGER\u4E2D\U0001F600=" + file, "--pool", "pool ' \" %s \\. \u00E4", "--replace"});
   collectBoth({"\u00E4rger\u4E2D\U0001F600=" + file});
-  EXPECT_EQ(server_.run("select count(*) from iis_inventory.server_key", "fleet"), "5");
+  EXPECT_EQ(server_.run("select count(*) from iis_inventory.servers", "fleet"), "5");
 }
 
-TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
+TEST_F(Postgres, ReportsWhatNoInventoryHoldsAndKeepsTheRest) {
   const std::string large(std::size_t{33} << 20, 'x');
   using namespace std::string_view_literals;
   const FewRows rows("tblMessageSetting",
@@ -339,17 +387,19 @@ TEST_F(Postgres, TellsWhatNoInventoryHoldsAndKeepsTheRest) {
   for (const std::string& database : {file_, fleet_}) {
     EXPECT_EQ(test::publish(database, {{"A", &rows}}).at(0).problems.size(), 3U);
     const Tables all = everything(database);
-    EXPECT_EQ(
-        all.at("tblMessageSetting"),
-        (Strings{"A|one|1|a\uFFFDb|half \uFFFD\uFFFD\uFFFD a pair|-|\u00FCbrig|", "A|two|2||-|fine|-|"}));
+    EXPECT_EQ(all.at("tblMessageSetting"),
+              (Strings{"A#1*|A|one|1|a\uFFFDb|half \uFFFD\uFFFD\uFFFD a pair|-|\u00FCbrig|",
+                       "A#1*|A|two|2||-|fine|-|"}));
     ASSERT_EQ(all.at("Problems").size(), 3U);
     EXPECT_EQ(
-        all.at("Problems")[2].find("A|problem|tblMessageSetting|site|1||Banner Message|||the value of "), 0U);
+        all.at("Problems")[2].find("A#1*|A|problem|tblMessageSetting|site|1||Banner Message|||the value of "),
+        0U)
+        << all.at("Problems")[2];
   }
   expectEqual(file_, fleet_);
 }
 
-TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
+TEST_F(Postgres, KeepsThePreviousInventoryIfTheServerHasNoRoom) {
   const test::PostgresServer small(std::make_unique<test::Folder>(), {}, 12);
   const std::string database = small.address("master", "postgres");
   FewRows rows("tblMessageSetting");
@@ -365,9 +415,8 @@ TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
     rows.cells.clear();
     for (const std::string& text : texts) rows.cells.push_back({"A", "one", "1", text});
     if (size < 100) {
-      EXPECT_EQ(
-          test::publish(database, {{"A", &rows}}).at(0).added.at(inventory::tableIndex("tblMessageSetting")),
-          400);
+      EXPECT_EQ(test::publish(database, {{"A", &rows}}).at(0).added.at(inventory::table("tblMessageSetting")),
+                400);
       continue;
     }
     try {
@@ -380,54 +429,35 @@ TEST_F(Postgres, KeepsTheFormerInventoryWhereTheServerHasNoRoom) {
   }
 }
 
-TEST_F(Postgres, KnowsWhoseARowWithoutAPathIs) {
-  const std::string table = "tblvirtualDirectory";
-  const FewRows rows(table, {{"", "1", "a"}, {"IIS://A/MSFTPSVC/1/ROOT", "1", "b"}, {"", "2", "c"}});
-  const FewRows fewer(table, {{"", "1", "a"}}), none(table);
-  test::publish(file_, {{"A", &rows}, {"b", &fewer}});
-  const std::string back = (folder_ / "back.db").string();
-  run({"copy", "--from", file_, "--to", fleet_});
-  run({"copy", "--from", fleet_, "--to", back});
-  run({"copy", "--from", file_, "--to", (folder_ / "b.db").string(), "--server", "B"}, 0, "1 server into");
-  for (const std::string& database : {file_, fleet_, back}) {
-    EXPECT_EQ(everything(database).at(table).size(), 4U) << database;
-    run({"rename", "A", "C", "--database", database});
-    test::publish(database, {{"c", &fewer}});
-    test::publish(database, {{"B", &none}});
-    EXPECT_EQ(everything(database).at(table), Strings{"|1|a|-|-|-|-|-|"}) << database;
-  }
-  EXPECT_EQ(everything((folder_ / "b.db").string()).at(table), Strings{"|1|a|-|-|-|-|-|"});
-}
-
 TEST_F(Postgres, RenamesAndRemovesServers) {
-  const std::string web = kSamples + "/WEB01/MetaBase.xml", legacy = kSamples + "/LEGACY/MetaBase.xml";
   const std::string straight = (folder_ / "straight.db").string();
-  collectBoth({"\u00C4rger=" + legacy, "one=" + web}, 1);
-  run({"collect", "it's=" + legacy, "One=" + web, "--database", straight}, 1);
-  for (const std::string& database : {file_, fleet_}) {
-    const Tables before = everything(database, true);
-    run({"rename", "one", "\u00E4RGER", "--database", database}, 2, "already");
-    run({"rename", "on", "two", "--database", database}, 2, "did you mean 'one'?");
-    run({"remove", "one", "two", "--database", database}, 2, "no server 'two'");
-    EXPECT_EQ(everything(database, true), before);
-    run({"rename", "\u00E4RGER", "it's", "--database", database});
-    run({"rename", "ONE", "One", "--database", database});
-    expectEqual(straight, database);
-    // What comes next takes the place of all of it.
-    run({"collect", "IT'S=" + legacy, "--database", database, "--only", "Virtual Directories"}, 1);
-    run({"collect", "IT'S=" + legacy, "--database", database}, 1, "replaced");
-    run({"collect", "\u00C4RGER=" + legacy, "--database", database}, 1);
-    run({"remove", "It's", "one", "--database", database}, 0, "removed 2 servers");
-    for (const auto& [table, rows] : everything(database)) {
-      for (const std::string& row : rows) EXPECT_NE(row.find("\u00C4RGER"), row.npos) << table << row;
-    }
+  collectBoth({"\u00C4rger=" + kLegacy, "one=" + kWeb}, 1);
+  run({"collect", "it's=" + kLegacy, "One=" + kWeb, "--database", straight}, 1);
+  runBoth({"rename", "one", "\u00E4RGER"}, 2, "already");
+  runBoth({"rename", "on", "two"}, 2, "did you mean 'one'?");
+  runBoth({"remove", "one", "two"}, 2, "no server 'two'");
+  runBoth({"rename", "\u00E4RGER", "it's"});
+  runBoth({"rename", "ONE", "One"});
+  // Only the order of the publications is another one.
+  Tables renamed = everything(fleet_), made = everything(straight);
+  for (auto* all : {&renamed, &made}) {
+    for (auto& [table, rows] : *all) std::ranges::sort(rows);
   }
-  expectEqual(file_, fleet_);
-  for (const std::string& database : {file_, fleet_})
-    run({"servers", "--database", database, "--format", "csv"}, 0, "Z,31,5,0," + legacy);
+  EXPECT_EQ(renamed, made);
+  // What comes next replaces all of it, and what was published before a time can be removed.
+  runBoth({"servers", "--set-keep", "2"});
+  collectBoth({"IT'S=" + kLegacy}, 1);
+  collectBoth({"\u00C4RGER=" + kLegacy}, 1);
+  runBoth({"remove", "it's", "--before", "2000-01-01"}, 0, ": 0 rows");
+  runBoth({"remove", "it's", "--before", "2999-01-01"}, 0, "rows");
+  EXPECT_EQ(everything(fleet_).at("Collections").size(), 3U);
+  runBoth({"remove", "It's", "one"}, 0, "removed 2 servers");
+  for (const auto& [table, rows] : everything(fleet_)) {
+    for (const std::string& row : rows) EXPECT_EQ(row.find("\u00C4RGER#1*"), 0U) << table << row;
+  }
 }
 
-TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
+TEST_F(Postgres, SaysWhatToDoIfItCannotBeUsed) {
   server_.run("create role secret login password 'pass/geheim@1'");
   server_.run("create database ascii owner writer encoding 'SQL_ASCII' locale 'C' template template0");
   server_.run("create role stranger login; alter role reader set default_transaction_read_only = on");
@@ -435,18 +465,23 @@ TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
       "create schema theirs; create table theirs.orders (n int); grant all on schema theirs to writer; "
       "grant all on theirs.orders to writer",
       "fleet");
-  const std::string web = kSamples + "/WEB01/MetaBase.xml";
-  const auto refused = [&](const std::string& database, const std::string& words, Arguments more = {}) {
-    Arguments arguments = {"collect", web, "--database", database};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    const Result result = run(arguments, 2, words, [] { ::unsetenv("PGPASSWORD"); });
-    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
+  Strings many;
+  for (int number = 0; number < 40; ++number) many.push_back("S" + std::to_string(number) + "=" + kWeb);
+  const auto refused = [&](const std::string& database, const std::string& words,
+                           const Arguments& more = {}) {
+    const Result result = run(collecting(many, more, database), 2, words, [] { ::unsetenv("PGPASSWORD"); });
+    EXPECT_EQ(count(result.err, "\n"), 1) << result.err;
     EXPECT_EQ((result.out + result.err).find("geheim"), std::string::npos) << result.err;
   };
   const auto address = [&](const std::string& role, const std::string& database) {
     return server_.address(role, database);
   };
-  refused(server_.address("secret", "fleet", "wrong%2Fgeheim"), "comes from PGPASSWORD");
+  refused(server_.address("secret", "fleet", "wrong%2Fgeheim"), "a password is taken from PGPASSWORD");
+  // A wrong password isn't tried again.
+  const std::string wrong = server_.address("secret", "fleet", "wrong");
+  const std::string before = server_.log();
+  run({"show", "--database", wrong}, 2, "PGPASSWORD");
+  EXPECT_EQ(count(server_.log().substr(before.size()), "password authentication failed"), 1);
   refused("postgresql://secret:pass/geheim@1@/fleet", "write '%2F' and '%40'");
   refused("postgresql://secret:%zzgeheim@/fleet", "can't be understood");
   refused("service=nobody password=geheim", "one service");
@@ -456,21 +491,25 @@ TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
   refused(address("writer", "ascii"), "encoding is SQL_ASCII");
   refused(fleet_, "--schema NAME", {"--schema", "theirs"});
   refused("postgresql:///fleet?host=" + folder_.path().string(), "Is the server running");
-  run({"show", "--database", fleet_}, 2, "no schema 'iis_inventory'");
+  run({"show", "--database", fleet_}, 2, "no inventory");
   EXPECT_EQ(server_.run("select count(*) from pg_tables where tablename like 'tbl%'", "fleet"), "0");
 
-  run({"collect", web, "--database", fleet_, "--schema", "theirs", "--force", "--quiet"});
+  run(collecting({kWeb}, {"--schema", "theirs", "--force"}, fleet_));
   server_.run("alter table theirs.\"tblHealth\" rename \"Enable pinging\" to pings", "fleet");
-  refused(fleet_, "theirs.tblHealth has no column 'Enable pinging'", {"--schema", "theirs"});
-  // What the README tells to set up.
+  refused(fleet_, "Enable pinging", {"--schema", "theirs"});
+  // What the README describes.
   server_.run(
       "create schema shared authorization writer; grant usage on schema shared to reader; "
       "alter default privileges for role writer in schema shared grant select on tables to reader",
       "fleet");
-  run({"collect", web, "--database", fleet_, "--schema", "shared"});
-  const std::string shown = run({"show", "tblHealth", "--database", fleet_, "--schema", "shared"}).out;
-  EXPECT_EQ(run({"show", "tblHealth", "--database", address("reader", "fleet"), "--schema", "shared"}).out,
-            shown);
+  run(collecting({kWeb}, {"--schema", "shared"}, fleet_));
+  const Arguments show = {"show", "tblHealth", "--schema", "shared", "--database"};
+  const auto shown = [&](const std::string& database) {
+    Arguments arguments = show;
+    arguments.push_back(database);
+    return run(arguments).out;
+  };
+  EXPECT_EQ(shown(address("reader", "fleet")), shown(fleet_));
   server_.run("alter role reader reset default_transaction_read_only");
   refused(address("reader", "fleet"), "grant select, insert, update, delete", {"--schema", "shared"});
   run({"show", "--database", address("stranger", "fleet"), "--schema", "shared"}, 2, "grant usage on schema");
@@ -478,50 +517,68 @@ TEST_F(Postgres, SaysWhatToDoWhereItCantBeUsed) {
 
 TEST_F(Postgres, RefusesAServerThatIsTooOld) {
   const std::string name("server_version\0", 15);
-  const test::Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
+  const Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
     if (const std::size_t at = bytes.find(name); at != bytes.npos) bytes.replace(at + name.size(), 2, "12");
-    return test::Proxy::Action::kPass;
+    return Proxy::Action::kPass;
   });
-  run({"collect", kSamples + "/WEB01/MetaBase.xml", "--database",
-       "postgresql://writer@/fleet?host=" + folder_.path().string()},
-      2, "version 13 or later");
+  run({"collect", kWeb, "--database", proxied_}, 2, "version 13 or later");
 }
 
-TEST_F(Postgres, TriesALostConnectionOnceMoreAndKnowsWhatHasBeenMade) {
-  const auto runLosing = [&](Arguments arguments, const std::string& word) {
+TEST_F(Postgres, DoesOnceWhatItsConnectionIsLostOver) {
+  const auto runLosing = [&](Arguments arguments, const std::string& word, Proxy::Action action, int status,
+                             const std::string& words) {
     std::atomic<bool> isLost = false;
-    const test::Proxy proxy(folder_.path().string(), server_.socket(),
-                            [&](std::string& bytes, bool toServer) {
-                              if (!toServer || isLost || bytes.find(word) == std::string::npos)
-                                return test::Proxy::Action::kPass;
-                              isLost = true;
-                              return test::Proxy::Action::kDropAnswer;
-                            });
-    arguments.insert(arguments.end(),
-                     {"--database", "postgresql://writer@/fleet?host=" + folder_.path().string()});
-    return run(arguments).out;
+    const Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool toServer) {
+      return toServer && bytes.find(word) != bytes.npos && !isLost.exchange(true) ? action
+                                                                                  : Proxy::Action::kPass;
+    });
+    arguments.push_back(proxied_);
+    const Result result = run(arguments, status, words);
+    EXPECT_TRUE(isLost) << testing::PrintToString(arguments);
+    EXPECT_EQ(count(result.err, "\n"), status == 2 ? 1 : 0) << result.err;
+    return result;
   };
-  const Arguments collect = {"collect", generated("A", 5)};
-  const std::string commit("\0commit\0", 8);
-  EXPECT_EQ(runLosing(collect, "pg_try_advisory").find("replaced"), std::string::npos);
-  EXPECT_NE(runLosing(collect, commit).find("replaced"), std::string::npos);
-  // Never what it has published itself a moment ago.
-  EXPECT_EQ(server_.run("select count(*) from iis_inventory.still_current", "fleet"), "1");
-  EXPECT_EQ(server_.run("select last_value from iis_inventory.publication_number", "fleet"), "3");
-  EXPECT_EQ(runLosing({"rename", "A", "B"}, commit).find("renamed A to B"), 0U);
-  EXPECT_NE(runLosing({"remove", "B"}, commit).find(" rows"), std::string::npos);
+  using enum Proxy::Action;
+  const std::string server = generated("A", 5);
+  const Arguments collect = {"collect", server, "--wait", "1", "--database"};
+  run({"collect", server, generated("B", 3), "--database", file_});
+  run({"collect", server, "--database", fleet_});
+  runLosing(collect, "pg_try_advisory", kDropAnswer, 0, "replaced");
+  EXPECT_EQ(collectionCount(), "1 2");
+  runLosing(collect, kCommit, kDropAnswer, 0, "replaced");
+  EXPECT_EQ(collectionCount(), "1 3");
+  // Undone by the server, and done again.
+  runLosing(collect, kCommit, kDrop, 0, "replaced");
+  EXPECT_EQ(collectionCount(), "1 5");
+  const Arguments copy = {"copy", "--from", file_, "--to"};
+  runLosing(copy, kCommit, kDropAnswer, 0, "copied 2 servers");
+  EXPECT_EQ(collectionCount(), "2 7");
+  runLosing({"rename", "A", "C", "--database"}, kCommit, kDropAnswer, 0, "renamed A to C");
+  runLosing({"remove", "B", "--database"}, kCommit, kDropAnswer, 0, "removed B");
+  EXPECT_EQ(everything(fleet_).at("Collections").at(0).find("C#1*|C|"), 0U);
+  EXPECT_EQ(collectionCount(), "1 6");
+  // Without a server to ask.
+  const Arguments unknown[] = {{"collect", server, "--quiet", "--wait", "0.1", "--database"},
+                               {"copy", "--from", file_, "--wait", "0.1", "--server", "A", "--to"},
+                               {"rename", "A", "D", "--wait", "0.1", "--database"},
+                               {"remove", "D", "--wait", "0.1", "--database"}};
+  for (const Arguments& arguments : unknown) {
+    const Result result = runLosing(arguments, kCommit, kEnd, 2, " may or may not have ");
+    EXPECT_EQ(count(result.err, "outcome unknown"), 1) << result.err;
+    EXPECT_EQ(result.err.find("kept"), std::string::npos) << result.err;
+  }
+  EXPECT_EQ(server_.run("select string_agg(name, ' ') from iis_inventory.servers", "fleet"), "C");
 }
 
-TEST_F(Postgres, TakesPasswordsWithoutTellingThem) {
+TEST_F(Postgres, TakesPasswordsWithoutShowingThem) {
   const std::string password = "geheim%2F\u00DF%40word";
   server_.run(
       "create role secret login password 'geheim/\u00DF@word'; grant writer to secret; "
       "alter role secret set role writer");
   const fs::path logs = folder_.folder("quiet");
   const std::string address = server_.address("secret", "fleet", password);
-  Result result =
-      run({"collect", kSamples + "/LEGACY/MetaBase.xml", "--database", address, "--log-dir", logs.string()},
-          1, "into postgresql://secret@/fleet");
+  Result result = run({"collect", kLegacy, "--database", address, "--log-dir", logs.string()}, 1,
+                      "into postgresql://secret@/fleet");
   std::string all = result.out + result.err;
   for (const auto& log : fs::directory_iterator(logs)) all += test::contents(log.path());
   for (const auto& [table, rows] : everything(fleet_))
@@ -539,62 +596,42 @@ TEST_F(Postgres, TakesPasswordsWithoutTellingThem) {
   run({"show", "--database", "./service=fleet"}, 2, "service=fleet'");
 }
 
-TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
+TEST_F(Postgres, HasOneInventoryOfEachServerWithManyWriters) {
   const Strings states = {generated("ONE", 5, 1), generated("ONE", 5, 1)};
-  const auto collect = [&](const std::string& server, const std::string& wait) {
-    return std::make_unique<Program>(
-        folder_, Arguments{"collect", "--quiet", server, "--database", fleet_, "--wait", wait, "--log-dir",
-                           folder_.folder("logs").string()});
-  };
-  EXPECT_EQ(collect(states[0], "5")->end().status, 0);
+  EXPECT_EQ(start({states[0]})->end().status, 0);
   const Tables one = everything(fleet_);
   std::vector<std::unique_ptr<Program>> programs;
   for (int number = 0; number < 4; ++number) {
-    programs.push_back(collect(states[0], "1000"));
-    programs.push_back(collect(generated("OTHER" + std::to_string(number), 5, number + 2), "1000"));
+    programs.push_back(start({states[0]}, {"--wait", "1000"}));
+    programs.push_back(
+        start({generated("OTHER" + std::to_string(number), 5, number + 2)}, {"--wait", "1000"}));
   }
-  const auto anyRuns = [&] {
-    return std::any_of(programs.begin(), programs.end(), [](const auto& program) { return program->runs(); });
-  };
+  const auto isOne = [](const std::string& row) { return row.starts_with("ONE#"); };
   int looks = 0;
   do {
     const Tables all = everything(fleet_);
-    for (const auto& [table, rows] : one) {
-      if (table == "Collections" || table.starts_with("tblv")) continue;
-      EXPECT_EQ(
-          std::count_if(rows.begin(), rows.end(), [](const auto& row) { return row.starts_with("ONE|"); }),
-          std::count_if(all.at(table).begin(), all.at(table).end(),
-                        [](const auto& row) { return row.starts_with("ONE|"); }))
-          << table;
-    }
+    for (const auto& [table, rows] : one)
+      EXPECT_EQ(std::ranges::count_if(rows, isOne), std::ranges::count_if(all.at(table), isOne)) << table;
     ++looks;
-  } while (anyRuns());
+  } while (std::ranges::any_of(programs, [](const auto& program) { return program->runs(); }));
   for (const auto& program : programs) EXPECT_EQ(program->end().status, 0);
   std::cout << looks << " looks\n";
   EXPECT_EQ(everything(fleet_).at("Collections").size(), 5U);
 
   // Who publishes a server keeps others from it, and from nothing else.
   inventory::postgres::Connection other(fleet_);
-  other.execute("begin");
-  server_.run(
-      "create function pause() returns trigger language plpgsql as $$ begin if new.\"Server name\" = "
-      "'SLOW' then perform pg_advisory_xact_lock(7); end if; return new; end $$; create trigger pauses "
-      "before insert on iis_inventory.\"tblHealth\" for each row execute function pause()",
-      "fleet");
-  other.run("select pg_advisory_xact_lock(7)");
+  other.execute("begin; select pg_advisory_xact_lock(7)");
+  holdUp("perform pg_advisory_xact_lock(7)");
   const std::string slow = generated("SLOW", 5);
-  const auto holding = collect(slow, "1000");
-  while (server_.run("select count(*) from pg_locks where locktype = 'advisory' and not granted") == "0") {
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-  }
-  EXPECT_EQ(collect(states[1], "0.01")->end().status, 0);
-  Result result = collect("slow" + slow.substr(4), "0.05")->end();
-  EXPECT_EQ(result.status, 2);
-  EXPECT_NE(result.err.find("somebody else publishes slow"), std::string::npos) << result.err;
+  const auto holding = start({slow}, {"--wait", "1000"});
+  awaitSession("advisory");
+  EXPECT_EQ(start({states[1]}, {"--wait", "0.01"})->end().status, 0);
+  run(collecting({"slow" + slow.substr(4)}, {"--wait", "0.05"}, fleet_), 2,
+      "another process is publishing slow");
   // Others that come with it are published all the same.
-  run({"collect", "--quiet", "SLOW" + slow.substr(4), states[0], "--database", fleet_, "--wait", "0.05"}, 1,
-      "SLOW: not published: somebody else publishes SLOW");
-  const auto patient = collect(slow, "1000"), interrupted = collect(slow, "100000");
+  run(collecting({"SLOW" + slow.substr(4), states[0]}, {"--wait", "0.05"}, fleet_), 1,
+      "SLOW: not published: another process is publishing SLOW");
+  const auto patient = start({slow}, {"--wait", "1000"}), interrupted = start({slow}, {"--wait", "100000"});
   std::this_thread::sleep_for(std::chrono::milliseconds(300));
   ::kill(interrupted->id(), SIGTERM);
   EXPECT_EQ(interrupted->end().status, -SIGTERM);
@@ -602,16 +639,102 @@ TEST_F(Postgres, HasOneInventoryOfEachServerHoweverManyCollect) {
   other.execute("commit");
   EXPECT_EQ(holding->end().status, 0);
   EXPECT_EQ(patient->end().status, 0);
+}
 
-  // Many connections of one program.
-  Arguments many = {"collect", "--jobs", "12", "--quiet", "--database", fleet_};
-  for (int number = 0; number < 40; ++number) many.push_back(generated("M" + std::to_string(number), 3));
-  run(many);
-  EXPECT_EQ(server_.run("select count(*) from iis_inventory.\"Collections\"", "fleet"), "46");
+TEST_F(Postgres, WaitsNoLongerThanAllowed) {
+  const std::string slow = generated("SLOW", 5);
+  run(collecting({slow}, {}, fleet_));
+  Strings many = {slow};
+  for (int number = 0; number < 99; ++number) many.push_back("S" + std::to_string(number) + slow.substr(4));
+  // What all servers share is waited for once.
+  inventory::postgres::Connection other(fleet_);
+  other.execute("begin; lock table iis_inventory.\"tblHealth\"");
+  run({"show", "tblHealth", "--wait", "0.2", "--database", fleet_}, 2, "use --wait to wait longer");
+  const auto expectFailed = [&](const std::string& words, const std::string& database) {
+    const Result result = run(collecting(many, {"--wait", "0.2"}, database), 2, words);
+    EXPECT_EQ(count(result.err, words), 1) << result.err;
+    EXPECT_LE(count(result.err, "\n"), 3) << result.err;
+  };
+  const std::string before = server_.log();
+  expectFailed("cannot lock a table", fleet_);
+  EXPECT_EQ(count(server_.log().substr(before.size()), "lock timeout"), 1);
+  other.execute("rollback");
+  holdUp("raise insufficient_privilege");
+  expectFailed("grant usage", fleet_);
+  {
+    const Proxy proxy(
+        folder_.path().string(), server_.socket(), [&](const std::string& bytes, bool toServer) {
+          return toServer && bytes.find("copy ") != bytes.npos ? Proxy::Action::kEnd : Proxy::Action::kPass;
+        });
+    expectFailed("cannot connect to", proxied_);
+  }
+  EXPECT_EQ(collectionCount(), "1 1");
+
+  // A server that stops answering, and signals that come meanwhile.
+  holdUp("perform pg_sleep(100000)");
+  const Arguments patience[] = {{"--wait", "0.1", "--server-timeout", "1"}, {}, {}, {}};
+  const int ends[] = {2, -SIGTERM, -SIGINT, -SIGTERM};
+  for (std::size_t at = 0; at < std::size(ends); ++at) {
+    SCOPED_TRACE(at);
+    const auto program = start({slow}, patience[at]);
+    const int backend = awaitSession("PgSleep");
+    if (at != 1) ::kill(backend, SIGSTOP);
+    if (ends[at] < 0) ::kill(program->id(), -ends[at]);
+    const Result result = program->end();
+    EXPECT_EQ(result.status, ends[at]) << result.err;
+    EXPECT_NE(result.err.find(ends[at] < 0 ? "not published: SLOW" : "server has not ended its session"),
+              std::string::npos)
+        << result.err;
+    EXPECT_EQ(count(result.err, "\n"), ends[at] < 0 ? 1 : 2) << result.err;
+    ::kill(backend, SIGCONT);
+    server_.run("select pg_terminate_backend(" + std::to_string(backend) + ")");
+    server_.awaitEnd(std::to_string(backend));
+  }
+  EXPECT_EQ(collectionCount(), "1 1");
+  // One whose commit is under way.
+  server_.run(
+      "drop trigger holds_up on iis_inventory.\"tblHealth\"; create constraint trigger holds_up after insert "
+      "on "
+      "iis_inventory.\"tblHealth\" deferrable initially deferred for each row execute function hold_up()",
+      "fleet");
+  const auto program = start({slow});
+  const int backend = awaitSession("PgSleep");
+  ::kill(backend, SIGSTOP);
+  ::kill(program->id(), SIGTERM);
+  const Result result = program->end();
+  ::kill(backend, SIGCONT);
+  EXPECT_EQ(result.status, -SIGTERM);
+  EXPECT_NE(result.err.find("outcome unknown: SLOW"), std::string::npos) << result.err;
+  EXPECT_EQ(count(result.err, "\n"), 1) << result.err;
+}
+
+TEST_F(Postgres, MakesDoWithFewConnections) {
+  const std::string slow = generated("SLOW", 2);
+  run(collecting({slow}, {}, fleet_));
+  holdUp("perform pg_advisory_xact_lock(7)");
+  server_.run("alter role writer connection limit 2");
+  Strings many = {slow};
+  for (int number = 0; number < 99; ++number)
+    many.push_back("SLOW" + std::to_string(number) + slow.substr(4));
+  inventory::postgres::Connection other(fleet_);
+  other.execute("begin; select pg_advisory_xact_lock(7)");
+  Arguments arguments = collecting(many, {"--jobs", "8", "--wait", "1000"}, fleet_);
+  std::erase(arguments, "--quiet");
+  Program program(folder_, arguments);
+  while (server_.log().find("too many connections for role") == std::string::npos) {
+    ASSERT_TRUE(program.runs());
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  other.execute("commit");
+  const Result result = program.end();
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(count(result.out, "using fewer connections"), 1) << result.out;
+  EXPECT_EQ(server_.run("select count(*) from iis_inventory.\"Collections\"", "fleet"), "100");
 }
 
 TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
-  constexpr int kRounds = 100;
+  constexpr int kRounds = 30;
   std::mt19937_64 random(static_cast<unsigned>(GTEST_FLAG_GET(random_seed)));
   std::cout << "seed " << GTEST_FLAG_GET(random_seed) << "\n";
   Strings files[2];
@@ -624,34 +747,29 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
       files[state].push_back(std::string(name) + "=" +
                              folder_.file(name + std::to_string(state), test::contents(file)));
     }
-    Arguments first = {"collect", "--quiet", "--database", fleet_};
-    first.insert(first.end(), files[state].begin(), files[state].end());
-    const auto start = steady_clock::now();
-    run(first);
-    longest = steady_clock::now() - start;
+    const auto begin = steady_clock::now();
+    EXPECT_EQ(start(files[state])->end().status, 0);
+    longest = steady_clock::now() - begin;
     states.push_back(everything(fleet_));
   }
   const auto ofServer = [](const Tables& all, const std::string& name) {
     Strings rows;
     for (const auto& [table, each] : all) {
       for (const std::string& row : each) {
-        if (table != "Collections" && row.find(name) != std::string::npos) rows.push_back(table + row);
+        if (row.starts_with(name)) rows.push_back(table + row);
       }
     }
     return rows;
   };
-  int stands[] = {1, 1}, ended = 0, changed = 0, again = 0;
+  int current[] = {1, 1}, ended = 0, changed = 0, again = 0;
   for (int round = 0; round < kRounds; ++round) {
     SCOPED_TRACE(round);
     const int state = round % 2, kind = round % 5;
-    Arguments arguments = {"collect", "--quiet",    "--jobs", "2",         "--wait",
-                           "60",      "--database", fleet_,   "--log-dir", folder_.folder("logs").string()};
-    arguments.insert(arguments.end(), files[state].begin(), files[state].end());
-    Program program(folder_, arguments);
+    const auto program = start(files[state], {"--jobs", "2", "--wait", "60"});
     std::this_thread::sleep_for(std::chrono::nanoseconds(
         std::uniform_int_distribution<std::int64_t>(0, std::chrono::nanoseconds(longest).count())(random)));
     if (kind < 2) {
-      ::kill(program.id(), kind == 0 ? SIGKILL : SIGINT);
+      ::kill(program->id(), kind == 0 ? SIGKILL : SIGINT);
     } else if (kind < 4) {
       const std::string backends = server_.run(
           "select pid from pg_stat_activity where application_name = 'iisinventory' and pid <> "
@@ -665,12 +783,14 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
     } else {
       server_.fallAndRise();
     }
-    const Result result = program.end();
+    const Result result = program->end();
     ended += result.status != 0;
-    // Whoever lost his connection has another one; only the second loss, or the first contact, is told.
+    // A lost connection is replaced; only the first contact, the second loss and a commit whose outcome
+    // nobody knows are reported.
+    const bool isUnknown = result.err.find("outcome unknown") != std::string::npos;
     if (kind >= 2 && result.status != 0) {
-      EXPECT_EQ(result.status, 2) << result.err;
-      EXPECT_NE(result.err.find("the database 'postgresql://"), std::string::npos) << result.err;
+      EXPECT_GT(result.status, 0);
+      EXPECT_NE(result.err.find("'postgresql://"), std::string::npos) << result.err;
     }
     if (kind >= 2 && result.status == 0) ++again;
     const Tables all = everything(fleet_);
@@ -678,19 +798,79 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
       const std::string name = at == 0 ? "WEB01" : "WEB02";
       const Strings rows = ofServer(all, name);
       const bool isNew = rows == ofServer(states[static_cast<std::size_t>(state)], name);
-      EXPECT_TRUE(isNew || rows == ofServer(states[static_cast<std::size_t>(stands[at])], name))
+      EXPECT_TRUE(isNew || rows == ofServer(states[static_cast<std::size_t>(current[at])], name))
           << rows.size();
       EXPECT_TRUE(isNew || result.status != 0);
-      changed += isNew && stands[at] != state;
-      if (isNew) stands[at] = state;
+      const bool hasChanged = isNew && current[at] != state;
+      EXPECT_FALSE(hasChanged && result.status == 2 && !isUnknown) << result.err;
+      changed += hasChanged;
+      if (isNew) current[at] = state;
     }
     EXPECT_EQ(all.at("Collections").size(), 2U);
   }
+  run({"verify", fleet_}, 0, "no problems found");
   std::cout << kRounds << " rounds, " << ended << " ended, " << again << " went on; " << changed
             << " servers changed\n";
   EXPECT_GE(ended, kRounds / 10);
   EXPECT_GE(again, kRounds / 10);
   EXPECT_GE(changed, 1);
+}
+
+// What a collection holds, to be published under other names.
+class DataRows : public inventory::RowSource {
+ public:
+  explicit DataRows(const inventory::ServerData& data) : data_(data) {}
+
+  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
+    struct Reading : inventory::Rows {
+      Reading(const inventory::ServerData& all, std::size_t place) : data(all), table(place) {}
+      bool next() override { return ++at <= data.rowCount(table); }
+      inventory::Cell cell(std::size_t column) override { return data.row(table, at - 1).cell(column); }
+      const inventory::ServerData& data;
+      const std::size_t table;
+      std::size_t at = 0;
+    };
+    return std::make_unique<Reading>(data_, inventory::findTable(table.name));
+  }
+
+ private:
+  const inventory::ServerData& data_;
+};
+
+TEST_F(Postgres, AnswersForOneServerFromIndexes) {
+  run({"collect", generated("S", 1), "--database", file_});
+  const auto source = inventory::openForReading(file_, {});
+  inventory::Reader reader = source->read();
+  const auto data = reader.data(reader.collections().at(0));
+  const DataRows rows(*data);
+  const auto target = inventory::openForPublishing(fleet_, {});
+  for (int number = 0; number < 2000;) {
+    std::vector<inventory::Collected> collected(500);
+    for (inventory::Collected& each : collected) {
+      each.origin.server = "S" + std::to_string(number++);
+      each.rows = &rows;
+    }
+    target->publish(collected);
+  }
+  target->finishPublishing();
+  const std::string analyzed = server_.run(
+      "select count(*) from pg_stats where schemaname = 'iis_inventory' and attname = 'object_id'", "fleet");
+  EXPECT_NE(analyzed, "0");
+  const auto session = target->driver().read();
+  const inventory::Dialect& dialect = session->dialect();
+  for (const inventory::View& view : inventory::views(dialect, "")) {
+    const std::string selects[] = {
+        "select * from " + dialect.table(view.name) + " where server = 'S777'",
+        inventory::withViews(dialect, inventory::selectCurrent(dialect) + " and server_key = 's777'",
+                             "select * from " + view.name)};
+    for (const std::string& select : selects) {
+      std::string plan;
+      const auto lines = session->query("explain " + select);
+      while (lines->next()) plan += lines->text(0) + "\n";
+      for (const std::string table : {"\"tbl", "objects", "\"Problems"})
+        EXPECT_EQ(plan.find("Seq Scan on " + table), std::string::npos) << view.name << "\n" << plan;
+    }
+  }
 }
 
 }  // namespace
