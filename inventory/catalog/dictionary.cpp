@@ -26,9 +26,9 @@ void addTable(const Table& table, std::vector<DictionaryEntry>& entries) {
   };
   if (isData) {
     const bool several = table.hasSeveralRows;
-    add("id", Type::kInteger, several ? "Number of the row" : "Number of the object that the row is about",
+    add("id", Type::kInteger, "Object that the row is about; its lower half is 2^31 or more for none",
         "never", "");
-    if (several) add("object_id", Type::kInteger, "Object that the row is about", "it fits none", "");
+    if (several) add("number", Type::kInteger, "Number of the row among those about the object", "never", "");
     add("not_known", Type::kText, "Unknown columns, as |column| by their names in views", "none is unknown",
         "");
   }
