@@ -13,9 +13,24 @@ std::string_view directoryKey(std::string_view path) {
   return sameName(path.substr(0, root.size()), root) ? path.substr(root.size()) : path;
 }
 
-Cell cellOf(const Table& table, Rows& row, std::string_view column) {
-  const std::size_t at = table.find(column);
-  return at < table.columns.size() ? row.cell(at) : Cell();
+// Where the columns are that say what a row is about; the number of columns for none.
+struct Places {
+  std::size_t site = 0, pool = 0, path = 0, directory = 0;
+};
+
+const Places& placesOf(const Table& table) {
+  static const std::vector<Places> kAll = [] {
+    std::vector<Places> all;
+    for (const Table& each : tables())
+      all.push_back({each.find(kSiteColumn), each.find(kPoolColumn), each.find(kPathColumn),
+                     each.find(kDirectoryColumn)});
+    return all;
+  }();
+  return kAll[static_cast<std::size_t>(&table - tables().data())];
+}
+
+std::string_view textAt(const Table& table, Rows& row, std::size_t place) {
+  return place < table.columns.size() ? row.cell(place).value_or("") : std::string_view();
 }
 
 }  // namespace
@@ -29,7 +44,8 @@ std::string_view pathBelowServer(std::string_view address) {
 
 ObjectKind kindOfRow(const Table& table, Rows& row) {
   if (table.kinds[1] == ObjectKind::kNone) return table.kinds[0];
-  const bool isPool = table.isAbout(ObjectKind::kPool) && cellOf(table, row, kPoolColumn).has_value();
+  const std::size_t pool = placesOf(table).pool;
+  const bool isPool = pool < table.columns.size() && row.cell(pool).has_value();
   return isPool ? ObjectKind::kPool : table.kinds[0];
 }
 
@@ -52,16 +68,15 @@ ObjectRegistry::ObjectRegistry(std::int64_t collectionId, LineOf lineOf)
     : base_(collectionId << 32), lineOf_(std::move(lineOf)), byKey_(0, Hash{&objects_}, Equal{&objects_}) {}
 
 std::int64_t ObjectRegistry::objectOf(const Table& table, ObjectKind kind, Rows& row) {
+  const Places& places = placesOf(table);
   switch (kind) {
     case ObjectKind::kSite:
-      return itemObject(kind, cellOf(table, row, kSiteColumn).value_or(""));
+      return itemObject(kind, textAt(table, row, places.site));
     case ObjectKind::kPool:
-      return itemObject(kind, cellOf(table, row, kPoolColumn).value_or(""));
+      return itemObject(kind, textAt(table, row, places.pool));
     case ObjectKind::kDirectory: {
-      // Both are valid until the next row only.
-      const Cell path = cellOf(table, row, kPathColumn), name = cellOf(table, row, kDirectoryColumn);
-      return directoryObject(path.value_or(""), name.value_or(""),
-                             cellOf(table, row, kSiteColumn).value_or(""));
+      return directoryObject(textAt(table, row, places.path), textAt(table, row, places.directory),
+                             textAt(table, row, places.site));
     }
     case ObjectKind::kExtension: {
       const std::string_view name =
@@ -71,7 +86,7 @@ std::int64_t ObjectRegistry::objectOf(const Table& table, ObjectKind kind, Rows&
     }
     case ObjectKind::kApplication: {
       // Several may have one name, so each row is about one of its own.
-      const std::int64_t pool = find(ObjectKind::kPool, cellOf(table, row, kPoolColumn).value_or(""));
+      const std::int64_t pool = find(ObjectKind::kPool, textAt(table, row, places.pool));
       return add(kind, row.cell(column("tblAppliedObject", "Object name").column).value_or(""), pool);
     }
     case ObjectKind::kNone:

@@ -1,6 +1,7 @@
 #include "inventory/publication.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <deque>
@@ -44,18 +45,11 @@ std::string dumped(const json& value) {
   return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
-// Adds a row to one of the inventory's own tables. Keeps temporary texts until the row is written.
+// Adds the values of a row of one of the inventory's own tables. Texts must live until the row ends.
 class RecordWriter {
  public:
   explicit RecordWriter(Inserter& inserter) : inserter_(inserter) {}
-  ~RecordWriter() = default;
-  RecordWriter(const RecordWriter&) = delete;
-  RecordWriter& operator=(const RecordWriter&) = delete;
-
-  RecordWriter& operator<<(std::string&& text) {
-    inserter_.text(texts_.emplace_back(std::move(text)));
-    return *this;
-  }
+  RecordWriter& operator<<(std::string&& text) = delete;
   RecordWriter& operator<<(std::string_view text) {
     inserter_.text(text);
     return *this;
@@ -81,7 +75,6 @@ class RecordWriter {
 
  private:
   Inserter& inserter_;
-  std::deque<std::string> texts_;
 };
 
 // One collection on its way into the inventory.
@@ -392,12 +385,15 @@ void writeProblem(const Problem& problem, const std::string& server, std::int64_
                   std::int64_t object, Inserter& inserter) {
   char number[16] = "";
   if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
+  std::string texts[5];
+  std::ranges::transform(
+      std::array{&Problem::item, &Problem::node, &Problem::property, &Problem::routine, &Problem::message},
+      texts, [&](std::string Problem::*text) { return cleanText(problem.*text); });
   RecordWriter out(inserter);
   out << id << collection;
   out.orNull(object);
   out << server << (problem.isNote ? "note" : "problem") << problem.table << wordFor(problem.itemKind)
-      << cleanText(problem.item) << cleanText(problem.node) << cleanText(problem.property)
-      << cleanText(problem.routine) << static_cast<const char*>(number) << cleanText(problem.message)
+      << texts[0] << texts[1] << texts[2] << texts[3] << static_cast<const char*>(number) << texts[4]
       << problem.time;
   inserter.endRow();
 }
@@ -410,11 +406,11 @@ void writeObject(const ObjectInfo& object, std::int64_t collection, Inserter& in
 }
 
 void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t serverId, Inserter& inserter) {
+  const std::string tables = info.coverage.tablesText(), items = info.coverage.itemsText();
   RecordWriter out(inserter);
   out << id << serverId << info.recordedName << info.file << info.fileSize << info.fileTime << info.sha256
       << info.started << info.published << info.version << info.selection << info.rows << info.rowsByTable
-      << info.problems << info.notes << info.seconds << info.collectedBy << info.machine
-      << info.coverage.tablesText() << info.coverage.itemsText();
+      << info.problems << info.notes << info.seconds << info.collectedBy << info.machine << tables << items;
   inserter.endRow();
 }
 
