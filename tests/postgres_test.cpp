@@ -168,12 +168,12 @@ class Postgres : public testing::Test {
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
   }
-  void expectEqualViews() const {
+  void expectEqualViews(bool isWhole) const {
     const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite, "");
     for (const inventory::View& view : inventory::views(dialect, "")) {
       const Strings rows = viewRows(file_, view);
       EXPECT_EQ(viewRows(fleet_, view), rows) << view.name;
-      EXPECT_FALSE(rows.empty()) << view.name;
+      EXPECT_FALSE(isWhole && rows.empty()) << view.name;
     }
   }
 
@@ -236,7 +236,7 @@ class Postgres : public testing::Test {
 
 TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   collectBoth({kWeb, kLegacy, generated("LARGE", 1000)}, 1);
-  expectEqualViews();
+  expectEqualViews(true);
   const std::string there = server_.address("writer", "copies"), back = (folder_ / "back.db").string();
   server_.run("create database copies owner writer");
   const Arguments dry = {"collect", "--dry-run", kWeb, "--database", there};
@@ -270,7 +270,7 @@ TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   collectBoth({small, "--site", "3", "--pool", "pool 1", "--replace"});
   collectBoth({"web01=" + kWeb, "--pool", "\u00DCBERSICHT", "--site", "2", "--replace"});
   collectBoth({"web01=" + kLegacy, "--only", "Virtual Directories", "--site", "1", "--replace"}, 1);
-  expectEqualViews();
+  expectEqualViews(false);
   run({"copy", "--from", file_, "--to", there}, 0, "replaced ");
   run({"copy", "--from", there, "--to", back}, 0, "replaced ");
   expectCopied();
@@ -312,13 +312,8 @@ TEST_F(Postgres, PrintsWhatItPrintsOfAnSqliteFile) {
   for (const std::string& relation : relations) expectSame({"show", relation});
   expectSame({"findings"});
   expectSame({"servers", "--history"});
-  const Strings diffs[] = {{"diff"}, {"diff", "--server", "WEB01", "--against", "LEGACY"}};
-  for (Arguments arguments : diffs) {
-    arguments.insert(arguments.end(), {"--format", "json", file_});
-    const std::string expected = run(arguments, 1).out;
-    arguments.back() = fleet_;
-    EXPECT_EQ(run(arguments, 1).out, expected);
-  }
+  EXPECT_EQ(run({"diff", fleet_, "--format", "json"}, 1).out,
+            run({"diff", file_, "--format", "json"}, 1).out);
   Strings pages;
   for (const std::string& database : {file_, fleet_}) {
     const std::string page = (folder_ / ("report" + std::to_string(pages.size()) + ".html")).string();
@@ -495,8 +490,6 @@ TEST_F(Postgres, SaysWhatToDoIfItCannotBeUsed) {
   EXPECT_EQ(server_.run("select count(*) from pg_tables where tablename like 'tbl%'", "fleet"), "0");
 
   run(collecting({kWeb}, {"--schema", "theirs", "--force"}, fleet_));
-  server_.run("alter table theirs.\"tblHealth\" rename \"Enable pinging\" to pings", "fleet");
-  refused(fleet_, "Enable pinging", {"--schema", "theirs"});
   // What the README describes.
   server_.run(
       "create schema shared authorization writer; grant usage on schema shared to reader; "
@@ -849,6 +842,7 @@ TEST_F(Postgres, AnswersForOneServerFromIndexes) {
     for (inventory::Collected& each : collected) {
       each.origin.server = "S" + std::to_string(number++);
       each.rows = &rows;
+      each.problems.resize(2);
     }
     target->publish(collected);
   }
