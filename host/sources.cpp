@@ -184,8 +184,8 @@ class Finder {
     }
     if (name) {
       if (found.size() > 1) {
-        throw UsageError("METABASE '" + argument + "': there are " + std::to_string(found.size()) +
-                         " metabases in it, XX");
+        throw UsageError("METABASE '" + argument + "': NAME= needs exactly one metabase; found " +
+                         std::to_string(found.size()));
       }
       return takeOne(argument, name, std::move(found.front().source));
     }
@@ -195,8 +195,8 @@ class Finder {
         continue;
       }
       if (const auto why = serverNameError(each.name)) {
-        sources_.problems.push_back(each.source.shown() + ": '" + each.name + "' cannot be a server's name: " +
-                                    *why);
+        sources_.problems.push_back(each.source.shown() + ": '" + each.name +
+                                    "' cannot be a server's name: " + *why);
         continue;
       }
       found_.push_back(std::move(each));

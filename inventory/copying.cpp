@@ -24,19 +24,14 @@ struct Copy {
   std::int64_t translated(std::int64_t sourceId) const { return (id << 32) + (sourceId & 0xFFFFFFFF); }
 };
 
-void integerOrNull(Inserter& inserter, std::int64_t value) {
-  value == 0 ? inserter.null() : inserter.integer(value);
-}
-
 void textOrNull(Inserter& inserter, const std::string& text) {
   text.empty() ? inserter.null() : inserter.text(text);
 }
 
-void writeRow(const Copy& copy, const DataRow& row, Inserter& inserter) {
+void writeRow(const Copy& copy, const DataRow& row, std::int64_t number, Inserter& inserter) {
   const Table& table = row.table();
   inserter.integer(copy.translated(row.id()));
-  if (table.hasSeveralRows)
-    integerOrNull(inserter, row.objectId() == 0 ? 0 : copy.translated(row.objectId()));
+  if (table.hasSeveralRows) inserter.integer(number);
   std::string notKnown;
   for (std::size_t at = 0; row.hasUnknown() && at < table.columns.size(); ++at) {
     if (row.isUnknown(at))
@@ -56,16 +51,16 @@ void writeBatch(Session& target, const std::vector<Copy>& batch) {
   };
   for (std::size_t place = 0; place < tables().size(); ++place) {
     insert(tables()[place], [&](const Copy& copy, Inserter& inserter) {
-      for (std::size_t at = 0; at < copy.data->rowCount(place); ++at)
-        writeRow(copy, copy.data->row(place, at), inserter);
+      std::int64_t last = 0, number = 0;
+      for (std::size_t at = 0; at < copy.data->rowCount(place); ++at) {
+        const DataRow row = copy.data->row(place, at);
+        number = row.id() == std::exchange(last, row.id()) ? number + 1 : 1;
+        writeRow(copy, row, number, inserter);
+      }
     });
   }
   insert(ownTable("objects"), [](const Copy& copy, Inserter& inserter) {
-    for (ObjectInfo object : copy.data->objects()) {
-      object.id = copy.translated(object.id);
-      if (object.parent != 0) object.parent = copy.translated(object.parent);
-      writeObject(object, copy.id, inserter);
-    }
+    for (const ObjectInfo& object : copy.data->objects()) writeObject(object, copy.id, inserter);
   });
   insert(problemsTable(), [](const Copy& copy, Inserter& inserter) {
     std::int64_t number = copy.id << 32;

@@ -81,9 +81,12 @@ bool Coverage::covers(const Coverage& other) const {
 
 std::string Coverage::tablesText() const {
   std::string text = "|";
+  if (looked_ == everything().looked_) return text + "*" + std::to_string(inventory::tables().size()) + "|";
   forEachEntry([&](const Table& table, ObjectKind kind) {
     if (!includes(table.name, kind)) return;
-    text.append(table.name).append(":").append(wordFor(kind)).append("|");
+    text.append(table.name);
+    if (table.kinds[1] != ObjectKind::kNone) text.append(":").append(wordFor(kind));
+    text.append("|");
   });
   return text;
 }
@@ -102,9 +105,20 @@ Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
     // A table of a later version is none that this one could miss.
     const std::string_view entry = tables.substr(0, tables.find('|'));
     tables.remove_prefix(std::min(tables.size(), entry.size() + 1));
-    const std::size_t colon = std::min(entry.find(':'), entry.size() - 1);
-    if (const auto at = placeOf(entry.substr(0, colon), objectKind(entry.substr(colon + 1))))
-      coverage.looked_.set(*at);
+    if (entry.starts_with('*')) {
+      const auto count = static_cast<std::size_t>(std::atoi(std::string(entry.substr(1)).c_str()));
+      forEachEntry([&](const Table& table, ObjectKind kind) {
+        if (findTable(table.name) < count) coverage.add(table, kind);
+      });
+      continue;
+    }
+    const std::string_view name = entry.substr(0, entry.find(':'));
+    const std::size_t table = findTable(name);
+    if (table == inventory::tables().size()) continue;
+    const bool hasKind = name.size() < entry.size();
+    const ObjectKind kind =
+        hasKind ? objectKind(entry.substr(name.size() + 1)) : inventory::tables()[table].kinds[0];
+    coverage.add(inventory::tables()[table], kind);
   }
   if (items.empty()) return coverage;
   try {

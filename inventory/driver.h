@@ -104,7 +104,7 @@ class Session {
   virtual std::unique_ptr<Inserter> insertInto(std::string_view table,
                                                std::span<const InsertColumn> columns) = 0;
 
-  // The columns of each table and view that the schema has, by name; empty lists for none.
+  // The tables and views that the schema has. The columns of a view may be left out: it may be broken.
   struct Relation {
     std::string name;
     bool isView = false;

@@ -108,7 +108,8 @@ class Coverage {
   // Whether everything that the other one looked at was looked at here too.
   bool covers(const Coverage& other) const;
 
-  // As "Collections" keeps it: "|table:kind|...|", and the items as JSON.
+  // As "Collections" keeps it: "|table|table:kind|...|", with the kind where a table has two, or "|*N|" for
+  // the first N tables of the catalogue; and the items as JSON.
   std::string tablesText() const;
   std::string itemsText() const;
   // Throws Error for texts that are none of these.

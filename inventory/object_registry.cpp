@@ -1,34 +1,16 @@
 #include "inventory/object_registry.h"
 
+#include <algorithm>
+
 #include "inventory/names.h"
 
 namespace inventory {
 namespace {
 
-// Where the nodes of objects are: a key is what comes behind.
-struct Root {
-  ObjectKind kind;
-  std::string_view path;
-};
-constexpr Root kRoots[] = {{ObjectKind::kSite, "MSFTPSVC/"},
-                           {ObjectKind::kDirectory, "MSFTPSVC/"},
-                           {ObjectKind::kPool, "W3SVC/AppPools/"}};
-
-std::string_view rootOf(ObjectKind kind) {
-  for (const Root& root : kRoots) {
-    if (root.kind == kind) return root.path;
-  }
-  return {};
-}
-
 // A key of a directory: its path below the root of the directories, or its whole path.
-std::string directoryKey(std::string_view path) {
-  const std::string_view root = rootOf(ObjectKind::kDirectory);
-  return std::string(sameName(path.substr(0, root.size()), root) ? path.substr(root.size()) : path);
-}
-
-std::string mapKey(ObjectKind kind, std::string_view key) {
-  return static_cast<char>('0' + static_cast<int>(kind)) + folded(key);
+std::string_view directoryKey(std::string_view path) {
+  const std::string_view root = nodeRootOf(ObjectKind::kDirectory);
+  return sameName(path.substr(0, root.size()), root) ? path.substr(root.size()) : path;
 }
 
 Cell cellOf(const Table& table, Rows& row, std::string_view column) {
@@ -51,8 +33,23 @@ ObjectKind kindOfRow(const Table& table, Rows& row) {
   return isPool ? ObjectKind::kPool : table.kinds[0];
 }
 
+std::size_t ObjectRegistry::Hash::operator()(const Key& key) const {
+  const bool isAscii = std::ranges::all_of(key.text, [](char c) { return static_cast<signed char>(c) >= 0; });
+  if (!isAscii) return std::hash<std::string>()(folded(key.text)) + static_cast<std::size_t>(key.kind);
+  // FNV-1a of the small letters.
+  std::size_t hash = 0xcbf29ce484222325U + static_cast<std::size_t>(key.kind);
+  for (const char c : key.text)
+    hash = (hash ^ static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + 0x20 : c)) * 0x100000001b3U;
+  return hash;
+}
+
+bool ObjectRegistry::Equal::operator()(const Key& key, std::uint32_t at) const {
+  const ObjectInfo& object = (*objects)[at];
+  return object.kind == key.kind && sameName(object.key, key.text);
+}
+
 ObjectRegistry::ObjectRegistry(std::int64_t collectionId, LineOf lineOf)
-    : base_(collectionId << 32), lineOf_(std::move(lineOf)) {}
+    : base_(collectionId << 32), lineOf_(std::move(lineOf)), byKey_(0, Hash{&objects_}, Equal{&objects_}) {}
 
 std::int64_t ObjectRegistry::objectOf(const Table& table, ObjectKind kind, Rows& row) {
   switch (kind) {
@@ -70,13 +67,12 @@ std::int64_t ObjectRegistry::objectOf(const Table& table, ObjectKind kind, Rows&
       const std::string_view name =
           row.cell(column("tblWSExtension", "Web service extension").column).value_or("");
       const std::int64_t found = find(kind, name);
-      return found != 0 ? found : add(kind, std::string(name), 0);
+      return found != 0 ? found : add(kind, name, 0);
     }
     case ObjectKind::kApplication: {
       // Several may have one name, so each row is about one of its own.
       const std::int64_t pool = find(ObjectKind::kPool, cellOf(table, row, kPoolColumn).value_or(""));
-      return add(kind, std::string(row.cell(column("tblAppliedObject", "Object name").column).value_or("")),
-                 pool);
+      return add(kind, row.cell(column("tblAppliedObject", "Object name").column).value_or(""), pool);
     }
     case ObjectKind::kNone:
       break;
@@ -103,29 +99,31 @@ const std::string& ObjectRegistry::itemOf(const ObjectInfo& object) const {
   return each->kind == ObjectKind::kNone ? kNone : each->key;
 }
 
-std::int64_t ObjectRegistry::add(ObjectKind kind, std::string key, std::int64_t parent) {
+std::int64_t ObjectRegistry::add(ObjectKind kind, std::string_view key, std::int64_t parent) {
   ObjectInfo& object = objects_.emplace_back();
+  last_ = objects_.size() - 1;
   object.id = base_ + static_cast<std::int64_t>(objects_.size());
   object.kind = kind;
+  object.key = key;
   object.parent = parent;
-  if (const std::string_view root = rootOf(kind); !root.empty()) {
-    object.node = "/LM/" + std::string(root) + key;
-    if (lineOf_) object.line = lineOf_(object.node);
-  }
-  byKey_.emplace(mapKey(kind, key), object.id);
-  object.key = std::move(key);
+  if (const std::string node = object.node(); !node.empty() && lineOf_) object.line = lineOf_(node);
+  byKey_.insert(static_cast<std::uint32_t>(last_));
   return object.id;
 }
 
+// Rows mostly are about the object of the row before, or the one behind it.
 std::int64_t ObjectRegistry::find(ObjectKind kind, std::string_view key) const {
-  const auto found = byKey_.find(mapKey(kind, key));
-  return found == byKey_.end() ? 0 : found->second;
+  for (std::size_t at = last_; at < objects_.size() && at < last_ + 2; ++at) {
+    if (objects_[at].kind == kind && objects_[at].key == key) return objects_[last_ = at].id;
+  }
+  const auto found = byKey_.find(Key{kind, key});
+  return found == byKey_.end() ? 0 : objects_[last_ = *found].id;
 }
 
 std::int64_t ObjectRegistry::itemObject(ObjectKind kind, std::string_view key) {
   if (key.empty()) return 0;
   const std::int64_t found = find(kind, key);
-  return found != 0 ? found : add(kind, std::string(key), 0);
+  return found != 0 ? found : add(kind, key, 0);
 }
 
 // A directory belongs to the one above it, or else to its site.
@@ -133,12 +131,12 @@ std::int64_t ObjectRegistry::directoryObject(std::string_view parentPath, std::s
                                              std::string_view site) {
   const std::string_view path = pathBelowServer(parentPath);
   if (path.empty()) return 0;
-  std::string parentKey = directoryKey(path);
-  std::string key = parentKey + "/" + std::string(name);
-  if (const std::int64_t found = find(ObjectKind::kDirectory, key); found != 0) return found;
+  const std::string_view parentKey = directoryKey(path);
+  key_.assign(parentKey).append("/").append(name);
+  if (const std::int64_t found = find(ObjectKind::kDirectory, key_); found != 0) return found;
   std::int64_t parent = find(ObjectKind::kDirectory, parentKey);
   if (parent == 0) parent = find(ObjectKind::kSite, site);
-  return add(ObjectKind::kDirectory, std::move(key), parent);
+  return add(ObjectKind::kDirectory, key_, parent);
 }
 
 }  // namespace inventory

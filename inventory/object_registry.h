@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "inventory/model.h"
@@ -22,6 +22,8 @@ class ObjectRegistry {
   using LineOf = std::function<std::int64_t(const std::string& node)>;
 
   ObjectRegistry(std::int64_t collectionId, LineOf lineOf);
+  ObjectRegistry(const ObjectRegistry&) = delete;
+  ObjectRegistry& operator=(const ObjectRegistry&) = delete;
 
   // The object of a row, made where it isn't there yet; 0 for a row that says of none.
   std::int64_t objectOf(const Table& table, ObjectKind kind, Rows& row);
@@ -36,7 +38,28 @@ class ObjectRegistry {
   const std::string& itemOf(const ObjectInfo& object) const;
 
  private:
-  std::int64_t add(ObjectKind kind, std::string key, std::int64_t parent);
+  struct Key {
+    ObjectKind kind;
+    std::string_view text;
+  };
+  // Finds an object, by its place, under its kind and its key without regard to case.
+  struct Hash {
+    using is_transparent = void;
+    const std::vector<ObjectInfo>* objects;
+    std::size_t operator()(const Key& key) const;
+    std::size_t operator()(std::uint32_t at) const {
+      return (*this)(Key{(*objects)[at].kind, (*objects)[at].key});
+    }
+  };
+  struct Equal {
+    using is_transparent = void;
+    const std::vector<ObjectInfo>* objects;
+    bool operator()(const Key& key, std::uint32_t at) const;
+    bool operator()(std::uint32_t at, const Key& key) const { return (*this)(key, at); }
+    bool operator()(std::uint32_t left, std::uint32_t right) const { return left == right; }
+  };
+
+  std::int64_t add(ObjectKind kind, std::string_view key, std::int64_t parent);
   std::int64_t find(ObjectKind kind, std::string_view key) const;
   std::int64_t itemObject(ObjectKind kind, std::string_view key);
   std::int64_t directoryObject(std::string_view parentPath, std::string_view name, std::string_view site);
@@ -44,7 +67,9 @@ class ObjectRegistry {
   const std::int64_t base_;
   const LineOf lineOf_;
   std::vector<ObjectInfo> objects_;
-  std::unordered_map<std::string, std::int64_t> byKey_;  // by kind and folded key
+  std::unordered_set<std::uint32_t, Hash, Equal> byKey_;
+  mutable std::size_t last_ = 0;  // the place of the object that was found last
+  std::string key_;               // of a directory
 };
 
 // The kind of object that a row of a table is about.

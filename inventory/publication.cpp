@@ -22,8 +22,6 @@ using nlohmann::json;
 
 // Parameters of one statement at most.
 constexpr std::size_t kChunk = 400;
-// The first number of a row that fits no object, or comes twice.
-constexpr std::int64_t kFirstExtra = std::int64_t{1} << 31;
 
 // The lists that may lack rows of an object, by the view that has them.
 struct ListOfObject {
@@ -102,10 +100,9 @@ class CollectionWriter {
   void writeTable(std::size_t at, Inserter& inserter) {
     const Table& table = tables()[at];
     CheckedRows rows(table, collected_.rows->rows(table));
-    used_.assign(used_.size(), false);
-    std::int64_t number = 0;
+    rowsOf_.assign(rowsOf_.size(), 0);
     while (rows.next()) {
-      writeRow(table, rows, ++number, inserter);
+      writeRow(table, rows, inserter);
       ++published_.added[at];
     }
     std::ranges::move(rows.problems(), std::back_inserter(published_.problems));
@@ -157,28 +154,24 @@ class CollectionWriter {
   Published& published() { return published_; }
 
  private:
-  void writeRow(const Table& table, CheckedRows& row, std::int64_t number, Inserter& inserter) {
+  void writeRow(const Table& table, CheckedRows& row, Inserter& inserter) {
     const ObjectKind kind = kindOfRow(table, row);
     const std::int64_t object = registry_.objectOf(table, kind, row);
-    if (table.hasSeveralRows) {
-      inserter.integer((id_ << 32) + (object != 0 ? number : nextExtra_++));
-      object != 0 ? inserter.integer(object) : inserter.null();
-    } else {
-      inserter.integer(object != 0 && takeOnce(object) ? object : (id_ << 32) + nextExtra_++);
-    }
+    const std::int64_t number = object != 0 ? countRow(object) : 1;
+    const bool isExtra = object == 0 || (number > 1 && !table.hasSeveralRows);
+    inserter.integer(isExtra ? (id_ << 32) + nextExtra_++ : object);
+    if (table.hasSeveralRows) inserter.integer(number);
     const std::string notKnown = unknown_.concerns(table.name) ? unknownOf(table, kind, object, row) : "";
     notKnown.empty() ? inserter.null() : inserter.text(notKnown);
     for (std::size_t column = 0; column < table.columns.size(); ++column) inserter.text(row.cell(column));
     inserter.endRow();
   }
 
-  // Whether a row about an object is the first one in its table.
-  bool takeOnce(std::int64_t object) {
+  // Counts a row about an object in the table. Gives its number.
+  std::int64_t countRow(std::int64_t object) {
     const auto at = static_cast<std::uint32_t>(object);
-    if (used_.size() <= at) used_.resize(at + at / 2 + 64);
-    if (used_[at]) return false;
-    used_[at] = true;
-    return true;
+    if (rowsOf_.size() <= at) rowsOf_.resize(at + at / 2 + 64);
+    return ++rowsOf_[at];
   }
 
   std::string unknownOf(const Table& table, ObjectKind kind, std::int64_t object, CheckedRows& row) {
@@ -227,7 +220,7 @@ class CollectionWriter {
   ObjectRegistry registry_;
   UnknownCells unknown_;
   std::unordered_set<std::int64_t> aboutDirectories_;  // objects of problems with directories' lists
-  std::vector<bool> used_;  // objects that have a row in the table, by their numbers
+  std::vector<std::uint32_t> rowsOf_;  // about each object in the table, by the objects' numbers
   std::int64_t nextExtra_ = kFirstExtra;
   Published published_;
 };
@@ -278,7 +271,7 @@ std::map<std::int64_t, RowCounts> deleteOldest(Session& session,
 }
 
 template <typename Write>
-void insertInto(Session& session, const Table& table, std::vector<CollectionWriter>& writers,
+void insertInto(Session& session, const Table& table, std::deque<CollectionWriter>& writers,
                 const Write& write) {
   const auto inserter = session.insertInto(table.name, insertColumnsOf(table));
   for (CollectionWriter& writer : writers) write(writer, *inserter);
@@ -363,12 +356,11 @@ void deleteCollections(Session& session, const std::vector<std::int64_t>& collec
     const auto remove = [&](std::string_view table, const std::string& condition) {
       return "delete from " + session.dialect().table(table) + " where " + condition + ";";
     };
-    const std::string condition = idsCondition("id", chunk);
-    std::string sql;
-    for (const Table& table : tables()) sql += remove(table.name, condition);
-    for (const std::string_view table : {"objects", "Problems"}) sql += remove(table, condition);
-    std::string ids;
+    std::string sql, ids;
     for (const std::int64_t id : chunk) ids += (ids.empty() ? "" : ", ") + std::to_string(id);
+    for (const Table& table : tables()) sql += remove(table.name, idsCondition("id", chunk));
+    sql += remove("Problems", idsCondition("id", chunk));
+    sql += remove("objects", "collection_id in (" + ids + ")");
     session.executeAll(sql + remove("Collections", "collection_id in (" + ids + ")"));
   }
 }
@@ -412,8 +404,8 @@ void writeProblem(const Problem& problem, const std::string& server, std::int64_
 
 void writeObject(const ObjectInfo& object, std::int64_t collection, Inserter& inserter) {
   RecordWriter out(inserter);
-  out << object.id << collection << wordFor(object.kind) << object.key;
-  out.orNull(object.parent).orNull(object.node).orNull(object.line).orNull(object.incomplete);
+  out << collection << (object.id & 0xFFFFFFFF) << static_cast<std::int64_t>(object.kind) << object.key;
+  out.orNull(object.parent & 0xFFFFFFFF).orNull(object.line).orNull(object.incomplete);
   inserter.endRow();
 }
 
@@ -437,7 +429,7 @@ std::vector<InsertColumn> insertColumnsOf(const Table& table) {
   std::vector<InsertColumn> columns;
   if (table.kinds[0] != ObjectKind::kNone) {
     columns.push_back({"id", Type::kInteger});
-    if (table.hasSeveralRows) columns.push_back({"object_id", Type::kInteger});
+    if (table.hasSeveralRows) columns.push_back({"number", Type::kInteger});
     columns.push_back({"not_known", Type::kText});
   }
   for (const Column& column : table.columns) columns.push_back({column.name, column.type});
@@ -457,8 +449,7 @@ std::vector<Published> publishAll(Session& session, std::span<const Collected> c
   std::map<std::int64_t, RowCounts> replaced = deleteOldest(session, servers);
 
   const std::vector<std::int64_t> ids = newCollectionIds(session, collected.size());
-  std::vector<CollectionWriter> writers;
-  writers.reserve(collected.size());
+  std::deque<CollectionWriter> writers;
   for (std::size_t at = 0; at < collected.size(); ++at)
     writers.emplace_back(collected[at], ids[at], servers.at(keys[at]).id);
   for (std::size_t at = 0; at < tables().size(); ++at) {

@@ -90,6 +90,17 @@ std::string columnNames(const Table& table) {
   return names;
 }
 
+// The condition and the order in which rows of some collections are read.
+std::string rangeOf(const Table& table, const std::vector<std::int64_t>& collections) {
+  if (table.kinds[0] != ObjectKind::kNone || table.name == problemsTable().name) {
+    return idsCondition("id", collections) + " order by id" + (table.hasSeveralRows ? ", number" : "");
+  }
+  std::string list;
+  for (const std::int64_t id : collections) list += (list.empty() ? "" : ", ") + std::to_string(id);
+  return "collection_id in (" + list + ") order by collection_id" +
+         (table.name == "objects" ? ", number" : "");
+}
+
 // A row of a query over one of the tables.
 class CursorRow : public TableRow {
  public:
@@ -233,15 +244,9 @@ void Reader::forEachRow(const Table& table, std::span<const CollectionInfo> coll
   const bool isList = table.name == collectionsTable().name;
   impl_->inPieces(sorted, [&](Session& session, std::span<const CollectionInfo> piece) {
     std::vector<std::int64_t> ids;
-    std::string list;
-    for (const CollectionInfo& collection : piece) {
-      ids.push_back(collection.id);
-      list += (list.empty() ? "" : ", ") + std::to_string(collection.id);
-    }
+    for (const CollectionInfo& collection : piece) ids.push_back(collection.id);
     const auto rows = session.query("select " + columnNames(table) + " from " +
-                                    session.dialect().table(table.name) + " where " +
-                                    (isList ? "collection_id in (" + list + ") order by collection_id"
-                                            : idsCondition("id", ids) + " order by id"));
+                                    session.dialect().table(table.name) + " where " + rangeOf(table, ids));
     CursorRow row(table, *rows);
     std::size_t at = 0;
     while (rows->next()) {
@@ -266,30 +271,29 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
     }
     const auto rowsOf = [&](const Table& table) {
       return session.query("select " + columnNames(table) + " from " + session.dialect().table(table.name) +
-                           " where " + idsCondition("id", ids) + " order by id");
+                           " where " + rangeOf(table, ids));
     };
     for (std::size_t place = 0; place < tables().size(); ++place) {
       const Table& table = tables()[place];
       const auto rows = rowsOf(table);
+      // The id, and the row's number where an object has several, are in front of what isn't known and the
+      // values.
       const std::size_t first = table.hasSeveralRows ? 3 : 2;
       std::vector<Cell> cells(table.columns.size());
       while (rows->next()) {
         const std::int64_t id = rows->number(0);
-        // The cell in front of the values is the last of bookkeeping.
         const std::string notKnown = rows->text(first - 1);
-        const std::int64_t object = table.hasSeveralRows              ? rows->number(1)
-                                    : (id & 0xFFFFFFFF) < (1LL << 31) ? id
-                                                                      : 0;
         for (std::size_t at = 0; at < cells.size(); ++at) cells[at] = rows->cell(first + at);
-        byId.at(id >> 32)->addRow(place, id, object, notKnown, cells);
+        byId.at(id >> 32)->addRow(place, id, notKnown, cells);
       }
     }
     {
       const auto rows = rowsOf(ownTable("objects"));
       while (rows->next()) {
-        byId.at(rows->number(1))
-            ->addObject({rows->number(0), objectKind(rows->text(2)), rows->text(3), rows->number(4),
-                         rows->text(5), rows->number(6), rows->text(7)});
+        const std::int64_t base = rows->number(0) << 32, parent = rows->number(4);
+        byId.at(rows->number(0))
+            ->addObject({base + rows->number(1), static_cast<ObjectKind>(rows->number(2)), rows->text(3),
+                         parent == 0 ? 0 : base + parent, rows->number(5), rows->text(6)});
       }
     }
     {

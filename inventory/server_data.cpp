@@ -10,7 +10,7 @@ namespace {
 
 using Length = std::uint32_t;
 
-constexpr std::size_t kHead = 3 * sizeof(std::int64_t);
+constexpr std::size_t kHead = 2 * sizeof(std::int64_t);
 constexpr std::size_t kBlock = std::size_t{64} * 1024;
 
 template <typename Value>
@@ -41,10 +41,6 @@ std::int64_t DataRow::id() const {
   return read<std::int64_t>(bytes_);
 }
 
-std::int64_t DataRow::objectId() const {
-  return read<std::int64_t>(bytes_ + sizeof(std::int64_t));
-}
-
 Cell DataRow::cell(std::size_t column) const {
   const char* const lengths = bytes_ + kHead;
   const char* value = lengths + table_->columns.size() * sizeof(Length);
@@ -57,11 +53,11 @@ Cell DataRow::cell(std::size_t column) const {
 }
 
 bool DataRow::isUnknown(std::size_t column) const {
-  return (read<std::uint64_t>(bytes_ + 2 * sizeof(std::int64_t)) >> column & 1U) != 0;
+  return (read<std::uint64_t>(bytes_ + sizeof(std::int64_t)) >> column & 1U) != 0;
 }
 
 bool DataRow::hasUnknown() const {
-  return read<std::uint64_t>(bytes_ + 2 * sizeof(std::int64_t)) != 0;
+  return read<std::uint64_t>(bytes_ + sizeof(std::int64_t)) != 0;
 }
 
 ServerData::ServerData(CollectionInfo info) : info_(std::move(info)), tables_(tables().size()) {}
@@ -115,12 +111,12 @@ void ServerData::addObject(ObjectInfo object) {
   objects_.push_back(std::move(object));
 }
 
-void ServerData::addRow(std::size_t place, std::int64_t id, std::int64_t object, std::string_view notKnown,
+void ServerData::addRow(std::size_t place, std::int64_t id, std::string_view notKnown,
                         std::span<const Cell> cells) {
   std::size_t size = kHead + cells.size() * sizeof(Length);
   for (const Cell& cell : cells) size += cell.value_or("").size();
   char* const start = allocate(size);
-  char* lengths = write(write(write(start, id), object), unknownBits(tables()[place], notKnown));
+  char* lengths = write(write(start, id), unknownBits(tables()[place], notKnown));
   char* value = lengths + cells.size() * sizeof(Length);
   for (const Cell& cell : cells) {
     lengths = write(lengths, cell ? static_cast<Length>(cell->size() + 1) : Length{0});
@@ -129,10 +125,8 @@ void ServerData::addRow(std::size_t place, std::int64_t id, std::int64_t object,
     value += cell->size();
   }
   Rows& rows = tables_[place];
-  if (object != 0) {
-    rows.isSorted = rows.isSorted && (rows.byObject.empty() || rows.byObject.back().first <= object);
-    rows.byObject.emplace_back(object, static_cast<std::uint32_t>(rows.starts.size()));
-  }
+  rows.isSorted = rows.isSorted && (rows.byObject.empty() || rows.byObject.back().first <= id);
+  rows.byObject.emplace_back(id, static_cast<std::uint32_t>(rows.starts.size()));
   rows.starts.push_back(start);
 }
 

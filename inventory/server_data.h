@@ -15,14 +15,22 @@ namespace inventory {
 
 // Something that rows are about.
 struct ObjectInfo {
-  std::int64_t id = 0;
+  std::int64_t id = 0;  // its collection's number times 2^32, and a number that counts from 1
   ObjectKind kind = ObjectKind::kNone;
   std::string key;          // identifier, path below the service, or name
   std::int64_t parent = 0;  // 0 for none
-  std::string node;         // in the metabase; empty where it isn't known
   std::int64_t line = 0;    // in the file; 0 where it isn't known
   std::string incomplete;   // views that may lack rows of it, as "|view|"
+
+  // Its path in the metabase; empty where it isn't known.
+  std::string node() const {
+    const std::string_view root = nodeRootOf(kind);
+    return root.empty() ? std::string() : "/LM/" + std::string(root) + key;
+  }
 };
+
+// Numbers from this one on in the lower half of an id are those of rows that fit no object, or come twice.
+inline constexpr std::int64_t kFirstExtra = std::int64_t{1} << 31;
 
 // A row of one of tables(). Copies are cheap, and valid as long as the data.
 class DataRow {
@@ -30,8 +38,10 @@ class DataRow {
   DataRow(const Table& table, const char* bytes) : table_(&table), bytes_(bytes) {}
 
   const Table& table() const { return *table_; }
+  // The object that it is about, or a number of its own where it fits none or comes twice.
   std::int64_t id() const;
-  std::int64_t objectId() const;
+  // The object; 0 for none.
+  std::int64_t objectId() const { return (id() & 0xFFFFFFFF) < kFirstExtra ? id() : 0; }
   // A value by the place of its column; nothing where none was written.
   Cell cell(std::size_t column) const;
   Cell cell(ColumnRef column) const { return cell(column.column); }
@@ -45,7 +55,7 @@ class DataRow {
  private:
   const Table* table_;
   const char*
-      bytes_;  // packed: both ids, a bit for each unknown column, the values' lengths plus 1, the values
+      bytes_;  // packed: the id, a bit for each unknown column, the values' lengths plus 1, the values
 };
 
 // The data of one collection.
@@ -80,8 +90,7 @@ class ServerData {
 
   // To fill it: objects and rows in the order of their ids.
   void addObject(ObjectInfo object);
-  void addRow(std::size_t table, std::int64_t id, std::int64_t object, std::string_view notKnown,
-              std::span<const Cell> cells);
+  void addRow(std::size_t table, std::int64_t id, std::string_view notKnown, std::span<const Cell> cells);
   void addProblem(Problem problem, std::int64_t object);
 
  private:

@@ -77,14 +77,13 @@ class Verification {
     }
   }
 
-  // Rows beyond the first 2^31 of a collection are about no object.
+  // Numbers from 2^31 on are those of rows about no object.
   void findOrphans(const Table& table) {
-    const std::string column = table.hasSeveralRows ? "t.object_id" : "t.id";
-    const std::string condition = table.hasSeveralRows ? "t.object_id is not null"
-                                                       : "t.id - t.id / 4294967296 * 4294967296 < 2147483648";
+    const std::string collection = "t.id / 4294967296", number = "t.id - " + collection + " * 4294967296";
     report("rows in " + std::string(table.name) + " about no object",
-           "select count(*) from " + name(table.name) + " t where " + condition +
-               " and not exists (select 1 from " + name("objects") + " o where o.id = " + column + ")");
+           "select count(*) from " + name(table.name) + " t where " + number + " < " +
+               std::to_string(kFirstExtra) + " and not exists (select 1 from " + name("objects") +
+               " o where o.collection_id = " + collection + " and o.number = " + number + ")");
   }
 
   void report(const std::string& what, const std::string& sql) {

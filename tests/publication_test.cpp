@@ -25,6 +25,7 @@
 
 #include "inventory/catalog/views.h"
 #include "inventory/inventory.h"
+#include "inventory/names.h"
 #include "tests/support/collection.h"
 #include "tests/support/few_rows.h"
 #include "tests/support/process.h"
@@ -200,7 +201,7 @@ TEST_F(Publication, RefusesOneServerOfSeveralAndMarksWhatWasNotCollected) {
   EXPECT_NE(result.err.find("previous inventory kept: B ("), std::string::npos) << result.err;
   EXPECT_EQ(test::rowsOf("B", rows()), before);
   EXPECT_EQ(test::rowsOf("A", rows()).size(), 3U + 1);
-  EXPECT_EQ(values("select group_concat(tcp_port is null || path is null || access_incomplete, ' ') from "
+  EXPECT_EQ(values("select group_concat((tcp_port is null) || (path is null) || access_incomplete, ' ') from "
                    "ftp_site where server = 'A'"),
             Strings{"011 111 111"});
   const auto part = folder_ / "part.db";
@@ -214,12 +215,12 @@ TEST_F(Publication, RefusesOneServerOfSeveralAndMarksWhatWasNotCollected) {
 }
 
 TEST_F(Publication, KeepsAsManyCollectionsAsItIsSetTo) {
-  const auto stateAlone = [&](int number, const std::string& server) {
+  const auto stateAlone = [&](int number) {
     const fs::path kept = std::exchange(database_, folder_ / (std::to_string(number) + ".db"));
-    collect({server + "=" + state(number)});
+    collect({"srv=" + state(number)});
     return std::exchange(database_, kept).string();
   };
-  const std::string third = stateAlone(3, "srv"), fourth = stateAlone(4, "SRV"), fifth = stateAlone(5, "srv");
+  const std::string third = stateAlone(3), fourth = stateAlone(4), fifth = stateAlone(5);
   collect({"srv=" + state(1)});
   on({"servers", "--set-keep", "3"});
   for (const int number : {2, 3, 4, 5}) collect({(number == 4 ? "SRV=" : "srv=") + state(number)});
@@ -233,7 +234,7 @@ TEST_F(Publication, KeepsAsManyCollectionsAsItIsSetTo) {
     arguments.insert(arguments.end(), {"--format", "csv"});
     if (arguments[0] != "diff") arguments.insert(arguments.end(), {"--database", database});
     const Result result = test::run(folder_, arguments);
-    EXPECT_LT(result.status, 2) << result.err;
+    EXPECT_TRUE(result.status == 0 || result.status == 1) << result.err;
     return result.out;
   };
   const std::string database = database_.string();
@@ -267,7 +268,8 @@ TEST_F(Publication, TreatsNamesThatDifferInCaseAsOneServer) {
   collect({"\u00C4RGER=" + kLegacy, "WEB=" + kLegacy}, 1);
   EXPECT_EQ(rows(), first);
   collect({"web01=" SAMPLES_DIRECTORY "/WEB01/MetaBase.xml", "--pool", "\u00FCBERSICHT"});
-  EXPECT_EQ(values("select name from app_pool where server = 'web01'"), Strings{"\u00DCbersicht"});
+  EXPECT_EQ(values("select name from app_pool where server = 'web01' and pinging is not null"),
+            Strings{"\u00DCbersicht"});
 }
 
 TEST_F(Publication, KeepsRowsThatFitNoObjectAndPublishesAllServersOrNone) {
@@ -310,7 +312,8 @@ TEST_F(Publication, SaysWhatIsNotKnownAndWhereObjectsAre) {
       shown.push_back(row["Not known"].is_null() ? "" : row["Not known"].get<std::string>());
     EXPECT_EQ(stored, shown) << name;
   }
-  EXPECT_EQ(unknown, Strings{"|grants_others|granted_addresses|denied_addresses|"});
+  EXPECT_EQ(unknown, (Strings{"|content_source|path|may_read|may_write|logs_visits|listing_style|",
+                              "|grants_others|granted_addresses|denied_addresses|"}));
   EXPECT_EQ(value("select parent || name from ftp_access where grants_others is null or address is null"),
             "IIS://LEGACY/MSFTPSVC/1/ROOTprivate");
 
@@ -325,7 +328,9 @@ TEST_F(Publication, SaysWhatIsNotKnownAndWhereObjectsAre) {
     const Strings nodes = values("select node" + of), places = values("select line" + of);
     EXPECT_EQ(nodes.size(), server == "LEGACY" ? 7U : 37U);
     for (std::size_t at = 0; at < nodes.size(); ++at)
-      EXPECT_NE(lines.at(std::stoul(places[at])).find("\"" + nodes[at] + "\""), std::string::npos)
+      EXPECT_NE(inventory::folded(lines.at(std::stoul(places[at])))
+                    .find(inventory::folded("\"" + nodes[at] + "\"")),
+                std::string::npos)
           << nodes[at];
   }
   EXPECT_EQ(value("select count(*) from objects o left join objects p on p.id = o.parent where o.parent <> 0 "
@@ -352,7 +357,7 @@ TEST_F(Publication, ReadsViewsByKeysAlone) {
         searches += step.starts_with("SEARCH");
         if (!step.starts_with("SCAN")) continue;
         const bool isSmall = step.starts_with("SCAN servers") || step.starts_with("SCAN (subquery") ||
-                             step == "SCAN " + view.name;
+                             step == "SCAN s" || step == "SCAN " + view.name;
         EXPECT_TRUE(isSmall) << view.name << ": " << step;
       }
       EXPECT_GT(searches, 0) << view.name;
@@ -368,8 +373,9 @@ TEST_F(Publication, RestoresWhatTheSchemaLacks) {
       "select count(*) || ' ' || count(pinging) || ' ' || count(account) from app_pool";
   const std::string all = value(counts);
   execute(
-      "drop view app_pool; drop view ftp_site; drop table tblIdentity; drop table objects;"
-      "alter table tblHealth drop column \"Enable pinging\"; alter table Collections drop column Machine");
+      "drop view app_pool; drop view ftp_site; drop view collection;"
+      "alter table tblHealth drop column \"Enable pinging\"; alter table Collections drop column Machine;"
+      "drop table tblIdentity; drop table objects");
   collect({web01});
   EXPECT_EQ(rows(), before);
   EXPECT_EQ(value(counts), all);
@@ -680,7 +686,7 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
   {
     const Disk disk(place, 60);
     const Result none = collect({"A=" + small, "B=" + small}, 2, "No space left on device", elsewhere);
-    EXPECT_NE(none.err.find("\niisinventory: B: not published: "), std::string::npos) << none.err;
+    EXPECT_NE(none.err.find("iisinventory: A and B: not collected: "), std::string::npos) << none.err;
   }
   const Disk disk(place, 2048);
   const Result result =

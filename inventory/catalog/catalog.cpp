@@ -6,6 +6,7 @@ namespace inventory {
 namespace {
 
 constexpr std::string_view kKinds[] = {"", "site", "directory", "pool", "extension", "application"};
+constexpr std::string_view kNodeRoots[] = {"", "MSFTPSVC/", "MSFTPSVC/", "W3SVC/AppPools/", "", ""};
 constexpr std::string_view kTypes[] = {"text", "integer", "real", "boolean", "time"};
 
 bool isMadeOf(const Column& column, const std::string& property) {
@@ -22,6 +23,10 @@ std::string_view wordFor(ObjectKind kind) {
 ObjectKind objectKind(std::string_view word) {
   const auto found = std::ranges::find(kKinds, word);
   return found == std::end(kKinds) ? ObjectKind::kNone : static_cast<ObjectKind>(found - std::begin(kKinds));
+}
+
+std::string_view nodeRootOf(ObjectKind kind) {
+  return kNodeRoots[static_cast<std::size_t>(kind)];
 }
 
 std::string_view wordFor(Type type) {

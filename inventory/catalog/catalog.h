@@ -28,6 +28,10 @@ constexpr ObjectKind itemKindOf(ObjectKind kind) {
                                             : kind;
 }
 
+// Where the nodes of a kind are below /LM/ in the metabase, "MSFTPSVC/" for example: a key is what comes behind. Empty
+// for a kind without nodes of its own.
+std::string_view nodeRootOf(ObjectKind kind);
+
 // The types of columns. A time is a text such as 2026-01-31T12:00:00.000Z, in UTC.
 enum class Type : std::uint8_t { kText, kInteger, kReal, kBoolean, kTime };
 std::string_view wordFor(Type type);

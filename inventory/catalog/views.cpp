@@ -12,14 +12,17 @@ struct IncompleteColumn {
   std::string_view meaning;
 };
 
+// The id of an object.
+constexpr const char* kId = "(o.collection_id * 4294967296 + o.number)";
+
 class ViewMaker {
  public:
   ViewMaker(const Dialect& dialect, std::string selected)
       : dialect_(dialect), selected_(std::move(selected)) {}
 
   std::vector<View> all() const {
-    return {ftpSite(),      ftpDirectory(), ftpAccess(),  appPool(),
-            webExtension(), application(),  collection(), problem()};
+    return {ftpSite(),     ftpDirectory(), ftpAccess(),  appPool(), webExtension(),
+            application(), object(),       collection(), problem()};
   }
 
  private:
@@ -66,7 +69,7 @@ class ViewMaker {
     Parts parts =
         begin("web_extension", "Web service extensions; a row for each file", ObjectKind::kExtension);
     const Table& table = tables()[inventory::table("tblWSExtension")];
-    parts.from += " join " + dialect_.table(table.name) + " t on t.object_id = o.id";
+    parts.from += " join " + dialect_.table(table.name) + " t on t.id = " + kId;
     addColumns(parts, table, "t", ObjectKind::kExtension, true);
     return end(std::move(parts));
   }
@@ -75,9 +78,9 @@ class ViewMaker {
     Parts parts = begin("application", "Web sites and virtual directories that application pools serve",
                         ObjectKind::kApplication);
     const Table& table = tables()[inventory::table("tblAppliedObject")];
-    parts.from += " join " + dialect_.table(table.name) + " t on t.id = o.id";
+    parts.from += " join " + dialect_.table(table.name) + " t on t.id = " + kId;
     addColumns(parts, table, "t", ObjectKind::kApplication, true);
-    add(parts, "pool_id", "o.parent", Type::kInteger, "Object of the pool");
+    add(parts, "pool_id", "o.collection_id * 4294967296 + o.parent", Type::kInteger, "Object of the pool");
     return end(std::move(parts));
   }
 
@@ -96,7 +99,7 @@ class ViewMaker {
   Parts accessOf(ObjectKind kind, const Table& table) const {
     Parts parts =
         begin("ftp_access", "Addresses that may reach FTP sites and directories; a row for each", kind);
-    parts.from += " join " + dialect_.table(table.name) + " t on t.object_id = o.id";
+    parts.from += " join " + dialect_.table(table.name) + " t on t.id = " + kId;
     const bool isSite = kind == ObjectKind::kSite;
     const std::string none = dialect_.isPostgres() ? "null::text" : "null";
     add(parts, "server", "s.server", Type::kText, "Server that has the site");
@@ -127,8 +130,34 @@ class ViewMaker {
               "case when " + bracket + " > 0 then replace(substr(" + entry + ", " + bracket +
                   " + 2), ')', '') else '' end"),
         Type::kText, "Subnet mask; empty for a single address", all.properties);
-    add(parts, "object_id", "o.id", Type::kInteger, "Object of the site or directory");
+    add(parts, "object_id", kId, Type::kInteger, "Object of the site or directory");
     return parts;
+  }
+
+  View object() const {
+    Parts parts;
+    parts.view.name = "object";
+    parts.view.meaning = "What the rows are about, with its place in the metabase and in the file";
+    parts.from = " from " + selected_ + " s join " + dialect_.table("objects") +
+                 " o on o.collection_id = s.collection_id";
+    std::string kinds = "case o.kind", nodes = "case o.kind";
+    for (const ObjectKind kind : {ObjectKind::kSite, ObjectKind::kDirectory, ObjectKind::kPool,
+                                  ObjectKind::kExtension, ObjectKind::kApplication}) {
+      const std::string when = " when " + std::to_string(static_cast<int>(kind)) + " then ";
+      kinds += when + quotedText(wordFor(kind));
+      if (const std::string root(nodeRootOf(kind)); !root.empty())
+        nodes += when + quotedText("/LM/" + root) + " || o.key";
+    }
+    add(parts, "server", "s.server", Type::kText, "Server that has the object");
+    add(parts, "kind", kinds + " end", Type::kText, "site, directory, pool, extension or application");
+    add(parts, "key", "o.key", Type::kText, "Identifier, path below the service, or name");
+    add(parts, "node", nodes + " end", Type::kText, "Metabase path; null for an extension or application");
+    add(parts, "line", "o.line", Type::kInteger, "Line of the file; null where it is not known");
+    add(parts, "incomplete", "o.incomplete", Type::kText,
+        "Views that may lack rows of it, as |view|; null for none");
+    add(parts, "parent_id", "o.collection_id * 4294967296 + o.parent", Type::kInteger,
+        "Object that it belongs to");
+    return end(std::move(parts));
   }
 
   View collection() const {
@@ -158,14 +187,15 @@ class ViewMaker {
     Parts parts;
     parts.view.name = name;
     parts.view.meaning = meaning;
-    parts.from = " from " + selected_ + " s join " + dialect_.table("objects") +
-                 " o on o.collection_id = s.collection_id and o.kind = " + quotedText(wordFor(kind));
+    parts.from =
+        " from " + selected_ + " s join " + dialect_.table("objects") +
+        " o on o.collection_id = s.collection_id and o.kind = " + std::to_string(static_cast<int>(kind));
     return parts;
   }
 
   static View end(Parts parts) {
-    const bool isOfObjects = parts.from.find(" o on ") != std::string::npos;
-    if (isOfObjects) add(parts, "object_id", "o.id", Type::kInteger, "Object that the row is about");
+    const bool isOfObjects = parts.from.find(" o on o.") != std::string::npos;
+    if (isOfObjects) add(parts, "object_id", kId, Type::kInteger, "Object that the row is about");
     parts.view.select = "select " + parts.columns + parts.from;
     return std::move(parts.view);
   }
@@ -188,10 +218,8 @@ class ViewMaker {
     for (const Table& table : tables()) {
       if (!table.isAbout(kind)) continue;
       const std::string alias = "t" + std::to_string(++parts.joins);
-      const std::string id = table.hasSeveralRows ? "(select min(x.id) from " + dialect_.table(table.name) +
-                                                        " x where x.object_id = o.id)"
-                                                  : "o.id";
-      parts.from += " left join " + dialect_.table(table.name) + " " + alias + " on " + alias + ".id = " + id;
+      parts.from += " left join " + dialect_.table(table.name) + " " + alias + " on " + alias +
+                    ".id = " + kId + (table.hasSeveralRows ? " and " + alias + ".number = 1" : "");
       addColumns(parts, table, alias, kind, parts.joins == 1);
     }
   }
@@ -234,11 +262,11 @@ class ViewMaker {
   // All values of an object in a column, divided by commas.
   std::string listOf(const Table& table, const Column& column) const {
     const std::string value = "nullif(x." + quotedName(column.name) + ", '')";
-    const std::string from = " from " + dialect_.table(table.name) + " x where x.object_id = o.id";
+    const std::string from = " from " + dialect_.table(table.name) + " x where x.id = " + kId;
     return dialect_.isPostgres()
-               ? "coalesce((select string_agg(" + value + ", ', ' order by x.id)" + from + "), '')"
+               ? "coalesce((select string_agg(" + value + ", ', ' order by x.number)" + from + "), '')"
                : "coalesce((select group_concat(v, ', ') from (select " + value + " as v" + from +
-                     " order by x.id)), '')";
+                     " order by x.number)), '')";
   }
 
   static std::string cell(std::string_view alias, std::string_view column) {

@@ -152,16 +152,16 @@ class SqliteSession : public Session {
     return attempt([&] {
       std::vector<Relation> all;
       Statement& look = handle_.statement(
-          "select m.name, m.type, m.sql, p.name from sqlite_schema m join pragma_table_info(m.name) p "
-          "where m.type in ('table', 'view') and m.name not like 'sqlite~_%' escape '~' order by m.rowid, "
-          "p.cid");
+          "select m.name, m.type, m.sql, p.name from sqlite_schema m left join "
+          "pragma_table_info(case m.type when 'table' then m.name end) p where m.type in ('table', 'view') "
+          "and m.name not like 'sqlite~_%' escape '~' order by m.rowid, p.cid");
       while (look.step()) {
         const std::string name(look.text(0).value_or(""));
         if (all.empty() || all.back().name != name) {
           const bool isView = look.text(1) == "view";
           all.push_back({name, isView, {}, isView ? std::string(look.text(2).value_or("")) : std::string()});
         }
-        all.back().columns.emplace_back(look.text(3).value_or(""));
+        if (const Cell column = look.text(3)) all.back().columns.emplace_back(*column);
       }
       return all;
     });
