@@ -614,7 +614,12 @@ int collect(const CollectOptions& options, Output& output) {
                                                std::filesystem::exists(options.database, error));
   auto inventory = isForReading ? inventory::openForReading(options.database, options.access)
                                 : inventory::openForPublishing(options.database, options.access);
-  LastCollected lastCollected = isForReading ? readLastCollected(*inventory) : LastCollected();
+  LastCollected lastCollected;
+  try {
+    if (isForReading) lastCollected = readLastCollected(*inventory);
+  } catch (const inventory::NoInventory&) {
+    inventory = inventory::openForPublishing(options.database, options.access);
+  }
   EndingSignals signals;
   return Collection(options, std::move(sources), output, std::move(inventory), std::move(lastCollected),
                     signals)

@@ -462,7 +462,7 @@ Strings ignoredOf(const Strings& names) {
   return ignored;
 }
 
-// Compares collections, one pair after the other.
+// Compares collections, pair by pair.
 class ServerComparer {
  public:
   ServerComparer(const DiffOptions& options, inventory::Reader& old, inventory::Reader& other)
@@ -477,13 +477,43 @@ class ServerComparer {
     } else {
       merge();
     }
+    comparePairs();
     return std::move(differences_);
   }
 
  private:
+  using AllData = std::vector<std::unique_ptr<ServerData>>;
+
+  // Rows that are read at a time: reading each pair by itself would mostly wait for a server's answers.
+  static constexpr std::int64_t kMostRows = 5000;
+
   void compare(const CollectionInfo& before, const CollectionInfo& after) {
-    const auto old = old_.data(before), other = new_.data(after);
-    Comparison(*old, *other, types_, differences_).run();
+    before_.push_back(before);
+    after_.push_back(after);
+    rows_ += before.rows + after.rows;
+    if (rows_ >= kMostRows) comparePairs();
+  }
+
+  void comparePairs() {
+    const AllData old = read(old_, before_), other = read(new_, after_);
+    for (std::size_t at = 0; at < old.size(); ++at) {
+      if (old[at] != nullptr && other[at] != nullptr)
+        Comparison(*old[at], *other[at], types_, differences_).run();
+    }
+    before_.clear();
+    after_.clear();
+    rows_ = 0;
+  }
+
+  // Nothing for a server that was removed meanwhile.
+  static AllData read(inventory::Reader& reader, const std::vector<CollectionInfo>& collections) {
+    AllData all(collections.size());
+    std::size_t at = 0;
+    reader.forEach(collections, [&](std::unique_ptr<ServerData> data) {
+      while (collections[at].serverId != data->info().serverId) ++at;
+      all[at++] = std::move(data);
+    });
+    return all;
   }
 
   // Each server's current collection with the one before.
@@ -507,6 +537,7 @@ class ServerComparer {
     if (before.empty() && after.empty() && !options_.server.empty())
       static_cast<void>(chosenServers(new_, servers()));
     const auto addMissing = [&](const CollectionInfo& server, Outcome outcome) {
+      comparePairs();
       differences_.add({server.server, "server", server.server, {}, {}, {}, {}, outcome});
     };
     auto one = before.begin();
@@ -536,6 +567,8 @@ class ServerComparer {
   const std::vector<EntityType> types_;
   inventory::Reader& old_;
   inventory::Reader& new_;
+  std::vector<CollectionInfo> before_, after_;  // pairs that are yet to be compared
+  std::int64_t rows_ = 0;                       // of theirs
   Differences differences_;
 };
 

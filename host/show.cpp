@@ -169,7 +169,11 @@ class TableReader {
     std::string sql;
     for (const Column& column : columns_)
       sql += (sql.empty() ? "select " : ", ") + inventory::quotedName(column.name);
-    sql += " from " + inventory::quotedName(relation_.name);
+    // In an order that doesn't depend on the database: by object, then by the columns from left to right.
+    const std::string first = relation_.name == "collection" ? "collection_id" : "object_id";
+    sql += " from " + inventory::quotedName(relation_.name) + " order by " + first + " nulls first";
+    for (std::size_t at = 0; at < columns_.size(); ++at)
+      sql += ", " + std::to_string(at + 1) + " nulls first";
     reader.query(sql, {options_.servers, options_.at}, [&](inventory::Cursor& row) {
       for (std::size_t at = 0; at < columns_.size(); ++at) {
         cells_[at] = row.cell(at);

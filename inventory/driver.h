@@ -54,7 +54,7 @@ class Cursor {
   virtual bool next() = 0;
 
   // A value of the row as text, valid until the next row. Booleans read as "1" and "0", reals as SQLite
-  // writes them ("1.0"), whatever the database.
+  // writes them ("1.0"), and times as tables have them, whatever the database.
   virtual Cell cell(std::size_t column) = 0;
   virtual std::size_t columnCount() const = 0;
 

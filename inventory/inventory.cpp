@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <optional>
 
 #include "inventory/clock.h"
 #include "inventory/copying.h"
@@ -50,10 +51,10 @@ std::vector<Published> Inventory::publish(std::span<const Collected> collected,
   for (const Collected& each : collected) keys.push_back(folded(each.origin.server));
   Change change = changeOf(keys, collected.size() == 1 ? collected[0].origin.server : "one of these servers");
   std::vector<Published> published;
-  std::map<std::string, KnownServer> before;
+  std::optional<std::map<std::string, KnownServer>> before;
   change.work = [&](Session& session, bool again) {
     std::map<std::string, KnownServer> now = findServers(session, keys);
-    if (again) requireUnchanged(before, now);
+    if (again && before) requireUnchanged(*before, now);
     before = std::move(now);
     published = publishAll(session, collected, options);
   };
@@ -66,11 +67,11 @@ Published Inventory::copyFrom(Inventory& source, const std::vector<std::string>&
   const std::vector<std::string> keys = foldedAll(servers);
   Change change = changeOf(keys, servers.size() == 1 ? servers[0] : "one of these servers");
   Published copied;
-  std::map<std::string, KnownServer> before;
+  std::optional<std::map<std::string, KnownServer>> before;
   change.effect = "have been copied";
   change.work = [&](Session& session, bool again) {
     std::map<std::string, KnownServer> now = findServers(session, keys);
-    if (again) requireUnchanged(before, now);
+    if (again && before) requireUnchanged(*before, now);
     before = std::move(now);
     copied = copyServers(source.driver(), session, servers);
   };

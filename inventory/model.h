@@ -21,6 +21,12 @@ class Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The database has no inventory.
+class NoInventory : public Error {
+ public:
+  using Error::Error;
+};
+
 // The database is locked by another process, and the wait is over.
 class Locked : public Error {
  public:

@@ -163,7 +163,7 @@ bool prepareSchema(Session& session, const std::string& name, bool force, bool m
 
 void requireInventory(Session& session, const std::string& name) {
   if (checkVersion(session, relationsOf(session), name)) return;
-  refuse(name, "it has no inventory");
+  throw NoInventory("cannot use the database '" + name + "': it has no inventory");
 }
 
 }  // namespace inventory

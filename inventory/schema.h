@@ -15,7 +15,7 @@ inline constexpr int kSchemaVersion = 2;
 // inventory of another version.
 bool prepareSchema(Session& session, const std::string& name, bool force, bool mayChange);
 
-// Throws Error for a database without an inventory of this version.
+// Throws NoInventory for a database without an inventory, Error for one of another version.
 void requireInventory(Session& session, const std::string& name);
 
 }  // namespace inventory

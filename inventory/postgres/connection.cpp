@@ -395,7 +395,8 @@ std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target)
   // Whatever the role's own settings are: names mean the same everywhere, only this program limits the time,
   // and what is committed is safe on the disk. Some of the settings are missing from older servers.
   connection->execute(
-      "set search_path = pg_catalog; set row_security = off; set jit = off; set standard_conforming_strings "
+      "set search_path = pg_catalog; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; "
+      "set jit = off; set standard_conforming_strings "
       "= on;"
       "set extra_float_digits = 1; set lock_timeout = " +
       std::to_string(std::clamp<milliseconds::rep>(target->lockWait.count(), 1, 2147483647)) +

@@ -31,9 +31,10 @@ class PostgresCursor : public Cursor {
   }
 
   Cell cell(std::size_t column) override {
-    constexpr Oid kBoolean = 16, kDouble = 701;
+    constexpr Oid kBoolean = 16, kDouble = 701, kTime = 1184;
     const Cell text = row_.text(0, static_cast<int>(column));
     if (text && types_[column] == kBoolean) return *text == "t" ? "1" : "0";
+    if (text && types_[column] == kTime) return spelled_[column] = spelledTime(std::string(*text));
     if (!text || types_[column] != kDouble || text->find_first_of(".nN") != text->npos) return text;
     std::string& spelled = spelled_[column] = *text;
     spelled.insert(std::min(spelled.find('e'), spelled.size()), ".0");
@@ -43,6 +44,15 @@ class PostgresCursor : public Cursor {
   std::size_t columnCount() const override { return types_.size(); }
 
  private:
+  // As the tables have times: the server writes 2026-01-31 12:00:00.5+00.
+  static std::string spelledTime(std::string time) {
+    time.resize(time.find('+'));
+    time[10] = 'T';
+    if (time.find('.') == time.npos) time += '.';
+    time.resize(23, '0');
+    return time + "Z";
+  }
+
   void receive() {
     row_ = connection_.receive();
     if (row_.status() == PGRES_SINGLE_TUPLE) return;
@@ -56,7 +66,7 @@ class PostgresCursor : public Cursor {
   Connection& connection_;
   ResultSet row_;
   std::vector<Oid> types_;
-  std::vector<std::string> spelled_;  // reals of the row, by column
+  std::vector<std::string> spelled_;  // reals and times of the row, by column
   bool isAtStart_ = true;
 };
 
