@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -30,7 +31,6 @@ namespace {
 namespace fs = std::filesystem;
 using std::chrono::steady_clock;
 using test::Arguments;
-using test::FewRows;
 using test::Program;
 using test::Proxy;
 using test::Result;
@@ -41,6 +41,9 @@ const std::string kSamples = SAMPLES_DIRECTORY;
 const std::string kWeb = kSamples + "/WEB01/MetaBase.xml", kLegacy = kSamples + "/LEGACY/MetaBase.xml";
 // The statement that ends a transaction, as it goes to the server.
 const std::string kCommit("\0commit\0", 8);
+
+// What two collections of one file always differ in.
+const std::set<std::string_view> kTimes = {"Started", "Published", "Seconds", "Time"};
 
 int count(const std::string& text, const std::string& word) {
   int found = 0;
@@ -60,15 +63,13 @@ std::string numberOf(std::int64_t id) {
 class Postgres : public testing::Test {
  protected:
   Postgres() {
-    server_.run("create role writer login");
-    server_.run("create role reader login");
+    server_.run("create role writer login; create role reader login");
     server_.run("create database fleet owner writer");
     fs::permissions(folder_.path(), fs::perms(0755));
   }
 
   // Every row of all kept collections in order, by table, as "SERVER#NUMBER*|value|value": the collection's
-  // number among its server's, "*" for the current one, "-" for null and "?" behind what isn't known. Without
-  // what two collections of one file always differ in, unless `andTimes`.
+  // number among its server's, "*" for the current one, "-" for null and "?" behind what isn't known.
   static Tables everything(const std::string& database, bool andTimes = false) {
     const auto inventory = inventory::openForReading(database, {});
     inventory::Reader reader = inventory->read();
@@ -85,7 +86,10 @@ class Postgres : public testing::Test {
       reader.forEachRow(table, history, [&](const inventory::TableRow& row) {
         std::string& text = rows.emplace_back(names.at(row.collection().id));
         for (std::size_t at = 0; at < table.columns.size(); ++at) {
-          if (!isComparable(table, table.columns[at].name, andTimes)) continue;
+          const std::string_view name = table.columns[at].name;
+          const bool isOwn = table.kinds[0] == inventory::ObjectKind::kNone;
+          if (isOwn && (name == "id" || name.ends_with("_id") || (!andTimes && kTimes.contains(name))))
+            continue;
           text.append(row.cell(at).value_or("-")).append(row.isUnknown(at) ? "?|" : "|");
         }
         // Messages may name the database.
@@ -100,7 +104,7 @@ class Postgres : public testing::Test {
       for (const inventory::ObjectInfo& object : data->objects()) {
         objects.push_back(names.at(data->info().id) + numberOf(object.id) + "|" +
                           std::string(inventory::wordFor(object.kind)) + "|" + object.key + "|" +
-                          numberOf(object.parent) + "|" + object.node + "|" + std::to_string(object.line) +
+                          numberOf(object.parent) + "|" + object.node() + "|" + std::to_string(object.line) +
                           object.incomplete);
       }
       for (std::size_t at = 0; at < data->problems().size(); ++at)
@@ -211,7 +215,7 @@ class Postgres : public testing::Test {
     return std::stoi(backend);
   }
   std::string collectionCount() const {
-    return server_.run("select count(*) || ' ' || max(collection_id) from iis_inventory.\"Collections\"",
+    return server_.run("select concat(count(*), ' ', max(collection_id)) from iis_inventory.\"Collections\"",
                        "fleet");
   }
 
@@ -221,13 +225,6 @@ class Postgres : public testing::Test {
   const std::string file_ = (folder_ / "inventory.db").string();
   const std::string fleet_ = server_.address("writer", "fleet");
   const std::string proxied_ = "postgresql://writer@/fleet?host=" + folder_.path().string();
-
- private:
-  static bool isComparable(const inventory::Table& table, std::string_view column, bool andTimes) {
-    if (column == "id" || column.ends_with("_id")) return false;
-    return andTimes || (column != "Started" && column != "Published" && column != "Seconds" &&
-                        (table.name != "Problems" || column != "Time"));
-  }
 };
 
 TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
@@ -268,9 +265,7 @@ TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   run({"copy", "--from", file_, "--to", there}, 0, "replaced ");
   run({"copy", "--from", there, "--to", back}, 0, "replaced ");
   expectCopied();
-  EXPECT_EQ(std::ranges::count_if(everything(back).at("Collections"),
-                                  [](const auto& row) { return row.starts_with("LARGE#"); }),
-            3);
+  EXPECT_EQ(everything(back).at("Collections").back().find("web01#3*|web01|"), 0U);
   // A part of the servers, into what has other things.
   const std::string one = (folder_ / "one.db").string();
   run({"collect", generated("OTHER", 3), "--database", one});
@@ -300,26 +295,20 @@ TEST_F(Postgres, PrintsWhatItPrintsOfAnSqliteFile) {
   }
   EXPECT_EQ(run({"diff", fleet_, "--format", "json"}, 1).out,
             run({"diff", file_, "--format", "json"}, 1).out);
-  Strings pages;
-  for (const std::string& database : {file_, fleet_}) {
-    const std::string page = (folder_ / ("report" + std::to_string(pages.size()) + ".html")).string();
-    run({"report", "--database", database, "--output", page});
-    std::string text = test::contents(page);
+  const auto page = [&](const std::string& database) {
+    run({"report", "--database", database, "--output", (folder_ / "report.html").string()});
+    std::string text = test::contents(folder_ / "report.html");
     const std::string shown = inventory::shownName(database);
     for (std::size_t at = 0; (at = text.find(shown)) != text.npos;) text.erase(at, shown.size());
-    pages.push_back(text);
-  }
-  EXPECT_EQ(pages[0], pages[1]);
-  server_.run("alter database fleet set search_path = iis_inventory");
-  const auto asked = [&](const std::string& select) {
-    return server_.run("select concat_ws(',', " + select, "fleet");
+    return text;
   };
-  EXPECT_EQ(asked("tcp_port + 1, not may_write, only_anonymous, log_cookie, denied_addresses) from ftp_site "
-                  "where server = 'WEB01' and identifier = 8"),
-            "22,t,f,f,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
-  EXPECT_EQ(asked("recycle_times, recycle_minutes / 2, recycles_by_requests, worker_processes, pinging) from "
-                  "app_pool where name = 'reportsPOOL' and server = 'WEB01'"),
-            "06:00, 12:30, 23:45,30,f,4,t");
+  EXPECT_EQ(page(file_), page(fleet_));
+  const auto asked = [&](const std::string& select) {
+    return server_.run("set search_path = iis_inventory; select concat_ws(',', " + select, "fleet");
+  };
+  EXPECT_EQ(asked("tcp_port + 1, not may_write, denied_addresses) from ftp_site where server = 'WEB01' and "
+                  "identifier = 8"),
+            "22,t,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
   EXPECT_EQ(asked("count(*), bool_and(published >= started)) from collection"), "2,t");
 }
 
@@ -327,7 +316,8 @@ TEST_F(Postgres, FindsWhatIsWrongInsideOfIt) {
   collectBoth({kWeb, kLegacy}, 1);
   runBoth({"verify"}, 0, "2 collections of 2 servers, no problems found");
   server_.run(
-      "delete from iis_inventory.objects where id in (select min(id) from iis_inventory.\"tblHealth\");"
+      "delete from iis_inventory.objects where (collection_id << 32) + number in (select min(id) from "
+      "iis_inventory.\"tblHealth\");"
       "insert into iis_inventory.\"Problems\" (id, collection_id) values (99::bigint << 32, 99)",
       "fleet");
   const std::string out = run({"verify", fleet_}, 1).out;
@@ -338,8 +328,6 @@ TEST_F(Postgres, FindsWhatIsWrongInsideOfIt) {
 }
 
 TEST_F(Postgres, TakesNamesOfEveryKind) {
-  const std::string names[] = {"it's \"so\"", "100%s;%n", "$1 {a,b} #x", "\u00C4rger\u4E2D\U0001F600",
-                               "two  blanks ."};
   std::string text = test::contents(kWeb);
   const auto replace = [&](const std::string& what, const std::string& with) {
     for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
@@ -349,10 +337,10 @@ TEST_F(Postgres, TakesNamesOfEveryKind) {
   replace("Intranet Pool", "Pool ' &quot; %s \\. \u00C4");
   replace("D:\\Sales", "D:\\&apos;\\&quot;\\%\\\u4E2D&#9;x");
   const std::string file = folder_.file("names.xml", text);
-  Arguments arguments;
-  for (const std::string& name : names) arguments.push_back(name + "=" + file);
   // The component itself puts the names of servers into its SQL texts.
-  collectBoth(arguments, 1);
+  collectBoth({"it's \"so\"=" + file, "100%s;%n=" + file, "$1 {a,b} #x=" + file,
+               "\u00C4rger\u4E2D\U0001F600=" + file, "two  blanks .=" + file},
+              1);
   collectBoth({"\u00C4RGER\u4E2D\U0001F600=" + file, "--pool", "pool ' \" %s \\. \u00E4", "--replace"});
   collectBoth({"\u00E4rger\u4E2D\U0001F600=" + file});
   EXPECT_EQ(server_.run("select count(*) from iis_inventory.servers", "fleet"), "5");
@@ -361,20 +349,19 @@ TEST_F(Postgres, TakesNamesOfEveryKind) {
 TEST_F(Postgres, ReportsWhatNoInventoryHoldsAndKeepsTheRest) {
   const std::string large(std::size_t{33} << 20, 'x');
   using namespace std::string_view_literals;
-  const FewRows rows("tblMessageSetting",
-                     {{"A", "one", "1", "a\0b"sv, "half \xED\xA0\x80 a pair", large, "\u00FCbrig"},
-                      {"A", "two", "2", "", std::nullopt, "fine"}});
-  for (const std::string& database : {file_, fleet_}) {
+  const test::FewRows rows("tblMessageSetting",
+                           {{"A", "one", "1", "a\0b"sv, "half \xED\xA0\x80 a pair", large, "\u00FCbrig"},
+                            {"A", "two", "2", "", std::nullopt, "fine"}});
+  for (const std::string& database : {file_, fleet_})
     EXPECT_EQ(test::publish(database, {{"A", &rows}}).at(0).problems.size(), 3U);
-    const Tables all = everything(database);
-    EXPECT_EQ(all.at("tblMessageSetting"),
-              (Strings{"A#1*|A|one|1|a\uFFFDb|half \uFFFD\uFFFD\uFFFD a pair|-|\u00FCbrig|",
-                       "A#1*|A|two|2||-|fine|-|"}));
-    EXPECT_EQ(all.at("Problems")
-                  .at(2)
-                  .find("A#1*|A|problem|tblMessageSetting|site|1||Banner Message|||the value of "),
-              0U);
-  }
+  const Tables all = everything(fleet_);
+  EXPECT_EQ(all.at("tblMessageSetting"),
+            (Strings{"A#1*|A|one|1|a\uFFFDb|half \uFFFD\uFFFD\uFFFD a pair|-|\u00FCbrig|",
+                     "A#1*|A|two|2||-|fine|-|"}));
+  EXPECT_EQ(all.at("Problems")
+                .at(2)
+                .find("A#1*|A|problem|tblMessageSetting|site|1||Banner Message|||the value of "),
+            0U);
   expectEqual(file_, fleet_);
 }
 
@@ -383,7 +370,7 @@ TEST_F(Postgres, KeepsThePreviousInventoryIfTheServerHasNoRoom) {
   const std::string database = small.address("master", "postgres");
   std::mt19937 random;
   const auto publish = [&](std::size_t size) {
-    FewRows rows("tblMessageSetting");
+    test::FewRows rows("tblMessageSetting");
     std::vector<std::string> texts(400);
     for (std::string& text : texts) {
       // What can't be made shorter.
@@ -413,12 +400,7 @@ TEST_F(Postgres, RenamesAndRemovesServers) {
   runBoth({"remove", "one", "two"}, 2, "no server 'two'");
   runBoth({"rename", "\u00E4RGER", "it's"});
   runBoth({"rename", "ONE", "One"});
-  // Only the order of the publications is another one.
-  Tables renamed = everything(fleet_), made = everything(straight);
-  for (auto* all : {&renamed, &made}) {
-    for (auto& [table, rows] : *all) std::ranges::sort(rows);
-  }
-  EXPECT_EQ(renamed, made);
+  expectEqual(straight, fleet_);
   // What comes next replaces all of it, and what was published before a time can be removed.
   runBoth({"servers", "--set-keep", "2"});
   collectBoth({"IT'S=" + kLegacy}, 1);
@@ -433,9 +415,10 @@ TEST_F(Postgres, RenamesAndRemovesServers) {
 }
 
 TEST_F(Postgres, SaysWhatToDoIfItCannotBeUsed) {
-  server_.run("create role secret login password 'pass/geheim@1'");
+  server_.run(
+      "create role secret login password 'pass/geheim@1'; create role stranger login; "
+      "alter role reader set default_transaction_read_only = on");
   server_.run("create database ascii owner writer encoding 'SQL_ASCII' locale 'C' template template0");
-  server_.run("create role stranger login; alter role reader set default_transaction_read_only = on");
   server_.run(
       "create schema theirs; create table theirs.orders (n int); grant all on schema theirs to writer; "
       "grant all on theirs.orders to writer",
@@ -460,14 +443,12 @@ TEST_F(Postgres, SaysWhatToDoIfItCannotBeUsed) {
   refused(server_.address("writer", "ascii"), "encoding is SQL_ASCII");
   refused(fleet_, "--schema NAME", {"--schema", "theirs"});
   refused("postgresql:///fleet?host=" + folder_.path().string(), "Is the server running");
-  {
-    const std::string name("server_version\0", 15);
-    const Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
-      if (const std::size_t at = bytes.find(name); at != bytes.npos) bytes.replace(at + name.size(), 2, "12");
-      return Proxy::Action::kPass;
-    });
-    refused(proxied_, "version 13 or later");
-  }
+  const std::string name("server_version\0", 15);
+  const Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool) {
+    if (const std::size_t at = bytes.find(name); at != bytes.npos) bytes.replace(at + name.size(), 2, "12");
+    return Proxy::Action::kPass;
+  });
+  refused(proxied_, "version 13 or later");
   run({"show", "--database", fleet_}, 2, "no inventory");
   EXPECT_EQ(server_.run("select count(*) from pg_tables where tablename like 'tbl%'", "fleet"), "0");
 
@@ -498,8 +479,8 @@ TEST_F(Postgres, DoesOnceWhatItsConnectionIsLostOver) {
     });
     const Result result = run(arguments + Arguments{proxied_}, status, words);
     EXPECT_TRUE(isLost);
-    EXPECT_EQ(count(result.err, "\n"), status == 2 ? 1 : 0) << result.err;
-    return result;
+    EXPECT_EQ(count(result.err, "\n"), status == 2) << result.err;
+    EXPECT_EQ(count(result.err, "outcome unknown"), status == 2) << result.err;
   };
   using enum Proxy::Action;
   const std::string server = generated("A", 5);
@@ -525,21 +506,16 @@ TEST_F(Postgres, DoesOnceWhatItsConnectionIsLostOver) {
                                {"copy", "--from", file_, "--wait", "0.1", "--server", "A", "--to"},
                                {"rename", "A", "D", "--wait", "0.1", "--database"},
                                {"remove", "D", "--wait", "0.1", "--database"}};
-  for (const Arguments& arguments : unknown) {
-    const Result result = runLosing(arguments, kCommit, kEnd, 2, " may or may not have ");
-    EXPECT_EQ(count(result.err, "outcome unknown"), 1) << result.err;
-    EXPECT_EQ(result.err.find("kept"), std::string::npos) << result.err;
-  }
+  for (const Arguments& arguments : unknown) runLosing(arguments, kCommit, kEnd, 2, " may or may not have ");
   EXPECT_EQ(server_.run("select string_agg(name, ' ') from iis_inventory.servers", "fleet"), "C");
 }
 
 TEST_F(Postgres, TakesPasswordsWithoutShowingThem) {
-  const std::string password = "geheim%2F\u00DF%40word";
   server_.run(
       "create role secret login password 'geheim/\u00DF@word'; grant writer to secret; "
       "alter role secret set role writer");
   const fs::path logs = folder_.folder("quiet");
-  const std::string address = server_.address("secret", "fleet", password);
+  const std::string address = server_.address("secret", "fleet", "geheim%2F\u00DF%40word");
   Result result = run({"collect", kLegacy, "--database", address, "--log-dir", logs.string()}, 1,
                       "into postgresql://secret@/fleet");
   std::string all = result.out + result.err;
@@ -550,8 +526,8 @@ TEST_F(Postgres, TakesPasswordsWithoutShowingThem) {
   for (const char* part : {"geheim", "@word", "%40word"})
     EXPECT_EQ(all.find(part), std::string::npos) << part;
   // By the environment, and by a service file.
-  const auto given = [] { ::setenv("PGPASSWORD", "geheim/\u00DF@word", 1); };
-  run({"show", "--database", server_.address("secret", "fleet")}, 0, "tblGeneral", given);
+  run({"show", "--database", server_.address("secret", "fleet")}, 0, "tblGeneral",
+      [] { ::setenv("PGPASSWORD", "geheim/\u00DF@word", 1); });
   const std::string services =
       folder_.file("services", "[fleet]\nhost=" + server_.socket() + "\ndbname=fleet\nuser=writer\n");
   run({"show", "--database", "service=fleet"}, 0, "tblGeneral",
@@ -570,15 +546,12 @@ TEST_F(Postgres, HasOneInventoryOfEachServerWithManyWriters) {
         start({generated("OTHER" + std::to_string(number), 5, number + 2)}, {"--wait", "1000"}));
   }
   const auto isOne = [](const std::string& row) { return row.starts_with("ONE#"); };
-  int looks = 0;
   do {
     const Tables all = everything(fleet_);
     for (const auto& [table, rows] : one)
       EXPECT_EQ(std::ranges::count_if(rows, isOne), std::ranges::count_if(all.at(table), isOne)) << table;
-    ++looks;
   } while (std::ranges::any_of(programs, [](const auto& program) { return program->runs(); }));
   for (const auto& program : programs) EXPECT_EQ(program->end().status, 0);
-  std::cout << looks << " looks\n";
   EXPECT_EQ(everything(fleet_).at("Collections").size(), 5U);
 
   // Who publishes a server keeps others from it, and from nothing else.
@@ -624,13 +597,10 @@ TEST_F(Postgres, WaitsNoLongerThanAllowed) {
   other.execute("rollback");
   holdUp("raise insufficient_privilege");
   expectFailed("grant usage", fleet_);
-  {
-    const Proxy proxy(
-        folder_.path().string(), server_.socket(), [&](const std::string& bytes, bool toServer) {
-          return toServer && bytes.find("copy ") != bytes.npos ? Proxy::Action::kEnd : Proxy::Action::kPass;
-        });
-    expectFailed("cannot connect to", proxied_);
-  }
+  const Proxy proxy(folder_.path().string(), server_.socket(), [&](const std::string& bytes, bool toServer) {
+    return toServer && bytes.find("copy ") != bytes.npos ? Proxy::Action::kEnd : Proxy::Action::kPass;
+  });
+  expectFailed("cannot connect to", proxied_);
   EXPECT_EQ(collectionCount(), "1 1");
 
   // A server that stops answering, and signals that come meanwhile.
@@ -756,11 +726,7 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
     EXPECT_EQ(all.at("Collections").size(), 2U);
   }
   run({"verify", fleet_}, 0, "no problems found");
-  std::cout << kRounds << " rounds, " << ended << " ended, " << again << " went on; " << changed
-            << " servers changed\n";
-  EXPECT_GE(ended, kRounds / 10);
-  EXPECT_GE(again, kRounds / 10);
-  EXPECT_GE(changed, 1);
+  EXPECT_TRUE(ended >= kRounds / 10 && again >= kRounds / 10 && changed > 0);
 }
 
 TEST_F(Postgres, AnswersForOneServerFromIndexes) {
