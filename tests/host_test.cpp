@@ -228,8 +228,7 @@ TEST_F(Host, ShowsHostileTextHarmlessly) {
   const std::string hostile = "\x1b[2J\r\n\u202E,\"\xFF\x9B";
   {
     Database database(database_, Database::Mode::kReadWrite, {});
-    auto statement =
-        database.prepare("insert into tblIdentity (id, \"Security account\") values (3 << 31, ?)");
+    auto statement = database.prepare("insert into tblIdentity (id, \"Security account\") values (3 << 31, ?)");
     statement.bind(1, hostile);
     statement.step();
   }
