@@ -65,16 +65,15 @@ TEST_F(Diff, ReportsNothingForTheSameRowsInAnotherOrder) {
   collect(old_, {kWeb01});
   EXPECT_EQ(differences({old_, old_}, 0), std::vector<std::string>());
   // Every number n of the first collection becomes 5000 - n.
-  const std::string sum = "(2 << 32) + 5000";
-  const auto reversed = [&](const std::string& table) {
-    return "update " + table + " set id = -id; update " + table + " set id = " + sum + " + id;";
+  const auto reversed = [](const std::string& table, const std::string& column, const std::string& sum) {
+    const std::string set = "update " + table + " set " + column + " = ";
+    return set + "-" + column + "; " + set + sum + " + " + column + ";";
   };
-  std::string sql =
-      reversed("objects") + "update objects set parent = " + sum + " - parent where parent > 0;";
+  std::string sql = reversed("objects", "number", "5000") + "update objects set parent = 5000 - parent;";
   for (const inventory::Table& table : inventory::tables()) {
     const std::string name = quotedName(table.name);
-    sql += reversed(name);
-    if (table.hasSeveralRows) sql += "update " + name + " set object_id = " + sum + " - object_id;";
+    sql += reversed(name, "id", "(2 << 32) + 5000");
+    if (table.hasSeveralRows) sql += reversed(name, "number", "50");
   }
   change(sql);
   EXPECT_EQ(differences(0), std::vector<std::string>());
@@ -112,8 +111,8 @@ TEST_F(Diff, ReportsWhatIsOnOneSideAlone) {
       "delete from tblFTPSiteInfo where Identifier = '21'; delete from tblGeneral where Identifier = '21';"
       "create temp table again as select * from tblWProcessRecycling where \"Scheduled recycle at\" = "
       "'06:00';"
-      "update again set id = id + 1000; insert into tblWProcessRecycling select * from again;"
-      "insert into tblWSExtension values ((1 << 32) + 1000, null, null, 'WEB01', 'NEW', 'a', 'Allowed', 'b', "
+      "update again set number = number + 1000; insert into tblWProcessRecycling select * from again;"
+      "insert into tblWSExtension values ((1 << 32) + 1000, 1, null, 'WEB01', 'NEW', 'a', 'Allowed', 'b', "
       "'Allowed');"
       "update tblWSExtension set \"File access\" = case \"File access\" when 'Allowed' then 'Prohibited' "
       "else "
