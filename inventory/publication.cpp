@@ -154,7 +154,7 @@ class CollectionWriter {
     const bool isExtra = object == 0 || (number > 1 && !table.hasSeveralRows);
     inserter.integer(isExtra ? (id_ << 32) + nextExtra_++ : object);
     if (table.hasSeveralRows) inserter.integer(number);
-    const std::string notKnown = unknown_.concerns(table.name) ? unknownOf(table, kind, object, row) : "";
+    const std::string notKnown = unknown_.concerns(table.name) ? unknownOf(table, kind, row) : "";
     notKnown.empty() ? inserter.null() : inserter.text(notKnown);
     for (std::size_t column = 0; column < table.columns.size(); ++column) inserter.text(row.cell(column));
     inserter.endRow();
@@ -167,11 +167,10 @@ class CollectionWriter {
     return ++rowsOf_[at];
   }
 
-  std::string unknownOf(const Table& table, ObjectKind kind, std::int64_t object, CheckedRows& row) {
-    std::string item, node;
-    if (object != 0) item = registry_.itemOf(registry_.object(object));
-    if (item.empty() && itemKindOf(kind) == ObjectKind::kSite && table.has(kSiteColumn))
-      item = row.cell(table.find(kSiteColumn)).value_or("");
+  std::string unknownOf(const Table& table, ObjectKind kind, CheckedRows& row) {
+    const std::size_t place = table.find(itemKindOf(kind) == ObjectKind::kSite ? kSiteColumn : kPoolColumn);
+    const std::string item(place < table.columns.size() ? row.cell(place).value_or("") : "");
+    std::string node;
     if (kind == ObjectKind::kDirectory) {
       node = std::string(row.cell(table.find(kPathColumn)).value_or("")) + "/" +
              std::string(row.cell(table.find(kDirectoryColumn)).value_or(""));

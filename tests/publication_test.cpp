@@ -337,6 +337,64 @@ TEST_F(Publication, SaysWhatIsNotKnownAndWhereObjectsAre) {
   EXPECT_EQ(value("select p.key" + parents + "o.key = 'HR'"), "Batch Pool");
 }
 
+TEST_F(Publication, MarksTheCellsThatAProblemConcerns) {
+  using inventory::ObjectKind;
+  const std::string root = "IIS://A/MSFTPSVC/1/ROOT";
+  const auto problem = [](const char* table, ObjectKind kind, const std::string& item,
+                          const std::string& node, const char* property, std::int32_t number = 0x5E) {
+    return inventory::Problem{false, table, kind, item, node, property, "", number, "why", ""};
+  };
+  const struct {
+    const char* table;
+    std::vector<std::vector<inventory::Cell>> rows;
+    inventory::Problem problem;
+    Strings marks;  // of the rows
+  } cases[] = {
+      // By the property, without regard to case, and what isn't written; of one item, or of all.
+      {"tblHomeDirectorySetting",
+       {{"A", "one", "1", "s", "p", "Yes", "Yes"}, {"A", "two", "2"}},
+       problem("tblHomeDirectorySetting", ObjectKind::kSite, "1", root, "accesswrite"),
+       {"|may_write|logs_visits|listing_style|", ""}},
+      {"tblHealth",
+       {{"A", "P", "True", "1", "1", "1", "1", "1", "1"}, {"A", "Q", "True", "1", "1", "1", "1", "1", "1"}},
+       problem("tblHealth", ObjectKind::kPool, "", "", "PingInterval"),
+       {"|ping_seconds|", "|ping_seconds|"}},
+      // The half of the table of two kinds that a pool has.
+      {"tblGeneral",
+       {{"A", "one", "1"}, {"A", {}, {}, {}, {}, {}, {}, "Running", "1"}},
+       problem("tblGeneral", ObjectKind::kPool, "1", "", ""),
+       {"", "|state|"}},
+      {"tblvirtualDirectory",
+       {{root, "1", "pub", "s", "p"}, {root, "1", "x"}},
+       problem("tblvirtualDirectory", ObjectKind::kSite, "1", root + "/PUB", "Path"),
+       {"|content_source|path|may_read|may_write|logs_visits|", ""}},
+      // Missing pieces of a text are empty.
+      {"tblAppliedObject",
+       {{"A", "P", "W", "Web site", "(All)", ""}, {"A", "P", "shop", "Virtual directory", "", ""}},
+       problem("tblAppliedObject", ObjectKind::kPool, "P", "IIS://A/W3SVC/4", "ServerBindings", 9),
+       {"|ip_address|tcp_port|", ""}},
+      {"tblWSExtension",
+       {{"A", "X", "d", "Allowed", "", "Allowed"}, {"A", "Y", "d", "Allowed", "f", "Allowed"}},
+       problem("tblWSExtension", ObjectKind::kNone, "", "", "", 9),
+       {"|file|", ""}}};
+  for (const auto& each : cases) {
+    SCOPED_TRACE(each.table);
+    const FewRows rows(each.table, each.rows);
+    inventory::Collected collected;
+    collected.origin.server = "A";
+    collected.rows = &rows;
+    const auto inventory = inventory::openForPublishing(database_.string(), {});
+    for (const bool isNote : {true, false}) {
+      collected.problems = {each.problem};
+      collected.problems[0].isNote = isNote;
+      inventory->publish({&collected, 1});
+      const std::string order = " order by id";
+      EXPECT_EQ(values("select coalesce(not_known, '') from " + std::string(each.table) + order),
+                isNote ? Strings(each.marks.size()) : each.marks);
+    }
+  }
+}
+
 TEST_F(Publication, ReadsViewsByKeysAlone) {
   collect({kLegacy, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1);
   const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite, "");
