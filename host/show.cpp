@@ -13,6 +13,7 @@
 
 #include "host/listing.h"
 #include "host/nearest.h"
+#include "host/problem_groups.h"
 #include "host/retry.h"
 #include "host/sections.h"
 #include "host/servers.h"
@@ -25,6 +26,7 @@ namespace {
 
 using inventory::Cell;
 using Collections = std::vector<inventory::CollectionInfo>;
+using inventory::ObjectKind;
 using Strings = std::vector<std::string>;
 
 constexpr const char* kNotKnownColumn = "Not known";
@@ -289,6 +291,21 @@ CapturedTable listTables(const Collections& collections) {
   return captured;
 }
 
+// Prints of which servers a table was not collected, or not all of it.
+void reportNotCollected(const Relation& relation, const Collections& collections) {
+  constexpr std::size_t kMostNames = 20;
+  if (relation.table == nullptr || relation.table->kinds[0] == ObjectKind::kNone) return;
+  inventory::Coverage whole;
+  for (const ObjectKind kind : relation.table->kinds) whole.add(*relation.table, kind);
+  Strings names;
+  for (const inventory::CollectionInfo& collection : collections) {
+    if (!collection.coverage.covers(whole))
+      names.push_back(collection.server + " (collected with " + collection.selection + ")");
+  }
+  if (!names.empty())
+    complain(relation.name + ": not collected, or not all of it, of " + listed(names, kMostNames));
+}
+
 std::vector<CapturedTable> capture(const ShowOptions& options) {
   if (options.tables.empty() &&
       (!options.columns.empty() || !options.conditions.empty() || !options.sort.empty())) {
@@ -307,6 +324,7 @@ std::vector<CapturedTable> capture(const ShowOptions& options) {
   if (named.empty()) tables.push_back(listTables(collections));
   for (const Relation& relation : named)
     TableReader(options, relation).read(reader, collections, tables.emplace_back());
+  for (const Relation& relation : named) reportNotCollected(relation, collections);
   return tables;
 }
 

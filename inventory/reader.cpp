@@ -90,15 +90,25 @@ std::string columnNames(const Table& table) {
   return names;
 }
 
-// The condition and the order in which rows of some collections are read.
-std::string rangeOf(const Table& table, const std::vector<std::int64_t>& collections) {
-  if (table.kinds[0] != ObjectKind::kNone || table.name == problemsTable().name) {
-    return idsCondition("id", collections) + " order by id" + (table.hasSeveralRows ? ", number" : "");
+// A query for the rows of some collections in a table, in their order. For a single one the text is always
+// the same, so that it is prepared once.
+std::unique_ptr<Cursor> queryRows(Session& session, const Table& table,
+                                  const std::vector<std::int64_t>& collections) {
+  const std::string select =
+      "select " + columnNames(table) + " from " + session.dialect().table(table.name) + " where ";
+  const bool hasIds = table.kinds[0] != ObjectKind::kNone || table.name == problemsTable().name;
+  const std::string order = hasIds ? table.hasSeveralRows ? " order by id, number" : " order by id"
+                            : table.name == "objects" ? " order by collection_id, number"
+                                                      : " order by collection_id";
+  if (collections.size() == 1) {
+    const std::int64_t id = collections.front();
+    return hasIds ? session.query(select + "id >= $1 and id < $2" + order, {id << 32, (id + 1) << 32})
+                  : session.query(select + "collection_id = $1" + order, {id});
   }
   std::string list;
   for (const std::int64_t id : collections) list += (list.empty() ? "" : ", ") + std::to_string(id);
-  return "collection_id in (" + list + ") order by collection_id" +
-         (table.name == "objects" ? ", number" : "");
+  return session.query(
+      select + (hasIds ? idsCondition("id", collections) : "collection_id in (" + list + ")") + order);
 }
 
 // A row of a query over one of the tables.
@@ -245,8 +255,7 @@ void Reader::forEachRow(const Table& table, std::span<const CollectionInfo> coll
   impl_->inPieces(sorted, [&](Session& session, std::span<const CollectionInfo> piece) {
     std::vector<std::int64_t> ids;
     for (const CollectionInfo& collection : piece) ids.push_back(collection.id);
-    const auto rows = session.query("select " + columnNames(table) + " from " +
-                                    session.dialect().table(table.name) + " where " + rangeOf(table, ids));
+    const auto rows = queryRows(session, table, ids);
     CursorRow row(table, *rows);
     std::size_t at = 0;
     while (rows->next()) {
@@ -269,10 +278,7 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
       data.push_back(std::make_unique<ServerData>(collection));
       byId[collection.id] = data.back().get();
     }
-    const auto rowsOf = [&](const Table& table) {
-      return session.query("select " + columnNames(table) + " from " + session.dialect().table(table.name) +
-                           " where " + rangeOf(table, ids));
-    };
+    const auto rowsOf = [&](const Table& table) { return queryRows(session, table, ids); };
     for (std::size_t place = 0; place < tables().size(); ++place) {
       const Table& table = tables()[place];
       const auto rows = rowsOf(table);

@@ -206,11 +206,15 @@ TEST_F(Publication, RefusesOneServerOfSeveralAndMarksWhatWasNotCollected) {
             Strings{"011 111 111"});
   const auto part = folder_ / "part.db";
   fs::copy_file(database_, part);
-  for (const Arguments& command :
-       {Arguments{"findings"}, {"report"}, {"diff", part.string(), "--server", "B", "--against", "A"}}) {
-    const Result shown = test::run(
-        folder_, command.size() > 1 ? command : Arguments{command[0], "--database", database_.string()});
-    EXPECT_NE(shown.out.find("not collected"), std::string::npos) << command[0];
+  for (const Arguments& command : {Arguments{"findings"},
+                                   {"report"},
+                                   {"show", "Message"},
+                                   {"show", "General"},
+                                   {"diff", part.string(), "--server", "B", "--against", "A"}}) {
+    Arguments arguments = command;
+    if (command[0] != "diff") arguments.insert(arguments.end(), {"--database", database_.string()});
+    const Result shown = test::run(folder_, arguments);
+    EXPECT_NE((shown.out + shown.err).find("not collected"), std::string::npos) << command[0];
   }
 }
 
