@@ -458,7 +458,11 @@ class Collection : private Publisher::Listener {
       return;
     try {
       // Asking once more would only mean waiting once more.
-      if (publisher_.hasGivenUp()) return complain("what was published before is unchanged");
+      if (publisher_.hasGivenUp()) {
+        return complain(namesOf(PublishState::kUnknown).empty()
+                            ? "what was published before is unchanged"
+                            : "what was published before is unchanged, but for servers of unknown outcome");
+      }
       inventory::Reader reader = inventory_->read();
       std::vector<std::string> kept;
       for (const inventory::CollectionInfo& collection : reader.collections({names, ""}))

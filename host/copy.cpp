@@ -42,7 +42,12 @@ Copied copyServers(const CopyOptions& options) {
   if (copied.servers.empty()) return copied;
   const auto target = inventory::openForPublishing(options.to, options.access);
   copied.rows = target->copyFrom(*source, copied.servers);
-  target->finishPublishing();
+  try {
+    target->finishPublishing();
+  } catch (const inventory::Error& error) {
+    // It is copied; statistics only make later commands faster.
+    complain(error.what());
+  }
   return copied;
 }
 

@@ -124,6 +124,12 @@ struct Difference {
 // Columns of the spooled rows.
 enum Field : std::size_t { kServer, kKind, kName, kTable, kColumn, kOld, kNew, kOutcome, kFieldCount };
 
+// Servers that were not compared, as a sentence.
+std::string skippedText(const DiffOptions& options, std::int64_t skipped) {
+  return counted(skipped, "server has", "servers have") + " " +
+         (options.since.empty() ? "only one collection" : "no collection of that time");
+}
+
 // The results of a comparison.
 struct Differences {
   Spool rows;
@@ -185,7 +191,7 @@ class Side {
   }
   bool hasFailed(const ComparedTable& table, std::string_view item) const {
     const auto found = items_.find(itemKey(inventory::itemKindOf(table.rowKind), item));
-    return !data_.reasons(table.table->name, found == items_.end() ? 0 : found->second).empty();
+    return data_.hasReasons(table.table->name, found == items_.end() ? 0 : found->second);
   }
   // Whether rows that are missing may exist.
   bool isUnknown(const ComparedTable& table, std::string_view item) const {
@@ -623,10 +629,7 @@ class TextPrinter {
 
   void finish(std::int64_t skipped) {
     if (differences_ + unknown_ > 0) output_.write("\n");
-    if (skipped > 0) {
-      output_.write(counted(skipped, "server has", "servers have") + " " +
-                    (options_.since.empty() ? "only one collection" : "no collection of that time") + "\n");
-    }
+    if (skipped > 0) output_.write(skippedText(options_, skipped) + "\n");
     output_.write(differences_ == 0 ? "no differences" : counted(differences_, "difference", "differences"));
     if (unknown_ > 0) output_.write(", " + std::to_string(unknown_) + " not known");
     output_.write("\n");
@@ -683,6 +686,7 @@ int diff(const DiffOptions& options, Output& output) {
       printer.finish(differences.skipped);
       return;
     }
+    if (differences.skipped > 0) complain(skippedText(options, differences.skipped));
     const Listing listing{
         {{"Server"}, {"Object"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}}, forEachRow};
     print(listing, {options.format}, output);

@@ -320,7 +320,7 @@ class RuleEvaluator {
     const std::string_view table = inventory::tables()[predicate.table()].name;
     for (const ObjectInfo& object : data_.objects()) {
       if (object.kind != kind || itemsWithRows_.contains(object.id)) continue;
-      if (data_.isCollected(table, predicate.kind, object.id) && data_.reasons(table, object.id).empty())
+      if (data_.isCollected(table, predicate.kind, object.id) && !data_.hasReasons(table, object.id))
         continue;
       Candidate* const candidate = candidateFor(condition, object.id);
       if (candidate == nullptr) continue;
@@ -391,8 +391,7 @@ class RuleEvaluator {
       const std::int64_t id = pool->finding.object;
       if (serving.contains(id)) {
         pool->answers[0] = Answer::kNo;
-      } else if (!data_.isCollected(kApplications, kApplication, id) ||
-                 !data_.reasons(kApplications, id).empty()) {
+      } else if (!data_.isCollected(kApplications, kApplication, id) || data_.hasReasons(kApplications, id)) {
         pool->answers[0] = Answer::kUnknown;
       }
     }

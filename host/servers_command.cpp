@@ -30,7 +30,7 @@ constexpr const char* kServersFooter =
 constexpr const char* kRemoveFooter =
     "Removes all of the servers, or none; with --before only their collections that\n"
     "were published earlier, except the current ones. Logs are kept. Exit status:\n"
-    "0 done, 2 nothing was removed.\n"
+    "0 done, 2 nothing was removed, or the outcome is unknown.\n"
     "\n"
     "Examples:\n"
     "  iisinventory remove WEB01 WEB02 -d inventory.db\n"
@@ -40,7 +40,7 @@ constexpr const char* kRenameFooter =
     "The rows, the paths that begin with the name, the collections and the problems\n"
     "get the new one. Accounts and other values are not changed, nor are the logs.\n"
     "Fails if there is a server of the new name. Exit status: 0 done, 2 nothing was\n"
-    "renamed.\n"
+    "renamed, or the outcome is unknown.\n"
     "\n"
     "Example:\n"
     "  iisinventory rename WEB1 WEB01 -d inventory.db";

@@ -1,7 +1,7 @@
 #include "inventory/copying.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <span>
 #include <unordered_set>
 #include <utility>
 
@@ -145,8 +145,12 @@ Published copyServers(Driver& source, Session& target, const std::vector<std::st
     batch.clear();
     rows = 0;
   };
-  reader.forEach(history, [&](std::unique_ptr<ServerData> data) {
+  std::vector<CollectionInfo> successors;
+  const auto add = [&](std::unique_ptr<ServerData> data) {
     const CollectionInfo& info = data->info();
+    // Published meanwhile: newer than all of the history.
+    if (!std::ranges::binary_search(history, info.id, {}, &CollectionInfo::id))
+      return successors.push_back(info);
     if (!done.insert(info.id).second) return;
     rows += info.rows;
     for (std::size_t at = 0; at < copied.added.size(); ++at)
@@ -154,8 +158,16 @@ Published copyServers(Driver& source, Session& target, const std::vector<std::st
     const std::int64_t serverId = known.at(info.serverKey).id;
     batch.push_back({std::move(data), 0, serverId});
     if (rows >= kMostRows || batch.size() >= kMostCollections) flush();
-  });
+  };
+  reader.forEach(history, add);
+  history = std::exchange(successors, {});
+  std::ranges::sort(history, {}, &CollectionInfo::id);
+  reader.forEach(history, add);
   if (!batch.empty()) flush();
+  for (const auto& [key, server] : known) {
+    if (!latest.contains(server.id))
+      throw Error("cannot copy " + server.name + ": it was removed from the source meanwhile");
+  }
   std::string updates;
   for (const auto& [serverId, last] : latest)
     updates += currentSql(target.dialect(), serverId, last.name, last.id);
@@ -183,27 +195,33 @@ void renameServer(Session& session, const KnownServer& server, const std::string
   const Dialect& dialect = session.dialect();
   std::int64_t rows = 0;
   const std::vector<std::int64_t> collections = collectionsOf(session, {{"", server}}, "", rows);
-  const std::string to = quotedText(name), ids = idsCondition("id", collections);
+  const std::string to = quotedText(name);
   const std::string position = dialect.isPostgres() ? "strpos" : "instr", path = quotedName(kPathColumn);
   const auto update = [&](std::string_view table, const std::string& changes, const std::string& condition) {
     session.execute("update " + dialect.table(table) + " set " + changes + " where " + condition);
   };
-  for (const Table& table : tables()) {
-    const std::string next =
-        "'IIS://' || " + to + " || substr(" + path + ", 6 + " + position + "(substr(" + path + ", 7), '/'))";
-    update(table.name,
-           table.hasServerColumn()
-               ? "\"Server name\" = " + to
-               : path + " = case when " + path + " like 'IIS://%/%' then " + next + " else " + path + " end",
+  for (std::size_t at = 0; at < collections.size(); at += kMostCollections) {
+    const auto chunk =
+        std::span(collections).subspan(at, std::min(kMostCollections, collections.size() - at));
+    const std::string ids = idsCondition("id", {chunk.begin(), chunk.end()});
+    for (const Table& table : tables()) {
+      const std::string next = "'IIS://' || " + to + " || substr(" + path + ", 6 + " + position + "(substr(" +
+                               path + ", 7), '/'))";
+      update(table.name,
+             table.hasServerColumn() ? "\"Server name\" = " + to
+                                     : path + " = case when " + path + " like 'IIS://%/%' then " + next +
+                                           " else " + path + " end",
+             ids);
+    }
+    // A node's path may end in the name.
+    const std::string former = "'IIS://' || \"Server name\" || '/'", next = "'IIS://' || " + to + " || '/'";
+    const std::string node = "replace(\"Node\" || '/', " + former + ", " + next + ")";
+    update("Problems",
+           "\"Node\" = substr(" + node + ", 1, length(" + node +
+               ") - 1), \"Message\" = replace(\"Message\", " + former + ", " + next +
+               "), \"Server name\" = " + to,
            ids);
   }
-  // A node's path may end in the name.
-  const std::string former = "'IIS://' || \"Server name\" || '/'", next = "'IIS://' || " + to + " || '/'";
-  const std::string node = "replace(\"Node\" || '/', " + former + ", " + next + ")";
-  update("Problems",
-         "\"Node\" = substr(" + node + ", 1, length(" + node + ") - 1), \"Message\" = replace(\"Message\", " +
-             former + ", " + next + "), \"Server name\" = " + to,
-         ids);
   update("Collections", "\"Server name\" = " + to, "server_id = " + std::to_string(server.id));
   update("servers", "name = " + to + ", server_key = " + quotedText(folded(name)),
          "server_id = " + std::to_string(server.id));

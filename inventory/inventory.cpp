@@ -84,9 +84,12 @@ std::int64_t Inventory::remove(const std::vector<std::string>& servers, const st
   const std::vector<std::string> keys = foldedAll(servers);
   Change change = changeOf(keys, servers.size() == 1 ? servers[0] : "one of these servers");
   std::int64_t rows = 0;
+  std::optional<std::map<std::string, KnownServer>> seen;
   change.effect = "have been removed";
   change.work = [&](Session& session, bool) {
     const std::map<std::string, KnownServer> known = findServers(session, keys);
+    if (seen) requireUnchanged(*seen, known);
+    seen = known;
     for (std::size_t at = 0; at < keys.size(); ++at) {
       if (!known.contains(keys[at])) failMissing(servers[at]);
     }
@@ -100,9 +103,12 @@ void Inventory::rename(const std::string& server, const std::string& name) {
   std::vector<std::string> keys{folded(server)};
   if (!sameName(server, name)) keys.push_back(folded(name));
   Change change = changeOf(keys, server);
+  std::optional<std::map<std::string, KnownServer>> seen;
   change.effect = "have been renamed";
   change.work = [&](Session& session, bool) {
     const std::map<std::string, KnownServer> known = findServers(session, keys);
+    if (seen) requireUnchanged(*seen, known);
+    seen = known;
     if (!known.contains(keys.front())) failMissing(server);
     if (keys.size() > 1 && known.contains(keys.back())) {
       throw Error("cannot rename " + server + ": the database '" + shownName() + "' already has a server '" +

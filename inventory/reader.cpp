@@ -202,8 +202,8 @@ class Reader::Impl {
     const auto rows = session.query("select " + std::string(kInfoColumns) + " from " +
                                         session.dialect().table("servers") + " s join " + collections +
                                         " c on c.collection_id = s.current_collection where "
-                                        "s.server_id = $1",
-                                    {collection.serverId});
+                                        "s.server_id = $1 and s.server_key = $2",
+                                    {collection.serverId, collection.serverKey});
     return rows->next() ? std::optional(infoOf(*rows)) : std::nullopt;
   }
 

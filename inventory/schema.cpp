@@ -146,12 +146,26 @@ std::vector<WantedView> outdatedViews(Session& session, const Relations& relatio
   return wanted;
 }
 
+// Refuses a database without an inventory that has something of one of its names.
+void requireFreeNames(Session& session, const Relations& relations, const std::string& name) {
+  std::vector<std::string> names{std::string(kSelectedView)};
+  for (const Table* const table : everyTable()) names.emplace_back(table->name);
+  for (const View& view : views(session.dialect(), std::string(kSelectedView))) names.push_back(view.name);
+  for (const std::string& each : names) {
+    if (relations.contains(each)) refuse(name, "it has another table or view '" + each + "'");
+  }
+}
+
 }  // namespace
 
 bool prepareSchema(Session& session, const std::string& name, bool force, bool mayChange) {
   const Relations relations = relationsOf(session);
-  if (!checkVersion(session, relations, name) && !relations.empty() && !force)
-    refuse(name, "it has other tables but no inventory (use --force to allow other tables in the database)");
+  if (!checkVersion(session, relations, name)) {
+    if (!relations.empty() && !force)
+      refuse(name,
+             "it has other tables but no inventory (use --force to allow other tables in the database)");
+    requireFreeNames(session, relations, name);
+  }
   const std::string sql = missingTables(relations, session.dialect(), name);
   const std::vector<WantedView> outdated = outdatedViews(session, relations);
   if (sql.empty() && outdated.empty()) return true;

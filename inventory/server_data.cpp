@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <unordered_set>
 
 #include "inventory/names.h"
 
@@ -84,21 +85,39 @@ std::vector<DataRow> ServerData::rowsOf(std::size_t table, std::int64_t object) 
 }
 
 std::vector<std::string> ServerData::reasons(std::string_view table, std::int64_t object) const {
+  findReasons();
   std::vector<std::string> messages;
-  const ObjectInfo* const about = this->object(object);
-  for (std::size_t at = 0; at < problems_.size(); ++at) {
-    const Problem& problem = problems_[at];
-    if (problem.isNote || problem.table != table) continue;
-    std::int64_t of = problemObjects_[at];
-    // What fails at a directory concerns the lists of its site.
-    const ObjectInfo* each = this->object(of);
-    while (each != nullptr && each->kind == ObjectKind::kDirectory && about != nullptr &&
-           about->kind != each->kind)
-      each = this->object(of = each->parent);
-    if (of != 0 && of != object) continue;
-    if (std::ranges::find(messages, problem.message) == messages.end()) messages.push_back(problem.message);
+  std::unordered_set<std::string_view> seen;
+  for (const std::int64_t about : {std::int64_t{0}, object}) {
+    const auto found = reasons_.find({table, about});
+    for (std::size_t at = 0; found != reasons_.end() && at < found->second.size(); ++at) {
+      const std::string& message = problems_[found->second[at]].message;
+      if (seen.insert(message).second) messages.push_back(message);
+    }
+    if (object == 0) break;
   }
   return messages;
+}
+
+bool ServerData::hasReasons(std::string_view table, std::int64_t object) const {
+  findReasons();
+  return reasons_.contains({table, object}) || reasons_.contains({table, 0});
+}
+
+// What fails at a directory concerns the lists of its site too. A problem of an item that is no object
+// concerns none.
+void ServerData::findReasons() const {
+  if (std::exchange(hasReasons_, true)) return;
+  for (std::size_t at = 0; at < problems_.size(); ++at) {
+    const Problem& problem = problems_[at];
+    const std::int64_t about = problemObjects_[at];
+    if (problem.isNote || (about == 0 && !problem.item.empty())) continue;
+    reasons_[{problem.table, about}].push_back(at);
+    const ObjectInfo* each = object(about);
+    if (each == nullptr || each->kind != ObjectKind::kDirectory) continue;
+    while (each != nullptr && each->kind == ObjectKind::kDirectory) each = object(each->parent);
+    if (each != nullptr) reasons_[{problem.table, each->id}].push_back(at);
+  }
 }
 
 bool ServerData::isCollected(std::string_view table, ObjectKind kind, std::int64_t object) const {

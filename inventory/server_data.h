@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <span>
 #include <string>
@@ -84,6 +85,7 @@ class ServerData {
   // Why cells of a table's rows about an object are unknown, or why there is no such row: messages of
   // problems, each once. Empty where none is known.
   std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
+  bool hasReasons(std::string_view table, std::int64_t object) const;
 
   // Whether the collection looked at a table's rows about an object; an object of 0 stands for any.
   bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
@@ -102,12 +104,17 @@ class ServerData {
   };
 
   char* allocate(std::size_t size);
+  void findReasons() const;
 
   CollectionInfo info_;
   std::vector<ObjectInfo> objects_;
   std::vector<Rows> tables_;
   std::vector<Problem> problems_;
   std::vector<std::int64_t> problemObjects_;
+  // The places of problems by table and object, 0 for every object; of a directory's also under its site.
+  // Made once.
+  mutable std::map<std::pair<std::string_view, std::int64_t>, std::vector<std::size_t>> reasons_;
+  mutable bool hasReasons_ = false;
   std::vector<std::unique_ptr<char[]>> blocks_;
   std::size_t left_ = 0;
   char* next_ = nullptr;

@@ -25,9 +25,8 @@ std::uint64_t bit(std::size_t column) {
 
 // Whether a web application, as its row has it, can be the one at a node. Only a directory has the node's
 // name.
-bool mayBeAt(const std::string& node, std::string_view type, std::string_view name) {
+bool mayBeAt(const std::string& path, std::string_view type, std::string_view name) {
   constexpr std::string_view kBelow = "/w3svc/";
-  const std::string path = folded(node);
   const std::size_t start = path.find(kBelow);
   if (start == path.npos) return true;
   const auto depth =
@@ -49,21 +48,28 @@ UnknownCells::UnknownCells(std::span<const Problem> problems) {
   for (const Problem& problem : problems) {
     const std::size_t at = findTable(problem.table);
     if (problem.isNote || at == tables().size()) continue;
-    problems_[tables()[at].name][folded(problem.item)].push_back(
-        {problem.itemKind, problem.node, problem.property, problem.number == kTooFewPieces});
+    auto& byKey = problems_[tables()[at].name];
+    const std::string item = folded(problem.item);
+    byKey[item];  // also says that rows of the item may be missing
+    const bool isAtNode = tables()[at].isAbout(ObjectKind::kDirectory) && !problem.node.empty();
+    byKey[isAtNode ? item + '\n' + folded(problem.node) : item].push_back(
+        {problem.itemKind, folded(problem.node), problem.property, problem.number == kTooFewPieces});
   }
 }
 
 std::string UnknownCells::of(const Table& table, const Row& row) const {
   if (!concerns(table.name)) return {};
   Columns unknown = 0;
-  for (const std::string_view item : {row.item, std::string_view()}) {
-    const std::vector<Entry>* const entries = find(table.name, item);
+  const std::string item = folded(row.item), node = folded(row.node);
+  std::vector<std::string> keys{item, ""};
+  if (item.empty()) keys.pop_back();
+  if (!node.empty()) keys.insert(keys.end(), {item + '\n' + node, '\n' + node});
+  for (const std::string& key : keys) {
+    const std::vector<Entry>* const entries = find(table.name, key);
     if (entries == nullptr) continue;
     for (const Entry& entry : *entries) {
       if (concernsRow(entry, table, row)) unknown |= columnsOf(entry, table, row);
     }
-    if (row.item.empty()) break;
   }
   if (unknown == 0) return {};
   // What the routine didn't come to any more isn't known either.
@@ -76,22 +82,21 @@ std::string UnknownCells::of(const Table& table, const Row& row) const {
 }
 
 bool UnknownCells::mayLackRows(std::string_view table, std::string_view item) const {
-  return concerns(table) && (find(table, item) != nullptr || find(table, {}) != nullptr);
+  return concerns(table) && (find(table, folded(item)) != nullptr || find(table, {}) != nullptr);
 }
 
 const std::vector<UnknownCells::Entry>* UnknownCells::find(std::string_view table,
-                                                           std::string_view item) const {
-  const auto& byItem = problems_.at(table);
-  const auto found = byItem.find(folded(item));
-  return found == byItem.end() ? nullptr : &found->second;
+                                                           const std::string& key) const {
+  const auto& byKey = problems_.at(table);
+  const auto found = byKey.find(key);
+  return found == byKey.end() ? nullptr : &found->second;
 }
 
 bool UnknownCells::concernsRow(const Entry& entry, const Table& table, const Row& row) {
   if (entry.itemKind != ObjectKind::kNone && entry.itemKind != itemKindOf(row.kind) && !row.item.empty())
     return false;
-  if (entry.node.empty()) return true;
-  if (!row.node.empty()) return sameName(entry.node, row.node);
-  if (table.name != kApplications) return true;
+  // Problems at the node of a directory were found by it.
+  if (entry.node.empty() || table.name != kApplications) return true;
   return mayBeAt(entry.node, row.cell(kObjectType.column).value_or(""),
                  row.cell(kObjectName.column).value_or(""));
 }

@@ -333,10 +333,12 @@ class SqliteDriver : public Driver {
     const std::string version = database.value("pragma schema_version");
     if (version != preparedVersion_) change.prepare(session, true);
     change.work(session, false);
+    // Behind the transaction another process may have the lock.
+    std::string prepared = database.value("pragma schema_version");
     transaction.commit();
     if (database.hasMoved())
       throw Error("the database '" + file_ + "' was moved or replaced while it was written to");
-    preparedVersion_ = database.value("pragma schema_version");
+    preparedVersion_ = std::move(prepared);
     hasChanged_ = true;
     return true;
   }
