@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Measures collecting and reading fleets of servers of ten sites at three sizes, in SQLite and in PostgreSQL.
 
-usage: fleet.py BUILD_FOLDER [--sizes 100,1000,10000] [--postgres ADDRESS]
+usage: fleet.py BUILD_FOLDER [--sizes 100,1000,10000] [--runs 3] [--postgres ADDRESS]
 
 BUILD_FOLDER has bin/iisinventory and bin/generate_metabase. ADDRESS is an empty database on a PostgreSQL server. Prints
-a table for each kind of database: medians of three runs in seconds, and the peak memory of the last one in MiB.
+a table for each kind of database: medians in seconds, and the peak memory of the last one in MiB.
 """
 
 import argparse
@@ -17,7 +17,6 @@ import tempfile
 import time
 from pathlib import Path
 
-RUNS = 3
 FILES = 20  # that are different
 LARGEST_REPORT = 1000
 VIEW = "select * from {} where server = '{}'"
@@ -33,8 +32,8 @@ def run(arguments):
     return time.monotonic() - start, usage.ru_maxrss / 1024
 
 
-def measured(arguments):
-    runs = [run(arguments) for _ in range(RUNS)]
+def measured(arguments, count):
+    runs = [run(arguments) for _ in range(count)]
     return statistics.median(seconds for seconds, _ in runs), runs[-1][1]
 
 
@@ -56,14 +55,14 @@ def view_seconds(database, server):
     return slowest
 
 
-def report(program, files, size, database, second, folder):
+def report(program, files, size, database, second, folder, count):
     servers = [f"S{number:05}={files[number % FILES]}" for number in range(size)]
     middle = f"S{size // 2:05}"
     to = ["--database", database, "--log-dir", str(folder)]
     cells = [f"{size:,}"]
 
     def add(arguments, once=False):
-        seconds, megabytes = run(arguments) if once else measured(arguments)
+        seconds, megabytes = run(arguments) if once else measured(arguments, count)
         cells.append(f"{seconds:.2f} ({megabytes:.0f})")
 
     add([program, "collect", "--quiet", *servers, *to], once=True)
@@ -87,6 +86,7 @@ def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build")
     parser.add_argument("--sizes", default="100,1000,10000")
+    parser.add_argument("--runs", type=int, default=3)
     parser.add_argument("--postgres")
     options = parser.parse_args()
     binaries = Path(options.build) / "bin"
@@ -109,7 +109,7 @@ def main():
                     subprocess.run(["psql", "-q", options.postgres, "-c", "drop schema if exists iis_inventory cascade"],
                                    check=True, stderr=subprocess.DEVNULL)
                     database, second = options.postgres, None
-                report(program, files, size, database, second, folder)
+                report(program, files, size, database, second, folder, options.runs)
 
 
 if __name__ == "__main__":

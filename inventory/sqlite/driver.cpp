@@ -262,8 +262,10 @@ class SqliteDriver : public Driver {
 
  private:
   static constexpr int kMostTries = 5;
-  // What a change may take of memory before SQLite writes into the file ahead of the commit.
+  // What SQLite may take of memory: for a change before it writes into the file ahead of the commit, and for
+  // reading.
   static constexpr int kCacheKibibytes = 16 * 1024;
+  static constexpr int kReadingKibibytes = 2 * 1024;
 
   void open(Database::Mode mode) {
     attempt([&] {
@@ -271,7 +273,9 @@ class SqliteDriver : public Driver {
       Database& database = handle_->database();
       database.stopWaitingWhen(stopWaiting_);
       sqlite3_db_config(database.raw(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
-      database.execute("pragma synchronous = full; pragma cache_size = -" + std::to_string(kCacheKibibytes));
+      database.execute(
+          "pragma synchronous = full; pragma cache_size = -" +
+          std::to_string(mode == Database::Mode::kReadOnly ? kReadingKibibytes : kCacheKibibytes));
     });
   }
 
