@@ -34,9 +34,9 @@ int main(int, char** arguments) {
   server.name = entry.substr(0, equals);
   server.source.path = entry.substr(equals + 1);
   host::PrivateLogs logs(std::filesystem::current_path());
-  host::Workplace workplace("inventory.db");
+  host::StagingDatabase staging("inventory.db");
   const host::ProgressLine::Updaters updaters{
       std::make_shared<Sink>(""), std::make_shared<Sink>("bar "), std::make_shared<Sink>("  "), {}};
-  host::collectServer(server, 1U << 30, host::select({}, {}, {}), workplace, logs, updaters);
+  host::collectServer(server, 1U << 30, host::select({}, {}, {}), staging, logs, updaters);
   return 0;
 }
