@@ -23,7 +23,7 @@ constexpr const char* kFooter =
     "reported as one that could not be evaluated.\n"
     "\n"
     "Exit status: 0; with --fail-on, 1 if such a rule has a finding or could not be\n"
-    "evaluated; 2 on errors. 'any' stands for every rule.\n"
+    "evaluated; 2 on errors. 'any' means every rule.\n"
     "\n"
     "Examples:\n"
     "  iisinventory findings -d inventory.db\n"

@@ -15,10 +15,10 @@ namespace host {
 using Marks = std::vector<const Rule*>;
 
 // "Not collected.", "Not known: ..." with the first reason, or empty if there are no rows of a table about an
-// object because there is nothing. An object of 0 stands for any.
+// object because there is nothing. An object of 0 means any.
 std::string whyMissing(const inventory::ServerData& data, std::size_t table, inventory::ObjectKind kind,
                        std::int64_t object);
-// The same as a paragraph; `none` stands for nothing.
+// The same as a paragraph; `none` means nothing.
 std::string missingParagraph(const std::string& whyMissing, const std::string& none);
 
 class ItemBlocks {

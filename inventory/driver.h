@@ -155,7 +155,7 @@ class Driver {
   virtual std::string shownName() const = 0;
   virtual const Dialect& dialect() const = 0;
 
-  // Makes a change. Throws OutcomeUnknown where nobody can say whether it was committed.
+  // Makes a change. Throws OutcomeUnknown if it cannot be known whether it was committed.
   virtual void change(const Change& change) = 0;
   virtual int concurrentChanges() const { return 1; }
 

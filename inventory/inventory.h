@@ -34,7 +34,7 @@ class TableRow {
 };
 
 // Reads an inventory. On a server it sees one state for as long as it lives. In a file it reads each
-// collection in a transaction of its own, so that it keeps nobody from publishing; a collection that was
+// collection in a transaction of its own, so that other processes can publish; a collection that was
 // deleted meanwhile is replaced by its server's current one, and `onSuccessor` is called. Members throw
 // Error.
 class Reader {

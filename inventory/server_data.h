@@ -87,7 +87,7 @@ class ServerData {
   std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
   bool hasReasons(std::string_view table, std::int64_t object) const;
 
-  // Whether the collection looked at a table's rows about an object; an object of 0 stands for any.
+  // Whether the collection looked at a table's rows about an object; an object of 0 means any.
   bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
 
   // To fill it: objects and rows in the order of their ids.

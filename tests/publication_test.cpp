@@ -483,7 +483,7 @@ TEST_F(Publication, VerifyFindsWhatIsMissingAndWhatBelongsToNothing) {
   collect({"WEB01=" SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 2, "damaged");
 }
 
-// Readers get each collection whole, or its successor, and keep nobody from publishing.
+// Readers get each collection whole, or its successor, and let others publish.
 TEST_F(Publication, ReplacesACollectionWhileItIsReadWithItsSuccessor) {
   collect({"A=" + state(1), "B=" + state(1), "C=" + state(1)});
   const auto inventory = inventory::openForReading(database_.string(), {});

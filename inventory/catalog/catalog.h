@@ -13,7 +13,7 @@
 
 namespace inventory {
 
-// What an inventory is about. kNone stands for the server as a whole.
+// What an inventory is about. kNone means the server as a whole.
 enum class ObjectKind : std::uint8_t { kNone, kSite, kDirectory, kPool, kExtension, kApplication };
 
 // "site", "directory" and so on; empty for kNone. The other way kNone for an unknown word.
