@@ -131,9 +131,9 @@ CallPlace CallPlace::ofAll(std::string_view table, ObjectKind kind, const std::v
 void CallPlace::sent(TextView status, std::span<Problem> since) {
   if (table_ == kDirectories && status.starts_with(kProcessing)) {
     // The look at a directory's security comes ahead of its status text.
-    directory_ = node_ + "/" + toUtf8(quotedIn(status));
+    directoryStatus_.assign(status);
     for (Problem& problem : since) {
-      if (problem.table == kDirectorySecurity && problem.node.empty()) problem.node = directory_;
+      if (problem.table == kDirectorySecurity && problem.node.empty()) problem.node = directory();
     }
   }
   if (items_ == nullptr) return;
@@ -146,6 +146,10 @@ void CallPlace::sent(TextView status, std::span<Problem> since) {
     next_ = at + 1;
     return;
   }
+}
+
+std::string CallPlace::directory() const {
+  return directoryStatus_.empty() ? std::string() : node_ + "/" + toUtf8(quotedIn(directoryStatus_));
 }
 
 Problem CallPlace::problemOf(const Record& record, const std::string& server) {
@@ -172,9 +176,8 @@ Problem CallPlace::problemOf(const Record& record, const std::string& server) {
   problem.property = std::move(place.property);
   // Which directory's security it is, the next status text tells.
   if (problem.node.empty() && problem.table != kDirectorySecurity) {
-    problem.node = !directory_.empty() ? directory_
-                   : node_.empty()     ? nodeOf(kind_, problem.item, server)
-                                       : node_;
+    problem.node = directory();
+    if (problem.node.empty()) problem.node = node_.empty() ? nodeOf(kind_, problem.item, server) : node_;
   }
   problem.routine = record.routine;
   problem.number = record.number;

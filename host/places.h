@@ -44,14 +44,16 @@ class CallPlace {
   inventory::Problem problemOf(const Record& record, const std::string& server);
 
  private:
+  // Of a walk over directories: the one that the last status text has named; empty for none.
+  std::string directory() const;
+
   std::string_view table_;
   inventory::ObjectKind kind_ = inventory::ObjectKind::kNone;
   std::string item_;
   std::string node_;
   const std::vector<Item>* items_ = nullptr;
   std::size_t next_ = 0;
-  // Of a walk over directories: the one that the last status text has named.
-  std::string directory_;
+  automation::Text directoryStatus_;  // that text
   // Whose failure the last record told.
   std::string lastRoutine_;
   MessagePlace last_;

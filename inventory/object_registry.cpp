@@ -150,9 +150,14 @@ std::int64_t ObjectRegistry::directoryObject(std::string_view parentPath, std::s
   const std::string_view parentKey = directoryKey(path);
   key_.assign(parentKey).append("/").append(name);
   if (const std::int64_t found = find(ObjectKind::kDirectory, key_); found != 0) return found;
-  std::int64_t parent = find(ObjectKind::kDirectory, parentKey);
-  if (parent == 0) parent = find(ObjectKind::kSite, site);
-  return add(ObjectKind::kDirectory, key_, parent);
+  // Directories of one parent follow each other.
+  if (parentPath_ != path || parentSite_ != site) {
+    parentPath_ = path;
+    parentSite_ = site;
+    parent_ = find(ObjectKind::kDirectory, parentKey);
+    if (parent_ == 0) parent_ = find(ObjectKind::kSite, site);
+  }
+  return add(ObjectKind::kDirectory, key_, parent_);
 }
 
 }  // namespace inventory

@@ -70,6 +70,9 @@ class ObjectRegistry {
   std::unordered_set<std::uint32_t, Hash, Equal> byKey_;
   mutable std::size_t last_ = 0;  // the place of the object that was found last
   std::string key_;               // of a directory
+  // The parent that was found last, for a path and a site.
+  std::string parentPath_, parentSite_;
+  std::int64_t parent_ = 0;
 };
 
 // The kind of object that a row of a table is about.
