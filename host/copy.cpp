@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -20,10 +19,6 @@ struct Copied {
   std::vector<std::string> missing;
   inventory::Published rows;
 };
-
-std::int64_t sum(const inventory::RowCounts& counts) {
-  return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
-}
 
 Copied copyServers(const CopyOptions& options) {
   const auto source = inventory::openForReading(options.from, options.access);
@@ -63,10 +58,10 @@ int copy(const CopyOptions& options, Output& output) {
   }
   for (const inventory::Problem& problem : copied.rows.problems)
     complain(problem.table + " " + problem.item + ": " + problem.message);
-  const std::int64_t replaced = sum(copied.rows.replaced);
+  const std::int64_t replaced = inventory::sumOf(copied.rows.replaced);
   output.write("copied " + counted(static_cast<std::int64_t>(copied.servers.size()), "server", "servers") +
                " into " + harmless(inventory::shownName(options.to)) + ": " +
-               counted(sum(copied.rows.added), "row", "rows") +
+               counted(inventory::sumOf(copied.rows.added), "row", "rows") +
                (replaced > 0 ? " (replaced " + std::to_string(replaced) + ")" : "") + "\n");
   output.flush();
   return copied.missing.empty() && copied.rows.problems.empty() ? 0 : 1;

@@ -133,9 +133,11 @@ class TableReader {
 
   Listing::Column listingColumn(const Column& column) const {
     const bool isNumber = column.type == inventory::Type::kInteger || column.type == inventory::Type::kReal;
-    const bool isJson = column.type == inventory::Type::kBoolean ||
-                        (relation_.table == &inventory::collectionsTable() && column.place == kRowsByTable);
-    return {column.name, isNumber, isJson};
+    return {column.name, isNumber, column.type == inventory::Type::kBoolean || isRowsByTable(column)};
+  }
+
+  bool isRowsByTable(const Column& column) const {
+    return relation_.table == &inventory::collectionsTable() && column.place == kRowsByTable;
   }
 
   std::size_t place(const std::string& wanted) const {
@@ -162,6 +164,7 @@ class TableReader {
       reader.forEachRow(*relation_.table, collections, [&](const inventory::TableRow& row) {
         for (std::size_t at = 0; at < columns_.size(); ++at) {
           cells_[at] = row.cell(columns_[at].place);
+          if (isRowsByTable(columns_[at])) cells_[at] = byTable_ = byTable(row.collection().rowsByTable);
           isUnknown_[at] = relation_.isData() && row.isUnknown(columns_[at].place);
         }
         handle();
@@ -184,6 +187,15 @@ class TableReader {
       }
       handle();
     });
+  }
+
+  // The rows of a collection by the tables that have some, as a JSON object.
+  static std::string byTable(const inventory::RowCounts& counts) {
+    nlohmann::json object = nlohmann::json::object();
+    for (std::size_t at = 0; at < counts.size(); ++at) {
+      if (counts[at] > 0) object[std::string(inventory::tables()[at].name)] = counts[at];
+    }
+    return object.dump();
   }
 
   // A cell as conditions and sorting see it.
@@ -233,6 +245,7 @@ class TableReader {
   std::vector<bool> isUnknown_;
   std::vector<Cell> out_;
   std::string unknownNames_;
+  std::string byTable_;
 };
 
 // The relations that are asked for, by their own names or by a tab's, each once.
@@ -274,10 +287,7 @@ CapturedTable listTables(const Collections& collections) {
   std::int64_t problems = 0;
   for (const inventory::CollectionInfo& collection : collections) {
     problems += collection.problems + collection.notes;
-    const auto rows = nlohmann::json::parse(collection.rowsByTable, nullptr, false);
-    if (!rows.is_object()) continue;
-    for (std::size_t at = 0; at < counts.size(); ++at)
-      counts[at] += rows.value(std::string(inventory::tables()[at].name), std::int64_t{0});
+    for (std::size_t at = 0; at < counts.size(); ++at) counts[at] += collection.rowsByTable[at];
   }
   CapturedTable captured;
   captured.columns = {{"Table"}, {"Rows", true}};

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -166,6 +167,9 @@ struct Collected {
 
 // A number of rows for each of tables(), in their order.
 using RowCounts = std::vector<std::int64_t>;
+inline std::int64_t sumOf(const RowCounts& counts) {
+  return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
+}
 
 struct Published {
   RowCounts replaced;  // of collections that were deleted
@@ -190,7 +194,7 @@ struct CollectionInfo {
   std::string selection;
   double seconds = 0;
   std::int64_t rows = 0;
-  std::string rowsByTable;  // JSON
+  RowCounts rowsByTable;
   std::int64_t problems = 0;
   std::int64_t notes = 0;
   std::string collectedBy;

@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <deque>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <unordered_set>
 #include <utility>
 
@@ -39,10 +38,6 @@ std::string placeholders(std::size_t first, std::size_t count) {
   std::string list;
   for (std::size_t at = 0; at < count; ++at) list += (at == 0 ? "$" : ", $") + std::to_string(first + at);
   return list;
-}
-
-std::string dumped(const json& value) {
-  return value.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 // Adds the values of a row of one of the inventory's own tables. Texts must live until the row ends.
@@ -131,7 +126,7 @@ class CollectionWriter {
     info.version = origin.version;
     info.selection = origin.selection;
     info.rows = sumOf(published_.added);
-    info.rowsByTable = rowsByTableText(published_.added);
+    info.rowsByTable = published_.added;
     info.notes = std::ranges::count(collected_.problems, true, &Problem::isNote);
     info.problems =
         static_cast<std::int64_t>(collected_.problems.size() + published_.problems.size()) - info.notes;
@@ -357,27 +352,13 @@ void deleteCollections(Session& session, const std::vector<std::int64_t>& collec
   }
 }
 
-std::string rowsByTableText(const RowCounts& counts) {
-  json byTable = json::object();
-  for (std::size_t at = 0; at < counts.size(); ++at) {
-    if (counts[at] > 0) byTable[std::string(tables()[at].name)] = counts[at];
-  }
-  return dumped(byTable);
-}
-
 RowCounts rowCountsOf(std::string_view rowsByTable) {
   RowCounts counts(tables().size(), 0);
-  const json byTable = json::parse(rowsByTable, nullptr, false);
-  if (!byTable.is_object()) return counts;
-  for (std::size_t at = 0; at < counts.size(); ++at) {
-    const auto found = byTable.find(std::string(tables()[at].name));
-    if (found != byTable.end() && found->is_number_integer()) counts[at] = found->get<std::int64_t>();
+  const json stored = json::parse(rowsByTable, nullptr, false);
+  for (std::size_t at = 0; at < counts.size() && stored.is_array() && at < stored.size(); ++at) {
+    if (stored[at].is_number_integer()) counts[at] = stored[at].get<std::int64_t>();
   }
   return counts;
-}
-
-std::int64_t sumOf(const RowCounts& counts) {
-  return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
 }
 
 void writeProblem(const Problem& problem, const std::string& server, std::int64_t id, std::int64_t collection,
@@ -405,10 +386,11 @@ void writeObject(const ObjectInfo& object, std::int64_t collection, Inserter& in
 }
 
 void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t serverId, Inserter& inserter) {
-  const std::string tables = info.coverage.tablesText(), items = info.coverage.itemsText();
+  const std::string tables = info.coverage.tablesText(), items = info.coverage.itemsText(),
+                    rowsByTable = json(info.rowsByTable).dump();
   RecordWriter out(inserter);
   out << id << serverId << info.recordedName << info.file << info.fileSize << info.fileTime << info.sha256
-      << info.started << info.published << info.version << info.selection << info.rows << info.rowsByTable
+      << info.started << info.published << info.version << info.selection << info.rows << rowsByTable
       << info.problems << info.notes << info.seconds << info.collectedBy << info.machine << tables << items;
   inserter.endRow();
 }

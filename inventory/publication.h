@@ -38,11 +38,8 @@ int readKeep(Session& session);
 // Deletes all that some collections hold, and the collections themselves.
 void deleteCollections(Session& session, const std::vector<std::int64_t>& collections);
 
-// Rows by table as "Collections" keeps them, and the other way; what can't be read counts as 0.
-std::string rowsByTableText(const RowCounts& counts);
+// Rows by table from what "Collections" has of them; what can't be read counts as 0.
 RowCounts rowCountsOf(std::string_view rowsByTable);
-
-std::int64_t sumOf(const RowCounts& counts);
 
 // Add a row to "objects", to "Problems" and to "Collections". `server` is the name that the collection's rows
 // have.

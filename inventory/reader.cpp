@@ -38,7 +38,7 @@ CollectionInfo infoOf(Cursor& row) {
   info.published = row.text(9);
   info.selection = row.text(10);
   info.rows = row.number(11);
-  info.rowsByTable = row.text(12);
+  info.rowsByTable = rowCountsOf(row.text(12));
   info.problems = row.number(13);
   info.notes = row.number(14);
   info.collectedBy = row.text(15);
