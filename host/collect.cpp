@@ -612,6 +612,7 @@ int collect(const CollectOptions& options, Output& output) {
   platform::store::registerStore();
   platform::desktop::registerDesktop();
   DllRegisterServer();
+  countTriedRecords();
   std::error_code error;
   // A database that isn't there is only made where something is published.
   const bool isForReading = options.dryRun && (inventory::isOnServer(options.database) ||

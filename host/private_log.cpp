@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,6 +10,8 @@
 #include <charconv>
 #include <cstring>
 #include <stdexcept>
+
+#include "automation/runtime.h"
 
 namespace host {
 namespace {
@@ -85,10 +86,13 @@ std::size_t pageSize() {
   return size;
 }
 
-std::int64_t largestFile() {
-  rlimit limit{};
-  if (::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return INT64_MAX;
-  return static_cast<std::int64_t>(std::min<rlim_t>(limit.rlim_cur, INT64_MAX));
+// A record has three texts.
+constexpr std::int64_t kTextsOfRecord = 3;
+thread_local std::int64_t encodedTexts = 0;
+
+std::string encodeCounted(automation::TextView text) {
+  ++encodedTexts;
+  return automation::toUtf8(text);
 }
 
 }  // namespace
@@ -106,6 +110,15 @@ std::vector<Record> parseRecords(std::string_view text) {
     begin = end;
   }
   return records;
+}
+
+void countTriedRecords() {
+  automation::setSystemEncoding(&encodeCounted);
+}
+
+std::int64_t triedRecords() {
+  // One that failed between two of its texts counts too.
+  return (encodedTexts + kTextsOfRecord - 1) / kTextsOfRecord;
 }
 
 PrivateLog::PrivateLog(std::filesystem::path file)
@@ -140,24 +153,18 @@ std::string_view PrivateLog::news() {
   return std::string_view(text_).substr(known);
 }
 
-// What has been reserved stays reserved, so all that can be in the way is the opening of the file.
-void PrivateLog::prove() {
+void PrivateLog::checkWritable() {
   const platform::Descriptor append(::open(file_.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC));
   if (!append) fail(std::strerror(errno));
-  static const std::int64_t largest = largestFile();
-  const std::int64_t size = fileSize();
-  if (size > largest - kLeastReserve) fail(std::strerror(EFBIG));
-  if (canReserve_) return;
-
-  // Without a reserve only writing tells.
   static const std::string probe(static_cast<std::size_t>(kLeastReserve), ' ');
   const ssize_t written = ::write(append.number(), probe.data(), probe.size());
   const int error = written < 0 ? errno : ENOSPC;
-  if (::ftruncate(append.number(), size) != 0) fail(std::strerror(errno));
+  if (::ftruncate(append.number(), static_cast<off_t>(fileSize())) != 0) fail(std::strerror(errno));
   if (written != static_cast<ssize_t>(probe.size())) fail(std::strerror(error));
 }
 
 void PrivateLog::clear() {
+  if (text_.empty()) return;
   text_.clear();
   page_.reset();
   if (::ftruncate(descriptor_.number(), 0) != 0) fail(std::strerror(errno));
@@ -174,10 +181,6 @@ void PrivateLog::begin() {
   watch();
 }
 
-std::int64_t PrivateLog::fileSize() const {
-  return static_cast<std::int64_t>(text_.size()) + 1;
-}
-
 void PrivateLog::Unmapper::operator()(const char* page) const noexcept {
   ::munmap(const_cast<char*>(page), pageSize());
 }
@@ -185,7 +188,7 @@ void PrivateLog::Unmapper::operator()(const char* page) const noexcept {
 // A look at the file's last page costs nothing beside asking the system, and this is asked at each status
 // text. A page of which no byte is in the file may not be looked at.
 void PrivateLog::watch() {
-  const auto at = static_cast<std::size_t>(fileSize());
+  const std::size_t at = fileSize();
   pageAt_ = at % pageSize();
   page_.reset();
   if (pageAt_ == 0) return;

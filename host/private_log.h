@@ -23,6 +23,12 @@ struct Record {
 // The records in a piece of a log that begins and ends with whole records.
 std::vector<Record> parseRecords(std::string_view text);
 
+// From now on counts the records that the component tries to write.
+void countTriedRecords();
+
+// How many it has tried to write on this thread, whether they could be written or not.
+std::int64_t triedRecords();
+
 // The file stands in a private folder and is written to by the component, record by record, while this object
 // looks on. Since the component may lose a record without a word, space for the records to come is kept
 // reserved. Members throw std::runtime_error where the log can't be kept.
@@ -35,12 +41,8 @@ class PrivateLog {
   // What has been written since the last look, whole records.
   std::string_view news();
 
-  // Proves that records can be written: what the last call of the component wanted to write has been, and
-  // what the next one wants to can be.
-  void prove();
-
-  // Whether the file system keeps space reserved for the records to come.
-  bool isReserved() const { return canReserve_; }
+  // Throws where a record can't be written.
+  void checkWritable();
 
   // Everything since the last clear().
   const std::string& text() const { return text_; }
@@ -56,7 +58,7 @@ class PrivateLog {
   using Page = std::unique_ptr<const char, Unmapper>;
 
   void begin();
-  std::int64_t fileSize() const;
+  std::size_t fileSize() const { return text_.size() + 1; }
   bool isSilent() const;
   void watch();
   void reserve(std::int64_t size);

@@ -351,7 +351,7 @@ class ServerCollection {
       throw Incomplete("out of memory");
     }
     takeRecords();
-    checkLogsWritable();
+    requireEveryRecord();
   }
 
   // What has been logged up to now belongs to the status before this one.
@@ -366,6 +366,7 @@ class ServerCollection {
       const std::string_view news = readNew(*log);
       if (news.empty()) continue;
       for (const Record& record : parseRecords(news)) {
+        ++recordCount_;
         if (record.number == kOutOfMemory) recordFirstError("out of memory: " + record.message);
         // What the record about the lost record would have told.
         if (record.message.starts_with(kLostRecord)) recordFirstError(record.message);
@@ -389,15 +390,16 @@ class ServerCollection {
     if (lost_.empty()) lost_ = why;
   }
 
-  void checkLogsWritable() {
+  void requireEveryRecord() {
     if (!lost_.empty()) throw Incomplete(lost_);
+    if (triedRecords() - triedBefore_ <= recordCount_) return;
     try {
-      // One that can be opened shows that the other one in the same folder can be too.
-      logs_.server.prove();
-      if (!logs_.application.isReserved()) logs_.application.prove();
+      logs_.server.checkWritable();
+      logs_.application.checkWritable();
     } catch (const std::runtime_error& error) {
       throw Incomplete(error.what());
     }
+    throw Incomplete("records of the collection's own logs have been lost");
   }
 
   void begin(std::string_view section) {
@@ -555,6 +557,9 @@ class ServerCollection {
   std::vector<std::string> siteIds_;
   std::vector<std::string> poolNames_;
   std::string lost_;  // why records have been lost
+  // The component may lose a record without a word.
+  const std::int64_t triedBefore_ = triedRecords();
+  std::int64_t recordCount_ = 0;  // that could be read
   Outcome outcome_;
 };
 
