@@ -10,7 +10,6 @@
 #include <cstring>
 #include <map>
 #include <mutex>
-#include <numeric>
 #include <set>
 #include <string>
 #include <system_error>
@@ -61,10 +60,6 @@ void requireLogDirectory(const std::filesystem::path& directory) {
   if (!std::filesystem::is_directory(directory, error)) refuse("it is not a directory");
 }
 
-std::int64_t sum(const inventory::RowCounts& counts) {
-  return std::accumulate(counts.begin(), counts.end(), std::int64_t{0});
-}
-
 // When the servers of a database were last collected, by their folded names.
 using LastCollected = std::map<std::string, std::string>;
 
@@ -94,8 +89,7 @@ class Collection : private Publisher::Listener {
         lastCollected_(std::move(lastCollected)),
         signals_(signals),
         progress_(!options.quiet, servers_.size()),
-        publisher_(*inventory_, inventory::shownName(options.database), options.jobs, {options.replace},
-                   *this),
+        publisher_(*inventory_, options.jobs, {options.replace}, *this),
         logWait_(options.access.wait),
         rows_(inventory::tables().size(), 0),
         states_(servers_.size(), PublishState::kOpen) {}
@@ -195,10 +189,12 @@ class Collection : private Publisher::Listener {
       const std::filesystem::path folder = folder_.path() / std::to_string(number);
       std::filesystem::create_directory(folder);
       PrivateLogs logs(folder);
+      std::unique_ptr<StagingDatabase> staging;
       while (true) {
         const std::size_t place = next_++;
         if (place >= servers_.size() || publisher_.hasGivenUp()) return;
-        collectOne(place, logs);
+        collectOne(place, logs, staging);
+        StagingDatabase::recycle(staging);
       }
     } catch (const std::exception& error) {
       // Others may have better luck with what is left.
@@ -207,30 +203,31 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  void collectOne(std::size_t place, PrivateLogs& logs) {
+  void collectOne(std::size_t place, PrivateLogs& logs, std::unique_ptr<StagingDatabase>& staging) {
     const Server& server = servers_[place];
     const auto lane = progress_.begin(server.name, place + 1);
     auto finished = std::make_unique<CollectedServer>();
     finished->place = place;
-    if (tryCollect(server, logs, lane, *finished)) {
+    if (tryCollect(server, logs, lane, staging, *finished)) {
       submit(std::move(finished));
-      return;
+    } else {
+      setState(place, PublishState::kFailed);
     }
-    setState(place, PublishState::kFailed);
-    if (finished->staging != nullptr) publisher_.recycle(std::move(finished->staging));
   }
 
   // Collects a server, whose logs are kept in any case. Tells why where it gives nothing to publish.
   bool tryCollect(const Server& server, PrivateLogs& logs, const std::shared_ptr<ProgressLine::Lane>& lane,
-                  CollectedServer& finished) {
+                  std::unique_ptr<StagingDatabase>& staging, CollectedServer& finished) {
     bool isWhole = false;
     try {
       logs.application.clear();
       logs.server.clear();
-      finished.staging = publisher_.staging();
-      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *finished.staging, logs,
+      if (staging == nullptr)
+        staging = std::make_unique<StagingDatabase>(inventory::shownName(options_.database));
+      finished.outcome = collectServer(server, options_.maxSize, options_.selection, *staging, logs,
                                        progress_.updaters(lane));
-      finished.rows = sum(finished.staging->rowCounts());
+      finished.rowCounts = staging->rowCounts();
+      if (!options_.dryRun) finished.rows = StagingDatabase::takeRows(staging);
       isWhole = true;
     } catch (const Failure& failure) {
       fail(server.name + ": " + automation::toUtf8(failure.description()));
@@ -238,7 +235,7 @@ class Collection : private Publisher::Listener {
       fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
       // Where the private database has failed that is the cause of what followed.
-      const std::string why = finished.staging != nullptr ? finished.staging->database().breakdown() : "";
+      const std::string why = staging != nullptr ? staging->database().breakdown() : "";
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);
@@ -282,16 +279,15 @@ class Collection : private Publisher::Listener {
       ++collectedCount_;
       for (const inventory::Problem& problem : outcome.collected.problems) groups_.add(server, problem);
     }
-    if (finished->rows > 0)
+    if (inventory::sumOf(finished->rowCounts) > 0)
       return options_.dryRun ? addDryRunRow(*finished) : publisher_.add(std::move(finished));
     setState(finished->place, PublishState::kFailed);
-    publisher_.recycle(std::move(finished->staging));
     fail(server + ": not published: the file contains nothing to inventory");
   }
 
   // What would be published, in a dry run.
-  void addDryRunRow(CollectedServer& finished) {
-    const inventory::RowCounts counts = finished.staging->rowCounts();
+  void addDryRunRow(const CollectedServer& finished) {
+    const inventory::RowCounts& counts = finished.rowCounts;
     const Selection& selection = options_.selection;
     const auto items = [&](Side side, std::string_view list, bool isSelected,
                            const std::vector<std::string>& found) {
@@ -305,7 +301,7 @@ class Collection : private Publisher::Listener {
     Row row = {server.name,
                items(Side::kFtp, "tblFTPSiteInfo", !selection.sites.empty(), finished.outcome.foundSites),
                items(Side::kPools, "tblAppPoolInfo", !selection.pools.empty(), finished.outcome.foundPools),
-               std::to_string(finished.rows),
+               std::to_string(inventory::sumOf(counts)),
                "0",
                last == lastCollected_.end() ? "never" : last->second,
                server.source.shown()};
@@ -318,7 +314,6 @@ class Collection : private Publisher::Listener {
       for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += counts[at];
     }
     setState(finished.place, PublishState::kPublished);
-    publisher_.recycle(std::move(finished.staging));
   }
 
   void onCommitted(const CollectedServer& finished, const inventory::Published& published) noexcept override {
@@ -329,7 +324,7 @@ class Collection : private Publisher::Listener {
 
   void onPublished(const CollectedServer& finished, const inventory::Published& published) noexcept override {
     const std::string& server = servers_[finished.place].name;
-    const std::int64_t replaced = sum(published.replaced);
+    const std::int64_t replaced = inventory::sumOf(published.replaced);
     try {
       std::int64_t problems = 0;
       {
@@ -345,7 +340,7 @@ class Collection : private Publisher::Listener {
       if (!options_.verbose) return;
       progress_.aside([&] {
         print([&] {
-          output_.write(harmless(server) + ": " + counted(sum(published.added), "row", "rows") +
+          output_.write(harmless(server) + ": " + counted(inventory::sumOf(published.added), "row", "rows") +
                         (replaced > 0 ? " (replaced " + std::to_string(replaced) + ")" : "") +
                         (problems > 0 ? ", " + countedProblems(problems) : "") + "\n");
         });
@@ -514,7 +509,7 @@ class Collection : private Publisher::Listener {
   }
 
   void printRows(std::size_t published) {
-    const std::int64_t total = sum(rows_);
+    const std::int64_t total = inventory::sumOf(rows_);
     std::size_t nameWidth = 0;
     std::size_t countWidth = 0;
     for (std::size_t at = 0; at < rows_.size(); ++at) {

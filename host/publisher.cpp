@@ -11,16 +11,12 @@ namespace {
 
 // A transaction waits for the disk a few times, so small servers share one; but rows don't wait for long, and
 // not many of them do.
-constexpr std::size_t kMostServers = 32;
+constexpr std::size_t kMostServers = 128;
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::chrono::milliseconds kLongestWait{500};
 // Behind this many, or as many as there are jobs of many rows, a thread that brings one more waits until it
 // may publish them.
-constexpr std::size_t kMostWaiting = 64;
-// An empty staging database keeps its memory and its temporary file, so only small ones are kept, as many as
-// are published at once.
-constexpr std::size_t kMostIdle = kMostServers;
-constexpr std::int64_t kMostIdleBytes = 1024 * 1024;
+constexpr std::size_t kMostWaiting = 256;
 
 // Holds one of a semaphore's counts.
 class SemaphoreGuard {
@@ -40,40 +36,14 @@ class SemaphoreGuard {
 
 }  // namespace
 
-Publisher::Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
+Publisher::Publisher(inventory::Inventory& inventory, std::size_t jobs,
                      const inventory::PublishOptions& options, Listener& listener)
     : inventory_(inventory),
-      database_(std::move(database)),
       jobs_(jobs),
       options_(options),
       listener_(listener),
       publishers_(inventory.concurrentPublishers()),
       transactions_(inventory.concurrentPublishers()) {}
-
-std::unique_ptr<StagingDatabase> Publisher::staging() {
-  {
-    const std::lock_guard lock(mutex_);
-    if (!idle_.empty()) {
-      auto staging = std::move(idle_.back());
-      idle_.pop_back();
-      return staging;
-    }
-  }
-  return std::make_unique<StagingDatabase>(database_);
-}
-
-void Publisher::recycle(std::unique_ptr<StagingDatabase> staging) {
-  // In place of one that isn't kept a new one will be made.
-  if (staging->database().memoryInUse() > kMostIdleBytes) return;
-  try {
-    staging->database().empty();
-    if (!staging->database().breakdown().empty()) return;
-    const std::lock_guard lock(mutex_);
-    if (idle_.size() < kMostIdle) idle_.push_back(std::move(staging));
-  } catch (const sqlite::Error&) {
-  } catch (const std::bad_alloc&) {
-  }
-}
 
 void Publisher::add(std::unique_ptr<CollectedServer> finished) {
   bool due = false;
@@ -81,7 +51,7 @@ void Publisher::add(std::unique_ptr<CollectedServer> finished) {
   {
     const std::lock_guard lock(mutex_);
     if (waiting_.empty()) waitingSince_ = std::chrono::steady_clock::now();
-    waitingRows_ += finished->rows;
+    waitingRows_ += inventory::sumOf(finished->rowCounts);
     waiting_.push_back(std::move(finished));
     due = isDue();
     wait = waiting_.size() >= kMostWaiting || (waiting_.size() > jobs_ && waitingRows_ >= kMostRows);
@@ -123,7 +93,6 @@ void Publisher::publishWaiting() {
   }
   if (!batch.empty()) publish(batch);
   awaitEnd();
-  for (auto& finished : batch) recycle(std::move(finished->staging));
 }
 
 // Once it is stopped, the end of the process reports what was published, and nothing else may.
@@ -147,7 +116,7 @@ void Publisher::publish(std::span<std::unique_ptr<CollectedServer>> batch) {
   try {
     std::vector<inventory::Collected> collected;
     for (const auto& server : batch) {
-      server->outcome.collected.rows = server->staging.get();
+      server->outcome.collected.rows = server->rows.get();
       collected.push_back(server->outcome.collected);
     }
     published = commit(batch, collected);

@@ -19,9 +19,9 @@ namespace host {
 // A collection that is whole.
 struct CollectedServer {
   std::size_t place = 0;  // its server's among all of them
-  std::unique_ptr<StagingDatabase> staging;
+  std::unique_ptr<inventory::RowSource> rows;
+  inventory::RowCounts rowCounts;
   Outcome outcome;
-  std::int64_t rows = 0;
 };
 
 // Publishes what is ready together in one transaction, as many of them at once as the inventory takes.
@@ -44,14 +44,8 @@ class Publisher {
   };
 
   // `jobs` is how many threads collect.
-  Publisher(inventory::Inventory& inventory, std::string database, std::size_t jobs,
-            const inventory::PublishOptions& options, Listener& listener);
-
-  // An empty database for a collection.
-  std::unique_ptr<StagingDatabase> staging();
-
-  // Takes one back that nothing is to be published from.
-  void recycle(std::unique_ptr<StagingDatabase> staging);
+  Publisher(inventory::Inventory& inventory, std::size_t jobs, const inventory::PublishOptions& options,
+            Listener& listener);
 
   void add(std::unique_ptr<CollectedServer> finished);
 
@@ -78,7 +72,6 @@ class Publisher {
   void awaitEnd() const;
 
   inventory::Inventory& inventory_;
-  const std::string database_;
   const std::size_t jobs_;
   const inventory::PublishOptions options_;
   Listener& listener_;
@@ -91,7 +84,6 @@ class Publisher {
   Batch waiting_;
   std::int64_t waitingRows_ = 0;
   std::chrono::steady_clock::time_point waitingSince_;
-  std::vector<std::unique_ptr<StagingDatabase>> idle_;
 };
 
 }  // namespace host

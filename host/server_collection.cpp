@@ -585,16 +585,33 @@ StagingDatabase::StagingDatabase(const std::string& name) : database_(name) {
   }
 }
 
-std::unique_ptr<inventory::Rows> StagingDatabase::rows(const inventory::Table& table) const {
-  class Waiting : public inventory::Rows {
-   public:
-    explicit Waiting(const sqlite::RowLog& log) : reader_(log) {}
-    bool next() override { return reader_.next(); }
-    inventory::Cell cell(std::size_t column) override { return reader_.cell(column); }
+namespace {
 
-   private:
-    sqlite::RowLog::Reader reader_;
-  };
+class LoggedRows : public inventory::Rows {
+ public:
+  explicit LoggedRows(const sqlite::RowLog& log) : reader_(log) {}
+  bool next() override { return reader_.next(); }
+  inventory::Cell cell(std::size_t column) override { return reader_.cell(column); }
+
+ private:
+  sqlite::RowLog::Reader reader_;
+};
+
+// The rows of a collection without its database.
+class TakenRows : public inventory::RowSource {
+ public:
+  void add(sqlite::RowLog log) { logs_.push_back(std::move(log)); }
+  std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
+    return std::make_unique<LoggedRows>(logs_[inventory::findTable(table.name)]);
+  }
+
+ private:
+  std::vector<sqlite::RowLog> logs_;  // by the table's place
+};
+
+}  // namespace
+
+std::unique_ptr<inventory::Rows> StagingDatabase::rows(const inventory::Table& table) const {
   class Reading : public inventory::Rows {
    public:
     explicit Reading(sqlite::Statement& statement) : statement_(statement) { statement_.reset(); }
@@ -605,7 +622,7 @@ std::unique_ptr<inventory::Rows> StagingDatabase::rows(const inventory::Table& t
    private:
     sqlite::Statement& statement_;
   };
-  if (const auto* const log = database_.waiting(table.name)) return std::make_unique<Waiting>(*log);
+  if (const auto* const log = database_.waiting(table.name)) return std::make_unique<LoggedRows>(*log);
   return std::make_unique<Reading>(readings_[inventory::findTable(table.name)]);
 }
 
@@ -622,6 +639,36 @@ inventory::RowCounts StagingDatabase::rowCounts() {
     count.reset();
   }
   return rows;
+}
+
+std::unique_ptr<inventory::RowSource> StagingDatabase::takeRows(std::unique_ptr<StagingDatabase>& staging) {
+  if (staging->database_.memoryInUse() > kMostKeptBytes) return std::move(staging);
+  auto taken = std::make_unique<TakenRows>();
+  for (const inventory::Table& table : inventory::tables()) {
+    if (auto waiting = staging->database_.takeWaiting(table.name)) {
+      taken->add(*std::move(waiting));
+      continue;
+    }
+    sqlite::RowLog log(table.columns.size());
+    const auto rows = staging->rows(table);
+    const auto cellAt = [&](std::size_t column) { return rows->cell(column); };
+    while (rows->next()) log.add(sqlite::RowLog::sizeOf(table.columns.size(), cellAt), cellAt);
+    taken->add(std::move(log));
+  }
+  return taken;
+}
+
+void StagingDatabase::recycle(std::unique_ptr<StagingDatabase>& staging) noexcept {
+  if (staging == nullptr) return;
+  try {
+    platform::store::PrivateDatabase& database = staging->database_;
+    const bool isSmall = database.memoryInUse() <= kMostKeptBytes;
+    if (isSmall) database.empty();
+    if (isSmall && database.breakdown().empty()) return;
+  } catch (const sqlite::Error&) {
+  } catch (const std::bad_alloc&) {
+  }
+  staging.reset();
 }
 
 Outcome collectServer(const Server& server, std::uint64_t maxSize, const Selection& selection,

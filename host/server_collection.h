@@ -33,10 +33,20 @@ class StagingDatabase : public inventory::RowSource {
 
   std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override;
 
-  // How many rows stand in its tables.
+  // How many rows its tables have.
   inventory::RowCounts rowCounts();
 
+  // Takes the rows of a collection out of its database, or takes the whole database where they are too many.
+  static std::unique_ptr<inventory::RowSource> takeRows(std::unique_ptr<StagingDatabase>& staging);
+
+  // Makes a database ready for the next collection, or destroys it where a new one is better. Null is
+  // allowed.
+  static void recycle(std::unique_ptr<StagingDatabase>& staging) noexcept;
+
  private:
+  // A database that has been larger keeps its memory and its temporary file.
+  static constexpr std::int64_t kMostKeptBytes = 1024 * 1024;
+
   // Reading a table may mean to put rows into it first.
   mutable platform::store::PrivateDatabase database_;
   // By the table's place.

@@ -34,13 +34,25 @@ void Insertions::letWait(const std::string& sql, const std::string& table, std::
   insertion.begun = false;
 }
 
-const RowLog* Insertions::waiting(std::string_view table) {
+Insertion* Insertions::waitingInsertion(std::string_view table) {
   for (auto& [sql, insertion] : insertions_) {
     if (!insertion.waiting || insertion.table != table) continue;
-    if (!insertion.begun) return &*insertion.waiting;
+    if (!insertion.begun) return &insertion;
     settle(insertion);
   }
   return nullptr;
+}
+
+const RowLog* Insertions::waiting(std::string_view table) {
+  const Insertion* const insertion = waitingInsertion(table);
+  return insertion == nullptr ? nullptr : &*insertion->waiting;
+}
+
+std::optional<RowLog> Insertions::takeWaiting(std::string_view table) {
+  Insertion* const insertion = waitingInsertion(table);
+  if (insertion == nullptr) return std::nullopt;
+  waitingBytes_ -= insertion->waiting->bytes();
+  return std::exchange(*insertion->waiting, RowLog(insertion->columns));
 }
 
 void Insertions::settle() {

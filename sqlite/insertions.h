@@ -49,6 +49,9 @@ class Insertions {
   // The rows of a table that may wait, where all of them do; else null, and they stand in the table.
   const RowLog* waiting(std::string_view table);
 
+  // Takes these rows out of the database; nothing where waiting() gives null.
+  std::optional<RowLog> takeWaiting(std::string_view table);
+
   // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
   // that may change rows leaves none of them waiting later either.
   void settle();
@@ -71,6 +74,7 @@ class Insertions {
     insertion.statement.run();
   }
   void settle(Insertion& insertion);
+  Insertion* waitingInsertion(std::string_view table);
 
   Database& database_;
   std::unordered_map<std::string, Insertion> insertions_;  // by SQL text

@@ -41,6 +41,10 @@ const sqlite::RowLog* PrivateDatabase::waiting(std::string_view table) {
   return session_->insertions().waiting(table);
 }
 
+std::optional<sqlite::RowLog> PrivateDatabase::takeWaiting(std::string_view table) {
+  return session_->insertions().takeWaiting(table);
+}
+
 std::int64_t PrivateDatabase::memoryInUse() const {
   return session_->database().memoryInUse();
 }
