@@ -1,5 +1,7 @@
 #include "host/collect.h"
 
+#include <malloc.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -50,6 +52,24 @@ constexpr rlim_t kDescriptorsOfAll = 24;
 
 // Of servers that are told in one line.
 constexpr std::size_t kMostNames = 20;
+
+// Has the heap grow in large pages: with small ones a large collection takes tens of thousands of page
+// faults. Without them nothing but speed is lost.
+void useLargePages() noexcept {
+#if defined(__GLIBC__) && defined(MADV_HUGEPAGE)
+  constexpr int kHeap = 96 << 20;
+  ::mallopt(M_TOP_PAD, kHeap);
+  ::mallopt(M_TRIM_THRESHOLD, 2 * kHeap);
+  ::mallopt(M_MMAP_THRESHOLD, 1 << 30);
+  // More than the heap has left, so that it grows now.
+  const std::unique_ptr<char[]> more(new (std::nothrow) char[1 << 20]);
+  char* const end = static_cast<char*>(::sbrk(0));
+  const std::uintptr_t used = reinterpret_cast<std::uintptr_t>(more.get()) & ~std::uintptr_t{0xFFF};
+  const std::uintptr_t begin = std::max(used, reinterpret_cast<std::uintptr_t>(end) - kHeap);
+  if (more != nullptr && used < reinterpret_cast<std::uintptr_t>(end))
+    ::madvise(reinterpret_cast<void*>(begin), reinterpret_cast<std::uintptr_t>(end) - begin, MADV_HUGEPAGE);
+#endif
+}
 
 void requireLogDirectory(const std::filesystem::path& directory) {
   const auto refuse = [&](const char* why) {
@@ -602,6 +622,7 @@ int collect(const CollectOptions& options, Output& output) {
   Sources sources = findSources(options.metabases, options.maxSize);
   if (options.listOnly) return list(sources, output);
   requireLogDirectory(options.logDirectory);
+  useLargePages();
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::store::registerStore();
