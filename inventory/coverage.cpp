@@ -82,8 +82,11 @@ std::string Coverage::itemsText() const {
 }
 
 Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
-  Coverage coverage;
-  while (!tables.empty()) {
+  // Of nearly every collection.
+  static const Coverage kAll = everything();
+  static const std::string kAllText = kAll.tablesText();
+  Coverage coverage = tables == kAllText ? kAll : Coverage();
+  while (!tables.empty() && tables != kAllText) {
     // A table of a later version is none that this one could miss.
     const std::string entry(tables.substr(0, tables.find('|')));
     tables.remove_prefix(std::min(tables.size(), entry.size() + 1));
