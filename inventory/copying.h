@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -15,8 +14,7 @@ namespace inventory {
 Published copyServers(Driver& source, Session& target, const std::vector<std::string>& servers);
 
 // Removes servers, or of each what was published before a time and isn't current. Gives the number of rows.
-std::int64_t removeServers(Session& session, const std::map<std::string, KnownServer>& servers,
-                           const std::string& before);
+std::int64_t removeServers(Session& session, const KnownServers& servers, const std::string& before);
 
 // Gives a server another name: in "Server name", in addresses and in the texts of problems.
 void renameServer(Session& session, const KnownServer& server, const std::string& name);

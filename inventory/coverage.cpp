@@ -13,23 +13,8 @@ bool isList(std::string_view table, ObjectKind kind) {
   return table == listTableOf(itemKindOf(kind));
 }
 
-std::vector<std::string> foldedAll(const std::vector<std::string>& names) {
-  std::vector<std::string> all;
-  for (const std::string& name : names) all.push_back(folded(name));
-  std::sort(all.begin(), all.end());
-  return all;
-}
-
-bool coversItems(const std::optional<std::vector<std::string>>& one,
-                 const std::optional<std::vector<std::string>>& other) {
-  if (!one) return true;
-  return other && std::ranges::includes(*one, *other);
-}
-
-// The bit of a table and a kind, or nothing for a table that doesn't exist or isn't about the kind.
-std::optional<std::size_t> placeOf(std::string_view name, ObjectKind kind) {
-  const std::size_t at = findTable(name);
-  if (at == tables().size() || kind == ObjectKind::kNone || !tables()[at].isAbout(kind)) return std::nullopt;
+std::size_t bitOf(std::string_view table, ObjectKind kind) {
+  const std::size_t at = findTable(table);
   return 2 * at + (tables()[at].kinds[0] == kind ? 0 : 1);
 }
 
@@ -51,37 +36,36 @@ Coverage Coverage::everything() {
 }
 
 void Coverage::add(const Table& table, ObjectKind kind) {
-  if (const auto at = placeOf(table.name, kind)) looked_.set(*at);
+  if (kind != ObjectKind::kNone && table.isAbout(kind)) looked_.set(bitOf(table.name, kind));
 }
 
 void Coverage::restrict(ObjectKind itemKind, const std::vector<std::string>& items) {
-  (itemKind == ObjectKind::kSite ? sites_ : pools_) = foldedAll(items);
+  std::vector<std::string>& names = items_[itemKind];
+  names.clear();
+  for (const std::string& item : items) names.push_back(folded(item));
+  std::ranges::sort(names);
 }
 
 bool Coverage::includes(std::string_view table, ObjectKind kind, std::string_view item) const {
-  const auto at = placeOf(table, kind);
-  if (!at || !looked_.test(*at)) return false;
+  if (findTable(table) == tables().size() || !looked_.test(bitOf(table, kind))) return false;
   if (item.empty() || isList(table, kind)) return true;
-  const ObjectKind itemKind = itemKindOf(kind);
-  const auto& items = itemKind == ObjectKind::kSite ? sites_ : pools_;
-  return itemKind == ObjectKind::kNone || !items || std::ranges::binary_search(*items, folded(item));
+  const auto items = items_.find(itemKindOf(kind));
+  return items == items_.end() || std::ranges::binary_search(items->second, folded(item));
 }
 
 bool Coverage::covers(const Coverage& other) const {
-  if ((other.looked_ & ~looked_).any()) return false;
-  bool covers = true;
+  bool covers = (other.looked_ & ~looked_).none();
   forEachEntry([&](const Table& table, ObjectKind kind) {
-    if (!other.includes(table.name, kind) || isList(table.name, kind)) return;
-    const ObjectKind itemKind = itemKindOf(kind);
-    if (itemKind == ObjectKind::kSite) covers = covers && coversItems(sites_, other.sites_);
-    if (itemKind == ObjectKind::kPool) covers = covers && coversItems(pools_, other.pools_);
+    const auto own = items_.find(itemKindOf(kind)), others = other.items_.find(itemKindOf(kind));
+    if (own == items_.end() || !other.includes(table.name, kind) || isList(table.name, kind)) return;
+    covers = covers && others != other.items_.end() && std::ranges::includes(own->second, others->second);
   });
   return covers;
 }
 
 std::string Coverage::tablesText() const {
   std::string text = "|";
-  if (looked_ == everything().looked_) return text + "*" + std::to_string(inventory::tables().size()) + "|";
+  if (looked_ == everything().looked_) return text + "*" + std::to_string(tables().size()) + "|";
   forEachEntry([&](const Table& table, ObjectKind kind) {
     if (!includes(table.name, kind)) return;
     text.append(table.name);
@@ -93,41 +77,32 @@ std::string Coverage::tablesText() const {
 
 std::string Coverage::itemsText() const {
   json items = json::object();
-  if (sites_) items["site"] = *sites_;
-  if (pools_) items["pool"] = *pools_;
+  for (const auto& [kind, names] : items_) items[std::string(wordFor(kind))] = names;
   return items.empty() ? "" : items.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
-  Coverage coverage;
-  tables.remove_prefix(std::min<std::size_t>(1, tables.size()));
-  while (tables.size() > 1) {
+  // Of nearly every collection.
+  static const Coverage kAll = everything();
+  static const std::string kAllText = kAll.tablesText();
+  Coverage coverage = tables == kAllText ? kAll : Coverage();
+  while (!tables.empty() && tables != kAllText) {
     // A table of a later version is none that this one could miss.
-    const std::string_view entry = tables.substr(0, tables.find('|'));
+    const std::string entry(tables.substr(0, tables.find('|')));
     tables.remove_prefix(std::min(tables.size(), entry.size() + 1));
-    if (entry.starts_with('*')) {
-      const auto count = static_cast<std::size_t>(std::atoi(std::string(entry.substr(1)).c_str()));
-      forEachEntry([&](const Table& table, ObjectKind kind) {
-        if (findTable(table.name) < count) coverage.add(table, kind);
-      });
-      continue;
-    }
-    const std::string_view name = entry.substr(0, entry.find(':'));
-    const std::size_t table = findTable(name);
-    if (table == inventory::tables().size()) continue;
-    const bool hasKind = name.size() < entry.size();
-    const ObjectKind kind =
-        hasKind ? objectKind(entry.substr(name.size() + 1)) : inventory::tables()[table].kinds[0];
-    coverage.add(inventory::tables()[table], kind);
+    const std::string name = entry.substr(0, entry.find(':'));
+    const std::size_t count = entry.starts_with('*') ? std::strtoul(entry.c_str() + 1, nullptr, 10) : 0;
+    forEachEntry([&](const Table& table, ObjectKind kind) {
+      const std::string_view word = name == entry ? wordFor(table.kinds[0]) : entry.c_str() + name.size() + 1;
+      if (findTable(table.name) < count || (table.name == name && wordFor(kind) == word))
+        coverage.add(table, kind);
+    });
   }
   if (items.empty()) return coverage;
   try {
     const json all = json::parse(items);
-    const auto read = [&](const char* kind, std::optional<std::vector<std::string>>& into) {
-      if (all.contains(kind)) into = foldedAll(all.at(kind).get<std::vector<std::string>>());
-    };
-    read("site", coverage.sites_);
-    read("pool", coverage.pools_);
+    for (const auto& [word, names] : all.items())
+      coverage.restrict(objectKind(word), names.get<std::vector<std::string>>());
   } catch (const json::exception&) {
     throw Error("the column \"Items\" of \"Collections\" holds an invalid text");
   }

@@ -21,23 +21,21 @@ std::string quotedText(std::string_view text) {
   return quoted(text, '\'');
 }
 
+std::string namesOf(std::span<const InsertColumn> columns) {
+  return joined(columns, [](const InsertColumn& column) { return quotedName(column.name); });
+}
+
 std::string Dialect::table(std::string_view name) const {
-  return (schema_.empty() ? "" : quotedName(schema_) + ".") + quotedName(name);
+  return quotedName(name);
 }
 
 std::string_view Dialect::typeName(Type type) const {
-  switch (type) {
-    case Type::kInteger:
-      return isPostgres() ? "bigint" : "integer";
-    case Type::kReal:
-      return isPostgres() ? "double precision" : "real";
-    case Type::kBoolean:
-      return isPostgres() ? "boolean" : "integer";
-    case Type::kText:
-    case Type::kTime:
-      break;
-  }
-  return isPostgres() ? "text collate \"C\"" : "text";
+  constexpr std::string_view kNames[][2] = {{"text", "text collate \"C\""},
+                                            {"integer", "bigint"},
+                                            {"real", "double precision"},
+                                            {"integer", "boolean"},
+                                            {"text", "text collate \"C\""}};
+  return kNames[static_cast<std::size_t>(type)][isPostgres() ? 1 : 0];
 }
 
 std::int64_t Cursor::number(std::size_t column) {

@@ -20,7 +20,7 @@
 namespace inventory {
 
 // A value bound to a parameter of a statement.
-using Parameter = std::variant<std::monostate, std::int64_t, double, std::string>;
+using Parameter = std::variant<std::monostate, std::int64_t, std::string>;
 using Parameters = std::vector<Parameter>;
 
 // What differs between the kinds of database in the SQL that the inventory generates.
@@ -28,22 +28,31 @@ class Dialect {
  public:
   enum class Kind { kSqlite, kPostgres };
 
-  // `schema` qualifies the tables; empty for none.
-  Dialect(Kind kind, std::string schema) : kind_(kind), schema_(std::move(schema)) {}
+  explicit Dialect(Kind kind) : kind_(kind) {}
 
   bool isPostgres() const { return kind_ == Kind::kPostgres; }
-  // A table's or view's name, qualified and quoted.
   std::string table(std::string_view name) const;
   std::string_view typeName(Type type) const;
 
  private:
   Kind kind_;
-  std::string schema_;
 };
 
 // An identifier and a text literal in SQL.
 std::string quotedName(std::string_view name);
 std::string quotedText(std::string_view text);
+
+// What `textOf` makes of some items, one after the other.
+template <typename Items, typename TextOf>
+std::string joined(const Items& items, const TextOf& textOf, std::string_view separator = ", ") {
+  std::string text;
+  bool isFirst = true;
+  for (const auto& item : items) {
+    if (!std::exchange(isFirst, false)) text += separator;
+    text += textOf(item);
+  }
+  return text;
+}
 
 // The rows of a query. At most one is open on a session at a time; it must not outlive the session.
 class Cursor {
@@ -85,6 +94,9 @@ struct InsertColumn {
   Type type = Type::kText;
 };
 
+// The names of columns as SQL lists them.
+std::string namesOf(std::span<const InsertColumn> columns);
+
 // A transaction of a database. Members throw Error or one of its kinds.
 class Session {
  public:
@@ -92,31 +104,14 @@ class Session {
 
   virtual const Dialect& dialect() const = 0;
 
-  // Runs one statement with the parameters $1, $2 and so on. Gives the number of rows that it changed.
-  virtual std::int64_t execute(const std::string& sql, const Parameters& parameters = {}) = 0;
-
-  // Runs several statements without parameters, in one round trip where that saves time.
-  virtual void executeAll(const std::string& sql) = 0;
+  // Runs one statement with the parameters $1, $2 and so on, or several without any.
+  virtual void execute(const std::string& sql, const Parameters& parameters = {}) = 0;
 
   virtual std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters = {}) = 0;
 
   // Prepares the adding of rows to a table; only one inserter is open on a session at a time.
   virtual std::unique_ptr<Inserter> insertInto(std::string_view table,
                                                std::span<const InsertColumn> columns) = 0;
-
-  // The tables and views that the schema has. The columns of a view may be left out: it may be broken.
-  struct Relation {
-    std::string name;
-    bool isView = false;
-    std::vector<std::string> columns;
-    std::string definition;  // of a view that this role may replace, as viewDefinition() gives it; else empty
-  };
-  virtual std::vector<Relation> relations() = 0;
-
-  // Creates a view, or replaces one of an earlier definition.
-  virtual void createView(const std::string& name, const std::string& select) = 0;
-  // What relations() reports of a view that was created with this text.
-  virtual std::string viewDefinition(const std::string& name, const std::string& select) const = 0;
 
   // The first row's first value; empty where there is none.
   std::string value(const std::string& sql, const Parameters& parameters = {});
@@ -133,8 +128,8 @@ struct Change {
   // Brings the schema up to date. Called with `mayChange` false first: gives true where nothing is to be
   // done.
   std::function<bool(Session&, bool mayChange)> prepare;
-  // May be called again, with `again` true, where the connection was lost before anything was committed.
-  std::function<void(Session&, bool again)> work;
+  // May be called again where the connection was lost before anything was committed.
+  std::function<void(Session&)> work;
 };
 
 // Options of a database.
@@ -164,9 +159,10 @@ class Driver {
   // Whether such a transaction may last long without keeping others from publishing.
   virtual bool readsConcurrently() const = 0;
 
-  // Refuses a database that can't take an inventory, before there is anything to publish. `checkSchema` is
+  // Refuses a database that can't take these tables, before there is anything to publish. `checkSchema` is
   // called with a transaction for reading where there is a schema already.
-  virtual void checkWritable(const std::function<void(Session&)>& checkSchema) = 0;
+  virtual void checkWritable(std::span<const std::string> tables,
+                             const std::function<void(Session&)>& checkSchema) = 0;
 
   // Updates the statistics of tables after many rows were added to them.
   virtual void analyze(std::span<const std::string> tables) = 0;

@@ -1,10 +1,8 @@
 #include "inventory/inventory.h"
 
-#include <algorithm>
-#include <cctype>
 #include <optional>
+#include <regex>
 
-#include "inventory/clock.h"
 #include "inventory/copying.h"
 #include "inventory/names.h"
 #include "inventory/postgres/connection.h"
@@ -18,105 +16,95 @@ namespace {
 // Rows after which the statistics of tables are brought up to date.
 constexpr std::int64_t kManyRows = 20000;
 
-std::vector<std::string> foldedAll(const std::vector<std::string>& names) {
-  std::vector<std::string> keys;
-  for (const std::string& name : names) keys.push_back(folded(name));
-  return keys;
+std::string subjectOf(const std::vector<std::string>& servers) {
+  return servers.size() == 1 ? servers[0] : "one of these servers";
+}
+
+// After a lost connection: another process may have published one of the servers meanwhile.
+void requireUnchanged(const KnownServers& before, const KnownServers& now) {
+  for (const auto& [key, server] : now) {
+    const auto former = before.find(key);
+    if ((former == before.end() ? 0 : former->second.current) != server.current)
+      throw ServerRefused("another process published " + server.name + " while the connection was lost");
+  }
+}
+
+std::vector<std::string> tableNames() {
+  std::vector<std::string> names;
+  for (const Table& table : declarations::kTables) names.emplace_back(table.name);
+  return names;
 }
 
 }  // namespace
 
-Inventory::Inventory(std::unique_ptr<Driver> driver, bool force)
-    : driver_(std::move(driver)), force_(force) {}
-
-Inventory::~Inventory() = default;
-
-Change Inventory::changeOf(std::vector<std::string> keys, std::string subject) {
+void Inventory::change(const std::vector<std::string>& servers, const std::string& subject,
+                       const std::string& effect, const Work& work) {
   Change change;
-  change.serverKeys = std::move(keys);
-  change.subject = std::move(subject);
+  for (const std::string& server : servers) change.serverKeys.push_back(folded(server));
+  change.subject = subject;
+  change.effect = effect;
   change.prepare = [this](Session& session, bool mayChange) {
     return prepareSchema(session, shownName(), force_, mayChange);
   };
-  return change;
+  std::optional<KnownServers> before;
+  change.work = [&](Session& session) {
+    KnownServers now = findServers(session, change.serverKeys);
+    if (before) requireUnchanged(*before, now);
+    before = std::move(now);
+    work(session, *before);
+  };
+  driver_->change(change);
+}
+
+void Inventory::require(const std::string& server, const KnownServers& known) const {
+  if (!known.contains(folded(server)))
+    throw Error("the database '" + shownName() + "' has no server '" + server + "'");
 }
 
 void Inventory::checkWritable() {
-  driver_->checkWritable([this](Session& session) { prepareSchema(session, shownName(), force_, false); });
+  driver_->checkWritable(tableNames(),
+                         [this](Session& session) { prepareSchema(session, shownName(), force_, false); });
 }
 
 std::vector<Published> Inventory::publish(std::span<const Collected> collected,
                                           const PublishOptions& options) {
-  std::vector<std::string> keys;
-  for (const Collected& each : collected) keys.push_back(folded(each.origin.server));
-  Change change = changeOf(keys, collected.size() == 1 ? collected[0].origin.server : "one of these servers");
+  std::vector<std::string> servers;
+  for (const Collected& each : collected) servers.push_back(each.origin.server);
   std::vector<Published> published;
-  std::optional<std::map<std::string, KnownServer>> before;
-  change.work = [&](Session& session, bool again) {
-    std::map<std::string, KnownServer> now = findServers(session, keys);
-    if (again && before) requireUnchanged(*before, now);
-    before = std::move(now);
-    published = publishAll(session, collected, options);
-  };
-  driver_->change(change);
+  change(servers, subjectOf(servers), "have the new collection",
+         [&](Session& session, const KnownServers&) { published = publishAll(session, collected, options); });
   for (const Published& each : published) addedRows_ += sumOf(each.added);
   return published;
 }
 
 Published Inventory::copyFrom(Inventory& source, const std::vector<std::string>& servers) {
-  const std::vector<std::string> keys = foldedAll(servers);
-  Change change = changeOf(keys, servers.size() == 1 ? servers[0] : "one of these servers");
   Published copied;
-  std::optional<std::map<std::string, KnownServer>> before;
-  change.effect = "have been copied";
-  change.work = [&](Session& session, bool again) {
-    std::map<std::string, KnownServer> now = findServers(session, keys);
-    if (again && before) requireUnchanged(*before, now);
-    before = std::move(now);
+  change(servers, subjectOf(servers), "have been copied", [&](Session& session, const KnownServers&) {
     copied = copyServers(source.driver(), session, servers);
-  };
-  driver_->change(change);
+  });
   addedRows_ += sumOf(copied.added);
   return copied;
 }
 
 std::int64_t Inventory::remove(const std::vector<std::string>& servers, const std::string& before) {
-  const std::vector<std::string> keys = foldedAll(servers);
-  Change change = changeOf(keys, servers.size() == 1 ? servers[0] : "one of these servers");
   std::int64_t rows = 0;
-  std::optional<std::map<std::string, KnownServer>> seen;
-  change.effect = "have been removed";
-  change.work = [&](Session& session, bool) {
-    const std::map<std::string, KnownServer> known = findServers(session, keys);
-    if (seen) requireUnchanged(*seen, known);
-    seen = known;
-    for (std::size_t at = 0; at < keys.size(); ++at) {
-      if (!known.contains(keys[at])) failMissing(servers[at]);
-    }
+  change(servers, subjectOf(servers), "have been removed", [&](Session& session, const KnownServers& known) {
+    for (const std::string& server : servers) require(server, known);
     rows = removeServers(session, known, before);
-  };
-  driver_->change(change);
+  });
   return rows;
 }
 
 void Inventory::rename(const std::string& server, const std::string& name) {
-  std::vector<std::string> keys{folded(server)};
-  if (!sameName(server, name)) keys.push_back(folded(name));
-  Change change = changeOf(keys, server);
-  std::optional<std::map<std::string, KnownServer>> seen;
-  change.effect = "have been renamed";
-  change.work = [&](Session& session, bool) {
-    const std::map<std::string, KnownServer> known = findServers(session, keys);
-    if (seen) requireUnchanged(*seen, known);
-    seen = known;
-    if (!known.contains(keys.front())) failMissing(server);
-    if (keys.size() > 1 && known.contains(keys.back())) {
+  change({server, name}, server, "have been renamed", [&](Session& session, const KnownServers& known) {
+    require(server, known);
+    const auto other = known.find(folded(name));
+    if (other != known.end() && !sameName(server, name)) {
       throw Error("cannot rename " + server + ": the database '" + shownName() + "' already has a server '" +
-                  known.at(keys.back()).name + "' (remove it first: iisinventory remove)");
+                  other->second.name + "' (remove it first: iisinventory remove)");
     }
-    renameServer(session, known.at(keys.front()), name);
-  };
-  driver_->change(change);
+    renameServer(session, known.at(folded(server)), name);
+  });
 }
 
 int Inventory::keep() {
@@ -126,13 +114,9 @@ int Inventory::keep() {
 }
 
 void Inventory::setKeep(int count) {
-  Change change = changeOf({}, "the settings");
-  change.effect = "have been changed";
-  change.work = [&](Session& session, bool) {
-    session.execute("update " + session.dialect().table("settings") + " set value = $1 where name = 'keep'",
-                    {std::to_string(count)});
-  };
-  driver_->change(change);
+  change({}, "the settings", "have been changed", [&](Session& session, const KnownServers&) {
+    session.execute("update settings set value = $1 where name = 'keep'", {std::to_string(count)});
+  });
 }
 
 std::vector<std::string> Inventory::verify() {
@@ -144,25 +128,7 @@ std::vector<std::string> Inventory::verify() {
 }
 
 void Inventory::finishPublishing() {
-  if (addedRows_.exchange(0) < kManyRows) return;
-  std::vector<std::string> names;
-  for (const Table& table : tables()) names.emplace_back(table.name);
-  for (const Table& table : ownTables()) names.emplace_back(table.name);
-  driver_->analyze(names);
-}
-
-void Inventory::failMissing(const std::string& server) const {
-  throw Error("the database '" + shownName() + "' has no server '" + server + "'");
-}
-
-// After a lost connection: another process may have published one of the servers meanwhile.
-void Inventory::requireUnchanged(const std::map<std::string, KnownServer>& before,
-                                 const std::map<std::string, KnownServer>& now) {
-  for (const auto& [key, server] : now) {
-    const auto former = before.find(key);
-    if ((former == before.end() ? 0 : former->second.current) == server.current) continue;
-    throw ServerRefused("another process published " + server.name + " while the connection was lost");
-  }
+  if (addedRows_.exchange(0) >= kManyRows) driver_->analyze(tableNames());
 }
 
 bool isOnServer(std::string_view database) {
@@ -174,36 +140,26 @@ std::string shownName(const std::string& database) {
 }
 
 std::unique_ptr<Inventory> openForReading(const std::string& database, const Access& access) {
-  return std::make_unique<Inventory>(
-      isOnServer(database) ? openPostgres(database, access) : openSqlite(database, access, false),
-      access.force);
+  auto driver = isOnServer(database) ? openPostgres(database, access) : openSqlite(database, access, false);
+  return std::make_unique<Inventory>(std::move(driver), access.force);
 }
 
 std::unique_ptr<Inventory> openForPublishing(const std::string& database, const Access& access) {
-  auto inventory = std::make_unique<Inventory>(
-      isOnServer(database) ? openPostgres(database, access) : openSqlite(database, access, true),
-      access.force);
+  auto driver = isOnServer(database) ? openPostgres(database, access) : openSqlite(database, access, true);
+  auto inventory = std::make_unique<Inventory>(std::move(driver), access.force);
   inventory->checkWritable();
   return inventory;
 }
 
 std::string momentOf(const std::string& text) {
-  constexpr std::string_view kForm = "0000-00-00T00:00:00.000Z";
-  std::string moment = text;
-  if (moment.size() > 10 && moment[10] == ' ') moment[10] = 'T';
-  if (moment.ends_with('Z')) moment.pop_back();
-  const bool isLongEnough =
-      moment.size() == 10 || moment.size() == 16 || moment.size() == 19 || moment.size() == 23;
-  bool isMoment = isLongEnough;
-  for (std::size_t at = 0; isMoment && at < moment.size(); ++at) {
-    const bool isDigit = std::isdigit(static_cast<unsigned char>(moment[at])) != 0;
-    isMoment = kForm[at] == '0' ? isDigit : moment[at] == kForm[at];
-  }
-  if (!isMoment) {
+  static const std::regex kForm(R"((\d{4}-\d\d-\d\d)([T ](\d\d:\d\d(:\d\d(\.\d{3})?)?))?Z?)");
+  std::smatch match;
+  if (!std::regex_match(text, match, kForm)) {
     throw Error("'" + text +
                 "' is not a time such as 2026-01-31, 2026-01-31T12:00 or 2026-01-31T12:00:00Z (UTC)");
   }
-  return moment + std::string(kForm.substr(moment.size()));
+  const std::string moment = match.str(1) + "T" + match.str(3);
+  return moment + std::string("0000-00-00T00:00:00.000Z").substr(moment.size());
 }
 
 }  // namespace inventory

@@ -26,11 +26,21 @@ struct Selection {
 // A row of a table, valid until the next one.
 class TableRow {
  public:
-  virtual ~TableRow() = default;
-  virtual const CollectionInfo& collection() const = 0;
+  TableRow(const Table& table, Cursor& cursor);
+  // To be called for each row of the cursor.
+  void moveTo(const CollectionInfo& collection);
+
+  const CollectionInfo& collection() const { return *collection_; }
   // By the place in the table's columns.
-  virtual Cell cell(std::size_t column) const = 0;
-  virtual bool isUnknown(std::size_t column) const = 0;
+  Cell cell(std::size_t column) const;
+  bool isUnknown(std::size_t column) const;
+
+ private:
+  const Table& table_;
+  Cursor& cursor_;
+  const std::size_t first_;  // columns of bookkeeping ahead of the table's own
+  const CollectionInfo* collection_ = nullptr;
+  Cell notKnown_;
 };
 
 // Reads an inventory. On a server it sees one state for as long as it lives. In a file it reads each
@@ -43,8 +53,6 @@ class Reader {
 
   // Throws Error for a database without an inventory.
   explicit Reader(Driver& driver, OnSuccessor onSuccessor = {});
-  ~Reader();
-  Reader(Reader&&) noexcept;
 
   // One collection for each server, in the order of the servers' folded names. A server of the selection that
   // isn't there is left out.
@@ -62,16 +70,29 @@ class Reader {
   // Everything of some collections, one after the other, in their order. `each` may keep it.
   void forEach(std::span<const CollectionInfo> collections,
                const std::function<void(std::unique_ptr<ServerData>)>& each);
-  // Everything of one.
-  std::unique_ptr<ServerData> data(const CollectionInfo& collection);
 
   // Runs a query over the views, which show the collections of the selection and no others. `sql` begins with
   // "select".
   void query(const std::string& sql, const Selection& selection, const std::function<void(Cursor&)>& eachRow);
 
+  // Some collections in pieces, at most so many at once, each in one transaction. Some of them may have been
+  // deleted meanwhile.
+  using OnPiece = std::function<void(Session&, std::span<const CollectionInfo> piece)>;
+  void forEachPiece(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each);
+  // The rows of some collections in a table, with all columns, in their order.
+  static std::unique_ptr<Cursor> rowsOf(Session& session, const Table& table,
+                                        const std::vector<std::int64_t>& collections);
+
  private:
-  class Impl;
-  std::unique_ptr<Impl> impl_;
+  template <typename Work>
+  void inTransaction(const Work& work);
+  void endTransaction();
+  void forEachPresent(std::span<const CollectionInfo> collections, const OnPiece& each);
+  std::vector<CollectionInfo> infos(const std::string& conditions);
+
+  Driver& driver_;
+  const OnSuccessor onSuccessor_;
+  std::unique_ptr<Session> session_;
 };
 
 // How a publication treats what is there.
@@ -84,8 +105,7 @@ struct PublishOptions {
 class Inventory {
  public:
   // `force`: also in a database that has other tables and no inventory.
-  Inventory(std::unique_ptr<Driver> driver, bool force);
-  ~Inventory();
+  Inventory(std::unique_ptr<Driver> driver, bool force) : driver_(std::move(driver)), force_(force) {}
 
   std::string shownName() const { return driver_->shownName(); }
 
@@ -128,10 +148,13 @@ class Inventory {
   void stopWaiting() { driver_->stopWaiting(); }
 
  private:
-  Change changeOf(std::vector<std::string> keys, std::string subject);
-  [[noreturn]] void failMissing(const std::string& server) const;
-  static void requireUnchanged(const std::map<std::string, KnownServer>& before,
-                               const std::map<std::string, KnownServer>& now);
+  using Work = std::function<void(Session&, const std::map<std::string, KnownServer>&)>;
+
+  // Changes servers, `subject` in messages. `effect` is what may have happened where the outcome is unknown.
+  void change(const std::vector<std::string>& servers, const std::string& subject, const std::string& effect,
+              const Work& work);
+  // Throws Error for a server that isn't among the known ones.
+  void require(const std::string& server, const std::map<std::string, KnownServer>& known) const;
 
   std::unique_ptr<Driver> driver_;
   const bool force_;

@@ -4,6 +4,7 @@
 #include <bitset>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -22,53 +23,29 @@ class Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// A kind of error: a class of its own for each tag.
+template <typename Tag, typename Base = Error>
+class ErrorOfKind : public Base {
+ public:
+  using Base::Base;
+};
+
 // The database has no inventory.
-class NoInventory : public Error {
- public:
-  using Error::Error;
-};
-
+using NoInventory = ErrorOfKind<struct NoInventoryTag>;
 // The database is locked by another process, and the wait is over.
-class Locked : public Error {
- public:
-  using Error::Error;
-};
-
+using Locked = ErrorOfKind<struct LockedTag>;
 // The server that has the database can't be reached, or the connection to it was lost.
-class Unreachable : public Error {
- public:
-  using Error::Error;
-};
-
+using Unreachable = ErrorOfKind<struct UnreachableTag>;
 // The role or user lacks a right.
-class Forbidden : public Error {
- public:
-  using Error::Error;
-};
-
+using Forbidden = ErrorOfKind<struct ForbiddenTag>;
 // Something that is wrong with one of the servers of a change; the others may be changed without it.
-class ServerRefused : public Error {
- public:
-  using Error::Error;
-};
-
+using ServerRefused = ErrorOfKind<struct ServerRefusedTag>;
 // Another process publishes one of the servers, and the wait is over.
-class ServerLocked : public ServerRefused {
- public:
-  using ServerRefused::ServerRefused;
-};
-
+using ServerLocked = ErrorOfKind<struct ServerLockedTag, ServerRefused>;
 // The change was interrupted by stopWaiting(). Nothing was committed.
-class Interrupted : public Error {
- public:
-  using Error::Error;
-};
-
-// Nobody can say whether the change was committed.
-class OutcomeUnknown : public Error {
- public:
-  using Error::Error;
-};
+using Interrupted = ErrorOfKind<struct InterruptedTag>;
+// It cannot be found out whether the change was committed.
+using OutcomeUnknown = ErrorOfKind<struct OutcomeUnknownTag>;
 
 // A value in a column; nothing for null.
 using Cell = std::optional<std::string_view>;
@@ -117,13 +94,10 @@ class Coverage {
   static Coverage fromTexts(std::string_view tables, std::string_view items);
 
  private:
-  static constexpr std::size_t kMostEntries = 128;
-
   // A bit for each of the two kinds of each table.
-  std::bitset<kMostEntries> looked_;
-  // Folded names; nothing for no restriction.
-  std::optional<std::vector<std::string>> sites_;
-  std::optional<std::vector<std::string>> pools_;
+  std::bitset<2 * tables().size()> looked_;
+  // Folded names by kSite or kPool; no entry for no restriction.
+  std::map<ObjectKind, std::vector<std::string>> items_;
 };
 
 // What was collected, by whom, from where and when. Times are UTC, as in 2026-01-31T12:00:00.000Z.
@@ -177,29 +151,18 @@ struct Published {
   std::vector<Problem> problems;  // values that can't be stored as they were; they are stored as problems too
 };
 
-// A collection that an inventory keeps.
-struct CollectionInfo {
+// A collection that an inventory keeps. Its server is named as the server's latest collection spells it.
+struct CollectionInfo : Origin {
   std::int64_t id = 0;
   std::int64_t serverId = 0;
-  std::string server;        // as the server's latest collection spells it
   std::string serverKey;     // folded
-  std::string recordedName;  // as the rows of this collection spell it
+  std::string recordedName;  // as the rows of this collection spell it; only for writing
   bool isCurrent = false;
-  std::string file;
-  std::int64_t fileSize = 0;
-  std::string fileTime;
-  std::string sha256;
-  std::string started;
   std::string published;
-  std::string selection;
-  double seconds = 0;
   std::int64_t rows = 0;
   RowCounts rowsByTable;
   std::int64_t problems = 0;
   std::int64_t notes = 0;
-  std::string collectedBy;
-  std::string machine;
-  std::string version;
   Coverage coverage;
 };
 

@@ -348,7 +348,7 @@ void deleteCollections(Session& session, const std::vector<std::int64_t>& collec
     for (const Table& table : tables()) sql += remove(table.name, idsCondition("id", chunk));
     sql += remove("Problems", idsCondition("id", chunk));
     sql += remove("objects", "collection_id in (" + ids + ")");
-    session.executeAll(sql + remove("Collections", "collection_id in (" + ids + ")"));
+    session.execute(sql + remove("Collections", "collection_id in (" + ids + ")"));
   }
 }
 
@@ -450,7 +450,7 @@ std::vector<Published> publishAll(Session& session, std::span<const Collected> c
       writers[at].published().replaced = std::move(found->second);
     published.push_back(std::move(writers[at].published()));
   }
-  session.executeAll(updates);
+  session.execute(updates);
   return published;
 }
 

@@ -21,11 +21,13 @@ struct KnownServer {
   std::int64_t current = 0;  // its current collection, 0 for none
 };
 
+using KnownServers = std::map<std::string, KnownServer>;  // by their folded names
+
 // Adds servers that aren't known yet.
 void addServers(Session& session, std::span<const std::string> names);
 
-// The servers of these folded names, by them.
-std::map<std::string, KnownServer> findServers(Session& session, std::span<const std::string> keys);
+// The servers of these folded names.
+KnownServers findServers(Session& session, std::span<const std::string> keys);
 
 // A condition that holds for the ids of what some collections hold, or their objects.
 std::string idsCondition(std::string_view column, std::vector<std::int64_t> collections);

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <optional>
 #include <unordered_map>
 #include <utility>
 
@@ -16,13 +15,12 @@ namespace {
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::size_t kMostCollections = 200;
 
-// The columns of "Collections", as CollectionInfo has them.
-constexpr const char* kInfoColumns =
-    "c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c.\"File\", c.\"File size\", "
-    "c.\"File time\", c.\"SHA-256\", c.\"Published\", c.\"Selection\", c.\"Rows\", c.\"Rows by table\", "
-    "c.\"Problems\", c.\"Notes\", c.\"Collected by\", c.\"Machine\", c.\"Version\", c.\"Looked at\", "
-    "c.\"Items\", c.\"Started\", "
-    "c.\"Seconds\", c.\"Server name\"";
+// Selects what infoOf() reads.
+constexpr const char* kSelectInfo =
+    "select c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c.\"File\", c.\"File "
+    "time\", c.\"SHA-256\", c.\"Started\", c.\"Published\", c.\"Version\", c.\"Selection\", c.\"Rows by "
+    "table\", c.\"Collected by\", c.\"Machine\", c.\"File size\", c.\"Rows\", c.\"Problems\", c.\"Notes\", "
+    "c.\"Seconds\", c.\"Looked at\", c.\"Items\" from servers s join \"Collections\" c on ";
 
 CollectionInfo infoOf(Cursor& row) {
   CollectionInfo info;
@@ -31,235 +29,188 @@ CollectionInfo infoOf(Cursor& row) {
   info.server = row.text(2);
   info.serverKey = row.text(3);
   info.isCurrent = row.number(4) == info.id;
-  info.file = row.text(5);
-  info.fileSize = row.number(6);
-  info.fileTime = row.text(7);
-  info.sha256 = row.text(8);
-  info.published = row.text(9);
-  info.selection = row.text(10);
-  info.rows = row.number(11);
-  info.rowsByTable = rowCountsOf(row.text(12));
-  info.problems = row.number(13);
-  info.notes = row.number(14);
-  info.collectedBy = row.text(15);
-  info.machine = row.text(16);
-  info.version = row.text(17);
-  info.coverage = Coverage::fromTexts(row.text(18), row.text(19));
-  info.started = row.text(20);
-  info.seconds = std::strtod(row.text(21).c_str(), nullptr);
-  info.recordedName = row.text(22);
+  std::size_t at = 5;
+  std::string rowsByTable;
+  for (std::string* const text :
+       {&info.file, &info.fileTime, &info.sha256, &info.started, &info.published, &info.version,
+        &info.selection, &rowsByTable, &info.collectedBy, &info.machine}) {
+    *text = row.text(at++);
+  }
+  for (std::int64_t* const number : {&info.fileSize, &info.rows, &info.problems, &info.notes})
+    *number = row.number(at++);
+  info.seconds = std::strtod(row.text(at).c_str(), nullptr);
+  info.coverage = Coverage::fromTexts(row.text(at + 1), row.text(at + 2));
+  info.rowsByTable = rowCountsOf(rowsByTable);
   return info;
 }
 
 // A condition on the servers' keys; true for all where none is named.
 std::string keysCondition(const std::vector<std::string>& servers) {
   if (servers.empty()) return "1 = 1";
-  std::string keys;
-  for (const std::string& server : servers) keys += (keys.empty() ? "" : ", ") + quotedText(folded(server));
-  return "s.server_key in (" + keys + ")";
+  const auto key = [](const std::string& server) { return quotedText(folded(server)); };
+  return "s.server_key in (" + joined(servers, key) + ")";
 }
 
 // Which collection of a server a selection means, as an expression.
-std::string chosenCollection(const Dialect& dialect, const Selection& selection) {
+std::string chosenCollection(const Selection& selection) {
   if (selection.at.empty()) return "s.current_collection";
-  return "(select x.collection_id from " + dialect.table("Collections") +
-         " x where x.server_id = s.server_id and x.\"Published\" <= " + quotedText(selection.at) +
-         " order by x.\"Published\" desc, x.collection_id desc limit 1)";
+  return "(select x.collection_id from \"Collections\" x where x.server_id = s.server_id and x.\"Published\" "
+         "<= " +
+         quotedText(selection.at) + " order by x.\"Published\" desc, x.collection_id desc limit 1)";
 }
 
-Problem problemOf(Cursor& row, std::size_t first) {
+Problem problemOf(Cursor& row) {
   Problem problem;
-  problem.isNote = row.text(first + 1) == "note";
-  problem.table = row.text(first + 2);
-  problem.itemKind = objectKind(row.text(first + 3));
-  problem.item = row.text(first + 4);
-  problem.node = row.text(first + 5);
-  problem.property = row.text(first + 6);
-  problem.routine = row.text(first + 7);
-  if (const std::string number = row.text(first + 8); !number.empty())
+  problem.isNote = row.text(4) == "note";
+  problem.table = row.text(5);
+  problem.itemKind = objectKind(row.text(6));
+  problem.item = row.text(7);
+  problem.node = row.text(8);
+  problem.property = row.text(9);
+  problem.routine = row.text(10);
+  if (const std::string number = row.text(11); !number.empty())
     problem.number = static_cast<std::int32_t>(std::strtoul(number.c_str(), nullptr, 16));
-  problem.message = row.text(first + 9);
-  problem.time = row.text(first + 10);
+  problem.message = row.text(12);
+  problem.time = row.text(13);
   return problem;
 }
 
-std::string columnNames(const Table& table) {
-  std::string names;
-  for (const InsertColumn& column : insertColumnsOf(table))
-    names += (names.empty() ? "" : ", ") + quotedName(column.name);
+std::vector<std::int64_t> idsOf(std::span<const CollectionInfo> collections) {
+  std::vector<std::int64_t> ids;
+  for (const CollectionInfo& collection : collections) ids.push_back(collection.id);
+  return ids;
+}
+
+}  // namespace
+
+TableRow::TableRow(const Table& table, Cursor& cursor)
+    : table_(table), cursor_(cursor), first_(insertColumnsOf(table).size() - table.columns.size()) {}
+
+void TableRow::moveTo(const CollectionInfo& collection) {
+  collection_ = &collection;
+  notKnown_ = first_ == 0 ? Cell() : cursor_.cell(first_ - 1);
+}
+
+Cell TableRow::cell(std::size_t column) const {
+  return cursor_.cell(first_ + column);
+}
+
+bool TableRow::isUnknown(std::size_t column) const {
+  return notKnown_ &&
+         notKnown_->find("|" + std::string(table_.columns[column].viewName) + "|") != std::string_view::npos;
+}
+
+Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
+    : driver_(driver), onSuccessor_(std::move(onSuccessor)) {
+  inTransaction([&](Session& session) { requireInventory(session, driver.shownName()); });
+}
+
+// On a server all in the same one; in a file a long one would keep others from publishing.
+template <typename Work>
+void Reader::inTransaction(const Work& work) {
+  if (session_ == nullptr || !driver_.readsConcurrently()) {
+    session_.reset();
+    session_ = driver_.read();
+  }
+  work(*session_);
+  endTransaction();
+}
+
+void Reader::endTransaction() {
+  if (!driver_.readsConcurrently()) session_.reset();
+}
+
+std::vector<CollectionInfo> Reader::infos(const std::string& conditions) {
+  std::vector<CollectionInfo> all;
+  inTransaction([&](Session& session) {
+    const auto rows = session.query(kSelectInfo + conditions);
+    while (rows->next()) all.push_back(infoOf(*rows));
+  });
+  return all;
+}
+
+std::vector<CollectionInfo> Reader::collections(const Selection& selection) {
+  return infos("c.collection_id = " + chosenCollection(selection) + " where " +
+               keysCondition(selection.servers) + " order by s.server_key");
+}
+
+std::vector<CollectionInfo> Reader::history(const std::vector<std::string>& servers) {
+  return infos("c.server_id = s.server_id where " + keysCondition(servers) +
+               " order by s.server_key, c.collection_id");
+}
+
+std::vector<std::string> Reader::serverNames() {
+  std::vector<std::string> names;
+  inTransaction([&](Session& session) {
+    const auto rows =
+        session.query("select name from servers where current_collection is not null order by server_key");
+    while (rows->next()) names.push_back(rows->text(0));
+  });
   return names;
 }
 
-// A query for the rows of some collections in a table, in their order. For a single one the text is always
-// the same, so that it is prepared once.
-std::unique_ptr<Cursor> queryRows(Session& session, const Table& table,
-                                  const std::vector<std::int64_t>& collections) {
-  const std::string select =
-      "select " + columnNames(table) + " from " + session.dialect().table(table.name) + " where ";
-  const bool hasIds = table.kinds[0] != ObjectKind::kNone || table.name == problemsTable().name;
-  const std::string order = hasIds ? table.hasSeveralRows ? " order by id, number" : " order by id"
-                            : table.name == "objects" ? " order by collection_id, number"
-                                                      : " order by collection_id";
+std::unique_ptr<Cursor> Reader::rowsOf(Session& session, const Table& table,
+                                       const std::vector<std::int64_t>& collections) {
+  const std::vector<InsertColumn> columns = insertColumnsOf(table);
+  const std::string select = "select " + namesOf(columns) + " from " + quotedName(table.name) + " where ",
+                    order = " order by " + std::string(table.key);
+  const bool hasIds = columns.front().name == "id";
   if (collections.size() == 1) {
+    // Always the same text, which is prepared once.
     const std::int64_t id = collections.front();
     return hasIds ? session.query(select + "id >= $1 and id < $2" + order, {id << 32, (id + 1) << 32})
                   : session.query(select + "collection_id = $1" + order, {id});
   }
-  std::string list;
-  for (const std::int64_t id : collections) list += (list.empty() ? "" : ", ") + std::to_string(id);
+  const auto text = [](std::int64_t id) { return std::to_string(id); };
   return session.query(
-      select + (hasIds ? idsCondition("id", collections) : "collection_id in (" + list + ")") + order);
+      select +
+      (hasIds ? idsCondition("id", collections) : "collection_id in (" + joined(collections, text) + ")") +
+      order);
 }
 
-// A row of a query over one of the tables.
-class CursorRow : public TableRow {
- public:
-  CursorRow(const Table& table, Cursor& cursor)
-      : table_(table), cursor_(cursor), first_(insertColumnsOf(table).size() - table.columns.size()) {}
-
-  void moveTo(const CollectionInfo& collection) {
-    collection_ = &collection;
-    notKnown_ = first_ == 0 ? Cell() : cursor_.cell(first_ - 1);
+void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size_t most,
+                          const OnPiece& each) {
+  while (!collections.empty()) {
+    std::size_t count = 1;
+    std::int64_t rows = collections[0].rows;
+    while (count < std::min(most, collections.size()) && (rows += collections[count].rows) <= kMostRows)
+      ++count;
+    inTransaction([&](Session& session) { each(session, collections.first(count)); });
+    collections = collections.subspan(count);
   }
+}
 
-  const CollectionInfo& collection() const override { return *collection_; }
-  Cell cell(std::size_t column) const override { return cursor_.cell(first_ + column); }
-  bool isUnknown(std::size_t column) const override {
-    if (!notKnown_) return false;
-    return notKnown_->find("|" + std::string(table_.columns[column].viewName) + "|") !=
-           std::string_view::npos;
-  }
-
- private:
-  const Table& table_;
-  Cursor& cursor_;
-  const std::size_t first_;  // columns of bookkeeping ahead of the table's own
-  const CollectionInfo* collection_ = nullptr;
-  Cell notKnown_;
-};
-
-}  // namespace
-
-class Reader::Impl {
- public:
-  Impl(Driver& driver, OnSuccessor onSuccessor) : driver_(driver), onSuccessor_(std::move(onSuccessor)) {}
-
-  // A transaction; a new one where a long one would keep others from publishing.
-  Session& begin() {
-    if (session_ != nullptr && driver_.readsConcurrently()) return *session_;
-    session_.reset();
-    session_ = driver_.read();
-    return *session_;
-  }
-
-  const Dialect& dialect() const { return driver_.dialect(); }
-
-  void end() {
-    if (!driver_.readsConcurrently()) session_.reset();
-  }
-
-  std::vector<CollectionInfo> infos(const std::string& from) {
-    Session& session = begin();
-    std::vector<CollectionInfo> all;
+// The same, with what has replaced a collection that was deleted meanwhile.
+void Reader::forEachPresent(std::span<const CollectionInfo> collections, const OnPiece& each) {
+  if (driver_.readsConcurrently()) return forEachPiece(collections, kMostCollections, each);
+  forEachPiece(collections, 1, [&](Session& session, std::span<const CollectionInfo> piece) {
+    const CollectionInfo& wanted = piece.front();
+    if (!session.value("select 1 from \"Collections\" where collection_id = $1", {wanted.id}).empty())
+      return each(session, piece);
+    if (onSuccessor_) onSuccessor_(wanted);
+    CollectionInfo successor;
     {
-      const auto rows = session.query("select " + std::string(kInfoColumns) + from);
-      while (rows->next()) all.push_back(infoOf(*rows));
+      const auto rows = session.query(std::string(kSelectInfo) +
+                                          "c.collection_id = s.current_collection where s.server_id = $1 and "
+                                          "s.server_key = $2",
+                                      {wanted.serverId, wanted.serverKey});
+      if (!rows->next()) return;
+      successor = infoOf(*rows);
     }
-    end();
-    return all;
-  }
-
-  // Goes through collections in pieces, each of which is read in one transaction. `each` gets those that are
-  // there.
-  template <typename Each>
-  void inPieces(std::span<const CollectionInfo> collections, const Each& each) {
-    const bool isConcurrent = driver_.readsConcurrently();
-    for (std::size_t at = 0; at < collections.size();) {
-      std::size_t count = 1;
-      std::int64_t rows = collections[at].rows;
-      while (isConcurrent && count < kMostCollections && at + count < collections.size() &&
-             (rows += collections[at + count].rows) <= kMostRows) {
-        ++count;
-      }
-      Session& session = begin();
-      if (isConcurrent) {
-        each(session, collections.subspan(at, count));
-      } else if (const auto found = present(session, collections[at])) {
-        each(session, std::span(&*found, 1));
-      }
-      end();
-      at += count;
-    }
-  }
-
- private:
-  // The collection, or where it was deleted its server's current one; nothing where the server was removed.
-  std::optional<CollectionInfo> present(Session& session, const CollectionInfo& collection) {
-    const std::string collections = session.dialect().table("Collections");
-    if (!session.value("select 1 from " + collections + " where collection_id = $1", {collection.id}).empty())
-      return collection;
-    if (onSuccessor_) onSuccessor_(collection);
-    const auto rows = session.query("select " + std::string(kInfoColumns) + " from " +
-                                        session.dialect().table("servers") + " s join " + collections +
-                                        " c on c.collection_id = s.current_collection where "
-                                        "s.server_id = $1 and s.server_key = $2",
-                                    {collection.serverId, collection.serverKey});
-    return rows->next() ? std::optional(infoOf(*rows)) : std::nullopt;
-  }
-
-  Driver& driver_;
-  const OnSuccessor onSuccessor_;
-  std::unique_ptr<Session> session_;
-};
-
-Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
-    : impl_(std::make_unique<Impl>(driver, std::move(onSuccessor))) {
-  requireInventory(impl_->begin(), driver.shownName());
-  impl_->end();
-}
-
-Reader::~Reader() = default;
-Reader::Reader(Reader&&) noexcept = default;
-
-std::vector<CollectionInfo> Reader::collections(const Selection& selection) {
-  const Dialect& dialect = impl_->dialect();
-  return impl_->infos(" from " + dialect.table("servers") + " s join " + dialect.table("Collections") +
-                      " c on c.collection_id = " + chosenCollection(dialect, selection) + " where " +
-                      keysCondition(selection.servers) + " order by s.server_key");
-}
-
-std::vector<CollectionInfo> Reader::history(const std::vector<std::string>& servers) {
-  const Dialect& dialect = impl_->dialect();
-  return impl_->infos(" from " + dialect.table("servers") + " s join " + dialect.table("Collections") +
-                      " c on c.server_id = s.server_id where " + keysCondition(servers) +
-                      " order by s.server_key, c.collection_id");
-}
-
-std::vector<std::string> Reader::serverNames() {
-  Session& session = impl_->begin();
-  std::vector<std::string> names;
-  {
-    const auto rows = session.query("select name from " + session.dialect().table("servers") +
-                                    " where current_collection is not null order by server_key");
-    while (rows->next()) names.push_back(rows->text(0));
-  }
-  impl_->end();
-  return names;
+    each(session, {&successor, 1});
+  });
 }
 
 void Reader::forEachRow(const Table& table, std::span<const CollectionInfo> collections,
                         const std::function<void(const TableRow&)>& each) {
   std::vector<CollectionInfo> sorted(collections.begin(), collections.end());
   std::ranges::sort(sorted, {}, &CollectionInfo::id);
-  const bool isList = table.name == collectionsTable().name;
-  impl_->inPieces(sorted, [&](Session& session, std::span<const CollectionInfo> piece) {
-    std::vector<std::int64_t> ids;
-    for (const CollectionInfo& collection : piece) ids.push_back(collection.id);
-    const auto rows = queryRows(session, table, ids);
-    CursorRow row(table, *rows);
+  forEachPresent(sorted, [&](Session& session, std::span<const CollectionInfo> piece) {
+    const auto rows = rowsOf(session, table, idsOf(piece));
+    TableRow row(table, *rows);
     std::size_t at = 0;
     while (rows->next()) {
-      const std::int64_t id = isList ? rows->number(0) : rows->number(0) >> 32;
+      const std::int64_t first = rows->number(0), id = table.key.starts_with("id") ? first >> 32 : first;
       while (piece[at].id != id) ++at;
       row.moveTo(piece[at]);
       each(row);
@@ -269,66 +220,55 @@ void Reader::forEachRow(const Table& table, std::span<const CollectionInfo> coll
 
 void Reader::forEach(std::span<const CollectionInfo> collections,
                      const std::function<void(std::unique_ptr<ServerData>)>& each) {
-  impl_->inPieces(collections, [&](Session& session, std::span<const CollectionInfo> piece) {
-    std::vector<std::int64_t> ids;
-    std::vector<std::unique_ptr<ServerData>> data;
+  forEachPresent(collections, [&](Session& session, std::span<const CollectionInfo> piece) {
+    std::vector<std::unique_ptr<ServerData>> all;
     std::unordered_map<std::int64_t, ServerData*> byId;
     for (const CollectionInfo& collection : piece) {
-      ids.push_back(collection.id);
-      data.push_back(std::make_unique<ServerData>(collection));
-      byId[collection.id] = data.back().get();
+      all.push_back(std::make_unique<ServerData>(collection));
+      byId[collection.id] = all.back().get();
     }
-    const auto rowsOf = [&](const Table& table) { return queryRows(session, table, ids); };
+    const auto forEachOf = [&](const Table& table, const auto& add) {
+      const auto rows = rowsOf(session, table, idsOf(piece));
+      while (rows->next()) {
+        const std::int64_t id = rows->number(0);
+        add(*byId.at(table.key.starts_with("id") ? id >> 32 : id), *rows);
+      }
+    };
     for (std::size_t place = 0; place < tables().size(); ++place) {
       const Table& table = tables()[place];
-      const auto rows = rowsOf(table);
       // The id, and the row's number where an object has several, are in front of what isn't known and the
       // values.
       const std::size_t first = table.hasSeveralRows ? 3 : 2;
       std::vector<Cell> cells(table.columns.size());
-      while (rows->next()) {
-        const std::int64_t id = rows->number(0);
-        const std::string notKnown = rows->text(first - 1);
-        for (std::size_t at = 0; at < cells.size(); ++at) cells[at] = rows->cell(first + at);
-        byId.at(id >> 32)->addRow(place, id, notKnown, cells);
-      }
+      forEachOf(table, [&](ServerData& data, Cursor& row) {
+        const std::string notKnown = row.text(first - 1);
+        for (std::size_t at = 0; at < cells.size(); ++at) cells[at] = row.cell(first + at);
+        data.addRow(place, row.number(0), notKnown, cells);
+      });
     }
-    {
-      const auto rows = rowsOf(ownTable("objects"));
-      while (rows->next()) {
-        const std::int64_t base = rows->number(0) << 32, parent = rows->number(4);
-        byId.at(rows->number(0))
-            ->addObject({base + rows->number(1), static_cast<ObjectKind>(rows->number(2)), rows->text(3),
-                         parent == 0 ? 0 : base + parent, rows->number(5), rows->text(6)});
-      }
-    }
-    {
-      const auto rows = rowsOf(problemsTable());
-      while (rows->next()) byId.at(rows->number(1))->addProblem(problemOf(*rows, 3), rows->number(2));
-    }
+    forEachOf(ownTable("objects"), [](ServerData& data, Cursor& row) {
+      const std::int64_t base = row.number(0) << 32, parent = row.number(4);
+      data.addObject({base + row.number(1), static_cast<ObjectKind>(row.number(2)), row.text(3),
+                      parent == 0 ? 0 : base + parent, row.number(5), row.text(6)});
+    });
+    forEachOf(problemsTable(),
+              [](ServerData& data, Cursor& row) { data.addProblem(problemOf(row), row.number(2)); });
     // Not while a transaction is open that keeps others from publishing.
-    impl_->end();
-    for (auto& server : data) each(std::move(server));
+    endTransaction();
+    for (auto& data : all) each(std::move(data));
   });
-}
-
-std::unique_ptr<ServerData> Reader::data(const CollectionInfo& collection) {
-  std::unique_ptr<ServerData> found;
-  forEach({&collection, 1}, [&](std::unique_ptr<ServerData> data) { found = std::move(data); });
-  return found;
 }
 
 void Reader::query(const std::string& sql, const Selection& selection,
                    const std::function<void(Cursor&)>& eachRow) {
-  Session& session = impl_->begin();
-  const Dialect& dialect = session.dialect();
-  const std::string selected = "select " + chosenCollection(dialect, selection) + ", s.name from " +
-                               dialect.table("servers") + " s where " + keysCondition(selection.servers);
-  {
-    const auto rows = session.query(withViews(dialect, selected, sql));
+  inTransaction([&](Session& session) {
+    const auto rows =
+        session.query(withViews(session.dialect(),
+                                "select " + chosenCollection(selection) + ", s.name from servers s where " +
+                                    keysCondition(selection.servers),
+                                sql));
     while (rows->next()) eachRow(*rows);
-  }
-  impl_->end();
+  });
 }
 
 }  // namespace inventory

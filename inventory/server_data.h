@@ -3,7 +3,7 @@
 
 #include <cstdint>
 #include <map>
-#include <memory>
+#include <memory_resource>
 #include <span>
 #include <string>
 #include <string_view>
@@ -36,27 +36,29 @@ inline constexpr std::int64_t kFirstExtra = std::int64_t{1} << 31;
 // A row of one of tables(). Copies are cheap, and valid as long as the data.
 class DataRow {
  public:
-  DataRow(const Table& table, const char* bytes) : table_(&table), bytes_(bytes) {}
+  DataRow(const Table& table, std::int64_t id, std::uint64_t unknown, const char* cells)
+      : table_(&table), id_(id), unknown_(unknown), cells_(cells) {}
 
   const Table& table() const { return *table_; }
   // The object that it is about, or a number of its own where it fits none or comes twice.
-  std::int64_t id() const;
+  std::int64_t id() const { return id_; }
   // The object; 0 for none.
-  std::int64_t objectId() const { return (id() & 0xFFFFFFFF) < kFirstExtra ? id() : 0; }
+  std::int64_t objectId() const { return (id_ & 0xFFFFFFFF) < kFirstExtra ? id_ : 0; }
   // A value by the place of its column; nothing where none was written.
   Cell cell(std::size_t column) const;
   Cell cell(ColumnRef column) const { return cell(column.column); }
   // The same, empty where none was written.
   std::string text(std::size_t column) const { return std::string(cell(column).value_or("")); }
   std::string text(ColumnRef column) const { return text(column.column); }
-  bool isUnknown(std::size_t column) const;
+  bool isUnknown(std::size_t column) const { return (unknown_ >> column & 1U) != 0; }
   bool isUnknown(ColumnRef column) const { return isUnknown(column.column); }
-  bool hasUnknown() const;
+  bool hasUnknown() const { return unknown_ != 0; }
 
  private:
   const Table* table_;
-  const char*
-      bytes_;  // packed: the id, a bit for each unknown column, the values' lengths plus 1, the values
+  std::int64_t id_;
+  std::uint64_t unknown_;  // a bit for each column
+  const char* cells_;      // each '+' and the value, or '-' for none, and a NUL character
 };
 
 // The data of one collection.
@@ -73,8 +75,8 @@ class ServerData {
   const ObjectInfo* object(std::int64_t id) const;
 
   // The rows of a table, by its place in tables(), in the order in which they were collected.
-  std::size_t rowCount(std::size_t table) const { return tables_[table].starts.size(); }
-  DataRow row(std::size_t table, std::size_t at) const;
+  std::size_t rowCount(std::size_t table) const { return rows_[table].size(); }
+  DataRow row(std::size_t table, std::size_t at) const { return rows_[table][at]; }
   // Those about an object.
   std::vector<DataRow> rowsOf(std::size_t table, std::int64_t object) const;
 
@@ -90,34 +92,20 @@ class ServerData {
   // Whether the collection looked at a table's rows about an object; an object of 0 means any.
   bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
 
-  // To fill it: objects and rows in the order of their ids.
+  // To fill it: objects and rows in the order of their ids, and then the problems.
   void addObject(ObjectInfo object);
   void addRow(std::size_t table, std::int64_t id, std::string_view notKnown, std::span<const Cell> cells);
-  void addProblem(Problem problem, std::int64_t object);
+  void addProblem(Problem problem, std::int64_t about);
 
  private:
-  // Rows by object, sorted once they are asked for.
-  struct Rows {
-    std::vector<const char*> starts;
-    mutable std::vector<std::pair<std::int64_t, std::uint32_t>> byObject;
-    mutable bool isSorted = true;
-  };
-
-  char* allocate(std::size_t size);
-  void findReasons() const;
-
   CollectionInfo info_;
   std::vector<ObjectInfo> objects_;
-  std::vector<Rows> tables_;
+  std::vector<std::vector<DataRow>> rows_;  // by table, in the order of their ids
   std::vector<Problem> problems_;
   std::vector<std::int64_t> problemObjects_;
   // The places of problems by table and object, 0 for every object; of a directory's also under its site.
-  // Made once.
-  mutable std::map<std::pair<std::string_view, std::int64_t>, std::vector<std::size_t>> reasons_;
-  mutable bool hasReasons_ = false;
-  std::vector<std::unique_ptr<char[]>> blocks_;
-  std::size_t left_ = 0;
-  char* next_ = nullptr;
+  std::map<std::pair<std::string, std::int64_t>, std::vector<std::size_t>> reasons_;
+  std::pmr::monotonic_buffer_resource cells_;
 };
 
 }  // namespace inventory

@@ -19,8 +19,25 @@ constexpr ColumnRef kObjectType = column("tblAppliedObject", "Object type");
 constexpr ColumnRef kObjectName = column("tblAppliedObject", "Object name");
 constexpr ColumnRef kLogFormat = column("tblLogFileSetting", "Active log format");
 
-std::uint64_t bit(std::size_t column) {
-  return std::uint64_t{1} << column;
+using Columns = std::uint64_t;  // a bit for each column, by its place
+
+Columns bit(std::size_t column) {
+  return Columns{1} << column;
+}
+
+// The columns of a row of this kind that a property is made into; for another property, or none, all of the
+// kind that may be unknown.
+Columns columnsMadeOf(const Table& table, ObjectKind kind, std::string_view property) {
+  const std::string wanted = " " + folded(property) + " ";
+  Columns made = 0, all = 0;
+  for (std::size_t at = 0; at < table.columns.size(); ++at) {
+    const Column& column = table.columns[at];
+    if (column.properties == "-" || (column.onlyOf != ObjectKind::kNone && column.onlyOf != kind)) continue;
+    all |= bit(at);
+    const std::string properties = " " + folded(column.properties) + " ";
+    if (!property.empty() && properties.find(wanted) != properties.npos) made |= bit(at);
+  }
+  return made != 0 ? made : all;
 }
 
 // Whether a web application, as its row has it, can be the one at a node. Only a directory has the node's
@@ -29,10 +46,8 @@ bool mayBeAt(const std::string& path, std::string_view type, std::string_view na
   constexpr std::string_view kBelow = "/w3svc/";
   const std::size_t start = path.find(kBelow);
   if (start == path.npos) return true;
-  const auto depth =
-      std::count(path.begin() + static_cast<std::ptrdiff_t>(start + kBelow.size()), path.end(), '/');
-  if (type == "Web site") return depth <= 1;
-  return depth >= 2 && path.ends_with("/" + folded(name));
+  const auto depth = std::ranges::count(std::string_view(path).substr(start + kBelow.size()), '/');
+  return type == "Web site" ? depth <= 1 : depth >= 2 && path.ends_with("/" + folded(name));
 }
 
 // Whether a log of this format has a column, as far as only some formats have it.
@@ -40,6 +55,21 @@ bool isOfFormat(std::string_view column, std::string_view format) {
   if (column.starts_with("ODBC")) return format == "ODBC Logging";
   if (column.starts_with("Use local time")) return format == "W3C Extended Log File Format";
   return format != "ODBC Logging";
+}
+
+std::string_view textAt(const UnknownCells::Row& row, std::size_t column) {
+  return row.cell(column).value_or("");
+}
+
+// What the routine didn't come to any more.
+Columns unwrittenColumns(const Table& table, const UnknownCells::Row& row) {
+  const bool isLog = table.name == "tblLogFileSetting";
+  Columns columns = columnsMadeOf(table, row.kind, {});
+  for (std::size_t at = 0; at < table.columns.size(); ++at) {
+    if (row.cell(at) || (isLog && !isOfFormat(table.columns[at].name, textAt(row, kLogFormat.column))))
+      columns &= ~bit(at);
+  }
+  return columns;
 }
 
 }  // namespace
@@ -58,21 +88,21 @@ UnknownCells::UnknownCells(std::span<const Problem> problems) {
 }
 
 std::string UnknownCells::of(const Table& table, const Row& row) const {
-  if (!concerns(table.name)) return {};
+  const auto problems = problems_.find(table.name);
+  if (problems == problems_.end()) return {};
   Columns unknown = 0;
-  const std::string item = folded(row.item), node = folded(row.node);
-  std::vector<std::string> keys{item, ""};
-  if (item.empty()) keys.pop_back();
-  if (!node.empty()) keys.insert(keys.end(), {item + '\n' + node, '\n' + node});
+  const std::string item = folded(row.item), node = '\n' + folded(row.node);
+  std::vector<std::string> keys{""};
+  if (!item.empty()) keys.push_back(item);
+  if (!row.node.empty()) keys.insert(keys.end(), {item + node, node});
   for (const std::string& key : keys) {
-    const std::vector<Entry>* const entries = find(table.name, key);
-    if (entries == nullptr) continue;
-    for (const Entry& entry : *entries) {
+    const auto entries = problems->second.find(key);
+    if (entries == problems->second.end()) continue;
+    for (const Entry& entry : entries->second) {
       if (concernsRow(entry, table, row)) unknown |= columnsOf(entry, table, row);
     }
   }
   if (unknown == 0) return {};
-  // What the routine didn't come to any more isn't known either.
   if (table.name != kExtensions && table.name != kApplications) unknown |= unwrittenColumns(table, row);
   std::string text = "|";
   for (std::size_t at = 0; at < table.columns.size(); ++at) {
@@ -82,46 +112,26 @@ std::string UnknownCells::of(const Table& table, const Row& row) const {
 }
 
 bool UnknownCells::mayLackRows(std::string_view table, std::string_view item) const {
-  return concerns(table) && (find(table, folded(item)) != nullptr || find(table, {}) != nullptr);
-}
-
-const std::vector<UnknownCells::Entry>* UnknownCells::find(std::string_view table,
-                                                           const std::string& key) const {
-  const auto& byKey = problems_.at(table);
-  const auto found = byKey.find(key);
-  return found == byKey.end() ? nullptr : &found->second;
+  const auto problems = problems_.find(table);
+  return problems != problems_.end() &&
+         (problems->second.contains(folded(item)) || problems->second.contains(""));
 }
 
 bool UnknownCells::concernsRow(const Entry& entry, const Table& table, const Row& row) {
   if (entry.itemKind != ObjectKind::kNone && entry.itemKind != itemKindOf(row.kind) && !row.item.empty())
     return false;
   // Problems at the node of a directory were found by it.
-  if (entry.node.empty() || table.name != kApplications) return true;
-  return mayBeAt(entry.node, row.cell(kObjectType.column).value_or(""),
-                 row.cell(kObjectName.column).value_or(""));
+  return entry.node.empty() || table.name != kApplications ||
+         mayBeAt(entry.node, textAt(row, kObjectType.column), textAt(row, kObjectName.column));
 }
 
-UnknownCells::Columns UnknownCells::columnsOf(const Entry& entry, const Table& table, const Row& row) {
-  Columns columns = 0;
-  if (entry.hasTooFewPieces && table.name == kApplications) {
-    // The missing address reads as that of all addresses.
-    const bool isMissing = row.cell(kPort.column).value_or("").empty();
-    return isMissing ? bit(kPort.column) | bit(kAddress.column) : 0;
-  }
-  for (const std::size_t at : columnsMadeOf(table, row.kind, entry.property)) {
-    if (entry.hasTooFewPieces && table.name == kExtensions && !row.cell(at).value_or("").empty()) continue;
-    columns |= bit(at);
-  }
-  return columns;
-}
-
-UnknownCells::Columns UnknownCells::unwrittenColumns(const Table& table, const Row& row) {
-  Columns columns = 0;
-  const bool isLog = table.name == "tblLogFileSetting";
-  const std::string_view format = isLog ? row.cell(kLogFormat.column).value_or("") : std::string_view();
-  for (const std::size_t at : columnsMadeOf(table, row.kind, {})) {
-    if (row.cell(at) || (isLog && !isOfFormat(table.columns[at].name, format))) continue;
-    columns |= bit(at);
+std::uint64_t UnknownCells::columnsOf(const Entry& entry, const Table& table, const Row& row) {
+  // The missing address reads as that of all addresses.
+  if (entry.hasTooFewPieces && table.name == kApplications)
+    return textAt(row, kPort.column).empty() ? bit(kPort.column) | bit(kAddress.column) : 0;
+  Columns columns = columnsMadeOf(table, row.kind, entry.property);
+  for (std::size_t at = 0; at < table.columns.size(); ++at) {
+    if (entry.hasTooFewPieces && table.name == kExtensions && !textAt(row, at).empty()) columns &= ~bit(at);
   }
   return columns;
 }

@@ -45,12 +45,9 @@ class UnknownCells {
     std::string property;
     bool hasTooFewPieces = false;
   };
-  using Columns = std::uint64_t;  // a bit for each column, by its place
 
-  const std::vector<Entry>* find(std::string_view table, const std::string& key) const;
   static bool concernsRow(const Entry& entry, const Table& table, const Row& row);
-  static Columns columnsOf(const Entry& entry, const Table& table, const Row& row);
-  static Columns unwrittenColumns(const Table& table, const Row& row);
+  static std::uint64_t columnsOf(const Entry& entry, const Table& table, const Row& row);
 
   // By table, then by the item's folded name, with the folded node behind it where a problem is at a
   // directory.

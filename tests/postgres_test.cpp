@@ -40,7 +40,7 @@ using Tables = std::map<std::string, Strings, std::less<>>;
 const std::string kSamples = SAMPLES_DIRECTORY;
 const std::string kWeb = kSamples + "/WEB01/MetaBase.xml", kLegacy = kSamples + "/LEGACY/MetaBase.xml";
 // The statement that ends a transaction, as it goes to the server.
-const std::string kCommit("\0commit\0", 8);
+const std::string kCommit("commit\0", 7);
 
 // What two collections of one file always differ in.
 const std::set<std::string_view> kTimes = {"Started", "Published", "Seconds", "Time"};
@@ -167,7 +167,7 @@ class Postgres : public testing::Test {
     for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
   }
   static std::vector<inventory::View> allViews() {
-    return inventory::views({inventory::Dialect::Kind::kSqlite, ""}, "");
+    return inventory::views(inventory::Dialect(inventory::Dialect::Kind::kSqlite), "");
   }
   void expectEqualViews(bool isWhole) const {
     for (const inventory::View& view : allViews()) {
@@ -555,7 +555,7 @@ TEST_F(Postgres, HasOneInventoryOfEachServerWithManyWriters) {
 
   // Who publishes a server keeps others from it, and from nothing else.
   inventory::postgres::Connection other(fleet_);
-  other.execute("begin; select pg_advisory_xact_lock(7)");
+  other.run("begin; select pg_advisory_xact_lock(7)");
   holdUp("perform pg_advisory_xact_lock(7)");
   const std::string slow = generated("SLOW", 5);
   const auto holding = start({slow}, {"--wait", "1000"});
@@ -571,7 +571,7 @@ TEST_F(Postgres, HasOneInventoryOfEachServerWithManyWriters) {
   ::kill(interrupted->id(), SIGTERM);
   EXPECT_EQ(interrupted->end().status, -SIGTERM);
   EXPECT_TRUE(patient->runs() && holding->runs());
-  other.execute("commit");
+  other.run("commit");
   EXPECT_EQ(holding->end().status, 0);
   EXPECT_EQ(patient->end().status, 0);
 }
@@ -583,7 +583,7 @@ TEST_F(Postgres, WaitsNoLongerThanAllowed) {
   for (int number = 0; number < 99; ++number) many.push_back("S" + std::to_string(number) + slow.substr(4));
   // What all servers share is waited for once.
   inventory::postgres::Connection other(fleet_);
-  other.execute("begin; lock table iis_inventory.\"tblHealth\"");
+  other.run("begin; lock table iis_inventory.\"tblHealth\"");
   run({"show", "tblHealth", "--wait", "0.2", "--database", fleet_}, 2, "use --wait to wait longer");
   const auto expectFailed = [&](const std::string& words, const std::string& database) {
     const Result result = run(collecting(many, {"--wait", "0.2"}, database), 2, words);
@@ -593,7 +593,7 @@ TEST_F(Postgres, WaitsNoLongerThanAllowed) {
   const std::string before = server_.log();
   expectFailed("cannot lock a table", fleet_);
   EXPECT_EQ(count(server_.log().substr(before.size()), "lock timeout"), 1);
-  other.execute("rollback");
+  other.run("rollback");
   holdUp("raise insufficient_privilege");
   expectFailed("grant usage", fleet_);
   const Proxy proxy(folder_.path().string(), server_.socket(), [&](const std::string& bytes, bool toServer) {
@@ -642,13 +642,13 @@ TEST_F(Postgres, MakesDoWithFewConnections) {
   for (int number = 0; number < 99; ++number)
     many.push_back("SLOW" + std::to_string(number) + slow.substr(4));
   inventory::postgres::Connection other(fleet_);
-  other.execute("begin; select pg_advisory_xact_lock(7)");
+  other.run("begin; select pg_advisory_xact_lock(7)");
   Program program(folder_, collecting(many, {"--jobs", "8", "--wait", "1000"}, fleet_));
   while (server_.log().find("too many connections for role") == std::string::npos) {
     ASSERT_TRUE(program.runs());
     std::this_thread::sleep_for(std::chrono::milliseconds(10));
   }
-  other.execute("commit");
+  other.run("commit");
   const Result result = program.end();
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_EQ(result.err, "");
@@ -740,8 +740,8 @@ TEST_F(Postgres, AnswersForOneServerFromIndexes) {
   const inventory::Dialect& dialect = session->dialect();
   for (const inventory::View& view : allViews()) {
     const std::string selects[] = {
-        "select * from " + dialect.table(view.name) + " where server = 'S77'",
-        inventory::withViews(dialect, inventory::selectCurrent(dialect) + " and server_key = 's77'",
+        "select * from " + view.name + " where server = 'S77'",
+        inventory::withViews(dialect, inventory::selectCurrent() + " and server_key = 's77'",
                              "select * from " + view.name)};
     for (const std::string& select : selects) {
       std::string plan;

@@ -401,7 +401,7 @@ TEST_F(Publication, MarksTheCellsThatAProblemConcerns) {
 
 TEST_F(Publication, ReadsViewsByKeysAlone) {
   collect({kLegacy, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1);
-  const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite, "");
+  const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite);
   Database database(database_, Database::Mode::kReadOnly, {});
   for (const inventory::View& view : inventory::views(dialect, "selected")) {
     const std::string sql = "select * from " + view.name;

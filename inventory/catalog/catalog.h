@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -15,10 +16,24 @@ namespace inventory {
 
 // What an inventory is about. kNone means the server as a whole.
 enum class ObjectKind : std::uint8_t { kNone, kSite, kDirectory, kPool, kExtension, kApplication };
+inline constexpr std::string_view kKindWords[] = {"",     "site",      "directory",
+                                                  "pool", "extension", "application"};
+
+// The types of columns. A time is a text such as 2026-01-31T12:00:00.000Z, in UTC.
+enum class Type : std::uint8_t { kText, kInteger, kReal, kBoolean, kTime };
+inline constexpr std::string_view kTypeWords[] = {"text", "integer", "real", "boolean", "time"};
 
 // "site", "directory" and so on; empty for kNone. The other way kNone for an unknown word.
-std::string_view wordFor(ObjectKind kind);
-ObjectKind objectKind(std::string_view word);
+constexpr std::string_view wordFor(ObjectKind kind) {
+  return kKindWords[static_cast<std::size_t>(kind)];
+}
+constexpr ObjectKind objectKind(std::string_view word) {
+  const auto found = std::ranges::find(kKindWords, word);
+  return found == std::end(kKindWords) ? ObjectKind::kNone : static_cast<ObjectKind>(found - kKindWords);
+}
+constexpr std::string_view wordFor(Type type) {
+  return kTypeWords[static_cast<std::size_t>(type)];
+}
 
 // The items by which a collection may be restricted: a directory belongs to a site, an application to a pool.
 constexpr ObjectKind itemKindOf(ObjectKind kind) {
@@ -28,13 +43,13 @@ constexpr ObjectKind itemKindOf(ObjectKind kind) {
                                             : kind;
 }
 
-// Where the nodes of a kind are below /LM/ in the metabase, "MSFTPSVC/" for example: a key is what comes behind. Empty
-// for a kind without nodes of its own.
-std::string_view nodeRootOf(ObjectKind kind);
-
-// The types of columns. A time is a text such as 2026-01-31T12:00:00.000Z, in UTC.
-enum class Type : std::uint8_t { kText, kInteger, kReal, kBoolean, kTime };
-std::string_view wordFor(Type type);
+// Where the nodes of a kind are below /LM/ in the metabase: a key is what comes behind. Empty for a kind
+// without nodes of its own.
+constexpr std::string_view nodeRootOf(ObjectKind kind) {
+  return kind == ObjectKind::kPool               ? "W3SVC/AppPools/"
+         : itemKindOf(kind) == ObjectKind::kSite ? "MSFTPSVC/"
+                                                 : "";
+}
 
 // What a column is for in a comparison of two inventories.
 enum class Role : std::uint8_t {
@@ -45,32 +60,32 @@ enum class Role : std::uint8_t {
 };
 
 struct Column {
-  std::string_view name;      // in its table
+  std::string_view table;
+  std::string_view name;
   std::string_view viewName;  // in views and in `not_known`; empty where no view has it
-  Role role = Role::kValue;
-  Type type = Type::kText;      // in its table
-  Type viewType = Type::kText;  // in views
-  std::string_view meaning;
+  Role role;
+  Type type;          // in its table
+  Type viewType;      // in views
+  int group;          // of kListed columns: those of one group are compared together
+  ObjectKind onlyOf;  // of a table with rows of two kinds: the kind that has it; kNone for both
   // The metabase properties that it is made of, divided by blanks; "*" for none in particular, "-" where it
   // is known whatever failed.
-  std::string_view properties = {};
+  std::string_view properties;
   // Documented default values as the table has them, divided by "|", and the page that documents them.
-  std::string_view defaults = {};
-  std::string_view reference = {};
-  // Of kListed columns: those of one group are compared together.
-  int group = 0;
-  // Of a table with rows of two kinds: the kind that has it; kNone for both.
-  ObjectKind onlyOf = ObjectKind::kNone;
+  std::string_view defaults, reference;
+  std::string_view meaning;
 };
 
 struct Table {
   std::string_view name;
   std::string_view tab;  // the title of the tab that it is collected by; empty for the program's own tables
+  // The kinds of objects that its rows are about, at most two; kNone for no second one.
+  ObjectKind kinds[2];
+  std::string_view key;    // the columns of its primary key
+  std::string_view index;  // another column by which rows are found; empty for none
   std::string_view meaning;
   std::span<const Column> columns;
-  // The kinds of objects that its rows are about, at most two; kNone for no second one.
-  ObjectKind kinds[2] = {ObjectKind::kNone, ObjectKind::kNone};
-  bool hasSeveralRows = false;  // for an object
+  bool hasSeveralRows = key == "id, number";  // for an object
 
   // The place of a column, or the number of columns where there is none of that name.
   constexpr std::size_t find(std::string_view column) const {
@@ -98,13 +113,14 @@ namespace inventory {
 
 // The tables that collections fill, in the order in which they are made and shown.
 constexpr std::span<const Table> tables() {
-  return std::span(declarations::kTables).first(declarations::kDataTables);
+  const auto end = std::ranges::find(declarations::kTables, "settings", &Table::name);
+  return {std::begin(declarations::kTables), end};
 }
 
-// The inventory's own tables, in the order in which they are made. The program shows "Collections" and
-// "Problems".
+// The inventory's own tables, in the order in which they are made; "settings" is the first. The program
+// shows "Collections" and "Problems".
 constexpr std::span<const Table> ownTables() {
-  return std::span(declarations::kTables).subspan(declarations::kDataTables);
+  return std::span(declarations::kTables).subspan(tables().size());
 }
 
 // The place of a table in tables(), or their number.
@@ -125,19 +141,17 @@ consteval ColumnRef column(std::string_view tableName, std::string_view name) {
                                      static_cast<std::uint8_t>(found.find(name))}
                          : throw std::logic_error("no such column");
 }
-// The place of a column in one of ownTables().
-consteval std::size_t ownColumn(std::string_view tableName, std::string_view name) {
-  for (const Table& own : ownTables()) {
-    if (own.name == tableName && own.has(name)) return own.find(name);
-  }
-  throw std::logic_error("no such column");
-}
 
 consteval const Table& ownTable(std::string_view name) {
   for (const Table& own : ownTables()) {
     if (own.name == name) return own;
   }
   throw std::logic_error("no such table");
+}
+// The place of a column in one of ownTables().
+consteval std::size_t ownColumn(std::string_view tableName, std::string_view name) {
+  const Table& own = ownTable(tableName);
+  return own.has(name) ? own.find(name) : throw std::logic_error("no such column");
 }
 constexpr const Table& collectionsTable() {
   return ownTable("Collections");
@@ -158,10 +172,6 @@ inline constexpr std::string_view kPoolColumn = "Application pool name";
 constexpr std::string_view listTableOf(ObjectKind itemKind) {
   return itemKind == ObjectKind::kSite ? "tblFTPSiteInfo" : "tblAppPoolInfo";
 }
-
-// The columns of a row of this kind that a property is made into; for another property, or none, all of the
-// kind that may be unknown. By their places.
-std::vector<std::size_t> columnsMadeOf(const Table& table, ObjectKind kind, std::string_view property);
 
 // A column of a table or view, as the data dictionary has it.
 struct DictionaryEntry {

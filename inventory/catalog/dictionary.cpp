@@ -1,43 +1,8 @@
-#include <algorithm>
-
 #include "inventory/catalog/catalog.h"
 #include "inventory/catalog/views.h"
-#include "inventory/publication.h"
 
 namespace inventory {
 namespace {
-
-std::string nullMeaningOf(const Column& column) {
-  if (column.role == Role::kIdentity) return "not read";
-  return column.properties == "*" && column.type != Type::kText ? "none"
-                                                                : "not written: does not apply, or unknown";
-}
-
-std::string_view propertiesOf(std::string_view properties) {
-  return properties.size() > 1 ? properties : std::string_view();
-}
-
-void addTable(const Table& table, std::vector<DictionaryEntry>& entries) {
-  const bool isData = table.kinds[0] != ObjectKind::kNone;
-  const auto add = [&](std::string_view column, Type type, std::string_view meaning, std::string null,
-                       std::string_view properties) {
-    entries.push_back({std::string(table.name), false, table.meaning, std::string(column), type,
-                       std::string(meaning), std::move(null), std::string(properties)});
-  };
-  if (isData) {
-    const bool several = table.hasSeveralRows;
-    add("id", Type::kInteger, "Object that the row is about; its lower half is 2^31 or more for none",
-        "never", "");
-    if (several) add("number", Type::kInteger, "Number of the row among those about the object", "never", "");
-    add("not_known", Type::kText, "Unknown columns, as |column| by their names in views", "none is unknown",
-        "");
-  }
-  for (const Column& column : table.columns) {
-    const bool isOwn = column.role != Role::kIdentity && !isData;
-    add(column.name, column.type, column.meaning, isOwn ? "none" : nullMeaningOf(column),
-        propertiesOf(column.properties));
-  }
-}
 
 constexpr const char* kPageHeading = R"(# Data dictionary
 
@@ -46,26 +11,52 @@ The views and tables of an inventory, the same in SQLite and PostgreSQL. This pa
 a table, the column Null says what it means. An empty text is a value that is known to be empty.
 )";
 
+constexpr std::string_view propertiesOf(std::string_view properties) {
+  return properties.size() > 1 ? properties : std::string_view();
+}
+
+void addTable(const Table& table, std::vector<DictionaryEntry>& entries) {
+  const auto add = [&](std::string_view column, Type type, std::string_view meaning, const char* null,
+                       std::string_view properties = {}) {
+    entries.push_back({std::string(table.name), false, table.meaning, std::string(column), type,
+                       std::string(meaning), null, std::string(propertiesOf(properties))});
+  };
+  const bool isData = table.kinds[0] != ObjectKind::kNone;
+  if (isData)
+    add("id", Type::kInteger, "Object that the row is about; its lower half is 2^31 or more for none",
+        "never");
+  if (table.hasSeveralRows)
+    add("number", Type::kInteger, "Number of the row among those about the object", "never");
+  if (isData)
+    add("not_known", Type::kText, "Unknown columns, as |column| by their names in views", "none is unknown");
+  for (const Column& column : table.columns) {
+    const bool isRead = column.role == Role::kIdentity;
+    const bool isOwn = !isData || (column.properties == "*" && column.type != Type::kText);
+    add(column.name, column.type, column.meaning,
+        isRead  ? "not read"
+        : isOwn ? "none"
+                : "not written: does not apply, or unknown",
+        column.properties);
+  }
+}
+
 std::string escapedForMarkdown(std::string_view text) {
-  std::string escaped;
-  for (const char c : text) escaped += c == '|' ? "\\|" : std::string(1, c);
-  return escaped;
+  return joined(
+      text, [](char c) { return c == '|' ? "\\|" : std::string(1, c); }, "");
 }
 
 }  // namespace
 
 std::vector<DictionaryEntry> dictionary() {
   std::vector<DictionaryEntry> entries;
-  const Dialect dialect(Dialect::Kind::kPostgres, "");
-  for (const View& view : views(dialect, std::string(kSelectedView))) {
+  for (const View& view : views(Dialect(Dialect::Kind::kPostgres), std::string(kSelectedView))) {
     for (const ViewColumn& column : view.columns) {
-      entries.push_back({view.name, true, view.meaning, column.name, column.type, std::string(column.meaning),
+      entries.push_back({view.name, true, view.meaning, column.name, column.type, column.meaning,
                          "unknown, not collected, or no value of the type",
                          std::string(propertiesOf(column.properties)), column.isBookkeeping});
     }
   }
-  for (const Table& table : tables()) addTable(table, entries);
-  for (const Table& table : ownTables()) addTable(table, entries);
+  for (const Table& table : declarations::kTables) addTable(table, entries);
   return entries;
 }
 
@@ -76,7 +67,7 @@ std::string dictionaryPage(std::span<const DictionaryEntry> entries) {
       relation = entry.relation;
       page += "\n## " + relation + "\n\n" + (entry.isView ? "View. " : "Table. ") +
               std::string(entry.relationMeaning) +
-              ".\n\n| Column | Type | Meaning | Null | Metabase properties |\n" + "|---|---|---|---|---|\n";
+              ".\n\n| Column | Type | Meaning | Null | Metabase properties |\n|---|---|---|---|---|\n";
     }
     page += "| `" + escapedForMarkdown(entry.column) + "` | " + std::string(wordFor(entry.type)) + " | " +
             escapedForMarkdown(entry.meaning) + " | " + entry.nullMeaning + " | " + entry.properties + " |\n";

@@ -1,287 +1,187 @@
 #include "inventory/catalog/views.h"
 
-#include <utility>
-
 namespace inventory {
 namespace {
 
-// The objects' own lists, whose rows a view may lack.
-struct IncompleteColumn {
-  const char* name;
-  const char* view;
-  std::string_view meaning;
+constexpr const char* kId = "(o.collection_id * 4294967296 + o.number)";  // of an object
+constexpr const char* kParentId = "o.collection_id * 4294967296 + o.parent";
+
+// A view, or a part of one where several have one name: a row for each object of a kind, or for each of the
+// collections or problems.
+struct ViewPart {
+  std::string_view name, meaning;
+  ObjectKind kind;         // kNone for every object
+  std::string_view table;  // what the rows come from; empty for all tables about the kind, a row of each
 };
 
-// The id of an object.
-constexpr const char* kId = "(o.collection_id * 4294967296 + o.number)";
+constexpr ViewPart kParts[] = {
+    {"ftp_site", "FTP sites", ObjectKind::kSite, ""},
+    {"ftp_directory", "Virtual directories of FTP sites", ObjectKind::kDirectory, ""},
+    {"ftp_access", "Addresses that may reach FTP sites and directories; a row for each", ObjectKind::kSite,
+     "tblDirectorySecuritySetting"},
+    {"ftp_access", "", ObjectKind::kDirectory, "tblvirtualDirSecurity"},
+    {"app_pool", "Application pools", ObjectKind::kPool, ""},
+    {"web_extension", "Web service extensions; a row for each file", ObjectKind::kExtension,
+     "tblWSExtension"},
+    {"application", "Web sites and virtual directories that application pools serve",
+     ObjectKind::kApplication, "tblAppliedObject"},
+    {"object", "What the rows are about, with its place in the metabase and in the file", ObjectKind::kNone,
+     "objects"},
+    {"collection", "The collections that the views show", ObjectKind::kNone, "Collections"},
+    {"problem", "What could not be read, and what was noted", ObjectKind::kNone, "Problems"}};
 
-class ViewMaker {
+// Makes the columns of a part of a view. In SQL "s" is the selected collection, "o" the object, and "t" or
+// "t1" and so on its row in a table.
+class PartMaker {
  public:
-  ViewMaker(const Dialect& dialect, std::string selected)
-      : dialect_(dialect), selected_(std::move(selected)) {}
-
-  std::vector<View> all() const {
-    return {ftpSite(),     ftpDirectory(), ftpAccess(),  appPool(), webExtension(),
-            application(), object(),       collection(), problem()};
+  PartMaker(const Dialect& dialect, const ViewPart& part, const std::string& selected)
+      : dialect_(dialect), part_(part) {
+    view_.name = part.name;
+    view_.meaning = part.meaning;
+    from_ = " from " + selected + " s";
+    add("server", "s.server", Type::kText, "Name of the server");
+    if (part.kind != ObjectKind::kNone || part.table == "objects") {
+      addObject();
+    } else {
+      from_ += " join " + quotedName(part.table) + " t on t.collection_id = s.collection_id";
+      if (part.name == "problem")
+        add("is_note", "t.\"Kind\" = 'note'", Type::kBoolean, "Whether it is a note and no problem");
+      addColumns(part.table, "t");
+    }
+    view_.select = "select " + columns_ + from_;
   }
+
+  View take() { return std::move(view_); }
 
  private:
-  // The columns and joins of one view, as they come together.
-  struct Parts {
-    View view;
-    std::string columns;
-    std::string from;
+  void addObject() {
+    from_ += " join objects o on o.collection_id = s.collection_id";
+    if (part_.name == "object") {
+      addPlace();
+    } else {
+      from_ += " and o.kind = " + std::to_string(static_cast<int>(part_.kind));
+      if (part_.name == "ftp_site")
+        add("identifier", number("o.key"), Type::kInteger, "Identifier of the site");
+      if (part_.name == "app_pool") add("name", "o.key", Type::kText, "Name of the application pool");
+      addTables();
+    }
+    if (part_.name == "ftp_site" || part_.name == "ftp_directory")
+      addIncomplete("access_incomplete", "ftp_access");
+    if (part_.name == "ftp_site") addIncomplete("directories_incomplete", "ftp_directory");
+    if (part_.name == "app_pool") addIncomplete("applications_incomplete", "application");
+    if (part_.name == "application") add("pool_id", kParentId, Type::kInteger, "Object of the pool");
+    add("object_id", kId, Type::kInteger, "Object that the row is about");
+  }
+
+  void addPlace() {
+    std::string kinds = "case o.kind", nodes = "case o.kind";
+    for (std::size_t at = 1; at < std::size(kKindWords); ++at) {
+      const std::string when = " when " + std::to_string(at) + " then ";
+      const std::string_view root = nodeRootOf(static_cast<ObjectKind>(at));
+      kinds += when + quotedText(kKindWords[at]);
+      if (!root.empty()) nodes += when + quotedText("/LM/" + std::string(root)) + " || o.key";
+    }
+    add("kind", kinds + " end", Type::kText, "site, directory, pool, extension or application");
+    add("key", "o.key", Type::kText, "Identifier, path below the service, or name");
+    add("node", nodes + " end", Type::kText, "Metabase path; null for an extension or application");
+    add("line", "o.line", Type::kInteger, "Line of the file; null where it is not known");
+    add("incomplete", "o.incomplete", Type::kText,
+        "Views that may lack rows of it, as |view|; null for none");
+    add("parent_id", kParentId, Type::kInteger, "Object that it belongs to");
+  }
+
+  // The columns of a table, or of all about the kind. Of a table with several rows for an object what it has
+  // once comes from the first one.
+  void addTables() {
+    if (!part_.table.empty()) {
+      from_ += " join " + quotedName(part_.table) + " t on t.id = " + kId;
+      return part_.name == "ftp_access" ? addAccess() : addColumns(part_.table, "t");
+    }
     int joins = 0;
-  };
-
-  static constexpr std::string_view kAccessIncomplete = "Whether rows in ftp_access may be missing";
-
-  View ftpSite() const {
-    Parts parts = begin("ftp_site", "FTP sites", ObjectKind::kSite);
-    add(parts, "server", "s.server", Type::kText, "Server that has the site");
-    add(parts, "identifier", number("o.key"), Type::kInteger, "Identifier of the site");
-    addTables(parts, ObjectKind::kSite);
-    addIncomplete(parts, {"access_incomplete", "ftp_access", kAccessIncomplete});
-    addIncomplete(
-        parts, {"directories_incomplete", "ftp_directory", "Whether rows in ftp_directory may be missing"});
-    return end(std::move(parts));
-  }
-
-  View ftpDirectory() const {
-    Parts parts = begin("ftp_directory", "Virtual directories of FTP sites", ObjectKind::kDirectory);
-    add(parts, "server", "s.server", Type::kText, "Server that has the directory");
-    addTables(parts, ObjectKind::kDirectory);
-    addIncomplete(parts, {"access_incomplete", "ftp_access", kAccessIncomplete});
-    return end(std::move(parts));
-  }
-
-  View appPool() const {
-    Parts parts = begin("app_pool", "Application pools", ObjectKind::kPool);
-    add(parts, "server", "s.server", Type::kText, "Server that has the pool");
-    add(parts, "name", "o.key", Type::kText, "Name of the application pool");
-    addTables(parts, ObjectKind::kPool);
-    addIncomplete(parts,
-                  {"applications_incomplete", "application", "Whether rows in application may be missing"});
-    return end(std::move(parts));
-  }
-
-  View webExtension() const {
-    Parts parts =
-        begin("web_extension", "Web service extensions; a row for each file", ObjectKind::kExtension);
-    const Table& table = tables()[inventory::table("tblWSExtension")];
-    parts.from += " join " + dialect_.table(table.name) + " t on t.id = " + kId;
-    addColumns(parts, table, "t", ObjectKind::kExtension, true);
-    return end(std::move(parts));
-  }
-
-  View application() const {
-    Parts parts = begin("application", "Web sites and virtual directories that application pools serve",
-                        ObjectKind::kApplication);
-    const Table& table = tables()[inventory::table("tblAppliedObject")];
-    parts.from += " join " + dialect_.table(table.name) + " t on t.id = " + kId;
-    addColumns(parts, table, "t", ObjectKind::kApplication, true);
-    add(parts, "pool_id", "o.collection_id * 4294967296 + o.parent", Type::kInteger, "Object of the pool");
-    return end(std::move(parts));
+    for (const Table& table : tables()) {
+      if (!table.isAbout(part_.kind)) continue;
+      const std::string alias = "t" + std::to_string(++joins);
+      from_ += " left join " + quotedName(table.name) + " " + alias + " on " + alias + ".id = " + kId +
+               (table.hasSeveralRows ? " and " + alias + ".number = 1" : "");
+      addColumns(table.name, alias);
+    }
   }
 
   // A row for each address, and one for an object that has none.
-  View ftpAccess() const {
-    const Parts ofSites =
-        accessOf(ObjectKind::kSite, tables()[inventory::table("tblDirectorySecuritySetting")]);
-    const Parts ofDirectories =
-        accessOf(ObjectKind::kDirectory, tables()[inventory::table("tblvirtualDirSecurity")]);
-    View view = ofSites.view;
-    view.select = "select " + ofSites.columns + ofSites.from + " union all select " + ofDirectories.columns +
-                  ofDirectories.from;
-    return view;
-  }
-
-  Parts accessOf(ObjectKind kind, const Table& table) const {
-    Parts parts =
-        begin("ftp_access", "Addresses that may reach FTP sites and directories; a row for each", kind);
-    parts.from += " join " + dialect_.table(table.name) + " t on t.id = " + kId;
-    const bool isSite = kind == ObjectKind::kSite;
-    const std::string none = dialect_.isPostgres() ? "null::text" : "null";
-    add(parts, "server", "s.server", Type::kText, "Server that has the site");
-    add(parts, "site_identifier", number(isSite ? "o.key" : cell("t", kSiteColumn)), Type::kInteger,
+  void addAccess() {
+    const bool isSite = part_.kind == ObjectKind::kSite;
+    const std::string granted = "t.\"Granted IP Address (Subnet mask)\"",
+                      denied = "t.\"Denied IP Address (Subnet mask)\"",
+                      entry = "coalesce(nullif(" + granted + ", ''), " + denied + ", '')",
+                      bracket = position(entry + " || ' ('", " (");
+    const std::span<const Column> columns = declarations::columnsOf(part_.table);
+    const Column& all = *std::ranges::find(columns, "grants_others", &Column::viewName);
+    const auto text = [&](std::string_view column) {
+      return isSite ? "cast(null as text)" : "t." + quotedName(column);
+    };
+    const auto addKnown = [&](std::string_view name, Type type, const std::string& sql,
+                              std::string_view meaning) {
+      add(name, known("t", all, sql), type, meaning, all.properties);
+    };
+    add("site_identifier", number(isSite ? "o.key" : text(kSiteColumn)), Type::kInteger,
         "Identifier of the site");
-    add(parts, "parent", isSite ? none : cell("t", kPathColumn), Type::kText,
-        "Metabase path of the directory above; null for a site");
-    add(parts, "name", isSite ? none : cell("t", kDirectoryColumn), Type::kText,
-        "Name of the directory; null for a site");
-    const Column& all = table.columns[table.find("All computer access")];
-    const std::string granted = cell("t", "Granted IP Address (Subnet mask)"),
-                      denied = cell("t", "Denied IP Address (Subnet mask)");
-    const std::string entry = "coalesce(nullif(" + granted + ", ''), " + denied + ", '')";
-    const std::string bracket = position(entry, " (");
-    add(parts, all.viewName, known("t", all, granting(cell("t", all.name))), Type::kBoolean, all.meaning,
-        all.properties);
-    add(parts, "is_granted",
-        known("t", all, "case when " + granted + " <> '' then true when " + denied + " <> '' then false end"),
-        Type::kBoolean, "Whether the address is granted or denied access; null where there is no address",
-        all.properties);
-    add(parts, "address",
-        known("t", all,
-              "case when " + bracket + " > 0 then substr(" + entry + ", 1, " + bracket + " - 1) else " +
-                  entry + " end"),
-        Type::kText, "Address; empty for an object without any", all.properties);
-    add(parts, "mask",
-        known("t", all,
-              "case when " + bracket + " > 0 then replace(substr(" + entry + ", " + bracket +
-                  " + 2), ')', '') else '' end"),
-        Type::kText, "Subnet mask; empty for a single address", all.properties);
-    add(parts, "object_id", kId, Type::kInteger, "Object of the site or directory");
-    return parts;
+    add("parent", text(kPathColumn), Type::kText, "Metabase path of the directory above; null for a site");
+    add("name", text(kDirectoryColumn), Type::kText, "Name of the directory; null for a site");
+    addKnown(all.viewName, Type::kBoolean, typed("t." + quotedName(all.name), Type::kBoolean), all.meaning);
+    addKnown("is_granted", Type::kBoolean,
+             "case when " + granted + " <> '' then true when " + denied + " <> '' then false end",
+             "Whether the address is granted or denied access; null where there is no address");
+    addKnown("address", Type::kText, "substr(" + entry + ", 1, " + bracket + " - 1)",
+             "Address; empty for an object without any");
+    addKnown("mask", Type::kText, "replace(substr(" + entry + ", " + bracket + " + 2), ')', '')",
+             "Subnet mask; empty for a single address");
   }
 
-  View object() const {
-    Parts parts;
-    parts.view.name = "object";
-    parts.view.meaning = "What the rows are about, with its place in the metabase and in the file";
-    parts.from = " from " + selected_ + " s join " + dialect_.table("objects") +
-                 " o on o.collection_id = s.collection_id";
-    std::string kinds = "case o.kind", nodes = "case o.kind";
-    for (const ObjectKind kind : {ObjectKind::kSite, ObjectKind::kDirectory, ObjectKind::kPool,
-                                  ObjectKind::kExtension, ObjectKind::kApplication}) {
-      const std::string when = " when " + std::to_string(static_cast<int>(kind)) + " then ";
-      kinds += when + quotedText(wordFor(kind));
-      if (const std::string root(nodeRootOf(kind)); !root.empty())
-        nodes += when + quotedText("/LM/" + root) + " || o.key";
-    }
-    add(parts, "server", "s.server", Type::kText, "Server that has the object");
-    add(parts, "kind", kinds + " end", Type::kText, "site, directory, pool, extension or application");
-    add(parts, "key", "o.key", Type::kText, "Identifier, path below the service, or name");
-    add(parts, "node", nodes + " end", Type::kText, "Metabase path; null for an extension or application");
-    add(parts, "line", "o.line", Type::kInteger, "Line of the file; null where it is not known");
-    add(parts, "incomplete", "o.incomplete", Type::kText,
-        "Views that may lack rows of it, as |view|; null for none");
-    add(parts, "parent_id", "o.collection_id * 4294967296 + o.parent", Type::kInteger,
-        "Object that it belongs to");
-    return end(std::move(parts));
-  }
-
-  View collection() const {
-    Parts parts;
-    parts.view.name = "collection";
-    parts.view.meaning = "The collections that the views show";
-    parts.from = " from " + selected_ + " s join " + dialect_.table("Collections") +
-                 " t on t.collection_id = s.collection_id";
-    add(parts, "server", "s.server", Type::kText, "Server that was collected");
-    addOwn(parts, collectionsTable());
-    return end(std::move(parts));
-  }
-
-  View problem() const {
-    Parts parts;
-    parts.view.name = "problem";
-    parts.view.meaning = "What could not be read, and what was noted";
-    parts.from = " from " + selected_ + " s join " + dialect_.table("Problems") +
-                 " t on t.collection_id = s.collection_id";
-    add(parts, "server", "s.server", Type::kText, "Server that was collected");
-    add(parts, "is_note", "t.\"Kind\" = 'note'", Type::kBoolean, "Whether it is a note and no problem");
-    addOwn(parts, problemsTable());
-    return end(std::move(parts));
-  }
-
-  Parts begin(const char* name, std::string_view meaning, ObjectKind kind) const {
-    Parts parts;
-    parts.view.name = name;
-    parts.view.meaning = meaning;
-    parts.from =
-        " from " + selected_ + " s join " + dialect_.table("objects") +
-        " o on o.collection_id = s.collection_id and o.kind = " + std::to_string(static_cast<int>(kind));
-    return parts;
-  }
-
-  static View end(Parts parts) {
-    const bool isOfObjects = parts.from.find(" o on o.") != std::string::npos;
-    if (isOfObjects) add(parts, "object_id", kId, Type::kInteger, "Object that the row is about");
-    parts.view.select = "select " + parts.columns + parts.from;
-    return std::move(parts.view);
-  }
-
-  static void add(Parts& parts, std::string_view name, const std::string& sql, Type type,
-                  std::string_view meaning, std::string_view properties = {}) {
-    parts.columns += (parts.columns.empty() ? "" : ", ") + sql + " as " + quotedName(name);
-    parts.view.columns.push_back({std::string(name), type, meaning, properties, name.ends_with("_id")});
-  }
-
-  void addIncomplete(Parts& parts, const IncompleteColumn& column) const {
-    add(parts, column.name,
-        position("coalesce(o.incomplete, '')", "|" + std::string(column.view) + "|") + " > 0", Type::kBoolean,
-        column.meaning);
-  }
-
-  // The columns of all tables about a kind, joined by the object's id. Of a table with several rows for an
-  // object what it has once comes from the first one.
-  void addTables(Parts& parts, ObjectKind kind) const {
-    for (const Table& table : tables()) {
-      if (!table.isAbout(kind)) continue;
-      const std::string alias = "t" + std::to_string(++parts.joins);
-      parts.from += " left join " + dialect_.table(table.name) + " " + alias + " on " + alias +
-                    ".id = " + kId + (table.hasSeveralRows ? " and " + alias + ".number = 1" : "");
-      addColumns(parts, table, alias, kind, parts.joins == 1);
-    }
-  }
-
-  // `withIdentity`: also the columns that say what the row is about, but for those that are there already.
-  void addColumns(Parts& parts, const Table& table, const std::string& alias, ObjectKind kind,
-                  bool withIdentity) const {
-    for (const Column& column : table.columns) {
-      if (column.viewName.empty() || (column.onlyOf != ObjectKind::kNone && column.onlyOf != kind)) continue;
-      if (column.role == Role::kIdentity && !withIdentity) continue;
-      bool isThere = false;
-      for (const ViewColumn& each : parts.view.columns) isThere = isThere || each.name == column.viewName;
-      if (isThere) continue;
-      if (column.name == kServerColumn) {
-        add(parts, "server", "s.server", Type::kText, column.meaning);
-        continue;
+  // The columns of a table that views have and that the view has not.
+  void addColumns(std::string_view table, const std::string& alias) {
+    for (const Column& column : declarations::columnsOf(table)) {
+      const bool isOfKind = column.onlyOf == ObjectKind::kNone || column.onlyOf == part_.kind;
+      const bool isThere = std::ranges::count(view_.columns, column.viewName, &ViewColumn::name) > 0;
+      if (column.viewName.empty() || !isOfKind || isThere) continue;
+      std::string value = alias + "." + quotedName(column.name);
+      if (part_.kind != ObjectKind::kNone) {
+        const bool isList = part_.table.empty() && column.role == Role::kListed;
+        value = known(alias, column, isList ? listOf(column) : typed(value, column.viewType));
+      } else if (column.type != column.viewType) {
+        value = typed(value, column.viewType);
       }
-      const bool isList =
-          column.role == Role::kListed && table.hasSeveralRows && kind != ObjectKind::kExtension;
-      const std::string value =
-          isList ? listOf(table, column) : typed(cell(alias, column.name), column.viewType);
-      const std::string_view properties =
-          column.properties.size() > 1 ? column.properties : std::string_view();
-      add(parts, column.viewName, known(alias, column, value), column.viewType, column.meaning, properties);
+      add(column.viewName, value, column.viewType, column.meaning, column.properties);
+      view_.columns.back().isBookkeeping |= column.role == Role::kBookkeeping;
     }
   }
 
-  void addOwn(Parts& parts, const Table& table) const {
-    for (const Column& column : table.columns) {
-      if (column.viewName.empty()) continue;
-      const std::string value = cell("t", column.name);
-      const bool isText = column.type == Type::kText && column.viewType == Type::kText;
-      add(parts, column.viewName,
-          column.type == Type::kText ? (isText ? value : typed(value, column.viewType)) : value,
-          column.viewType, column.meaning);
-      parts.view.columns.back().isBookkeeping = column.role == Role::kBookkeeping;
-    }
+  void addIncomplete(std::string_view name, const std::string& view) {
+    add(name, position("coalesce(o.incomplete, '')", "|" + view + "|") + " > 0", Type::kBoolean,
+        "Whether rows in " + view + " may be missing");
+  }
+
+  void add(std::string_view name, const std::string& sql, Type type, std::string_view meaning,
+           std::string_view properties = {}) {
+    columns_ += (columns_.empty() ? "" : ", ") + sql + " as " + quotedName(name);
+    view_.columns.push_back(
+        {std::string(name), type, std::string(meaning), properties, name.ends_with("_id")});
   }
 
   // All values of an object in a column, divided by commas.
-  std::string listOf(const Table& table, const Column& column) const {
+  std::string listOf(const Column& column) const {
     const std::string value = "nullif(x." + quotedName(column.name) + ", '')";
-    const std::string from = " from " + dialect_.table(table.name) + " x where x.id = " + kId;
+    const std::string from = " from " + quotedName(column.table) + " x where x.id = " + kId;
     return dialect_.isPostgres()
                ? "coalesce((select string_agg(" + value + ", ', ' order by x.number)" + from + "), '')"
                : "coalesce((select group_concat(v, ', ') from (select " + value + " as v" + from +
                      " order by x.number)), '')";
   }
 
-  static std::string cell(std::string_view alias, std::string_view column) {
-    return std::string(alias) + "." + quotedName(column);
-  }
-
   // Null where the row is missing, or the cell isn't known.
   std::string known(const std::string& alias, const Column& column, const std::string& value) const {
-    const std::string mark = "|" + std::string(column.viewName) + "|";
     return "case when " + alias + ".id is null or " +
-           position("coalesce(" + alias + ".not_known, '')", mark) + " > 0 then null else " + value + " end";
-  }
-
-  static std::string granting(const std::string& value) {
-    return "case " + value + " when 'Granted' then true when 'Denied' then false end";
+           position("coalesce(" + alias + ".not_known, '')", "|" + std::string(column.viewName) + "|") +
+           " > 0 then null else " + value + " end";
   }
 
   std::string position(const std::string& value, const std::string& what) const {
@@ -298,39 +198,43 @@ class ViewMaker {
   }
 
   std::string typed(const std::string& value, Type type) const {
-    switch (type) {
-      case Type::kText:
-        break;
-      case Type::kInteger:
-        return number(value);
-      case Type::kBoolean:
-        return "case when " + value + " in ('Yes', 'True', 'Enabled', 'Allowed', 'Granted') then true when " +
-               value + " in ('No', 'False', 'Disabled', 'Prohibited', 'Denied') then false end";
-      case Type::kTime:
-        return dialect_.isPostgres()
-                   ? "case when " + value + " ~ '^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]{12}Z$' then " + value +
-                         "::timestamptz end"
-                   : "case when " + value + " glob '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T*Z' then " +
-                         value + " end";
-      case Type::kReal:
-        return value;
+    if (type == Type::kInteger) return number(value);
+    if (type == Type::kBoolean) {
+      return "case when " + value + " in ('Yes', 'True', 'Enabled', 'Allowed', 'Granted') then true when " +
+             value + " in ('No', 'False', 'Disabled', 'Prohibited', 'Denied') then false end";
     }
-    return "coalesce(" + value + ", '')";
+    if (type != Type::kTime) return "coalesce(" + value + ", '')";
+    return dialect_.isPostgres()
+               ? "case when " + value + " ~ '^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]{12}Z$' then " + value +
+                     "::timestamptz end"
+               : "case when " + value + " glob '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T*Z' then " +
+                     value + " end";
   }
 
   const Dialect& dialect_;
-  const std::string selected_;
+  const ViewPart& part_;
+  View view_;
+  std::string columns_, from_;
 };
 
 }  // namespace
 
 std::vector<View> views(const Dialect& dialect, const std::string& selected) {
-  return ViewMaker(dialect, selected).all();
+  std::vector<View> all;
+  for (const ViewPart& part : kParts) {
+    View view = PartMaker(dialect, part, selected).take();
+    if (!all.empty() && all.back().name == view.name) {
+      all.back().select += " union all " + view.select;
+    } else {
+      all.push_back(std::move(view));
+    }
+  }
+  return all;
 }
 
-std::string selectCurrent(const Dialect& dialect) {
-  return "select current_collection as collection_id, name as server from " + dialect.table("servers") +
-         " where current_collection is not null";
+std::string selectCurrent() {
+  return "select current_collection as collection_id, name as server from servers where current_collection "
+         "is not null";
 }
 
 std::string withViews(const Dialect& dialect, const std::string& selected, const std::string& sql) {

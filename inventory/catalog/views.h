@@ -14,7 +14,7 @@ namespace inventory {
 struct ViewColumn {
   std::string name;
   Type type = Type::kText;
-  std::string_view meaning;
+  std::string meaning;
   std::string_view properties;
   bool isBookkeeping = false;  // an id, or what the inventory says of itself
 };
@@ -32,7 +32,7 @@ std::vector<View> views(const Dialect& dialect, const std::string& selected);
 
 // The name of the stored view that says what the others show, and the query that it is made of.
 inline constexpr std::string_view kSelectedView = "selected";
-std::string selectCurrent(const Dialect& dialect);
+std::string selectCurrent();
 
 // The text of a query over views as common table expressions, which show what `selected` gives.
 std::string withViews(const Dialect& dialect, const std::string& selected, const std::string& sql);

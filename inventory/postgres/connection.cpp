@@ -7,9 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <cstdlib>
-#include <cstring>
 #include <map>
 #include <random>
 #include <regex>
@@ -25,46 +22,39 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::string_view kSchemes[] = {"postgresql://", "postgres://"};
 constexpr std::string_view kService = "service=";
 constexpr milliseconds kCancelWait{1000};
 constexpr int kOldestVersion = 130000;
 
-// libpq's words as one line.
-std::string oneLine(std::string_view words) {
-  std::string line;
-  for (const char c : words) {
-    const bool isSpace = c == '\n' || c == '\r' || c == '\t' || c == ' ';
-    if (!isSpace) {
-      line += c;
-    } else if (!line.empty() && line.back() != ' ') {
-      line += ' ';
-    }
-  }
-  while (line.ends_with(' ')) line.pop_back();
-  return line;
+// What to do about a failure, by what its SQLSTATE begins with.
+constexpr std::pair<std::string_view, const char*> kHints[] = {
+    {"28", " (a password is taken from PGPASSWORD, ~/.pgpass or a service file)"},
+    {"3D000", " (its administrator runs: create database ... encoding 'UTF8' template template0)"},
+    {"40P01", " (use --wait to wait longer)"},
+    {"55P03", " (use --wait to wait longer)"},
+    {"XX001", " (the database is damaged)"},
+    {"XX002", " (the database is damaged)"}};
+
+std::string replaced(const std::string& text, const char* pattern, const char* with) {
+  return std::regex_replace(text, std::regex(pattern), with);
 }
 
-std::string percentEncoded(std::string_view text) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (std::isalnum(byte) != 0 || std::strchr("-._~,[]:", c) != nullptr || byte >= 0x80) {
-      encoded += c;
-    } else {
-      encoded += {'%', kDigits[byte >> 4], kDigits[byte & 0xF]};
-    }
-  }
-  return encoded;
+std::string grantsFor(const Target& target) {
+  const std::string schema = quotedName(target.access.schema);
+  return " (the schema's owner runs: grant usage on schema " + schema +
+         " to ...; grant select on all tables in schema " + schema + " to ...)";
+}
+
+// libpq's words as one line.
+std::string oneLine(const std::string& words) {
+  return replaced(replaced(words, "[ \t\r\n]+", " "), "^ | $", "");
 }
 
 // Refuses an address in which libpq may take a part of a password for something else and report it.
 void requireClearCredentials(std::string_view rest) {
   const std::size_t end = rest.find_first_of("@/");
   if (end != rest.npos && rest[end] == '@') rest.remove_prefix(end + 1);
-  const std::string_view place = rest.substr(0, rest.find('?'));
-  if (place.find('@') == place.npos) return;
+  if (rest.substr(0, rest.find('?')).find('@') == rest.npos) return;
   throw Error(
       "the database's address has a '/' or an '@' in its user, password or database name; write '%2F' and "
       "'%40' instead");
@@ -72,26 +62,20 @@ void requireClearCredentials(std::string_view rest) {
 
 // Whether a connect without an answer from a server has failed for a reason that may pass.
 bool isTransient(const std::string& words) {
-  constexpr const char* kReasons[] = {"refused",
-                                      "failed: No such file",
-                                      "timed out",
-                                      "unreachable",
-                                      "No route",
-                                      "reset by peer",
-                                      "closed the connection",
-                                      "Broken pipe",
-                                      "temporarily unavailable"};
-  return std::ranges::any_of(kReasons, [&](const char* reason) { return words.find(reason) != words.npos; });
+  static const std::regex kReasons(
+      "refused|failed: No such file|timed out|unreachable|No route|reset by peer|closed the connection|"
+      "Broken pipe|temporarily unavailable");
+  return std::regex_search(words, kReasons);
 }
 
-int pollTime(milliseconds time) {
-  return static_cast<int>(std::clamp<milliseconds::rep>(time.count(), 0, 2147483647));
+int clamped(milliseconds time, int least) {
+  return static_cast<int>(std::clamp<milliseconds::rep>(time.count(), least, 2147483647));
 }
 
 }  // namespace
 
 bool isAddress(std::string_view name) {
-  return name.starts_with(kSchemes[0]) || name.starts_with(kSchemes[1]) || name.starts_with(kService);
+  return name.starts_with("postgresql://") || name.starts_with("postgres://") || name.starts_with(kService);
 }
 
 std::string shownAddress(const std::string& address) {
@@ -108,19 +92,17 @@ std::string shownAddress(const std::string& address) {
       PQconninfoParse(address.c_str(), &words));
   if (options == nullptr) {
     // Behind the colon libpq quotes what it stumbles over.
-    std::string why = words != nullptr ? oneLine(words) : "out of memory";
+    const std::string why = words != nullptr ? oneLine(words) : "out of memory";
     PQfreemem(words);
     throw Error("the database's address can't be understood: " + why.substr(0, why.find_first_of(":\"")));
   }
   std::map<std::string_view, std::string> parts;
   for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
-    if (option->val != nullptr) parts[option->keyword] = percentEncoded(option->val);
+    if (option->val != nullptr) parts[option->keyword] = option->val;
   }
   // The folder of a socket can't be the address's host.
   std::string folder;
-  if (std::string& host = parts["host"]; host.starts_with("%2F")) {
-    folder = "?host=" + std::regex_replace(std::exchange(host, ""), std::regex("%2F"), "/");
-  }
+  if (std::string& host = parts["host"]; host.starts_with('/')) folder = "?host=" + std::exchange(host, "");
   return "postgresql://" + parts["user"] + (parts["user"].empty() ? "" : "@") + parts["host"] +
          (parts["port"].empty() ? "" : ":") + parts["port"] + "/" + parts["dbname"] + folder;
 }
@@ -150,14 +132,16 @@ bool StopSignal::pauseUntil(steady_clock::time_point end) const {
   return !isRaised_;
 }
 
+Target::Target(std::string database, const Access& options)
+    : address(std::move(database)), shown(shownAddress(address)), access(options) {
+  if (access.schema.empty() || access.schema.size() > 63)
+    throw Error("cannot use the schema '" + access.schema + "': a schema's name has 1 to 63 bytes");
+}
+
 Cell ResultSet::text(int row, int column) const {
   if (PQgetisnull(raw(), row, column) != 0) return std::nullopt;
   return std::string_view(PQgetvalue(raw(), row, column),
                           static_cast<std::size_t>(PQgetlength(raw(), row, column)));
-}
-
-std::int64_t ResultSet::changes() const {
-  return std::strtoll(PQcmdTuples(raw()), nullptr, 10);
 }
 
 Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move(target)) {
@@ -165,7 +149,7 @@ Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move
   const bool isService = address.starts_with(kService);
   // A packet that isn't acknowledged ends the connection well before the server's silence does.
   const std::string userTimeout =
-      std::to_string(std::min<milliseconds::rep>(30000, target_->serverTimeout.count() / 2 + 1));
+      std::to_string(std::min<milliseconds::rep>(30000, target_->access.serverTimeout.count() / 2 + 1));
   // The address overrides what comes before it, and is overridden by what comes after it.
   const std::pair<const char*, const char*> options[] = {
       {"tcp_user_timeout", userTimeout.c_str()},
@@ -190,10 +174,11 @@ Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move
   PQsetErrorVerbosity(raw(), PQERRORS_VERBOSE);
   PostgresPollingStatusType next = PGRES_POLLING_WRITING;
   while (PQstatus(raw()) != CONNECTION_BAD && next != PGRES_POLLING_OK && next != PGRES_POLLING_FAILED) {
-    await(next == PGRES_POLLING_READING ? POLLIN : POLLOUT, target_->serverTimeout);
+    await(next == PGRES_POLLING_READING ? POLLIN : POLLOUT, target_->access.serverTimeout);
     next = PQconnectPoll(raw());
   }
-  if (PQstatus(raw()) != CONNECTION_OK) failConnecting();
+  if (PQstatus(raw()) != CONNECTION_OK) fail();
+  isOpen_ = true;
   PQsetErrorVerbosity(raw(), PQERRORS_DEFAULT);
   PQsetnonblocking(raw(), 1);
 }
@@ -201,24 +186,6 @@ Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move
 Connection::~Connection() {
   // Otherwise the end of a connection that still has data to send may wait for the server.
   if (isLost_ && PQsocket(raw()) >= 0) ::shutdown(PQsocket(raw()), SHUT_RDWR);
-}
-
-void Connection::failConnecting() {
-  const std::regex state(":  ([0-9A-Z]{5}): ");
-  std::string words = PQerrorMessage(raw());
-  if (std::smatch match; std::regex_search(words, match, state)) state_ = match[1];
-  words =
-      oneLine(std::regex_replace(std::regex_replace(words, state, ": "), std::regex("LOCATION: [^\n]*"), ""));
-  const std::string start = "cannot connect to '" + target_->shown + "': " + words;
-  if (state_ == "53300") throw TooManyConnections(start);
-  if (state_.starts_with("57P0") || state_.starts_with("08") || (state_.empty() && isTransient(words)))
-    throw Unreachable(start);
-  if (state_ == "42501") throw Forbidden(start);
-  if (state_.starts_with("28") || PQconnectionNeedsPassword(raw()) != 0)
-    throw Error(start + " (a password is taken from PGPASSWORD, ~/.pgpass or a service file)");
-  if (state_ == "3D000")
-    throw Error(start + " (its administrator runs: create database ... encoding 'UTF8' template template0)");
-  throw Error(start);
 }
 
 // Waits until the socket is ready for one of `events`; gives for which.
@@ -231,7 +198,7 @@ short Connection::await(short events, milliseconds limit) {
         std::chrono::ceil<milliseconds>(std::min(end, cancelEnd_.value_or(end)) - steady_clock::now());
     if (rest.count() <= 0) break;
     pollfd ends[] = {{PQsocket(raw()), events, 0}, {isStopped ? -1 : target_->stop.descriptor(), POLLIN, 0}};
-    if (::poll(ends, 2, pollTime(rest)) > 0 && ends[0].revents != 0) return ends[0].revents;
+    if (::poll(ends, 2, clamped(rest, 0)) > 0 && ends[0].revents != 0) return ends[0].revents;
   }
   isLost_ = true;
   target_->stop.check();
@@ -243,13 +210,11 @@ short Connection::await(short events, milliseconds limit) {
 
 // Asks the server to end the running statement, and limits the wait for its answer.
 void Connection::cancel() {
-  cancelEnd_ = steady_clock::now() + kCancelWait;
+  cancelEnd_ = steady_clock::now();
   std::unique_ptr<PGcancel, Freer<PQfreeCancel>> handle(PQgetCancel(raw()));
   // Without a session there is nothing to cancel.
-  if (handle == nullptr || PQstatus(raw()) != CONNECTION_OK) {
-    cancelEnd_ = steady_clock::now();
-    return;
-  }
+  if (handle == nullptr || PQstatus(raw()) != CONNECTION_OK) return;
+  *cancelEnd_ += kCancelWait;
   try {
     // It waits for the server for as long as the system does, so no thread may wait for it.
     std::thread([handle = std::move(handle)] {
@@ -261,44 +226,32 @@ void Connection::cancel() {
   }
 }
 
-void Connection::begin() {
-  target_->stop.check();
-  if (isLost()) fail();
-}
-
 void Connection::flush() {
   while (const int left = PQflush(raw())) {
     if (left < 0) fail();
-    const short ready = await(POLLIN | POLLOUT, target_->serverTimeout + target_->lockWait);
+    const short ready = await(POLLIN | POLLOUT, target_->access.serverTimeout + target_->access.wait);
     if ((ready & ~POLLOUT) != 0 && PQconsumeInput(raw()) == 0) fail();
   }
 }
 
-void Connection::send(const std::string& sql, const Parameters& parameters, bool byRow) {
-  begin();
-  std::vector<std::optional<std::string>> texts;
-  for (const Parameter& parameter : parameters) {
-    auto& text = texts.emplace_back();
-    if (const auto* integer = std::get_if<std::int64_t>(&parameter)) text = std::to_string(*integer);
-    if (const auto* given = std::get_if<std::string>(&parameter)) text = *given;
-    if (const auto* real = std::get_if<double>(&parameter)) {
-      char digits[32];
-      text = std::string(digits, std::to_chars(digits, digits + sizeof digits, *real).ptr);
-    }
+void Connection::send(const std::string& sql, const Parameters& parameters) {
+  target_->stop.check();
+  std::vector<std::string> numbers(parameters.size());
+  std::vector<const char*> values(parameters.size(), nullptr);
+  for (std::size_t at = 0; at < parameters.size(); ++at) {
+    if (const auto* number = std::get_if<std::int64_t>(&parameters[at]))
+      values[at] = (numbers[at] = std::to_string(*number)).c_str();
+    if (const auto* text = std::get_if<std::string>(&parameters[at])) values[at] = text->c_str();
   }
-  std::vector<const char*> values;
-  for (const auto& text : texts) values.push_back(text ? text->c_str() : nullptr);
-  if (PQsendQueryParams(raw(), sql.c_str(), static_cast<int>(values.size()), nullptr, values.data(), nullptr,
-                        nullptr, 0) == 0 ||
-      (byRow && PQsetSingleRowMode(raw()) == 0)) {
+  if (isLost() || PQsendQueryParams(raw(), sql.c_str(), static_cast<int>(values.size()), nullptr,
+                                    values.data(), nullptr, nullptr, 0) == 0) {
     fail();
   }
-  flush();
 }
 
 ResultSet Connection::receive() {
   while (PQisBusy(raw()) != 0) {
-    await(POLLIN, target_->serverTimeout + target_->lockWait);
+    await(POLLIN, target_->access.serverTimeout + target_->access.wait);
     if (PQconsumeInput(raw()) == 0) fail();
   }
   return ResultSet(PQgetResult(raw()));
@@ -306,10 +259,11 @@ ResultSet Connection::receive() {
 
 // The last result of the running statements.
 ResultSet Connection::finish() {
+  flush();
   ResultSet last;
   for (ResultSet next = receive(); next.raw() != nullptr; next = receive()) {
-    const bool isCopy = next.status() == PGRES_COPY_IN || next.status() == PGRES_COPY_OUT;
-    if (last.status() != PGRES_FATAL_ERROR || last.raw() == nullptr) last = std::move(next);
+    const bool isCopy = next.status() == PGRES_COPY_IN;
+    if (last.raw() == nullptr || last.status() != PGRES_FATAL_ERROR) last = std::move(next);
     if (isCopy) break;
   }
   if (last.status() != PGRES_TUPLES_OK && last.status() != PGRES_COMMAND_OK && last.status() != PGRES_COPY_IN)
@@ -318,15 +272,19 @@ ResultSet Connection::finish() {
 }
 
 ResultSet Connection::run(const std::string& sql, const Parameters& parameters) {
-  send(sql, parameters, false);
+  if (!parameters.empty()) {
+    send(sql, parameters);
+  } else {
+    target_->stop.check();
+    if (isLost() || PQsendQuery(raw(), sql.c_str()) == 0) fail();
+  }
   return finish();
 }
 
-ResultSet Connection::execute(const std::string& sql) {
-  begin();
-  if (PQsendQuery(raw(), sql.c_str()) == 0) fail();
+void Connection::start(const std::string& sql, const Parameters& parameters) {
+  send(sql, parameters);
+  if (PQsetSingleRowMode(raw()) == 0) fail();
   flush();
-  return finish();
 }
 
 void Connection::sendCopy(std::string_view data) {
@@ -341,24 +299,17 @@ void Connection::endCopy(const char* error) {
   int sent = 0;
   while ((sent = PQputCopyEnd(raw(), error)) == 0) flush();
   if (sent < 0) fail();
-  flush();
   finish();
 }
 
 void Connection::drain() noexcept {
   try {
     while (!isLost() && PQtransactionStatus(raw()) == PQTRANS_ACTIVE) {
-      const ResultSet result = receive();
-      if (result.status() == PGRES_COPY_IN) endCopy("abandoned");
+      if (receive().status() == PGRES_COPY_IN) endCopy("abandoned");
     }
   } catch (const std::exception&) {
     // A result that reports a failure; or the connection is lost, which is noticed at its next use.
   }
-}
-
-std::string Connection::setting(const char* name) const {
-  const char* const value = PQparameterStatus(raw(), name);
-  return value != nullptr ? value : "";
 }
 
 void Connection::fail(const PGresult* result) {
@@ -369,41 +320,63 @@ void Connection::fail(const PGresult* result) {
   state_ = field(PG_DIAG_SQLSTATE);
   std::string why = field(PG_DIAG_MESSAGE_PRIMARY);
   if (const std::string detail = field(PG_DIAG_MESSAGE_DETAIL); !detail.empty()) why += ": " + detail;
-  if (why.empty()) why = PQerrorMessage(raw());
-  if (why.empty()) why = "the connection is lost";
-  why = "'" + target_->shown + "': " + oneLine(why);
+  if (why.empty()) {
+    why = PQerrorMessage(raw());
+    std::smatch match;
+    if (std::regex_search(why, match, std::regex(":  ([0-9A-Z]{5}): "))) state_ = match[1];
+    why = replaced(why, "  [0-9A-Z]{5}:|LOCATION: [^\n]*", "");
+  }
+  why = "'" + target_->shown + "': " + (why.empty() ? "the connection is lost" : oneLine(why));
+  for (const auto& [state, hint] : kHints) {
+    if (state_.starts_with(state)) why += hint;
+  }
   const std::string severity = field(PG_DIAG_SEVERITY_NONLOCALIZED);
-  if (isLost() || severity == "FATAL" || severity == "PANIC") isLost_ = true;
+  isLost_ = isLost_ || isLost() || severity == "FATAL" || severity == "PANIC";
   target_->stop.check();
-  if (isLost()) throw Unreachable("cannot reach " + why);
-  if (state_ == "55P03" || state_ == "40P01")
-    throw Locked("cannot lock a table of " + why + " (use --wait to wait longer)");
-  if (state_ == "42501") throw Forbidden("cannot use " + why + target_->forbiddenHint);
-  if (state_ == "XX001" || state_ == "XX002") throw Error("cannot use " + why + " (the database is damaged)");
+  if (!isOpen_) {
+    why = "cannot connect to " + why;
+    if (state_ == "53300") throw TooManyConnections(why);
+    if (state_.starts_with("57P0") || state_.starts_with("08") || (state_.empty() && isTransient(why)))
+      throw Unreachable(why);
+    if (state_ == "42501") throw Forbidden(why);
+    throw Error(why);
+  }
+  if (isLost_) throw Unreachable("cannot reach " + why);
+  if (state_ == "55P03" || state_ == "40P01") throw Locked("cannot lock a table of " + why);
+  if (state_ == "42501") throw Forbidden("cannot use " + why + grantsFor(*target_));
   throw Error("cannot use " + why);
 }
 
-// Opens a connection, and refuses a server that can't have an inventory.
 std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target) {
   auto connection = std::make_unique<Connection>(target);
-  if (connection->serverVersion() < kOldestVersion) {
-    target->refuse("the server is PostgreSQL " + connection->setting("server_version") +
+  const auto setting = [&](const char* name) {
+    const char* const value = PQparameterStatus(connection->raw(), name);
+    return std::string(value != nullptr ? value : "");
+  };
+  if (PQserverVersion(connection->raw()) < kOldestVersion) {
+    target->refuse("the server is PostgreSQL " + setting("server_version") +
                    ", an inventory needs version 13 or later");
   }
-  if (const std::string encoding = connection->setting("server_encoding"); encoding != "UTF8")
+  if (const std::string encoding = setting("server_encoding"); encoding != "UTF8")
     target->refuse("its encoding is " + encoding + " (use a database that was created with encoding 'UTF8')");
   // Whatever the role's own settings are: names mean the same everywhere, only this program limits the time,
   // and what is committed is safe on the disk. Some of the settings are missing from older servers.
-  connection->execute(
-      "set search_path = pg_catalog; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; "
-      "set jit = off; set standard_conforming_strings "
-      "= on;"
-      "set extra_float_digits = 1; set lock_timeout = " +
-      std::to_string(std::clamp<milliseconds::rep>(target->lockWait.count(), 1, 2147483647)) +
+  const std::string& schema = target->access.schema;
+  const ResultSet hidden = connection->run(
+      "set search_path = " + quotedName(schema) +
+      ", pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off; "
+      "set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = " +
+      std::to_string(clamped(target->access.wait, 1)) +
       "; select set_config(name, '0', false) from pg_settings where name in ('statement_timeout', "
       "'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');"
       "select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = "
-      "'off'");
+      "'off'; select 1 from pg_namespace where nspname = " +
+      quotedText(schema) + " and not has_schema_privilege(oid, 'USAGE')");
+  // The server would take the schema for a missing one.
+  if (hidden.rows() > 0) {
+    throw Forbidden("cannot use '" + target->shown + "': the role may not use the schema '" + schema + "'" +
+                    grantsFor(*target));
+  }
   return connection;
 }
 

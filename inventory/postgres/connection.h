@@ -5,7 +5,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -57,8 +56,8 @@ class StopSignal {
 
 // What the connections to a database have in common.
 struct Target {
-  // Throws Error for an address that can't be one.
-  explicit Target(std::string database) : address(std::move(database)), shown(shownAddress(address)) {}
+  // Throws Error for an address or a schema that can't be one.
+  Target(std::string database, const Access& options);
 
   [[noreturn]] void refuse(const std::string& why) const {
     throw Error("cannot use '" + shown + "': " + why);
@@ -66,17 +65,12 @@ struct Target {
 
   std::string address;
   std::string shown;
-  std::string forbiddenHint;  // what to do where a right is missing
-  std::chrono::milliseconds lockWait{5000};
-  std::chrono::milliseconds serverTimeout{60000};
+  Access access;
   StopSignal stop;
 };
 
 // The server has no connection left for this role or database.
-class TooManyConnections : public Error {
- public:
-  using Error::Error;
-};
+using TooManyConnections = ErrorOfKind<struct TooManyConnectionsTag, Unreachable>;
 
 // The rows of a statement, or one of them; none behind the last result.
 class ResultSet {
@@ -87,9 +81,6 @@ class ResultSet {
   int columns() const { return PQnfields(raw()); }
   // Valid as long as the result.
   Cell text(int row, int column) const;
-  bool isTrue(int row, int column) const { return text(row, column) == "t"; }
-  // How many rows the statement has changed.
-  std::int64_t changes() const;
 
   PGresult* raw() const { return result_.get(); }
   ExecStatusType status() const { return PQresultStatus(raw()); }
@@ -99,24 +90,25 @@ class ResultSet {
 };
 
 // Used by one thread at a time. Members throw Error or one of its kinds: Interrupted once the target's signal
-// is raised, Unreachable where the server hasn't sent a byte for serverTimeout, to which lockWait is added
-// where it may be waiting for a lock. After both, and wherever the connection is gone, isLost() is true.
+// is raised, Unreachable where the server hasn't sent a byte for the access's serverTimeout, to which its
+// wait is added where the server may be waiting for a lock. After both, and wherever the connection is gone,
+// isLost() is true.
 class Connection {
  public:
   explicit Connection(std::shared_ptr<const Target> target);
-  explicit Connection(const std::string& address) : Connection(std::make_shared<const Target>(address)) {}
+  explicit Connection(const std::string& address)
+      : Connection(std::make_shared<const Target>(address, Access())) {}
   ~Connection();
   Connection(const Connection&) = delete;
   Connection& operator=(const Connection&) = delete;
 
-  // Runs one statement with the parameters $1 and so on, whose types the server infers.
+  // Runs one statement with the parameters $1 and so on, whose types the server infers, or several without
+  // any. Gives the last one's result.
   ResultSet run(const std::string& sql, const Parameters& parameters = {});
-  // Runs statements without parameters and gives the last one's result.
-  ResultSet execute(const std::string& sql);
 
   // Starts a statement. Its results come by receive(), until there is none: with the status
   // PGRES_SINGLE_TUPLE a row each.
-  void start(const std::string& sql, const Parameters& parameters) { send(sql, parameters, true); }
+  void start(const std::string& sql, const Parameters& parameters);
   ResultSet receive();
 
   // Sends data after "copy ... from stdin", and ends it, successfully where `error` is null.
@@ -128,10 +120,8 @@ class Connection {
 
   bool isLost() const { return isLost_ || PQstatus(raw()) != CONNECTION_OK; }
   bool isIdle() const { return !isLost() && PQtransactionStatus(raw()) == PQTRANS_IDLE; }
-  int serverVersion() const { return PQserverVersion(raw()); }
   int backend() const { return PQbackendPID(raw()); }
-  // What the server reports of itself, as in "server_encoding".
-  std::string setting(const char* name) const;
+  PGconn* raw() const { return connection_.get(); }
   // The SQLSTATE of the latest failure.
   const std::string& state() const { return state_; }
   const Target& target() const { return *target_; }
@@ -140,23 +130,22 @@ class Connection {
   [[noreturn]] void fail(const PGresult* result = nullptr);
 
  private:
-  PGconn* raw() const { return connection_.get(); }
-  void begin();
-  void send(const std::string& sql, const Parameters& parameters, bool byRow);
+  void send(const std::string& sql, const Parameters& parameters);
   void flush();
   short await(short events, std::chrono::milliseconds limit);
   void cancel();
   ResultSet finish();
-  [[noreturn]] void failConnecting();
 
   std::shared_ptr<const Target> target_;
   std::unique_ptr<PGconn, Freer<PQfinish>> connection_;
   std::string state_;
+  bool isOpen_ = false;  // also once it is lost
   bool isLost_ = false;
   std::optional<std::chrono::steady_clock::time_point> cancelEnd_;  // of the wait for an answer to cancel()
 };
 
-// Opens a connection for an inventory, with the settings that it needs. Refuses a server that can't have one.
+// Opens a connection for an inventory, with the settings that it needs: names without a schema are those of
+// the inventory's. Refuses a server that can't have one.
 std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target);
 
 }  // namespace inventory::postgres

@@ -1,12 +1,9 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
-#include <map>
 #include <mutex>
-#include <set>
 #include <utility>
 
-#include "inventory/catalog/catalog.h"
 #include "inventory/driver.h"
 #include "inventory/postgres/connection.h"
 #include "inventory/postgres/session.h"
@@ -23,27 +20,19 @@ constexpr int kMostChanges = 8;
 // More locks would be a burden to the server.
 constexpr std::size_t kMostLocks = 100;
 constexpr const char* kBegin = "begin isolation level read committed, read write";
+constexpr const char* kBeginReading = "begin isolation level repeatable read, read only";
 
-std::shared_ptr<postgres::Target> targetOf(const std::string& address, const Access& access) {
-  if (access.schema.empty() || access.schema.size() > 63)
-    throw Error("cannot use the schema '" + access.schema + "': a schema's name has 1 to 63 bytes");
-  auto target = std::make_shared<postgres::Target>(address);
-  target->lockWait = access.wait;
-  target->serverTimeout = access.serverTimeout;
-  const std::string schema = quotedName(access.schema);
-  target->forbiddenHint = " (the schema's owner runs: grant usage on schema " + schema +
-                          " to ...; grant select on all tables in schema " + schema + " to ...)";
-  return target;
+std::string textOf(const ResultSet& result, int column = 0) {
+  return std::string(result.rows() == 0 ? "" : result.text(0, column).value_or(""));
 }
 
 // The system and the timeline, within which transactions have their numbers; empty where the role may not
 // ask.
 std::string systemOf(Connection& connection) {
   try {
-    const ResultSet found = connection.run(
+    return textOf(connection.run(
         "select system_identifier || '/' || left(pg_walfile_name(pg_current_wal_lsn()), 8) from "
-        "pg_control_system()");
-    return std::string(found.text(0, 0).value_or(""));
+        "pg_control_system()"));
   } catch (const Error&) {
     if (connection.isLost() || connection.target().stop.isRaised()) throw;
     return {};
@@ -59,43 +48,44 @@ class Pool {
   // another change.
   std::shared_ptr<Connection> acquire(bool forChange) {
     while (true) {
-      {
-        std::unique_lock lock(mutex_);
-        freed_.wait(lock, [&] {
-          return !forChange || target_->stop.isRaised() || !idle_.empty() || changes_ < most_;
-        });
-        target_->stop.check();
-        if (forChange) ++changes_;
-        if (!idle_.empty()) {
-          auto connection = std::move(idle_.back());
-          idle_.pop_back();
-          return lend(std::move(connection), forChange);
-        }
+      std::unique_lock lock(mutex_);
+      freed_.wait(
+          lock, [&] { return !forChange || target_->stop.isRaised() || !idle_.empty() || changes_ < most_; });
+      target_->stop.check();
+      changes_ += forChange ? 1 : 0;
+      std::unique_ptr<Connection> connection;
+      if (!idle_.empty()) {
+        connection = std::move(idle_.back());
+        idle_.pop_back();
       }
+      lock.unlock();
+      const std::shared_ptr<void> counted(this, [this, forChange](void*) { count(forChange ? -1 : 0); });
       try {
-        return open(forChange);
+        if (connection == nullptr) connection = postgres::connect(target_);
+        return {connection.release(), [this, counted](Connection* lent) {
+                  std::unique_ptr<Connection> returned(lent);
+                  const std::lock_guard returning(mutex_);
+                  if (returned->isIdle()) idle_.push_back(std::move(returned));
+                }};
       } catch (const postgres::TooManyConnections& error) {
         if (!forChange || !limit(error.what())) throw;
       }
     }
   }
 
-  // A new connection for a change that has lost its own. Waits for a server that is being started.
+  // A new connection for a change that has lost its own. Waits for a server that is being started, and for
+  // the end of the lost session.
   std::shared_ptr<Connection> reconnect() {
-    const auto end = steady_clock::now() + target_->lockWait;
+    const auto end = steady_clock::now() + target_->access.wait;
     while (true) {
       {
-        const std::lock_guard lock(mutex_);
-        ++changes_;
         // They were lost with it, most likely.
+        const std::lock_guard lock(mutex_);
         idle_.clear();
       }
       try {
-        return open(true);
+        return acquire(true);
       } catch (const Unreachable&) {
-        if (!target_->stop.pauseUntil(end)) throw;
-      } catch (const postgres::TooManyConnections&) {
-        // The server may not have ended the lost session yet.
         if (!target_->stop.pauseUntil(end)) throw;
       }
     }
@@ -103,8 +93,7 @@ class Pool {
 
   void stopWaiting() {
     target_->stop.raise();
-    const std::lock_guard lock(mutex_);
-    freed_.notify_all();
+    count(0);
   }
 
   std::string takeNotice() {
@@ -113,38 +102,18 @@ class Pool {
   }
 
  private:
-  std::shared_ptr<Connection> lend(std::unique_ptr<Connection> connection, bool forChange) {
-    return {connection.release(), [this, forChange](Connection* lent) {
-              std::unique_ptr<Connection> returned(lent);
-              if (!returned->isIdle()) returned.reset();
-              const std::lock_guard lock(mutex_);
-              if (returned != nullptr) idle_.push_back(std::move(returned));
-              uncount(forChange);
-            }};
-  }
-
-  // Opens a connection that is counted already.
-  std::shared_ptr<Connection> open(bool forChange) {
-    try {
-      return lend(postgres::connect(target_), forChange);
-    } catch (...) {
-      const std::lock_guard lock(mutex_);
-      uncount(forChange);
-      throw;
-    }
-  }
-
-  void uncount(bool isChange) {
-    if (isChange) --changes_;
+  void count(int changes) {
+    const std::lock_guard lock(mutex_);
+    changes_ += changes;
     freed_.notify_all();
   }
 
-  // Limits the changes to those that have a connection. False where none has.
+  // Limits the changes to those that have a connection, without the one that got none. False where none has.
   bool limit(const std::string& why) {
     const std::lock_guard lock(mutex_);
-    if (changes_ == 0) return false;
-    most_ = std::min(most_, changes_);
-    if (!std::exchange(hasNotice_, true)) notice_ = "using fewer connections than allowed: " + why;
+    if (changes_ <= 1) return false;
+    if (most_ == kMostChanges) notice_ = "using fewer connections than allowed: " + why;
+    most_ = std::min(most_, changes_ - 1);
     return true;
   }
 
@@ -155,7 +124,6 @@ class Pool {
   int changes_ = 0;  // that have a connection or are getting one
   int most_ = kMostChanges;
   std::string notice_;
-  bool hasNotice_ = false;  // also once it has been taken
 };
 
 // A change on its way.
@@ -169,10 +137,7 @@ struct Attempt {
 class PostgresDriver : public Driver {
  public:
   PostgresDriver(const std::string& address, const Access& access)
-      : access_(access),
-        target_(targetOf(address, access)),
-        dialect_(Dialect::Kind::kPostgres, access.schema),
-        pool_(target_) {}
+      : target_(std::make_shared<postgres::Target>(address, access)), pool_(target_) {}
 
   std::string shownName() const override { return target_->shown; }
   const Dialect& dialect() const override { return dialect_; }
@@ -184,106 +149,69 @@ class PostgresDriver : public Driver {
 
   void change(const Change& change) override;
   std::unique_ptr<Session> read() override {
-    return begin(pool_.acquire(false), "begin isolation level repeatable read, read only");
+    return beginTransaction(dialect_, pool_.acquire(false), kBeginReading);
   }
-  void checkWritable(const std::function<void(Session&)>& checkSchema) override;
-  void analyze(std::span<const std::string> tables) override;
+  void checkWritable(std::span<const std::string> tables,
+                     const std::function<void(Session&)>& checkSchema) override;
+  void analyze(std::span<const std::string> tables) override {
+    pool_.acquire(false)->run("analyze (skip_locked) " + joined(tables, quotedName));
+  }
 
  private:
-  std::unique_ptr<Transaction> begin(std::shared_ptr<Connection> connection, const char* sql) const {
-    return postgres::beginTransaction(dialect_, access_.schema, std::move(connection), sql);
-  }
-  std::int64_t lockOf(const std::string& key = {}) const {
-    return postgres::lockNumber(access_.schema + '\0' + key);
-  }
+  using Shared = std::shared_ptr<Connection>;
 
-  bool checkRights(Connection& connection, const std::string& role) const;
-  void prepare(const Change& change, const std::shared_ptr<Connection>& connection);
-  std::unique_ptr<Transaction> lock(const Change& change, const std::shared_ptr<Connection>& connection,
+  void prepare(const Change& change, const Shared& connection);
+  std::unique_ptr<Transaction> lock(const Change& change, const Shared& connection,
                                     const Attempt& attempt) const;
-  void perform(const Change& change, const std::shared_ptr<Connection>& connection, Attempt& attempt);
-  std::shared_ptr<Connection> resolve(const Change& change, const Attempt& attempt, std::string why);
+  void perform(const Change& change, const Shared& connection, Attempt& attempt);
+  Shared resolve(const Change& change, const Attempt& attempt, std::string why);
 
-  const Access access_;
   const std::shared_ptr<postgres::Target> target_;
-  const Dialect dialect_;
+  const Dialect dialect_{Dialect::Kind::kPostgres};
   Pool pool_;
   std::atomic<bool> isPrepared_ = false;
 };
 
-void PostgresDriver::checkWritable(const std::function<void(Session&)>& checkSchema) {
-  const std::shared_ptr<Connection> connection = pool_.acquire(false);
-  const ResultSet state = connection->run(
-      "select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', "
-      "quote_ident(current_user)");
-  const std::string role(state.text(0, 2).value_or(""));
-  if (state.isTrue(0, 0))
-    target_->refuse("the server is a standby and takes no changes (use the primary server)");
-  if (state.isTrue(0, 1)) {
+void PostgresDriver::checkWritable(std::span<const std::string> tables,
+                                   const std::function<void(Session&)>& checkSchema) {
+  const Shared connection = pool_.acquire(false);
+  const std::string& name = target_->access.schema;
+  const ResultSet found = connection->run(
+      "with t as (select w.name, c.oid, c.relkind in ('r', 'p') and not (has_table_privilege(c.oid, "
+      "'SELECT') and has_table_privilege(c.oid, 'INSERT') and has_table_privilege(c.oid, 'UPDATE') and "
+      "has_table_privilege(c.oid, 'DELETE')) as is_locked from unnest(string_to_array($2, ',')) w(name) "
+      "left join pg_class c on c.relname = w.name and c.relnamespace = "
+      "(select oid from pg_namespace where nspname = $1)) "
+      "select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', n.oid is not null, "
+      "has_database_privilege(current_database(), 'CREATE'), "
+      "(select min(name) from t where is_locked or oid is null and not has_schema_privilege(n.oid, 'CREATE'))"
+      ", quote_ident(current_user) from (select 1) x left join pg_namespace n on n.nspname = $1",
+      {name, joined(tables, std::identity(), ",")});
+  const auto is = [&](int column) { return found.text(0, column) == "t"; };
+  const std::string role = textOf(found, 5), table = textOf(found, 4), schema = quotedName(name),
+                    start = "cannot use '" + target_->shown + "': the role " + role + " may not ";
+  if (is(0)) target_->refuse("the server is a standby and takes no changes (use the primary server)");
+  if (is(1)) {
     target_->refuse("the server is read-only for the role " + role +
                     " (its administrator sets default_transaction_read_only to off)");
   }
-  if (checkRights(*connection, role))
-    checkSchema(*begin(connection, "begin isolation level repeatable read, read only"));
-}
-
-// Gives whether there is a schema.
-bool PostgresDriver::checkRights(Connection& connection, const std::string& role) const {
-  const std::string& name = access_.schema;
-  const std::string schema = quotedName(name),
-                    start = "cannot use '" + target_->shown + "': the role " + role;
-  const ResultSet rights = connection.run(
-      "select has_schema_privilege(oid, 'USAGE'), has_schema_privilege(oid, 'CREATE') from pg_namespace "
-      "where nspname = $1",
-      {name});
-  if (rights.rows() == 0) {
-    if (connection.run("select has_database_privilege(current_database(), 'CREATE')").isTrue(0, 0))
-      return false;
-    throw Forbidden(start + " may not create the schema '" + name +
-                    "' (the database's owner runs: create schema " + schema + " authorization " + role + ")");
+  if (!is(2) && !is(3)) {
+    throw Forbidden(start + "create the schema '" + name + "' (the database's owner runs: create schema " +
+                    schema + " authorization " + role + ")");
   }
-  const std::string grants = " (its owner runs: grant usage, create on schema " + schema + " to " + role +
-                             "; grant select, insert, update, delete on all tables in schema " + schema +
-                             " to " + role + "; grant usage on all sequences in schema " + schema + " to " +
-                             role + ")";
-  if (!rights.isTrue(0, 0)) throw Forbidden(start + " may not use the schema '" + name + "'" + grants);
-
-  const ResultSet found = connection.run(
-      "select c.relname, c.relkind not in ('r', 'p') or (has_table_privilege(c.oid, 'SELECT') and "
-      "has_table_privilege(c.oid, 'INSERT') and has_table_privilege(c.oid, 'UPDATE') and "
-      "has_table_privilege(c.oid, 'DELETE')) from pg_class c join pg_namespace n on n.oid = c.relnamespace "
-      "where n.nspname = $1 and c.relkind in ('r', 'p', 'v', 'm', 'f')",
-      {name});
-  std::map<std::string, bool, std::less<>> writable;
-  for (int row = 0; row < found.rows(); ++row)
-    writable[std::string(found.text(row, 0).value_or(""))] = found.isTrue(row, 1);
-  const auto isThere = [&](const Table& table) { return writable.contains(table.name); };
-  if (!writable.empty() && std::ranges::none_of(tables(), isThere) && !access_.force) {
-    target_->refuse("its schema '" + name +
-                    "' has other tables but no inventory (use --schema NAME for another schema, --force to "
-                    "add an inventory to this one)");
+  if (!is(2)) return;
+  if (!table.empty()) {
+    throw Forbidden(start + "change or create the table '" + table +
+                    "' (the schema's owner runs: grant usage, create on schema " + schema + " to " + role +
+                    "; grant select, insert, update, delete on all tables in schema " + schema + " to " +
+                    role + "; grant usage on all sequences in schema " + schema + " to " + role + ")");
   }
-  for (const auto& all : {tables(), ownTables()}) {
-    for (const Table& table : all) {
-      const std::string shown = name + "." + std::string(table.name);
-      if (!isThere(table) && !rights.isTrue(0, 1))
-        throw Forbidden(start + " may not create the missing table " + shown + grants);
-      if (isThere(table) && !writable.find(table.name)->second)
-        throw Forbidden(start + " may not change the table " + shown + grants);
-    }
-  }
-  return true;
-}
-
-void PostgresDriver::analyze(std::span<const std::string> names) {
-  std::string list;
-  for (const std::string& name : names) list += (list.empty() ? "" : ", ") + dialect_.table(name);
-  if (!list.empty()) pool_.acquire(false)->execute("analyze (skip_locked) " + list);
+  checkSchema(*beginTransaction(dialect_, connection, kBeginReading));
 }
 
 void PostgresDriver::change(const Change& change) {
   Attempt attempt;
-  std::shared_ptr<Connection> connection = pool_.acquire(true);
+  Shared connection = pool_.acquire(true);
   while (true) {
     try {
       return perform(change, connection, attempt);
@@ -305,25 +233,25 @@ void PostgresDriver::change(const Change& change) {
 
 // Makes the change in one transaction. The attempt has a transaction's number from the moment on from which
 // it may be committed.
-void PostgresDriver::perform(const Change& change, const std::shared_ptr<Connection>& connection,
-                             Attempt& attempt) {
+void PostgresDriver::perform(const Change& change, const Shared& connection, Attempt& attempt) {
   attempt.transaction.clear();
   if (!isPrepared_) prepare(change, connection);
   attempt.system = systemOf(*connection);
   const auto session = lock(change, connection, attempt);
-  change.work(*session, attempt.isRepeated);
+  change.work(*session);
   attempt.transaction = session->value("select pg_current_xact_id_if_assigned()");
   session->commit();
 }
 
 // Brings the schema up to date, and creates it first where it is missing.
-void PostgresDriver::prepare(const Change& change, const std::shared_ptr<Connection>& connection) {
-  if (!change.prepare(*begin(connection, kBegin), false)) {
-    const auto session = begin(connection, kBegin);
-    session->execute("select pg_advisory_xact_lock($1)", {lockOf()});
+void PostgresDriver::prepare(const Change& change, const Shared& connection) {
+  if (!change.prepare(*beginTransaction(dialect_, connection, kBegin), false)) {
+    const std::string& schema = target_->access.schema;
+    const auto session = beginTransaction(dialect_, connection, kBegin);
+    session->execute("select pg_advisory_xact_lock(hashtextextended($1, 0))", {schema});
     // Not "if not exists", which needs the right to create it in any case.
-    if (session->value("select 1 from pg_namespace where nspname = $1", {access_.schema}).empty())
-      session->execute("create schema " + quotedName(access_.schema), {});
+    if (session->value("select 1 from pg_namespace where nspname = $1", {schema}).empty())
+      session->execute("create schema " + quotedName(schema));
     change.prepare(*session, true);
     session->commit();
   }
@@ -332,21 +260,20 @@ void PostgresDriver::prepare(const Change& change, const std::shared_ptr<Connect
 
 // Begins a transaction that has the locks of the change's servers. As processes that have some and wait for
 // others could wait for each other, they are had all at once or not at all.
-std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change,
-                                                  const std::shared_ptr<Connection>& connection,
+std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Shared& connection,
                                                   const Attempt& attempt) const {
-  std::string sql = "select pg_try_advisory_xact_lock(" + std::to_string(lockOf()) + ")";
-  if (change.serverKeys.size() <= kMostLocks) {
-    std::set<std::int64_t> numbers;
-    for (const std::string& key : change.serverKeys) numbers.insert(lockOf(key));
-    sql = "select pg_try_advisory_xact_lock_shared(" + std::to_string(lockOf()) + ")";
-    for (const std::int64_t number : numbers)
-      sql += " and pg_try_advisory_xact_lock(" + std::to_string(number) + ")";
+  Parameters names{target_->access.schema};
+  const bool isOfAll = change.serverKeys.size() > kMostLocks;
+  std::string sql = std::string("select pg_try_advisory_xact_lock") + (isOfAll ? "" : "_shared") +
+                    "(hashtextextended($1, 0))";
+  for (std::size_t at = 0; !isOfAll && at < change.serverKeys.size(); ++at) {
+    names.push_back(target_->access.schema + "/" + change.serverKeys[at]);
+    sql += " and pg_try_advisory_xact_lock(hashtextextended($" + std::to_string(names.size()) + ", 0))";
   }
-  const auto end = steady_clock::now() + access_.wait;
+  const auto end = steady_clock::now() + target_->access.wait;
   do {
-    auto session = begin(connection, kBegin);
-    if (session->value(sql) == "1") return session;
+    auto session = beginTransaction(dialect_, connection, kBegin);
+    if (session->value(sql, names) == "1") return session;
   } while (target_->stop.pauseUntil(end));
   target_->stop.check();
   if (attempt.formerBackend != 0 &&
@@ -367,27 +294,24 @@ std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change,
 // repeated, none where it has been committed.
 std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const Attempt& attempt,
                                                     std::string why) {
-  const auto end = steady_clock::now() + access_.wait;
-  std::string status = "in progress";
+  const auto end = steady_clock::now() + target_->access.wait;
+  Shared connection;
   do {
-    std::shared_ptr<Connection> connection;
     try {
-      connection = pool_.reconnect();
+      if (connection == nullptr || connection->isLost()) connection = pool_.reconnect();
       if (systemOf(*connection) != attempt.system) break;
-      do {
-        const ResultSet found = connection->run("select pg_xact_status($1)", {attempt.transaction});
-        status = found.text(0, 0).value_or("");
-      } while (status == "in progress" && target_->stop.pauseUntil(end));
+      const std::string status = textOf(connection->run("select pg_xact_status($1)", {attempt.transaction}));
       if (status == "committed") return nullptr;
       if (status == "aborted") return connection;
+      if (status != "in progress") break;
     } catch (const Error& error) {
       // A number that the server is yet to give: its crash has undone the transaction.
       if (connection != nullptr && connection->state() == "22023" && !attempt.system.empty())
         return connection;
-      if (dynamic_cast<const Unreachable*>(&error) == nullptr) status = "unknown";
       why = error.what();
+      if (dynamic_cast<const Unreachable*>(&error) == nullptr) break;
     }
-  } while (status == "in progress" && target_->stop.pauseUntil(end));
+  } while (target_->stop.pauseUntil(end));
   throw OutcomeUnknown("outcome unknown: " + change.subject + " may or may not " + change.effect + ": " +
                        why);
 }

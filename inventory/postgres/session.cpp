@@ -17,7 +17,7 @@ class PostgresCursor : public Cursor {
   PostgresCursor(Connection& connection, const std::string& sql, const Parameters& parameters)
       : connection_(connection) {
     connection_.start(sql, parameters);
-    receive();
+    row_ = receive();
     for (int column = 0; column < row_.columns(); ++column) types_.push_back(PQftype(row_.raw(), column));
     spelled_.resize(types_.size());
   }
@@ -26,7 +26,7 @@ class PostgresCursor : public Cursor {
   PostgresCursor& operator=(const PostgresCursor&) = delete;
 
   bool next() override {
-    if (!std::exchange(isAtStart_, false) && row_.status() == PGRES_SINGLE_TUPLE) receive();
+    if (!std::exchange(isAtStart_, false) && row_.status() == PGRES_SINGLE_TUPLE) row_ = receive();
     return row_.status() == PGRES_SINGLE_TUPLE;
   }
 
@@ -53,14 +53,12 @@ class PostgresCursor : public Cursor {
     return time + "Z";
   }
 
-  void receive() {
-    row_ = connection_.receive();
-    if (row_.status() == PGRES_SINGLE_TUPLE) return;
-    if (row_.status() != PGRES_TUPLES_OK && row_.status() != PGRES_COMMAND_OK) {
-      connection_.drain();
-      connection_.fail(row_.raw());
-    }
+  ResultSet receive() {
+    ResultSet row = connection_.receive();
+    if (row.status() == PGRES_SINGLE_TUPLE) return row;
     connection_.drain();
+    if (row.status() != PGRES_TUPLES_OK && row.status() != PGRES_COMMAND_OK) connection_.fail(row.raw());
+    return row;
   }
 
   Connection& connection_;
@@ -74,7 +72,7 @@ class PostgresInserter : public Inserter {
  public:
   PostgresInserter(Connection& connection, const std::string& sql, std::size_t columns)
       : connection_(connection), columns_(columns), buffer_(kCopyHead) {
-    connection_.execute(sql);
+    connection_.run(sql);
   }
   ~PostgresInserter() override { connection_.drain(); }
   PostgresInserter(const PostgresInserter&) = delete;
@@ -138,26 +136,25 @@ class PostgresInserter : public Inserter {
 
 class PostgresTransaction : public Transaction {
  public:
-  PostgresTransaction(const Dialect& dialect, std::string schema, std::shared_ptr<Connection> connection)
-      : dialect_(dialect), schema_(std::move(schema)), connection_(std::move(connection)) {}
+  PostgresTransaction(const Dialect& dialect, std::shared_ptr<Connection> connection)
+      : dialect_(dialect), connection_(std::move(connection)) {}
   PostgresTransaction(const PostgresTransaction&) = delete;
   PostgresTransaction& operator=(const PostgresTransaction&) = delete;
 
   const Dialect& dialect() const override { return dialect_; }
-  void executeAll(const std::string& sql) override { connection_->execute(sql); }
 
   ~PostgresTransaction() override {
     if (!isOpen_) return;
     connection_->drain();
     try {
-      if (!connection_->isLost()) connection_->execute("rollback");
+      if (!connection_->isLost()) connection_->run("rollback");
     } catch (const std::exception&) {
       // The connection isn't idle then, and is closed with its transaction.
     }
   }
 
-  std::int64_t execute(const std::string& sql, const Parameters& parameters) override {
-    return connection_->run(sql, parameters).changes();
+  void execute(const std::string& sql, const Parameters& parameters) override {
+    connection_->run(sql, parameters);
   }
 
   std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters) override {
@@ -166,39 +163,9 @@ class PostgresTransaction : public Transaction {
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
                                        std::span<const InsertColumn> columns) override {
-    std::string names;
-    for (const InsertColumn& column : columns) names += (names.empty() ? "" : ", ") + quotedName(column.name);
     return std::make_unique<PostgresInserter>(
-        *connection_, "copy " + dialect_.table(table) + " (" + names + ") from stdin (format binary)",
+        *connection_, "copy " + quotedName(table) + " (" + namesOf(columns) + ") from stdin (format binary)",
         columns.size());
-  }
-
-  std::vector<Session::Relation> relations() override {
-    const auto rows = query(
-        "select c.relname, c.relkind = 'v', a.attname, case when c.relkind = 'v' and "
-        "pg_has_role(c.relowner, 'USAGE') then obj_description(c.oid, 'pg_class') end from pg_class c "
-        "join pg_namespace n on n.oid = c.relnamespace left join pg_attribute a on a.attrelid = c.oid and "
-        "a.attnum > 0 and not a.attisdropped where n.nspname = $1 and c.relkind in ('r', 'p', 'v', 'm', 'f') "
-        "order by c.relname, a.attnum",
-        {schema_});
-    std::vector<Relation> all;
-    while (rows->next()) {
-      if (all.empty() || all.back().name != rows->text(0))
-        all.push_back({rows->text(0), rows->number(1) != 0, {}, rows->text(3)});
-      if (rows->cell(2)) all.back().columns.push_back(rows->text(2));
-    }
-    return all;
-  }
-
-  void createView(const std::string& name, const std::string& select) override {
-    const std::string view = dialect_.table(name);
-    executeAll("create or replace view " + view + " as " + select + ";comment on view " + view + " is " +
-               quotedText(viewDefinition(name, select)));
-  }
-
-  std::string viewDefinition(const std::string&, const std::string& select) const override {
-    return "View of an inventory, definition " +
-           std::to_string(static_cast<std::uint64_t>(lockNumber(select)));
   }
 
   void commit() override {
@@ -210,24 +177,16 @@ class PostgresTransaction : public Transaction {
 
  private:
   const Dialect& dialect_;
-  const std::string schema_;
   const std::shared_ptr<Connection> connection_;
   bool isOpen_ = true;
 };
 
 }  // namespace
 
-std::int64_t lockNumber(std::string_view text) {
-  std::uint64_t hash = 0xcbf29ce484222325U;
-  for (const char c : text) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3U;
-  return static_cast<std::int64_t>(hash);
-}
-
-std::unique_ptr<Transaction> beginTransaction(const Dialect& dialect, const std::string& schema,
-                                              std::shared_ptr<Connection> connection,
+std::unique_ptr<Transaction> beginTransaction(const Dialect& dialect, std::shared_ptr<Connection> connection,
                                               const std::string& sql) {
-  connection->execute(sql);
-  return std::make_unique<PostgresTransaction>(dialect, schema, std::move(connection));
+  connection->run(sql);
+  return std::make_unique<PostgresTransaction>(dialect, std::move(connection));
 }
 
 }  // namespace inventory::postgres

@@ -43,8 +43,6 @@ void bindAll(Statement& statement, const Parameters& parameters) {
       statement.bind(place, *text);
     } else if (const auto* const integer = std::get_if<std::int64_t>(&parameter)) {
       statement.bind(place, *integer);
-    } else if (const auto* const real = std::get_if<double>(&parameter)) {
-      statement.bind(place, *real);
     } else {
       statement.bindNull(place);
     }
@@ -119,17 +117,13 @@ class SqliteSession : public Session {
 
   const Dialect& dialect() const override { return dialect_; }
 
-  std::int64_t execute(const std::string& sql, const Parameters& parameters) override {
-    return attempt([&] {
+  void execute(const std::string& sql, const Parameters& parameters) override {
+    attempt([&] {
+      if (parameters.empty()) return handle_.database().execute(sql);
       Statement& statement = handle_.statement(sql);
       bindAll(statement, parameters);
       statement.run();
-      return handle_.database().changes();
     });
-  }
-
-  void executeAll(const std::string& sql) override {
-    attempt([&] { handle_.database().execute(sql); });
   }
 
   std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters) override {
@@ -138,41 +132,9 @@ class SqliteSession : public Session {
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
                                        std::span<const InsertColumn> columns) override {
-    std::string names, values;
-    for (const InsertColumn& column : columns) {
-      names += (names.empty() ? "" : ", ") + quotedName(column.name);
-      values += values.empty() ? "?" : ", ?";
-    }
-    const std::string sql =
-        "insert into " + dialect_.table(table) + " (" + names + ") values (" + values + ")";
+    const std::string sql = "insert into " + quotedName(table) + " (" + namesOf(columns) + ") values (" +
+                            joined(columns, [](const InsertColumn&) { return "?"; }) + ")";
     return attempt([&] { return std::make_unique<SqliteInserter>(handle_.statement(sql)); });
-  }
-
-  std::vector<Relation> relations() override {
-    return attempt([&] {
-      std::vector<Relation> all;
-      Statement& look = handle_.statement(
-          "select m.name, m.type, m.sql, p.name from sqlite_schema m left join "
-          "pragma_table_info(case m.type when 'table' then m.name end) p where m.type in ('table', 'view') "
-          "and m.name not like 'sqlite~_%' escape '~' order by m.rowid, p.cid");
-      while (look.step()) {
-        const std::string name(look.text(0).value_or(""));
-        if (all.empty() || all.back().name != name) {
-          const bool isView = look.text(1) == "view";
-          all.push_back({name, isView, {}, isView ? std::string(look.text(2).value_or("")) : std::string()});
-        }
-        if (const Cell column = look.text(3)) all.back().columns.emplace_back(*column);
-      }
-      return all;
-    });
-  }
-
-  void createView(const std::string& name, const std::string& select) override {
-    executeAll("drop view if exists " + quotedName(name) + ";" + viewDefinition(name, select));
-  }
-  // As sqlite_schema keeps it.
-  std::string viewDefinition(const std::string& name, const std::string& select) const override {
-    return "CREATE VIEW " + quotedName(name) + " as " + select;
   }
 
  protected:
@@ -215,7 +177,8 @@ class SqliteDriver : public Driver {
     return attempt([&] { return std::make_unique<SqliteReading>(*handle_, dialect_); });
   }
 
-  void checkWritable(const std::function<void(Session&)>& checkSchema) override {
+  void checkWritable(std::span<const std::string>,
+                     const std::function<void(Session&)>& checkSchema) override {
     if (handle_ == nullptr) return;
     const auto session = read();
     checkSchema(*session);
@@ -336,7 +299,7 @@ class SqliteDriver : public Driver {
     SqliteSession session(*handle_, dialect_);
     const std::string version = database.value("pragma schema_version");
     if (version != preparedVersion_) change.prepare(session, true);
-    change.work(session, false);
+    change.work(session);
     // Behind the transaction another process may have the lock.
     std::string prepared = database.value("pragma schema_version");
     transaction.commit();
@@ -349,7 +312,7 @@ class SqliteDriver : public Driver {
 
   const std::string file_;
   const Access access_;
-  const Dialect dialect_{Dialect::Kind::kSqlite, ""};
+  const Dialect dialect_{Dialect::Kind::kSqlite};
   std::atomic<bool> stopWaiting_ = false;
   std::unique_ptr<Handle> handle_;
   std::string preparedVersion_;

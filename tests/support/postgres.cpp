@@ -146,7 +146,7 @@ std::string PostgresServer::address(const std::string& role, const std::string& 
 
 std::string PostgresServer::run(const std::string& sql, const std::string& database) const {
   inventory::postgres::Connection connection(address("master", database));
-  const inventory::postgres::ResultSet result = connection.execute(sql);
+  const inventory::postgres::ResultSet result = connection.run(sql);
   std::string values;
   for (int row = 0; row < result.rows(); ++row) {
     values += (row == 0 ? "" : "\n") + std::string(result.text(row, 0).value_or("-"));
