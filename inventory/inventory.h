@@ -65,6 +65,14 @@ class Reader {
   // Everything of one.
   std::unique_ptr<ServerData> data(const CollectionInfo& collection);
 
+  // Runs `work` for some collections in pieces, each in one transaction. `selected` of withViews() is for
+  // queries over the views, which show these collections and no others.
+  using Piece = std::function<void(Session&, std::span<const CollectionInfo>, const std::string& selected)>;
+  void inViews(std::span<const CollectionInfo> collections, const Piece& work);
+
+  // Whether the role that reads may do more on its server than read tables: run programs, read files.
+  bool isPrivileged();
+
   // Runs a query over the views, which show the collections of the selection and no others. `sql` begins with
   // "select".
   void query(const std::string& sql, const Selection& selection, const std::function<void(Cursor&)>& eachRow);

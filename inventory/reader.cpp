@@ -15,6 +15,8 @@ namespace {
 // What is read at once where a reading may last: rows, and collections.
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::size_t kMostCollections = 200;
+// The same for queries over views, which keep no rows.
+constexpr std::int64_t kMostRowsOfViews = 100000;
 
 // The columns of "Collections", as CollectionInfo has them.
 constexpr const char* kInfoColumns =
@@ -173,19 +175,27 @@ class Reader::Impl {
   // there.
   template <typename Each>
   void inPieces(std::span<const CollectionInfo> collections, const Each& each) {
-    const bool isConcurrent = driver_.readsConcurrently();
+    inPieces(collections, driver_.readsConcurrently() ? kMostCollections : 1, kMostRows, each);
+  }
+  template <typename Each>
+  void inPieces(std::span<const CollectionInfo> collections, std::size_t mostCollections,
+                std::int64_t mostRows, const Each& each) {
     for (std::size_t at = 0; at < collections.size();) {
       std::size_t count = 1;
       std::int64_t rows = collections[at].rows;
-      while (isConcurrent && count < kMostCollections && at + count < collections.size() &&
-             (rows += collections[at + count].rows) <= kMostRows) {
+      while (count < mostCollections && at + count < collections.size() &&
+             (rows += collections[at + count].rows) <= mostRows) {
         ++count;
       }
       Session& session = begin();
-      if (isConcurrent) {
+      if (driver_.readsConcurrently()) {
         each(session, collections.subspan(at, count));
-      } else if (const auto found = present(session, collections[at])) {
-        each(session, std::span(&*found, 1));
+      } else {
+        std::vector<CollectionInfo> present;
+        for (const CollectionInfo& collection : collections.subspan(at, count)) {
+          if (auto found = presentOf(session, collection)) present.push_back(std::move(*found));
+        }
+        if (!present.empty()) each(session, std::span<const CollectionInfo>(present));
       }
       end();
       at += count;
@@ -194,7 +204,7 @@ class Reader::Impl {
 
  private:
   // The collection, or where it was deleted its server's current one; nothing where the server was removed.
-  std::optional<CollectionInfo> present(Session& session, const CollectionInfo& collection) {
+  std::optional<CollectionInfo> presentOf(Session& session, const CollectionInfo& collection) {
     const std::string collections = session.dialect().table("Collections");
     if (!session.value("select 1 from " + collections + " where collection_id = $1", {collection.id}).empty())
       return collection;
@@ -316,6 +326,32 @@ std::unique_ptr<ServerData> Reader::data(const CollectionInfo& collection) {
   std::unique_ptr<ServerData> found;
   forEach({&collection, 1}, [&](std::unique_ptr<ServerData> data) { found = std::move(data); });
   return found;
+}
+
+void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& work) {
+  impl_->inPieces(collections, kMostCollections, kMostRowsOfViews,
+                  [&](Session& session, std::span<const CollectionInfo> piece) {
+                    const Dialect& dialect = session.dialect();
+                    std::string ids;
+                    for (const CollectionInfo& collection : piece)
+                      ids += (ids.empty() ? "" : ", ") + std::to_string(collection.id);
+                    work(session, piece,
+                         "select c.collection_id, s.name from " + dialect.table("Collections") + " c join " +
+                             dialect.table("servers") +
+                             " s on s.server_id = c.server_id where c.collection_id in (" + ids + ")");
+                  });
+}
+
+bool Reader::isPrivileged() {
+  Session& session = impl_->begin();
+  const bool isPrivileged = session.dialect().isPostgres() &&
+                            session.value(
+                                "select rolsuper or pg_has_role('pg_read_server_files', 'member') or "
+                                "pg_has_role('pg_write_server_files', 'member') or "
+                                "pg_has_role('pg_execute_server_program', 'member') from pg_roles "
+                                "where rolname = current_user") == "1";
+  impl_->end();
+  return isPrivileged;
 }
 
 void Reader::query(const std::string& sql, const Selection& selection,
