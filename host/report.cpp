@@ -361,8 +361,11 @@ struct RuleSummary {
 // The page. Servers are added one by one; what comes before their sections needs to know all of them.
 class Page {
  public:
-  Page(TemporaryFile& sections, Findings& findings)
-      : sections_(sections), findings_(findings), rules_(findings.rules().size()) {
+  Page(TemporaryFile& sections, Findings& findings, std::string profile)
+      : sections_(sections),
+        findings_(findings),
+        profile_(std::move(profile)),
+        rules_(findings.rules().size()) {
     for (std::size_t at = 0; at < findings.servers().size(); ++at) places_[findings.servers()[at].id] = at;
   }
 
@@ -463,6 +466,7 @@ class Page {
     }
     const bool isComplete =
         std::ranges::all_of(rules_, [](const RuleSummary& each) { return each.unevaluated == 0; });
+    page.set("profile", harmless(profile_));
     page.set("lead", all > 0      ? "Matches per rule; evidence is under each server."
                      : isComplete ? "None of the rules holds for anything."
                                   : "None of the rules holds for what could be evaluated.");
@@ -490,6 +494,7 @@ class Page {
 
   TemporaryFile& sections_;
   Findings& findings_;
+  const std::string profile_;
   std::unordered_map<std::int64_t, std::size_t> places_;  // of servers in the findings, by collection
   std::size_t servers_ = 0;
   std::string name_;  // of the latest
@@ -526,7 +531,7 @@ void report(const ReportOptions& options, Output& output) {
     const std::vector<CollectionInfo> collections = chosenServers(reader, options.servers, options.at);
     findings = evaluateRules(reader, collections, options.rules, options.findings);
     if (!findings->failures().empty()) throw RuleError(findings->failures().front());
-    page.emplace(*sections, *findings);
+    page.emplace(*sections, *findings, options.profile);
     reader.forEach(collections, [&](std::unique_ptr<ServerData> server) { page->add(*server); });
   });
   page->write(file ? file->output() : output);
