@@ -95,12 +95,11 @@ void writeIgnoreFile(Findings& findings, const std::filesystem::path& path) {
   file.output().write(
       "# Ignored findings: FINGERPRINT | UNTIL | REASON, or RULE: SERVER/KIND/KEY | UNTIL | REASON.\n");
   findings.forEach([&](const Result& result) {
-    if (result.state != Result::State::kFinding) return;
-    const std::string object = objectName(findings.servers()[result.server].server, result);
-    file.output().write(
-        result.ignored != nullptr
-            ? ignoreLine(result.fingerprint, result.ignored->until, result.ignored->reason)
-            : ignoreLine(result.fingerprint, "", findings.rules()[result.rule].id + ": " + object));
+    if (!result.isFinding()) return;
+    const std::string fingerprint = result.data["fingerprint"], object = result.data["object_path"];
+    file.output().write(result.ignored != nullptr
+                            ? ignoreLine(fingerprint, result.ignored->until, result.ignored->reason)
+                            : ignoreLine(fingerprint, "", findings.rules()[result.rule].id + ": " + object));
   });
   file.finish();
 }

@@ -173,17 +173,17 @@ class ServerSection {
         closeRule();
         rule = next;
       }
-      count(result);
-      if (result.state == Result::State::kFinding) {
+      summary_.counts[result.rule].add(result);
+      if (result.isFinding()) {
         if (result.ignored == nullptr) marks_[result.objectId].push_back(rule);
-        ofRule += findingRow(*rule, result);
+        ofRule += findingRow(result);
         return;
       }
       data entry;
-      const std::string object = result.kind.empty() ? "" : result.kind + " " + result.name + ": ";
       entry.set("title", rule->title);
       entry.set("reason",
-                harmless(object) + (result.state == Result::State::kUnknown ? "not known" : "not collected"));
+                harmless((result.objectId == 0 ? "" : result.objectText() + ": ") +
+                         (result.state == Result::State::kUnknown ? "not known" : "not collected")));
       unevaluated.push_back(entry);
     });
     closeRule();
@@ -196,14 +196,6 @@ class ServerSection {
     if (unevaluated.is_empty_list()) return;
     rest.set("unevaluated", unevaluated);
     output_.write(render(parts::unevaluated, rest));
-  }
-
-  void count(const Result& result) {
-    Counts& counts = summary_.counts[result.rule];
-    ++(result.ignored != nullptr                 ? counts.suppressed
-       : result.state == Result::State::kFinding ? counts.findings
-       : result.state == Result::State::kUnknown ? counts.unknown
-                                                 : counts.notCollected);
   }
 
   // How many rules pass, fail and so on; each counts once.
@@ -254,12 +246,12 @@ class ServerSection {
     return render(parts::rule_start, entry);
   }
 
-  static std::string findingRow(const Rule& rule, const Result& result) {
+  static std::string findingRow(const Result& result) {
     data item, cells{data::type::list};
-    item.set("subject", harmless(result.kind.empty() ? "server" : result.kind + " " + result.name));
-    for (std::size_t at = 0; at < result.evidence.size(); ++at) {
+    item.set("subject", harmless(result.objectText()));
+    for (const auto& value : result.data["evidence"]) {
       data cell;
-      cell.set("value", harmless(evidenceValue(rule.columns[at], result.evidence[at])));
+      cell.set("value", harmless(evidenceValue(value)));
       cells.push_back(cell);
     }
     item.set("cells", cells);

@@ -71,6 +71,7 @@ std::vector<std::string> resultsFor(const Rule& rule, const fs::path& metabase) 
   options.maxSize = fs::file_size(metabase) + 1;
   options.database = (folder.path() / "inventory.db").string();
   options.logDirectory = folder.path();
+  options.selection = select({}, {}, {});
   options.quiet = true;
   Output output;
   if (collect(options, output) > 1)
@@ -83,12 +84,9 @@ std::vector<std::string> resultsFor(const Rule& rule, const fs::path& metabase) 
   if (!findings.failures().empty()) throw RuleError(findings.failures().front());
   std::vector<std::string> lines;
   findings.forEach([&](const Result& result) {
-    const std::string object = result.kind.empty() ? "server" : result.kind + " " + result.name;
-    const std::string evidence = evidenceText(rule, result);
-    lines.push_back(result.state == Result::State::kFinding
-                        ? "finding " + object + (evidence.empty() ? "" : ": " + evidence)
-                    : result.state == Result::State::kUnknown ? "unknown " + object
-                                                              : "not collected " + object);
+    const std::string evidence = evidenceText(result), object = result.objectText();
+    lines.push_back(std::string(result.stateText()) + " " + object +
+                    (result.isFinding() && !evidence.empty() ? ": " + evidence : ""));
   });
   std::ranges::sort(lines);
   return lines;

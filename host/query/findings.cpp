@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
+#include <charconv>
 #include <unordered_map>
 #include <utility>
 
@@ -18,10 +18,15 @@ namespace {
 using inventory::CollectionInfo;
 using inventory::Cursor;
 using inventory::ObjectKind;
+using Json = nlohmann::ordered_json;
 
 constexpr int kMemoryKibibytes = 8 * 1024;
 constexpr std::size_t kMostBytes = 64 * 1024;  // of a value
 constexpr std::size_t kFingerprintBytes = 16;
+
+std::string dumped(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 std::string hashOf(const std::string& text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
@@ -36,36 +41,45 @@ std::string hashOf(const std::string& text) {
   return hex;
 }
 
+Json valueOf(const inventory::Cell& cell, inventory::Type type) {
+  if (!cell) return nullptr;
+  if (type == inventory::Type::kBoolean) return *cell != "0";
+  std::int64_t number = 0;
+  const char* const end = cell->data() + cell->size();
+  if (type == inventory::Type::kInteger && std::from_chars(cell->data(), end, number).ptr == end)
+    return number;
+  return *cell;
+}
+
+// The object of a row, without evidence.
+Json objectOf(Cursor& row, const std::string& server) {
+  const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
+  std::string key = row.text(inventory::kObjectKey), name = key;
+  const std::string node = inventory::ObjectInfo{0, kind, key, 0, 0, {}}.node();
+  if (kind == ObjectKind::kSite && row.cell(inventory::kSiteName))
+    name += " (" + row.text(inventory::kSiteName) + ")";
+  if (kind == ObjectKind::kExtension && key.empty()) name = "(no name)";
+  if (kind == ObjectKind::kApplication) {
+    name = row.text(inventory::kParentKey) + ": " + key;
+    key = row.text(inventory::kParentKey) + "/" + key;
+  }
+  const std::string word(wordFor(kind));
+  const std::int64_t line = row.number(inventory::kObjectLine);
+  return {{"object_kind", word.empty() ? "server" : word},
+          {"object", word.empty() ? server : name},
+          {"object_path", word.empty() ? server : server + "/" + word + "/" + key},
+          {"evidence", Json::object()},
+          {"node", node.empty() ? Json() : Json(node)},
+          {"line", line == 0 ? Json() : Json(line)}};
+}
+
 // The same in each collection of the object.
-std::string fingerprintOf(const Rule& rule, const std::string& server, const Result& result) {
-  std::string text = rule.id + '\0' + server + '\0' + result.kind + '\0' + inventory::folded(result.key);
-  for (std::size_t at = 0; at < rule.columns.size(); ++at) {
-    if (rule.columns[at].isIdentifying) text += '\0' + result.evidence[at].value_or("");
+std::string fingerprintOf(const Rule& rule, const Json& object) {
+  std::string text = rule.id + '\0' + inventory::folded(object["object_path"].get<std::string>());
+  for (const Rule::EvidenceColumn& column : rule.columns) {
+    if (column.isIdentifying) text += '\0' + dumped(object["evidence"][column.name]);
   }
   return hashOf(text);
-}
-
-nlohmann::json evidenceOf(const Result& result) {
-  nlohmann::json all = nlohmann::json::array();
-  for (const auto& value : result.evidence) all.push_back(value ? nlohmann::json(*value) : nlohmann::json());
-  return all;
-}
-
-void describe(Cursor& row, Result& result) {
-  const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
-  const std::string key = row.text(inventory::kObjectKey);
-  result.objectId = row.number(inventory::kObjectId);
-  result.kind = wordFor(kind);
-  result.key = result.name = key;
-  result.line = row.number(inventory::kObjectLine);
-  result.node = inventory::ObjectInfo{0, kind, key, 0, 0, {}}.node();
-  if (kind == ObjectKind::kSite && row.cell(inventory::kSiteName))
-    result.name += " (" + row.text(inventory::kSiteName) + ")";
-  if (kind == ObjectKind::kApplication) {
-    result.key = row.text(inventory::kParentKey) + "/" + key;
-    result.name = row.text(inventory::kParentKey) + ": " + key;
-  }
-  if (kind == ObjectKind::kExtension && key.empty()) result.name = "(no name)";
 }
 
 }  // namespace
@@ -104,11 +118,13 @@ class Findings::Evaluation {
       for (const inventory::ViewSource& source : sources_) {
         if (!isCollected_[at] || servers_[at].coverage.includes(source.table->name, source.kind)) continue;
         isCollected_[at] = false;
-        Result result;
-        result.rule = place_;
-        result.server = first_ + at;
-        result.state = Result::State::kNotCollected;
-        findings_.insert(std::move(result));
+        const std::string& server = servers_[at].server;
+        findings_.insert({place_,
+                          first_ + at,
+                          Result::State::kNotCollected,
+                          0,
+                          {{"object_kind", "server"}, {"object", server}, {"object_path", server}},
+                          nullptr});
       }
     }
   }
@@ -127,18 +143,21 @@ class Findings::Evaluation {
     const auto found = byCollection_.find(row.number(inventory::kObjectId) >> 32);
     if (found == byCollection_.end()) throw inventory::Error("object_id is no object of a server");
     if (!isCollected_[found->second]) return;
-    Result result;
-    result.rule = place_;
-    result.server = first_ + found->second;
-    describe(row, result);
-    const bool holds = row.cell(inventory::kObjectHolds).has_value();
-    result.state = holds ? Result::State::kFinding : Result::State::kUnknown;
-    if (!isItemCollected(servers_[found->second], result)) result.state = Result::State::kNotCollected;
+    const CollectionInfo& server = servers_[found->second];
+    Result result{place_,
+                  first_ + found->second,
+                  Result::State::kUnknown,
+                  row.number(inventory::kObjectId),
+                  objectOf(row, server.server),
+                  nullptr};
+    if (row.cell(inventory::kObjectHolds)) result.state = Result::State::kFinding;
+    if (!isItemCollected(server, row)) result.state = Result::State::kNotCollected;
     for (std::size_t at = 0; at < rule_->columns.size(); ++at) {
+      const Rule::EvidenceColumn& column = rule_->columns[at];
       const inventory::Cell cell = row.cell(inventory::kObjectsColumns + at);
       if (cell && cell->size() > kMostBytes)
-        throw inventory::Error("the column " + rule_->columns[at].name + " has a text of more than 64 KiB");
-      result.evidence.emplace_back(cell);
+        throw inventory::Error("the column " + column.name + " has a text of more than 64 KiB");
+      result.data["evidence"][column.name] = valueOf(cell, column.type);
     }
     const Counts& counts = findings_.counts_[place_];
     if (counts.findings + counts.suppressed + counts.unknown >= options_.mostResults)
@@ -147,11 +166,11 @@ class Findings::Evaluation {
   }
 
   // A collection may be restricted to some sites or pools.
-  bool isItemCollected(const CollectionInfo& server, const Result& result) const {
-    const ObjectKind kind = inventory::objectKind(result.kind);
+  bool isItemCollected(const CollectionInfo& server, Cursor& row) const {
+    const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
     return std::ranges::all_of(sources_, [&](const inventory::ViewSource& source) {
       return kind == ObjectKind::kNone || inventory::itemKindOf(source.kind) != kind ||
-             server.coverage.includes(source.table->name, source.kind, result.key);
+             server.coverage.includes(source.table->name, source.kind, row.text(inventory::kObjectKey));
     });
   }
 
@@ -174,16 +193,15 @@ Findings::Findings(const std::vector<Rule>& rules, IgnoreFile ignored)
       counts_(rules.size()),
       database_("findings", kMemoryKibibytes) {
   database_.execute(
-      "create table result (rule, server, object_id, evidence, state, kind, key, name, node, line, "
-      "fingerprint, "
-      "entry, number integer, primary key (rule, server, object_id, evidence, number)) without rowid");
-  insertion_ =
-      database_.prepare("insert into result values (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13)");
+      "create table result (rule, server, object_id, data, state, entry, number, "
+      "primary key (rule, server, object_id, data, number)) without rowid");
+  insertion_ = database_.prepare("insert into result values (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
 }
 
 void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionInfo>& collections,
                         const EvaluationOptions& options) {
   std::vector<bool> hasFailed(rules_.size());
+  sqlite::Transaction transaction(database_);
   reader.inViews(collections, [&](inventory::Session& session, std::span<const CollectionInfo> piece,
                                   const std::string& selected) {
     servers_.insert(servers_.end(), piece.begin(), piece.end());
@@ -216,72 +234,74 @@ void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionI
     database_.execute("delete from result where rule = " + std::to_string(at));
     counts_[at] = {};
   }
+  transaction.commit();
 }
 
 void Findings::insert(Result result) {
   const Rule& rule = rules_[result.rule];
-  const CollectionInfo& server = servers_[result.server];
   Counts& counts = counts_[result.rule];
-  std::int64_t entry = -1;
-  if (result.state == Result::State::kFinding) {
-    result.fingerprint = fingerprintOf(rule, server.serverKey, result);
-    result.ignored = ignored_.match(result.fingerprint, rule.id, objectName(server.server, result));
-    ++(result.ignored != nullptr ? counts.suppressed : counts.findings);
-    if (result.ignored != nullptr) entry = result.ignored - ignored_.entries().data();
-  } else {
-    ++(result.state == Result::State::kUnknown ? counts.unknown : counts.notCollected);
+  if (result.isFinding()) {
+    const std::string fingerprint = fingerprintOf(rule, result.data);
+    result.data["fingerprint"] = fingerprint;
+    result.ignored = ignored_.match(fingerprint, rule.id, result.data["object_path"].get<std::string>());
   }
-  const std::string evidence =
-      evidenceOf(result).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-  const std::array<std::int64_t, 3> place{static_cast<std::int64_t>(result.rule),
-                                          static_cast<std::int64_t>(result.server), result.objectId};
-  for (int at = 0; at < 3; ++at) insertion_.bind(at + 1, place[static_cast<std::size_t>(at)]);
-  insertion_.bind(4, evidence);
+  counts.add(result);
+  const std::string data = dumped(result.data);
+  insertion_.bind(1, static_cast<std::int64_t>(result.rule));
+  insertion_.bind(2, static_cast<std::int64_t>(result.server));
+  insertion_.bind(3, result.objectId);
+  insertion_.bind(4, data);
   insertion_.bind(5, std::int64_t{static_cast<int>(result.state)});
-  insertion_.bind(6, result.kind);
-  insertion_.bind(7, result.key);
-  insertion_.bind(8, result.name);
-  insertion_.bind(9, result.node);
-  insertion_.bind(10, result.line);
-  insertion_.bind(11, result.fingerprint);
-  insertion_.bind(12, entry);
-  insertion_.bind(13, ++rows_);
+  insertion_.bind(6,
+                  std::int64_t{result.ignored == nullptr ? -1 : result.ignored - ignored_.entries().data()});
+  insertion_.bind(7, ++rows_);
   insertion_.run();
 }
 
-void Findings::forEach(const std::function<void(const Result&)>& each) {
-  select("", each);
+void Findings::forEach(const std::function<void(const Result&)>& each, bool withData) {
+  select("", withData, each);
 }
 
 void Findings::forEachOf(std::size_t server, const std::function<void(const Result&)>& each) {
   if (!std::exchange(isIndexed_, true)) database_.execute("create index result_server on result (server)");
-  select(" where server = " + std::to_string(server), each);
+  select(" where server = " + std::to_string(server), true, each);
 }
 
-void Findings::select(const std::string& condition, const std::function<void(const Result&)>& each) {
-  sqlite::Statement rows = database_.prepare(
-      "select rule, server, object_id, evidence, state, kind, key, name, node, line, fingerprint, entry from "
-      "result" +
-      condition + " order by rule, server, object_id, evidence, number");
+void Findings::select(const std::string& condition, bool withData,
+                      const std::function<void(const Result&)>& each) {
+  sqlite::Statement rows =
+      database_.prepare("select rule, server, state, object_id, data, entry from result" + condition +
+                        " order by rule, server, object_id, data, number");
   while (rows.step()) {
-    const auto text = [&](int column) { return std::string(rows.text(column).value_or("")); };
-    Result result;
-    result.rule = static_cast<std::size_t>(rows.number(0));
-    result.server = static_cast<std::size_t>(rows.number(1));
-    result.objectId = rows.number(2);
-    for (const nlohmann::json& value : nlohmann::json::parse(text(3)))
-      result.evidence.push_back(value.is_null() ? std::nullopt : std::optional(value.get<std::string>()));
-    result.state = static_cast<Result::State>(rows.number(4));
-    result.kind = text(5);
-    result.key = text(6);
-    result.name = text(7);
-    result.node = text(8);
-    result.line = rows.number(9);
-    result.fingerprint = text(10);
-    if (const std::int64_t entry = rows.number(11); entry >= 0)
+    Result result{static_cast<std::size_t>(rows.number(0)),
+                  static_cast<std::size_t>(rows.number(1)),
+                  static_cast<Result::State>(rows.number(2)),
+                  rows.number(3),
+                  {},
+                  std::string(*rows.text(4)),
+                  nullptr};
+    if (withData) result.data = Json::parse(result.text);
+    if (const std::int64_t entry = rows.number(5); entry >= 0)
       result.ignored = &ignored_.entries()[static_cast<std::size_t>(entry)];
     each(result);
   }
+}
+
+std::string Result::objectText() const {
+  const std::string kind = data["object_kind"];
+  return kind == "server" ? kind : kind + " " + data["object"].get<std::string>();
+}
+
+std::string_view Result::stateText() const {
+  if (ignored != nullptr) return "suppressed";
+  return isFinding() ? "finding" : state == State::kUnknown ? "unknown" : "not collected";
+}
+
+void Counts::add(const Result& result) {
+  ++(result.ignored != nullptr                 ? suppressed
+     : result.isFinding()                      ? findings
+     : result.state == Result::State::kUnknown ? unknown
+                                               : notCollected);
 }
 
 std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
@@ -299,10 +319,6 @@ std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
   auto findings = std::make_unique<Findings>(rules, std::move(ignored));
   findings->evaluate(reader, collections, options.evaluation);
   return findings;
-}
-
-std::string objectName(const std::string& server, const Result& result) {
-  return result.kind.empty() ? server : server + "/" + result.kind + "/" + result.key;
 }
 
 }  // namespace host

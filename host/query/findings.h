@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -30,14 +31,16 @@ struct Result {
   std::size_t server = 0;  // place in the servers
   State state = State::kFinding;
   std::int64_t objectId = 0;
-  std::string kind;                                  // "site" and so on; empty for the server
-  std::string key;                                   // what the object is known by in its server
-  std::string name;                                  // the same for people
-  std::string node;                                  // its metabase path, or empty
-  std::int64_t line = 0;                             // in the file; 0 where it is not known
-  std::vector<std::optional<std::string>> evidence;  // by the rule's columns
-  std::string fingerprint;
+  // What it is about, as JSON has it: object_kind, object, object_path, evidence, node, line, fingerprint.
+  nlohmann::ordered_json data;
+  std::string text;                            // the same as text
   const IgnoreFile::Entry* ignored = nullptr;  // the entry that suppresses it
+
+  bool isFinding() const { return state == State::kFinding; }
+  // "site 1 (Default FTP Site)", or "server".
+  std::string objectText() const;
+  // "finding", "suppressed", "unknown" or "not collected".
+  std::string_view stateText() const;
 };
 
 struct Counts {
@@ -45,6 +48,8 @@ struct Counts {
   std::int64_t suppressed = 0;
   std::int64_t unknown = 0;
   std::int64_t notCollected = 0;
+
+  void add(const Result& result);
 };
 
 struct EvaluationOptions {
@@ -70,8 +75,8 @@ class Findings {
   void evaluate(inventory::Reader& reader, const std::vector<inventory::CollectionInfo>& collections,
                 const EvaluationOptions& options);
 
-  // The results by rules, then servers, then objects.
-  void forEach(const std::function<void(const Result&)>& each);
+  // The results by rules, then servers, then objects. Without `data` they have it as text alone.
+  void forEach(const std::function<void(const Result&)>& each, bool withData = true);
   // The same of one server.
   void forEachOf(std::size_t server, const std::function<void(const Result&)>& each);
 
@@ -88,7 +93,7 @@ class Findings {
   class Evaluation;
 
   void insert(Result result);
-  void select(const std::string& condition, const std::function<void(const Result&)>& each);
+  void select(const std::string& condition, bool withData, const std::function<void(const Result&)>& each);
 
   const std::vector<Rule>& rules_;
   IgnoreFile ignored_;
@@ -106,8 +111,5 @@ class Findings {
 std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
                                         const std::vector<inventory::CollectionInfo>& collections,
                                         const std::vector<Rule>& rules, const FindingsOptions& options);
-
-// An object as ignore files name it: SERVER/KIND/KEY.
-std::string objectName(const std::string& server, const Result& result);
 
 }  // namespace host

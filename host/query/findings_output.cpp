@@ -23,78 +23,53 @@ std::string dumped(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// "finding", "suppressed", "unknown" or "not collected".
-const char* wordFor(const Result& result) {
-  if (result.ignored != nullptr) return "suppressed";
-  return result.state == State::kFinding   ? "finding"
-         : result.state == State::kUnknown ? "unknown"
-                                           : "not collected";
-}
-
-Json evidenceJson(const Rule& rule, const Result& result) {
-  Json all = Json::object();
-  for (std::size_t at = 0; at < result.evidence.size(); ++at) {
-    const auto& value = result.evidence[at];
-    Json& json = all[rule.columns[at].name];
-    if (!value) continue;
-    if (rule.columns[at].type == inventory::Type::kBoolean) {
-      json = *value != "0";
-    } else if (rule.columns[at].type == inventory::Type::kInteger) {
-      json = Json::parse(*value, nullptr, false);
-      if (json.is_discarded()) json = *value;
-    } else {
-      json = *value;
-    }
-  }
-  return all;
-}
-
-Json jsonOf(const Findings& findings, const Result& result) {
+// What a result has from its rule and its server.
+Json headOf(const Findings& findings, const Result& result) {
   const Rule& rule = findings.rules()[result.rule];
   const inventory::CollectionInfo& server = findings.servers()[result.server];
-  Json json{{"state", wordFor(result)},
-            {"rule", rule.id},
-            {"title", rule.title},
-            {"severity", host::wordFor(rule.severity)},
-            {"category", rule.category},
-            {"server", server.server},
-            {"object_kind", result.kind.empty() ? "server" : result.kind},
-            {"object", result.kind.empty() ? server.server : result.name},
-            {"evidence", evidenceJson(rule, result)},
-            {"file", server.file}};
-  json["node"] = result.node.empty() ? Json() : Json(result.node);
-  json["line"] = result.line == 0 ? Json() : Json(result.line);
-  json["fingerprint"] = result.fingerprint.empty() ? Json() : Json(result.fingerprint);
-  if (result.ignored != nullptr)
-    json["suppression"] = {{"reason", result.ignored->reason}, {"until", result.ignored->until}};
-  return json;
+  return {{"state", result.stateText()}, {"rule", rule.id},
+          {"title", rule.title},         {"severity", wordFor(rule.severity)},
+          {"category", rule.category},   {"server", server.server},
+          {"file", server.file}};
 }
 
 void writeJson(Findings& findings, bool withSuppressed, bool isArray, Output& output) {
   std::string_view separator = isArray ? "[\n" : "";
-  findings.forEach([&](const Result& result) {
+  const auto write = [&](const Result& result) {
     if (result.ignored != nullptr && !withSuppressed) return;
+    std::string object = dumped(headOf(findings, result));
+    object.back() = ',';
+    object.append(result.text, 1);
+    if (result.ignored != nullptr) {
+      object.back() = ',';
+      object += "\"suppression\":" +
+                dumped({{"reason", result.ignored->reason}, {"until", result.ignored->until}}) + "}";
+    }
     output.write(separator);
-    output.write(dumped(jsonOf(findings, result)));
+    output.write(object);
     separator = isArray ? ",\n" : "\n";
-  });
-  output.write(!isArray ? (separator.empty() ? "" : "\n") : separator == "[\n" ? "[]\n" : "\n]\n");
+  };
+  findings.forEach(write, false);
+  output.write(!isArray ? separator : separator == "[\n" ? "[]\n" : "\n]\n");
 }
 
 void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
+  constexpr const char* kKeys[] = {"state",       "severity",    "rule",       "title", "server",
+                                   "object_kind", "object",      "evidence",   "file",  "node",
+                                   "line",        "fingerprint", "suppression"};
   Listing listing;
-  for (const char* const name : {"State", "Severity", "Rule", "Title", "Server", "Kind", "Object", "Evidence",
-                                 "File", "Node", "Line", "Fingerprint", "Suppressed because"})
-    listing.columns.push_back({name});
+  for (const char* const key : kKeys) listing.columns.push_back({key});
   listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
     findings.forEach([&](const Result& result) {
       if (result.ignored != nullptr && !withSuppressed) return;
-      const Rule& rule = findings.rules()[result.rule];
-      const inventory::CollectionInfo& server = findings.servers()[result.server];
-      each({wordFor(result), std::string(host::wordFor(rule.severity)), rule.id, rule.title, server.server,
-            result.kind.empty() ? "server" : result.kind, result.name, evidenceText(rule, result),
-            server.file, result.node, result.line == 0 ? Value() : std::to_string(result.line),
-            result.fingerprint, result.ignored == nullptr ? Value() : result.ignored->reason});
+      Json json = headOf(findings, result);
+      json.update(result.data);
+      json["evidence"] = evidenceText(result);
+      if (result.ignored != nullptr) json["suppression"] = result.ignored->reason;
+      Row row;
+      for (const char* const key : kKeys)
+        row.push_back(json[key].is_null() ? Value() : evidenceValue(json[key]));
+      each(row);
     });
   };
   print(listing, {Format::kCsv}, output);
@@ -114,7 +89,7 @@ class TableWriter {
     findings_.forEach([&](const Result& result) {
       if (result.ignored != nullptr && !withSuppressed_) return;
       if (rule_ != result.rule) beginRule(result.rule);
-      if (result.state == State::kNotCollected && result.kind.empty()) {
+      if (result.state == State::kNotCollected && result.objectId == 0) {
         notCollected_.insert(findings_.servers()[result.server].server);
         return;
       }
@@ -137,7 +112,7 @@ class TableWriter {
     const Counts& counts = findings_.counts()[place];
     const bool hasFindings = counts.findings > 0;
     output_.write(std::string(isFirst_ ? "" : "\n") +
-                  colored(std::string(host::wordFor(rule.severity)) + ": " + rule.title,
+                  colored(std::string(wordFor(rule.severity)) + ": " + rule.title,
                           hasFindings ? Ink::kProblem : Ink::kNotice, STDOUT_FILENO) +
                   " [" + rule.id + "]\n");
     isFirst_ = false;
@@ -154,11 +129,13 @@ class TableWriter {
   }
 
   void writeResult(const Result& result) {
-    const std::string object = result.kind.empty() ? "server" : result.kind + " " + result.name;
-    if (result.state != State::kFinding)
-      return wrapped("    ", object + (result.state == State::kUnknown ? ": could not be evaluated"
-                                                                       : ": not collected"));
-    const std::string evidence = evidenceText(findings_.rules()[result.rule], result);
+    const std::string object = result.objectText();
+    if (!result.isFinding()) {
+      const char* const why =
+          result.state == State::kUnknown ? ": could not be evaluated" : ": not collected";
+      return wrapped("    ", object + why);
+    }
+    const std::string evidence = evidenceText(result);
     wrapped("    ", object + (evidence.empty() ? "" : ": " + evidence));
     if (result.ignored == nullptr) return;
     const std::string& until = result.ignored->until;
@@ -221,13 +198,12 @@ constexpr SarifSeverity kSarif[] = {
 
 Json sarifRule(const Rule& rule) {
   const SarifSeverity& severity = kSarif[static_cast<std::size_t>(rule.severity)];
-  Json json{
-      {"id", rule.id},
-      {"shortDescription", {{"text", rule.title}}},
-      {"fullDescription", {{"text", rule.why}}},
-      {"help", {{"text", rule.fix}}},
-      {"defaultConfiguration", {{"level", severity.level}}},
-      {"properties", {{"tags", Json::array({rule.category})}, {"severity", host::wordFor(rule.severity)}}}};
+  Json json{{"id", rule.id},
+            {"shortDescription", {{"text", rule.title}}},
+            {"fullDescription", {{"text", rule.why}}},
+            {"help", {{"text", rule.fix}}},
+            {"defaultConfiguration", {{"level", severity.level}}},
+            {"properties", {{"tags", Json::array({rule.category})}, {"severity", wordFor(rule.severity)}}}};
   for (const Rule::Reference& each : rule.references) {
     if (!each.address.empty() && !json.contains("helpUri")) json["helpUri"] = each.address;
     json["properties"]["tags"].push_back(each.id.empty() ? each.name : each.name + " " + each.id);
@@ -254,37 +230,34 @@ std::string uriOf(const std::string& path) {
 Json sarifResult(const Findings& findings, const Result& result) {
   const Rule& rule = findings.rules()[result.rule];
   const inventory::CollectionInfo& server = findings.servers()[result.server];
-  const bool isFinding = result.state == State::kFinding;
-  const std::string object =
-      result.kind.empty() ? server.server : result.kind + " " + result.name + " of " + server.server;
-  const std::string evidence = evidenceText(rule, result);
-  const std::string message = rule.title + ": " + object +
-                              (isFinding ? evidence.empty() ? "" : " (" + evidence + ")"
-                               : result.state == State::kUnknown ? " could not be evaluated"
-                                                                 : " was not collected");
+  const std::string evidence = evidenceText(result);
+  std::string message = rule.title + ": " + result.objectText() + " of " + server.server;
+  if (result.state == State::kUnknown) message += " could not be evaluated";
+  if (result.state == State::kNotCollected) message += " was not collected";
+  if (result.isFinding() && !evidence.empty()) message += " (" + evidence + ")";
   Json location{{"physicalLocation", {{"artifactLocation", {{"uri", uriOf(server.file)}}}}}};
-  if (result.line > 0) location["physicalLocation"]["region"] = {{"startLine", result.line}};
-  location["logicalLocations"] = Json::array({{{"name", result.kind.empty() ? server.server : result.name},
-                                               {"fullyQualifiedName", objectName(server.server, result)},
-                                               {"kind", result.kind.empty() ? "server" : result.kind}}});
+  if (result.data.contains("line") && !result.data["line"].is_null())
+    location["physicalLocation"]["region"] = {{"startLine", result.data["line"]}};
+  location["logicalLocations"] = Json::array({{{"name", result.data["object"]},
+                                               {"fullyQualifiedName", result.data["object_path"]},
+                                               {"kind", result.data["object_kind"]}}});
   Json json{{"ruleId", rule.id},
             {"ruleIndex", result.rule},
-            {"kind", isFinding                         ? "fail"
+            {"kind", result.isFinding()                ? "fail"
                      : result.state == State::kUnknown ? "open"
                                                        : "notApplicable"},
-            {"level", isFinding ? kSarif[static_cast<std::size_t>(rule.severity)].level : "none"},
+            {"level", result.isFinding() ? kSarif[static_cast<std::size_t>(rule.severity)].level : "none"},
             {"message", {{"text", message}}},
-            {"locations", Json::array({location})}};
-  if (isFinding) {
-    json["partialFingerprints"] = {{"primaryLocationLineHash", result.fingerprint}};
-    json["properties"] = {
-        {"server", server.server}, {"node", result.node}, {"evidence", evidenceJson(rule, result)}};
-  }
+            {"locations", Json::array({location})},
+            {"properties", result.data}};
+  if (result.isFinding())
+    json["partialFingerprints"] = {{"primaryLocationLineHash", result.data["fingerprint"]}};
   if (result.ignored != nullptr) {
-    json["suppressions"] = Json::array(
-        {{{"kind", "external"}, {"status", "accepted"}, {"justification", result.ignored->reason}}});
-    if (!result.ignored->until.empty())
-      json["suppressions"][0]["properties"] = {{"until", result.ignored->until}};
+    const Json until{{"until", result.ignored->until}};
+    json["suppressions"] = Json::array({{{"kind", "external"},
+                                         {"status", "accepted"},
+                                         {"justification", result.ignored->reason},
+                                         {"properties", until}}});
   }
   return json;
 }
@@ -336,17 +309,18 @@ void writeFindings(Findings& findings, FindingsFormat format, bool withSuppresse
   }
 }
 
-std::string evidenceValue(const Rule::EvidenceColumn& column, const std::optional<std::string>& value) {
-  if (!value) return "unknown";
-  if (column.type == inventory::Type::kBoolean) return *value == "0" ? "no" : "yes";
-  return *value;
+std::string evidenceValue(const nlohmann::ordered_json& value) {
+  if (value.is_null()) return "unknown";
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+  return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-std::string evidenceText(const Rule& rule, const Result& result) {
+std::string evidenceText(const Result& result) {
   std::string text;
-  for (std::size_t at = 0; at < result.evidence.size(); ++at) {
-    const std::string value = evidenceValue(rule.columns[at], result.evidence[at]);
-    if (!value.empty()) text += (text.empty() ? "" : ", ") + rule.columns[at].name + " = " + value;
+  if (!result.data.contains("evidence")) return text;
+  for (const auto& [name, json] : result.data["evidence"].items()) {
+    const std::string value = evidenceValue(json);
+    if (!value.empty()) text += (text.empty() ? "" : ", ") + name + " = " + value;
   }
   return text;
 }

@@ -17,9 +17,9 @@ FindingsFormat findingsFormatOf(const std::string& name);
 // findings; the others have them where `withSuppressed`.
 void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output);
 
-// The evidence of a result in one line: "path = D:\Files, may_write = yes".
-std::string evidenceText(const Rule& rule, const Result& result);
+// The evidence of a result in one line: "path = D:\Files, may_write = yes". Empty texts are left out.
+std::string evidenceText(const Result& result);
 // A value of it as people read it.
-std::string evidenceValue(const Rule::EvidenceColumn& column, const std::optional<std::string>& value);
+std::string evidenceValue(const nlohmann::ordered_json& value);
 
 }  // namespace host
