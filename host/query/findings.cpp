@@ -149,6 +149,7 @@ class Findings::Evaluation {
                   Result::State::kUnknown,
                   row.number(inventory::kObjectId),
                   objectOf(row, server.server),
+                  {},
                   nullptr};
     if (row.cell(inventory::kObjectHolds)) result.state = Result::State::kFinding;
     if (!isItemCollected(server, row)) result.state = Result::State::kNotCollected;
