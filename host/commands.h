@@ -26,6 +26,7 @@ void addShow(CLI::App& program, Work& work);
 void addDiff(CLI::App& program, Work& work);
 void addReport(CLI::App& program, Work& work);
 void addFindings(CLI::App& program, Work& work);
+void addRules(CLI::App& program, Work& work);
 void addServers(CLI::App& program, Work& work);
 void addRemove(CLI::App& program, Work& work);
 void addRename(CLI::App& program, Work& work);

@@ -1,187 +1,152 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
-#include <sstream>
 
-#include "host/color.h"
 #include "host/commands.h"
-#include "host/findings.h"
-#include "host/listing.h"
 #include "host/nearest.h"
+#include "host/new_file.h"
 #include "host/problem_groups.h"
+#include "host/query/findings_output.h"
+#include "host/query/rule_options.h"
 #include "host/retry.h"
 #include "host/servers.h"
-#include "host/spool.h"
-#include "host/terminal_text.h"
 #include "inventory/names.h"
 
 namespace host {
 namespace {
 
 constexpr const char* kFooter =
-    "A rule that needs tabs that weren't collected, or values that aren't known, is\n"
-    "reported as one that could not be evaluated.\n"
+    "Evaluates the rules of a profile (default, stig-iis6, migration or a file) and\n"
+    "of --rules; 'iisinventory rules' lists them. FILE's extension is its format:\n"
+    ".txt, .csv, .json, .jsonl or .sarif. Ignored findings are those that the file\n"
+    "of --ignore-file lists (default: DATABASE.ignore, if it exists).\n"
     "\n"
-    "Exit status: 0; with --fail-on, 1 if such a rule has a finding or could not be\n"
-    "evaluated; 2 on errors. 'any' means every rule.\n"
+    "Exit status: 0; with --fail-on, 1 if a finding that is not ignored matches, or\n"
+    "a matching rule could not be evaluated (with --strict: or was not collected);\n"
+    "2 on errors. 'any' means every rule, a severity also the higher ones.\n"
     "\n"
     "Examples:\n"
     "  iisinventory findings -d inventory.db\n"
     "  iisinventory findings -d inventory.db --server WEB01 --format csv\n"
-    "  iisinventory findings -d inventory.db --fail-on anonymous-write\n"
-    "  iisinventory findings --rules";
+    "  iisinventory findings -d inventory.db --output out.sarif --fail-on high\n"
+    "  iisinventory findings -d inventory.db --write-ignore inventory.db.ignore";
 
 constexpr std::string_view kAny = "any";
-constexpr const char* kCouldNotEvaluate = "Could not evaluate";
 
 struct Raw {
   RawDatabase database;
-  std::vector<std::string> servers;
-  std::vector<std::string> failOn;
-  std::string at;
-  std::string format;
-  bool listRules = false;
+  RawRules rules;
+  std::vector<std::string> servers, failOn, outputs;
+  std::string at, format, writeIgnore;
+  bool showSuppressed = false;
+  bool strict = false;
 };
 
-// Columns of the spooled rows. A row without a rule says that there is nothing about a server.
-enum Field : std::size_t { kServer, kRule, kTitle, kKind, kName, kEvidence, kNotEvaluated, kFieldCount };
+struct Request {
+  std::string database;
+  inventory::Access access;
+  std::vector<std::string> servers;
+  std::string at;
+  std::vector<Rule> rules;
+  FindingsOptions options;
+  bool isComplete = false;  // neither servers nor rules are left out
+};
 
-constexpr char kBetweenEvidence = '\0';  // no value has one
+// A condition of --fail-on: a severity, or a pattern of ids.
+struct FailOn {
+  std::string text;
+  std::optional<Severity> severity;
 
-// Evaluates the rules for each server and keeps the results as rows.
-Spool evaluateAll(const Raw& raw, const std::string& database, const inventory::Access& access,
-                  const std::string& at) {
-  const auto inventory = inventory::openForReading(database, access);
-  inventory::Reader reader = inventory->read(reportSuccessor);
-  Spool rows;
-  reader.forEach(chosenServers(reader, raw.servers, at), [&](std::unique_ptr<inventory::ServerData> data) {
-    const std::string& server = data->server();
-    std::vector<Unevaluated> notEvaluated;
-    bool isEmpty = true;
-    const auto found = [&](const Finding& finding) {
-      std::string evidence;
-      for (const std::string& text : finding.evidence) {
-        if (!evidence.empty()) evidence += kBetweenEvidence;
-        evidence += text;
-      }
-      isEmpty = false;
-      rows.add(std::array<inventory::Cell, kFieldCount>{
-          server, finding.rule->name, finding.rule->title, finding.kind, finding.name, evidence, {}});
-    };
-    evaluateRules(*data, {found, [&](Unevaluated each) { notEvaluated.push_back(std::move(each)); }});
-    for (const Unevaluated& each : notEvaluated) {
-      rows.add(std::array<inventory::Cell, kFieldCount>{
-          server, each.rule->name, each.rule->title, {}, {}, {}, each.reason});
-    }
-    if (isEmpty && notEvaluated.empty()) rows.add(std::array<inventory::Cell, kFieldCount>{server});
-  });
-  return rows;
+  bool matches(const Rule& rule) const {
+    if (severity) return rule.severity >= *severity;
+    return inventory::sameName(text, kAny) || matchesPattern(rule.id, text);
+  }
+};
+
+std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
+  std::vector<FailOn> all;
+  std::vector<std::string> known{std::string(kAny)};
+  known.insert(known.end(), kSeverities.begin(), kSeverities.end());
+  for (const Rule& rule : rules) known.push_back(rule.id);
+  for (const std::string& text : commaSeparated(raw.failOn)) {
+    const FailOn condition{text, severityOf(text)};
+    const bool isKnown =
+        condition.severity || inventory::sameName(text, kAny) ||
+        std::ranges::any_of(rules, [&](const Rule& rule) { return condition.matches(rule); });
+    if (!isKnown)
+      throw UsageError("--fail-on: no rule '" + text + "' is evaluated" + didYouMean(text, known));
+    all.push_back(condition);
+  }
+  return all;
 }
 
-void writeWrapped(const std::string& start, const std::string& text, Output& output) {
-  const std::size_t width = std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO));
-  std::string lead = start;
-  for (const std::string& line : wrapToWidth(harmless(text), width - displayWidth(start))) {
-    output.write(lead + line + "\n");
-    lead = std::string(displayWidth(start), ' ');
+void reportEntries(const Findings& findings, bool isComplete) {
+  for (const IgnoreFile::Entry& entry : findings.ignoreFile().entries()) {
+    const std::string place = "'" + findings.ignoreFile().name() + "' line " + std::to_string(entry.line);
+    if (entry.isExpired) {
+      complain(place + " expired on " + entry.until + ": " + entry.reason);
+    } else if (!entry.hasMatched && isComplete) {
+      complain(place + " matches no finding: " + entry.reason);
+    }
   }
 }
 
-const Rule& ruleOf(const Row& row) {
-  return *std::ranges::find(rules(), *row[kRule], &Rule::name);
-}
-
-void printForPeople(Spool& rows, Output& output) {
-  std::int64_t count = 0;
-  std::string server;
-  Value title;  // of the part of the server's output
-  rows.forEach(kFieldCount, [&](const Row& row) {
-    if (*row[kServer] != server) {
-      output.write((server.empty() ? "" : "\n") + harmless(*row[kServer]) + "\n");
-      server = *row[kServer];
-      title.reset();
-    }
-    if (!row[kRule]) return output.write("  nothing\n");
-    if (row[kNotEvaluated]) {
-      if (title != kCouldNotEvaluate)
-        output.write("\n  " + colored(kCouldNotEvaluate, Ink::kNotice, STDOUT_FILENO) + "\n");
-      title = kCouldNotEvaluate;
-      return writeWrapped("    ", *row[kRule] + ": " + *row[kNotEvaluated], output);
-    }
-    ++count;
-    if (title != row[kTitle]) {
-      title = row[kTitle];
-      output.write("\n  " + colored(*title, Ink::kProblem, STDOUT_FILENO) + " [" + *row[kRule] + "]\n");
-      writeWrapped("  ", std::string(ruleOf(row).why), output);
-    }
-    writeWrapped("    ", *row[kKind] + " " + *row[kName], output);
-    std::istringstream evidence(*row[kEvidence]);
-    for (std::string line; std::getline(evidence, line, kBetweenEvidence);)
-      writeWrapped("      ", line, output);
+void writeIgnoreFile(Findings& findings, const std::filesystem::path& path) {
+  NewFile file(path);
+  file.output().write(
+      "# Ignored findings: FINGERPRINT | UNTIL | REASON, or RULE: SERVER/KIND/KEY | UNTIL | REASON.\n");
+  findings.forEach([&](const Result& result) {
+    if (!result.isFinding()) return;
+    const std::string fingerprint = result.data["fingerprint"], object = result.data["object_path"];
+    file.output().write(result.ignored != nullptr
+                            ? ignoreLine(fingerprint, result.ignored->until, result.ignored->reason)
+                            : ignoreLine(fingerprint, "", findings.rules()[result.rule].id + ": " + object));
   });
-  output.write("\n" + counted(count, "finding", "findings") + "\n");
+  file.finish();
 }
 
-void printForPrograms(Spool& rows, Format format, Output& output) {
-  Listing listing{{{"Server"}, {"Rule"}, {"Title"}, {"Object"}, {"Name"}, {"Evidence"}, {kCouldNotEvaluate}},
-                  {}};
-  listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
-    rows.forEach(kFieldCount, [&](const Row& row) {
-      if (!row[kRule]) return;
-      Row shown = row;
-      if (shown[kEvidence]) {
-        for (std::size_t at = 0; (at = shown[kEvidence]->find(kBetweenEvidence, at)) != std::string::npos;)
-          shown[kEvidence]->replace(at, 1, "; ");
-      }
-      each(shown);
-    });
-  };
-  print(listing, {format}, output);
-}
-
-void printRules(Format format, Output& output) {
-  if (format == Format::kTable) {
-    for (const Rule& rule : rules()) {
-      output.write(std::string(rule.name) + "\n");
-      writeWrapped("    ", std::string(rule.title) + ". " + std::string(rule.why), output);
-      if (!rule.source.empty()) output.write("    " + std::string(rule.source) + "\n");
-    }
-    return;
-  }
-  Listing listing{{{"Rule"}, {"Title"}, {"Why"}, {"Source"}}, {}};
-  listing.forEachRow = [](const std::function<void(const Row&)>& each) {
-    for (const Rule& rule : rules()) {
-      each(
-          {std::string(rule.name), std::string(rule.title), std::string(rule.why), std::string(rule.source)});
-    }
-  };
-  print(listing, {format}, output);
-}
-
-// 1 if a rule of --fail-on has a finding or could not be evaluated.
-int statusOf(const Raw& raw, Spool& rows) {
+int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool strict) {
   int status = 0;
-  rows.forEach(kFieldCount, [&](const Row& row) {
-    const auto isMeant = [&](const std::string& name) {
-      return inventory::sameName(name, kAny) || inventory::sameName(name, *row[kRule]);
-    };
-    if (!row[kRule] || std::ranges::none_of(raw.failOn, isMeant)) return;
-    status = 1;
-    if (row[kNotEvaluated])
-      complain("could not evaluate " + *row[kRule] + " for " + *row[kServer] + ": " + *row[kNotEvaluated]);
-  });
+  for (std::size_t at = 0; at < findings.rules().size(); ++at) {
+    const Rule& rule = findings.rules()[at];
+    const Counts& counts = findings.counts()[at];
+    if (std::ranges::none_of(failOn, [&](const FailOn& each) { return each.matches(rule); })) continue;
+    if (counts.findings > 0) status = 1;
+    if (counts.unknown > 0) {
+      status = 1;
+      complain("could not evaluate " + rule.id + " for " + counted(counts.unknown, "object", "objects"));
+    }
+    if (strict && counts.notCollected > 0) {
+      status = 1;
+      complain("not collected for " + rule.id + ": " +
+               counted(counts.notCollected, "server or object", "servers and objects"));
+    }
+  }
   return status;
 }
 
-void requireRules(const std::vector<std::string>& names) {
-  std::vector<std::string> known{std::string(kAny)};
-  for (const Rule& rule : rules()) known.emplace_back(rule.name);
-  for (const std::string& name : names) {
-    if (std::ranges::any_of(known, [&](const std::string& rule) { return inventory::sameName(rule, name); }))
-      continue;
-    const std::string meant = didYouMean(name, known);
-    throw UsageError("--fail-on: no rule '" + name + "'" + (meant.empty() ? "; --rules lists them" : meant));
+int run(const Raw& raw, const Request& request, const std::vector<FailOn>& failOn, Output& output) {
+  auto evaluated = retryOnDisconnect([&] {
+    const auto inventory = inventory::openForReading(request.database, request.access);
+    inventory::Reader reader = inventory->read(reportSuccessor);
+    return evaluateRules(reader, chosenServers(reader, request.servers, request.at), request.rules,
+                         request.options);
+  });
+  Findings& findings = *evaluated;
+  for (const std::string& failure : findings.failures()) complain(failure);
+  reportEntries(findings, request.isComplete);
+  for (const std::string& name : raw.outputs) {
+    NewFile file(wholePath("--output", name));
+    writeFindings(findings, findingsFormatOf(std::filesystem::path(name).extension().string()),
+                  raw.showSuppressed, file.output());
+    file.finish();
   }
+  if (!raw.writeIgnore.empty()) writeIgnoreFile(findings, wholePath("--write-ignore", raw.writeIgnore));
+  const int status = findings.failures().empty() ? statusOf(findings, failOn, raw.strict) : 2;
+  return printed(output, status, [&] {
+    if (raw.outputs.empty() || !raw.format.empty())
+      writeFindings(findings, raw.format.empty() ? FindingsFormat::kTable : findingsFormatOf(raw.format),
+                    raw.showSuppressed, output);
+  });
 }
 
 }  // namespace
@@ -192,32 +157,31 @@ void addFindings(CLI::App& program, Work& work) {
   addDatabase(command, raw->database);
   addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
   addAt(command, raw->at);
-  addFormat(command, raw->format);
-  addList(command, "--fail-on", raw->failOn, "RULE", "Status 1 if it has a finding (repeatable)");
-  command.add_flag("--rules", raw->listRules, "List the rules, and stop");
+  command.add_option("-f,--format", raw->format, "table, csv, json, jsonl or sarif (default: table)")
+      ->type_name("FORMAT");
+  addList(command, "-o,--output", raw->outputs, "FILE", "File to write (repeatable)");
+  addRuleOptions(command, raw->rules);
+  addFindingsOptions(command, raw->rules);
+  command.add_option("--write-ignore", raw->writeIgnore, "Write an ignore file with all findings")
+      ->type_name("FILE");
+  command.add_flag("--show-suppressed", raw->showSuppressed, "List ignored findings too");
+  addList(command, "--fail-on", raw->failOn, "SEVERITY|RULE", "Status 1 if a finding matches (repeatable)");
+  command.add_flag("--strict", raw->strict, "Let --fail-on count what was not collected");
   command.footer(kFooter);
   command.callback([raw, &work] {
-    const Format format = formatOf(raw->format);
-    requireRules(raw->failOn);
-    if (raw->listRules) {
-      work = [format](Output& output) {
-        printRules(format, output);
-        output.flush();
-        return 0;
-      };
-      return;
-    }
     refuseEmpty("--server", raw->servers);
-    work = [raw, format, database = raw->database.name(), access = raw->database.access(),
-            at = timeOf("--at", raw->at)](Output& output) {
-      Spool rows = retryOnDisconnect([&] { return evaluateAll(*raw, database, access, at); });
-      return printed(output, statusOf(*raw, rows), [&] {
-        if (format == Format::kTable) {
-          printForPeople(rows, output);
-        } else {
-          printForPrograms(rows, format, output);
-        }
-      });
+    refuseEmpty("--output", raw->outputs);
+    if (!raw->format.empty()) findingsFormatOf(raw->format);
+    for (const std::string& name : raw->outputs)
+      findingsFormatOf(std::filesystem::path(name).extension().string());
+    Request request{
+        raw->database.name(), raw->database.access(), raw->servers, timeOf("--at", raw->at), {}, {}, false};
+    const RuleOptions options = ruleOptionsOf(raw->rules);
+    request.rules = chooseRules(options);
+    request.options = findingsOptionsOf(raw->rules, request.database);
+    request.isComplete = raw->servers.empty() && raw->at.empty() && isEverything(options);
+    work = [raw, request, failOn = failOnOf(*raw, request.rules)](Output& output) {
+      return run(*raw, request, failOn, output);
     };
   });
 }

@@ -19,9 +19,9 @@ constexpr const char* kProgramFooter =
     "\n"
     "See 'iisinventory COMMAND --help' for a command.";
 
-constexpr void (*kCommands[])(CLI::App&, Work&) = {addCollect, addCheck,    addServers, addShow,
-                                                   addReport,  addFindings, addDiff,    addRename,
-                                                   addRemove,  addCopy,     addVerify,  addSchemaCommand};
+constexpr void (*kCommands[])(CLI::App&, Work&) = {
+    addCollect, addCheck,  addServers, addShow, addReport, addFindings,     addRules,
+    addDiff,    addRename, addRemove,  addCopy, addVerify, addSchemaCommand};
 
 class Parser {
  public:

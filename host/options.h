@@ -9,16 +9,12 @@
 #include <vector>
 
 #include "host/output.h"
+#include "host/query/findings.h"
 #include "host/sections.h"
+#include "host/usage_error.h"
 #include "inventory/inventory.h"
 
 namespace host {
-
-// What is wrong with the command line, for the person who typed it.
-class UsageError : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
 
 struct CollectOptions {
   std::vector<std::string> metabases;  // as given
@@ -85,6 +81,9 @@ struct ReportOptions {
   std::vector<std::string> servers;  // all where none is named
   std::filesystem::path output;      // absolute; empty for the standard output
   std::string at = {};               // a time in UTC; empty for the current collections
+  std::string profile = {};  // of the rules
+  std::vector<Rule> rules = {};
+  FindingsOptions findings = {};
 };
 
 struct CheckOptions {

@@ -13,10 +13,10 @@
 #include <utility>
 #include <vector>
 
-#include "host/findings.h"
 #include "host/new_file.h"
 #include "host/private_folder.h"
 #include "host/problem_groups.h"
+#include "host/query/findings_output.h"
 #include "host/report_drawing.h"
 #include "host/report_items.h"
 #include "host/report_parts.h"
@@ -110,8 +110,7 @@ class TemporaryFile {
 
 // What a server adds to the head of the page.
 struct Summary {
-  std::vector<std::int64_t> findings;  // by rule
-  std::vector<bool> isUnevaluated;     // by rule
+  std::vector<Counts> counts;  // by rule
   std::int64_t sites = 0;
   std::int64_t pools = 0;
 };
@@ -119,10 +118,11 @@ struct Summary {
 // The section of one server.
 class ServerSection {
  public:
-  ServerSection(const ServerData& server, std::string anchor, Output& output)
-      : server_(server), anchor_(std::move(anchor)), output_(output) {
-    summary_.findings.resize(rules().size());
-    summary_.isUnevaluated.resize(rules().size());
+  // `place`: of the server in the findings.
+  ServerSection(const ServerData& server, Findings& findings, std::size_t place, std::string anchor,
+                Output& output)
+      : server_(server), findings_(findings), place_(place), anchor_(std::move(anchor)), output_(output) {
+    summary_.counts.resize(findings.rules().size());
     summary_.sites = static_cast<std::int64_t>(server.rowCount(kSites));
     summary_.pools = static_cast<std::int64_t>(server.rowCount(kPools));
   }
@@ -165,35 +165,32 @@ class ServerSection {
     std::string findings, ofRule;
     const Rule* rule = nullptr;
     const auto closeRule = [&] {
-      if (rule != nullptr) {
-        data entry;
-        entry.set("title", std::string(rule->title));
-        entry.set("why", std::string(rule->why));
-        entry.set("count", std::to_string(summary_.findings[placeOf(*rule)]));
-        findings += render(parts::rule_start, entry) + ofRule + parts::rule_end;
-      }
+      if (!ofRule.empty()) findings += ruleStart(*rule) + ofRule + parts::rule_end;
       ofRule.clear();
     };
-    const auto found = [&](const Finding& finding) {
-      if (finding.rule != rule) closeRule();
-      rule = finding.rule;
-      ++summary_.findings[placeOf(*rule)];
-      marks_[finding.object].push_back(rule);
-      ofRule += findingItem(finding);
-    };
-    const auto notEvaluated = [&](const Unevaluated& each) {
+    findings_.forEachOf(place_, [&](const Result& result) {
+      if (const Rule* const next = &findings_.rules()[result.rule]; next != rule) {
+        closeRule();
+        rule = next;
+      }
+      summary_.counts[result.rule].add(result);
+      if (result.isFinding()) {
+        if (result.ignored == nullptr) marks_[result.objectId].push_back(rule);
+        ofRule += findingRow(result);
+        return;
+      }
       data entry;
-      entry.set("title", std::string(each.rule->title));
-      entry.set("reason", harmless(each.reason));
+      entry.set("title", rule->title);
+      entry.set("reason",
+                harmless((result.objectId == 0 ? "" : result.objectText() + ": ") +
+                         (result.state == Result::State::kUnknown ? "not known" : "not collected")));
       unevaluated.push_back(entry);
-      summary_.isUnevaluated[placeOf(*each.rule)] = true;
-    };
-    evaluateRules(server_, {found, notEvaluated});
+    });
     closeRule();
     data page, rest;
     page.set("anchor", anchor_);
     page.set("name", harmless(server_.server()));
-    page.set("hasFindings", flag(!findings.empty()));
+    page.set("rules", ruleCounts());
     output_.write(render(parts::server_start, page));
     output_.write(findings);
     if (unevaluated.is_empty_list()) return;
@@ -201,18 +198,67 @@ class ServerSection {
     output_.write(render(parts::unevaluated, rest));
   }
 
-  static std::size_t placeOf(const Rule& rule) { return static_cast<std::size_t>(&rule - rules().data()); }
-
-  static std::string findingItem(const Finding& finding) {
-    data item, rows{data::type::list};
-    item.set("kind", std::string(finding.kind));
-    item.set("subject", harmless(finding.name));
-    for (const std::string& text : finding.evidence) {
-      data row;
-      row.set("row", harmless(text));
-      rows.push_back(row);
+  // How many rules pass, fail and so on; each counts once.
+  std::string ruleCounts() const {
+    std::int64_t failed = 0, unknown = 0, notCollected = 0;
+    for (const Counts& counts : summary_.counts) {
+      if (counts.findings > 0) {
+        ++failed;
+      } else if (counts.unknown > 0) {
+        ++unknown;
+      } else if (counts.notCollected > 0) {
+        ++notCollected;
+      }
     }
-    item.set("rows", rows);
+    const auto all = static_cast<std::int64_t>(summary_.counts.size());
+    std::string text = "Of " + counted(all, "rule", "rules") + " " +
+                       std::to_string(all - failed - unknown - notCollected) + " passed, " +
+                       std::to_string(failed) + " failed";
+    if (unknown > 0) text += ", " + std::to_string(unknown) + " could not be evaluated";
+    if (notCollected > 0) text += ", " + std::to_string(notCollected) + " not collected";
+    return text + ".";
+  }
+
+  std::string ruleStart(const Rule& rule) const {
+    data entry, columns{data::type::list}, references{data::type::list};
+    entry.set("title", rule.title);
+    entry.set("why", rule.why);
+    entry.set("fix", rule.fix);
+    entry.set("severity", std::string(wordFor(rule.severity)));
+    entry.set(
+        "count",
+        std::to_string(summary_.counts[static_cast<std::size_t>(&rule - findings_.rules().data())].findings));
+    for (const Rule::EvidenceColumn& column : rule.columns) {
+      data item;
+      std::string name = column.name;
+      std::ranges::replace(name, '_', ' ');
+      item.set("name", name);
+      columns.push_back(item);
+    }
+    for (const Rule::Reference& reference : rule.references) {
+      data item;
+      item.set("name", reference.name + (reference.id.empty() ? "" : " " + reference.id));
+      if (reference.address.starts_with("http")) item.set("address", reference.address);
+      references.push_back(item);
+    }
+    entry.set("columns", columns);
+    entry.set("references", references);
+    return render(parts::rule_start, entry);
+  }
+
+  static std::string findingRow(const Result& result) {
+    data item, cells{data::type::list};
+    item.set("subject", harmless(result.objectText()));
+    for (const auto& value : result.data["evidence"]) {
+      data cell;
+      cell.set("value", harmless(evidenceValue(value)));
+      cells.push_back(cell);
+    }
+    item.set("cells", cells);
+    if (result.ignored != nullptr) {
+      const std::string& until = result.ignored->until;
+      item.set("ignored", harmless(result.ignored->reason + (until.empty() ? "" : " (until " + until + ")")));
+    }
     return render(parts::finding, item);
   }
 
@@ -288,6 +334,8 @@ class ServerSection {
   }
 
   const ServerData& server_;
+  Findings& findings_;
+  const std::size_t place_;
   const std::string anchor_;
   Output& output_;
   Summary summary_;
@@ -305,25 +353,35 @@ struct RuleSummary {
 // The page. Servers are added one by one; what comes before their sections needs to know all of them.
 class Page {
  public:
-  explicit Page(TemporaryFile& sections) : sections_(sections), rules_(rules().size()) {}
+  Page(TemporaryFile& sections, Findings& findings, std::string profile)
+      : sections_(sections),
+        findings_(findings),
+        profile_(std::move(profile)),
+        rules_(findings.rules().size()) {
+    for (std::size_t at = 0; at < findings.servers().size(); ++at) places_[findings.servers()[at].id] = at;
+  }
 
   void add(const ServerData& server) {
     const std::string anchor = numbered("server-", ++servers_);
     name_ = server.server();
-    const Summary summary = ServerSection(server, anchor, sections_.output()).write();
+    // A server that was collected again meanwhile has its findings in the next report.
+    const auto found = places_.find(server.info().id);
+    const std::size_t place = found == places_.end() ? places_.size() : found->second;
+    const Summary summary = ServerSection(server, findings_, place, anchor, sections_.output()).write();
     sites_ += summary.sites;
     pools_ += summary.pools;
     std::int64_t findings = 0;
     for (std::size_t at = 0; at < rules_.size(); ++at) {
       RuleSummary& rule = rules_[at];
-      findings += summary.findings[at];
-      rule.findings += summary.findings[at];
-      rule.unevaluated += summary.isUnevaluated[at] ? 1U : 0U;
-      if (summary.findings[at] == 0 || ++rule.servers > kMaxLinks) continue;
+      const Counts& counts = summary.counts[at];
+      findings += counts.findings;
+      rule.findings += counts.findings;
+      rule.unevaluated += counts.unknown + counts.notCollected > 0 ? 1U : 0U;
+      if (counts.findings == 0 || ++rule.servers > kMaxLinks) continue;
       data link;
       link.set("anchor", anchor);
       link.set("name", harmless(server.server()));
-      link.set("count", std::to_string(summary.findings[at]));
+      link.set("count", std::to_string(counts.findings));
       rule.links.push_back(link);
     }
     addServerRow(server.info(), anchor, findings);
@@ -391,10 +449,16 @@ class Page {
       most = std::max(most, rule.findings);
       all += rule.findings;
     }
-    for (std::size_t at = 0; at < rules_.size(); ++at)
-      list.push_back(overviewRow(rules()[at], rules_[at], most));
+    for (std::size_t at = 0; at < rules_.size(); ++at) {
+      const std::vector<Rule>& rules = findings_.rules();
+      data entry = overviewRow(rules[at], rules_[at], most);
+      if (at == 0 || rules[at].severity != rules[at - 1].severity)
+        entry.set("group", std::string(wordFor(rules[at].severity)));
+      list.push_back(entry);
+    }
     const bool isComplete =
         std::ranges::all_of(rules_, [](const RuleSummary& each) { return each.unevaluated == 0; });
+    page.set("profile", harmless(profile_));
     page.set("lead", all > 0      ? "Matches per rule; evidence is under each server."
                      : isComplete ? "None of the rules holds for anything."
                                   : "None of the rules holds for what could be evaluated.");
@@ -405,9 +469,8 @@ class Page {
 
   static data overviewRow(const Rule& rule, const RuleSummary& summary, std::int64_t most) {
     data entry;
-    entry.set("title", std::string(rule.title));
-    entry.set("why", std::string(rule.why));
-    if (!rule.source.empty()) entry.set("source", std::string(rule.source));
+    entry.set("title", rule.title);
+    entry.set("why", rule.why);
     entry.set("count", std::to_string(summary.findings));
     entry.set("isNone", flag(summary.findings == 0));
     if (summary.findings > 0) {
@@ -422,6 +485,9 @@ class Page {
   }
 
   TemporaryFile& sections_;
+  Findings& findings_;
+  const std::string profile_;
+  std::unordered_map<std::int64_t, std::size_t> places_;  // of servers in the findings, by collection
   std::size_t servers_ = 0;
   std::string name_;  // of the latest
   std::int64_t sites_ = 0;
@@ -448,14 +514,17 @@ void report(const ReportOptions& options, Output& output) {
     endBySignal(signalNumber);
   });
   std::optional<TemporaryFile> sections;
+  std::unique_ptr<Findings> findings;
   std::optional<Page> page;
   retryOnDisconnect([&] {
     sections.emplace(folder.path() / "sections");
-    page.emplace(*sections);
     const auto inventory = inventory::openForReading(options.database, options.access);
     inventory::Reader reader = inventory->read(reportSuccessor);
-    reader.forEach(chosenServers(reader, options.servers, options.at),
-                   [&](std::unique_ptr<ServerData> server) { page->add(*server); });
+    const std::vector<CollectionInfo> collections = chosenServers(reader, options.servers, options.at);
+    findings = evaluateRules(reader, collections, options.rules, options.findings);
+    if (!findings->failures().empty()) throw RuleError(findings->failures().front());
+    page.emplace(*sections, *findings, options.profile);
+    reader.forEach(collections, [&](std::unique_ptr<ServerData> server) { page->add(*server); });
   });
   page->write(file ? file->output() : output);
   signals.ignore();

@@ -1,6 +1,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/commands.h"
+#include "host/query/rule_options.h"
 #include "host/report.h"
 
 namespace host {
@@ -19,6 +20,7 @@ struct Raw {
   std::vector<std::string> servers;
   std::string output;
   std::string at;
+  RawRules rules;
 };
 
 }  // namespace
@@ -30,10 +32,15 @@ void addReport(CLI::App& program, Work& work) {
   addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
   addAt(command, raw->at);
   command.add_option("-o,--output", raw->output, "File to write")->type_name("FILE");
+  addRuleOptions(command, raw->rules);
+  addFindingsOptions(command, raw->rules);
   command.footer(kFooter);
   command.callback([raw, &work] {
     refuseEmpty("--server", raw->servers);
     ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
+    options.profile = raw->rules.profile.empty() ? "default" : raw->rules.profile;
+    options.rules = chooseRules(ruleOptionsOf(raw->rules));
+    options.findings = findingsOptionsOf(raw->rules, options.database);
     options.at = timeOf("--at", raw->at);
     if (!raw->output.empty() && raw->output != "-") options.output = wholePath("--output", raw->output);
     work = [options](Output& output) {

@@ -6,7 +6,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "host/findings.h"
+#include "host/query/rule.h"
 #include "inventory/server_data.h"
 
 namespace host {

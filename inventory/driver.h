@@ -109,6 +109,9 @@ class Session {
 
   virtual std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters = {}) = 0;
 
+  // Ends each later query that takes longer, with Error.
+  virtual void limitQueries(std::chrono::milliseconds limit) = 0;
+
   // Prepares the adding of rows to a table; only one inserter is open on a session at a time.
   virtual std::unique_ptr<Inserter> insertInto(std::string_view table,
                                                std::span<const InsertColumn> columns) = 0;

@@ -51,6 +51,9 @@ class Reader {
  public:
   using OnSuccessor = std::function<void(const CollectionInfo& deleted)>;
 
+  // What is read at once where a reading may last.
+  static constexpr std::int64_t kMostRows = 20000;
+
   // Throws Error for a database without an inventory.
   explicit Reader(Driver& driver, OnSuccessor onSuccessor = {});
 
@@ -71,6 +74,14 @@ class Reader {
   void forEach(std::span<const CollectionInfo> collections,
                const std::function<void(std::unique_ptr<ServerData>)>& each);
 
+  // Runs `work` for some collections in pieces, each in one transaction. `selected` of withViews() is for
+  // queries over the views, which show these collections and no others.
+  using Piece = std::function<void(Session&, std::span<const CollectionInfo>, const std::string& selected)>;
+  void inViews(std::span<const CollectionInfo> collections, const Piece& work);
+
+  // Whether the role that reads may do more on its server than read tables: run programs, read files.
+  bool isPrivileged();
+
   // Runs a query over the views, which show the collections of the selection and no others. `sql` begins with
   // "select".
   void query(const std::string& sql, const Selection& selection, const std::function<void(Cursor&)>& eachRow);
@@ -78,7 +89,8 @@ class Reader {
   // Some collections in pieces, at most so many at once, each in one transaction. Some of them may have been
   // deleted meanwhile.
   using OnPiece = std::function<void(Session&, std::span<const CollectionInfo> piece)>;
-  void forEachPiece(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each);
+  void forEachPiece(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each,
+                    std::int64_t mostRows = kMostRows);
   // The rows of some collections in a table, with all columns, in their order.
   static std::unique_ptr<Cursor> rowsOf(Session& session, const Table& table,
                                         const std::vector<std::int64_t>& collections);
@@ -87,7 +99,10 @@ class Reader {
   template <typename Work>
   void inTransaction(const Work& work);
   void endTransaction();
-  void forEachPresent(std::span<const CollectionInfo> collections, const OnPiece& each);
+  std::size_t mostAtOnce() const;
+  void forEachPresent(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each,
+                      std::int64_t mostRows = kMostRows);
+  std::optional<CollectionInfo> presentOf(Session& session, const CollectionInfo& wanted);
   std::vector<CollectionInfo> infos(const std::string& conditions);
 
   Driver& driver_;

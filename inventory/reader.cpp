@@ -12,8 +12,9 @@ namespace inventory {
 namespace {
 
 // What is read at once where a reading may last: rows, and collections.
-constexpr std::int64_t kMostRows = 20000;
 constexpr std::size_t kMostCollections = 200;
+// The same for queries over views, which keep no rows.
+constexpr std::int64_t kMostRowsOfViews = 100000;
 
 // Selects what infoOf() reads.
 constexpr const char* kSelectInfo =
@@ -100,6 +101,10 @@ bool TableRow::isUnknown(std::size_t column) const {
          notKnown_->find("|" + std::string(table_.columns[column].viewName) + "|") != std::string_view::npos;
 }
 
+std::size_t Reader::mostAtOnce() const {
+  return driver_.readsConcurrently() ? kMostCollections : 1;
+}
+
 Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
     : driver_(driver), onSuccessor_(std::move(onSuccessor)) {
   inTransaction([&](Session& session) { requireInventory(session, driver.shownName()); });
@@ -168,44 +173,51 @@ std::unique_ptr<Cursor> Reader::rowsOf(Session& session, const Table& table,
       order);
 }
 
-void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size_t most,
-                          const OnPiece& each) {
+void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each,
+                          std::int64_t mostRows) {
   while (!collections.empty()) {
     std::size_t count = 1;
     std::int64_t rows = collections[0].rows;
-    while (count < std::min(most, collections.size()) && (rows += collections[count].rows) <= kMostRows)
+    while (count < std::min(most, collections.size()) && (rows += collections[count].rows) <= mostRows)
       ++count;
     inTransaction([&](Session& session) { each(session, collections.first(count)); });
     collections = collections.subspan(count);
   }
 }
 
+// The collection, or where it was deleted its server's current one; nothing where the server was removed.
+std::optional<CollectionInfo> Reader::presentOf(Session& session, const CollectionInfo& wanted) {
+  if (!session.value("select 1 from \"Collections\" where collection_id = $1", {wanted.id}).empty())
+    return wanted;
+  if (onSuccessor_) onSuccessor_(wanted);
+  const auto rows = session.query(std::string(kSelectInfo) +
+                                      "c.collection_id = s.current_collection where s.server_id = $1 and "
+                                      "s.server_key = $2",
+                                  {wanted.serverId, wanted.serverKey});
+  return rows->next() ? std::optional(infoOf(*rows)) : std::nullopt;
+}
+
 // The same, with what has replaced a collection that was deleted meanwhile.
-void Reader::forEachPresent(std::span<const CollectionInfo> collections, const OnPiece& each) {
-  if (driver_.readsConcurrently()) return forEachPiece(collections, kMostCollections, each);
-  forEachPiece(collections, 1, [&](Session& session, std::span<const CollectionInfo> piece) {
-    const CollectionInfo& wanted = piece.front();
-    if (!session.value("select 1 from \"Collections\" where collection_id = $1", {wanted.id}).empty())
-      return each(session, piece);
-    if (onSuccessor_) onSuccessor_(wanted);
-    CollectionInfo successor;
-    {
-      const auto rows = session.query(std::string(kSelectInfo) +
-                                          "c.collection_id = s.current_collection where s.server_id = $1 and "
-                                          "s.server_key = $2",
-                                      {wanted.serverId, wanted.serverKey});
-      if (!rows->next()) return;
-      successor = infoOf(*rows);
-    }
-    each(session, {&successor, 1});
-  });
+void Reader::forEachPresent(std::span<const CollectionInfo> collections, std::size_t most,
+                            const OnPiece& each, std::int64_t mostRows) {
+  forEachPiece(
+      collections, most,
+      [&](Session& session, std::span<const CollectionInfo> piece) {
+        if (driver_.readsConcurrently()) return each(session, piece);
+        std::vector<CollectionInfo> present;
+        for (const CollectionInfo& wanted : piece) {
+          if (auto found = presentOf(session, wanted)) present.push_back(std::move(*found));
+        }
+        if (!present.empty()) each(session, present);
+      },
+      mostRows);
 }
 
 void Reader::forEachRow(const Table& table, std::span<const CollectionInfo> collections,
                         const std::function<void(const TableRow&)>& each) {
   std::vector<CollectionInfo> sorted(collections.begin(), collections.end());
   std::ranges::sort(sorted, {}, &CollectionInfo::id);
-  forEachPresent(sorted, [&](Session& session, std::span<const CollectionInfo> piece) {
+  forEachPresent(sorted, mostAtOnce(), [&](Session& session, std::span<const CollectionInfo> piece) {
     const auto rows = rowsOf(session, table, idsOf(piece));
     TableRow row(table, *rows);
     std::size_t at = 0;
@@ -220,7 +232,7 @@ void Reader::forEachRow(const Table& table, std::span<const CollectionInfo> coll
 
 void Reader::forEach(std::span<const CollectionInfo> collections,
                      const std::function<void(std::unique_ptr<ServerData>)>& each) {
-  forEachPresent(collections, [&](Session& session, std::span<const CollectionInfo> piece) {
+  forEachPresent(collections, mostAtOnce(), [&](Session& session, std::span<const CollectionInfo> piece) {
     std::vector<std::unique_ptr<ServerData>> all;
     std::unordered_map<std::int64_t, ServerData*> byId;
     for (const CollectionInfo& collection : piece) {
@@ -257,6 +269,30 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
     endTransaction();
     for (auto& data : all) each(std::move(data));
   });
+}
+
+void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& work) {
+  const auto each = [&](Session& session, std::span<const CollectionInfo> piece) {
+    const auto id = [](const CollectionInfo& collection) { return std::to_string(collection.id); };
+    work(session, piece,
+         "select c.collection_id, s.name from \"Collections\" c join servers s on s.server_id = c.server_id "
+         "where c.collection_id in (" +
+             joined(piece, id) + ")");
+  };
+  forEachPresent(collections, kMostCollections, each, kMostRowsOfViews);
+}
+
+bool Reader::isPrivileged() {
+  bool isPrivileged = false;
+  inTransaction([&](Session& session) {
+    isPrivileged = session.dialect().isPostgres() &&
+                   session.value(
+                       "select rolsuper or pg_has_role('pg_read_server_files', 'member') or "
+                       "pg_has_role('pg_write_server_files', 'member') or "
+                       "pg_has_role('pg_execute_server_program', 'member') from pg_roles "
+                       "where rolname = current_user") == "1";
+  });
+  return isPrivileged;
 }
 
 void Reader::query(const std::string& sql, const Selection& selection,

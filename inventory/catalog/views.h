@@ -37,4 +37,29 @@ std::string selectCurrent();
 // The text of a query over views as common table expressions, which show what `selected` gives.
 std::string withViews(const Dialect& dialect, const std::string& selected, const std::string& sql);
 
+// A table that a view shows, and the kind of object that those of its rows are about.
+struct ViewSource {
+  const Table* table = nullptr;
+  ObjectKind kind = ObjectKind::kNone;
+};
+
+// The tables that a view's column is made of, or all of the view's where `column` is empty. None for a view
+// of the inventory itself, and for a column that every object has.
+std::vector<ViewSource> sourcesOf(std::string_view view, std::string_view column);
+
+// A query for the objects that another query gives: `sql` has the columns object_id and holds, and `columns`.
+// Gives those rows that don't have false in `holds`, in the order of kObjectsColumns and then of `columns`.
+std::string objectsQuery(const Dialect& dialect, const std::string& sql,
+                         const std::vector<std::string>& columns);
+enum ObjectsColumn : std::size_t {
+  kObjectId,
+  kObjectHolds,
+  kObjectKind,
+  kObjectKey,
+  kParentKey,
+  kSiteName,
+  kObjectLine,
+  kObjectsColumns
+};
+
 }  // namespace inventory

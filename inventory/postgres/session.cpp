@@ -161,6 +161,10 @@ class PostgresTransaction : public Transaction {
     return std::make_unique<PostgresCursor>(*connection_, sql, parameters);
   }
 
+  void limitQueries(std::chrono::milliseconds limit) override {
+    connection_->execute("set local statement_timeout = " + std::to_string(limit.count()));
+  }
+
   std::unique_ptr<Inserter> insertInto(std::string_view table,
                                        std::span<const InsertColumn> columns) override {
     return std::make_unique<PostgresInserter>(

@@ -13,6 +13,7 @@
 
 #include "inventory/driver.h"
 #include "inventory/names.h"
+#include "inventory/sqlite/functions.h"
 #include "sqlite/database.h"
 
 namespace inventory {
@@ -114,6 +115,7 @@ class SqliteInserter : public Inserter {
 class SqliteSession : public Session {
  public:
   SqliteSession(Handle& handle, const Dialect& dialect) : handle_(handle), dialect_(dialect) {}
+  ~SqliteSession() override { sqlite3_progress_handler(handle_.database().raw(), 0, nullptr, nullptr); }
 
   const Dialect& dialect() const override { return dialect_; }
 
@@ -127,7 +129,14 @@ class SqliteSession : public Session {
   }
 
   std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters) override {
+    deadline_ = std::chrono::steady_clock::now() + limit_;
     return attempt([&] { return std::make_unique<SqliteCursor>(handle_.statement(sql), parameters); });
+  }
+
+  void limitQueries(std::chrono::milliseconds limit) override {
+    constexpr int kInstructions = 10000;  // between two looks at the clock
+    limit_ = limit;
+    sqlite3_progress_handler(handle_.database().raw(), kInstructions, &SqliteSession::isOverdue, this);
   }
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
@@ -141,7 +150,13 @@ class SqliteSession : public Session {
   Handle& handle_;
 
  private:
+  static int isOverdue(void* self) {
+    return std::chrono::steady_clock::now() > static_cast<SqliteSession*>(self)->deadline_ ? 1 : 0;
+  }
+
   const Dialect& dialect_;
+  std::chrono::milliseconds limit_{0};
+  std::chrono::steady_clock::time_point deadline_;
 };
 
 class SqliteReading : public SqliteSession {
@@ -236,8 +251,9 @@ class SqliteDriver : public Driver {
       Database& database = handle_->database();
       database.stopWaitingWhen(stopWaiting_);
       sqlite3_db_config(database.raw(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+      addFunctions(database);
       database.execute(
-          "pragma synchronous = full; pragma cache_size = -" +
+          "pragma trusted_schema = off; pragma synchronous = full; pragma cache_size = -" +
           std::to_string(mode == Database::Mode::kReadOnly ? kReadingKibibytes : kCacheKibibytes));
     });
   }

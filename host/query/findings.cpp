@@ -1,0 +1,325 @@
+#include "host/query/findings.h"
+
+#include <openssl/evp.h>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <unordered_map>
+#include <utility>
+
+#include "inventory/catalog/views.h"
+#include "inventory/clock.h"
+#include "inventory/names.h"
+
+namespace host {
+namespace {
+
+using inventory::CollectionInfo;
+using inventory::Cursor;
+using inventory::ObjectKind;
+using Json = nlohmann::ordered_json;
+
+constexpr int kMemoryKibibytes = 8 * 1024;
+constexpr std::size_t kMostBytes = 64 * 1024;  // of a value
+constexpr std::size_t kFingerprintBytes = 16;
+
+std::string dumped(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string hashOf(const std::string& text) {
+  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+  unsigned length = 0;
+  if (EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1)
+    throw std::runtime_error("cannot compute a SHA-256 hash");
+  std::string hex;
+  for (std::size_t at = 0; at < kFingerprintBytes; ++at) {
+    hex += "0123456789abcdef"[digest[at] >> 4];
+    hex += "0123456789abcdef"[digest[at] & 15];
+  }
+  return hex;
+}
+
+Json valueOf(const inventory::Cell& cell, inventory::Type type) {
+  if (!cell) return nullptr;
+  if (type == inventory::Type::kBoolean) return *cell != "0";
+  std::int64_t number = 0;
+  const char* const end = cell->data() + cell->size();
+  if (type == inventory::Type::kInteger && std::from_chars(cell->data(), end, number).ptr == end)
+    return number;
+  return *cell;
+}
+
+// The object of a row, without evidence.
+Json objectOf(Cursor& row, const std::string& server) {
+  const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
+  std::string key = row.text(inventory::kObjectKey), name = key;
+  const std::string node = inventory::ObjectInfo{0, kind, key, 0, 0, {}}.node();
+  if (kind == ObjectKind::kSite && row.cell(inventory::kSiteName))
+    name += " (" + row.text(inventory::kSiteName) + ")";
+  if (kind == ObjectKind::kExtension && key.empty()) name = "(no name)";
+  if (kind == ObjectKind::kApplication) {
+    name = row.text(inventory::kParentKey) + ": " + key;
+    key = row.text(inventory::kParentKey) + "/" + key;
+  }
+  const std::string word(wordFor(kind));
+  const std::int64_t line = row.number(inventory::kObjectLine);
+  return {{"object_kind", word.empty() ? "server" : word},
+          {"object", word.empty() ? server : name},
+          {"object_path", word.empty() ? server : server + "/" + word + "/" + key},
+          {"evidence", Json::object()},
+          {"node", node.empty() ? Json() : Json(node)},
+          {"line", line == 0 ? Json() : Json(line)}};
+}
+
+// The same in each collection of the object.
+std::string fingerprintOf(const Rule& rule, const Json& object) {
+  std::string text = rule.id + '\0' + inventory::folded(object["object_path"].get<std::string>());
+  for (const Rule::EvidenceColumn& column : rule.columns) {
+    if (column.isIdentifying) text += '\0' + dumped(object["evidence"][column.name]);
+  }
+  return hashOf(text);
+}
+
+}  // namespace
+
+// Evaluates all rules for the servers of one piece of a reading.
+class Findings::Evaluation {
+ public:
+  Evaluation(Findings& findings, inventory::Session& session, std::span<const CollectionInfo> servers,
+             const std::string& selected, const EvaluationOptions& options)
+      : findings_(findings),
+        session_(session),
+        servers_(servers),
+        selected_(selected),
+        options_(options),
+        first_(findings.servers_.size() - servers.size()) {
+    session_.limitQueries(options.timeout);
+    for (std::size_t at = 0; at < servers.size(); ++at) byCollection_[servers[at].id] = at;
+  }
+
+  void evaluate(std::size_t place) {
+    rule_ = &findings_.rules_[place];
+    place_ = place;
+    sources_.clear();
+    for (const Rule::Requirement& each : rule_->requirements) {
+      const auto more = inventory::sourcesOf(each.view, each.column);
+      sources_.insert(sources_.end(), more.begin(), more.end());
+    }
+    skipServers();
+    if (std::ranges::find(isCollected_, true) != isCollected_.end()) run();
+  }
+
+ private:
+  void skipServers() {
+    isCollected_.assign(servers_.size(), true);
+    for (std::size_t at = 0; at < servers_.size(); ++at) {
+      for (const inventory::ViewSource& source : sources_) {
+        if (!isCollected_[at] || servers_[at].coverage.includes(source.table->name, source.kind)) continue;
+        isCollected_[at] = false;
+        const std::string& server = servers_[at].server;
+        findings_.insert({place_,
+                          first_ + at,
+                          Result::State::kNotCollected,
+                          0,
+                          {{"object_kind", "server"}, {"object", server}, {"object_path", server}},
+                          nullptr});
+      }
+    }
+  }
+
+  void run() {
+    const inventory::Dialect& dialect = session_.dialect();
+    std::vector<std::string> columns;
+    for (const Rule::EvidenceColumn& column : rule_->columns) columns.push_back(column.name);
+    const std::string sql = inventory::withViews(
+        dialect, selected_, inventory::objectsQuery(dialect, rule_->query(dialect), columns));
+    const auto rows = session_.query(sql, rule_->parameterValues());
+    while (rows->next()) take(*rows);
+  }
+
+  void take(Cursor& row) {
+    const auto found = byCollection_.find(row.number(inventory::kObjectId) >> 32);
+    if (found == byCollection_.end()) throw inventory::Error("object_id is no object of a server");
+    if (!isCollected_[found->second]) return;
+    const CollectionInfo& server = servers_[found->second];
+    Result result{place_,
+                  first_ + found->second,
+                  Result::State::kUnknown,
+                  row.number(inventory::kObjectId),
+                  objectOf(row, server.server),
+                  {},
+                  nullptr};
+    if (row.cell(inventory::kObjectHolds)) result.state = Result::State::kFinding;
+    if (!isItemCollected(server, row)) result.state = Result::State::kNotCollected;
+    for (std::size_t at = 0; at < rule_->columns.size(); ++at) {
+      const Rule::EvidenceColumn& column = rule_->columns[at];
+      const inventory::Cell cell = row.cell(inventory::kObjectsColumns + at);
+      if (cell && cell->size() > kMostBytes)
+        throw inventory::Error("the column " + column.name + " has a text of more than 64 KiB");
+      result.data["evidence"][column.name] = valueOf(cell, column.type);
+    }
+    const Counts& counts = findings_.counts_[place_];
+    if (counts.findings + counts.suppressed + counts.unknown >= options_.mostResults)
+      throw inventory::Error("more than " + std::to_string(options_.mostResults) + " rows");
+    findings_.insert(std::move(result));
+  }
+
+  // A collection may be restricted to some sites or pools.
+  bool isItemCollected(const CollectionInfo& server, Cursor& row) const {
+    const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
+    return std::ranges::all_of(sources_, [&](const inventory::ViewSource& source) {
+      return kind == ObjectKind::kNone || inventory::itemKindOf(source.kind) != kind ||
+             server.coverage.includes(source.table->name, source.kind, row.text(inventory::kObjectKey));
+    });
+  }
+
+  Findings& findings_;
+  inventory::Session& session_;
+  const std::span<const CollectionInfo> servers_;
+  const std::string& selected_;
+  const EvaluationOptions& options_;
+  const std::size_t first_;  // place of the first one among all servers
+  std::unordered_map<std::int64_t, std::size_t> byCollection_;
+  const Rule* rule_ = nullptr;
+  std::size_t place_ = 0;
+  std::vector<inventory::ViewSource> sources_;
+  std::vector<bool> isCollected_;  // by server
+};
+
+Findings::Findings(const std::vector<Rule>& rules, IgnoreFile ignored)
+    : rules_(rules),
+      ignored_(std::move(ignored)),
+      counts_(rules.size()),
+      database_("findings", kMemoryKibibytes) {
+  database_.execute(
+      "create table result (rule, server, object_id, data, state, entry, number, "
+      "primary key (rule, server, object_id, data, number)) without rowid");
+  insertion_ = database_.prepare("insert into result values (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+}
+
+void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionInfo>& collections,
+                        const EvaluationOptions& options) {
+  std::vector<bool> hasFailed(rules_.size());
+  sqlite::Transaction transaction(database_);
+  reader.inViews(collections, [&](inventory::Session& session, std::span<const CollectionInfo> piece,
+                                  const std::string& selected) {
+    servers_.insert(servers_.end(), piece.begin(), piece.end());
+    Evaluation evaluation(*this, session, piece, selected, options);
+    for (std::size_t at = 0; at < rules_.size(); ++at) {
+      if (hasFailed[at]) continue;
+      session.execute("savepoint rule");
+      const auto start = std::chrono::steady_clock::now();
+      try {
+        evaluation.evaluate(at);
+      } catch (const inventory::Unreachable&) {
+        throw;
+      } catch (const inventory::Interrupted&) {
+        throw;
+      } catch (const inventory::Error& error) {
+        session.execute("rollback to savepoint rule");
+        hasFailed[at] = true;
+        const bool isOverdue = std::chrono::steady_clock::now() - start >= options.timeout;
+        failures_.push_back(rules_[at]
+                                .errorAt(rules_[at].queryStart,
+                                         isOverdue ? "it took too long (--rule-timeout)" : error.what())
+                                .what());
+      }
+      session.execute("release savepoint rule");
+    }
+  });
+  // A rule that failed has no results.
+  for (std::size_t at = 0; at < rules_.size(); ++at) {
+    if (!hasFailed[at]) continue;
+    database_.execute("delete from result where rule = " + std::to_string(at));
+    counts_[at] = {};
+  }
+  transaction.commit();
+}
+
+void Findings::insert(Result result) {
+  const Rule& rule = rules_[result.rule];
+  Counts& counts = counts_[result.rule];
+  if (result.isFinding()) {
+    const std::string fingerprint = fingerprintOf(rule, result.data);
+    result.data["fingerprint"] = fingerprint;
+    result.ignored = ignored_.match(fingerprint, rule.id, result.data["object_path"].get<std::string>());
+  }
+  counts.add(result);
+  const std::string data = dumped(result.data);
+  insertion_.bind(1, static_cast<std::int64_t>(result.rule));
+  insertion_.bind(2, static_cast<std::int64_t>(result.server));
+  insertion_.bind(3, result.objectId);
+  insertion_.bind(4, data);
+  insertion_.bind(5, std::int64_t{static_cast<int>(result.state)});
+  insertion_.bind(6,
+                  std::int64_t{result.ignored == nullptr ? -1 : result.ignored - ignored_.entries().data()});
+  insertion_.bind(7, ++rows_);
+  insertion_.run();
+}
+
+void Findings::forEach(const std::function<void(const Result&)>& each, bool withData) {
+  select("", withData, each);
+}
+
+void Findings::forEachOf(std::size_t server, const std::function<void(const Result&)>& each) {
+  if (!std::exchange(isIndexed_, true)) database_.execute("create index result_server on result (server)");
+  select(" where server = " + std::to_string(server), true, each);
+}
+
+void Findings::select(const std::string& condition, bool withData,
+                      const std::function<void(const Result&)>& each) {
+  sqlite::Statement rows =
+      database_.prepare("select rule, server, state, object_id, data, entry from result" + condition +
+                        " order by rule, server, object_id, data, number");
+  while (rows.step()) {
+    Result result{static_cast<std::size_t>(rows.number(0)),
+                  static_cast<std::size_t>(rows.number(1)),
+                  static_cast<Result::State>(rows.number(2)),
+                  rows.number(3),
+                  {},
+                  std::string(*rows.text(4)),
+                  nullptr};
+    if (withData) result.data = Json::parse(result.text);
+    if (const std::int64_t entry = rows.number(5); entry >= 0)
+      result.ignored = &ignored_.entries()[static_cast<std::size_t>(entry)];
+    each(result);
+  }
+}
+
+std::string Result::objectText() const {
+  const std::string kind = data["object_kind"];
+  return kind == "server" ? kind : kind + " " + data["object"].get<std::string>();
+}
+
+std::string_view Result::stateText() const {
+  if (ignored != nullptr) return "suppressed";
+  return isFinding() ? "finding" : state == State::kUnknown ? "unknown" : "not collected";
+}
+
+void Counts::add(const Result& result) {
+  ++(result.ignored != nullptr                 ? suppressed
+     : result.isFinding()                      ? findings
+     : result.state == Result::State::kUnknown ? unknown
+                                               : notCollected);
+}
+
+std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
+                                        const std::vector<inventory::CollectionInfo>& collections,
+                                        const std::vector<Rule>& rules, const FindingsOptions& options) {
+  if (options.usesUserRules && !options.force && reader.isPrivileged()) {
+    throw inventory::Error(
+        "cannot evaluate --rules: the database role may read files or run programs on its server (use a role "
+        "that "
+        "may only read, or --force)");
+  }
+  IgnoreFile ignored;
+  if (!options.ignoreFile.empty())
+    ignored = IgnoreFile(options.ignoreFile, inventory::utcNow().substr(0, 10));
+  auto findings = std::make_unique<Findings>(rules, std::move(ignored));
+  findings->evaluate(reader, collections, options.evaluation);
+  return findings;
+}
+
+}  // namespace host

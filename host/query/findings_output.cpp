@@ -1,0 +1,328 @@
+#include "host/query/findings_output.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "host/color.h"
+#include "host/listing.h"
+#include "host/problem_groups.h"
+#include "host/terminal_text.h"
+#include "inventory/names.h"
+
+namespace host {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using State = Result::State;
+
+std::string dumped(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// What a result has from its rule and its server.
+Json headOf(const Findings& findings, const Result& result) {
+  const Rule& rule = findings.rules()[result.rule];
+  const inventory::CollectionInfo& server = findings.servers()[result.server];
+  return {{"state", result.stateText()}, {"rule", rule.id},
+          {"title", rule.title},         {"severity", wordFor(rule.severity)},
+          {"category", rule.category},   {"server", server.server},
+          {"file", server.file}};
+}
+
+void writeJson(Findings& findings, bool withSuppressed, bool isArray, Output& output) {
+  std::string_view separator = isArray ? "[\n" : "";
+  const auto write = [&](const Result& result) {
+    if (result.ignored != nullptr && !withSuppressed) return;
+    std::string object = dumped(headOf(findings, result));
+    object.back() = ',';
+    object.append(result.text, 1);
+    if (result.ignored != nullptr) {
+      object.back() = ',';
+      object += "\"suppression\":" +
+                dumped({{"reason", result.ignored->reason}, {"until", result.ignored->until}}) + "}";
+    }
+    output.write(separator);
+    output.write(object);
+    separator = isArray ? ",\n" : "\n";
+  };
+  findings.forEach(write, false);
+  output.write(!isArray ? separator : separator == "[\n" ? "[]\n" : "\n]\n");
+}
+
+void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
+  constexpr const char* kKeys[] = {"state",       "severity",    "rule",       "title", "server",
+                                   "object_kind", "object",      "evidence",   "file",  "node",
+                                   "line",        "fingerprint", "suppression"};
+  Listing listing;
+  for (const char* const key : kKeys) listing.columns.push_back({key});
+  listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
+    findings.forEach([&](const Result& result) {
+      if (result.ignored != nullptr && !withSuppressed) return;
+      Json json = headOf(findings, result);
+      json.update(result.data);
+      json["evidence"] = evidenceText(result);
+      if (result.ignored != nullptr) json["suppression"] = result.ignored->reason;
+      Row row;
+      for (const char* const key : kKeys)
+        row.push_back(json[key].is_null() ? Value() : evidenceValue(json[key]));
+      each(row);
+    });
+  };
+  print(listing, {Format::kCsv}, output);
+}
+
+// --- For people.
+
+class TableWriter {
+ public:
+  TableWriter(Findings& findings, bool withSuppressed, Output& output)
+      : findings_(findings),
+        withSuppressed_(withSuppressed),
+        output_(output),
+        width_(std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO))) {}
+
+  void write() {
+    findings_.forEach([&](const Result& result) {
+      if (result.ignored != nullptr && !withSuppressed_) return;
+      if (rule_ != result.rule) beginRule(result.rule);
+      if (result.state == State::kNotCollected && result.objectId == 0) {
+        notCollected_.insert(findings_.servers()[result.server].server);
+        return;
+      }
+      if (server_ != result.server) {
+        server_ = result.server;
+        output_.write("  " + harmless(findings_.servers()[*server_].server) + "\n");
+      }
+      writeResult(result);
+    });
+    endRule();
+    writeSummary();
+  }
+
+ private:
+  void beginRule(std::size_t place) {
+    endRule();
+    rule_ = place;
+    server_.reset();
+    const Rule& rule = findings_.rules()[place];
+    const Counts& counts = findings_.counts()[place];
+    const bool hasFindings = counts.findings > 0;
+    output_.write(std::string(isFirst_ ? "" : "\n") +
+                  colored(std::string(wordFor(rule.severity)) + ": " + rule.title,
+                          hasFindings ? Ink::kProblem : Ink::kNotice, STDOUT_FILENO) +
+                  " [" + rule.id + "]\n");
+    isFirst_ = false;
+    if (!hasFindings) return;
+    wrapped("  ", rule.why);
+    wrapped("  Fix: ", rule.fix);
+  }
+
+  void endRule() {
+    if (!notCollected_.empty()) {
+      wrapped("  Not collected: ", listed({notCollected_.begin(), notCollected_.end()}, 5));
+      notCollected_.clear();
+    }
+  }
+
+  void writeResult(const Result& result) {
+    const std::string object = result.objectText();
+    if (!result.isFinding()) {
+      const char* const why =
+          result.state == State::kUnknown ? ": could not be evaluated" : ": not collected";
+      return wrapped("    ", object + why);
+    }
+    const std::string evidence = evidenceText(result);
+    wrapped("    ", object + (evidence.empty() ? "" : ": " + evidence));
+    if (result.ignored == nullptr) return;
+    const std::string& until = result.ignored->until;
+    wrapped("      Suppressed: ", result.ignored->reason + (until.empty() ? "" : " (until " + until + ")"));
+  }
+
+  void writeSummary() {
+    Counts all;
+    std::array<std::int64_t, kSeverities.size()> bySeverity{};
+    for (std::size_t at = 0; at < findings_.rules().size(); ++at) {
+      const Counts& counts = findings_.counts()[at];
+      bySeverity[static_cast<std::size_t>(findings_.rules()[at].severity)] += counts.findings;
+      all.findings += counts.findings;
+      all.suppressed += counts.suppressed;
+      all.unknown += counts.unknown;
+      all.notCollected += counts.notCollected;
+    }
+    std::string severities;
+    for (std::size_t at = kSeverities.size(); at-- > 0;) {
+      if (bySeverity[at] > 0)
+        severities += (severities.empty() ? " (" : ", ") + std::to_string(bySeverity[at]) + " " +
+                      std::string(kSeverities[at]);
+    }
+    std::string line = counted(all.findings, "finding", "findings") +
+                       (severities.empty() ? "" : severities + ")") + " of " +
+                       counted(static_cast<std::int64_t>(findings_.rules().size()), "rule", "rules");
+    if (all.suppressed > 0) line += ", " + std::to_string(all.suppressed) + " suppressed";
+    if (all.unknown > 0) line += ", " + std::to_string(all.unknown) + " could not be evaluated";
+    if (all.notCollected > 0) line += ", " + std::to_string(all.notCollected) + " not collected";
+    output_.write(isFirst_ ? "" : "\n");
+    wrapped("", line);
+  }
+
+  // The further lines are indented to where the text begins.
+  void wrapped(const std::string& start, const std::string& text) {
+    std::string lead = start;
+    for (const std::string& line : wrapToWidth(harmless(text), width_ - displayWidth(start))) {
+      output_.write(lead + line + "\n");
+      lead = std::string(displayWidth(start), ' ');
+    }
+  }
+
+  Findings& findings_;
+  const bool withSuppressed_;
+  Output& output_;
+  const std::size_t width_;
+  bool isFirst_ = true;
+  std::optional<std::size_t> rule_, server_;
+  std::set<std::string> notCollected_;
+};
+
+// --- SARIF 2.1.0, docs.oasis-open.org/sarif/sarif/v2.1.0.
+
+struct SarifSeverity {
+  const char* level;
+  const char* score;  // for code scanning, which tells severities by it
+};
+constexpr SarifSeverity kSarif[] = {
+    {"note", "1.0"}, {"note", "2.0"}, {"warning", "5.5"}, {"error", "8.0"}, {"error", "9.5"}};
+
+Json sarifRule(const Rule& rule) {
+  const SarifSeverity& severity = kSarif[static_cast<std::size_t>(rule.severity)];
+  Json json{{"id", rule.id},
+            {"shortDescription", {{"text", rule.title}}},
+            {"fullDescription", {{"text", rule.why}}},
+            {"help", {{"text", rule.fix}}},
+            {"defaultConfiguration", {{"level", severity.level}}},
+            {"properties", {{"tags", Json::array({rule.category})}, {"severity", wordFor(rule.severity)}}}};
+  for (const Rule::Reference& each : rule.references) {
+    if (!each.address.empty() && !json.contains("helpUri")) json["helpUri"] = each.address;
+    json["properties"]["tags"].push_back(each.id.empty() ? each.name : each.name + " " + each.id);
+  }
+  if (rule.category == "security") json["properties"]["security-severity"] = severity.score;
+  return json;
+}
+
+// A path as a relative or absolute reference (RFC 3986).
+std::string uriOf(const std::string& path) {
+  constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+  std::string uri = path.starts_with('/') ? "file://" : "";
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (kPlain.find(c) != kPlain.npos) {
+      uri += c;
+    } else {
+      uri.append({'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]});
+    }
+  }
+  return uri;
+}
+
+Json sarifResult(const Findings& findings, const Result& result) {
+  const Rule& rule = findings.rules()[result.rule];
+  const inventory::CollectionInfo& server = findings.servers()[result.server];
+  const std::string evidence = evidenceText(result);
+  std::string message = rule.title + ": " + result.objectText() + " of " + server.server;
+  if (result.state == State::kUnknown) message += " could not be evaluated";
+  if (result.state == State::kNotCollected) message += " was not collected";
+  if (result.isFinding() && !evidence.empty()) message += " (" + evidence + ")";
+  Json location{{"physicalLocation", {{"artifactLocation", {{"uri", uriOf(server.file)}}}}}};
+  if (result.data.contains("line") && !result.data["line"].is_null())
+    location["physicalLocation"]["region"] = {{"startLine", result.data["line"]}};
+  location["logicalLocations"] = Json::array({{{"name", result.data["object"]},
+                                               {"fullyQualifiedName", result.data["object_path"]},
+                                               {"kind", result.data["object_kind"]}}});
+  Json json{{"ruleId", rule.id},
+            {"ruleIndex", result.rule},
+            {"kind", result.isFinding()                ? "fail"
+                     : result.state == State::kUnknown ? "open"
+                                                       : "notApplicable"},
+            {"level", result.isFinding() ? kSarif[static_cast<std::size_t>(rule.severity)].level : "none"},
+            {"message", {{"text", message}}},
+            {"locations", Json::array({location})},
+            {"properties", result.data}};
+  if (result.isFinding())
+    json["partialFingerprints"] = {{"primaryLocationLineHash", result.data["fingerprint"]}};
+  if (result.ignored != nullptr) {
+    const Json until{{"until", result.ignored->until}};
+    json["suppressions"] = Json::array({{{"kind", "external"},
+                                         {"status", "accepted"},
+                                         {"justification", result.ignored->reason},
+                                         {"properties", until}}});
+  }
+  return json;
+}
+
+void writeSarif(Findings& findings, Output& output) {
+  Json rules = Json::array();
+  for (const Rule& rule : findings.rules()) rules.push_back(sarifRule(rule));
+  Json notifications = Json::array();
+  for (const std::string& failure : findings.failures())
+    notifications.push_back({{"level", "error"}, {"message", {{"text", failure}}}});
+  const Json driver{{"name", "iisinventory"}, {"version", IISINVENTORY_VERSION}, {"rules", rules}};
+  const Json invocation{{"executionSuccessful", findings.failures().empty()},
+                        {"toolExecutionNotifications", notifications}};
+  output.write(
+      "{\"$schema\":\"https://json.schemastore.org/"
+      "sarif-2.1.0.json\",\"version\":\"2.1.0\",\"runs\":[{\"tool\":{\"driver\":" +
+      dumped(driver) + "},\"invocations\":[" + dumped(invocation) + "],\"results\":[");
+  std::string_view separator = "\n";
+  findings.forEach([&](const Result& result) {
+    output.write(separator);
+    output.write(dumped(sarifResult(findings, result)));
+    separator = ",\n";
+  });
+  output.write("\n]}]}\n");
+}
+
+}  // namespace
+
+FindingsFormat findingsFormatOf(const std::string& name) {
+  constexpr std::array<std::string_view, 5> kNames = {"table", "csv", "json", "jsonl", "sarif"};
+  const std::string folded = inventory::folded(name.starts_with('.') ? name.substr(1) : name);
+  const auto found = std::ranges::find(kNames, folded == "txt" ? "table" : folded);
+  if (found == kNames.end())
+    throw UsageError("'" + name + "' is none of table (.txt), csv, json, jsonl and sarif");
+  return static_cast<FindingsFormat>(found - kNames.begin());
+}
+
+void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output) {
+  switch (format) {
+    case FindingsFormat::kTable:
+      return TableWriter(findings, withSuppressed, output).write();
+    case FindingsFormat::kCsv:
+      return writeCsv(findings, withSuppressed, output);
+    case FindingsFormat::kJson:
+    case FindingsFormat::kJsonl:
+      return writeJson(findings, withSuppressed, format == FindingsFormat::kJson, output);
+    case FindingsFormat::kSarif:
+      return writeSarif(findings, output);
+  }
+}
+
+std::string evidenceValue(const nlohmann::ordered_json& value) {
+  if (value.is_null()) return "unknown";
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
+  return value.is_string() ? value.get<std::string>() : value.dump();
+}
+
+std::string evidenceText(const Result& result) {
+  std::string text;
+  if (!result.data.contains("evidence")) return text;
+  for (const auto& [name, json] : result.data["evidence"].items()) {
+    const std::string value = evidenceValue(json);
+    if (!value.empty()) text += (text.empty() ? "" : ", ") + name + " = " + value;
+  }
+  return text;
+}
+
+}  // namespace host

@@ -1,0 +1,93 @@
+#include "host/query/ignore_file.h"
+
+#include <algorithm>
+#include <array>
+#include <sstream>
+#include <stdexcept>
+
+#include "host/query/rule_set.h"
+
+namespace host {
+namespace {
+
+constexpr std::string_view kHex = "0123456789abcdef";
+constexpr std::size_t kFingerprintLength = 32;
+
+std::string trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r");
+  if (first == text.npos) return {};
+  return std::string(text.substr(first, text.find_last_not_of(" \t\r") - first + 1));
+}
+
+bool isDay(std::string_view text) {
+  if (text.size() != 10 || text[4] != '-' || text[7] != '-') return false;
+  return std::ranges::all_of(text, [](char c) { return (c >= '0' && c <= '9') || c == '-'; });
+}
+
+}  // namespace
+
+IgnoreFile::IgnoreFile(const std::filesystem::path& file, std::string_view today) : name_(file.string()) {
+  std::istringstream lines(readTextFile(file));
+  std::string line;
+  for (int number = 1; std::getline(lines, line); ++number) {
+    if (trimmed(line).empty() || trimmed(line).front() == '#') continue;
+    entries_.push_back(parse(line, number));
+    entries_.back().isExpired = !entries_.back().until.empty() && entries_.back().until < today;
+  }
+}
+
+IgnoreFile::Entry IgnoreFile::parse(std::string_view line, int number) const {
+  const auto fail = [&](const std::string& why) {
+    throw std::runtime_error("cannot use '" + name_ + "': line " + std::to_string(number) + ": " + why);
+  };
+  std::array<std::string, 3> parts;
+  for (std::size_t at = 0; at < parts.size(); ++at) {
+    // A reason may have the separator.
+    const std::size_t end = at == 2 ? line.size() : std::min(line.find('|'), line.size());
+    parts[at] = trimmed(line.substr(0, end));
+    if (end == line.size() && at < 2)
+      fail("it is not 'FINGERPRINT | UNTIL | REASON' or 'RULE: OBJECT | UNTIL | REASON'");
+    line.remove_prefix(std::min(end + 1, line.size()));
+  }
+  Entry entry;
+  entry.until = parts[1];
+  entry.reason = parts[2];
+  entry.line = number;
+  if (!entry.until.empty() && !isDay(entry.until))
+    fail("'" + entry.until + "' is not a day such as 2026-12-31");
+  if (entry.reason.empty()) fail("there is no reason");
+  if (const std::size_t colon = parts[0].find(": "); colon != std::string::npos) {
+    entry.rule = trimmed(parts[0].substr(0, colon));
+    entry.object = trimmed(parts[0].substr(colon + 1));
+  } else if (parts[0].size() == kFingerprintLength && parts[0].find_first_not_of(kHex) == std::string::npos) {
+    entry.fingerprint = parts[0];
+  } else {
+    fail("'" + parts[0] + "' is neither a fingerprint nor 'RULE: SERVER/KIND/KEY'");
+  }
+  return entry;
+}
+
+const IgnoreFile::Entry* IgnoreFile::match(std::string_view fingerprint, std::string_view rule,
+                                           std::string_view object) {
+  const Entry* found = nullptr;
+  for (Entry& entry : entries_) {
+    const bool matches = entry.fingerprint.empty()
+                             ? matchesPattern(rule, entry.rule) && matchesPattern(object, entry.object)
+                             : entry.fingerprint == fingerprint;
+    if (!matches) continue;
+    entry.hasMatched = true;
+    if (!entry.isExpired && found == nullptr) found = &entry;
+  }
+  return found;
+}
+
+std::string ignoreLine(std::string_view fingerprint, std::string_view until, std::string_view reason) {
+  std::string line(fingerprint);
+  line.append(" | ").append(until).append(until.empty() ? "| " : " | ").append(reason).append("\n");
+  // A line each, whatever the texts have.
+  std::replace_if(
+      line.begin(), line.end() - 1, [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
+  return line;
+}
+
+}  // namespace host

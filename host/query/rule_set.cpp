@@ -1,0 +1,196 @@
+#include "host/query/rule_set.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <system_error>
+
+#include "host/nearest.h"
+#include "host/query/builtin_rules.h"
+#include "host/usage_error.h"
+#include "inventory/names.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<Rule> builtinRules() {
+  std::vector<Rule> rules;
+  for (const BuiltinText& each : kBuiltinRules)
+    rules.push_back(Rule::parse(std::string(each.name), "rules/" + std::string(each.name) + ".sql",
+                                std::string(each.text)));
+  return rules;
+}
+
+void addRule(const fs::path& file, std::vector<Rule>& rules) {
+  rules.push_back(Rule::parse(file.stem().string(), file.string(), readTextFile(file)));
+}
+
+// The rules of a file, or of a folder in the order of their names.
+void addRules(const fs::path& path, std::vector<Rule>& rules) {
+  std::error_code error;
+  if (!fs::is_directory(path, error)) return addRule(path, rules);
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(path, error)) {
+    if (entry.path().extension() == ".sql") files.push_back(entry.path());
+  }
+  if (error) throw std::runtime_error("cannot read '" + path.string() + "': " + error.message());
+  if (files.empty()) throw std::runtime_error("cannot use '" + path.string() + "': it has no file *.sql");
+  std::ranges::sort(files);
+  for (const fs::path& file : files) addRule(file, rules);
+}
+
+// What a profile says of the rules that match a pattern.
+struct ProfileEntry {
+  std::string pattern;
+  std::optional<Severity> severity;
+  std::vector<std::pair<std::string, std::string>> parameters;
+};
+
+// Lines "ID [severity=SEVERITY] [PARAMETER=VALUE]..." with "#" before comments.
+std::vector<ProfileEntry> parseProfile(const std::string& name, const std::string& text) {
+  std::vector<ProfileEntry> entries;
+  std::istringstream lines(text);
+  std::string line;
+  for (int number = 1; std::getline(lines, line); ++number) {
+    std::istringstream words(line.substr(0, line.find('#')));
+    ProfileEntry entry;
+    if (!(words >> entry.pattern)) continue;
+    for (std::string word; words >> word;) {
+      const std::size_t equals = word.find('=');
+      const std::string value = equals == word.npos ? "" : word.substr(equals + 1);
+      const auto fail = [&](const std::string& why) {
+        throw RuleError(name + ":" + std::to_string(number) + ": " + why);
+      };
+      if (value.empty()) fail("'" + word + "' is not severity=SEVERITY or PARAMETER=VALUE");
+      if (!word.starts_with("severity=")) {
+        entry.parameters.emplace_back(word.substr(0, equals), value);
+      } else if (!(entry.severity = severityOf(value))) {
+        fail("there is no severity '" + value + "'");
+      }
+    }
+    entries.push_back(std::move(entry));
+  }
+  return entries;
+}
+
+std::vector<ProfileEntry> loadProfile(const std::string& name) {
+  for (const BuiltinText& each : kBuiltinProfiles) {
+    if (each.name == name) return parseProfile(name, std::string(each.text));
+  }
+  if (name.find('/') != name.npos || fs::exists(name)) return parseProfile(name, readTextFile(name));
+  throw UsageError("no profile '" + name + "'" + didYouMean(name, builtinProfiles()));
+}
+
+// Leaves the profile's rules, and the user's unless `mayDrop`; sets severities and parameters.
+void applyProfile(const std::string& name, std::size_t builtinCount, bool keepsUsers,
+                  std::vector<Rule>& rules) {
+  const std::vector<ProfileEntry> entries = loadProfile(name);
+  std::vector<bool> isListed(rules.size());
+  for (const ProfileEntry& entry : entries) {
+    bool matches = false;
+    for (std::size_t at = 0; at < rules.size(); ++at) {
+      if (!matchesPattern(rules[at].id, entry.pattern)) continue;
+      matches = isListed[at] = true;
+      if (entry.severity) rules[at].severity = *entry.severity;
+      for (const auto& [parameter, value] : entry.parameters) rules[at].setParameter(parameter, value);
+    }
+    // Without the built-in rules a built-in profile may name what isn't there.
+    if (!matches && builtinCount > 0)
+      throw UsageError("the profile " + name + ": no rule '" + entry.pattern + "'");
+  }
+  std::vector<Rule> kept;
+  for (std::size_t at = 0; at < rules.size(); ++at) {
+    if (isListed[at] || (keepsUsers && at >= builtinCount)) kept.push_back(std::move(rules[at]));
+  }
+  rules = std::move(kept);
+}
+
+void requireMatches(const std::vector<std::string>& patterns, const std::vector<Rule>& rules) {
+  std::vector<std::string> ids;
+  for (const Rule& rule : rules) ids.push_back(rule.id);
+  for (const std::string& pattern : patterns) {
+    if (std::ranges::none_of(ids, [&](const std::string& id) { return matchesPattern(id, pattern); }))
+      throw UsageError("--rule: no rule '" + pattern + "'" + didYouMean(pattern, ids));
+  }
+}
+
+template <typename Texts>
+bool contains(const Texts& texts, std::string_view text) {
+  return std::ranges::any_of(texts, [&](std::string_view each) { return inventory::sameName(each, text); });
+}
+
+}  // namespace
+
+std::string readTextFile(const fs::path& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string text{std::istreambuf_iterator<char>(file), {}};
+  std::error_code error;
+  if (!file || fs::is_directory(path, error))
+    throw std::runtime_error("cannot read '" + path.string() + "': " +
+                             (fs::exists(path, error) ? "it is not a readable file" : "it does not exist"));
+  return text;
+}
+
+bool matchesPattern(std::string_view text, std::string_view pattern) {
+  const std::string folded = inventory::folded(text), wanted = inventory::folded(pattern);
+  std::size_t at = 0, place = 0, star = wanted.npos, resume = 0;
+  while (at < folded.size()) {
+    if (place < wanted.size() && wanted[place] == '*') {
+      star = place++;
+      resume = at;
+    } else if (place < wanted.size() && (wanted[place] == '?' || wanted[place] == folded[at])) {
+      ++at;
+      ++place;
+    } else if (star != wanted.npos) {
+      place = star + 1;
+      at = ++resume;
+    } else {
+      return false;
+    }
+  }
+  return wanted.find_first_not_of('*', place) == wanted.npos;
+}
+
+std::vector<std::string> builtinProfiles() {
+  std::vector<std::string> names;
+  for (const BuiltinText& each : kBuiltinProfiles) names.emplace_back(each.name);
+  return names;
+}
+
+std::vector<Rule> chooseRules(const RuleOptions& options) {
+  std::vector<Rule> rules;
+  if (options.withBuiltin) rules = builtinRules();
+  const std::size_t builtinCount = rules.size();
+  for (const fs::path& path : options.files) addRules(path, rules);
+  for (std::size_t at = builtinCount; at < rules.size(); ++at) {
+    const auto former = std::ranges::find(rules, rules[at].id, &Rule::id);
+    if (former != rules.begin() + static_cast<std::ptrdiff_t>(at))
+      throw rules[at].errorAt(0, "there is a rule " + rules[at].id + " already, in " + former->file);
+  }
+  for (const std::string& category : options.categories) {
+    if (!contains(kCategories, category)) throw UsageError("--category: no category '" + category + "'");
+  }
+  requireMatches(options.ids, rules);
+  const bool hasProfile = !options.profile.empty();
+  // Rules that are named are meant, also those that the default profile leaves out.
+  if (hasProfile || options.ids.empty())
+    applyProfile(hasProfile ? options.profile : "default", builtinCount, !hasProfile, rules);
+  std::erase_if(rules, [&](const Rule& rule) {
+    const bool isNamed =
+        options.ids.empty() || std::ranges::any_of(options.ids, [&](const std::string& pattern) {
+          return matchesPattern(rule.id, pattern);
+        });
+    return !isNamed || rule.severity < options.minSeverity ||
+           (!options.categories.empty() && !contains(options.categories, rule.category));
+  });
+  std::ranges::stable_sort(rules, [](const Rule& left, const Rule& right) {
+    return left.severity != right.severity ? left.severity > right.severity : left.id < right.id;
+  });
+  for (const Rule& rule : rules) rule.check();
+  return rules;
+}
+
+}  // namespace host

@@ -1,0 +1,107 @@
+#include "inventory/sqlite/query_check.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+#include "inventory/catalog/views.h"
+#include "inventory/publication.h"
+#include "inventory/sqlite/functions.h"
+#include "sqlite/database.h"
+
+namespace inventory {
+namespace {
+
+// The same in both kinds of database.
+constexpr std::string_view kFunctions[] = {
+    "abs",    "bool_and",    "bool_or",    "coalesce", "count",  "fold",    "lag",   "lead",
+    "length", "ltrim",       "max",        "min",      "nullif", "replace", "round", "row_number",
+    "rtrim",  "starts_with", "string_agg", "strpos",   "substr", "sum"};
+
+// An empty inventory that lets a query read its views and nothing else.
+class EmptyInventory {
+ public:
+  EmptyInventory() : database_("", 64) {
+    const Dialect dialect(Dialect::Kind::kSqlite);
+    std::string sql;
+    for (const auto& all : {ownTables(), tables()}) {
+      for (const Table& table : all) {
+        std::string columns;
+        for (const InsertColumn& column : insertColumnsOf(table))
+          columns += (columns.empty() ? "" : ", ") + quotedName(column.name);
+        sql += "create table " + quotedName(table.name) + " (" + columns + ");";
+      }
+    }
+    sql += "create view " + std::string(kSelectedView) + " as " + selectCurrent() + ";";
+    views_ = views(dialect, std::string(kSelectedView));
+    for (const View& view : views_)
+      sql += "create view " + quotedName(view.name) + " as " + view.select + ";";
+    addFunctions(database_);
+    database_.execute(sql + "pragma trusted_schema = off");
+    sqlite3_db_config(database_.raw(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
+    sqlite3_set_authorizer(database_.raw(), &EmptyInventory::authorize, this);
+  }
+
+  std::optional<QueryError> check(const std::string& sql) {
+    refusal_.clear();
+    sqlite3_stmt* statement = nullptr;
+    const char* rest = nullptr;
+    const int result =
+        sqlite3_prepare_v2(database_.raw(), sql.c_str(), static_cast<int>(sql.size()), &statement, &rest);
+    sqlite3_finalize(statement);
+    if (result == SQLITE_OK) {
+      const auto end = static_cast<std::size_t>(rest - sql.c_str());
+      if (sql.find_first_not_of(" \t\r\n;", end) == sql.npos) return std::nullopt;
+      return QueryError{end, "there is more than one statement"};
+    }
+    const int offset = sqlite3_error_offset(database_.raw());
+    return QueryError{offset < 0 ? sql.size() : static_cast<std::size_t>(offset),
+                      refusal_.empty() ? sqlite3_errmsg(database_.raw()) : refusal_};
+  }
+
+ private:
+  static int authorize(void* self, int action, const char* first, const char* second, const char* database,
+                       const char* view) {
+    return static_cast<EmptyInventory*>(self)->allow(action, first, second, database, view) ? SQLITE_OK
+                                                                                            : SQLITE_DENY;
+  }
+
+  bool allow(int action, const char* first, const char* second, const char* database, const char* view) {
+    if (action == SQLITE_SELECT) return true;
+    if (action == SQLITE_READ) {
+      // A common table expression belongs to no database.
+      if (database == nullptr || view != nullptr || isView(first)) return true;
+      return refuse(std::string("no view '") + first + "'");
+    }
+    if (action == SQLITE_FUNCTION) {
+      // Within a view any function may be used.
+      if (view != nullptr || std::ranges::find(kFunctions, std::string_view(second)) != std::end(kFunctions))
+        return true;
+      return refuse(std::string("the function '") + second + "' is not available");
+    }
+    if (action == SQLITE_RECURSIVE) return refuse("recursion is not available");
+    return refuse("only a SELECT is allowed");
+  }
+
+  bool isView(std::string_view name) const {
+    return std::ranges::find(views_, name, &View::name) != views_.end();
+  }
+
+  bool refuse(std::string why) noexcept {
+    if (refusal_.empty()) refusal_ = std::move(why);
+    return false;
+  }
+
+  sqlite::Database database_;
+  std::vector<View> views_;
+  std::string refusal_;
+};
+
+}  // namespace
+
+std::optional<QueryError> checkQuery(const std::string& sql) {
+  thread_local EmptyInventory inventory;
+  return inventory.check(sql);
+}
+
+}  // namespace inventory

@@ -1,0 +1,22 @@
+# What is worth a look on any server.
+anonymous-*
+pool-local-system
+pool-no-pinging
+pool-no-rapid-fail
+logging-off
+unknown-extensions-allowed
+network-share
+other-drive
+named-account
+stopped
+pool-serves-nothing
+ftp-anonymous-domain-account
+ftp-clear-text-accounts
+ftp-home-on-system-drive
+ftp-log-without-identity
+ftp-unlimited-connections
+ftp-banner-names-product
+ftp-nobody-can-log-on
+ftp-shared-directory
+ftp-nested-home
+ftp-same-binding
