@@ -162,7 +162,7 @@ class PostgresTransaction : public Transaction {
   }
 
   void limitQueries(std::chrono::milliseconds limit) override {
-    connection_->execute("set local statement_timeout = " + std::to_string(limit.count()));
+    connection_->run("set local statement_timeout = " + std::to_string(limit.count()));
   }
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
