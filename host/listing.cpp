@@ -215,6 +215,13 @@ void printJson(const Listing& listing, Output& output) {
 
 }  // namespace
 
+std::string jsonText(std::string_view text) {
+  const bool isPlain =
+      std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
+  if (isPlain) return std::string("\"").append(text).append("\"");
+  return escaped(nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
 void print(const Listing& listing, const PrintOptions& options, Output& output) {
   switch (options.format) {
     case Format::kTable:

@@ -40,6 +40,9 @@ struct PrintOptions {
   bool writeBom = false;  // a byte order mark ahead of CSV
 };
 
+// A text in JSON, in quotation marks. What a terminal would act on is escaped.
+std::string jsonText(std::string_view text);
+
 // Prints a listing row by row, so that memory doesn't grow with it.
 //
 // kTable goes through the rows twice, the first time for the widths. On a terminal where they don't fit

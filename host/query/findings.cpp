@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <tuple>
 #include <unordered_map>
 #include <utility>
 
+#include "host/listing.h"
 #include "inventory/catalog/views.h"
 #include "inventory/clock.h"
 #include "inventory/names.h"
@@ -24,10 +26,6 @@ constexpr int kMemoryKibibytes = 8 * 1024;
 constexpr std::size_t kMostBytes = 64 * 1024;  // of a value
 constexpr std::size_t kFingerprintBytes = 16;
 
-std::string dumped(const Json& json) {
-  return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
 std::string hashOf(const std::string& text) {
   std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
   unsigned length = 0;
@@ -41,21 +39,24 @@ std::string hashOf(const std::string& text) {
   return hex;
 }
 
-Json valueOf(const inventory::Cell& cell, inventory::Type type) {
-  if (!cell) return nullptr;
-  if (type == inventory::Type::kBoolean) return *cell != "0";
+std::string valueOf(const inventory::Cell& cell, inventory::Type type) {
+  if (!cell) return "null";
+  if (type == inventory::Type::kBoolean) return *cell != "0" ? "true" : "false";
   std::int64_t number = 0;
   const char* const end = cell->data() + cell->size();
-  if (type == inventory::Type::kInteger && std::from_chars(cell->data(), end, number).ptr == end)
-    return number;
-  return *cell;
+  const bool isNumber =
+      type == inventory::Type::kInteger && std::from_chars(cell->data(), end, number).ptr == end;
+  return isNumber ? std::to_string(number) : jsonText(*cell);
 }
 
-// The object of a row, without evidence.
-Json objectOf(Cursor& row, const std::string& server) {
-  const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
+// How an object is called: SERVER/KIND/KEY, and by people.
+struct ObjectNames {
+  std::string kind, path, name;
+};
+
+ObjectNames namesOf(Cursor& row, ObjectKind kind, const std::string& server) {
+  if (kind == ObjectKind::kNone) return {"server", server, server};
   std::string key = row.text(inventory::kObjectKey), name = key;
-  const std::string node = inventory::ObjectInfo{0, kind, key, 0, 0, {}}.node();
   if (kind == ObjectKind::kSite && row.cell(inventory::kSiteName))
     name += " (" + row.text(inventory::kSiteName) + ")";
   if (kind == ObjectKind::kExtension && key.empty()) name = "(no name)";
@@ -63,23 +64,13 @@ Json objectOf(Cursor& row, const std::string& server) {
     name = row.text(inventory::kParentKey) + ": " + key;
     key = row.text(inventory::kParentKey) + "/" + key;
   }
-  const std::string word(wordFor(kind));
-  const std::int64_t line = row.number(inventory::kObjectLine);
-  return {{"object_kind", word.empty() ? "server" : word},
-          {"object", word.empty() ? server : name},
-          {"object_path", word.empty() ? server : server + "/" + word + "/" + key},
-          {"evidence", Json::object()},
-          {"node", node.empty() ? Json() : Json(node)},
-          {"line", line == 0 ? Json() : Json(line)}};
+  std::string word(wordFor(kind)), path = server + "/" + word + "/" + key;
+  return {std::move(word), std::move(path), std::move(name)};
 }
 
-// The same in each collection of the object.
-std::string fingerprintOf(const Rule& rule, const Json& object) {
-  std::string text = rule.id + '\0' + inventory::folded(object["object_path"].get<std::string>());
-  for (const Rule::EvidenceColumn& column : rule.columns) {
-    if (column.isIdentifying) text += '\0' + dumped(object["evidence"][column.name]);
-  }
-  return hashOf(text);
+std::string startOf(const ObjectNames& names) {
+  return "{\"object_kind\":" + jsonText(names.kind) + ",\"object\":" + jsonText(names.name) +
+         ",\"object_path\":" + jsonText(names.path);
 }
 
 }  // namespace
@@ -119,12 +110,10 @@ class Findings::Evaluation {
         if (!isCollected_[at] || servers_[at].coverage.includes(source.table->name, source.kind)) continue;
         isCollected_[at] = false;
         const std::string& server = servers_[at].server;
-        findings_.insert({place_,
-                          first_ + at,
-                          Result::State::kNotCollected,
-                          0,
-                          {{"object_kind", "server"}, {"object", server}, {"object_path", server}},
-                          nullptr});
+        Result result{place_, first_ + at, Result::State::kNotCollected,
+                      0,      {},          startOf({"server", server, server}) + "}",
+                      nullptr};
+        findings_.insert(result);
       }
     }
   }
@@ -136,39 +125,58 @@ class Findings::Evaluation {
     const std::string sql = inventory::withViews(
         dialect, selected_, inventory::objectsQuery(dialect, rule_->query(dialect), columns));
     const auto rows = session_.query(sql, rule_->parameterValues());
-    while (rows->next()) take(*rows);
+    std::vector<Result> results;
+    while (rows->next()) {
+      if (auto result = resultOf(*rows)) results.push_back(std::move(*result));
+    }
+    std::ranges::sort(results, {},
+                      [](const Result& each) { return std::tie(each.server, each.objectId, each.text); });
+    const Counts& counts = findings_.counts_[place_];
+    const auto former = counts.findings + counts.suppressed + counts.unknown + counts.notCollected;
+    if (former + static_cast<std::int64_t>(results.size()) > options_.mostResults)
+      throw inventory::Error("more than " + std::to_string(options_.mostResults) + " rows");
+    for (const Result& result : results) findings_.insert(result);
   }
 
-  void take(Cursor& row) {
-    const auto found = byCollection_.find(row.number(inventory::kObjectId) >> 32);
+  // Nothing for a server that was not collected.
+  std::optional<Result> resultOf(Cursor& row) {
+    const std::int64_t id = row.number(inventory::kObjectId);
+    const auto found = byCollection_.find(id >> 32);
     if (found == byCollection_.end()) throw inventory::Error("object_id is no object of a server");
-    if (!isCollected_[found->second]) return;
+    if (!isCollected_[found->second]) return std::nullopt;
     const CollectionInfo& server = servers_[found->second];
-    Result result{place_,
-                  first_ + found->second,
-                  Result::State::kUnknown,
-                  row.number(inventory::kObjectId),
-                  objectOf(row, server.server),
-                  {},
-                  nullptr};
+    const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
+    Result result{place_, first_ + found->second, Result::State::kUnknown, id, {}, {}, nullptr};
     if (row.cell(inventory::kObjectHolds)) result.state = Result::State::kFinding;
-    if (!isItemCollected(server, row)) result.state = Result::State::kNotCollected;
+    if (!isItemCollected(server, kind, row)) result.state = Result::State::kNotCollected;
+    const ObjectNames names = namesOf(row, kind, server.server);
+    std::string identity = rule_->id + '\0' + inventory::folded(names.path);
+    result.text = startOf(names) + ",\"evidence\":{";
     for (std::size_t at = 0; at < rule_->columns.size(); ++at) {
       const Rule::EvidenceColumn& column = rule_->columns[at];
       const inventory::Cell cell = row.cell(inventory::kObjectsColumns + at);
       if (cell && cell->size() > kMostBytes)
         throw inventory::Error("the column " + column.name + " has a text of more than 64 KiB");
-      result.data["evidence"][column.name] = valueOf(cell, column.type);
+      const std::string value = valueOf(cell, column.type);
+      if (column.isIdentifying) identity += '\0' + value;
+      result.text += (at == 0 ? "\"" : ",\"") + column.name + "\":" + value;
     }
-    const Counts& counts = findings_.counts_[place_];
-    if (counts.findings + counts.suppressed + counts.unknown >= options_.mostResults)
-      throw inventory::Error("more than " + std::to_string(options_.mostResults) + " rows");
-    findings_.insert(std::move(result));
+    const std::string node = inventory::ObjectInfo{0, kind, row.text(inventory::kObjectKey), 0, 0, {}}.node();
+    const std::int64_t line = row.number(inventory::kObjectLine);
+    result.text += "},\"node\":" + (node.empty() ? "null" : jsonText(node)) +
+                   ",\"line\":" + (line == 0 ? "null" : std::to_string(line));
+    if (result.isFinding()) {
+      // The same in each collection of the object.
+      const std::string fingerprint = hashOf(identity);
+      result.text += ",\"fingerprint\":\"" + fingerprint + "\"";
+      result.ignored = findings_.ignored_.match(fingerprint, rule_->id, names.path);
+    }
+    result.text += "}";
+    return result;
   }
 
   // A collection may be restricted to some sites or pools.
-  bool isItemCollected(const CollectionInfo& server, Cursor& row) const {
-    const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
+  bool isItemCollected(const CollectionInfo& server, ObjectKind kind, Cursor& row) const {
     return std::ranges::all_of(sources_, [&](const inventory::ViewSource& source) {
       return kind == ObjectKind::kNone || inventory::itemKindOf(source.kind) != kind ||
              server.coverage.includes(source.table->name, source.kind, row.text(inventory::kObjectKey));
@@ -194,9 +202,9 @@ Findings::Findings(const std::vector<Rule>& rules, IgnoreFile ignored)
       counts_(rules.size()),
       database_("findings", kMemoryKibibytes) {
   database_.execute(
-      "create table result (rule, server, object_id, data, state, entry, number, "
-      "primary key (rule, server, object_id, data, number)) without rowid");
-  insertion_ = database_.prepare("insert into result values (?1, ?2, ?3, ?4, ?5, ?6, ?7)");
+      "create table result (rule, server, state, object_id, data, entry); create index of_rule on result "
+      "(rule)");
+  insertion_ = database_.prepare("insert into result values (?1, ?2, ?3, ?4, ?5, ?6)");
 }
 
 void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionInfo>& collections,
@@ -238,24 +246,16 @@ void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionI
   transaction.commit();
 }
 
-void Findings::insert(Result result) {
-  const Rule& rule = rules_[result.rule];
-  Counts& counts = counts_[result.rule];
-  if (result.isFinding()) {
-    const std::string fingerprint = fingerprintOf(rule, result.data);
-    result.data["fingerprint"] = fingerprint;
-    result.ignored = ignored_.match(fingerprint, rule.id, result.data["object_path"].get<std::string>());
-  }
-  counts.add(result);
-  const std::string data = dumped(result.data);
+// Results of a rule come in the order of the servers and then of their objects.
+void Findings::insert(const Result& result) {
+  counts_[result.rule].add(result);
   insertion_.bind(1, static_cast<std::int64_t>(result.rule));
   insertion_.bind(2, static_cast<std::int64_t>(result.server));
-  insertion_.bind(3, result.objectId);
-  insertion_.bind(4, data);
-  insertion_.bind(5, std::int64_t{static_cast<int>(result.state)});
+  insertion_.bind(3, std::int64_t{static_cast<int>(result.state)});
+  insertion_.bind(4, result.objectId);
+  insertion_.bind(5, result.text);
   insertion_.bind(6,
                   std::int64_t{result.ignored == nullptr ? -1 : result.ignored - ignored_.entries().data()});
-  insertion_.bind(7, ++rows_);
   insertion_.run();
 }
 
@@ -270,9 +270,8 @@ void Findings::forEachOf(std::size_t server, const std::function<void(const Resu
 
 void Findings::select(const std::string& condition, bool withData,
                       const std::function<void(const Result&)>& each) {
-  sqlite::Statement rows =
-      database_.prepare("select rule, server, state, object_id, data, entry from result" + condition +
-                        " order by rule, server, object_id, data, number");
+  sqlite::Statement rows = database_.prepare(
+      "select rule, server, state, object_id, data, entry from result" + condition + " order by rule, rowid");
   while (rows.step()) {
     Result result{static_cast<std::size_t>(rows.number(0)),
                   static_cast<std::size_t>(rows.number(1)),

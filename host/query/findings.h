@@ -92,7 +92,7 @@ class Findings {
  private:
   class Evaluation;
 
-  void insert(Result result);
+  void insert(const Result& result);
   void select(const std::string& condition, bool withData, const std::function<void(const Result&)>& each);
 
   const std::vector<Rule>& rules_;
@@ -102,7 +102,6 @@ class Findings {
   std::vector<std::string> failures_;
   sqlite::Database database_;
   sqlite::Statement insertion_;
-  std::int64_t rows_ = 0;
   bool isIndexed_ = false;
 };
 
