@@ -124,6 +124,7 @@ class Findings::Evaluation {
                           Result::State::kNotCollected,
                           0,
                           {{"object_kind", "server"}, {"object", server}, {"object_path", server}},
+                          {},
                           nullptr});
       }
     }
