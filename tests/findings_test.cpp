@@ -31,30 +31,31 @@ const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
 constexpr const char* kSecondCollection = "8589934592";
 
 // Values of which no rule takes notice, at the limits of those that have some.
-constexpr const char* kHarmless[] = {
-    R"_(tblGeneral set State = 'Running', "IP Address" = '10.0.0.1', "TCP Port" = 2000 + Identifier,
-       "Maximum Connections" = '10')_",
-    R"_(tblLogFileSetting set "Enable Logging" = 'Yes', "Active log format" = 'W3C Extended Log File Format',
-       "ODBC User name" = '')_",
-    R"_(tblExtendedLogSetting set "User Name" = 'Yes', "Client IP Address" = 'Yes')_",
-    R"_(tblSecurityAccounts set "Allow Anonymous Connections" = 'Yes', "User name" = 'Iusr_X',
-       "Allow only anonymous connections" = 'Yes')_",
-    R"_(tblMessageSetting set "Banner Message" = 'Welcome')_",
-    R"_(tblHomeDirectorySetting set Path = '\Files' || Identifier, Write = 'No', "Log visits" = 'Yes',
-       "Directory Listing Style" = 'UNIX')_",
-    R"_(tblDirectorySecuritySetting set "All computer access" = 'Denied', "Granted IP Address (Subnet mask)" = '',
-       "Denied IP Address (Subnet mask)" = '')_",
-    R"_(tblvirtualDirectory set Path = '\More' || Identifier, Write = 'No')_",
-    R"_(tblWProcessRecycling set "Recycle settings" = 'True', "Recycle (in minutes)" = '1740',
-       "Recycle request settings" = 'True', "Number of recycle requests" = '35000')_",
-    R"_(tblMemoryRecycling set "Maximum virtual memory settings" = 'True', "Maximum used memory settings" = 'True')_",
-    R"_(tblPerformance set "Idle timeout settings" = 'True', "Idle timeout (in minutes)" = '20',
-       "Request queue limit settings" = 'True')_",
-    R"_(tblHealth set "Enable pinging" = 'True', "Enable rapid-fail protection" = 'True',
-       "Rapid-fail protection failures" = '5')_",
-    R"_(tblIdentity set "Application pool identity settings" = 'Predefined', "Security account" = 'Network Service')_",
-    R"_(tblWSExtension set Status = 'Prohibited')_",
-    R"_(tblAppliedObject set "Local path" = 'c:\Web')_"};
+constexpr const char* kHarmless = R"_(
+tblGeneral set State = 'Running', "IP Address" = '10.0.0.1', "TCP Port" = 2000 + Identifier,
+  "Maximum Connections" = '10'
+tblLogFileSetting set "Enable Logging" = 'Yes', "Active log format" = 'W3C Extended Log File Format',
+  "ODBC User name" = ''
+tblExtendedLogSetting set "User Name" = 'Yes', "Client IP Address" = 'Yes'
+tblSecurityAccounts set "Allow Anonymous Connections" = 'Yes', "User name" = 'Iusr_X',
+  "Allow only anonymous connections" = 'Yes'
+tblMessageSetting set "Banner Message" = 'Welcome'
+tblHomeDirectorySetting set Path = '\Files' || Identifier, Write = 'No', "Log visits" = 'Yes',
+  "Directory Listing Style" = 'UNIX'
+tblDirectorySecuritySetting set "All computer access" = 'Denied', "Granted IP Address (Subnet mask)" = '',
+  "Denied IP Address (Subnet mask)" = ''
+tblvirtualDirectory set Path = '\More' || Identifier, Write = 'No'
+tblWProcessRecycling set "Recycle settings" = 'True', "Recycle (in minutes)" = '1740',
+  "Recycle request settings" = 'True', "Number of recycle requests" = '35000'
+tblMemoryRecycling set "Maximum virtual memory settings" = 'True', "Maximum used memory settings" = 'True'
+tblPerformance set "Idle timeout settings" = 'True', "Idle timeout (in minutes)" = '20',
+  "Request queue limit settings" = 'True'
+tblHealth set "Enable pinging" = 'True', "Enable rapid-fail protection" = 'True',
+  "Rapid-fail protection failures" = '5'
+tblIdentity set "Application pool identity settings" = 'Predefined', "Security account" = 'Network Service'
+tblWSExtension set Status = 'Prohibited'
+tblAppliedObject set "Local path" = 'c:\Web'
+)_";
 
 // RULE; TABLE; COLUMN; VALUE; UNKNOWN; EXPECTED: what the rule gives where the first row of the table has the
 // value and the view's column UNKNOWN is unknown for the last one. "+" stands before findings and "?" before
@@ -133,6 +134,13 @@ Strings split(const std::string& text, char separator) {
   return pieces;
 }
 
+// The lines of a text but for the empty first one; those that begin with two blanks go on with the one above.
+Strings lines(std::string text) {
+  text.erase(0, 1);
+  while (const auto at = text.find("\n  ") + 1) text.erase(at - 1, 2);
+  return split(text, '\n');
+}
+
 class Findings : public testing::Test {
  protected:
   void collect(Arguments arguments) const {
@@ -190,7 +198,7 @@ TEST_F(Findings, OfEachRuleAreThoseForWhichItHolds) {
   collect({all});
   collect({"MESSAGES" + all.substr(3), "--only", "Message"});
   collect({"HEALTH" + all.substr(3), "--only", "Health"});
-  for (const std::string sql : kHarmless) edit("update " + sql + " where id < " + kSecondCollection);
+  for (const std::string& sql : lines(kHarmless)) edit("update " + sql + " where id < " + kSecondCollection);
   for (const json& row : rows({"--rule", "*", "--server", "ALL"})) ADD_FAILURE() << row;
 
   std::set<std::string> tested;
@@ -205,9 +213,8 @@ TEST_F(Findings, OfEachRuleAreThoseForWhichItHolds) {
     EXPECT_EQ(found(rule), std::pair(expected, true));
     tested.insert(rule);
   };
-  for (const std::string& line : split(kCases, '\n')) {
+  for (const std::string& line : lines(kCases)) {
     Strings parts = split(line, ';');
-    if (parts.size() < 5) continue;
     parts.resize(6);
     const std::string where = " where id = (select ";
     const std::string from = " from " + parts[1] + " where id < " + kSecondCollection + ")";
@@ -217,10 +224,7 @@ TEST_F(Findings, OfEachRuleAreThoseForWhichItHolds) {
                from,
            parts[5]);
   }
-  std::string text = kSqlCases;
-  while (const auto at = text.find("\n  ") + 1) text.erase(at - 1, 2);
-  for (const std::string& line : split(text, '\n')) {
-    if (line.empty()) continue;
+  for (const std::string& line : lines(kSqlCases)) {
     const std::size_t first = line.find(';'), last = line.rfind("; ");
     expect(line.substr(0, first), line.substr(first + 1, last - first), line.substr(last + 2));
   }
@@ -403,6 +407,65 @@ TEST_F(Findings, AreWrittenInTheFormatOfTheFilesName) {
     EXPECT_EQ(result["locations"][0]["physicalLocation"]["region"]["startLine"], all[at]["line"]);
   }
   EXPECT_EQ(test::contents(text), test::run(folder_, {"findings", "-d", database_}).out);
+}
+
+TEST_F(Findings, OfAUsersRuleAreAsDocumented) {
+  const std::string page = test::contents(SAMPLES_DIRECTORY "/../docs/writing-rules.md");
+  const std::size_t from = page.find("```sql\n") + 7;
+  std::string rule = page.substr(from, page.find("```", from) - from);
+  for (std::size_t at = 0; (at = rule.find("   ", at)) != rule.npos;) rule.erase(at, 3);
+  const fs::path folder = folder_.folder("my-rules");
+  folder_.file("my-rules/ftp-port.sql", rule);
+  collect({kWeb01});
+  run({"--rules", folder.string(), "--no-builtin"}, 0, "low: FTP on another port than 21 [ftp-port]");
+  const auto test = [&](int status, const std::string& words) {
+    const Result result = test::run(folder_, {"rules", "test", folder.string()});
+    EXPECT_EQ(result.status, status) << result.err;
+    EXPECT_NE(result.out.find(words), std::string::npos) << result.out;
+    return result.out;
+  };
+  test(1, "ftp-port: no fixture");
+  fs::copy_file(kWeb01, folder / "ftp-port.xml");
+  const std::string out = test(1, "ftp-port: failed, there is no '");
+  std::string expected;
+  for (std::size_t at = out.find("  + "); at != out.npos; at = out.find("  + ", at + 1))
+    expected += out.substr(at + 4, out.find('\n', at) - at - 3);
+  folder_.file("my-rules/ftp-port.expected", expected);
+  EXPECT_NE(expected, "");
+  test(0, "ftp-port: passed\n");
+  folder_.file("my-rules/ftp-port.expected", expected + "finding site 99: tcp_port = 1\n");
+  test(1, "ftp-port: failed\n  - finding site 99: tcp_port = 1\n");
+  // Both kinds of rules, without doubles.
+  run({"--rules", folder.string(), "--rule", "ftp-*"}, 0, "[ftp-unlimited-connections]");
+  folder_.file("stopped.sql", rule);
+  run({"--rules", (folder_ / "stopped.sql").string()}, 2,
+      "stopped.sql:1: there is a rule stopped already, in rules/stopped.sql");
+  run({"--rules", folder_.folder("none").string()}, 2, "it has no file *.sql");
+}
+
+TEST_F(Findings, OfOtherRulesRemainWhereOneFails) {
+  collect({kWeb01});
+  const std::string header =
+      "-- title: T\n-- severity: low\n-- category: security\n-- why: W\n-- fix: F\n-- requires: object\n"
+      "-- columns: text text\nselect object_id, true as holds, ";
+  const std::string a(32, 'a'), b(32, 'b'), c(65, 'c');
+  const std::pair<std::string, const char*> cases[] = {
+      {"'' as text from (select a.object_id, count(*) from object a, object b, object c, object d, object e, "
+       "object f, "
+       "object g group by a.object_id) x",
+       "own.sql:8: it took too long (--rule-timeout)"},
+      {"'' as text from (select 7 as object_id from object) x",
+       "own.sql:8: object_id is no object of a server"},
+      {"abs(-9223372036854775807 - length(key)) as text from object", "inventory.db': integer overflow"},
+      {"replace(replace('" + a + "', 'a', '" + b + "'), 'b', '" + c + "') as text from object",
+       "the column text has a text of more than 64 KiB"}};
+  for (const auto& [sql, words] : cases) {
+    const Result result = run({"--rules", folder_.file("own.sql", header + sql), "--rule", "stopped,own",
+                               "--fail-on", "any", "--rule-timeout", "0.5"},
+                              2, words);
+    EXPECT_NE(result.out.find("[stopped]"), std::string::npos) << result.out;
+    EXPECT_EQ(result.out.find("[own]"), std::string::npos) << result.out;
+  }
 }
 
 }  // namespace

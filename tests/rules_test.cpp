@@ -1,25 +1,18 @@
-// Rules as files: their header, the SQL that they may use, and rules of the user's from the documentation on.
+// Rules as files: their header and the SQL that they may use.
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
+#include <tuple>
 #include <utility>
-#include <vector>
 
 #include "host/query/rule_set.h"
 #include "host/query/sql_tokens.h"
-#include "tests/support/process.h"
 
 namespace {
 
-namespace fs = std::filesystem;
 using host::Rule;
-using test::Arguments;
-using test::Result;
-using Strings = std::vector<std::string>;
 
-const std::string kWeb01 = SAMPLES_DIRECTORY "/WEB01/MetaBase.xml";
 const std::string kHeader =
     "-- title: T\n-- severity: low\n-- category: security\n-- why: W\n-- fix: F\n-- requires: "
     "ftp_site.path\n";
@@ -186,77 +179,6 @@ TEST(Rules, ReadViewsAndNothingElse) {
       errorOf(kHeader + "with \"like\" as (" + start + "path is not distinct from 'limit') -- ; cast\n" +
               "select object_id, holds from \"like\" where holds is not true"),
       "");
-}
-
-class UserRules : public testing::Test {
- protected:
-  Result run(const Arguments& arguments, int status, const std::string& words) const {
-    const Result result = test::run(folder_, arguments);
-    const std::string all = testing::PrintToString(arguments) + result.out + result.err;
-    EXPECT_EQ(result.status, status) << all;
-    EXPECT_NE((result.out + result.err).find(words), std::string::npos) << words << all;
-    return result;
-  }
-
-  const test::Folder folder_;
-  const std::string database_ = (folder_ / "inventory.db").string();
-};
-
-TEST_F(UserRules, WorkAsDocumented) {
-  const std::string page = test::contents(SAMPLES_DIRECTORY "/../docs/writing-rules.md");
-  const std::size_t from = page.find("```sql\n") + 7;
-  std::string rule = page.substr(from, page.find("```", from) - from);
-  for (std::size_t at = 0; (at = rule.find("   ", at)) != rule.npos;) rule.erase(at, 3);
-  const fs::path folder = folder_.folder("my-rules");
-  folder_.file("my-rules/ftp-port.sql", rule);
-  run({"collect", kWeb01, "--database", database_}, 0, "");
-  const Arguments findings = {"findings", "-d", database_, "--rules", folder.string(), "--no-builtin"};
-  run(findings, 0, "low: FTP on another port than 21 [ftp-port]");
-  run({"rules", "test", folder.string()}, 1, "ftp-port: no fixture");
-  fs::copy_file(kWeb01, folder / "ftp-port.xml");
-  const std::string out = run({"rules", "test", folder.string()}, 1, "ftp-port: failed, there is no '").out;
-  std::string expected;
-  for (std::size_t at = out.find("  + "); at != out.npos; at = out.find("  + ", at + 1))
-    expected += out.substr(at + 4, out.find('\n', at) - at - 3);
-  folder_.file("my-rules/ftp-port.expected", expected);
-  EXPECT_NE(expected, "");
-  run({"rules", "test", folder.string()}, 0, "ftp-port: passed\n");
-  folder_.file("my-rules/ftp-port.expected", expected + "finding site 99: tcp_port = 1\n");
-  run({"rules", "test", folder.string()}, 1, "ftp-port: failed\n  - finding site 99: tcp_port = 1\n");
-  // Both kinds of rules, without doubles.
-  run({"findings", "-d", database_, "--rules", folder.string(), "--rule", "ftp-*"}, 0,
-      "[ftp-unlimited-connections]");
-  folder_.file("stopped.sql", rule);
-  run({"findings", "-d", database_, "--rules", (folder_ / "stopped.sql").string()}, 2,
-      "stopped.sql:1: there is a rule stopped already, in rules/stopped.sql");
-  run({"findings", "-d", database_, "--rules", folder_.folder("none").string()}, 2, "it has no file *.sql");
-}
-
-TEST_F(UserRules, ThatFailLeaveTheOthersTheirResults) {
-  run({"collect", kWeb01, "--database", database_}, 0, "");
-  const std::pair<const char*, const char*> cases[] = {
-      {"select a.object_id, count(*) > 0 as holds from object a, object b, object c, object d, object e, "
-       "object f, object g, object h "
-       "group by a.object_id",
-       "own.sql:7: it took too long (--rule-timeout)"},
-      {"select 7 as object_id, true as holds from ftp_site", "own.sql:7: object_id is no object of a server"},
-      {"select object_id, abs(-9223372036854775807 - identifier) > 0 as holds from ftp_site",
-       "inventory.db': integer overflow"}};
-  for (const auto& [sql, words] : cases) {
-    const Result result = run({"findings", "-d", database_, "--rules", folder_.file("own.sql", kHeader + sql),
-                               "--rule", "stopped,own", "--fail-on", "any", "--rule-timeout", "0.3"},
-                              2, words);
-    EXPECT_NE(result.out.find("[stopped]"), std::string::npos) << result.out;
-    EXPECT_EQ(result.out.find("[own]"), std::string::npos) << result.out;
-  }
-  std::string header = kHeader;
-  header.insert(0, "-- columns: text text\n");
-  run({"findings", "-d", database_, "--rule", "own", "--rules",
-       folder_.file("own.sql",
-                    header + "select object_id, true as holds, replace(replace(replace('aaaaaaaa', 'a', "
-                             "'bbbbbbbbbbbbbbbbbbbbbbbbbbbbbbbb'), 'b', 'cccccccccccccccccccccccccccccccc'), "
-                             "'c', 'dddddddddddd') as text from ftp_site")},
-      2, "the column text has a text of more than 64 KiB");
 }
 
 }  // namespace
