@@ -9,6 +9,7 @@
 #include "host/problem_groups.h"
 #include "host/query/findings_output.h"
 #include "host/query/rule_options.h"
+#include "host/sections.h"
 
 namespace host {
 namespace {

@@ -6,8 +6,12 @@ _iisinventory_names() {
   sed -e 1d -e '/^"/!s/,.*//' -e '/^"/{s/^"\(\(""\|[^"]\)*\)".*/\1/;s/""/"/g}'
 }
 
+_iisinventory_rules() {
+  "$1" rules --rule '*' --format csv 2>/dev/null | _iisinventory_names
+}
+
 _iisinventory() {
-  local program=$1 word=$2 before=$3
+  local program=$1 word=$2 before=$3 severities=$'info\nlow\nmedium\nhigh\ncritical'
   local command='' database='' at choices='' help
   for ((at = 1; at < COMP_CWORD; ++at)); do
     case ${COMP_WORDS[at - 1]} in
@@ -24,9 +28,14 @@ _iisinventory() {
   COMPREPLY=()
   case $command$before in
     schema--format | schema-f) choices=$'table\njson\nmarkdown' ;;
+    findings--format | findings-f) choices=$'table\ncsv\njson\njsonl\nsarif' ;;
     *--format | *-f) choices=$'table\ncsv\njson' ;;
     *--color) choices=$'auto\nalways\nnever' ;;
-    *--fail-on) choices=any$'\n'$("$program" findings --rules --format csv 2>/dev/null | _iisinventory_names) ;;
+    *--min-severity) choices=$severities ;;
+    *--fail-on) choices=any$'\n'$severities$'\n'$(_iisinventory_rules "$program") ;;
+    *--rule) choices=$(_iisinventory_rules "$program") ;;
+    *--category) choices=$'security\nreliability\nmigration\nhousekeeping' ;;
+    *--profile) choices=$'default\nstig-iis6\nmigration' ;;
     collect--only | collect-o)
       # The answer to a tab that there is not names those that there are.
       choices=$("$program" collect --database x --only '?' x=x 2>&1 |

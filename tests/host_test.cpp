@@ -121,7 +121,7 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
     EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
     EXPECT_FALSE(fs::exists(here));
   }
-  for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "diff",
+  for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "rules", "diff",
                               "rename", "remove", "copy", "verify", "schema"}) {
     const Result help = *command == '\0' ? run({"--help"}) : run({command, "--help"});
     EXPECT_EQ(help.status, 0);

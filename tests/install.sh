@@ -41,3 +41,6 @@ expect "WEB01 $(printf %q 'Ä "b", c')" report -d try.db --server ''
 expect WEB01 remove -d try.db w
 expect 'tblHomeDirectorySetting tblHealth' show -d try.db tblH
 expect 'pool-serves-nothing' findings --fail-on pool-s
+expect 'medium' findings --fail-on me
+expect 'ftp-home-on-system-drive' rules --rule ftp-h
+expect 'sarif' findings --format s

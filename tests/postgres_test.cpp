@@ -285,7 +285,7 @@ TEST_F(Postgres, PrintsWhatItPrintsOfAnSqliteFile) {
   Arguments show = {"show", "Collections", "Problems"};
   for (const inventory::Table& table : inventory::tables()) show.emplace_back(table.name);
   for (const inventory::View& view : allViews()) show.push_back(view.name);
-  const Arguments commands[] = {show, {"findings"}, {"servers", "--history"}};
+  const Arguments commands[] = {show, {"servers", "--history"}};
   for (const Arguments& command : commands) {
     const auto printed = [&](const std::string& database) {
       return run(command + Arguments{"--format", "json", "--database", database}).out;
@@ -309,6 +309,71 @@ TEST_F(Postgres, PrintsWhatItPrintsOfAnSqliteFile) {
                   "identifier = 8"),
             "22,t,192.168.40.0 (255.255.255.0), 192.168.41.12, 10.128.0.0 (255.128.0.0)");
   EXPECT_EQ(asked("count(*), bool_and(published >= started)) from collection"), "2,t");
+}
+
+TEST_F(Postgres, EvaluatesRulesAsForAnSqliteFile) {
+  // Names are sorted and folded as in a file, whatever the database's language.
+  server_.run("drop database fleet");
+  server_.run("create database fleet owner writer template template0 locale_provider icu icu_locale 'en-US'");
+  run({"collect", kWeb, kLegacy, generated("MANY", 30), "--database", file_}, 1);
+  run({"copy", "--from", file_, "--to", fleet_}, 0, "copied 3 servers");
+  server_.run(
+      "grant usage on schema iis_inventory to reader; grant select on all tables in schema iis_inventory to "
+      "reader",
+      "fleet");
+  const std::string header =
+      "-- title: T\n-- severity: low\n-- category: security\n-- why: W\n-- fix: F\n-- requires: "
+      "app_pool.state";
+  const std::string functions = folder_.file("functions.sql", header + R"_(
+-- columns: a text, b integer, c boolean, d text, e integer, f text, g boolean
+-- param: least integer -1
+-- param: prefix text ÜB
+-- param: yes boolean true
+select object_id, :yes and length(name) > :least as holds,
+  fold(name) || '|' || max(name) over (partition by server) || '|' || fold('ÅЖΩ') as a,
+  strpos(name, 'Pool') + coalesce(abs(idle_minutes), 0) * 7 / 2 as b,
+  starts_with(fold(name), fold(:prefix)) or fold(name) between 'a' and 'd' as c,
+  ltrim(rtrim(replace(substr(name, 2, 5), 'o', '')), 'a')
+    || lag(name) over (partition by server order by fold(name), object_id) as d,
+  row_number() over (partition by server order by name desc, object_id)
+    + (select count(distinct state) + sum(length(state)) from app_pool) as e,
+  (select string_agg(x.state, ', ') from ftp_site x where x.server = p.server and x.state = 'Stopped')
+    || nullif(name, :prefix) as f,
+  (select bool_or(may_write) and not bool_and(logs_visits) from ftp_site x where x.server = p.server) as g
+from app_pool p
+)_");
+  const std::string reader = server_.address("reader", "fleet");
+  const auto json = [&](const std::string& database) {
+    return run({"findings", "--rule", "*", "--rules", functions, "--format", "json", "--database", database})
+        .out;
+  };
+  const std::string found = json(file_);
+  EXPECT_EQ(json(reader), found);
+  EXPECT_GT(count(found, "\"rule\":\"functions\""), 5);
+
+  const std::string slow = folder_.file(
+      "slow.sql",
+      header +
+          "\nselect a.object_id, count(*) > 0 as holds from object a, object b, object c, object d, object "
+          "e, object f group by a.object_id");
+  run({"findings", "--rules", slow, "--rule", "slow,stopped", "--rule-timeout", "0.3", "--database", reader},
+      2, "slow.sql:7: it took too long (--rule-timeout)");
+  EXPECT_NE(server_.log().find("statement timeout"), std::string::npos);
+  // A rule that only PostgreSQL refuses leaves the others their results.
+  const std::string refused =
+      folder_.file("refused.sql", header + "\nselect object_id, name = 1 as holds from app_pool");
+  const Result mixed =
+      run({"findings", "--rules", refused, "--rule", "refused,stopped", "--database", reader}, 2,
+          "refused.sql:7: ");
+  EXPECT_NE(mixed.out.find("[stopped]"), std::string::npos) << mixed.out;
+
+  server_.run("create role may_read login in role pg_read_server_files; grant writer to may_read");
+  for (const char* role : {"master", "may_read"}) {
+    const Arguments findings = {"findings", "--database", server_.address(role, "fleet")};
+    run(findings);
+    run(findings + Arguments{"--rules", functions}, 2, "the database role may read files or run programs");
+    run(findings + Arguments{"--rules", functions, "--force"}, 0, "[functions]");
+  }
 }
 
 TEST_F(Postgres, FindsWhatIsWrongInsideOfIt) {

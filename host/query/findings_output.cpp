@@ -206,7 +206,9 @@ Json sarifRule(const Rule& rule) {
             {"properties", {{"tags", Json::array({rule.category})}, {"severity", wordFor(rule.severity)}}}};
   for (const Rule::Reference& each : rule.references) {
     if (!each.address.empty() && !json.contains("helpUri")) json["helpUri"] = each.address;
-    json["properties"]["tags"].push_back(each.id.empty() ? each.name : each.name + " " + each.id);
+    const std::string tag = each.id.empty() ? each.name : each.name + " " + each.id;
+    Json& tags = json["properties"]["tags"];
+    if (std::find(tags.begin(), tags.end(), tag) == tags.end()) tags.push_back(tag);
   }
   if (rule.category == "security") json["properties"]["security-severity"] = severity.score;
   return json;

@@ -18,9 +18,9 @@ namespace {
 using inventory::Type;
 
 // Words and symbols that mean something else in the other kind of database, or make the order of rows matter.
-constexpr std::array<std::string_view, 12> kRefusedWords = {"cast",    "collate", "glob",   "ilike",
-                                                            "isnull",  "like",    "limit",  "match",
-                                                            "notnull", "offset",  "regexp", "similar"};
+constexpr std::array<std::string_view, 14> kRefusedWords = {
+    "cast", "collate", "glob",    "ilike",  "isnull", "like",    "limit",
+    "main", "match",   "notnull", "offset", "regexp", "similar", "temp"};
 constexpr std::string_view kRefusedSymbols = ";[]`$?@#~{}\\";
 
 std::string trimmed(std::string_view text) {
@@ -55,9 +55,8 @@ std::optional<Type> typeOf(std::string_view word) {
 bool isOfType(std::string_view value, Type type) {
   if (type == Type::kBoolean) return value == "true" || value == "false";
   std::int64_t number = 0;
-  return type == Type::kText || (std::from_chars(value.data(), value.data() + value.size(), number).ptr ==
-                                     value.data() + value.size() &&
-                                 !value.empty());
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+  return type == Type::kText || (error == std::errc() && end == value.data() + value.size());
 }
 
 // Reads the lines of a rule's header, each "-- KEY: VALUE" or, going on with the value, "--   MORE".
@@ -132,7 +131,7 @@ class HeaderParser {
 
   void addReference() {
     std::vector<std::string> parts = split(value_, '|');
-    if (parts.size() > 3) fail("a reference is NAME | ID | ADDRESS");
+    if (parts.empty() || parts.size() > 3) fail("a reference is NAME | ID | ADDRESS");
     Rule::Reference reference{parts[0], "", ""};
     for (const std::string& part : std::span(parts).subspan(1))
       (part.find("://") == part.npos ? reference.id : reference.address) = part;

@@ -5,7 +5,7 @@
 #include <string_view>
 
 #include "inventory/catalog/views.h"
-#include "inventory/publication.h"
+#include "inventory/names.h"
 #include "inventory/sqlite/functions.h"
 #include "sqlite/database.h"
 
@@ -14,30 +14,25 @@ namespace {
 
 // The same in both kinds of database.
 constexpr std::string_view kFunctions[] = {
-    "abs",    "bool_and",    "bool_or",    "coalesce", "count",  "fold",    "lag",   "lead",
-    "length", "ltrim",       "max",        "min",      "nullif", "replace", "round", "row_number",
-    "rtrim",  "starts_with", "string_agg", "strpos",   "substr", "sum"};
+    "abs",        "bool_and", "bool_or",     "coalesce",   "count",  "fold",   "lag",
+    "lead",       "length",   "ltrim",       "max",        "min",    "nullif", "replace",
+    "row_number", "rtrim",    "starts_with", "string_agg", "strpos", "substr", "sum"};
 
-// An empty inventory that lets a query read its views and nothing else.
+// An empty database that lets a query read an inventory's views and nothing else. They are tables in it, so
+// that whatever a query uses, it names itself.
 class EmptyInventory {
  public:
   EmptyInventory() : database_("", 64) {
-    const Dialect dialect(Dialect::Kind::kSqlite);
     std::string sql;
-    for (const auto& all : {ownTables(), tables()}) {
-      for (const Table& table : all) {
-        std::string columns;
-        for (const InsertColumn& column : insertColumnsOf(table))
-          columns += (columns.empty() ? "" : ", ") + quotedName(column.name);
-        sql += "create table " + quotedName(table.name) + " (" + columns + ");";
-      }
+    for (const View& view : views(Dialect(Dialect::Kind::kSqlite), std::string(kSelectedView))) {
+      std::string columns;
+      for (const ViewColumn& column : view.columns)
+        columns += (columns.empty() ? "" : ", ") + quotedName(column.name);
+      sql += "create table " + quotedName(view.name) + " (" + columns + ");";
     }
-    sql += "create view " + std::string(kSelectedView) + " as " + selectCurrent() + ";";
-    views_ = views(dialect, std::string(kSelectedView));
-    for (const View& view : views_)
-      sql += "create view " + quotedName(view.name) + " as " + view.select + ";";
     addFunctions(database_);
-    database_.execute(sql + "pragma trusted_schema = off");
+    database_.execute(sql);
+    sqlite3_drop_modules(database_.raw(), nullptr);
     sqlite3_db_config(database_.raw(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
     sqlite3_set_authorizer(database_.raw(), &EmptyInventory::authorize, this);
   }
@@ -60,31 +55,25 @@ class EmptyInventory {
   }
 
  private:
-  static int authorize(void* self, int action, const char* first, const char* second, const char* database,
-                       const char* view) {
-    return static_cast<EmptyInventory*>(self)->allow(action, first, second, database, view) ? SQLITE_OK
-                                                                                            : SQLITE_DENY;
+  static int authorize(void* self, int action, const char* first, const char* second, const char*,
+                       const char*) {
+    return static_cast<EmptyInventory*>(self)->allow(action, first, second) ? SQLITE_OK : SQLITE_DENY;
   }
 
-  bool allow(int action, const char* first, const char* second, const char* database, const char* view) {
+  bool allow(int action, const char* first, const char* second) {
     if (action == SQLITE_SELECT) return true;
     if (action == SQLITE_READ) {
-      // A common table expression belongs to no database.
-      if (database == nullptr || view != nullptr || isView(first)) return true;
-      return refuse(std::string("no view '") + first + "'");
+      // Everything else that there is comes with SQLite.
+      const std::string name = folded(first);
+      if (!name.starts_with("sqlite_") && !name.starts_with("pragma_")) return true;
+      return refuse("no view '" + name + "'");
     }
     if (action == SQLITE_FUNCTION) {
-      // Within a view any function may be used.
-      if (view != nullptr || std::ranges::find(kFunctions, std::string_view(second)) != std::end(kFunctions))
-        return true;
+      if (std::ranges::find(kFunctions, std::string_view(second)) != std::end(kFunctions)) return true;
       return refuse(std::string("the function '") + second + "' is not available");
     }
     if (action == SQLITE_RECURSIVE) return refuse("recursion is not available");
     return refuse("only a SELECT is allowed");
-  }
-
-  bool isView(std::string_view name) const {
-    return std::ranges::find(views_, name, &View::name) != views_.end();
   }
 
   bool refuse(std::string why) noexcept {
@@ -93,7 +82,6 @@ class EmptyInventory {
   }
 
   sqlite::Database database_;
-  std::vector<View> views_;
   std::string refusal_;
 };
 
