@@ -71,7 +71,7 @@ TEST(Rules, HaveWhatTheirHeaderSays) {
   EXPECT_EQ(rule.query(inventory::Dialect(inventory::Dialect::Kind::kSqlite)),
             "select ':at' as x, cast($2 as bigint), cast($1 as text), (cast($3 as bigint) <> 0), "
             "fold(fold(path) || (')'))");
-  const std::string postgres = rule.query({inventory::Dialect::Kind::kPostgres, "s"});
+  const std::string postgres = rule.query(inventory::Dialect(inventory::Dialect::Kind::kPostgres));
   const std::string end = ") collate \"und-x-icu\") collate \"C\")";
   EXPECT_EQ(postgres.substr(postgres.find("(lower")), "(lower(((lower((path" + end + " || (')')" + end);
 }
