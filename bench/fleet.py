@@ -70,7 +70,7 @@ def report(program, files, size, database, second, folder, count):
     add([program, "servers", "-d", database])
     add([program, "show", "tblGeneral", "--server", middle, "-d", database])
     add([program, "show", "tblGeneral", "--format", "csv", "-d", database])
-    add([program, "findings", "--format", "csv", "-d", database])
+    add([program, "findings", "--rule", "*", "--format", "csv", "-d", database])
     if second:
         run([program, "copy", "--from", database, "--to", second])
         add([program, "diff", database, second])

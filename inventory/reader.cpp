@@ -279,6 +279,9 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
          "where c.collection_id in (" +
              joined(piece, id) + ")");
   };
+  // A server scans its tables for each piece, and takes rows from others meanwhile.
+  if (driver_.readsConcurrently())
+    return inTransaction([&](Session& session) { each(session, collections); });
   forEachPresent(collections, kMostCollections, each, kMostRowsOfViews);
 }
 

@@ -48,12 +48,13 @@ struct Counts {
   std::int64_t suppressed = 0;
   std::int64_t unknown = 0;
   std::int64_t notCollected = 0;
+  std::int64_t rows = 0;  // that the queries gave
 
   void add(const Result& result);
 };
 
 struct EvaluationOptions {
-  std::chrono::milliseconds timeout{10000};  // of a query
+  std::chrono::milliseconds timeout{10000};  // of a query, for each thousand servers
   std::int64_t mostResults = 1000000;        // of a rule
 };
 
