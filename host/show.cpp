@@ -18,6 +18,7 @@
 #include "host/sections.h"
 #include "host/servers.h"
 #include "host/spool.h"
+#include "inventory/catalog/views.h"
 #include "inventory/inventory.h"
 #include "inventory/names.h"
 
@@ -174,18 +175,24 @@ class TableReader {
     std::string sql;
     for (const Column& column : columns_)
       sql += (sql.empty() ? "select " : ", ") + inventory::quotedName(column.name);
-    // In an order that doesn't depend on the database: by object, then by the columns from left to right.
-    const std::string first = relation_.name == "collection" ? "collection_id" : "object_id";
-    sql += " from " + inventory::quotedName(relation_.name) + " order by " + first + " nulls first";
+    // In an order that doesn't depend on the database: by server and object, then by the columns from left to
+    // right.
+    const std::string next = relation_.name == "collection" ? "collection_id" : "object_id";
+    sql += " from " + inventory::quotedName(relation_.name) + " order by server, " + next + " nulls first";
     for (std::size_t at = 0; at < columns_.size(); ++at)
       sql += ", " + std::to_string(at + 1) + " nulls first";
-    reader.query(sql, {options_.servers, options_.at}, [&](inventory::Cursor& row) {
-      for (std::size_t at = 0; at < columns_.size(); ++at) {
-        cells_[at] = row.cell(at);
-        if (cells_[at] && columns_[at].type == inventory::Type::kBoolean)
-          cells_[at] = *cells_[at] == "1" ? "true" : "false";
+    Collections sorted = collections;
+    std::ranges::sort(sorted, {}, &inventory::CollectionInfo::server);
+    reader.inViews(sorted, [&](inventory::Session& session, auto, const std::string& selected) {
+      const auto row = session.query(inventory::withViews(session.dialect(), selected, sql));
+      while (row->next()) {
+        for (std::size_t at = 0; at < columns_.size(); ++at) {
+          cells_[at] = row->cell(at);
+          if (cells_[at] && columns_[at].type == inventory::Type::kBoolean)
+            cells_[at] = *cells_[at] == "1" ? "true" : "false";
+        }
+        handle();
       }
-      handle();
     });
   }
 

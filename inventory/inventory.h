@@ -82,10 +82,6 @@ class Reader {
   // Whether the role that reads may do more on its server than read tables: run programs, read files.
   bool isPrivileged();
 
-  // Runs a query over the views, which show the collections of the selection and no others. `sql` begins with
-  // "select".
-  void query(const std::string& sql, const Selection& selection, const std::function<void(Cursor&)>& eachRow);
-
   // Some collections in pieces, at most so many at once, each in one transaction. Some of them may have been
   // deleted meanwhile.
   using OnPiece = std::function<void(Session&, std::span<const CollectionInfo> piece)>;

@@ -298,16 +298,4 @@ bool Reader::isPrivileged() {
   return isPrivileged;
 }
 
-void Reader::query(const std::string& sql, const Selection& selection,
-                   const std::function<void(Cursor&)>& eachRow) {
-  inTransaction([&](Session& session) {
-    const auto rows =
-        session.query(withViews(session.dialect(),
-                                "select " + chosenCollection(selection) + ", s.name from servers s where " +
-                                    keysCondition(selection.servers),
-                                sql));
-    while (rows->next()) eachRow(*rows);
-  });
-}
-
 }  // namespace inventory

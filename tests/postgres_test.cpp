@@ -129,8 +129,12 @@ class Postgres : public testing::Test {
       for (std::size_t at = 0; at < row.columnCount(); ++at)
         text.append(row.cell(at).value_or("-")).append("|");
     };
-    inventory->read().query("select " + columns + " from " + view.name, {},
-                            [&](inventory::Cursor& row) { add(queried, row); });
+    inventory::Reader reader = inventory->read();
+    reader.inViews(reader.collections(), [&](inventory::Session& session, auto, const std::string& selected) {
+      const auto row = session.query(
+          inventory::withViews(session.dialect(), selected, "select " + columns + " from " + view.name));
+      while (row->next()) add(queried, *row);
+    });
     const auto session = inventory->driver().read();
     const auto rows = session->query("select " + columns + " from " + session->dialect().table(view.name));
     while (rows->next()) add(stored, *rows);
@@ -791,6 +795,28 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
   }
   run({"verify", fleet_}, 0, "no problems found");
   EXPECT_TRUE(ended >= kRounds / 10 && again >= kRounds / 10 && changed > 0);
+}
+
+TEST_F(Postgres, ReadsManyServersWithAsManyStatementsAsAFew) {
+  server_.run("alter role writer set log_statement = 'all'; alter role writer set log_min_messages = log");
+  const Arguments commands[] = {
+      {"servers"}, {"show", "tblGeneral"}, {"show", "ftp_site"}, {"findings"}, {"report"}};
+  const auto statements = [&](std::size_t servers) {
+    Strings all;
+    for (std::size_t at = 0; at < servers; ++at) all.push_back("S" + std::to_string(at) + "=" + kLegacy);
+    EXPECT_LT(test::run(folder_, collecting(all, {"--quiet"}, fleet_)).status, 2);
+    std::vector<int> counts;
+    for (const Arguments& command : commands) {
+      const std::string before = server_.log();
+      run(command + Arguments{"--database", fleet_});
+      const std::string log = server_.log().substr(before.size());
+      counts.push_back(count(log, "LOG:  statement: ") + count(log, "LOG:  execute "));
+    }
+    return counts;
+  };
+  const auto few = statements(2);
+  EXPECT_GT(few.front(), 0);
+  EXPECT_EQ(statements(20), few);
 }
 
 TEST_F(Postgres, AnswersForOneServerFromIndexes) {
