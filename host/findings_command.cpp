@@ -9,6 +9,7 @@
 #include "host/query/rule_options.h"
 #include "host/retry.h"
 #include "host/servers.h"
+#include "host/signals.h"
 #include "inventory/names.h"
 
 namespace host {
@@ -67,16 +68,27 @@ std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
   std::vector<std::string> known{std::string(kAny)};
   known.insert(known.end(), kSeverities.begin(), kSeverities.end());
   for (const Rule& rule : rules) known.push_back(rule.id);
-  for (const std::string& text : commaSeparated(raw.failOn)) {
+  const std::vector<std::string> texts = commaSeparated(raw.failOn);
+  if (texts.empty() && !raw.failOn.empty()) throw UsageError("--fail-on: the value is empty");
+  for (const std::string& text : texts) {
     const FailOn condition{text, severityOf(text)};
     const bool isKnown =
         condition.severity || inventory::sameName(text, kAny) ||
         std::ranges::any_of(rules, [&](const Rule& rule) { return condition.matches(rule); });
     if (!isKnown)
-      throw UsageError("--fail-on: no rule '" + text + "' is evaluated" + didYouMean(text, known));
+      throw UsageError("--fail-on: no rule '" + text + "' is evaluated (see --profile and --rule)" +
+                       didYouMean(text, known));
     all.push_back(condition);
   }
   return all;
+}
+
+// Whether a rule that an entry is about was evaluated. A fingerprint does not say which one it is about.
+bool isEvaluated(const Findings& findings, const IgnoreFile::Entry& entry) {
+  const auto isMeant = [&](const Rule& rule) {
+    return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
+  };
+  return findings.failures().empty() && std::ranges::any_of(findings.rules(), isMeant);
 }
 
 void reportEntries(const Findings& findings, bool isComplete) {
@@ -84,25 +96,74 @@ void reportEntries(const Findings& findings, bool isComplete) {
     const std::string place = "'" + findings.ignoreFile().name() + "' line " + std::to_string(entry.line);
     if (entry.isExpired) {
       complain(place + " expired on " + entry.until + ": " + entry.reason);
-    } else if (!entry.hasMatched && isComplete) {
-      complain(place + " matches no finding: " + entry.reason);
+    } else if (!entry.hasMatched && isComplete && isEvaluated(findings, entry)) {
+      complain(place + " matches no finding of these rules: " + entry.reason);
     }
   }
 }
 
-void writeIgnoreFile(Findings& findings, const std::filesystem::path& path) {
-  NewFile file(path);
-  file.output().write(
-      "# Ignored findings: FINGERPRINT | UNTIL | REASON, or RULE: SERVER/KIND/KEY | UNTIL | REASON.\n");
+// Adds the findings that are not ignored yet to what the file has, or makes a new one of all findings.
+void writeIgnoreFile(Findings& findings, const std::string& former, Output& output) {
+  output.write(
+      !former.empty()
+          ? former
+          : "# Ignored findings: FINGERPRINT | UNTIL | REASON, or RULE: SERVER/KIND/KEY | UNTIL | REASON.\n");
+  if (!former.empty() && former.back() != '\n') output.write("\n");
   findings.forEach([&](const Result& result) {
-    if (!result.isFinding()) return;
+    if (!result.isFinding() || (result.ignored != nullptr && !former.empty())) return;
     const std::string fingerprint = result.data["fingerprint"], object = result.data["object_path"];
-    file.output().write(result.ignored != nullptr
-                            ? ignoreLine(fingerprint, result.ignored->until, result.ignored->reason)
-                            : ignoreLine(fingerprint, "", findings.rules()[result.rule].id + ": " + object));
+    output.write(result.ignored != nullptr
+                     ? ignoreLine(fingerprint, result.ignored->until, result.ignored->reason)
+                     : ignoreLine(fingerprint, "", findings.rules()[result.rule].id + ": " + object));
   });
-  file.finish();
 }
+
+// The files to write, each opened before anything is evaluated; a signal leaves nothing of them.
+class OutputFiles {
+ public:
+  OutputFiles(const Raw& raw, const std::string& database) {
+    for (const std::string& name : raw.outputs) add("--output", name, database);
+    if (!raw.writeIgnore.empty()) {
+      const std::filesystem::path path = add("--write-ignore", raw.writeIgnore, database);
+      std::error_code error;
+      if (std::filesystem::exists(path, error)) formerIgnores_ = readTextFile(path);
+    }
+    if (files_.empty()) return;
+    signals_.emplace();
+    signals_->await([this](int signalNumber) {
+      for (const auto& file : files_) file->remove();
+      endBySignal(signalNumber);
+    });
+  }
+
+  void write(const Raw& raw, Findings& findings) {
+    for (std::size_t at = 0; at < raw.outputs.size(); ++at) {
+      const std::string extension = std::filesystem::path(raw.outputs[at]).extension().string();
+      writeFindings(findings, findingsFormatOf(extension), raw.showSuppressed, files_[at]->output(), false);
+    }
+    if (!raw.writeIgnore.empty()) {
+      if (!findings.failures().empty())
+        throw std::runtime_error("cannot write '" + raw.writeIgnore + "': a rule failed");
+      writeIgnoreFile(findings, formerIgnores_, files_.back()->output());
+    }
+    if (signals_) signals_->ignore();
+    for (const auto& file : files_) file->finish();
+  }
+
+ private:
+  std::filesystem::path add(const char* option, const std::string& name, const std::string& database) {
+    const std::filesystem::path path = wholePath(option, name);
+    std::error_code error;
+    if (!inventory::isOnServer(database) && std::filesystem::equivalent(path, database, error))
+      throw UsageError(std::string(option) + " '" + name + "': it is the database");
+    files_.push_back(std::make_unique<NewFile>(path));
+    return path;
+  }
+
+  std::vector<std::unique_ptr<NewFile>> files_;
+  std::string formerIgnores_;
+  std::optional<EndingSignals> signals_;
+};
 
 int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool strict) {
   int status = 0;
@@ -125,6 +186,7 @@ int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool s
 }
 
 int run(const Raw& raw, const Request& request, const std::vector<FailOn>& failOn, Output& output) {
+  OutputFiles files(raw, request.database);
   auto evaluated = retryOnDisconnect([&] {
     const auto inventory = inventory::openForReading(request.database, request.access);
     inventory::Reader reader = inventory->read(reportSuccessor);
@@ -134,18 +196,12 @@ int run(const Raw& raw, const Request& request, const std::vector<FailOn>& failO
   Findings& findings = *evaluated;
   for (const std::string& failure : findings.failures()) complain(failure);
   reportEntries(findings, request.isComplete);
-  for (const std::string& name : raw.outputs) {
-    NewFile file(wholePath("--output", name));
-    writeFindings(findings, findingsFormatOf(std::filesystem::path(name).extension().string()),
-                  raw.showSuppressed, file.output());
-    file.finish();
-  }
-  if (!raw.writeIgnore.empty()) writeIgnoreFile(findings, wholePath("--write-ignore", raw.writeIgnore));
+  files.write(raw, findings);
   const int status = findings.failures().empty() ? statusOf(findings, failOn, raw.strict) : 2;
   return printed(output, status, [&] {
     if (raw.outputs.empty() || !raw.format.empty())
       writeFindings(findings, raw.format.empty() ? FindingsFormat::kTable : findingsFormatOf(raw.format),
-                    raw.showSuppressed, output);
+                    raw.showSuppressed, output, true);
   });
 }
 
@@ -162,7 +218,7 @@ void addFindings(CLI::App& program, Work& work) {
   addList(command, "-o,--output", raw->outputs, "FILE", "File to write (repeatable)");
   addRuleOptions(command, raw->rules);
   addFindingsOptions(command, raw->rules);
-  command.add_option("--write-ignore", raw->writeIgnore, "Write an ignore file with all findings")
+  command.add_option("--write-ignore", raw->writeIgnore, "Add the findings to an ignore file")
       ->type_name("FILE");
   command.add_flag("--show-suppressed", raw->showSuppressed, "List ignored findings too");
   addList(command, "--fail-on", raw->failOn, "SEVERITY|RULE", "Status 1 if a finding matches (repeatable)");
@@ -171,6 +227,7 @@ void addFindings(CLI::App& program, Work& work) {
   command.callback([raw, &work] {
     refuseEmpty("--server", raw->servers);
     refuseEmpty("--output", raw->outputs);
+    refuseEmpty("--fail-on", raw->failOn);
     if (!raw->format.empty()) findingsFormatOf(raw->format);
     for (const std::string& name : raw->outputs)
       findingsFormatOf(std::filesystem::path(name).extension().string());

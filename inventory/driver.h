@@ -109,7 +109,7 @@ class Session {
 
   virtual std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters = {}) = 0;
 
-  // Ends each later query that takes longer, with Error.
+  // Ends each later query that takes longer, with Error; 0 for no limit.
   virtual void limitQueries(std::chrono::milliseconds limit) = 0;
 
   // Prepares the adding of rows to a table; only one inserter is open on a session at a time.
@@ -162,7 +162,7 @@ class Driver {
   // Whether such a transaction may last long without keeping others from publishing.
   virtual bool readsConcurrently() const = 0;
 
-  // Refuses a database that can't take these tables, before there is anything to publish. `checkSchema` is
+  // Refuses a database that cannot take these tables, before there is anything to publish. `checkSchema` is
   // called with a transaction for reading where there is a schema already.
   virtual void checkWritable(std::span<const std::string> tables,
                              const std::function<void(Session&)>& checkSchema) = 0;

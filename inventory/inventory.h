@@ -120,7 +120,7 @@ class Inventory {
 
   std::string shownName() const { return driver_->shownName(); }
 
-  // Refuses a database that an inventory can't be published into.
+  // Refuses a database that an inventory cannot be published into.
   void checkWritable();
 
   // Makes each collection its server's current one, and deletes collections beyond those to be kept: all of
@@ -177,7 +177,7 @@ class Inventory {
 bool isOnServer(std::string_view database);
 
 // A database's name as messages have it: an address without the password that it may hold. Throws Error for
-// an address that can't be one.
+// an address that cannot be one.
 std::string shownName(const std::string& database);
 
 // Opens an inventory for reading. Changes nothing, but for rolling back what a killed process left half
@@ -185,7 +185,7 @@ std::string shownName(const std::string& database);
 std::unique_ptr<Inventory> openForReading(const std::string& database, const Access& access);
 
 // Opens an inventory for publishing; the database need not be there yet, and isn't made before something is
-// published. Fails for one that can't take an inventory.
+// published. Fails for one that cannot take an inventory.
 std::unique_ptr<Inventory> openForPublishing(const std::string& database, const Access& access);
 
 // Takes a text such as 2026-01-31, 2026-01-31T12:00 or 2026-01-31T12:00:00Z, in UTC, for a moment; what is

@@ -16,7 +16,7 @@ ftp-home-on-system-drive
 ftp-log-without-identity
 ftp-unlimited-connections
 ftp-banner-names-product
-ftp-nobody-can-log-on
+ftp-no-user-can-log-on
 ftp-shared-directory
 ftp-nested-home
 ftp-same-binding

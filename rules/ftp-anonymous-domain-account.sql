@@ -8,7 +8,9 @@
 -- requires: ftp_site.allows_anonymous ftp_site.anonymous_user
 -- columns: anonymous_user text identifying
 select object_id,
-       allows_anonymous and strpos(anonymous_user, '\') > 1
-         and fold(substr(anonymous_user, 1, strpos(anonymous_user, '\') - 1)) not in (fold(server), '.') as holds,
+       allows_anonymous
+         and (strpos(anonymous_user, '@') > 0
+              or strpos(anonymous_user, '\') > 1
+                 and fold(substr(anonymous_user, 1, strpos(anonymous_user, '\') - 1)) not in (fold(server), '.')) as holds,
        anonymous_user
 from ftp_site

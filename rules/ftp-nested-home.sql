@@ -6,14 +6,13 @@
 -- requires: ftp_site.path
 -- columns: path text identifying, contains text
 with homes as (
-  select object_id, server, path, fold(path) || case when path <> '' and substr(path, length(path), 1) <> '\' then '\' else '' end as folded
+  select object_id, server, path, rtrim(fold(path), '\') || '\' as folded
   from ftp_site where path is null or path <> ''),
 following as (
-  select object_id, path, folded,
-         lead(folded) over (partition by server order by folded, object_id) as next,
-         lead(path) over (partition by server order by folded, object_id) as contains
-  from homes where path is not null)
-select object_id, next <> folded and starts_with(next, folded) as holds, path, contains
-from following where next is not null
-union all
-select object_id, null, path, null from homes where path is null
+  select server, folded, lead(folded) over (partition by server order by folded) as next
+  from (select distinct server, folded from homes where path is not null) paths)
+select h.object_id, case when h.path is null then null else starts_with(f.next, f.folded) end as holds,
+       h.path, f.next as contains
+from homes h
+left join following f on f.server = h.server and f.folded = h.folded
+where h.path is null or f.next is not null

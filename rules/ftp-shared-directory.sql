@@ -13,7 +13,7 @@ select p.object_id,
        case when p.path is null then null else s.sites > 1 end as holds,
        p.path, s.sites
 from paths p
-left join (select server, fold(path) as path, count(distinct site) as sites
-           from paths where path <> '' group by server, fold(path)) s
-  on s.server = p.server and s.path = fold(p.path)
+left join (select server, rtrim(fold(path), '\') as path, count(distinct site) as sites
+           from paths where path <> '' group by server, rtrim(fold(path), '\')) s
+  on s.server = p.server and s.path = rtrim(fold(p.path), '\')
 where p.path is null or s.sites > 1

@@ -5,7 +5,7 @@
 -- fix: Limit the connections of the site to what it needs.
 -- references: Microsoft, MaxConnections | https://learn.microsoft.com/es-es/previous-versions/windows/it-pro/windows-server-2003/cc728043(v=ws.10)
 -- references: NIST | SP 800-7 | http://ftp.sunet.se/mirror/archive/ftp.sunet.se/pub/security/csir/nist/nistpubs/800-7/node122.html
--- references: CWE-770
+-- references: CWE | CWE-770
 -- requires: ftp_site.maximum_connections
 -- columns: maximum_connections integer
 select object_id, maximum_connections = -1 as holds, maximum_connections

@@ -2,7 +2,7 @@
 -- severity: medium
 -- category: reliability
 -- why: Worker processes that nothing uses keep their memory.
--- fix: End idle worker processes on the Performance tab after at most so many minutes, or document the exception.
+-- fix: End idle worker processes on the Performance tab within the limit, or document the exception.
 -- references: DISA IIS6 Site STIG | V-13708, WA000-WI6028 | https://www.stigviewer.com/stig/iis6_site/2014-12-10/finding/V-13708
 -- requires: app_pool.ends_when_idle app_pool.idle_minutes
 -- columns: ends_when_idle boolean, idle_minutes integer

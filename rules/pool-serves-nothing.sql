@@ -3,7 +3,7 @@
 -- category: housekeeping
 -- why: No application is assigned to it; it can probably be removed.
 -- fix: Remove the pool, or assign an application to it.
--- requires: app_pool application
+-- requires: application
 select p.object_id,
        case when a.pool_id is not null then false when p.applications_incomplete then null else true end as holds
 from app_pool p

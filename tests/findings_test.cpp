@@ -58,7 +58,7 @@ tblAppliedObject set "Local path" = 'c:\Web'
 )_";
 
 // RULE; TABLE; COLUMN; VALUE; UNKNOWN; EXPECTED: what the rule gives where the first row of the table has the
-// value and the view's column UNKNOWN is unknown for the last one. "+" stands before findings and "?" before
+// value and the view's column UNKNOWN is unknown for the last one. "+" precedes findings and "?" before
 // what could not be evaluated; nothing for "+site 1, ?site 3", or the pools of these numbers.
 constexpr const char* kCases = R"_(
 anonymous-write; tblHomeDirectorySetting; Write; Yes; may_write
@@ -85,7 +85,7 @@ ftp-log-without-identity; tblExtendedLogSetting; Client IP Address; No; log_clie
 ftp-msdos-listing; tblHomeDirectorySetting; Directory Listing Style; MS-DOS; listing_style
 ftp-nested-home; tblHomeDirectorySetting; Path; \; path
 ftp-nested-home; tblHomeDirectorySetting; Path; \Files; path; ?site 3
-ftp-nobody-can-log-on; tblSecurityAccounts; Allow Anonymous Connections; No; allows_anonymous
+ftp-no-user-can-log-on; tblSecurityAccounts; Allow Anonymous Connections; No; allows_anonymous
 ftp-same-binding; tblGeneral; TCP Port; 2002; state; +site 1, +site 2
 ftp-shared-directory; tblHomeDirectorySetting; Path; \FILES2; path; +site 1, +site 2, ?site 3
 ftp-shared-directory; tblvirtualDirectory; Path; \files2; path; +directory 1/ROOT/dir0, +site 2, ?directory 3/ROOT/dir0
@@ -264,10 +264,12 @@ TEST_F(Findings, DecideTheStatus) {
       {{"--rule", "stoped"}, 2, "stopped"},
       {{"--category", "safety"}, 2, "no category 'safety'"},
       {{"--min-severity", "worst"}, 2, "no severity 'worst'"},
+      {{"--fail-on", ","}, 2, "--fail-on: the value is empty"},
+      {{"--profile", "migration", "--rule", "pool-local-system"}, 2, "no rule is left"},
       {{"--profile", "defalt"}, 2, "default"},
       {{"--no-builtin"}, 2, "--no-builtin needs --rules"},
-      {{"--format", "xml"}, 2, "'xml' is none of"},
-      {{"--output", path("findings")}, 2, "is none of"},
+      {{"--format", "xml"}, 2, "the format 'xml'"},
+      {{"--output", path("findings")}, 2, "cannot write the format"},
   };
   for (const auto& [arguments, status, words] : cases) run(arguments, status, words);
 }
@@ -339,7 +341,20 @@ TEST_F(Findings, AreIgnoredAsFilesSay) {
   EXPECT_NE(stopped.find("1 suppressed"), std::string::npos) << stopped;
   EXPECT_NE(stopped.find("site "), std::string::npos) << stopped;
   EXPECT_EQ(run({"--rule", "stopped"}).err.find("gone"), std::string::npos);
-  run({"--format", "csv"}, 0, "line 5 matches no finding: gone");
+  run({"--format", "csv"}, 0, "line 5 matches no finding of these rules: gone");
+
+  // What the user wrote stays as it is.
+  const std::string own = "# Ours\nstopped: * | | kept\n", kept = folder_.file("kept.ignore", own);
+  run({"--rule", "stopped,logging-off", "--ignore-file", kept, "--write-ignore", kept});
+  EXPECT_TRUE(test::contents(kept).starts_with(own)) << test::contents(kept);
+  EXPECT_NE(test::contents(kept).find("logging-off: WEB01/site/"), std::string::npos);
+  for (const char* const option : {"--write-ignore", "--output"}) {
+    const std::string copy = path("copy.csv");
+    fs::copy_file(database_, copy, fs::copy_options::overwrite_existing);
+    const test::Result result = test::run(folder_, {"findings", "--database", copy, option, copy});
+    EXPECT_EQ(result.status, 2) << result.err;
+    EXPECT_EQ(test::contents(copy), test::contents(database_)) << option;
+  }
 
   const std::pair<const char*, const char*> malformed[] = {
       {"0123 |  | why", "line 2: '0123' is neither"},
@@ -453,9 +468,9 @@ TEST_F(Findings, OfOtherRulesRemainWhereOneFails) {
       {"'' as text from (select a.object_id, count(*) from object a, object b, object c, object d, object e, "
        "object f, "
        "object g group by a.object_id) x",
-       "own.sql:8: it took too long (--rule-timeout)"},
+       "own.sql:8: the query took too long"},
       {"'' as text from (select 7 as object_id from object) x",
-       "own.sql:8: object_id is no object of a server"},
+       "own.sql:8: an object_id is that of no object"},
       {"abs(-9223372036854775807 - length(key)) as text from object", "inventory.db': integer overflow"},
       {"replace(replace('" + a + "', 'a', '" + b + "'), 'b', '" + c + "') as text from object",
        "the column text has a text of more than 64 KiB"}};

@@ -121,8 +121,8 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
     EXPECT_TRUE(arguments.empty() || lines(result.err).size() == 1);
     EXPECT_FALSE(fs::exists(here));
   }
-  for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "rules", "diff",
-                              "rename", "remove", "copy", "verify", "schema"}) {
+  for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "rules",
+                              "diff", "rename", "remove", "copy", "verify", "schema"}) {
     const Result help = *command == '\0' ? run({"--help"}) : run({command, "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("Example"), std::string::npos);
@@ -228,7 +228,8 @@ TEST_F(Host, ShowsHostileTextHarmlessly) {
   const std::string hostile = "\x1b[2J\r\n\u202E,\"\xFF\x9B";
   {
     Database database(database_, Database::Mode::kReadWrite, {});
-    auto statement = database.prepare("insert into tblIdentity (id, \"Security account\") values (3 << 31, ?)");
+    auto statement =
+        database.prepare("insert into tblIdentity (id, \"Security account\") values (3 << 31, ?)");
     statement.bind(1, hostile);
     statement.step();
   }

@@ -361,7 +361,7 @@ from app_pool p
           "\nselect a.object_id, count(*) > 0 as holds from object a, object b, object c, object d, object "
           "e, object f group by a.object_id");
   run({"findings", "--rules", slow, "--rule", "slow,stopped", "--rule-timeout", "0.3", "--database", reader},
-      2, "slow.sql:7: it took too long (--rule-timeout)");
+      2, "slow.sql:7: the query took too long");
   EXPECT_NE(server_.log().find("statement timeout"), std::string::npos);
   // A rule that only PostgreSQL refuses leaves the others their results.
   const std::string refused =

@@ -137,6 +137,10 @@ TEST(Rules, ReadViewsAndNothingElse) {
       {"select object_id, path = \"x\" as holds from ftp_site", "no such column: x"},
       {"select object_id, path = $1 as holds from ftp_site", "'$' is not available"},
       {"select object_id, path collate nocase = 'x' as holds from ftp_site limit 1", "'collate'"},
+      {"select object_id, path not null as holds from ftp_site", "'not null' without 'is'"},
+      {"select rowid as object_id, true as holds from ftp_site", "'rowid' is not available"},
+      {"select object_id, path = e'x' as holds from ftp_site", "quotation mark"},
+      {"select object_id, true as holds --\r, version()\n from ftp_site", "carriage return"},
       {"with recursive r(n) as (select 1 union all select n + 1 from r) select n as object_id, true as holds "
        "from r",
        "recursion"},

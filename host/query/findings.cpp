@@ -48,7 +48,7 @@ std::string valueOf(const inventory::Cell& cell, inventory::Type type) {
   return isNumber ? std::to_string(number) : jsonText(*cell);
 }
 
-// How an object is called: SERVER/KIND/KEY, and by people.
+// What an object is shown as: its kind, SERVER/KIND/KEY, and its name.
 struct ObjectNames {
   std::string kind, path, name;
 };
@@ -85,10 +85,12 @@ class Findings::Evaluation {
         selected_(selected),
         options_(options),
         first_(findings.servers_.size() - servers.size()) {
-    // A server evaluates a rule for all of them at once.
-    session_.limitQueries(options.timeout * (1 + servers.size() / 1000));
+    session_.limitQueries(limit());
     for (std::size_t at = 0; at < servers.size(); ++at) byCollection_[servers[at].id] = at;
   }
+
+  // A server evaluates a rule for all servers at once.
+  std::chrono::milliseconds limit() const { return options_.timeout * (1 + servers_.size() / 1000); }
 
   void evaluate(std::size_t place) {
     rule_ = &findings_.rules_[place];
@@ -130,7 +132,8 @@ class Findings::Evaluation {
       if (!result) continue;
       findings_.insert(*result);
       if (++findings_.counts_[place_].rows > options_.mostResults)
-        throw inventory::Error("more than " + std::to_string(options_.mostResults) + " rows");
+        throw inventory::Error("it gives more than " + std::to_string(options_.mostResults) +
+                               " rows (judge fewer objects)");
     }
   }
 
@@ -138,7 +141,9 @@ class Findings::Evaluation {
   std::optional<Result> resultOf(Cursor& row) {
     const std::int64_t id = row.number(inventory::kObjectId);
     const auto found = byCollection_.find(id >> 32);
-    if (found == byCollection_.end()) throw inventory::Error("object_id is no object of a server");
+    const bool isNone = row.number(inventory::kObjectKind) == 0 && (id & 0xFFFFFFFF) != 0;
+    if (found == byCollection_.end() || isNone)
+      throw inventory::Error("an object_id is that of no object (select the object_id of a view)");
     if (!isCollected_[found->second]) return std::nullopt;
     const CollectionInfo& server = servers_[found->second];
     const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
@@ -222,14 +227,17 @@ void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionI
       } catch (const inventory::Error& error) {
         session.execute("rollback to savepoint rule");
         hasFailed[at] = true;
-        const bool isOverdue = std::chrono::steady_clock::now() - start >= options.timeout;
+        const bool isOverdue = std::chrono::steady_clock::now() - start >= evaluation.limit();
         failures_.push_back(rules_[at]
                                 .errorAt(rules_[at].queryStart,
-                                         isOverdue ? "it took too long (--rule-timeout)" : error.what())
+                                         isOverdue
+                                             ? "the query took too long (use --rule-timeout to allow more)"
+                                             : error.what())
                                 .what());
       }
       session.execute("release savepoint rule");
     }
+    session.limitQueries(std::chrono::milliseconds(0));
   });
   // A rule that failed has no results.
   for (std::size_t at = 0; at < rules_.size(); ++at) {

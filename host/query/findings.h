@@ -19,7 +19,7 @@
 
 namespace host {
 
-// What a rule has to say of an object, or of a whole server.
+// The result of a rule for an object, or for a whole server.
 struct Result {
   enum class State {
     kFinding,

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -79,11 +80,12 @@ void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
 
 class TableWriter {
  public:
-  TableWriter(Findings& findings, bool withSuppressed, Output& output)
+  TableWriter(Findings& findings, bool withSuppressed, Output& output, bool isTerminal)
       : findings_(findings),
         withSuppressed_(withSuppressed),
         output_(output),
-        width_(std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO))) {}
+        width_(isTerminal ? std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO)) : 80),
+        isTerminal_(isTerminal) {}
 
   void write() {
     findings_.forEach([&](const Result& result) {
@@ -111,9 +113,10 @@ class TableWriter {
     const Rule& rule = findings_.rules()[place];
     const Counts& counts = findings_.counts()[place];
     const bool hasFindings = counts.findings > 0;
+    const std::string heading = std::string(wordFor(rule.severity)) + ": " + rule.title;
     output_.write(std::string(isFirst_ ? "" : "\n") +
-                  colored(std::string(wordFor(rule.severity)) + ": " + rule.title,
-                          hasFindings ? Ink::kProblem : Ink::kNotice, STDOUT_FILENO) +
+                  (isTerminal_ ? colored(heading, hasFindings ? Ink::kProblem : Ink::kNotice, STDOUT_FILENO)
+                               : heading) +
                   " [" + rule.id + "]\n");
     isFirst_ = false;
     if (!hasFindings) return;
@@ -182,6 +185,7 @@ class TableWriter {
   const bool withSuppressed_;
   Output& output_;
   const std::size_t width_;
+  const bool isTerminal_;
   bool isFirst_ = true;
   std::optional<std::size_t> rule_, server_;
   std::set<std::string> notCollected_;
@@ -191,7 +195,7 @@ class TableWriter {
 
 struct SarifSeverity {
   const char* level;
-  const char* score;  // for code scanning, which tells severities by it
+  const char* score;  // for code scanning, which derives severities from it
 };
 constexpr SarifSeverity kSarif[] = {
     {"note", "1.0"}, {"note", "2.0"}, {"warning", "5.5"}, {"error", "8.0"}, {"error", "9.5"}};
@@ -215,7 +219,12 @@ Json sarifRule(const Rule& rule) {
 }
 
 // A path as a relative or absolute reference (RFC 3986).
-std::string uriOf(const std::string& path) {
+std::string uriOf(const std::string& file) {
+  // Code scanning wants paths below its working directory.
+  std::error_code error;
+  const std::string relative =
+      std::filesystem::path(file).lexically_relative(std::filesystem::current_path(error)).string();
+  const std::string path = relative.empty() || relative.starts_with("..") ? file : relative;
   constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
   std::string uri = path.starts_with('/') ? "file://" : "";
   for (const char c : path) {
@@ -293,14 +302,16 @@ FindingsFormat findingsFormatOf(const std::string& name) {
   const std::string folded = inventory::folded(name.starts_with('.') ? name.substr(1) : name);
   const auto found = std::ranges::find(kNames, folded == "txt" ? "table" : folded);
   if (found == kNames.end())
-    throw UsageError("'" + name + "' is none of table (.txt), csv, json, jsonl and sarif");
+    throw UsageError("cannot write the format '" + name +
+                     "' (use table, csv, json, jsonl or sarif, as a file's extension .txt for table)");
   return static_cast<FindingsFormat>(found - kNames.begin());
 }
 
-void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output) {
+void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output,
+                   bool isTerminal) {
   switch (format) {
     case FindingsFormat::kTable:
-      return TableWriter(findings, withSuppressed, output).write();
+      return TableWriter(findings, withSuppressed, output, isTerminal).write();
     case FindingsFormat::kCsv:
       return writeCsv(findings, withSuppressed, output);
     case FindingsFormat::kJson:

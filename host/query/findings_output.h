@@ -15,7 +15,9 @@ FindingsFormat findingsFormatOf(const std::string& name);
 
 // Writes the results, a row or an object for each. kSarif is SARIF 2.1.0 and always has the suppressed
 // findings; the others have them where `withSuppressed`.
-void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output);
+// `isTerminal`: the table may go to a terminal, whose width and colours it then takes.
+void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output,
+                   bool isTerminal);
 
 // The evidence of a result in one line: "path = D:\Files, may_write = yes". Empty texts are left out.
 std::string evidenceText(const Result& result);

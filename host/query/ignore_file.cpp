@@ -21,7 +21,12 @@ std::string trimmed(std::string_view text) {
 
 bool isDay(std::string_view text) {
   if (text.size() != 10 || text[4] != '-' || text[7] != '-') return false;
-  return std::ranges::all_of(text, [](char c) { return (c >= '0' && c <= '9') || c == '-'; });
+  const auto isDigits = [](std::string_view part) {
+    return part.find_first_not_of("0123456789") == part.npos;
+  };
+  const std::string_view month = text.substr(5, 2), day = text.substr(8);
+  return isDigits(text.substr(0, 4)) && isDigits(month) && isDigits(day) && month >= "01" && month <= "12" &&
+         day >= "01" && day <= "31";
 }
 
 }  // namespace
@@ -32,7 +37,13 @@ IgnoreFile::IgnoreFile(const std::filesystem::path& file, std::string_view today
   for (int number = 1; std::getline(lines, line); ++number) {
     if (trimmed(line).empty() || trimmed(line).front() == '#') continue;
     entries_.push_back(parse(line, number));
-    entries_.back().isExpired = !entries_.back().until.empty() && entries_.back().until < today;
+    Entry& entry = entries_.back();
+    entry.isExpired = !entry.until.empty() && entry.until < today;
+    if (entry.fingerprint.empty()) {
+      patterns_.push_back(entries_.size() - 1);
+    } else {
+      byFingerprint_.emplace(entry.fingerprint, entries_.size() - 1);
+    }
   }
 }
 
@@ -70,13 +81,15 @@ IgnoreFile::Entry IgnoreFile::parse(std::string_view line, int number) const {
 const IgnoreFile::Entry* IgnoreFile::match(std::string_view fingerprint, std::string_view rule,
                                            std::string_view object) {
   const Entry* found = nullptr;
-  for (Entry& entry : entries_) {
-    const bool matches = entry.fingerprint.empty()
-                             ? matchesPattern(rule, entry.rule) && matchesPattern(object, entry.object)
-                             : entry.fingerprint == fingerprint;
-    if (!matches) continue;
+  const auto use = [&](Entry& entry) {
     entry.hasMatched = true;
     if (!entry.isExpired && found == nullptr) found = &entry;
+  };
+  const auto [first, last] = byFingerprint_.equal_range(std::string(fingerprint));
+  for (auto each = first; each != last; ++each) use(entries_[each->second]);
+  for (const std::size_t at : patterns_) {
+    if (matchesPattern(rule, entries_[at].rule) && matchesPattern(object, entries_[at].object))
+      use(entries_[at]);
   }
   return found;
 }

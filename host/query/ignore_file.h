@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace host {
@@ -38,6 +39,8 @@ class IgnoreFile {
 
   std::string name_;
   std::vector<Entry> entries_;
+  std::unordered_multimap<std::string, std::size_t> byFingerprint_;
+  std::vector<std::size_t> patterns_;  // places of the other entries
 };
 
 // A line for a finding.

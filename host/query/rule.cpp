@@ -18,9 +18,9 @@ namespace {
 using inventory::Type;
 
 // Words and symbols that mean something else in the other kind of database, or make the order of rows matter.
-constexpr std::array<std::string_view, 14> kRefusedWords = {
-    "cast", "collate", "glob",    "ilike",  "isnull", "like",    "limit",
-    "main", "match",   "notnull", "offset", "regexp", "similar", "temp"};
+constexpr std::array<std::string_view, 17> kRefusedWords = {
+    "_rowid_", "cast",    "collate", "glob", "ilike",  "isnull", "like",    "limit", "main",
+    "match",   "notnull", "offset",  "oid",  "regexp", "rowid",  "similar", "temp"};
 constexpr std::string_view kRefusedSymbols = ";[]`$?@#~{}\\";
 
 std::string trimmed(std::string_view text) {
@@ -203,7 +203,14 @@ std::string refusalOf(const Tokens& tokens, std::size_t at) {
                      : "";
   }
   if (token.kind != SqlToken::Kind::kWord) return {};
+  // PostgreSQL has texts with a word ahead of them, in which other characters are special.
+  const bool isBeforeText =
+      at + 1 < tokens.size() && tokens[at + 1].position == token.position + token.text.size() &&
+      (tokens[at + 1].kind == SqlToken::Kind::kText || tokens[at + 1].kind == SqlToken::Kind::kQuotedName);
+  if (isBeforeText) return "a word directly before a quotation mark";
   const std::string word = inventory::folded(token.text);
+  if (word == "not" && isWord(tokens, at + 1, "null") && (at == 0 || !isWord(tokens, at - 1, "is")))
+    return "'not null' without 'is'";
   if (std::ranges::find(kRefusedWords, word) != kRefusedWords.end()) return "'" + word + "'";
   if (word != "is") return {};
   const std::size_t next = isWord(tokens, at + 1, "not") ? at + 2 : at + 1;
@@ -292,6 +299,11 @@ void Rule::setParameter(const std::string& name, const std::string& value) {
 void Rule::check() const {
   const std::string_view sql = std::string_view(text).substr(queryStart);
   const Tokens tokens = sqlTokens(sql);
+  // For PostgreSQL it ends a comment.
+  for (std::size_t at = sql.find('\r'); at != sql.npos; at = sql.find('\r', at + 1)) {
+    if (at + 1 == sql.size() || sql[at + 1] != '\n')
+      throw errorAt(queryStart + at, "a carriage return without a line feed is not available in rules");
+  }
   for (std::size_t at = 0; at < tokens.size(); ++at) {
     if (const std::string refused = refusalOf(tokens, at); !refused.empty())
       throw errorAt(queryStart + tokens[at].position, refused + " is not available in rules");

@@ -33,6 +33,8 @@ void addFindingsOptions(CLI::App& command, RawRules& raw) {
 RuleOptions ruleOptionsOf(const RawRules& raw) {
   RuleOptions options;
   refuseEmpty("--rules", raw.files);
+  refuseEmpty("--rule", raw.ids);
+  refuseEmpty("--category", raw.categories);
   for (const std::string& file : raw.files) options.files.emplace_back(file);
   options.withBuiltin = !raw.noBuiltin;
   options.ids = commaSeparated(raw.ids);

@@ -31,7 +31,7 @@ void addFindingsOptions(CLI::App& command, RawRules& raw);
 RuleOptions ruleOptionsOf(const RawRules& raw);
 FindingsOptions findingsOptionsOf(const RawRules& raw, const std::string& database);
 
-// Whether no rule is left out.
+// Whether the options leave no built-in rule out but for those of other profiles.
 bool isEverything(const RuleOptions& options);
 
 // The items of lists that are divided by commas.

@@ -84,7 +84,7 @@ std::vector<ProfileEntry> loadProfile(const std::string& name) {
   throw UsageError("no profile '" + name + "'" + didYouMean(name, builtinProfiles()));
 }
 
-// Leaves the profile's rules, and the user's unless `mayDrop`; sets severities and parameters.
+// Leaves the profile's rules, and the user's unless `keepsUsers` is false; sets severities and parameters.
 void applyProfile(const std::string& name, std::size_t builtinCount, bool keepsUsers,
                   std::vector<Rule>& rules) {
   const std::vector<ProfileEntry> entries = loadProfile(name);
@@ -125,13 +125,17 @@ bool contains(const Texts& texts, std::string_view text) {
 }  // namespace
 
 std::string readTextFile(const fs::path& path) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  std::error_code error;
+  const auto fail = [&](const char* why) {
+    throw std::runtime_error("cannot read '" + path.string() + "': " + why);
+  };
+  if (!fs::exists(path, error)) fail("it does not exist");
+  if (fs::is_directory(path, error)) fail("it is a directory");
   std::ifstream file(path, std::ios::binary);
   std::string text{std::istreambuf_iterator<char>(file), {}};
-  std::error_code error;
-  if (!file || fs::is_directory(path, error))
-    throw std::runtime_error("cannot read '" + path.string() + "': " +
-                             (fs::exists(path, error) ? "it is not a readable file" : "it does not exist"));
-  return text;
+  if (!file) fail("it is not readable");
+  return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
 }
 
 bool matchesPattern(std::string_view text, std::string_view pattern) {
@@ -168,7 +172,8 @@ std::vector<Rule> chooseRules(const RuleOptions& options) {
   for (std::size_t at = builtinCount; at < rules.size(); ++at) {
     const auto former = std::ranges::find(rules, rules[at].id, &Rule::id);
     if (former != rules.begin() + static_cast<std::ptrdiff_t>(at))
-      throw rules[at].errorAt(0, "there is a rule " + rules[at].id + " already, in " + former->file);
+      throw rules[at].errorAt(
+          0, "there is a rule " + rules[at].id + " already, in " + former->file + " (rename the file)");
   }
   for (const std::string& category : options.categories) {
     if (!contains(kCategories, category)) throw UsageError("--category: no category '" + category + "'");
@@ -189,6 +194,8 @@ std::vector<Rule> chooseRules(const RuleOptions& options) {
   std::ranges::stable_sort(rules, [](const Rule& left, const Rule& right) {
     return left.severity != right.severity ? left.severity > right.severity : left.id < right.id;
   });
+  if (rules.empty())
+    throw UsageError("no rule is left by these options ('iisinventory rules --rule \"*\"' lists all)");
   for (const Rule& rule : rules) rule.check();
   return rules;
 }

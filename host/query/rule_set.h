@@ -23,7 +23,7 @@ struct RuleOptions {
 // The rules that the options choose, the most severe first, with the profile's severities and parameters. A
 // rule of the user's is chosen unless `ids` or a given profile leave it out. Each is checked. Throws
 // RuleError for a malformed one, UsageError for a rule or profile that doesn't exist, std::runtime_error for
-// a file that can't be read.
+// a file that cannot be read.
 std::vector<Rule> chooseRules(const RuleOptions& options);
 
 // Whether a text is like a pattern with * and ?, without regard to case.

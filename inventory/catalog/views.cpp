@@ -1,4 +1,5 @@
 #include "inventory/catalog/views.h"
+#include "inventory/names.h"
 
 namespace inventory {
 namespace {
@@ -238,9 +239,10 @@ std::string selectCurrent() {
 }
 
 std::string withViews(const Dialect& dialect, const std::string& selected, const std::string& sql) {
+  const std::string lowered = folded(sql);
   std::string text = "with selected(collection_id, server) as (" + selected + ")";
   for (const View& view : views(dialect, std::string(kSelectedView))) {
-    if (sql.find(view.name) == sql.npos) continue;
+    if (lowered.find(view.name) == lowered.npos) continue;
     text += ", " + view.name + " as not materialized (" + view.select + ")";
   }
   return text + " " + sql;

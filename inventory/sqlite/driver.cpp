@@ -134,9 +134,13 @@ class SqliteSession : public Session {
   }
 
   void limitQueries(std::chrono::milliseconds limit) override {
-    constexpr int kInstructions = 10000;  // between two looks at the clock
+    constexpr int kInstructions = 10000;          // between two looks at the clock
+    constexpr int kMostBytes = 64 * 1024 * 1024;  // of a value, whose growth no clock sees
     limit_ = limit;
-    sqlite3_progress_handler(handle_.database().raw(), kInstructions, &SqliteSession::isOverdue, this);
+    sqlite3* const database = handle_.database().raw();
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMostBytes);
+    sqlite3_progress_handler(database, limit.count() == 0 ? 0 : kInstructions, &SqliteSession::isOverdue,
+                             this);
   }
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
