@@ -46,7 +46,8 @@ void NewFile::remove() noexcept {
 }
 
 void NewFile::fail(int error) const {
-  throw std::runtime_error("cannot write '" + path_.string() + "': " + std::generic_category().message(error));
+  throw std::runtime_error("cannot write '" + path_.string() +
+                           "': " + std::generic_category().message(error));
 }
 
 }  // namespace host

@@ -26,7 +26,8 @@ std::string numberText(const inventory::Problem& problem) {
 std::string placeOf(const std::string& server, const inventory::Problem& problem) {
   if (!problem.node.empty()) return problem.node;
   if (problem.item.empty()) return server;
-  return server + (problem.itemKind == inventory::ObjectKind::kPool ? ", pool " : ", FTP site ") + problem.item;
+  return server + (problem.itemKind == inventory::ObjectKind::kPool ? ", pool " : ", FTP site ") +
+         problem.item;
 }
 
 void printWrapped(Output& output, const std::string& text, std::size_t width) {

@@ -23,6 +23,7 @@
 #include "host/report_text.h"
 #include "host/retry.h"
 #include "host/servers.h"
+#include "host/sha256.h"
 #include "host/signals.h"
 #include "host/terminal_text.h"
 #include "inventory/clock.h"
@@ -200,10 +201,13 @@ class ServerSection {
 
   // How many rules pass, fail and so on; each counts once.
   std::string ruleCounts() const {
-    std::int64_t failed = 0, unknown = 0, notCollected = 0;
+    if (place_ >= findings_.servers().size()) return "Not evaluated: it was collected again meanwhile.";
+    std::int64_t failed = 0, suppressed = 0, unknown = 0, notCollected = 0;
     for (const Counts& counts : summary_.counts) {
       if (counts.findings > 0) {
         ++failed;
+      } else if (counts.suppressed > 0) {
+        ++suppressed;
       } else if (counts.unknown > 0) {
         ++unknown;
       } else if (counts.notCollected > 0) {
@@ -212,8 +216,9 @@ class ServerSection {
     }
     const auto all = static_cast<std::int64_t>(summary_.counts.size());
     std::string text = "Of " + counted(all, "rule", "rules") + " " +
-                       std::to_string(all - failed - unknown - notCollected) + " passed, " +
+                       std::to_string(all - failed - suppressed - unknown - notCollected) + " passed, " +
                        std::to_string(failed) + " failed";
+    if (suppressed > 0) text += ", " + std::to_string(suppressed) + " suppressed";
     if (unknown > 0) text += ", " + std::to_string(unknown) + " could not be evaluated";
     if (notCollected > 0) text += ", " + std::to_string(notCollected) + " not collected";
     return text + ".";
@@ -399,13 +404,12 @@ class Page {
   }
 
  private:
+  // In base64, as a content security policy has it.
   static std::string hashOf(std::string_view text) {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> hash{};
-    unsigned size = 0;
-    if (EVP_Digest(text.data(), text.size(), hash.data(), &size, EVP_sha256(), nullptr) != 1)
-      throw std::runtime_error("cannot write the report: SHA-256 is not available");
-    std::array<unsigned char, 2 * EVP_MAX_MD_SIZE> code{};
-    const int length = EVP_EncodeBlock(code.data(), hash.data(), static_cast<int>(size));
+    const std::string hash = sha256(text);
+    std::array<unsigned char, 64> code{};
+    const int length = EVP_EncodeBlock(code.data(), reinterpret_cast<const unsigned char*>(hash.data()),
+                                       static_cast<int>(hash.size()));
     return {reinterpret_cast<const char*>(code.data()), static_cast<std::size_t>(length)};
   }
 
@@ -458,7 +462,8 @@ class Page {
     }
     const bool isComplete =
         std::ranges::all_of(rules_, [](const RuleSummary& each) { return each.unevaluated == 0; });
-    page.set("profile", harmless(profile_));
+    page.set("chosen",
+             profile_.empty() ? "those that options chose" : "those of the profile " + harmless(profile_));
     page.set("lead", all > 0      ? "Matches per rule; evidence is under each server."
                      : isComplete ? "None of the rules holds for anything."
                                   : "None of the rules holds for what could be evaluated.");

@@ -38,7 +38,7 @@ void addReport(CLI::App& program, Work& work) {
   command.callback([raw, &work] {
     refuseEmpty("--server", raw->servers);
     ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
-    options.profile = raw->rules.profile.empty() ? "default" : raw->rules.profile;
+    options.profile = raw->rules.profile.empty() && raw->rules.ids.empty() ? "default" : raw->rules.profile;
     options.rules = chooseRules(ruleOptionsOf(raw->rules));
     options.findings = findingsOptionsOf(raw->rules, options.database);
     options.at = timeOf("--at", raw->at);

@@ -1,6 +1,5 @@
 #include "host/server_collection.h"
 
-#include <openssl/evp.h>
 #include <pwd.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include "automation/object.h"
 #include "automation/runtime.h"
 #include "host/places.h"
+#include "host/sha256.h"
 #include "inventory/clock.h"
 #include "platform/metabase/failures.h"
 #include "platform/metabase/file.h"
@@ -61,21 +61,6 @@ std::string accountName() {
 std::string machineName() {
   std::array<char, 256> name{};
   return ::gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "";
-}
-
-std::string sha256(const char* bytes, std::size_t size) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned length = 0;
-  if (EVP_Digest(bytes, size, digest.data(), &length, EVP_sha256(), nullptr) != 1) {
-    throw Incomplete("the file's SHA-256 can't be computed");
-  }
-  std::string text;
-  for (unsigned at = 0; at < length; ++at) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    text += kDigits[digest[at] >> 4];
-    text += kDigits[digest[at] & 0xF];
-  }
-  return text;
 }
 
 // The object at a path of the server, or null where the path isn't there.
@@ -267,7 +252,7 @@ class ServerCollection {
     origin.fileSize = static_cast<std::int64_t>(bytes.size);
     origin.fileTime = inventory::utc(system_clock::time_point(duration_cast<system_clock::duration>(
         seconds(bytes.stamp.seconds) + nanoseconds(bytes.stamp.nanoseconds))));
-    origin.sha256 = sha256(bytes.bytes.get(), bytes.size);
+    origin.sha256 = sha256Hex({bytes.bytes.get(), bytes.size});
     origin.version = IISINVENTORY_VERSION;
     origin.selection = selection_.text;
     // Looked up once for all servers.

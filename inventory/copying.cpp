@@ -34,7 +34,7 @@ class Copier {
       const auto found = latest_.find(key);
       if (found == latest_.end())
         throw Error("cannot copy " + server.name + ": it was removed from the source meanwhile");
-      updates += currentSql(target_.dialect(), server.id, found->second.second, found->second.first);
+      updates += currentSql(server.id, found->second.second, found->second.first);
     }
     target_.execute(updates);
   }

@@ -25,10 +25,6 @@ std::string namesOf(std::span<const InsertColumn> columns) {
   return joined(columns, [](const InsertColumn& column) { return quotedName(column.name); });
 }
 
-std::string Dialect::table(std::string_view name) const {
-  return quotedName(name);
-}
-
 std::string_view Dialect::typeName(Type type) const {
   constexpr std::string_view kNames[][2] = {{"text", "text collate \"C\""},
                                             {"integer", "bigint"},

@@ -31,7 +31,6 @@ class Dialect {
   explicit Dialect(Kind kind) : kind_(kind) {}
 
   bool isPostgres() const { return kind_ == Kind::kPostgres; }
-  std::string table(std::string_view name) const;
   std::string_view typeName(Type type) const;
 
  private:

@@ -218,9 +218,9 @@ void requireCoverage(Session& session, std::span<const Collected> collected,
   for (const Collected& each : collected) {
     const KnownServer& server = servers.at(folded(each.origin.server));
     if (server.current == 0) continue;
-    const auto rows = session.query("select \"Looked at\", \"Items\", \"Selection\" from " +
-                                        session.dialect().table("Collections") + " where collection_id = $1",
-                                    {server.current});
+    const auto rows = session.query(
+        "select \"Looked at\", \"Items\", \"Selection\" from \"Collections\" where collection_id = $1",
+        {server.current});
     if (!rows->next()) continue;
     if (each.coverage.covers(Coverage::fromTexts(rows->text(0), rows->text(1)))) continue;
     const std::string selection = rows->text(2);
@@ -243,9 +243,9 @@ std::map<std::int64_t, RowCounts> deleteOldest(Session& session,
   const int keep = readKeep(session);
   std::map<std::int64_t, int> kept;
   std::vector<std::int64_t> old;
-  const auto rows = session.query("select collection_id, server_id, \"Rows by table\" from " +
-                                  session.dialect().table("Collections") + " where server_id in (" + ids +
-                                  ") order by collection_id desc");
+  const auto rows = session.query(
+      "select collection_id, server_id, \"Rows by table\" from \"Collections\" where server_id in (" + ids +
+      ") order by collection_id desc");
   while (rows->next()) {
     if (++kept[rows->number(1)] < keep) continue;
     old.push_back(rows->number(0));
@@ -276,9 +276,9 @@ void addServers(Session& session, std::span<const std::string> names) {
       rows += (rows.empty() ? "(" : ", (") + placeholders(values.size() + 1, 2) + ")";
       values.insert(values.end(), {name, folded(name)});
     }
-    session.execute("insert into " + session.dialect().table("servers") + " (name, server_key) values " +
-                        rows + " on conflict (server_key) do nothing",
-                    values);
+    session.execute(
+        "insert into servers (name, server_key) values " + rows + " on conflict (server_key) do nothing",
+        values);
   }
 }
 
@@ -286,10 +286,10 @@ std::map<std::string, KnownServer> findServers(Session& session, std::span<const
   std::map<std::string, KnownServer> found;
   for (std::size_t at = 0; at < keys.size(); at += kChunk) {
     const auto chunk = keys.subspan(at, std::min(kChunk, keys.size() - at));
-    const auto rows = session.query("select server_key, server_id, name, current_collection from " +
-                                        session.dialect().table("servers") + " where server_key in (" +
-                                        placeholders(1, chunk.size()) + ")",
-                                    Parameters(chunk.begin(), chunk.end()));
+    const auto rows = session.query(
+        "select server_key, server_id, name, current_collection from servers where server_key in (" +
+            placeholders(1, chunk.size()) + ")",
+        Parameters(chunk.begin(), chunk.end()));
     while (rows->next()) found[rows->text(0)] = {rows->number(1), rows->text(2), rows->number(3)};
   }
   return found;
@@ -314,25 +314,20 @@ std::vector<std::int64_t> newCollectionIds(Session& session, std::size_t count) 
   const Dialect& dialect = session.dialect();
   std::vector<std::int64_t> ids;
   if (dialect.isPostgres()) {
-    const auto rows = session.query("select nextval(" + quotedText(dialect.table("collection_ids")) +
-                                    ") from generate_series(1, " + std::to_string(count) + ") order by 1");
+    const auto rows = session.query("select nextval('collection_ids') from generate_series(1, " +
+                                    std::to_string(count) + ") order by 1");
     while (rows->next()) ids.push_back(rows->number(0));
     return ids;
   }
-  const std::string next =
-      session.value("select value from " + dialect.table("settings") + " where name = 'next_collection'");
+  const std::string next = session.value("select value from settings where name = 'next_collection'");
   std::int64_t first = std::strtoll(next.c_str(), nullptr, 10);
   for (std::size_t at = 0; at < count; ++at) ids.push_back(first++);
-  session.execute("update " + dialect.table("settings") + " set value = $1 where name = 'next_collection'",
-                  {std::to_string(first)});
+  session.execute("update settings set value = $1 where name = 'next_collection'", {std::to_string(first)});
   return ids;
 }
 
 int readKeep(Session& session) {
-  return std::max(1, std::atoi(session
-                                   .value("select value from " + session.dialect().table("settings") +
-                                          " where name = 'keep'")
-                                   .c_str()));
+  return std::max(1, std::atoi(session.value("select value from settings where name = 'keep'").c_str()));
 }
 
 void deleteCollections(Session& session, const std::vector<std::int64_t>& collections) {
@@ -341,7 +336,7 @@ void deleteCollections(Session& session, const std::vector<std::int64_t>& collec
         collections.begin() + static_cast<std::ptrdiff_t>(at),
         collections.begin() + static_cast<std::ptrdiff_t>(std::min(at + kChunk, collections.size())));
     const auto remove = [&](std::string_view table, const std::string& condition) {
-      return "delete from " + session.dialect().table(table) + " where " + condition + ";";
+      return "delete from " + quotedName(table) + " where " + condition + ";";
     };
     std::string sql, ids;
     for (const std::int64_t id : chunk) ids += (ids.empty() ? "" : ", ") + std::to_string(id);
@@ -395,9 +390,8 @@ void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t s
   inserter.endRow();
 }
 
-std::string currentSql(const Dialect& dialect, std::int64_t serverId, const std::string& name,
-                       std::int64_t collection) {
-  return "update " + dialect.table("servers") + " set name = " + quotedText(name) +
+std::string currentSql(std::int64_t serverId, const std::string& name, std::int64_t collection) {
+  return "update servers set name = " + quotedText(name) +
          ", current_collection = " + std::to_string(collection) +
          " where server_id = " + std::to_string(serverId) + ";";
 }
@@ -445,7 +439,7 @@ std::vector<Published> publishAll(Session& session, std::span<const Collected> c
   std::vector<Published> published;
   for (std::size_t at = 0; at < writers.size(); ++at) {
     const std::int64_t server = servers.at(keys[at]).id;
-    updates += currentSql(session.dialect(), server, collected[at].origin.server, ids[at]);
+    updates += currentSql(server, collected[at].origin.server, ids[at]);
     if (const auto found = replaced.find(server); found != replaced.end())
       writers[at].published().replaced = std::move(found->second);
     published.push_back(std::move(writers[at].published()));

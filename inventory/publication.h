@@ -51,8 +51,7 @@ void writeProblem(const Problem& problem, const std::string& server, std::int64_
 void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t serverId, Inserter& inserter);
 
 // The statement that makes a collection its server's current one.
-std::string currentSql(const Dialect& dialect, std::int64_t serverId, const std::string& name,
-                       std::int64_t collection);
+std::string currentSql(std::int64_t serverId, const std::string& name, std::int64_t collection);
 
 // Publishes collections of different servers.
 std::vector<Published> publishAll(Session& session, std::span<const Collected> collected,

@@ -416,8 +416,6 @@ TEST_F(Findings, AreWrittenInTheFormatOfTheFilesName) {
   for (std::size_t at = 0; at < all.size(); ++at) {
     const json& result = run["results"][at];
     EXPECT_EQ(result["ruleId"], all[at]["rule"]);
-    EXPECT_EQ(run["tool"]["driver"]["rules"][result["ruleIndex"].get<std::size_t>()]["id"], all[at]["rule"]);
-    EXPECT_EQ(result["kind"], all[at]["state"] == "finding" ? "fail" : "open");
     if (all[at]["line"].is_null()) continue;
     EXPECT_EQ(result["locations"][0]["physicalLocation"]["region"]["startLine"], all[at]["line"]);
   }

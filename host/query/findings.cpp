@@ -1,14 +1,12 @@
 #include "host/query/findings.h"
 
-#include <openssl/evp.h>
-
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <unordered_map>
 #include <utility>
 
 #include "host/listing.h"
+#include "host/sha256.h"
 #include "inventory/catalog/views.h"
 #include "inventory/clock.h"
 #include "inventory/names.h"
@@ -23,20 +21,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr int kMemoryKibibytes = 8 * 1024;
 constexpr std::size_t kMostBytes = 64 * 1024;  // of a value
-constexpr std::size_t kFingerprintBytes = 16;
-
-std::string hashOf(const std::string& text) {
-  std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-  unsigned length = 0;
-  if (EVP_Digest(text.data(), text.size(), digest.data(), &length, EVP_sha256(), nullptr) != 1)
-    throw std::runtime_error("cannot compute a SHA-256 hash");
-  std::string hex;
-  for (std::size_t at = 0; at < kFingerprintBytes; ++at) {
-    hex += "0123456789abcdef"[digest[at] >> 4];
-    hex += "0123456789abcdef"[digest[at] & 15];
-  }
-  return hex;
-}
+constexpr std::size_t kFingerprintLength = 32;
 
 std::string valueOf(const inventory::Cell& cell, inventory::Type type) {
   if (!cell) return "null";
@@ -89,6 +74,31 @@ class Findings::Evaluation {
     for (std::size_t at = 0; at < servers.size(); ++at) byCollection_[servers[at].id] = at;
   }
 
+  // Gives the message where the rule fails.
+  std::optional<std::string> tryEvaluate(std::size_t place) {
+    session_.execute("savepoint rule");
+    const auto start = std::chrono::steady_clock::now();
+    std::optional<std::string> failure;
+    try {
+      evaluate(place);
+    } catch (const inventory::Unreachable&) {
+      throw;
+    } catch (const inventory::Interrupted&) {
+      throw;
+    } catch (const inventory::Error& error) {
+      session_.execute("rollback to savepoint rule");
+      const bool isOverdue = std::chrono::steady_clock::now() - start >= limit();
+      failure = rule_
+                    ->errorAt(rule_->queryStart,
+                              isOverdue ? "the query took too long (use --rule-timeout to allow more)"
+                                        : error.what())
+                    .what();
+    }
+    session_.execute("release savepoint rule");
+    return failure;
+  }
+
+ private:
   // A server evaluates a rule for all servers at once.
   std::chrono::milliseconds limit() const { return options_.timeout * (1 + servers_.size() / 1000); }
 
@@ -104,7 +114,6 @@ class Findings::Evaluation {
     if (std::ranges::find(isCollected_, true) != isCollected_.end()) run();
   }
 
- private:
   void skipServers() {
     isCollected_.assign(servers_.size(), true);
     for (std::size_t at = 0; at < servers_.size(); ++at) {
@@ -112,9 +121,11 @@ class Findings::Evaluation {
         if (!isCollected_[at] || servers_[at].coverage.includes(source.table->name, source.kind)) continue;
         isCollected_[at] = false;
         const std::string& server = servers_[at].server;
-        Result result{place_, first_ + at, Result::State::kNotCollected,
-                      0,      {},          startOf({"server", server, server}) + "}",
-                      nullptr};
+        Result result;
+        result.rule = place_;
+        result.server = first_ + at;
+        result.state = Result::State::kNotCollected;
+        result.text = startOf({"server", server, server}) + "}";
         findings_.insert(result);
       }
     }
@@ -124,8 +135,8 @@ class Findings::Evaluation {
     const inventory::Dialect& dialect = session_.dialect();
     std::vector<std::string> columns;
     for (const Rule::EvidenceColumn& column : rule_->columns) columns.push_back(column.name);
-    const std::string sql = inventory::withViews(
-        dialect, selected_, inventory::objectsQuery(dialect, rule_->query(dialect), columns));
+    const std::string sql =
+        inventory::withViews(dialect, selected_, inventory::objectsQuery(rule_->query(dialect), columns));
     const auto rows = session_.query(sql, rule_->parameterValues());
     while (rows->next()) {
       const auto result = resultOf(*rows);
@@ -168,7 +179,7 @@ class Findings::Evaluation {
                    ",\"line\":" + (line == 0 ? "null" : std::to_string(line));
     if (result.isFinding()) {
       // The same in each collection of the object.
-      const std::string fingerprint = hashOf(identity);
+      const std::string fingerprint = sha256Hex(identity).substr(0, kFingerprintLength);
       result.text += ",\"fingerprint\":\"" + fingerprint + "\"";
       result.ignored = findings_.ignored_.match(fingerprint, rule_->id, names.path);
     }
@@ -216,26 +227,10 @@ void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionI
     Evaluation evaluation(*this, session, piece, selected, options);
     for (std::size_t at = 0; at < rules_.size(); ++at) {
       if (hasFailed[at]) continue;
-      session.execute("savepoint rule");
-      const auto start = std::chrono::steady_clock::now();
-      try {
-        evaluation.evaluate(at);
-      } catch (const inventory::Unreachable&) {
-        throw;
-      } catch (const inventory::Interrupted&) {
-        throw;
-      } catch (const inventory::Error& error) {
-        session.execute("rollback to savepoint rule");
+      if (auto failure = evaluation.tryEvaluate(at)) {
         hasFailed[at] = true;
-        const bool isOverdue = std::chrono::steady_clock::now() - start >= evaluation.limit();
-        failures_.push_back(rules_[at]
-                                .errorAt(rules_[at].queryStart,
-                                         isOverdue
-                                             ? "the query took too long (use --rule-timeout to allow more)"
-                                             : error.what())
-                                .what());
+        failures_.push_back(std::move(*failure));
       }
-      session.execute("release savepoint rule");
     }
     session.limitQueries(std::chrono::milliseconds(0));
   });
@@ -312,8 +307,7 @@ std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
   if (options.usesUserRules && !options.force && reader.isPrivileged()) {
     throw inventory::Error(
         "cannot evaluate --rules: the database role may read files or run programs on its server (use a role "
-        "that "
-        "may only read, or --force)");
+        "that may only read, or --force)");
   }
   IgnoreFile ignored;
   if (!options.ignoreFile.empty())

@@ -13,12 +13,6 @@ namespace {
 constexpr std::string_view kHex = "0123456789abcdef";
 constexpr std::size_t kFingerprintLength = 32;
 
-std::string trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t\r");
-  if (first == text.npos) return {};
-  return std::string(text.substr(first, text.find_last_not_of(" \t\r") - first + 1));
-}
-
 bool isDay(std::string_view text) {
   if (text.size() != 10 || text[4] != '-' || text[7] != '-') return false;
   const auto isDigits = [](std::string_view part) {

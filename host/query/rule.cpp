@@ -23,12 +23,6 @@ constexpr std::array<std::string_view, 17> kRefusedWords = {
     "match",   "notnull", "offset",  "oid",  "regexp", "rowid",  "similar", "temp"};
 constexpr std::string_view kRefusedSymbols = ";[]`$?@#~{}\\";
 
-std::string trimmed(std::string_view text) {
-  const std::size_t first = text.find_first_not_of(" \t\r");
-  if (first == text.npos) return {};
-  return std::string(text.substr(first, text.find_last_not_of(" \t\r") - first + 1));
-}
-
 // The pieces of a text, without blanks around them and without empty ones.
 std::vector<std::string> split(std::string_view text, char separator) {
   std::vector<std::string> pieces;
@@ -221,6 +215,12 @@ std::string refusalOf(const Tokens& tokens, std::size_t at) {
 }
 
 }  // namespace
+
+std::string trimmed(std::string_view text) {
+  const std::size_t first = text.find_first_not_of(" \t\r");
+  if (first == text.npos) return {};
+  return std::string(text.substr(first, text.find_last_not_of(" \t\r") - first + 1));
+}
 
 std::optional<Severity> severityOf(std::string_view word) {
   const auto found = std::ranges::find(kSeverities, inventory::folded(word));

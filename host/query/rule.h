@@ -25,6 +25,9 @@ std::optional<Severity> severityOf(std::string_view word);
 inline constexpr std::array<std::string_view, 4> kCategories = {"security", "reliability", "migration",
                                                                 "housekeeping"};
 
+// A text without blanks at its ends.
+std::string trimmed(std::string_view text);
+
 // A rule that is malformed, or failed. what() begins with its file and line.
 class RuleError : public std::runtime_error {
  public:

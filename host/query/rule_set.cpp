@@ -180,7 +180,7 @@ std::vector<Rule> chooseRules(const RuleOptions& options) {
   }
   requireMatches(options.ids, rules);
   const bool hasProfile = !options.profile.empty();
-  // Rules that are named are meant, also those that the default profile leaves out.
+  // --rule also chooses what the default profile leaves out.
   if (hasProfile || options.ids.empty())
     applyProfile(hasProfile ? options.profile : "default", builtinCount, !hasProfile, rules);
   std::erase_if(rules, [&](const Rule& rule) {

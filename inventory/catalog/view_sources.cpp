@@ -44,19 +44,17 @@ std::vector<ViewSource> sourcesOf(std::string_view view, std::string_view column
   return sources;
 }
 
-std::string objectsQuery(const Dialect& dialect, const std::string& sql,
-                         const std::vector<std::string>& columns) {
+std::string objectsQuery(const std::string& sql, const std::vector<std::string>& columns) {
   constexpr ColumnRef kName = column("tblFTPSiteInfo", "FTP site name");
   const Table& sites = tables()[kName.table];
-  const std::string objects = dialect.table("objects");
   std::string query = "select r.object_id, r.holds, o.kind, o.key, p.key, t." +
                       quotedName(sites.columns[kName.column].name) + ", o.line";
   for (const std::string& each : columns) query += ", r." + quotedName(each);
-  return query + " from (" + sql + "\n) r left join " + objects +
-         " o on o.collection_id = r.object_id / 4294967296 and o.number = r.object_id % 4294967296 left "
+  return query + " from (" + sql +
+         "\n) r left join objects o on o.collection_id = r.object_id / 4294967296 and o.number = r.object_id "
+         "% 4294967296 left join objects p on p.collection_id = o.collection_id and p.number = o.parent left "
          "join " +
-         objects + " p on p.collection_id = o.collection_id and p.number = o.parent left join " +
-         dialect.table(sites.name) + " t on t.id = r.object_id where r.holds is not false";
+         quotedName(sites.name) + " t on t.id = r.object_id where r.holds is not false";
 }
 
 }  // namespace inventory

@@ -49,8 +49,7 @@ std::vector<ViewSource> sourcesOf(std::string_view view, std::string_view column
 
 // A query for the objects that another query gives: `sql` has the columns object_id and holds, and `columns`.
 // Gives those rows that don't have false in `holds`, in the order of kObjectsColumns and then of `columns`.
-std::string objectsQuery(const Dialect& dialect, const std::string& sql,
-                         const std::vector<std::string>& columns);
+std::string objectsQuery(const std::string& sql, const std::vector<std::string>& columns);
 enum ObjectsColumn : std::size_t {
   kObjectId,
   kObjectHolds,
