@@ -130,7 +130,8 @@ TEST(Logs, ARecordIsALineOfFiveFields) {
 
 TEST(Logs, AnUnusableLogIsAFailureOfSitesAndALostRecordOfPools) {
   ComponentEnvironment environment;
-  environment.spoilLog();
+  environment.ftp.mstrErrorLogPath = environment.appLogDirectory + u"/nowhere/object.log";
+  environment.pools.mstrErrorLogPath = environment.ftp.mstrErrorLogPath;
   EXPECT_THROW(environment.ftp.WriteToLog(1, u"m", u"o", u"f"), Failure);
   EXPECT_NO_THROW(environment.pools.WriteToLog(1, u"m", u"o", u"f"));
   EXPECT_THROW(environment.ftp.GetFTPSitesCount(environment.server), Failure);
