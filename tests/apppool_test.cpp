@@ -39,16 +39,13 @@ TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
             record("FakeObject", "GetAppPoolGeneralProperty", "80005006", "No property AppPoolState"));
 }
 
-TEST(PoolDispatch, WhatCannotBeOpened) {
+TEST(PoolDispatch, WithoutAPoolOrATab) {
   ComponentEnvironment environment;
   environment.pool(u"Shop");
   environment.pools.GetAppPoolPropertyInfo(environment.server, environment.database, u"General", True);
   EXPECT_EQ(environment.log(),
             record(kName, "GetAppPoolPropertyInfo", "80070003", "No path IIS://WEB01/W3SVC/AppPools/") +
                 record(kName, "GetAppPoolPropertyInfo", "0", ""));
-  environment.pools.GetAppPoolPropertyInfo(environment.server, u"nowhere.mdb", u"Health", True, u"Shop");
-  EXPECT_EQ(environment.appLog(), record(kName + "-mFTPAppPoolSupport", "OpenConnection()", "80004005",
-                                         "Can't use the database 'nowhere.mdb': there is no such file"));
   collect(environment, u"Message");
   EXPECT_EQ(environment.journal->linesWith("CreateObject ADODB.Recordset"), Rows{});
 }

@@ -202,7 +202,6 @@ std::vector<std::string> childrenFrom(const Outcome& clean, const Call& call, st
   return names;
 }
 
-// How many operations begin so.
 std::size_t countOf(const Outcome& outcome, const std::string& beginning) {
   std::size_t count = 0;
   for (const std::string& line : outcome.lines) count += line.starts_with(beginning);
@@ -321,20 +320,15 @@ TEST_F(EverySingleFault, OverTheLayer) {
 }
 
 // What happens to the database in the middle of a call, and is over again when it is called the second time.
-class Locked {
- public:
+struct Locked {
   void operator()(Environment& environment) {
-    if (lock_ != nullptr) {
-      lock_ = nullptr;
-      return;
-    }
-    blocker_ = environment.openDatabase();
-    lock_ = std::make_shared<sqlite::Transaction>(*blocker_);
+    if (lock != nullptr) return lock.reset();
+    blocker = environment.openDatabase();
+    lock = std::make_shared<sqlite::Transaction>(*blocker);
   }
 
- private:
-  std::shared_ptr<sqlite::Database> blocker_;
-  std::shared_ptr<sqlite::Transaction> lock_;
+  std::shared_ptr<sqlite::Database> blocker = nullptr;
+  std::shared_ptr<sqlite::Transaction> lock = nullptr;
 };
 
 // A private database that may not grow any more. It has no room in memory, and rows of nulls fill up the
