@@ -39,16 +39,13 @@ TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
             record("FakeObject", "GetAppPoolGeneralProperty", "80005006", "No property AppPoolState"));
 }
 
-TEST(PoolDispatch, WhatCannotBeOpened) {
+TEST(PoolDispatch, WithoutAPoolOrATab) {
   ComponentEnvironment environment;
   environment.pool(u"Shop");
   environment.pools.GetAppPoolPropertyInfo(environment.server, environment.database, u"General", True);
   EXPECT_EQ(environment.log(),
             record(kName, "GetAppPoolPropertyInfo", "80070003", "No path IIS://WEB01/W3SVC/AppPools/") +
                 record(kName, "GetAppPoolPropertyInfo", "0", ""));
-  environment.pools.GetAppPoolPropertyInfo(environment.server, u"nowhere.mdb", u"Health", True, u"Shop");
-  EXPECT_EQ(environment.appLog(), record(kName + "-mFTPAppPoolSupport", "OpenConnection()", "80004005",
-                                         "Can't use the database 'nowhere.mdb': there is no such file"));
   collect(environment, u"Message");
   EXPECT_EQ(environment.journal->linesWith("CreateObject ADODB.Recordset"), Rows{});
 }
@@ -111,6 +108,9 @@ TEST(PoolTabs, TranslateTheirNumbers) {
       {recycling, u"PeriodicRestartTime", u" 60 ", "Enabled|60|Disabled|0|Disabled|"},
       {recycling, u"PeriodicRestartTime", 0, "Disabled|0|Disabled|0|Disabled|"},
       {recycling, u"PeriodicRestartRequests", 35000, "Enabled|1740|Enabled|35000|Disabled|"},
+      // A row for each time.
+      {recycling, u"PeriodicRestartSchedule", texts({u" 03:00", u"15:30"}),
+       "Enabled|1740|Disabled|0|Enabled|03:00WEB01|Shop|Enabled|1740|Disabled|0|Enabled|15:30"},
       {memory, u"PeriodicRestartMemory", 1536, "Enabled|2|Disabled|0"},
       {memory, u"PeriodicRestartMemory", 2560, "Enabled|2|Disabled|0"},
       {memory, u"PeriodicRestartMemory", 512, "Enabled|0|Disabled|0"},
@@ -152,15 +152,6 @@ TEST(PoolTabs, TranslateTheirNumbers) {
       EXPECT_NE(environment.log().find(" " + each.failure + "\t"), std::string::npos) << environment.log();
     }
   }
-}
-
-TEST(PoolTabs, AScheduleGivesARowForEachTime) {
-  ComponentEnvironment environment;
-  environment.pool(u"Shop").set(u"PeriodicRestartSchedule", texts({u" 03:00", u"15:30"}));
-  collect(environment, u"Worker Process Recycling");
-  EXPECT_EQ(environment.rows(u"tblWProcessRecycling"),
-            (Rows{"WEB01|Shop|Enabled|1740|Disabled|0|Enabled|03:00",
-                  "WEB01|Shop|Enabled|1740|Disabled|0|Enabled|15:30"}));
 }
 
 // The extension list of a server.

@@ -58,21 +58,6 @@ TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
             Rows{"Recordset1.Open(Select * from tblFTPSiteInfo where [Server name] = 'O''Hara ')"});
 }
 
-TEST(FtpDiscovery, AStoreThatCannotBeOpenedLeavesARecordInEachLog) {
-  ComponentEnvironment environment;
-  EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, u"nowhere.mdb"), 0);
-  environment.dropTable("tblFTPSiteInfo");
-  EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, environment.database), 0);
-  EXPECT_EQ(environment.log(),
-            record("TORVINFTPAppDataCom", "GenerateFTPSiteInfo", "0", "Connection failure") +
-                record("TORVINFTPAppDataCom", "GenerateFTPSiteInfo", "0", "Recordset failure"));
-  const std::string module = "TORVINFTPAppDataCom-mFTPAppPoolSupport";
-  EXPECT_EQ(environment.appLog(), record(module, "OpenConnection(FTPSiteInfo)", "80004005",
-                                         "Can't use the database 'nowhere.mdb': there is no such file") +
-                                      record(module, "OpenRecordset", "80040E37",
-                                             "Temporary database: no such table: tblFTPSiteInfo"));
-}
-
 TEST(Counts, CountChildrenWhateverTheyAre) {
   ComponentEnvironment environment;
   EXPECT_EQ(environment.ftp.GetFTPSitesCount(environment.server), -1);
@@ -128,9 +113,43 @@ TEST(Logs, ARecordIsALineOfFiveFields) {
                                    "\t       1AB\tM\xC3\xBCller\r\n");
 }
 
+TEST(Logs, AStoreThatCannotBeOpenedIsRecordedWithItsPurpose) {
+  ComponentEnvironment environment;
+  environment.site(u"1", u"s");
+  environment.directory(u"MSFTPSVC/1/ROOT/a", u"C:\\a");
+  environment.pool(u"Shop");
+  Text& server = environment.server;
+  Text root = u"IIS://WEB01/MSFTPSVC/1/ROOT", nowhere = u"nowhere.mdb";
+  EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(server, nowhere), 0);
+  environment.ftp.GetFTPPropertyInfo(server, nowhere, u"Message", True, u"1");
+  environment.ftp.GetChildVirtualDirectories(server, root, root, nowhere);
+  environment.pools.GetAppPoolPropertyInfo(server, nowhere, u"Health", True, u"Shop");
+  environment.dropTable("tblvirtualDirSecurity");
+  environment.ftp.GetRootVirtualDirectory(server, u"1", root, environment.database);
+  EXPECT_EQ(environment.rows(u"tblvirtualDirectory").size(), 1u);
+  environment.dropTable("tblGeneral");
+  environment.ftp.GetFTPPropertyInfo(server, environment.database, u"General", False);
+  environment.dropTable("tblFTPSiteInfo");
+  EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(server, environment.database), 0);
+
+  const std::string component = "TORVINFTPAppDataCom", module = component + "-mFTPAppPoolSupport";
+  std::string expected;
+  for (const std::string purpose : {"FTPSiteInfo", "Message", "Child Virtual Directory", ""}) {
+    expected += record(module, "OpenConnection(" + purpose + ")", "80004005",
+                       "Can't use the database 'nowhere.mdb': there is no such file");
+  }
+  for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"}) {
+    expected += record(module, "OpenRecordset", "80040E37", "Temporary database: no such table: " + table);
+  }
+  EXPECT_EQ(environment.appLog(), expected);
+  EXPECT_EQ(environment.log(), record(component, "GenerateFTPSiteInfo", "0", "Connection failure") +
+                                   record(component, "GenerateFTPSiteInfo", "0", "Recordset failure"));
+}
+
 TEST(Logs, AnUnusableLogIsAFailureOfSitesAndALostRecordOfPools) {
   ComponentEnvironment environment;
-  environment.spoilLog();
+  environment.ftp.mstrErrorLogPath = environment.appLogDirectory + u"/nowhere/object.log";
+  environment.pools.mstrErrorLogPath = environment.ftp.mstrErrorLogPath;
   EXPECT_THROW(environment.ftp.WriteToLog(1, u"m", u"o", u"f"), Failure);
   EXPECT_NO_THROW(environment.pools.WriteToLog(1, u"m", u"o", u"f"));
   EXPECT_THROW(environment.ftp.GetFTPSitesCount(environment.server), Failure);

@@ -22,10 +22,7 @@
 
 namespace {
 
-using automation::fromUtf8;
-using automation::ObjectRef;
-using automation::TextView;
-using automation::Variant;
+using namespace automation;
 using platform::metabase::Metabase;
 using test::utf16;
 namespace number = platform::metabase::number;
@@ -39,11 +36,11 @@ const std::string kFile = "MetaBase.xml";
 // A value with its type: 'text', True, 5, [text|text], null.
 std::string shown(const Variant& value) {
   if (value.isNull()) return "null";
-  if (const auto* text = value.as<automation::Text>()) return "'" + automation::toUtf8(*text) + "'";
-  if (value.asArray() == nullptr) return automation::toUtf8(automation::toText(value));
+  if (const auto* text = value.as<Text>()) return "'" + toUtf8(*text) + "'";
+  if (value.asArray() == nullptr) return toUtf8(toText(value));
   std::string all;
   for (const Variant& element : value.asArray()->elements) {
-    all += (all.empty() ? "" : "|") + automation::toUtf8(automation::toText(element));
+    all += (all.empty() ? "" : "|") + toUtf8(toText(element));
   }
   return "[" + all + "]";
 }
@@ -73,15 +70,14 @@ class MetabaseTest : public testing::Test {
 
   // The object at a moniker, or at a path of Web01.
   static ObjectRef object(const std::string& path) {
-    return automation::GetObject(fromUtf8(path.find(':') == 3 ? path : "IIS://Web01" + path));
+    return GetObject(fromUtf8(path.find(':') == 3 ? path : "IIS://Web01" + path));
   }
   // The values of an object's properties, "Name=value; Name=value", as shown() has them.
   static void shows(const ObjectRef& object, const std::string& values) {
     std::istringstream all(values);
     for (std::string each; std::getline(all >> std::ws, each, ';');) {
       const std::size_t equals = each.find('=');
-      EXPECT_EQ(shown(automation::read(object, fromUtf8(each.substr(0, equals)))), each.substr(equals + 1))
-          << each;
+      EXPECT_EQ(shown(read(object, fromUtf8(each.substr(0, equals)))), each.substr(equals + 1)) << each;
     }
   }
   static void shows(const std::string& path, const std::string& values) {
@@ -92,16 +88,14 @@ class MetabaseTest : public testing::Test {
   static void fails(const std::string& path, const std::string& name, std::int32_t code,
                     const std::vector<std::string>& fragments) {
     SCOPED_TRACE(path + " " + name);
-    const auto get = [&] {
-      name.empty() ? Variant(object(path)) : automation::read(object(path), fromUtf8(name));
-    };
+    const auto get = [&] { name.empty() ? Variant(object(path)) : read(object(path), fromUtf8(name)); };
     EXPECT_EQ(failureOf(get, fragments), code);
   }
   // A property of all children.
   static std::string children(const std::string& path, TextView property = u"Name") {
     std::string values;
     const auto walk = automation::children(object(path));
-    while (const ObjectRef child = walk->next()) values += shown(automation::read(child, property));
+    while (const ObjectRef child = walk->next()) values += shown(read(child, property));
     return values;
   }
 };
@@ -119,7 +113,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1"}) {
     fails(path, "", number::kPathNotFound, {std::string("IIS://Web01") + path + ": there is no such node"});
   }
-  const auto findHalfOfAPair = [] { automation::GetObject(u"IIS://Web01/\xD83D"); };
+  const auto findHalfOfAPair = [] { GetObject(u"IIS://Web01/\xD83D"); };
   EXPECT_EQ(failureOf(findHalfOfAPair), number::kPathNotFound);
   fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
   fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known are: Web01"});
@@ -165,7 +159,7 @@ TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
   const ObjectRef node = object("/W3SVC/1/Filters");
   const auto change = [&] { automation::write(node, u"ServerComment", u"x"); };
   EXPECT_EQ(failureOf(change, {filters + "ServerComment: a metabase"}), number::kReadOnly);
-  EXPECT_EQ(failureOf([&] { automation::call(node, u"Start"); }), automation::number::kMemberNotSupported);
+  EXPECT_EQ(failureOf([&] { call(node, u"Start"); }), automation::number::kMemberNotSupported);
   fails("iis://WEB01/w3svc/1/filters", "MaxConnections", number::kWrongValue,
         {"IIS://WEB01/w3svc/1/Filters (IIsFilters), MaxConnections: the value \"many\", inherited from "
          "/LM/w3svc/1, is no number"});
@@ -182,7 +176,7 @@ TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
         "ExitMessage='a\r\nb\t c & \"d\"'; ServerComment=' Zürich \U0001F600 '; "
         "MSDOSDirOutput=False; AllowAnonymous=True; AnonymousOnly=True; DontLog=False");
   const auto get = [](TextView method, TextView name) {
-    return shown(automation::call(object("/MSFTPSVC/1"), method, name));
+    return shown(call(object("/MSFTPSVC/1"), method, name));
   };
   EXPECT_EQ(get(u"Get", u"allowanonymous"), "True");
   EXPECT_EQ(get(u"GetEx", u"ExitMessage"), "[a\r\nb\t c & \"d\"]");
@@ -240,7 +234,7 @@ TEST_F(MetabaseTest, IpSecurityTellsWhoMayComeIn) {
     0100000001000000 0200000002000000 0400000000000000 4C000080 0000000000000000 0000000000000000
     ffffffff 7f000001'/></IIsFtpVirtualDir>)");
   const auto security = [](const std::string& path) {
-    return automation::toObject(automation::call(object(path), u"GetEx", u"IPSecurity"));
+    return toObject(automation::call(object(path), u"GetEx", u"IPSecurity"));
   };
   shows(security("/MSFTPSVC/1/ROOT"), "GrantByDefault=True; IPDeny=[]; DomainGrant=[]");
   shows(security("/MSFTPSVC/2/ROOT"),

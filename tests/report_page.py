@@ -1,6 +1,7 @@
 """The report's page in a real browser: nothing but its own script runs, nothing is asked for from elsewhere, no text
 from an inventory becomes part of the page, and it can be used. Arguments: the program, the folder of the samples."""
 
+import html
 import os
 import pathlib
 import subprocess
@@ -25,20 +26,14 @@ ATTACKS = [
 ]
 
 
-def escaped(text):
-    for letter, with_ in (("&", "&amp;"), ("<", "&lt;"), (">", "&gt;"), ('"', "&quot;")):
-        text = text.replace(letter, with_)
-    return text
-
-
 def hostile_metabase():
     sites = ""
-    for number, text in enumerate(ATTACKS, 1):
+    for number, text in enumerate(map(html.escape, ATTACKS), 1):
         sites += (
-            f'<IIsFtpServer Location="/LM/MSFTPSVC/{number}" ServerComment="{escaped(text)}" ServerState="2" '
-            f'ServerBindings=":21:" GreetingMessage="{escaped(text)}" AnonymousUserName="{escaped(text)}" '
+            f'<IIsFtpServer Location="/LM/MSFTPSVC/{number}" ServerComment="{text}" ServerState="2" '
+            f'ServerBindings=":21:" GreetingMessage="{text}" AnonymousUserName="{text}" '
             f'AllowAnonymous="TRUE"/>\n<IIsFtpVirtualDir Location="/LM/MSFTPSVC/{number}/ROOT" AccessFlags="AccessWrite" '
-            f'Path="{escaped(text)}"/>\n<IIsFtpVirtualDir Location="/LM/MSFTPSVC/{number}/ROOT/v" Path="{escaped(text)}"/>\n'
+            f'Path="{text}"/>\n<IIsFtpVirtualDir Location="/LM/MSFTPSVC/{number}/ROOT/v" Path="{text}"/>\n'
         )
     return (
         '<?xml version="1.0"?>\n<configuration xmlns="urn:microsoft-catalog:XML_Metabase_V64_0"><MBProperty>\n'

@@ -1,10 +1,6 @@
 // The store's objects and the database wrapper below them.
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <functional>
@@ -24,16 +20,7 @@
 
 namespace {
 
-using automation::call;
-using automation::CreateObject;
-using automation::Failure;
-using automation::fromUtf8;
-using automation::ObjectRef;
-using automation::Text;
-using automation::TextView;
-using automation::Variant;
-using automation::write;
-using automation::writeIndexed;
+using namespace automation;
 using platform::store::Loan;
 using platform::store::PrivateDatabase;
 using sqlite::Database;
@@ -41,7 +28,7 @@ namespace fs = std::filesystem;
 
 // A value as text, null as "-".
 std::string shown(const Variant& value) {
-  return value.isNull() ? "-" : automation::toUtf8(automation::toText(value));
+  return value.isNull() ? "-" : toUtf8(toText(value));
 }
 
 struct Connection {
@@ -62,9 +49,9 @@ struct Recordset {
   void moveNext() const { call(object, u"MoveNext"); }
   void close() const { call(object, u"Close"); }
 
-  std::string property(TextView name) const { return shown(automation::read(object, name)); }
+  std::string property(TextView name) const { return shown(read(object, name)); }
   std::string at(std::string_view column) const {
-    return shown(automation::readIndexed(object, u"Collect", fromUtf8(column)));
+    return shown(readIndexed(object, u"Collect", fromUtf8(column)));
   }
   void setValue(std::string_view column, const Variant& value) const {
     writeIndexed(object, u"Collect", fromUtf8(column), value);
@@ -198,7 +185,7 @@ TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
   EXPECT_EQ(added.at("Server name"), "WEB01");
   added.addNew();
   added.set("Server name", "x");
-  added.setValue("Server name", automation::Null);
+  added.setValue("Server name", Null);
   added.setValue("Site", true);
   added.update();
   EXPECT_EQ(failure([&] { added.set("Site", "x"); }), 3251u);
@@ -233,7 +220,7 @@ TEST_P(EachStore, StateDecidesWhatIsAllowed) {
   const Recordset adding = selectNone(connection);
   adding.addNew();
   connection.close();
-  EXPECT_EQ(shown(automation::read(connection.object, u"State")), "0");
+  EXPECT_EQ(shown(read(connection.object, u"State")), "0");
   connection.open(path_);
   EXPECT_EQ(adding.property(u"State"), "0");
   EXPECT_EQ(failure([&] { adding.update(); }), 3704u);
@@ -362,19 +349,6 @@ TEST_F(Store, AFileIsNotWrittenToWhenAnotherHasTakenItsName) {
   EXPECT_EQ(rows(), Rows{"WEB01|old|-"});
 }
 
-TEST_F(Store, SavedRowsSurviveTheDeathOfTheProcess) {
-  const pid_t process = ::fork();
-  if (process == 0) {
-    const Recordset added = selectNone(connect());
-    for (int row = 0; row < 500; ++row) addRow(added, "WEB01", "saved");
-    added.addNew();
-    added.set("Site", "pending");
-    ::kill(::getpid(), SIGKILL);
-  }
-  ::waitpid(process, nullptr, 0);
-  EXPECT_EQ(rows(), Rows(500, "WEB01|saved|-"));
-}
-
 // Something that a lock is in the way of fails at once, or when the wait for the lock is over, and works when
 // the lock goes in time.
 void expectToWait(Database& other, const std::function<void()>& impatient,
@@ -396,14 +370,13 @@ TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
   const Connection connection;
   const auto open = [&] { connection.open(path_); };
   expectToWait(*other, open, open);
+  const Recordset patient = selectNone(connection);
 
   platform::store::setLockWait(std::chrono::milliseconds(10));
   const Connection reader = connect();
   const Recordset waiting = selectNone(reader);
   waiting.addNew();
   waiting.set("Site", "waited");
-  platform::store::setLockWait(std::chrono::hours(1));
-  const Recordset patient = selectNone(connect());
   expectToWait(
       *other,
       [&] {

@@ -111,26 +111,13 @@ TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
   EXPECT_EQ(environment.log() + environment.appLog(), "");
 }
 
-TEST(VirtualDirectories, WhatCannotBeOpened) {
+TEST(VirtualDirectories, WithoutARoot) {
   ComponentEnvironment environment;
   listRoot(environment);
   const std::string missing = "No path IIS://WEB01/MSFTPSVC/1/root";
   EXPECT_EQ(environment.log(), record(kName, "GenerateFTPVirDirInfo", "80070003", missing) +
                                    record(kName, "GetRootVirtualDirectory", "80070003", missing));
   EXPECT_EQ(environment.progress(), Rows{"count.message = 0/0"});
-
-  addDirectory(environment, u"a", u"C:\\a");
-  Text path = u"IIS://WEB01/MSFTPSVC/1/ROOT";
-  Text nowhere = u"nowhere.mdb";
-  environment.ftp.GetChildVirtualDirectories(environment.server, path, path, nowhere);
-  environment.dropTable("tblvirtualDirSecurity");
-  listRoot(environment);
-  EXPECT_EQ(environment.rows(u"tblvirtualDirectory").size(), 1u);
-  EXPECT_EQ(environment.appLog(),
-            record(kName + "-mFTPAppPoolSupport", "OpenConnection(Child Virtual Directory)", "80004005",
-                   "Can't use the database 'nowhere.mdb': there is no such file") +
-                record(kName + "-mFTPAppPoolSupport", "OpenRecordset", "80040E37",
-                       "Temporary database: no such table: tblvirtualDirSecurity"));
 }
 
 }  // namespace

@@ -12,13 +12,7 @@
 
 namespace {
 
-using automation::call;
-using automation::GetObject;
-using automation::ObjectRef;
-using automation::Text;
-using automation::TextView;
-using automation::toInt16;
-using automation::Variant;
+using namespace automation;
 
 constexpr TextView kService = u"winmgmts:{authenticationLevel=pktPrivacy}\\\\Web01\\root\\microsoftiisv2";
 constexpr TextView kQuery = u"Select Name From IIsApplicationPool";
@@ -38,18 +32,18 @@ class WmiTest : public testing::Test {
 
   // Every pool's name and the applications that it names: "name=path,path,; ".
   static Text poolsOf(const ObjectRef& service) {
-    const ObjectRef pools = automation::toObject(call(service, u"ExecQuery", kQuery));
+    const ObjectRef pools = toObject(call(service, u"ExecQuery", kQuery));
     Text all;
     std::int32_t count = 0;
     const auto walk = automation::children(pools);
     for (ObjectRef pool = walk->next(); pool != nullptr; pool = walk->next(), ++count) {
-      all += automation::toText(automation::read(pool, u"Name")) + u"=";
+      all += toText(read(pool, u"Name")) + u"=";
       Variant list;
-      automation::callByReference(pool, u"EnumAppsInPool", list);
-      for (const Variant& path : list.asArray()->elements) all += automation::toText(path) + u",";
+      callByReference(pool, u"EnumAppsInPool", list);
+      for (const Variant& path : list.asArray()->elements) all += toText(path) + u",";
       all += u"; ";
     }
-    EXPECT_EQ(automation::toInt32(automation::read(pools, u"Count")), count);
+    EXPECT_EQ(toInt32(read(pools, u"Count")), count);
     return all;
   }
 };
@@ -107,21 +101,21 @@ TEST_F(WmiTest, AnythingElseFailsInItsOwnWay) {
         Case{kService, u"", 0x80041017}}) {
     const auto ask = [&] { call(GetObject(each.moniker), u"execquery", each.query); };
     EXPECT_EQ(test::numberFrom(ask), static_cast<std::int32_t>(each.number))
-        << automation::toUtf8(each.moniker) << automation::toUtf8(each.query);
+        << toUtf8(each.moniker) << toUtf8(each.query);
   }
 }
 
 TEST_F(WmiTest, TheHostsObjectsAnswer) {
-  const ObjectRef common = automation::CreateObject(u"marlinscopeglobalcom.icommonfunction");
+  const ObjectRef common = CreateObject(u"marlinscopeglobalcom.icommonfunction");
   const auto getos = [&] {
     Variant server = u"web01";
-    return *automation::callByReference(common, u"getos", server).as<std::int16_t>();
+    return *callByReference(common, u"getos", server).as<std::int16_t>();
   };
   write(
       "<IIsWebInfo Location='/LM/W3SVC/Info' MajorIIsVersionNumber='6'/>"
       "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
   EXPECT_EQ(getos(), 6);
-  EXPECT_EQ(toInt16(automation::readIndexed(common, u"GetOS", u"WEB01")), 6);
+  EXPECT_EQ(toInt16(readIndexed(common, u"GetOS", u"WEB01")), 6);
   write(
       "<IIsWebInfo Location='/LM/W3SVC/Info'/>"
       "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
@@ -133,13 +127,13 @@ TEST_F(WmiTest, TheHostsObjectsAnswer) {
             "IIS://web01/W3SVC/Info (IIsWebInfo), MajorIIsVersionNumber: Overflow");
 
   automation::write(common, u"errorlogpath", u"C:\\logs");
-  EXPECT_EQ(automation::toText(automation::read(common, u"ErrorLogPath")), u"C:\\logs");
+  EXPECT_EQ(toText(read(common, u"ErrorLogPath")), u"C:\\logs");
   // Each thread has a pointer of its own.
-  automation::write(automation::Screen(), u"MousePointer", std::int16_t{11});
+  automation::write(Screen(), u"MousePointer", std::int16_t{11});
   std::int16_t seen = -1;
-  std::thread([&] { seen = toInt16(automation::read(automation::Screen(), u"MousePointer")); }).join();
+  std::thread([&] { seen = toInt16(read(Screen(), u"MousePointer")); }).join();
   EXPECT_EQ(seen, 0);
-  EXPECT_EQ(toInt16(automation::read(automation::Screen(), u"mousepointer")), 11);
+  EXPECT_EQ(toInt16(read(Screen(), u"mousepointer")), 11);
 }
 
 }  // namespace

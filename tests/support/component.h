@@ -10,29 +10,15 @@ namespace test {
 class ComponentEnvironment : public Environment {
  public:
   ComponentEnvironment() {
-    setLogs();
+    ftp.SetErrorLogPath(appLogDirectory, logFile);
+    pools.SetErrorLogPath(appLogDirectory, logFile);
     ftp.SetProcessStatusUpdater(status, bar, count);
     pools.SetProcessStatusUpdater(status, bar, count);
-  }
-
-  void spoilLog() {
-    Environment::spoilLog();
-    setLogs();
-  }
-  void spoilAppLog() {
-    Environment::spoilAppLog();
-    setLogs();
   }
 
   // Both have the two logs and the progress objects.
   TORVINFTPAppDataCom::FTPCollection ftp;
   TORVINFTPAppDataCom::AppPoolCollection pools;
-
- private:
-  void setLogs() {
-    ftp.SetErrorLogPath(appLogDirectory, logFile);
-    pools.SetErrorLogPath(appLogDirectory, logFile);
-  }
 };
 
 }  // namespace test

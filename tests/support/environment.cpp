@@ -205,14 +205,6 @@ long Environment::openConnections() const {
   return private_ != nullptr ? platform::store::lent(database).use_count() - 3 : 0;
 }
 
-void Environment::spoilLog() {
-  logFile = textOf(folder_ / "nowhere" / "object.log");
-}
-
-void Environment::spoilAppLog() {
-  appLogDirectory = textOf(folder_ / "nowhere");
-}
-
 FakeObject& Environment::node(TextView path) {
   FakeObject* at = &metabase_;
   Text adsPath = u"IIS://" + server;

@@ -65,12 +65,9 @@ class Environment {
   std::string log() const;
   std::string appLog() const;
 
-  // Where the logs go: what SetErrorLogPath is to be called with. Spoilt, they go to a directory that isn't
-  // there.
+  // Where the logs go: what SetErrorLogPath is to be called with.
   automation::Text appLogDirectory;
   automation::Text logFile;
-  void spoilLog();
-  void spoilAppLog();
 
   // The progress objects.
   automation::ObjectRef status;

@@ -37,6 +37,13 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
   ASSERT_GE(VarBstrFromDate(noon, LOCALE_USER_DEFAULT, 0, noonText.address()), 0);
   CY money{};
   money.int64 = 12'345'678;
+  const auto decimal = [](TextView digits) {
+    OwnedText written(digits);
+    VARIANT made;
+    EXPECT_GE(VarDecFromStr(written.get(), MAKELCID(0x409, 0), 0, &V_DECIMAL(&made)), 0);
+    V_VT(&made) = VT_DECIMAL;
+    return made;
+  };
   // What reads as no integer has the number that it fails with, with a minus.
   const struct {
     VARIANT value;
@@ -64,6 +71,11 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
       {valueOf(VT_R8, 2147483648.0), u"2147483648", -6},
       {valueOf(VT_CY, money), u"1234.5678", 1235},
       {valueOf(VT_CY, std::numeric_limits<std::int64_t>::max()), u"922337203685477.5807", -6},
+      {decimal(u"12.25"), u"12.25", 12},
+      {decimal(u"-3"), u"-3", -3},
+      {decimal(u"0.00001"), u"0.00001", 0},
+      {decimal(u"1.23456789012345678"), u"1.23456789012345678", 1},
+      {decimal(u"12345678901234567890.5"), u"12345678901234567890.5", -6},
       {valueOf(VT_DATE, noon), Text(noonText.view()), -13},
       {valueOf(VT_BOOL, VARIANT_TRUE), u"True", -1},
       {valueOf(VT_BSTR, text.get()), Text(u"a\0b", 3), -13},
@@ -79,7 +91,7 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
     VARIANT inner = each.value;
     V_VT(&inner) |= VT_BYREF;
     V_BYREF(&inner) = const_cast<LONGLONG*>(&V_I8(&each.value));
-    const bool hasReference = V_VT(&each.value) != VT_EMPTY;
+    const bool hasReference = V_VT(&each.value) != VT_EMPTY && V_VT(&each.value) != VT_DECIMAL;
     const VARIANT& last = hasReference ? inner : each.value;
     for (const VARIANT& form : {each.value, outer, last}) {
       const Variant value = com::fromSystem(form);
@@ -88,22 +100,6 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
       const std::int32_t failed = numberFrom([&] { integer = toInt32(value); });
       EXPECT_EQ(failed != 0 ? -failed : integer, each.integer);
     }
-  }
-  const std::pair<TextView, std::int32_t> decimals[] = {{u"12.25", 12},
-                                                        {u"-3", -3},
-                                                        {u"0.00001", 0},
-                                                        {u"1.23456789012345678", 1},
-                                                        {u"12345678901234567890.5", -6}};
-  for (const auto& [digits, integer] : decimals) {
-    OwnedText written(digits);
-    VARIANT decimal;
-    ASSERT_GE(VarDecFromStr(written.get(), MAKELCID(0x409, 0), 0, &V_DECIMAL(&decimal)), 0);
-    V_VT(&decimal) = VT_DECIMAL;
-    const Variant value = com::fromSystem(decimal);
-    EXPECT_EQ(toText(value), digits);
-    std::int32_t read = 0;
-    const std::int32_t failed = numberFrom([&] { read = toInt32(value); });
-    EXPECT_EQ(failed != 0 ? -failed : read, integer);
   }
   EXPECT_TRUE(com::fromSystem(valueOf(VT_NULL, 0)).isNull());
   EXPECT_EQ(toObject(com::fromSystem(valueOf(VT_DISPATCH, nullptr))), nullptr);
