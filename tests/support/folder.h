@@ -57,4 +57,11 @@ inline std::string contents(const std::filesystem::path& file) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
+// A text with all of something in it replaced.
+inline std::string replaced(std::string text, std::string_view what, std::string_view with) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
+    text.replace(at, what.size(), with);
+  return text;
+}
+
 }  // namespace test
