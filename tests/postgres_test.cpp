@@ -136,14 +136,10 @@ class Postgres : public testing::Test {
 
   Result run(const Arguments& arguments, int status = 0, const std::string& words = "",
              const std::function<void()>& prepare = {}) const {
-    const Result result = test::run(folder_, arguments, [&] {
+    return test::runExpecting(folder_, arguments, status, words, [&] {
       fs::current_path(folder_.folder("logs"));
       if (prepare) prepare();
     });
-    const std::string all = testing::PrintToString(arguments) + result.out + result.err;
-    EXPECT_EQ(result.status, status) << all;
-    EXPECT_NE((result.out + result.err).find(words), std::string::npos) << words << all;
-    return result;
   }
 
   // Does the same to both kinds, and expects the same from it.

@@ -1,5 +1,6 @@
 #include "tests/support/process.h"
 
+#include <gtest/gtest.h>
 #include <pty.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -74,6 +75,22 @@ bool Program::runs() const {
 Result Program::end() {
   const int status = endOf(id_);
   return {status, taken(out_), taken(err_)};
+}
+
+Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
+                    const std::function<void()>& prepare) {
+  const Result result = run(folder, arguments, prepare);
+  const std::string all = result.out + result.err;
+  EXPECT_EQ(result.status, status) << testing::PrintToString(arguments) << all;
+  EXPECT_NE(all.find(words), std::string::npos) << testing::PrintToString(arguments) << words << all;
+  return result;
+}
+
+void withoutReader() {
+  int ends[2];
+  if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
+  ::close(ends[0]);
+  ::dup2(ends[1], STDOUT_FILENO);
 }
 
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,

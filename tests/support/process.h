@@ -57,8 +57,15 @@ inline Result run(const Folder& folder, const Arguments& arguments,
   return Program(folder, arguments, prepare).end();
 }
 
-// The same on a terminal of so many columns, to which all output goes. `shown` may look at what it has shown
-// so far and do something about it.
+// The same for one that must end with a status and, if given, print some words.
+Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
+                    const std::function<void()>& prepare = {});
+
+// Replaces the standard output by one that nothing reads.
+void withoutReader();
+
+// Runs the program on a terminal of so many columns, to which all output goes. `shown` may look at what it
+// has shown so far and do something about it.
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,
                      const std::function<void(pid_t, const std::string&)>& shown = {});
 
