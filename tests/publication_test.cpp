@@ -2,11 +2,9 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/capability.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -39,13 +37,9 @@ using test::Arguments;
 using test::everyRow;
 using test::FewRows;
 using test::Result;
+using test::withoutRights;
 
 const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
-
-// What a file's owner may not do root may not either, from then on.
-void withoutRights() {
-  ::prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0);
-}
 
 class Publication : public testing::Test {
  protected:

@@ -1,8 +1,10 @@
 #include "tests/support/process.h"
 
 #include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <pty.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -91,6 +93,10 @@ void withoutReader() {
   if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
   ::close(ends[0]);
   ::dup2(ends[1], STDOUT_FILENO);
+}
+
+void withoutRights() {
+  for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) ::prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
 }
 
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,

@@ -64,6 +64,9 @@ Result runExpecting(const Folder& folder, const Arguments& arguments, int status
 // Replaces the standard output by one that nothing reads.
 void withoutReader();
 
+// What a file's owner may not do root may not either, from then on.
+void withoutRights();
+
 // Runs the program on a terminal of so many columns, to which all output goes. `shown` may look at what it
 // has shown so far and do something about it.
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,
