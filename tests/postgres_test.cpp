@@ -244,9 +244,7 @@ TEST_F(Postgres, HoldsWhatAnSqliteFileHolds) {
   runBoth({"servers", "--set-keep", "3"}, 0, "keeps 3 collections");
   const std::string small = generated("LARGE", 20, 2);
   collectBoth({small});
-  collectBoth({small, "--only", "General"}, 2, "--replace");
   collectBoth({small, "--only", "General", "--replace"});
-  collectBoth({small, "--only", "General", "--only", "Message"});
   collectBoth({small, "--site", "3"}, 2, "--replace");
   collectBoth({small, "--site", "3", "--pool", "pool 1", "--replace"});
   collectBoth({"web01=" + kWeb, "--pool", "\u00DCBERSICHT", "--site", "2", "--replace"});
@@ -403,7 +401,7 @@ TEST_F(Postgres, ReportsWhatNoInventoryHoldsAndKeepsTheRest) {
 }
 
 TEST_F(Postgres, KeepsThePreviousInventoryIfTheServerHasNoRoom) {
-  const test::PostgresServer small(std::make_unique<test::Folder>(), {}, 12);
+  const test::PostgresServer small(std::make_unique<test::Folder>(), {"log_min_messages=error"}, 12);
   const std::string database = small.address("master", "postgres");
   std::mt19937 random;
   const auto publish = [&](std::size_t size) {
@@ -418,12 +416,8 @@ TEST_F(Postgres, KeepsThePreviousInventoryIfTheServerHasNoRoom) {
   };
   EXPECT_EQ(publish(10), 400);
   const Tables before = everything(database, true);
-  try {
-    publish(40000);
-    ADD_FAILURE() << "there was room";
-  } catch (const inventory::Error& error) {
-    EXPECT_NE(std::string(error.what()).find("File too large"), std::string::npos) << error.what();
-  }
+  EXPECT_THROW(publish(40000), inventory::Error);
+  EXPECT_NE(small.log().find("File too large"), std::string::npos);
   EXPECT_EQ(everything(database, true), before);
   EXPECT_EQ(publish(20), 400);
 }
@@ -702,11 +696,9 @@ TEST_F(Postgres, LeavesEachServerOldOrNewWhateverIsKilled) {
   std::vector<Tables> states;
   steady_clock::duration longest{};
   for (int state = 0; state < 2; ++state) {
-    // Twice the same name, so copies of the files.
-    for (const char* name : {"WEB01", "WEB02"}) {
-      const std::string file = generated(name, state == 0 ? 20 : 12, state + 1).substr(6);
-      files[state].push_back(std::string(name) + "=" +
-                             folder_.file(name + std::to_string(state), test::contents(file)));
+    for (const std::string name : {"WEB01", "WEB02"}) {
+      const std::string file = name + std::to_string(state);
+      files[state].push_back(name + generated(file, state == 0 ? 20 : 12, state + 1).substr(file.size()));
     }
     const auto begin = steady_clock::now();
     EXPECT_EQ(start(files[state])->end().status, 0);

@@ -60,11 +60,6 @@ class Sources : public testing::Test {
  protected:
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
-  std::string file(const std::string& name, const std::string& text) const {
-    fs::create_directories(fs::path(path(name)).parent_path());
-    return folder_.file(name, text);
-  }
-
   Result collect(Arguments arguments, int status = 0, const std::string& words = "",
                  const std::function<void()>& prepare = {}) const {
     arguments.insert(arguments.begin(), "collect");
@@ -85,13 +80,13 @@ class Sources : public testing::Test {
 };
 
 TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
-  file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml", kWeb01);
-  file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
+  folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml", kWeb01);
+  folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
   fs::last_write_time(path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml"),
                       fs::file_time_type::clock::now() - std::chrono::hours(1));
-  file("fleet/site b/Zürich/export.txt", test::utf16("\uFEFF" + kWeb01.substr(3), true));
-  file("fleet/D/MetaBase.xml", kWeb01);
-  file("fleet/notes/readme.xml", "<notes/>");
+  folder_.file("fleet/site b/Zürich/export.txt", test::utf16("\uFEFF" + kWeb01.substr(3), true));
+  folder_.file("fleet/D/MetaBase.xml", kWeb01);
+  folder_.file("fleet/notes/readme.xml", "<notes/>");
   fs::create_directory_symlink(path("fleet/WEB01"), path("fleet/LINK"));
   ASSERT_EQ(::mkfifo(path("fleet/fifo").c_str(), 0600), 0);
 
@@ -106,8 +101,8 @@ TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
 }
 
 TEST_F(Sources, OfAFolderThatCantBeReadAreAProblem) {
-  file("fleet/GOOD/MetaBase.xml", kWeb01);
-  file("fleet/CLOSED/MetaBase.xml", kWeb01);
+  folder_.file("fleet/GOOD/MetaBase.xml", kWeb01);
+  folder_.file("fleet/CLOSED/MetaBase.xml", kWeb01);
   fs::permissions(path("fleet/CLOSED"), fs::perms::none);
   collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it can't be read", test::withoutRights);
   fs::permissions(path("fleet/CLOSED"), fs::perms::owner_all);
@@ -142,14 +137,14 @@ TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
                "zip:compression=store");
   std::string bytes = test::contents(path("DAMAGED.zip"));
   bytes[5000] ^= 1;
-  collect({file("DAMAGED.zip", bytes)}, 1, "DAMAGED.zip:FIRST/MetaBase.xml: ZIP bad CRC");
+  collect({folder_.file("DAMAGED.zip", bytes)}, 1, "DAMAGED.zip:FIRST/MetaBase.xml: ZIP bad CRC");
   EXPECT_EQ(servers(), (Strings{"GOOD", "SECOND"}));
 
   writeArchive(path("LARGE.tar.gz"), {{"LARGE/MetaBase.xml", kWeb01 + std::string(4000000, ' ')}});
   collect({path("LARGE.tar.gz"), "--max-size", "1MB"}, 2, "LARGE/MetaBase.xml: it is larger than");
 
   const std::string whole = test::contents(path("LARGE.tar.gz"));
-  file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
+  folder_.file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
   const std::string words = "CUT.tar.gz: the archive can't be read: truncated gzip input";
   EXPECT_EQ(collect({path("CUT.tar.gz"), "--list"}, 2, words).out.find("CUT.tar.gz"), std::string::npos);
 }
@@ -162,7 +157,7 @@ TEST_F(Sources, OfAnArchiveThatChangesAreThoseOfTheFirstLook) {
   {
     // Open as soon as it is read, which is behind the first look at everything.
     std::ofstream first(path("FIRST"), std::ios::binary);
-    file("SOON.zip", std::string(fs::file_size(path("SOON.zip")), 'x'));
+    folder_.file("SOON.zip", std::string(fs::file_size(path("SOON.zip")), 'x'));
     first << kWeb01;
   }
   const Result result = program.end();
@@ -172,8 +167,8 @@ TEST_F(Sources, OfAnArchiveThatChangesAreThoseOfTheFirstLook) {
 }
 
 TEST_F(Sources, BehindLinksAreWhereTheSystemFindsThem) {
-  file("real/below/unused", "");
-  file("real/WEB.xml", kWeb01);
+  folder_.file("real/below/unused", "");
+  folder_.file("real/WEB.xml", kWeb01);
   fs::create_directory_symlink(path("real/below"), path("link"));
   const Result listed = test::run(folder_, {"collect", path("link/../WEB.xml"), "--list"});
   EXPECT_EQ(listed.out, "WEB  " + path("real/WEB.xml") + "\n") << listed.err;
@@ -182,7 +177,7 @@ TEST_F(Sources, BehindLinksAreWhereTheSystemFindsThem) {
 }
 
 TEST_F(Sources, ThatAreStreamsAreReadToTheirEnd) {
-  const std::string given = file("given.xml", kWeb01);
+  const std::string given = folder_.file("given.xml", kWeb01);
   collect({"IN=-"}, 0, "", [&] { ::dup2(::open(given.c_str(), O_RDONLY), STDIN_FILENO); });
 
   ASSERT_EQ(::mkfifo(path("PIPE").c_str(), 0600), 0);
@@ -194,7 +189,7 @@ TEST_F(Sources, ThatAreStreamsAreReadToTheirEnd) {
 }
 
 TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
-  const std::string odd = file("ODD.xml", R"(<?xml version="1.0"?>
+  const std::string odd = folder_.file("ODD.xml", R"(<?xml version="1.0"?>
 <configuration xmlns="urn:microsoft-catalog:XML_Metabase_V64_0"><MBProperty>
 <IIsFtpService Location="/LM/MSFTPSVC" LogType="0"/>
 <IIsFtpInfo Location="/LM/MSFTPSVC/Info" MajorIIsVersionNumber="6"/>
@@ -208,7 +203,7 @@ TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
   const Result checked =
       test::runExpecting(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1, "3 odd places");
   EXPECT_NE(checked.out.find("WEB01/MetaBase.xml: a metabase of"), std::string::npos);
-  test::runExpecting(folder_, {"check", file("x.txt", "text")}, 2, "");
+  test::runExpecting(folder_, {"check", folder_.file("x.txt", "text")}, 2, "");
   test::runExpecting(folder_, {"check", "-", "-"}, 2, "METABASE '-': ");
   test::runExpecting(folder_, {"check", odd}, 1, "", test::withoutReader);
 

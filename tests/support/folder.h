@@ -44,6 +44,7 @@ class Folder {
 
   // A file inside it.
   std::string file(std::string_view name, std::string_view text) const {
+    folder((path_ / name).parent_path().string());
     std::ofstream(path_ / name, std::ios::binary) << text;
     return (path_ / name).string();
   }

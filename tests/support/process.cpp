@@ -23,6 +23,18 @@ std::string taken(int& file) {
   return text;
 }
 
+// Makes this process the program under test.
+[[noreturn]] void become(const Folder& folder, Arguments arguments, const std::function<void()>& prepare) {
+  ::setenv("TMPDIR", folder.folder("temporary").c_str(), 1);
+  if (prepare) prepare();
+  arguments.insert(arguments.begin(), IISINVENTORY_PROGRAM);
+  std::vector<char*> raw;
+  for (std::string& argument : arguments) raw.push_back(argument.data());
+  raw.push_back(nullptr);
+  ::execv(raw[0], raw.data());
+  ::_exit(127);
+}
+
 }  // namespace
 
 pid_t inChild(const std::function<void()>& work) {
@@ -35,17 +47,6 @@ pid_t inChild(const std::function<void()>& work) {
   } catch (...) {
     ::_exit(1);
   }
-}
-
-void become(const Folder& folder, Arguments arguments, const std::function<void()>& prepare) {
-  ::setenv("TMPDIR", folder.folder("temporary").c_str(), 1);
-  if (prepare) prepare();
-  arguments.insert(arguments.begin(), IISINVENTORY_PROGRAM);
-  std::vector<char*> raw;
-  for (std::string& argument : arguments) raw.push_back(argument.data());
-  raw.push_back(nullptr);
-  ::execv(raw[0], raw.data());
-  ::_exit(127);
 }
 
 int endOf(pid_t child) {
