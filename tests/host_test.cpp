@@ -1,6 +1,5 @@
 // The command-line host, run as a program of its own.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 

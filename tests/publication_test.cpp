@@ -742,8 +742,8 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
     make();
     collect({"A=" + kLegacy, "--wait", "0"}, 1, log.string() + ": " + why, withoutRights);
     EXPECT_EQ(rows().size(), 31U);
-    EXPECT_EQ(value("select count(*) from Problems where Message like 'Can''t write the log%'"), "1");
-    EXPECT_EQ(value("select count(*) from Problems"), "6");
+    EXPECT_EQ(value("select count(*) || ' ' || sum(Message like 'Can''t write the log%') from Problems"),
+              "6 1");
   }
 }
 
