@@ -4,16 +4,12 @@
 #include <archive_entry.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/capability.h>
-#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <map>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "sqlite/database.h"
@@ -26,9 +22,9 @@ namespace {
 namespace fs = std::filesystem;
 using test::Arguments;
 using test::Result;
+using Strings = std::vector<std::string>;
 
 const std::string kWeb01 = test::contents(SAMPLES_DIRECTORY "/WEB01/MetaBase.xml");
-constexpr std::size_t kWeb01Rows = 210;
 
 struct Member {
   std::string name;
@@ -63,67 +59,53 @@ class Sources : public testing::Test {
  protected:
   std::string path(const std::string& name) const { return (folder_ / name).string(); }
 
-  std::string file(const std::string& name, const std::string& text) const {
-    fs::create_directories(fs::path(path(name)).parent_path());
-    return folder_.file(name, text);
-  }
-
-  Result collect(Arguments arguments, const std::function<void()>& prepare = {}) const {
+  Result collect(Arguments arguments, int status = 0, const std::string& words = "",
+                 const std::function<void()>& prepare = {}) const {
     arguments.insert(arguments.begin(), "collect");
     arguments.insert(arguments.end(), {"--database", path("inventory.db")});
-    return test::run(folder_, arguments, prepare);
+    return test::runExpecting(folder_, arguments, status, words, prepare);
   }
 
-  // How many rows of the collected tables each server has in a new inventory of these arguments.
-  std::map<std::string, std::size_t> rowsByServer() const {
+  // The servers of the inventory that have all rows.
+  Strings servers() const {
     sqlite::Database database(path("inventory.db"), sqlite::Database::Mode::kReadOnly, {});
-    auto statement = database.prepare("select \"Server name\", Rows from Collections");
-    std::map<std::string, std::size_t> rows;
-    while (statement.step()) {
-      rows[std::string(statement.text(0).value_or(""))] = static_cast<std::size_t>(statement.number(1));
-    }
-    return rows;
+    auto statement = database.prepare("select \"Server name\" from Collections where Rows = 210 order by 1");
+    Strings names;
+    while (statement.step()) names.emplace_back(statement.text(0).value());
+    return names;
   }
 
   test::Folder folder_;
 };
 
 TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
-  file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml", kWeb01);
-  file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
+  folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml", kWeb01);
+  folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
   fs::last_write_time(path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml"),
                       fs::file_time_type::clock::now() - std::chrono::hours(1));
-  file("fleet/site b/Zürich/export.txt", test::utf16("\uFEFF" + kWeb01.substr(3), true));
-  file("fleet/D/MetaBase.xml", kWeb01);
-  file("fleet/notes/readme.xml", "<notes/>");
+  folder_.file("fleet/site b/Zürich/export.txt", test::utf16("\uFEFF" + kWeb01.substr(3), true));
+  folder_.file("fleet/D/MetaBase.xml", kWeb01);
+  folder_.file("fleet/notes/readme.xml", "<notes/>");
   fs::create_directory_symlink(path("fleet/WEB01"), path("fleet/LINK"));
   ASSERT_EQ(::mkfifo(path("fleet/fifo").c_str(), 0600), 0);
 
-  const Result listed = test::run(folder_, {"collect", path("fleet"), "--list"});
-  EXPECT_EQ(listed.status, 0);
+  const Result listed =
+      test::runExpecting(folder_, {"collect", path("fleet"), "--list"}, 0,
+                         "is taken, and not " + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History"));
   EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 4);
-  EXPECT_NE(listed.out.find("is taken, and not " + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History")),
-            std::string::npos);
   EXPECT_FALSE(fs::exists(path("inventory.db")));
 
-  EXPECT_EQ(collect({path("fleet")}).status, 0);
-  const std::map<std::string, std::size_t> expected = {
-      {"WEB01", kWeb01Rows}, {"Zürich", kWeb01Rows}, {"fleet", kWeb01Rows}};
-  EXPECT_EQ(rowsByServer(), expected);
+  collect({path("fleet")});
+  EXPECT_EQ(servers(), (Strings{"WEB01", "Zürich", "fleet"}));
 }
 
 TEST_F(Sources, OfAFolderThatCantBeReadAreAProblem) {
-  file("fleet/GOOD/MetaBase.xml", kWeb01);
-  file("fleet/CLOSED/MetaBase.xml", kWeb01);
+  folder_.file("fleet/GOOD/MetaBase.xml", kWeb01);
+  folder_.file("fleet/CLOSED/MetaBase.xml", kWeb01);
   fs::permissions(path("fleet/CLOSED"), fs::perms::none);
-  // What a folder's owner may not do root may not either, from then on.
-  const Result result = collect({path("fleet")}, [] {
-    for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) ::prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
-  });
+  collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it can't be read", test::withoutRights);
   fs::permissions(path("fleet/CLOSED"), fs::perms::owner_all);
-  EXPECT_EQ(result.status, 1) << result.err;
-  EXPECT_NE(result.err.find(path("fleet/CLOSED") + ": it can't be read"), std::string::npos) << result.err;
-  EXPECT_EQ(rowsByServer().size(), 1U);
+  EXPECT_EQ(servers(), Strings{"GOOD"});
 }
 
 TEST_F(Sources, OfArchivesAreFoundLikeThoseOfFolders) {
@@ -136,13 +118,8 @@ TEST_F(Sources, OfArchivesAreFoundLikeThoseOfFolders) {
     SCOPED_TRACE(ending);
     fs::remove(path("inventory.db"));
     writeArchive(path("THREE" + ending), members);
-    const Result result = collect({path("THREE" + ending)});
-    EXPECT_EQ(result.status, 0) << result.err;
-    EXPECT_NE(result.out.find("and not " + path("THREE" + ending) + ":ONE/History/old.xml"),
-              std::string::npos);
-    const std::map<std::string, std::size_t> expected = {
-        {"ONE", kWeb01Rows}, {"TWO", kWeb01Rows}, {"THREE", kWeb01Rows}};
-    EXPECT_EQ(rowsByServer(), expected);
+    collect({path("THREE" + ending)}, 0, "and not " + path("THREE" + ending) + ":ONE/History/old.xml");
+    EXPECT_EQ(servers(), (Strings{"ONE", "THREE", "TWO"}));
   }
   EXPECT_FALSE(fs::exists(folder_.path().parent_path() / "TWO"));
 }
@@ -150,33 +127,25 @@ TEST_F(Sources, OfArchivesAreFoundLikeThoseOfFolders) {
 TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
   writeArchive(path("GOOD.zip"), {{"GOOD/MetaBase.xml", kWeb01}});
   writeArchive(path("BAD.zip"), {{"SECRET/MetaBase.xml", kWeb01}}, "zip:encryption=traditional");
-  const Result encrypted = collect({path("BAD.zip"), path("GOOD.zip")});
-  EXPECT_EQ(encrypted.status, 1);
-  EXPECT_NE(encrypted.err.find("BAD.zip:SECRET/MetaBase.xml: it is encrypted"), std::string::npos);
+  const Result encrypted =
+      collect({path("BAD.zip"), path("GOOD.zip")}, 1, "BAD.zip:SECRET/MetaBase.xml: it is encrypted");
   EXPECT_EQ(encrypted.err.find("there is no metabase in"), std::string::npos);
-  EXPECT_EQ(rowsByServer().size(), 1U);
+  EXPECT_EQ(servers(), Strings{"GOOD"});
 
   writeArchive(path("DAMAGED.zip"), {{"FIRST/MetaBase.xml", kWeb01}, {"SECOND/MetaBase.xml", kWeb01}},
                "zip:compression=store");
   std::string bytes = test::contents(path("DAMAGED.zip"));
   bytes[5000] ^= 1;
-  const Result damaged = collect({file("DAMAGED.zip", bytes)});
-  EXPECT_EQ(damaged.status, 1);
-  EXPECT_NE(damaged.err.find("DAMAGED.zip:FIRST/MetaBase.xml: ZIP bad CRC"), std::string::npos);
-  EXPECT_EQ(rowsByServer().count("SECOND"), 1U);
+  collect({folder_.file("DAMAGED.zip", bytes)}, 1, "DAMAGED.zip:FIRST/MetaBase.xml: ZIP bad CRC");
+  EXPECT_EQ(servers(), (Strings{"GOOD", "SECOND"}));
 
   writeArchive(path("LARGE.tar.gz"), {{"LARGE/MetaBase.xml", kWeb01 + std::string(4000000, ' ')}});
-  const Result large = collect({path("LARGE.tar.gz"), "--max-size", "1MB"});
-  EXPECT_EQ(large.status, 2);
-  EXPECT_NE(large.err.find("LARGE/MetaBase.xml: it is larger than"), std::string::npos);
+  collect({path("LARGE.tar.gz"), "--max-size", "1MB"}, 2, "LARGE/MetaBase.xml: it is larger than");
 
   const std::string whole = test::contents(path("LARGE.tar.gz"));
-  file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
-  for (const Result& cut : {collect({path("CUT.tar.gz")}), collect({path("CUT.tar.gz"), "--list"})}) {
-    EXPECT_EQ(cut.status, 2);
-    EXPECT_NE(cut.err.find("CUT.tar.gz: the archive can't be read: truncated gzip input"), std::string::npos);
-    EXPECT_EQ(cut.out.find("CUT.tar.gz"), std::string::npos);
-  }
+  folder_.file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
+  const std::string words = "CUT.tar.gz: the archive can't be read: truncated gzip input";
+  EXPECT_EQ(collect({path("CUT.tar.gz"), "--list"}, 2, words).out.find("CUT.tar.gz"), std::string::npos);
 }
 
 TEST_F(Sources, OfAnArchiveThatChangesAreThoseOfTheFirstLook) {
@@ -187,43 +156,39 @@ TEST_F(Sources, OfAnArchiveThatChangesAreThoseOfTheFirstLook) {
   {
     // Open as soon as it is read, which is behind the first look at everything.
     std::ofstream first(path("FIRST"), std::ios::binary);
-    file("SOON.zip", std::string(fs::file_size(path("SOON.zip")), 'x'));
+    folder_.file("SOON.zip", std::string(fs::file_size(path("SOON.zip")), 'x'));
     first << kWeb01;
   }
   const Result result = program.end();
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_NE(result.out.find("SOON.zip:SOON/MetaBase.xml has changed"), std::string::npos) << result.out;
-  EXPECT_EQ(rowsByServer()["SOON"], kWeb01Rows);
+  EXPECT_EQ(servers(), (Strings{"FIRST", "SOON"}));
 }
 
 TEST_F(Sources, BehindLinksAreWhereTheSystemFindsThem) {
-  file("real/below/unused", "");
-  file("real/WEB.xml", kWeb01);
+  folder_.file("real/below/unused", "");
+  folder_.file("real/WEB.xml", kWeb01);
   fs::create_directory_symlink(path("real/below"), path("link"));
   const Result listed = test::run(folder_, {"collect", path("link/../WEB.xml"), "--list"});
   EXPECT_EQ(listed.out, "WEB  " + path("real/WEB.xml") + "\n") << listed.err;
-  EXPECT_EQ(test::run(folder_, {"collect", path("link/./..//"), "--database", path("link/../i.db")}).status,
-            0);
+  test::runExpecting(folder_, {"collect", path("link/./..//"), "--database", path("link/../i.db")}, 0, "");
   EXPECT_TRUE(fs::exists(path("real/i.db")));
 }
 
 TEST_F(Sources, ThatAreStreamsAreReadToTheirEnd) {
-  const std::string given = file("given.xml", kWeb01);
-  EXPECT_EQ(collect({"IN=-"}, [&] { ::dup2(::open(given.c_str(), O_RDONLY), STDIN_FILENO); }).status, 0);
+  const std::string given = folder_.file("given.xml", kWeb01);
+  collect({"IN=-"}, 0, "", [&] { ::dup2(::open(given.c_str(), O_RDONLY), STDIN_FILENO); });
 
   ASSERT_EQ(::mkfifo(path("PIPE").c_str(), 0600), 0);
   const pid_t writer = test::inChild([&] { std::ofstream(path("PIPE"), std::ios::binary) << kWeb01; });
-  EXPECT_EQ(collect({path("PIPE")}).status, 0);
+  collect({path("PIPE")});
   EXPECT_EQ(test::endOf(writer), 0);
-  EXPECT_EQ(rowsByServer().size(), 2U);
-
-  const Result endless = collect({"ZERO=/dev/zero", "--max-size", "2MB"});
-  EXPECT_EQ(endless.status, 2);
-  EXPECT_NE(endless.err.find("it is larger than"), std::string::npos);
+  EXPECT_EQ(servers(), (Strings{"IN", "PIPE"}));
+  collect({"ZERO=/dev/zero", "--max-size", "2MB"}, 2, "it is larger than");
 }
 
 TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
-  const std::string odd = file("ODD.xml", R"(<?xml version="1.0"?>
+  const std::string odd = folder_.file("ODD.xml", R"(<?xml version="1.0"?>
 <configuration xmlns="urn:microsoft-catalog:XML_Metabase_V64_0"><MBProperty>
 <IIsFtpService Location="/LM/MSFTPSVC" LogType="0"/>
 <IIsFtpInfo Location="/LM/MSFTPSVC/Info" MajorIIsVersionNumber="6"/>
@@ -234,20 +199,14 @@ TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
 <IIsFtpServer ServerComment="Nowhere"/>
 </MBProperty></configuration>
 )");
-  const Result checked = test::run(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"});
-  EXPECT_EQ(checked.status, 1);
-  EXPECT_NE(checked.out.find("3 odd places"), std::string::npos) << checked.out;
+  const Result checked =
+      test::runExpecting(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1, "3 odd places");
   EXPECT_NE(checked.out.find("WEB01/MetaBase.xml: a metabase of"), std::string::npos);
-  EXPECT_EQ(test::run(folder_, {"check", file("x.txt", "text")}).status, 2);
-  EXPECT_NE(test::run(folder_, {"check", "-", "-"}).err.find("METABASE '-': "), std::string::npos);
-  const auto unread = [] {
-    int ends[2];
-    if (::pipe(ends) == 0) ::dup2(ends[1], STDOUT_FILENO);
-    ::close(ends[0]);
-  };
-  EXPECT_EQ(test::run(folder_, {"check", odd}, unread).status, 1);
+  test::runExpecting(folder_, {"check", folder_.file("x.txt", "text")}, 2, "");
+  test::runExpecting(folder_, {"check", "-", "-"}, 2, "METABASE '-': ");
+  test::runExpecting(folder_, {"check", odd}, 1, "", test::withoutReader);
 
-  EXPECT_EQ(collect({odd, "--only", "Security Accounts"}).status, 1);
+  collect({odd, "--only", "Security Accounts"}, 1);
   sqlite::Database database(path("inventory.db"), sqlite::Database::Mode::kReadOnly, {});
   EXPECT_EQ(database.value("select count(*) from Problems where Routine = 'check' and Kind = 'problem'"),
             "3");

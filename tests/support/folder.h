@@ -44,6 +44,7 @@ class Folder {
 
   // A file inside it.
   std::string file(std::string_view name, std::string_view text) const {
+    folder((path_ / name).parent_path().string());
     std::ofstream(path_ / name, std::ios::binary) << text;
     return (path_ / name).string();
   }
@@ -55,6 +56,13 @@ class Folder {
 inline std::string contents(const std::filesystem::path& file) {
   std::ifstream stream(file, std::ios::binary);
   return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+// A text with all of something in it replaced.
+inline std::string replaced(std::string text, std::string_view what, std::string_view with) {
+  for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
+    text.replace(at, what.size(), with);
+  return text;
 }
 
 }  // namespace test

@@ -1,7 +1,10 @@
 #include "tests/support/process.h"
 
+#include <gtest/gtest.h>
+#include <linux/capability.h>
 #include <pty.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -20,6 +23,18 @@ std::string taken(int& file) {
   return text;
 }
 
+// Makes this process the program under test.
+[[noreturn]] void become(const Folder& folder, Arguments arguments, const std::function<void()>& prepare) {
+  ::setenv("TMPDIR", folder.folder("temporary").c_str(), 1);
+  if (prepare) prepare();
+  arguments.insert(arguments.begin(), IISINVENTORY_PROGRAM);
+  std::vector<char*> raw;
+  for (std::string& argument : arguments) raw.push_back(argument.data());
+  raw.push_back(nullptr);
+  ::execv(raw[0], raw.data());
+  ::_exit(127);
+}
+
 }  // namespace
 
 pid_t inChild(const std::function<void()>& work) {
@@ -32,17 +47,6 @@ pid_t inChild(const std::function<void()>& work) {
   } catch (...) {
     ::_exit(1);
   }
-}
-
-void become(const Folder& folder, Arguments arguments, const std::function<void()>& prepare) {
-  ::setenv("TMPDIR", folder.folder("temporary").c_str(), 1);
-  if (prepare) prepare();
-  arguments.insert(arguments.begin(), IISINVENTORY_PROGRAM);
-  std::vector<char*> raw;
-  for (std::string& argument : arguments) raw.push_back(argument.data());
-  raw.push_back(nullptr);
-  ::execv(raw[0], raw.data());
-  ::_exit(127);
 }
 
 int endOf(pid_t child) {
@@ -74,6 +78,26 @@ bool Program::runs() const {
 Result Program::end() {
   const int status = endOf(id_);
   return {status, taken(out_), taken(err_)};
+}
+
+Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
+                    const std::function<void()>& prepare) {
+  const Result result = run(folder, arguments, prepare);
+  const std::string all = result.out + result.err;
+  EXPECT_EQ(result.status, status) << testing::PrintToString(arguments) << all;
+  EXPECT_NE(all.find(words), std::string::npos) << testing::PrintToString(arguments) << words << all;
+  return result;
+}
+
+void withoutReader() {
+  int ends[2];
+  if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
+  ::close(ends[0]);
+  ::dup2(ends[1], STDOUT_FILENO);
+}
+
+void withoutRights() {
+  for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) ::prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
 }
 
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,

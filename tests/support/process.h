@@ -17,11 +17,6 @@ using Arguments = std::vector<std::string>;
 // Starts a copy of this process that does `work` and ends with status 0, or 1 where that throws.
 pid_t inChild(const std::function<void()>& work);
 
-// Makes this process the program under test. Its temporary files are in the folder's "temporary", unless
-// `prepare`, which runs before it, says something else.
-[[noreturn]] void become(const Folder& folder, Arguments arguments,
-                         const std::function<void()>& prepare = {});
-
 // Waits for a child. Its exit status, or minus the signal that has ended it.
 int endOf(pid_t child);
 
@@ -31,10 +26,10 @@ struct Result {
   std::string err;
 };
 
-// The program on its way. Ended by its owner at the latest.
+// The program on its way. Ended by its owner at the latest. Its temporary files are in the folder's
+// "temporary", unless `prepare`, which runs before it, says something else.
 class Program {
  public:
-  // As become() does it.
   Program(const Folder& folder, const Arguments& arguments, const std::function<void()>& prepare = {});
   ~Program();
   Program(const Program&) = delete;
@@ -57,8 +52,18 @@ inline Result run(const Folder& folder, const Arguments& arguments,
   return Program(folder, arguments, prepare).end();
 }
 
-// The same on a terminal of so many columns, to which all output goes. `shown` may look at what it has shown
-// so far and do something about it.
+// The same for one that must end with a status and, if given, print some words.
+Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
+                    const std::function<void()>& prepare = {});
+
+// Replaces the standard output by one that nothing reads.
+void withoutReader();
+
+// What a file's owner may not do root may not either, from then on.
+void withoutRights();
+
+// Runs the program on a terminal of so many columns, to which all output goes. `shown` may look at what it
+// has shown so far and do something about it.
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,
                      const std::function<void(pid_t, const std::string&)>& shown = {});
 
