@@ -81,7 +81,7 @@ struct ReportOptions {
   std::vector<std::string> servers;  // all where none is named
   std::filesystem::path output;      // absolute; empty for the standard output
   std::string at = {};               // a time in UTC; empty for the current collections
-  std::string profile = {};  // of the rules; empty for rules that were named
+  std::string profile = {};          // of the rules; empty for rules that were named
   std::vector<Rule> rules = {};
   FindingsOptions findings = {};
 };
