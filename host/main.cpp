@@ -1,15 +1,15 @@
 // iisinventory: a host of the component for the command line.
 
-#include <signal.h>
-
 #include <clocale>
 #include <exception>
 #include <string>
 
 #include "automation/failure.h"
 #include "automation/text.h"
-#include "host/options.h"
-#include "host/output.h"
+#include "host/cli/command_line.h"
+#include "host/console/output.h"
+#include "os/terminal.h"
+#include "os/termination_signals.h"
 #include "sqlite/database.h"
 
 namespace host {
@@ -19,7 +19,7 @@ constexpr int kWrong = 2;
 
 int run(int argumentCount, const char* const* arguments) {
   if (argumentCount < 2) {
-    complain("no command given");
+    printError("no command given");
     printToError(programHelp());
     return kWrong;
   }
@@ -29,9 +29,9 @@ int run(int argumentCount, const char* const* arguments) {
   } catch (const OutputClosed&) {
     return 0;
   } catch (const automation::Failure& failure) {
-    complain(automation::toUtf8(failure.description()));
+    printError(automation::toUtf8(failure.description()));
   } catch (const std::exception& error) {
-    complain(error.what());
+    printError(error.what());
   }
   return kWrong;
 }
@@ -40,12 +40,9 @@ int run(int argumentCount, const char* const* arguments) {
 }  // namespace host
 
 int main(int argumentCount, char** arguments) {
-  host::openStandardFiles();
-  // A reader that goes away shows as an error of the write.
-  ::signal(SIGPIPE, SIG_IGN);
-  // So does a file that grows beyond what is allowed.
-  ::signal(SIGXFSZ, SIG_IGN);
-  // Names in archives are UTF-8, whatever the user speaks.
+  os::openStandardStreams();
+  os::ignoreWriteSignals();
+  // Names in archives are UTF-8, whatever the user's locale is.
   std::setlocale(LC_CTYPE, "C.UTF-8");
   sqlite::leaveMemoryUncounted();
   return host::run(argumentCount, arguments);

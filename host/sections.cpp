@@ -4,7 +4,7 @@
 #include <set>
 
 #include "automation/text.h"
-#include "host/options.h"
+#include "host/usage_error.h"
 #include "inventory/names.h"
 
 namespace host {

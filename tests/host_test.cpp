@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "host/progress.h"
+#include "host/console/progress.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
 
@@ -94,7 +94,7 @@ TEST_F(Host, RefusesWrongUsageAndMakesNothing) {
       {{"collect", "--databse", here}, "no option '--databse' (did you mean '--database'?)"},
       {{"collect", "--database", here}, "METABASE is required"},
       {{"collect", kWeb01}, "--database is required"},
-      {{"collect", kWeb01, "--database", path("no/such.db")}, "it doesn't exist"},
+      {{"collect", kWeb01, "--database", path("no/such.db")}, "it does not exist"},
       {{"collect", kWeb01, "--database", noDatabase}, "it is not a database"},
       {{"collect", kWeb01, "web01=" + kLegacy, "--database", here}, "is given already"},
       {{"collect", "=x", "--database", here}, "it is empty"},
@@ -156,7 +156,7 @@ TEST_F(Host, CollectsTheSampleAndShowsItInEachFormat) {
 
 TEST_F(Host, TellsTheProblemsOfThisRunAlone) {
   for (int time = 0; time < 2; ++time) {
-    const Result result = collect({kLegacy}, 1, "LEGACY has no application pools to collect, being IIS 5");
+    const Result result = collect({kLegacy}, 1, "LEGACY has no application pools (IIS 5 has none)");
     const auto records =
         lines(test::contents(path("LEGACY.log"))).size() / static_cast<std::size_t>(time + 1);
     EXPECT_NE(result.out.find(std::to_string(records) + " problems:"), std::string::npos);
@@ -321,7 +321,7 @@ TEST_F(Host, WritesAPageWhereItIsToldTo) {
   EXPECT_TRUE(fs::is_symlink(path("link.html")));
   EXPECT_EQ(fs::status(page).permissions(), fs::perms(0600));
   EXPECT_TRUE(test::contents(page).ends_with("</html>\n"));
-  report("/dev/full", 2, "can't write '/dev/full': No space left");
+  report("/dev/full", 2, "cannot write '/dev/full': No space left");
   EXPECT_TRUE(fs::is_character_file("/dev/full"));
   fs::create_symlink(database_, path("other.db"));
   report(path("other.db"), 2, "it is the database");
@@ -383,7 +383,7 @@ TEST_F(Host, AReaderThatGoesAwayIsNoFault) {
     EXPECT_EQ(on(arguments, status, "", test::withoutReader).err, "");
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
   // An output that was never there is one.
-  on({"show", "tblGeneral"}, 2, "can't write the output", [] { close(STDOUT_FILENO); });
+  on({"show", "tblGeneral"}, 2, "cannot write the output", [] { close(STDOUT_FILENO); });
 }
 
 }  // namespace

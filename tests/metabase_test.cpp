@@ -14,6 +14,7 @@
 #include "automation/runtime.h"
 #include "fuzz/ip_security_encoder.h"
 #include "platform/metabase/failures.h"
+#include "platform/metabase/file.h"
 #include "platform/metabase/ip_security.h"
 #include "platform/metabase/servers.h"
 #include "tests/support/failures.h"
@@ -414,7 +415,7 @@ TEST_F(MetabaseTest, AFileIsReadAsItStoodAtOneMoment) {
   std::filesystem::remove(file);
 
   directory.file(kFile, std::string(1 << 22, ' '));
-  EXPECT_EQ(platform::metabase::stampOf(file), platform::metabase::readFile(file).stamp);
+  EXPECT_EQ(os::stampOf(file), platform::metabase::readFile(file).stamp);
   std::jthread restless([&](const std::stop_token& stop) {
     for (std::filesystem::file_time_type time; !stop.stop_requested(); time += std::chrono::seconds(1))
       std::filesystem::last_write_time(file, time);

@@ -713,8 +713,9 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
   const auto elsewhere = [&] { ::setenv("TMPDIR", place.c_str(), 1); };
   {
     const Disk disk(place, 60);
-    const Result none = collect({"A=" + small, "B=" + small}, 2, "No space left on device", elsewhere);
-    EXPECT_NE(none.err.find("iisinventory: A and B: not collected: "), std::string::npos) << none.err;
+    std::ofstream(place / "filler") << std::string(60 * 1024, 'x') << std::flush;
+    const Result none = collect({"A=" + kLegacy}, 2, "No space left on device", elsewhere);
+    EXPECT_NE(none.err.find("A: incomplete and not published: "), std::string::npos) << none.err;
   }
   const Disk disk(place, 2048);
   const Result result =
@@ -729,10 +730,10 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
   const fs::path log = database_.parent_path() / "A.log";
   const std::pair<std::string, std::function<void()>> troubles[] = {
       {"Is a directory", [&] { fs::create_directory(log); }},
-      {"it is not a plain file", [&] { fs::create_symlink("/dev/full", log); }},
+      {"it is not a regular file", [&] { fs::create_symlink("/dev/full", log); }},
       {"it is a FIFO", [&] { ASSERT_EQ(::mkfifo(log.c_str(), 0600), 0); }},
       {"Permission denied", [&] { ::close(::open(log.c_str(), O_CREAT | O_WRONLY, 0400)); }},
-      {"it is locked by somebody else",
+      {"it is locked by another process",
        [&] { ASSERT_EQ(::flock(::open(log.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600), LOCK_EX), 0); }},
   };
   for (const auto& [why, make] : troubles) {
@@ -742,7 +743,7 @@ TEST_F(Publication, HappensWhenAUsersLogCannotBeWritten) {
     make();
     collect({"A=" + kLegacy, "--wait", "0"}, 1, log.string() + ": " + why, withoutRights);
     EXPECT_EQ(rows().size(), 31U);
-    EXPECT_EQ(value("select count(*) || ' ' || sum(Message like 'Can''t write the log%') from Problems"),
+    EXPECT_EQ(value("select count(*) || ' ' || sum(Message like 'cannot write the log%') from Problems"),
               "6 1");
   }
 }

@@ -144,7 +144,7 @@ TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
 
   const std::string whole = test::contents(path("LARGE.tar.gz"));
   folder_.file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
-  const std::string words = "CUT.tar.gz: the archive can't be read: truncated gzip input";
+  const std::string words = "CUT.tar.gz: the archive cannot be read: truncated gzip input";
   EXPECT_EQ(collect({path("CUT.tar.gz"), "--list"}, 2, words).out.find("CUT.tar.gz"), std::string::npos);
 }
 
@@ -200,7 +200,7 @@ TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
 </MBProperty></configuration>
 )");
   const Result checked =
-      test::runExpecting(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1, "3 odd places");
+      test::runExpecting(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1, "3 warnings");
   EXPECT_NE(checked.out.find("WEB01/MetaBase.xml: a metabase of"), std::string::npos);
   test::runExpecting(folder_, {"check", folder_.file("x.txt", "text")}, 2, "");
   test::runExpecting(folder_, {"check", "-", "-"}, 2, "METABASE '-': ");

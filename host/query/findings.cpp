@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "host/listing.h"
+#include "host/console/listing.h"
 #include "host/sha256.h"
 #include "inventory/catalog/views.h"
 #include "inventory/clock.h"

@@ -1,18 +1,18 @@
 #include "host/query/findings_output.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <array>
 #include <filesystem>
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "host/color.h"
-#include "host/listing.h"
-#include "host/problem_groups.h"
-#include "host/terminal_text.h"
+#include "host/console/color.h"
+#include "host/console/listing.h"
+#include "host/console/terminal_text.h"
+#include "host/console/text.h"
+#include "host/usage_error.h"
 #include "inventory/names.h"
+#include "os/terminal.h"
 
 namespace host {
 namespace {
@@ -84,7 +84,7 @@ class TableWriter {
       : findings_(findings),
         withSuppressed_(withSuppressed),
         output_(output),
-        width_(isTerminal ? std::max<std::size_t>(40, terminalColumns(STDOUT_FILENO)) : 80),
+        width_(isTerminal ? std::max<std::size_t>(40, os::terminalColumns(os::kStandardOutput)) : 80),
         isTerminal_(isTerminal) {}
 
   void write() {
@@ -97,7 +97,7 @@ class TableWriter {
       }
       if (server_ != result.server) {
         server_ = result.server;
-        output_.write("  " + harmless(findings_.servers()[*server_].server) + "\n");
+        output_.write("  " + escapeForTerminal(findings_.servers()[*server_].server) + "\n");
       }
       writeResult(result);
     });
@@ -115,8 +115,9 @@ class TableWriter {
     const bool hasFindings = counts.findings > 0;
     const std::string heading = std::string(wordFor(rule.severity)) + ": " + rule.title;
     output_.write(std::string(isFirst_ ? "" : "\n") +
-                  (isTerminal_ ? colored(heading, hasFindings ? Ink::kProblem : Ink::kNotice, STDOUT_FILENO)
-                               : heading) +
+                  (isTerminal_
+                       ? colored(heading, hasFindings ? Ink::kProblem : Ink::kNotice, os::kStandardOutput)
+                       : heading) +
                   " [" + rule.id + "]\n");
     isFirst_ = false;
     if (!hasFindings) return;
@@ -126,7 +127,7 @@ class TableWriter {
 
   void endRule() {
     if (!notCollected_.empty()) {
-      wrapped("  Not collected: ", listed({notCollected_.begin(), notCollected_.end()}, 5));
+      wrapped("  Not collected: ", joinNames({notCollected_.begin(), notCollected_.end()}, 5));
       notCollected_.clear();
     }
   }
@@ -162,9 +163,9 @@ class TableWriter {
         severities += (severities.empty() ? " (" : ", ") + std::to_string(bySeverity[at]) + " " +
                       std::string(kSeverities[at]);
     }
-    std::string line = counted(all.findings, "finding", "findings") +
+    std::string line = pluralize(all.findings, "finding", "findings") +
                        (severities.empty() ? "" : severities + ")") + " of " +
-                       counted(static_cast<std::int64_t>(findings_.rules().size()), "rule", "rules");
+                       pluralize(static_cast<std::int64_t>(findings_.rules().size()), "rule", "rules");
     if (all.suppressed > 0) line += ", " + std::to_string(all.suppressed) + " suppressed";
     if (all.unknown > 0) line += ", " + std::to_string(all.unknown) + " could not be evaluated";
     if (all.notCollected > 0) line += ", " + std::to_string(all.notCollected) + " not collected";
@@ -175,7 +176,7 @@ class TableWriter {
   // The further lines are indented to where the text begins.
   void wrapped(const std::string& start, const std::string& text) {
     std::string lead = start;
-    for (const std::string& line : wrapToWidth(harmless(text), width_ - displayWidth(start))) {
+    for (const std::string& line : wrapToWidth(escapeForTerminal(text), width_ - displayWidth(start))) {
       output_.write(lead + line + "\n");
       lead = std::string(displayWidth(start), ' ');
     }

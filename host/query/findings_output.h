@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "host/output.h"
+#include "host/console/output.h"
 #include "host/query/findings.h"
 
 namespace host {

@@ -6,7 +6,7 @@
 #include <sstream>
 #include <system_error>
 
-#include "host/nearest.h"
+#include "host/console/suggestion.h"
 #include "host/query/builtin_rules.h"
 #include "host/usage_error.h"
 #include "inventory/names.h"

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "platform/metabase/failures.h"
+#include "platform/metabase/file.h"
 #include "platform/metabase/metabase.h"
 #include "platform/metabase/metabase_internal.h"
 #include "platform/metabase/values.h"
@@ -355,23 +356,23 @@ class Metabase::Builder {
   Trail<char> trail_;
 };
 
-std::shared_ptr<const Metabase> Metabase::parse(FileBytes bytes, std::string name) {
+std::shared_ptr<const Metabase> Metabase::parse(os::FileBytes bytes, std::string name) {
   if (bytes.size == 0) fail(number::kFileEmpty, name + ": the file is empty");
   makeUtf8(bytes, name);
-  if (bytes.size > kLargestFile) fail(number::kFileTooLarge, name + ": the file is larger than 2 GiB");
+  if (bytes.size > os::kLargestFile) fail(number::kFileTooLarge, name + ": the file is larger than 2 GiB");
   const std::shared_ptr<Metabase> metabase(new Metabase(std::move(bytes.bytes), bytes.size, std::move(name)));
   Builder(*metabase).build();
   return metabase;
 }
 
 std::shared_ptr<const Metabase> Metabase::parse(std::string_view bytes, std::string name) {
-  FileBytes copy{std::unique_ptr<char[]>(new char[bytes.size() + 1]), bytes.size(), {}};
+  os::FileBytes copy{std::unique_ptr<char[]>(new char[bytes.size() + 1]), bytes.size(), {}};
   std::copy(bytes.begin(), bytes.end(), copy.bytes.get());
   return parse(std::move(copy), std::move(name));
 }
 
 std::shared_ptr<const Metabase> Metabase::load(const std::filesystem::path& path) {
-  return parse(readFile(path), shownPath(path));
+  return parse(readFile(path), os::shownPath(path));
 }
 
 }  // namespace platform::metabase

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "automation/object.h"
-#include "platform/metabase/file.h"
+#include "os/file.h"
 #include "platform/metabase/names.h"
 #include "platform/metabase/schema.h"
 
@@ -41,7 +41,7 @@ class Metabase {
   static std::shared_ptr<const Metabase> load(const std::filesystem::path& file);
 
   // The same from bytes in memory, which are taken over or copied. `name` stands for the file in messages.
-  static std::shared_ptr<const Metabase> parse(FileBytes bytes, std::string name);
+  static std::shared_ptr<const Metabase> parse(os::FileBytes bytes, std::string name);
   static std::shared_ptr<const Metabase> parse(std::string_view bytes, std::string name);
 
   Metabase(const Metabase&) = delete;

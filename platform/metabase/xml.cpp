@@ -246,14 +246,14 @@ struct Outermost {
 
 }  // namespace
 
-void makeUtf8(FileBytes& file, const std::string& name) {
+void makeUtf8(os::FileBytes& file, const std::string& name) {
   const std::string_view bytes(file.bytes.get(), file.size);
   const Utf16 order = utf16Of(bytes);
   if (order == Utf16::kNot) return;
   const std::u16string units = unitsOf(bytes, order);
   // No unit of UTF-16 takes more than three bytes.
   const std::size_t room = units.size() * 3;
-  FileBytes converted{std::unique_ptr<char[]>(new char[room + 1]), 0, file.stamp};
+  os::FileBytes converted{std::unique_ptr<char[]>(new char[room + 1]), 0, file.stamp};
   auto* const begin = reinterpret_cast<char8_t*>(converted.bytes.get());
   const char16_t* next = units.data();
   char8_t* out = begin;
@@ -292,7 +292,7 @@ bool looksLikeMetabase(std::string_view head) {
   Outermost outermost{parser.get()};
   XML_SetUserData(parser.get(), &outermost);
   XML_SetElementHandler(parser.get(), Outermost::open, Outermost::close);
-  XML_Parse(parser.get(), text.data(), static_cast<int>(std::min(text.size(), kLargestFile)), XML_FALSE);
+  XML_Parse(parser.get(), text.data(), static_cast<int>(std::min(text.size(), os::kLargestFile)), XML_FALSE);
   return outermost.found;
 }
 

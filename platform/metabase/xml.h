@@ -7,14 +7,14 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/metabase/file.h"
+#include "os/file.h"
 
 namespace platform::metabase {
 
 // Turns UTF-16, known by its byte order mark or by the zero byte of its first character, into UTF-8 and
 // leaves everything else as it is. `name` is the file's name for messages, here and below. Fails where it
 // isn't whole UTF-16.
-void makeUtf8(FileBytes& file, const std::string& name);
+void makeUtf8(os::FileBytes& file, const std::string& name);
 
 // Checks that the bytes are one XML 1.0 document in UTF-8 that declares no other version and no encoding but
 // UTF-8 or UTF-16, and no document type. Fails with the line and the reason.

@@ -4,7 +4,7 @@
 #include <filesystem>
 
 #include "automation/object.h"
-#include "host/server_collection.h"
+#include "host/collect/server_collection.h"
 #include "tests/support/collection.h"
 
 namespace {

@@ -1,0 +1,53 @@
+#include <CLI/CLI.hpp>
+
+#include "host/cli/command_options.h"
+#include "host/cli/rule_options.h"
+#include "host/report/report.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kFooter =
+    "The page needs nothing else: no network, no other file. It opens from a mail\n"
+    "and prints. Without --output it goes to the standard output.\n"
+    "\n"
+    "Examples:\n"
+    "  iisinventory report -d inventory.db -o report.html\n"
+    "  iisinventory report -d inventory.db --server WEB01 > web01.html";
+
+struct Raw {
+  DatabaseArguments database;
+  std::vector<std::string> servers;
+  std::string output;
+  std::string at;
+  RawRules rules;
+};
+
+}  // namespace
+
+void addReport(CLI::App& program, CommandAction& action) {
+  const auto raw = std::make_shared<Raw>();
+  CLI::App& command = *program.add_subcommand("report", "Write a page about servers, in HTML");
+  addDatabase(command, raw->database);
+  addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
+  addAt(command, raw->at);
+  command.add_option("-o,--output", raw->output, "File to write")->type_name("FILE");
+  addRuleOptions(command, raw->rules);
+  addFindingsOptions(command, raw->rules);
+  command.footer(kFooter);
+  command.callback([raw, &action] {
+    refuseEmpty("--server", raw->servers);
+    ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
+    options.profile = raw->rules.profile.empty() && raw->rules.ids.empty() ? "default" : raw->rules.profile;
+    options.rules = chooseRules(ruleOptionsOf(raw->rules));
+    options.findings = findingsOptionsOf(raw->rules, options.database);
+    options.at = timeOf("--at", raw->at);
+    if (!raw->output.empty() && raw->output != "-") options.output = wholePath("--output", raw->output);
+    action = [options](Output& output) {
+      report(options, output);
+      return 0;
+    };
+  });
+}
+
+}  // namespace host

@@ -1,0 +1,95 @@
+#include <CLI/CLI.hpp>
+
+#include "host/cli/command_options.h"
+#include "host/query/show.h"
+
+namespace host {
+namespace {
+
+constexpr const char* kFooter =
+    "TABLE is a table, a view or a tab: General for tblGeneral; see 'iisinventory\n"
+    "schema'. Without TABLE, lists the tables and their row counts. CONDITION is\n"
+    "COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT (contains), without regard to case;\n"
+    "all of them must be met. TIME is 2026-01-31, 2026-01-31T12:00 or the like.\n"
+    "\n"
+    "A value that could not be read shows as 'not known'; csv and json keep what is\n"
+    "stored, and name such columns in a last column, 'Not known'.\n"
+    "\n"
+    "Examples:\n"
+    "  iisinventory show -d inventory.db\n"
+    "  iisinventory show Health -d inventory.db --server WEB01 --blocks\n"
+    "  iisinventory show \"Home Directory\" -d inventory.db --where Write=Yes\n"
+    "  iisinventory show tblvirtualDirectory -d inventory.db --format json\n"
+    "  iisinventory show ftp_site -d inventory.db --at 2026-01-31";
+
+struct Raw {
+  DatabaseArguments database;
+  std::vector<std::string> conditions;
+  std::vector<std::string> columns;
+  std::string format;
+  ShowOptions options;
+};
+
+Condition conditionOf(const std::string& text) {
+  const std::size_t at = text.find_first_of("=~");
+  if (at == text.npos || at == 0) {
+    throw UsageError("--where '" + text + "': not COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT");
+  }
+  if (text[at] == '~') return {text.substr(0, at), Condition::Kind::kContains, text.substr(at + 1)};
+  if (at > 1 && text[at - 1] == '!')
+    return {text.substr(0, at - 1), Condition::Kind::kIsNot, text.substr(at + 1)};
+  return {text.substr(0, at), Condition::Kind::kIs, text.substr(at + 1)};
+}
+
+// No column's name has a comma.
+std::vector<std::string> pieces(const std::vector<std::string>& lists) {
+  std::vector<std::string> all;
+  for (const std::string& list : lists) {
+    for (std::string& piece : CLI::detail::split(list, ',')) all.push_back(CLI::detail::trim(piece));
+  }
+  return all;
+}
+
+ShowOptions optionsOf(const Raw& raw) {
+  refuseEmpty("--server", raw.options.servers);
+  ShowOptions options = raw.options;
+  options.database = raw.database.name();
+  options.access = raw.database.access();
+  options.at = timeOf("--at", raw.options.at);
+  options.format = formatOf(raw.format);
+  options.columns = pieces(raw.columns);
+  for (const std::string& text : raw.conditions) options.conditions.push_back(conditionOf(text));
+  if (options.writeBom && options.format != Format::kCsv) throw UsageError("--bom is for --format csv");
+  if (options.isReversed && options.sort.empty()) throw UsageError("--reverse needs --sort");
+  if (options.isWide && options.vertical) throw UsageError("--wide and --blocks exclude each other");
+  return options;
+}
+
+}  // namespace
+
+void addShow(CLI::App& program, CommandAction& action) {
+  const auto raw = std::make_shared<Raw>();
+  ShowOptions& options = raw->options;
+  CLI::App& command = *program.add_subcommand("show", "Show tables and views of a database");
+  command.add_option("TABLE", options.tables, "Tables, views or tabs to show")->type_name("");
+  addDatabase(command, raw->database);
+  addList(command, "--server", options.servers, "NAME", "Only this server (repeatable)");
+  addAt(command, options.at);
+  addList(command, "--columns", raw->columns, "A,B,...", "Only these columns (repeatable)");
+  addList(command, "--where", raw->conditions, "CONDITION", "Only rows that meet it (repeatable)");
+  command.add_option("--sort", options.sort, "Sort by this column")->type_name("COLUMN");
+  command.add_flag("--reverse", options.isReversed, "Reverse order");
+  addFormat(command, raw->format);
+  command.add_flag("--wide", options.isWide, "Don't truncate lines on a terminal");
+  command.add_flag("--blocks", options.vertical, "One column per line");
+  command.add_flag("--bom", options.writeBom, "Begin csv with a byte order mark, for Excel");
+  command.footer(kFooter);
+  command.callback([raw, &action] {
+    action = [shown = optionsOf(*raw)](Output& output) {
+      show(shown, output);
+      return 0;
+    };
+  });
+}
+
+}  // namespace host

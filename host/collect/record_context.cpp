@@ -1,0 +1,192 @@
+#include "host/collect/record_context.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "automation/failure.h"
+#include "inventory/clock.h"
+
+namespace host {
+
+using automation::equalsIgnoringCase;
+using automation::fromUtf8;
+using automation::Text;
+using automation::TextView;
+using automation::toUtf8;
+using inventory::ObjectKind;
+using inventory::Problem;
+
+namespace {
+
+constexpr std::string_view kNodeStart = "IIS://";
+constexpr TextView kProcessing = u"Processing ";
+
+// A child of a site that by its class has no path: what the walk over the children of a web site always
+// meets, and nothing that anybody could mend.
+constexpr std::string_view kNoteRoutine = "GetAppliedObjectProperties";
+constexpr std::string_view kNoteProperty = "Path";
+constexpr auto kNoSuchProperty = static_cast<std::int32_t>(0x8000500D);
+
+constexpr std::int32_t kNoObject = automation::number::kObjectNotSet;
+
+constexpr std::string_view kDirectories = "tblvirtualDirectory";
+constexpr std::string_view kDirectorySecurity = "tblvirtualDirSecurity";
+
+// Records of these routines concern another table than the call's own.
+struct RoutineTable {
+  std::string_view routine;
+  std::string_view callTable;  // empty for any
+  std::string_view table;
+};
+constexpr RoutineTable kRoutineTables[] = {
+    {"GenerateFTPSiteInfo", "", "tblFTPSiteInfo"},
+    {"GetAppPoolsCount", "", "tblAppPoolInfo"},
+    {"GetVirtualDirSecurityProperties", "", kDirectorySecurity},
+    {"GetRestrictedIPAddress", kDirectories, kDirectorySecurity},
+};
+
+bool isName(std::string_view text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_' ||
+           c == '-' || c == '.' || static_cast<unsigned char>(c) >= 0x80;
+  });
+}
+
+// The name that a status text quotes, without the blanks around it.
+Text quotedIn(TextView status) {
+  const std::size_t begin = status.find(u'\'');
+  const std::size_t end = status.rfind(u'\'');
+  if (begin == status.npos || end == begin) return {};
+  Text name;
+  for (std::size_t at = begin + 1; at < end; ++at) {
+    name += status[at];
+    if (status[at] == u'\'') ++at;
+  }
+  return Text(automation::trimBlanks(name));
+}
+
+// The site or pool that a node of the server belongs to, empty where it belongs to none.
+std::string itemOf(ObjectKind kind, const std::string& node, const std::string& server) {
+  const Text path = fromUtf8(node);
+  const Text start =
+      u"IIS://" + fromUtf8(server) + (kind == ObjectKind::kSite ? u"/MSFTPSVC/" : u"/W3SVC/AppPools/");
+  if (kind == ObjectKind::kNone || !equalsIgnoringCase(TextView(path).substr(0, start.size()), start))
+    return {};
+  const TextView rest = TextView(path).substr(start.size());
+  return toUtf8(rest.substr(0, rest.find(u'/')));
+}
+
+std::string nodeOf(ObjectKind kind, const std::string& item, const std::string& server) {
+  if (kind == ObjectKind::kNone || item.empty()) return {};
+  return "IIS://" + server + (kind == ObjectKind::kSite ? "/MSFTPSVC/" : "/W3SVC/AppPools/") + item;
+}
+
+}  // namespace
+
+MessagePlace parseMessageLocation(std::string_view message) {
+  MessagePlace place{{}, {}, std::string(message)};
+  if (!message.starts_with(kNodeStart)) return place;
+  // A path may hold what ends it, so the first class name that something fitting stands behind counts.
+  for (std::size_t open = message.find(" ("); open != message.npos; open = message.find(" (", open + 1)) {
+    const std::size_t close = message.find(')', open);
+    if (close == message.npos) break;
+    if (!isName(message.substr(open + 2, close - open - 2))) continue;
+    std::string_view rest = message.substr(close + 1);
+    std::string_view property;
+    if (rest.starts_with(", ")) {
+      const std::size_t colon = rest.find(':');
+      if (colon == rest.npos || !isName(rest.substr(2, colon - 2))) continue;
+      property = rest.substr(2, colon - 2);
+    } else if (!rest.starts_with(": ")) {
+      continue;
+    }
+    rest.remove_prefix(2);
+    return {std::string(message.substr(0, open)), std::string(property), std::string(rest)};
+  }
+  // A node that isn't there has no class.
+  if (const std::size_t colon = message.find(": ", kNodeStart.size()); colon != message.npos) {
+    return {std::string(message.substr(0, colon)), {}, std::string(message.substr(colon + 2))};
+  }
+  return place;
+}
+
+RecordContext RecordContext::ofItem(std::string_view table, ObjectKind kind, std::string item,
+                                    std::string node) {
+  RecordContext place;
+  place.table_ = table;
+  place.kind_ = kind;
+  place.item_ = std::move(item);
+  place.node_ = std::move(node);
+  return place;
+}
+
+RecordContext RecordContext::ofAll(std::string_view table, ObjectKind kind, const std::vector<Item>& items) {
+  RecordContext place;
+  place.table_ = table;
+  place.kind_ = kind;
+  place.items_ = &items;
+  return place;
+}
+
+// Names may repeat, so the next item of that name is meant.
+void RecordContext::sent(TextView status, std::span<Problem> since) {
+  if (table_ == kDirectories && status.starts_with(kProcessing)) {
+    // The look at a directory's security comes ahead of its status text.
+    directoryStatus_.assign(status);
+    for (Problem& problem : since) {
+      if (problem.table == kDirectorySecurity && problem.node.empty()) problem.node = directory();
+    }
+  }
+  if (items_ == nullptr) return;
+  item_.clear();
+  if (!status.starts_with(kProcessing)) return;
+  const Text name = quotedIn(status);
+  for (std::size_t at = next_; at < items_->size(); ++at) {
+    if ((*items_)[at].name != name) continue;
+    item_ = (*items_)[at].id;
+    next_ = at + 1;
+    return;
+  }
+}
+
+std::string RecordContext::directory() const {
+  return directoryStatus_.empty() ? std::string() : node_ + "/" + toUtf8(quotedIn(directoryStatus_));
+}
+
+Problem RecordContext::problemOf(const Record& record, const std::string& server) {
+  MessagePlace place = parseMessageLocation(record.message);
+  // What has no object failed for the same reason as the step before it, which should have brought one.
+  if (record.number == kNoObject && place.node.empty() && record.routine == lastRoutine_) {
+    place.node = last_.node;
+    place.property = last_.property;
+  }
+  lastRoutine_ = record.routine;
+  last_ = place;
+  Problem problem;
+  problem.table = table_;
+  for (const RoutineTable& entry : kRoutineTables) {
+    if (entry.routine != record.routine) continue;
+    if (entry.callTable.empty() || entry.callTable == table_) problem.table = entry.table;
+  }
+  problem.itemKind = kind_;
+  problem.item = item_;
+  const bool isOther = items_ != nullptr || item_.empty();
+  if (const std::string item = itemOf(kind_, place.node, server); isOther && !item.empty())
+    problem.item = item;
+  problem.node = std::move(place.node);
+  problem.property = std::move(place.property);
+  // Which directory's security it is, the next status text tells.
+  if (problem.node.empty() && problem.table != kDirectorySecurity) {
+    problem.node = directory();
+    if (problem.node.empty()) problem.node = node_.empty() ? nodeOf(kind_, problem.item, server) : node_;
+  }
+  problem.routine = record.routine;
+  problem.number = record.number;
+  problem.message = record.message;
+  problem.time = inventory::utcNow();
+  problem.isNote =
+      record.routine == kNoteRoutine && problem.property == kNoteProperty && record.number == kNoSuchProperty;
+  return problem;
+}
+
+}  // namespace host

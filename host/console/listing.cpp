@@ -1,0 +1,236 @@
+#include "host/console/listing.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <numeric>
+#include <string_view>
+#include <utility>
+
+#include "automation/text.h"
+#include "host/console/color.h"
+#include "host/console/terminal_text.h"
+#include "host/console/text.h"
+#include "os/terminal.h"
+
+namespace host {
+namespace {
+
+constexpr std::string_view kNotWritten = "-";
+constexpr std::string_view kGap = "  ";
+constexpr std::size_t kLeastForValues = 22;
+constexpr std::size_t kLeastColumn = 8;
+constexpr std::size_t kNarrowIndent = 2;
+
+std::string shown(const Value& value) {
+  return value ? escapeForTerminal(*value) : std::string(kNotWritten);
+}
+
+std::string blanks(std::size_t count) {
+  return std::string(count, ' ');
+}
+
+// The columns' widths where each value stands on one line.
+std::vector<std::size_t> columnWidths(const Listing& listing) {
+  std::vector<std::size_t> widths;
+  for (const Listing::Column& column : listing.columns)
+    widths.push_back(displayWidth(escapeForTerminal(column.name)));
+  listing.forEachRow([&](const Row& row) {
+    for (std::size_t at = 0; at < widths.size(); ++at) {
+      widths[at] = std::max(widths[at], displayWidth(shown(row[at])));
+    }
+  });
+  return widths;
+}
+
+std::size_t lineWidth(const std::vector<std::size_t>& widths) {
+  return std::accumulate(widths.begin(), widths.end(),
+                         widths.empty() ? std::size_t{0} : (widths.size() - 1) * kGap.size());
+}
+
+// Takes from the widest columns until a line fits, and then whole columns from the end.
+void narrow(std::vector<std::size_t>& widths, std::size_t room) {
+  std::size_t whole = lineWidth(widths);
+  while (whole > room) {
+    const auto widest = std::max_element(widths.begin(), widths.end());
+    if (widest == widths.end() || *widest <= kLeastColumn) break;
+    --*widest;
+    --whole;
+  }
+  while (widths.size() > 1 && lineWidth(widths) > room) widths.pop_back();
+  if (!widths.empty()) widths.front() = std::min(widths.front(), room);
+}
+
+// Beside each other: a line for each row, with as many columns as there are widths.
+void printLines(const Listing& listing, const std::vector<std::size_t>& widths, Output& output) {
+  const auto printLine = [&](const std::function<std::string(std::size_t)>& cell) {
+    std::string line, gap;
+    for (std::size_t at = 0; at < widths.size(); ++at) {
+      const std::string text = cutToWidth(cell(at), widths[at]);
+      const std::size_t width = displayWidth(text);
+      const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
+      const bool isAlarming = listing.columns[at].tellsProblems && text[0] >= '1' && text[0] <= '9';
+      const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, os::kStandardOutput)
+                                : isAlarming          ? colored(text, Ink::kProblem, os::kStandardOutput)
+                                                      : text;
+      line += gap + (listing.columns[at].isNumber ? fill + shown : shown);
+      gap = (listing.columns[at].isNumber ? "" : fill) + std::string(kGap);
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    output.write(line + "\n");
+  };
+  printLine([&](std::size_t at) { return escapeForTerminal(listing.columns[at].name); });
+  printLine([&](std::size_t at) { return std::string(widths[at], '-'); });
+  listing.forEachRow([&](const Row& row) { printLine([&](std::size_t at) { return shown(row[at]); }); });
+}
+
+// The lines of a value that may break itself, as a message of several lines does.
+std::vector<std::string> wrappedLines(const Value& value, std::size_t width) {
+  if (!value) return {std::string(kNotWritten)};
+  std::vector<std::string> lines;
+  std::string_view rest = *value;
+  while (true) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    std::string_view line = rest.substr(0, end);
+    if (end < rest.size() && line.ends_with('\r')) line.remove_suffix(1);
+    for (std::string& piece : wrapToWidth(escapeForTerminal(line), width)) lines.push_back(std::move(piece));
+    if (end == rest.size()) return lines;
+    rest.remove_prefix(end + 1);
+  }
+}
+
+// Below each other: a block for each row, a line or more for each column.
+void printBlocks(const Listing& listing, std::size_t width, Output& output) {
+  std::vector<std::string> labels;
+  std::size_t indent = 0;
+  for (const Listing::Column& column : listing.columns) {
+    labels.push_back(escapeForTerminal(column.name) + ": ");
+    indent = std::max(indent, displayWidth(labels.back()));
+  }
+  if (width < 2 * kLeastForValues) indent = std::min(kNarrowIndent, width / 2);
+  if (width >= 2 * kLeastForValues) indent = std::min(indent, width - kLeastForValues);
+  std::int64_t number = 0;
+  listing.forEachRow([&](const Row& row) {
+    if (number > 0) output.write("\n");
+    output.write(cutToWidth("-- row " + std::to_string(++number) + " --", width) + "\n");
+    for (std::size_t at = 0; at < labels.size(); ++at) {
+      std::string start = labels[at];
+      // A long name has its value below it.
+      if (displayWidth(start) > indent) {
+        for (std::string& piece : wrapToWidth(start.substr(0, start.size() - 1), width)) {
+          output.write(piece + "\n");
+        }
+        start = blanks(indent);
+      }
+      start += blanks(indent - displayWidth(start));
+      for (const std::string& line : wrappedLines(row[at], width - indent)) {
+        std::string whole = start + line;
+        whole.erase(whole.find_last_not_of(' ') + 1);
+        output.write(whole + "\n");
+        start = blanks(indent);
+      }
+    }
+  });
+}
+
+void printTable(const Listing& listing, const PrintOptions& options, Output& output) {
+  const bool onTerminal = os::isTerminal(os::kStandardOutput);
+  const std::size_t room = os::terminalColumns(os::kStandardOutput);
+  if (options.vertical) return printBlocks(listing, room, output);
+  std::vector<std::size_t> widths = columnWidths(listing);
+  const std::size_t columns = widths.size();
+  const bool isCut = onTerminal && !options.isWide && lineWidth(widths) > room;
+  if (isCut) narrow(widths, room);
+  printLines(listing, widths, output);
+  if (!isCut) return;
+  std::string missing;
+  if (widths.size() < columns) {
+    missing =
+        pluralize(static_cast<std::int64_t>(columns - widths.size()), "column", "columns") + " left out; ";
+  }
+  const char* const way =
+      options.hasForms ? "--wide shows all, --blocks below each other" : "a pipe or a file gets all of it";
+  output.write(cutToWidth("(cut: " + missing + way + ")", room) + "\n");
+}
+
+void printCsv(const Listing& listing, bool writeBom, Output& output) {
+  const bool onTerminal = os::isTerminal(os::kStandardOutput);
+  if (writeBom) output.write("\uFEFF");
+  const auto printField = [&](std::size_t at, std::string_view field) {
+    const std::string text = onTerminal ? escapeForTerminal(field) : std::string(field);
+    if (at > 0) output.write(",");
+    if (text.find_first_of("\",\r\n") == std::string::npos) return output.write(text);
+    std::string quoted = "\"";
+    for (const char c : text) quoted.append(c == '"' ? 2 : 1, c);
+    output.write(quoted + "\"");
+  };
+  for (std::size_t at = 0; at < listing.columns.size(); ++at) printField(at, listing.columns[at].name);
+  output.write("\r\n");
+  listing.forEachRow([&](const Row& row) {
+    for (std::size_t at = 0; at < row.size(); ++at) printField(at, row[at] ? *row[at] : std::string_view());
+    output.write("\r\n");
+  });
+}
+
+// A JSON text in which what a terminal would act on is escaped, and the rest as it is.
+std::string escaped(const std::string& text) {
+  if (escapeForTerminal(text) == text) return text;
+  std::string result;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t begin = at;
+    const char32_t point = automation::nextPoint(text, at);
+    const std::string character = text.substr(begin, at - begin);
+    if (escapeForTerminal(character) == character) {
+      result += character;
+    } else {
+      constexpr char kDigits[] = "0123456789abcdef";
+      result += "\\u";
+      for (unsigned shift = 16; shift > 0;) result += kDigits[point >> (shift -= 4) & 0xFU];
+    }
+  }
+  return result;
+}
+
+void printJson(const Listing& listing, Output& output) {
+  bool first = true;
+  output.write("[");
+  listing.forEachRow([&](const Row& row) {
+    nlohmann::ordered_json object = nlohmann::ordered_json::object();
+    for (std::size_t at = 0; at < row.size(); ++at) {
+      auto& member = object[listing.columns[at].name];
+      if (!row[at]) continue;
+      member = *row[at];
+      const Listing::Column& column = listing.columns[at];
+      if (!column.isNumber && !column.isJson) continue;
+      auto value = nlohmann::ordered_json::parse(*row[at], nullptr, false);
+      if (column.isNumber ? value.is_number() : value.is_object() || value.is_boolean())
+        member = std::move(value);
+    }
+    output.write(first ? "\n  " : ",\n  ");
+    output.write(escaped(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace)));
+    first = false;
+  });
+  output.write(first ? "]\n" : "\n]\n");
+}
+
+}  // namespace
+
+std::string jsonText(std::string_view text) {
+  const bool isPlain =
+      std::ranges::all_of(text, [](char c) { return c >= 0x20 && c < 0x7F && c != '"' && c != '\\'; });
+  if (isPlain) return std::string("\"").append(text).append("\"");
+  return escaped(nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+}
+
+void print(const Listing& listing, const PrintOptions& options, Output& output) {
+  switch (options.format) {
+    case Format::kTable:
+      return printTable(listing, options, output);
+    case Format::kCsv:
+      return printCsv(listing, options.writeBom, output);
+    case Format::kJson:
+      return printJson(listing, output);
+  }
+}
+
+}  // namespace host

@@ -1,0 +1,70 @@
+#include "host/query/copy.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "host/console/terminal_text.h"
+#include "host/console/text.h"
+#include "host/query/retry.h"
+#include "inventory/inventory.h"
+#include "inventory/names.h"
+
+namespace host {
+namespace {
+
+struct Copied {
+  std::vector<std::string> servers;  // as the source spells them
+  std::vector<std::string> missing;
+  inventory::Published rows;
+};
+
+Copied copyServers(const CopyOptions& options) {
+  const auto source = inventory::openForReading(options.from, options.access);
+  Copied copied;
+  const std::vector<std::string> known = source->read().serverNames();
+  const auto isSame = [](const std::string& name) {
+    return [folded = inventory::folded(name)](const std::string& other) {
+      return inventory::folded(other) == folded;
+    };
+  };
+  for (const std::string& name : options.servers.empty() ? known : options.servers) {
+    const auto found = std::ranges::find_if(known, isSame(name));
+    auto& list = found == known.end() ? copied.missing : copied.servers;
+    if (std::ranges::none_of(list, isSame(name))) list.push_back(found == known.end() ? name : *found);
+  }
+  if (copied.servers.empty()) return copied;
+  const auto target = inventory::openForPublishing(options.to, options.access);
+  copied.rows = target->copyFrom(*source, copied.servers);
+  try {
+    target->finishPublishing();
+  } catch (const inventory::Error& error) {
+    // It is copied; statistics only make later commands faster.
+    printError(error.what());
+  }
+  return copied;
+}
+
+}  // namespace
+
+int copy(const CopyOptions& options, Output& output) {
+  const Copied copied = retryOnDisconnect([&] { return copyServers(options); });
+  for (const std::string& name : copied.missing)
+    printError("no server '" + name + "' in " + inventory::shownName(options.from));
+  if (copied.servers.empty()) {
+    printError("nothing copied: no server to copy in " + inventory::shownName(options.from));
+    return 2;
+  }
+  for (const inventory::Problem& problem : copied.rows.problems)
+    printError(problem.table + " " + problem.item + ": " + problem.message);
+  const std::int64_t replaced = inventory::sumOf(copied.rows.replaced);
+  output.write("copied " + pluralize(static_cast<std::int64_t>(copied.servers.size()), "server", "servers") +
+               " into " + escapeForTerminal(inventory::shownName(options.to)) + ": " +
+               pluralize(inventory::sumOf(copied.rows.added), "row", "rows") +
+               (replaced > 0 ? " (replaced " + std::to_string(replaced) + ")" : "") + "\n");
+  output.flush();
+  return copied.missing.empty() && copied.rows.problems.empty() ? 0 : 1;
+}
+
+}  // namespace host

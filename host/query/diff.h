@@ -1,0 +1,28 @@
+// The command "diff".
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "host/console/listing.h"
+#include "host/console/output.h"
+#include "inventory/inventory.h"
+
+namespace host {
+
+struct DiffOptions {
+  std::string old;
+  std::string other;                 // empty to compare within one database
+  inventory::Access access;          // of both
+  std::string server;                // all if empty
+  std::string against;               // another server of the same database
+  std::string since;                 // a time in UTC: compares with the collections current then
+  std::vector<std::string> ignored;  // columns
+  Format format = Format::kTable;
+};
+
+// Compares two states of servers, or two servers. Returns the exit status: 0 equal, 1 different. Throws
+// inventory::Error, and UsageError for an unknown server.
+int diff(const DiffOptions& options, Output& output);
+
+}  // namespace host

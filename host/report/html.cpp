@@ -1,0 +1,56 @@
+#include "host/report/html.h"
+
+#include <map>
+#include <memory>
+
+#include "host/console/terminal_text.h"
+
+namespace host {
+
+using kainjow::mustache::data;
+using kainjow::mustache::mustache;
+
+std::string render(const char* part, const data& values) {
+  static std::map<const char*, std::unique_ptr<mustache>> parsed;
+  std::unique_ptr<mustache>& known = parsed[part];
+  if (known == nullptr) known = std::make_unique<mustache>(std::string(part));
+  return known->render(values);
+}
+
+data flag(bool is) {
+  return data(is ? data::type::bool_true : data::type::bool_false);
+}
+
+std::string shown(const inventory::DataRow& row, std::size_t column) {
+  if (row.isUnknown(column)) return "not known";
+  const inventory::Cell cell = row.cell(column);
+  return cell ? escapeForTerminal(*cell) : "-";
+}
+
+std::string escaped(const std::string& text) {
+  std::string result;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        result += "&amp;";
+        break;
+      case '<':
+        result += "&lt;";
+        break;
+      case '>':
+        result += "&gt;";
+        break;
+      case '"':
+        result += "&quot;";
+        break;
+      case '\'':
+        result += "&#39;";
+        break;
+      default:
+        result += c;
+    }
+  }
+  return result;
+}
+
+}  // namespace host

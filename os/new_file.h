@@ -1,0 +1,38 @@
+// Replacing a file as a whole.
+#pragma once
+
+#include <filesystem>
+
+#include "os/descriptor.h"
+
+namespace os {
+
+// A file that is written next to its final path and renamed to it when complete; a link is followed to its
+// target. It keeps the permissions of the file that it replaces. A device or pipe is written to directly.
+class NewFile {
+ public:
+  // Throws std::runtime_error with the path and the cause, as all members do.
+  explicit NewFile(std::filesystem::path path);
+  ~NewFile() { remove(); }
+  NewFile(const NewFile&) = delete;
+  NewFile& operator=(const NewFile&) = delete;
+
+  const std::filesystem::path& path() const { return path_; }
+  int descriptor() const { return descriptor_.number(); }
+
+  // Stores the file durably and moves it to its final path.
+  void finish();
+
+  // Discards the file unless it is finished. May be called from any thread.
+  void remove() noexcept;
+
+ private:
+  [[noreturn]] void fail(int error) const;
+
+  const std::filesystem::path path_;
+  std::filesystem::path target_;
+  std::filesystem::path temporary_;  // empty for a device or pipe
+  Descriptor descriptor_;
+};
+
+}  // namespace os
