@@ -91,7 +91,7 @@ TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
 
   const Result listed =
       test::runExpecting(folder_, {"collect", path("fleet"), "--list"}, 0,
-                         "is taken, and not " + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History"));
+                         "; ignoring " + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History"));
   EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 4);
   EXPECT_FALSE(fs::exists(path("inventory.db")));
 
@@ -103,7 +103,7 @@ TEST_F(Sources, OfAFolderThatCantBeReadAreAProblem) {
   folder_.file("fleet/GOOD/MetaBase.xml", kWeb01);
   folder_.file("fleet/CLOSED/MetaBase.xml", kWeb01);
   fs::permissions(path("fleet/CLOSED"), fs::perms::none);
-  collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it can't be read", test::withoutRights);
+  collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it cannot be read", test::withoutRights);
   fs::permissions(path("fleet/CLOSED"), fs::perms::owner_all);
   EXPECT_EQ(servers(), Strings{"GOOD"});
 }

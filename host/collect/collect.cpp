@@ -19,6 +19,8 @@
 #include "automation/text.h"
 #include "host/collect/problem_groups.h"
 #include "host/collect/publisher.h"
+#include "host/collect/run_results.h"
+#include "host/collect/run_summary.h"
 #include "host/collect/server_collection.h"
 #include "host/console/listing.h"
 #include "host/console/progress.h"
@@ -43,15 +45,10 @@ namespace {
 
 using automation::Failure;
 
-enum Status { kAllWell = 0, kWithProblems = 1, kNothing = 2 };
-
 // What a thread holds open at most: a server's file, two logs and a record on its way, a database's temporary
 // file; and what the program holds besides.
 constexpr std::size_t kDescriptorsOfJob = 8;
 constexpr std::size_t kDescriptorsOfAll = 24;
-
-// Of servers that are told in one line.
-constexpr std::size_t kMostNames = 20;
 
 void requireLogDirectory(const std::filesystem::path& directory) {
   const auto refuse = [&](const char* why) {
@@ -93,8 +90,7 @@ class Collection : private Publisher::Listener {
         progress_(!options.quiet, servers_.size()),
         publisher_(*inventory_, options.jobs, {options.replace}, *this),
         logWait_(options.access.wait),
-        rows_(inventory::tables().size(), 0),
-        states_(servers_.size(), PublishState::kOpen) {}
+        results_(servers_.size()) {}
 
   ~Collection() override { signals_.ignore(); }
 
@@ -106,16 +102,13 @@ class Collection : private Publisher::Listener {
     publisher_.finish();
     finishPublishing();
     reportUnprocessed();
-    reportUnknown(options_.selection.sites, foundSites_, "FTP site");
-    reportUnknown(options_.selection.pools, foundPools_, "application pool");
+    reportUnknown(options_.selection.sites, results_.foundSites, "FTP site");
+    reportUnknown(options_.selection.pools, results_.foundPools, "application pool");
     return summarize();
   }
 
  private:
   using Servers = std::span<const std::unique_ptr<CollectedServer>>;
-
-  // What has become of a server, or would have.
-  enum class PublishState : char { kOpen, kPublished, kFailed, kUnknown };
 
   // Statistics only make later commands faster.
   void finishPublishing() {
@@ -131,7 +124,7 @@ class Collection : private Publisher::Listener {
   void fail(const std::string& text) {
     progress_.aside([&] { printError(text); });
     const std::lock_guard lock(mutex_);
-    ++errorCount_;
+    ++results_.errorCount;
   }
 
   void note(const std::string& text) {
@@ -153,7 +146,7 @@ class Collection : private Publisher::Listener {
       outputFailed_ = true;
       printError(error.what());
       const std::lock_guard lock(mutex_);
-      ++errorCount_;
+      ++results_.errorCount;
     }
   }
 
@@ -201,7 +194,7 @@ class Collection : private Publisher::Listener {
     } catch (const std::exception& error) {
       // Others may have better luck with what is left.
       const std::lock_guard lock(mutex_);
-      if (workerError_.empty()) workerError_ = error.what();
+      if (results_.workerError.empty()) results_.workerError = error.what();
     }
   }
 
@@ -275,11 +268,12 @@ class Collection : private Publisher::Listener {
     const std::string& server = servers_[finished->place].name;
     {
       const std::lock_guard lock(mutex_);
-      for (const std::string& remark : outcome.remarks) remarks_[remark].push_back(server);
-      foundSites_.insert(outcome.foundSites.begin(), outcome.foundSites.end());
-      foundPools_.insert(outcome.foundPools.begin(), outcome.foundPools.end());
-      ++collectedCount_;
-      for (const inventory::Problem& problem : outcome.collected.problems) groups_.add(server, problem);
+      for (const std::string& remark : outcome.remarks) results_.remarks[remark].push_back(server);
+      results_.foundSites.insert(outcome.foundSites.begin(), outcome.foundSites.end());
+      results_.foundPools.insert(outcome.foundPools.begin(), outcome.foundPools.end());
+      ++results_.collectedCount;
+      for (const inventory::Problem& problem : outcome.collected.problems)
+        results_.groups.add(server, problem);
     }
     if (inventory::sumOf(finished->rowCounts) > 0)
       return options_.dryRun ? addDryRunRow(*finished) : publisher_.add(std::move(finished));
@@ -309,19 +303,19 @@ class Collection : private Publisher::Listener {
                server.source.shown()};
     {
       const std::lock_guard lock(mutex_);
-      const auto& problems = groups_.problemsByServer();
+      const auto& problems = results_.groups.problemsByServer();
       if (const auto found = problems.find(server.name); found != problems.end())
         row[4] = std::to_string(found->second);
-      dryRunRows_.emplace(finished.place, std::move(row));
-      for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += counts[at];
+      results_.dryRunRows.emplace(finished.place, std::move(row));
+      for (std::size_t at = 0; at < results_.rows.size(); ++at) results_.rows[at] += counts[at];
     }
     setState(finished.place, PublishState::kPublished);
   }
 
   void onCommitted(const CollectedServer& finished, const inventory::Published& published) noexcept override {
     const std::lock_guard lock(mutex_);
-    states_[finished.place] = PublishState::kPublished;
-    for (std::size_t at = 0; at < rows_.size(); ++at) rows_[at] += published.added[at];
+    results_.states[finished.place] = PublishState::kPublished;
+    for (std::size_t at = 0; at < results_.rows.size(); ++at) results_.rows[at] += published.added[at];
   }
 
   void onPublished(const CollectedServer& finished, const inventory::Published& published) noexcept override {
@@ -331,13 +325,13 @@ class Collection : private Publisher::Listener {
       std::int64_t problems = 0;
       {
         const std::lock_guard lock(mutex_);
-        for (const inventory::Problem& problem : published.problems) groups_.add(server, problem);
-        if (const auto found = groups_.problemsByServer().find(server);
-            found != groups_.problemsByServer().end()) {
+        for (const inventory::Problem& problem : published.problems) results_.groups.add(server, problem);
+        if (const auto found = results_.groups.problemsByServer().find(server);
+            found != results_.groups.problemsByServer().end()) {
           problems = found->second;
         }
-        replacedRows_ += replaced;
-        if (replaced > 0) replaced_.push_back(server);
+        results_.replacedRows += replaced;
+        if (replaced > 0) results_.replaced.push_back(server);
       }
       if (!options_.verbose) return;
       progress_.aside([&] {
@@ -376,76 +370,48 @@ class Collection : private Publisher::Listener {
   // Unless its outcome is unknown. Gives the state.
   PublishState markFailed(std::size_t place) noexcept {
     const std::lock_guard lock(mutex_);
-    if (states_[place] != PublishState::kUnknown) states_[place] = PublishState::kFailed;
-    return states_[place];
+    if (results_.states[place] != PublishState::kUnknown) results_.states[place] = PublishState::kFailed;
+    return results_.states[place];
   }
 
   void setState(std::size_t place, PublishState state) noexcept {
     const std::lock_guard lock(mutex_);
-    states_[place] = state;
+    results_.states[place] = state;
   }
 
-  std::vector<std::string> namesOf(PublishState state) const {
-    std::vector<std::string> names;
-    for (std::size_t at = 0; at < servers_.size(); ++at) {
-      if (states_[at] == state) names.push_back(servers_[at].name);
-    }
-    return names;
-  }
+  std::vector<std::string> namesOf(PublishState state) const { return results_.namesOf(state, servers_); }
 
   // Servers that no thread has collected.
   void reportUnprocessed() {
     const std::vector<std::string> names = namesOf(PublishState::kOpen);
     if (names.empty()) return;
-    for (PublishState& state : states_) {
+    for (PublishState& state : results_.states) {
       if (state == PublishState::kOpen) state = PublishState::kFailed;
     }
     fail(joinNames(names, kMostNames) + ": not collected: " +
-         (publisher_.hasGivenUp() ? "the database cannot be published into" : workerError_));
+         (publisher_.hasGivenUp() ? "the database cannot be published into" : results_.workerError));
   }
 
   void reportUnknown(const std::vector<std::string>& wanted, const std::set<std::string>& found,
                      const char* what) {
-    if (collectedCount_ == 0) return;
+    if (results_.collectedCount == 0) return;
     for (const std::string& item : std::set<std::string>(wanted.begin(), wanted.end())) {
       if (found.contains(item)) continue;
       printError(std::string("there is no ") + what + " '" + item + "'" +
-                 (collectedCount_ == 1 ? "" : " on any of the servers"));
-      ++errorCount_;
+                 (results_.collectedCount == 1 ? "" : " on any of the servers"));
+      ++results_.errorCount;
     }
   }
 
   int summarize() {
     if (!options_.dryRun) reportKept();
-    const std::int64_t problems = groups_.problems();
-    const std::size_t published = namesOf(PublishState::kPublished).size();
+    const RunSummary summary(options_, servers_, results_);
     if (!options_.quiet) {
-      print([&] {
-        if (published > 0 && options_.dryRun) printDryRun();
-        printRemarks();
-        if (published > 0) printRows(published);
-        const std::size_t width =
-            os::isTerminal(os::kStandardOutput) ? os::terminalColumns(os::kStandardOutput) : 100;
-        groups_.print(output_, width);
-        printServersWithProblems(width);
-        if (problems == 0 && errorCount_ == 0) output_.write("no problems\n");
-        if (options_.dryRun) {
-          output_.write("nothing was written\n");
-        } else if (problems + groups_.notes() > 0) {
-          output_.write("list them: " + escapeForTerminal(problemsHint(published)) + "\n");
-        }
-      });
-    } else if (problems > 0) {
-      printError(pluralize(problems, "problem", "problems") +
-                 (options_.dryRun ? "" : "; list them: " + problemsHint(published)));
+      print([&] { summary.print(output_); });
+    } else if (const std::string problems = summary.problems(); !problems.empty()) {
+      printError(problems);
     }
-    if (published == 0) return kNothing;
-    return problems + errorCount_ > 0 || published < servers_.size() ? kWithProblems : kAllWell;
-  }
-
-  std::string problemsHint(std::size_t published) const {
-    return (published > 0 ? "'iisinventory show Problems', or see the logs in " : "see the logs in ") +
-           options_.logDirectory.string();
+    return summary.status();
   }
 
   // Previous collections of the servers that weren't published.
@@ -469,70 +435,6 @@ class Collection : private Publisher::Listener {
       if (!kept.empty()) printError("previous inventory kept: " + joinNames(kept, kMostNames));
     } catch (const inventory::Error&) {
       // There is no inventory, or it can't be read.
-    }
-  }
-
-  void printDryRun() {
-    const Listing listing{{{"Server"},
-                           {"FTP sites", true},
-                           {"Pools", true},
-                           {"Rows", true},
-                           {"Problems", true, false, true},
-                           {"Collected (UTC)"},
-                           {"File"}},
-                          [this](const std::function<void(const Row&)>& each) {
-                            for (const auto& [place, row] : dryRunRows_) each(row);
-                          }};
-    host::print(listing, {}, output_);
-    output_.write("\n");
-  }
-
-  void printRemarks() {
-    for (const auto& [remark, servers] : remarks_) {
-      output_.write(escapeForTerminal(joinNames(servers, kMostNames) +
-                                      (servers.size() == 1 ? " has " : " have ") + remark) +
-                    "\n");
-    }
-    if (replacedRows_ == 0) return;
-    const std::string whose = replaced_.size() == 1
-                                  ? escapeForTerminal(replaced_.front()) + " from an earlier run"
-                                  : std::to_string(replaced_.size()) + " servers from earlier runs";
-    output_.write("replaced " + pluralize(replacedRows_, "row", "rows") + " of " + whose + "\n");
-  }
-
-  // Which of several, those with the most of them first.
-  void printServersWithProblems(std::size_t width) {
-    if (servers_.size() == 1 || groups_.problems() == 0) return;
-    std::vector<std::pair<std::int64_t, std::string>> counts;
-    for (const auto& [server, count] : groups_.problemsByServer()) counts.emplace_back(-count, server);
-    std::sort(counts.begin(), counts.end());
-    std::vector<std::string> names;
-    for (const auto& [count, server] : counts) names.push_back(server + " (" + std::to_string(-count) + ")");
-    const std::string text = "on " + pluralize(static_cast<std::int64_t>(names.size()), "server", "servers") +
-                             ": " + joinNames(names, kMostNames);
-    for (const std::string& line : wrapToWidth(escapeForTerminal(text), width - 2))
-      output_.write("  " + line + "\n");
-  }
-
-  void printRows(std::size_t published) {
-    const std::int64_t total = inventory::sumOf(rows_);
-    std::size_t nameWidth = 0;
-    std::size_t countWidth = 0;
-    for (std::size_t at = 0; at < rows_.size(); ++at) {
-      nameWidth = std::max(nameWidth, inventory::tables()[at].name.size());
-      countWidth = std::max(countWidth, std::to_string(rows_[at]).size());
-    }
-    output_.write((options_.dryRun ? "would collect " : "collected ") +
-                  pluralize(static_cast<std::int64_t>(published), "server", "servers") +
-                  (published < servers_.size() ? " of " + std::to_string(servers_.size()) : "") + " into " +
-                  escapeForTerminal(inventory::shownName(options_.database)) + ": " +
-                  pluralize(total, "row", "rows") + "\n");
-    for (std::size_t at = 0; at < rows_.size(); ++at) {
-      if (rows_[at] == 0 || options_.dryRun) continue;
-      const std::string name(inventory::tables()[at].name);
-      const std::string count = std::to_string(rows_[at]);
-      output_.write("  " + name + std::string(nameWidth - name.size() + 2 + countWidth - count.size(), ' ') +
-                    count + "\n");
     }
   }
 
@@ -572,18 +474,7 @@ class Collection : private Publisher::Listener {
   std::atomic<std::size_t> next_ = 0;
   bool outputFailed_ = false;
   std::mutex mutex_;  // guards the members below, while there are several threads
-  std::int64_t collectedCount_ = 0;
-  std::int64_t errorCount_ = 0;
-  ProblemGroups groups_;
-  inventory::RowCounts rows_;
-  std::map<std::string, std::vector<std::string>> remarks_;  // with the servers
-  std::map<std::size_t, Row> dryRunRows_;                    // by the server's place
-  std::int64_t replacedRows_ = 0;
-  std::vector<std::string> replaced_;  // servers that had some
-  std::vector<PublishState> states_;   // by the server's place
-  std::string workerError_;            // why a thread ended
-  std::set<std::string> foundSites_;
-  std::set<std::string> foundPools_;
+  RunResults results_;
 };
 
 // What would be collected, under which name.
@@ -599,8 +490,8 @@ int list(const Sources& sources, Output& output) {
   for (const std::string& text : sources.notes) output.write(escapeForTerminal(text) + "\n");
   output.flush();
   for (const std::string& text : sources.problems) printError(text);
-  if (sources.servers.empty()) return kNothing;
-  return sources.problems.empty() ? kAllWell : kWithProblems;
+  if (sources.servers.empty()) return 2;
+  return sources.problems.empty() ? 0 : 1;
 }
 
 }  // namespace
