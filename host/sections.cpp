@@ -103,7 +103,7 @@ Selection select(const std::vector<std::string>& names, const std::vector<std::s
       return inventory::sameName(section.name, name);
     });
     if (!named && !names.empty()) continue;
-    // A name that says its side by itself holds whatever else is named.
+    // A name that only one side has selects that side.
     const bool sideSaid = named && !onBothSides(section);
     const bool sideFiltered = section.side == Side::kFtp ? !sites.empty() : !pools.empty();
     if (filtered && !sideSaid && (!sideFiltered || section.kind == Kind::kExtensions)) continue;

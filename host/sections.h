@@ -1,4 +1,4 @@
-// What can be gathered of a server: the tabs of both classes, and what stands beside them.
+// The sections of a collection: the tabs of both classes, and the walks besides.
 #pragma once
 
 #include <optional>
@@ -9,43 +9,43 @@
 
 namespace host {
 
-// Which of the component's classes gathers it.
+// The class of the component that collects a section.
 enum class Side { kFtp, kPools };
 
 enum class Kind { kTab, kVirtualDirectories, kExtensions, kAppliedObjects };
 
 struct Section {
-  std::string_view name;  // a tab's name is spelled as the component wants it
+  std::string_view name;  // of a tab: as the component spells it
   Side side;
   Kind kind;
   std::vector<std::string_view> tables;
 };
 
-// All of them, in the order in which a collection makes them. "General" stands in it once for each side.
+// All sections in the order of a collection. "General" occurs once for each side.
 std::span<const Section> sections();
 
-// The distinct names, for a message: all of them, or those that one side alone has.
+// The distinct names as a list for messages: all, or those of one side only.
 std::string sectionNames();
 std::string sectionNames(Side side);
 
-// What one run gathers of each server.
+// What a run collects of each server.
 struct Selection {
   std::vector<const Section*> sections;
-  // The sites and pools that it is restricted to; empty stands for all. Spelled as the user has spelled them.
+  // The selected sites and pools, as the user spells them; all if empty.
   std::vector<std::string> sites;
   std::vector<std::string> pools;
-  // Whether it is all that there is, and if not, the options that say so.
+  // Whether everything is selected; if not, the options that select.
   bool isWhole = true;
   std::string text;
 
   bool has(Side side, Kind kind) const;
-  // Whether it needs the list of the sites or of the pools.
+  // Whether the list of sites or of pools is needed.
   bool needsList(Side side) const;
 };
 
-// Makes a selection of the names (compared without regard to case; none stands for all of them), sites and
-// pools. Where only sites are named, what isn't named and "General" are meant for FTP sites alone, and where
-// only pools are, for pools alone. Throws UsageError.
+// The selection of sections by name (ignoring case; all if empty), sites and pools. If only sites are named,
+// the default sections and "General" mean those of FTP sites; if only pools are named, those of pools. Throws
+// UsageError.
 Selection select(const std::vector<std::string>& names, const std::vector<std::string>& sites,
                  const std::vector<std::string>& pools);
 

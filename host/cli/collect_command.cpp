@@ -11,7 +11,7 @@ namespace {
 
 constexpr unsigned kMostJobs = 256;
 
-// Lines of a help text below a heading.
+// A text as lines below a heading of the help.
 std::string inLines(const std::string& text) {
   constexpr std::size_t kColumns = 75;
   std::string lines;

@@ -65,7 +65,7 @@ class Parser {
   std::string help() const { return program_.help(); }
 
  private:
-  // The command that was asked for, or else the program.
+  // The command in use, or else the program.
   const CLI::App& command() const {
     const std::vector<CLI::App*> asked = program_.get_subcommands();
     return asked.empty() ? program_ : *asked.back();

@@ -80,7 +80,7 @@ void addMaxSize(CLI::App& command, std::uint64_t& size) {
   command.add_option("--max-size", size, "Largest from an archive or a pipe (default: 1GiB)")
       ->type_name("SIZE")
       ->transform(CLI::AsSizeValue(false).description(""))
-      // The last one is asked first: the others would take "-1" for a very large number.
+      // Checked first: the other validators would read "-1" as a very large number.
       ->transform(positive)
       ->check(positive);
 }

@@ -1,4 +1,4 @@
-// The commands of the program, each with its part of the command line.
+// The program's commands and the options that they share.
 #pragma once
 
 #include <cstdint>
@@ -38,7 +38,7 @@ void addCopy(CLI::App& program, CommandAction& action);
 void addVerify(CLI::App& program, CommandAction& action);
 void addSchemaCommand(CLI::App& program, CommandAction& action);
 
-// Options that several commands have. Their values are as on the command line, not yet checked.
+// Options that several commands share, with unchecked values.
 
 struct DatabaseArguments {
   std::string database;
@@ -47,7 +47,7 @@ struct DatabaseArguments {
   double serverTimeout = 60;
   bool force = false;
 
-  // The database to open: an address as it is, a file as its absolute path. Throws UsageError.
+  // The database to open: a server's address, or a file's absolute path. Throws UsageError.
   std::string name() const;
   inventory::Access access() const;
 };
@@ -61,7 +61,7 @@ void addForce(CLI::App& command, DatabaseArguments& raw);
 
 // --at: the collections that were current at a time.
 void addAt(CLI::App& command, std::string& at);
-// A time that an option gives, as the inventory writes it; empty if it is. Throws UsageError.
+// The time in an option, in the inventory's format; empty if the option is. Throws UsageError.
 std::string timeOf(const char* option, const std::string& text);
 
 // --max-size, in bytes.
@@ -71,14 +71,14 @@ void addMaxSize(CLI::App& command, std::uint64_t& size);
 void addFormat(CLI::App& command, std::string& format);
 Format formatOf(const std::string& format);
 
-// An option with one value that may be repeated.
+// Adds an option with one value that can be repeated.
 void addList(CLI::App& command, const char* option, std::vector<std::string>& values, const char* type,
              const char* what);
 
-// The database to open that an option or an argument names.
+// The database to open, from an option or argument. Throws UsageError.
 std::string databaseName(const std::string& option, const std::string& database);
 
-// The absolute path. Throws UsageError unless it is UTF-8: the component takes paths as text.
+// The absolute path. Throws UsageError unless it is UTF-8, since the component uses paths as text.
 std::filesystem::path wholePath(const std::string& option, const std::string& path);
 
 void refuseEmpty(const char* option, const std::vector<std::string>& values);

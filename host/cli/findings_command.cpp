@@ -49,7 +49,7 @@ struct Request {
   std::string at;
   std::vector<Rule> rules;
   FindingsOptions options;
-  bool isComplete = false;  // neither servers nor rules are left out
+  bool isComplete = false;  // includes all servers and rules
 };
 
 // A condition of --fail-on: a severity, or a pattern of ids.
@@ -83,7 +83,7 @@ std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
   return all;
 }
 
-// Whether a rule that an entry is about was evaluated. A fingerprint does not say which one it is about.
+// Whether a rule that an entry refers to was evaluated. A fingerprint may refer to any rule.
 bool isEvaluated(const Findings& findings, const IgnoreFile::Entry& entry) {
   const auto isMeant = [&](const Rule& rule) {
     return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
@@ -102,7 +102,7 @@ void reportEntries(const Findings& findings, bool isComplete) {
   }
 }
 
-// Adds the findings that are not ignored yet to what the file has, or makes a new one of all findings.
+// Writes the previous content and the findings that it does not ignore, or a new file with all findings.
 void writeIgnoreFile(Findings& findings, const std::string& former, Output& output) {
   output.write(
       !former.empty()
@@ -118,7 +118,7 @@ void writeIgnoreFile(Findings& findings, const std::string& former, Output& outp
   });
 }
 
-// The files to write, each opened before anything is evaluated; a signal leaves nothing of them.
+// The output files, opened before the evaluation. A signal removes them.
 class OutputFiles {
  public:
   OutputFiles(const Raw& raw, const std::string& database) {

@@ -1,4 +1,4 @@
-// Options about rules, which several commands have, and the evaluation that they describe.
+// Options about rules, shared by several commands.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@ class App;
 
 namespace host {
 
-// The options' values as on the command line.
+// The unchecked values of the options.
 struct RawRules {
   std::vector<std::string> files, ids, categories;
   std::string minSeverity, profile, ignoreFile;
@@ -31,10 +31,10 @@ void addFindingsOptions(CLI::App& command, RawRules& raw);
 RuleOptions ruleOptionsOf(const RawRules& raw);
 FindingsOptions findingsOptionsOf(const RawRules& raw, const std::string& database);
 
-// Whether the options leave no built-in rule out but for those of other profiles.
+// Whether the options select all built-in rules of the profile.
 bool isEverything(const RuleOptions& options);
 
-// The items of lists that are divided by commas.
+// The items of comma-separated lists.
 std::vector<std::string> commaSeparated(const std::vector<std::string>& lists);
 
 }  // namespace host

@@ -63,7 +63,7 @@ void listRules(const std::vector<Rule>& rules, Format format, Output& output) {
   print(listing, {format}, output);
 }
 
-// What a rule gives for a metabase, a line each: "finding site 1: path = C:\Files".
+// The results of a rule for a metabase, one line each: "finding site 1: path = C:\Files".
 std::vector<std::string> resultsFor(const Rule& rule, const fs::path& metabase) {
   const os::PrivateFolder folder;
   CollectOptions options;
@@ -103,7 +103,7 @@ std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-// Whether the rule gives what is expected.
+// Runs a rule's test. Returns whether it passed.
 bool testRule(const Rule& rule, Output& output) {
   fs::path metabase = rule.file, expected = rule.file;
   metabase.replace_extension(".xml");

@@ -51,13 +51,13 @@ struct Raw {
   std::string format;
   Strings servers;
   bool history = false;
-  int keep = 0;  // 0 where it isn't given
+  int keep = 0;  // 0 if not given
   std::string before;
   std::string oldName;
   std::string newName;
 };
 
-// A command's options, checked.
+// The checked options of a command.
 struct Request {
   std::string database;
   inventory::Access access;
@@ -71,7 +71,7 @@ Request requestOf(const Raw& raw, const char* serverOption) {
   return {raw.database.name(), raw.database.access(), formatOf(raw.format), raw.servers, raw.history};
 }
 
-// In a table to the minute.
+// A time, in a table without seconds.
 Value timeFor(Format format, const std::string& time) {
   if (time.empty()) return {};
   return format == Format::kTable && time.size() >= 16 ? time.substr(0, 10) + " " + time.substr(11, 5) : time;
@@ -132,7 +132,7 @@ int listServers(const Request& request, Output& output) {
   return 0;
 }
 
-// Prints what was done. The status doesn't depend on it.
+// Prints what was done; the status is 0 even if that fails.
 int reportDone(Output& output, const std::string& done) {
   try {
     return printed(output, 0, [&] { output.write(done + "\n"); });

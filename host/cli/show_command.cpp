@@ -41,7 +41,7 @@ Condition conditionOf(const std::string& text) {
   return {text.substr(0, at), Condition::Kind::kIs, text.substr(at + 1)};
 }
 
-// No column's name has a comma.
+// No column name contains a comma.
 std::vector<std::string> pieces(const std::vector<std::string>& lists) {
   std::vector<std::string> all;
   for (const std::string& list : lists) {

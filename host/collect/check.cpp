@@ -13,7 +13,7 @@ namespace host {
 
 int check(const CheckOptions& options, Output& output) {
   const Sources sources = findSources(options.metabases, options.maxSize, Sources::Names::kAny);
-  // The status tells what is found to somebody who doesn't read it, too.
+  // The status is returned even if the output is closed.
   bool isRead = true;
   const auto print = [&](const std::string& text, bool all = false) {
     if (!isRead) return;

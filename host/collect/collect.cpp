@@ -45,8 +45,8 @@ namespace {
 
 using automation::Failure;
 
-// What a thread holds open at most: a server's file, two logs and a record on its way, a database's temporary
-// file; and what the program holds besides.
+// Open files of a thread (the server's file, two logs and a record being written, a database's temporary
+// file) and of the rest of the program.
 constexpr std::size_t kDescriptorsOfJob = 8;
 constexpr std::size_t kDescriptorsOfAll = 24;
 
@@ -59,7 +59,7 @@ void requireLogDirectory(const std::filesystem::path& directory) {
   if (!std::filesystem::is_directory(directory, error)) refuse("it is not a directory");
 }
 
-// When the servers of a database were last collected, by their folded names.
+// When each server of a database was last collected, by folded name.
 using LastCollected = std::map<std::string, std::string>;
 
 LastCollected readLastCollected(inventory::Inventory& inventory) {
@@ -75,7 +75,7 @@ LastCollected readLastCollected(inventory::Inventory& inventory) {
 
 class Collection : private Publisher::Listener {
  public:
-  // The signals end it from run() on; what it makes before is removed with it.
+  // Signals end it from run() on.
   Collection(const CollectOptions& options, Sources sources, Output& output,
              std::unique_ptr<inventory::Inventory> inventory, LastCollected lastCollected,
              os::TerminationSignals& signals)
@@ -110,7 +110,7 @@ class Collection : private Publisher::Listener {
  private:
   using Servers = std::span<const std::unique_ptr<CollectedServer>>;
 
-  // Statistics only make later commands faster.
+  // A failure only makes later commands slower.
   void finishPublishing() {
     try {
       inventory_->finishPublishing();
@@ -120,7 +120,7 @@ class Collection : private Publisher::Listener {
     if (const std::string text = inventory_->driver().takeNotice(); !text.empty()) note(text);
   }
 
-  // A line on the standard error output, which counts as a problem.
+  // Prints an error and counts it.
   void fail(const std::string& text) {
     progress_.aside([&] { printError(text); });
     const std::lock_guard lock(mutex_);
@@ -132,8 +132,7 @@ class Collection : private Publisher::Listener {
     progress_.aside([&] { print([&] { output_.write(escapeForTerminal(text) + "\n"); }); });
   }
 
-  // A collection that nobody reads about goes on: its rows are what it is for. Not for several threads at
-  // once.
+  // Prints to the standard output. If that is closed, the collection continues. Not thread-safe.
   template <typename Print>
   void print(const Print& prints) {
     if (outputFailed_) return;
@@ -178,7 +177,7 @@ class Collection : private Publisher::Listener {
     work(0);
   }
 
-  // What each thread does, the first one included: a server after the other, until none is left.
+  // Run by every thread: collects one server after another until none is left.
   void work(std::size_t number) {
     try {
       const std::filesystem::path folder = folder_.path() / std::to_string(number);
@@ -192,7 +191,7 @@ class Collection : private Publisher::Listener {
         StagingDatabase::recycle(staging);
       }
     } catch (const std::exception& error) {
-      // Others may have better luck with what is left.
+      // The other threads continue.
       const std::lock_guard lock(mutex_);
       if (results_.workerError.empty()) results_.workerError = error.what();
     }
@@ -210,7 +209,7 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  // Collects a server, whose logs are kept in any case. Tells why where it gives nothing to publish.
+  // Collects a server and keeps its logs. Returns whether it can be published, or else reports why not.
   bool tryCollect(const Server& server, PrivateLogs& logs, const std::shared_ptr<ProgressLine::Lane>& lane,
                   std::unique_ptr<StagingDatabase>& staging, CollectedServer& finished) {
     bool isWhole = false;
@@ -229,7 +228,7 @@ class Collection : private Publisher::Listener {
     } catch (const std::bad_alloc&) {
       fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
-      // Where the private database has failed that is the cause of what followed.
+      // A failure of the staging database is the cause of later ones.
       const std::string why = staging != nullptr ? staging->database().breakdown() : "";
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
@@ -238,13 +237,13 @@ class Collection : private Publisher::Listener {
     return isWhole;
   }
 
-  // Appends what the component has logged to the user's logs, whatever becomes of the rows.
+  // Appends the component's records to the user's logs, whether the rows are published or not.
   void keepLogs(const Server& server, const PrivateLogs& logs, inventory::Collected* collected) {
     const auto keep = [&](const std::filesystem::path& file, const std::string& records) {
       try {
         os::appendToLog(file, records, logWait_);
       } catch (const std::runtime_error& error) {
-        // Once in vain is enough.
+        // Further servers do not wait again.
         if (dynamic_cast<const os::LogLocked*>(&error) != nullptr) logWait_ = std::chrono::milliseconds(0);
         fail(server.name + ": " + error.what());
         if (collected == nullptr) return;
@@ -281,7 +280,7 @@ class Collection : private Publisher::Listener {
     fail(server + ": not published: the file contains nothing to inventory");
   }
 
-  // What would be published, in a dry run.
+  // Records what a dry run would publish.
   void addDryRunRow(const CollectedServer& finished) {
     const inventory::RowCounts& counts = finished.rowCounts;
     const Selection& selection = options_.selection;
@@ -343,7 +342,7 @@ class Collection : private Publisher::Listener {
         });
       });
     } catch (const std::bad_alloc&) {
-      // It is there all the same.
+      // It is published nevertheless.
     }
   }
 
@@ -359,7 +358,7 @@ class Collection : private Publisher::Listener {
         isUnknown = isUnknown || markFailed(server->place) == PublishState::kUnknown;
         names.push_back(servers_[server->place].name);
       }
-      // An unknown outcome names a single server itself.
+      // The message about an unknown outcome names a single server already.
       const std::string who = isUnknown && names.size() == 1 ? "" : joinNames(names, kMostNames) + ": ";
       fail(who + (isUnknown ? "" : "not published: ") + why);
     } catch (const std::bad_alloc&) {
@@ -367,7 +366,7 @@ class Collection : private Publisher::Listener {
     }
   }
 
-  // Unless its outcome is unknown. Gives the state.
+  // Sets the state unless it is unknown. Returns it.
   PublishState markFailed(std::size_t place) noexcept {
     const std::lock_guard lock(mutex_);
     if (results_.states[place] != PublishState::kUnknown) results_.states[place] = PublishState::kFailed;
@@ -381,7 +380,7 @@ class Collection : private Publisher::Listener {
 
   std::vector<std::string> namesOf(PublishState state) const { return results_.namesOf(state, servers_); }
 
-  // Servers that no thread has collected.
+  // Reports servers that no thread has collected.
   void reportUnprocessed() {
     const std::vector<std::string> names = namesOf(PublishState::kOpen);
     if (names.empty()) return;
@@ -414,7 +413,7 @@ class Collection : private Publisher::Listener {
     return summary.status();
   }
 
-  // Previous collections of the servers that weren't published.
+  // Reports the previous collections of servers that were not published.
   void reportKept() {
     const std::vector<std::string> names = namesOf(PublishState::kFailed);
     if (names.empty()) return;
@@ -422,7 +421,7 @@ class Collection : private Publisher::Listener {
     if (!inventory::isOnServer(options_.database) && !std::filesystem::exists(options_.database, error))
       return;
     try {
-      // Asking once more would only mean waiting once more.
+      // Reading would only wait again.
       if (publisher_.hasGivenUp()) {
         return printError(namesOf(PublishState::kUnknown).empty()
                               ? "what was published before is unchanged"
@@ -434,15 +433,14 @@ class Collection : private Publisher::Listener {
         kept.push_back(collection.server + " (" + pluralize(collection.rows, "row", "rows") + ")");
       if (!kept.empty()) printError("previous inventory kept: " + joinNames(kept, kMostNames));
     } catch (const inventory::Error&) {
-      // There is no inventory, or it can't be read.
+      // There is no inventory, or it cannot be read.
     }
   }
 
-  // On the thread that waits for signals, while the others go on with what is lost already. They may be
-  // waiting for a reader of their output.
+  // Runs on the signal thread. The other threads may wait for ever for a reader of their output.
   [[noreturn]] void end(int signalNumber) {
     publisher_.stop();
-    // Publishing has stopped, so nothing is added any more.
+    // Publishing has stopped, so the results no longer change.
     os::runWithTimeout([this] {
       progress_.stop();
       const std::lock_guard lock(mutex_);
@@ -461,7 +459,7 @@ class Collection : private Publisher::Listener {
   const CollectOptions& options_;
   const std::vector<Server> servers_;
   const std::vector<std::string> notes_;
-  const std::vector<std::string> findings_;  // what couldn't be looked into
+  const std::vector<std::string> findings_;  // sources that could not be read
   Output& output_;
   const std::unique_ptr<inventory::Inventory> inventory_;
   const LastCollected lastCollected_;  // of a dry run
@@ -473,11 +471,11 @@ class Collection : private Publisher::Listener {
   std::atomic<std::chrono::milliseconds> logWait_;
   std::atomic<std::size_t> next_ = 0;
   bool outputFailed_ = false;
-  std::mutex mutex_;  // guards the members below, while there are several threads
+  std::mutex mutex_;  // guards the results while there are several threads
   RunResults results_;
 };
 
-// What would be collected, under which name.
+// Lists the servers and their files. Returns the exit status.
 int list(const Sources& sources, Output& output) {
   std::size_t width = 0;
   for (const Server& server : sources.servers)
@@ -508,7 +506,7 @@ int collect(const CollectOptions& options, Output& output) {
   DllRegisterServer();
   countTriedRecords();
   std::error_code error;
-  // A database that isn't there is only made where something is published.
+  // A dry run does not create a database.
   const bool isForReading = options.dryRun && (inventory::isOnServer(options.database) ||
                                                std::filesystem::exists(options.database, error));
   auto inventory = isForReading ? inventory::openForReading(options.database, options.access)

@@ -41,7 +41,7 @@ void ProblemGroups::add(const std::string& server, const inventory::Problem& pro
   ++(problem.isNote ? notes_ : problems_);
   if (!problem.isNote) ++byServer_[server];
   std::string reason = parseMessageLocation(problem.message).reason;
-  // Odd places of one kind stand on many lines.
+  // Parse warnings of one kind differ in their line.
   if (const std::size_t line = reason.rfind(" (line "); line != reason.npos && reason.ends_with(')')) {
     reason.erase(line);
   }

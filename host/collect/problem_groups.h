@@ -1,4 +1,4 @@
-// The problems of a run as a person wants to read them: those of one kind together.
+// The problems of a run, grouped by kind.
 #pragma once
 
 #include <cstdint>
@@ -12,18 +12,17 @@
 
 namespace host {
 
-// Problems of one routine, number and message, whatever node they are about.
+// Groups problems by routine, number and message, whatever node they concern.
 class ProblemGroups {
  public:
   void add(const std::string& server, const inventory::Problem& problem);
 
   std::int64_t problems() const { return problems_; }
   std::int64_t notes() const { return notes_; }
-  // Of each server that has problems.
+  // Only servers with problems.
   const std::map<std::string, std::int64_t>& problemsByServer() const { return byServer_; }
 
-  // Prints the groups, those with the most problems first, at most twenty; notes behind them, if they are
-  // wanted. `width` is how long a line may be.
+  // Prints at most twenty groups of problems, the largest first, and then of notes. `width`: of a line.
   void print(Output& output, std::size_t width) const;
 
  private:

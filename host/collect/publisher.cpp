@@ -9,22 +9,21 @@
 namespace host {
 namespace {
 
-// A transaction waits for the disk a few times, so small servers share one; but rows don't wait for long, and
-// not many of them do.
+// A transaction waits for the disk several times, so small servers share one. Limits of such a batch:
 constexpr std::size_t kMostServers = 128;
 constexpr std::int64_t kMostRows = 20000;
 constexpr std::chrono::milliseconds kLongestWait{500};
-// Behind this many, or as many as there are jobs of many rows, a thread that brings one more waits until it
-// may publish them.
+// With this many waiting collections, or many rows in more collections than there are jobs, a thread that
+// adds one waits until it can publish.
 constexpr std::size_t kMostWaiting = 256;
 
-// Holds one of a semaphore's counts.
+// Holds one count of a semaphore.
 class SemaphoreGuard {
  public:
   explicit SemaphoreGuard(std::counting_semaphore<>& semaphore) : semaphore_(semaphore) {
     semaphore_.acquire();
   }
-  // One that is held already.
+  // Adopts a count that is already held.
   SemaphoreGuard(std::counting_semaphore<>& semaphore, std::adopt_lock_t) : semaphore_(semaphore) {}
   ~SemaphoreGuard() { semaphore_.release(); }
   SemaphoreGuard(const SemaphoreGuard&) = delete;
@@ -95,7 +94,7 @@ void Publisher::publishWaiting() {
   awaitEnd();
 }
 
-// Once it is stopped, the end of the process reports what was published, and nothing else may.
+// After stop() only the end of the process reports what was published.
 void Publisher::awaitEnd() const {
   while (stopped_) std::this_thread::sleep_for(std::chrono::hours(1));
 }
@@ -131,13 +130,13 @@ void Publisher::publish(std::span<std::unique_ptr<CollectedServer>> batch) {
   } catch (const inventory::Forbidden& error) {
     return giveUp(batch, error.what(), error.what());
   } catch (const std::exception& error) {
-    // One of them may have been too much for it.
+    // The cause may be a single server.
     return tryEach(error.what());
   }
   for (std::size_t at = 0; at < batch.size(); ++at) listener_.onPublished(*batch[at], published[at]);
 }
 
-// stop() waits for the transaction and for what the listener learns of its outcome.
+// stop() waits for the transaction and for the listener's first call about it.
 std::vector<inventory::Published> Publisher::commit(std::span<std::unique_ptr<CollectedServer>> batch,
                                                     std::span<const inventory::Collected> collected) {
   const SemaphoreGuard guard(transactions_);
@@ -151,7 +150,7 @@ std::vector<inventory::Published> Publisher::commit(std::span<std::unique_ptr<Co
   }
 }
 
-// What all servers share is not tried again for each of them. `others` is why they are not published.
+// A failure that all servers share is not retried for each of them. `others` is the reason for the rest.
 void Publisher::giveUp(std::span<const std::unique_ptr<CollectedServer>> batch, const char* why,
                        const char* others) {
   {

@@ -1,4 +1,4 @@
-// Collections that are done, on their way into the inventory.
+// Publishes complete collections.
 #pragma once
 
 #include <atomic>
@@ -16,48 +16,48 @@
 
 namespace host {
 
-// A collection that is whole.
+// A complete collection.
 struct CollectedServer {
-  std::size_t place = 0;  // its server's among all of them
+  std::size_t place = 0;  // of its server in the run
   std::unique_ptr<inventory::RowSource> rows;
   inventory::RowCounts rowCounts;
   Outcome outcome;
 };
 
-// Publishes what is ready together in one transaction, as many of them at once as the inventory takes.
-// Whoever brings a collection may find himself publishing those that wait; the others go on collecting. All
-// members may be called from any thread.
+// Publishes collections in batches, one transaction each, with as many concurrent transactions as the
+// inventory supports. A thread that adds a collection may publish the waiting ones while the other threads go
+// on collecting. All members may be called from any thread.
 class Publisher {
  public:
   // Receives the outcome of publications. Called on the publishing thread.
   class Listener {
    public:
     virtual ~Listener() = default;
-    // It is published. stop() waits for this call, so it must not wait for another thread.
+    // The transaction is committed. stop() waits for this call, so it must not wait for another thread.
     virtual void onCommitted(const CollectedServer&, const inventory::Published&) noexcept = 0;
-    // The time to report it.
+    // Reports it.
     virtual void onPublished(const CollectedServer&, const inventory::Published&) noexcept = 0;
-    // The connection was lost, and they may have been published. The same holds for this call.
+    // The connection was lost, and the servers may have been published. stop() waits for this call too.
     virtual void onUnknown(std::span<const std::unique_ptr<CollectedServer>>) noexcept = 0;
-    // The time to report, for one reason, that some were not published, or may not have been.
+    // Reports servers that were not, or may not have been, published for one reason.
     virtual void onFailed(std::span<const std::unique_ptr<CollectedServer>>, const char* why) noexcept = 0;
   };
 
-  // `jobs` is how many threads collect.
+  // `jobs`: the number of collecting threads.
   Publisher(inventory::Inventory& inventory, std::size_t jobs, const inventory::PublishOptions& options,
             Listener& listener);
 
   void add(std::unique_ptr<CollectedServer> finished);
 
-  // Publishes what is left.
+  // Publishes the remaining collections.
   void finish();
 
-  // Whether the inventory can't be published into for a reason that all servers share, so that collecting
-  // more of them is in vain.
+  // Whether publishing failed for a reason that all servers share, so that collecting more of them is
+  // useless.
   bool hasGivenUp() const { return hasGivenUp_; }
 
-  // Ends the publication that is under way, either way, and begins no other one. Afterwards nothing changes
-  // any more until the process ends.
+  // Ends the current transactions, committed or not, and starts no other. Nothing changes afterwards until
+  // the process ends.
   void stop();
 
  private:

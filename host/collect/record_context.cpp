@@ -21,8 +21,8 @@ namespace {
 constexpr std::string_view kNodeStart = "IIS://";
 constexpr TextView kProcessing = u"Processing ";
 
-// A child of a site that by its class has no path: what the walk over the children of a web site always
-// meets, and nothing that anybody could mend.
+// The walk over the children of a web site always meets some whose class has no path. Nothing is wrong with
+// them, so their records are notes.
 constexpr std::string_view kNoteRoutine = "GetAppliedObjectProperties";
 constexpr std::string_view kNoteProperty = "Path";
 constexpr auto kNoSuchProperty = static_cast<std::int32_t>(0x8000500D);
@@ -32,7 +32,7 @@ constexpr std::int32_t kNoObject = automation::number::kObjectNotSet;
 constexpr std::string_view kDirectories = "tblvirtualDirectory";
 constexpr std::string_view kDirectorySecurity = "tblvirtualDirSecurity";
 
-// Records of these routines concern another table than the call's own.
+// Records of these routines concern another table than that of the call.
 struct RoutineTable {
   std::string_view routine;
   std::string_view callTable;  // empty for any
@@ -52,7 +52,7 @@ bool isName(std::string_view text) {
   });
 }
 
-// The name that a status text quotes, without the blanks around it.
+// The quoted name in a status text, trimmed.
 Text quotedIn(TextView status) {
   const std::size_t begin = status.find(u'\'');
   const std::size_t end = status.rfind(u'\'');
@@ -65,7 +65,7 @@ Text quotedIn(TextView status) {
   return Text(automation::trimBlanks(name));
 }
 
-// The site or pool that a node of the server belongs to, empty where it belongs to none.
+// The site or pool of a node; empty if it belongs to none.
 std::string itemOf(ObjectKind kind, const std::string& node, const std::string& server) {
   const Text path = fromUtf8(node);
   const Text start =
@@ -83,10 +83,11 @@ std::string nodeOf(ObjectKind kind, const std::string& item, const std::string& 
 
 }  // namespace
 
-MessagePlace parseMessageLocation(std::string_view message) {
-  MessagePlace place{{}, {}, std::string(message)};
+MessageLocation parseMessageLocation(std::string_view message) {
+  MessageLocation place{{}, {}, std::string(message)};
   if (!message.starts_with(kNodeStart)) return place;
-  // A path may hold what ends it, so the first class name that something fitting stands behind counts.
+  // A path may contain such a text itself, so the first class name that is followed by a property or reason
+  // counts.
   for (std::size_t open = message.find(" ("); open != message.npos; open = message.find(" (", open + 1)) {
     const std::size_t close = message.find(')', open);
     if (close == message.npos) break;
@@ -103,7 +104,7 @@ MessagePlace parseMessageLocation(std::string_view message) {
     rest.remove_prefix(2);
     return {std::string(message.substr(0, open)), std::string(property), std::string(rest)};
   }
-  // A node that isn't there has no class.
+  // A node that does not exist has no class.
   if (const std::size_t colon = message.find(": ", kNodeStart.size()); colon != message.npos) {
     return {std::string(message.substr(0, colon)), {}, std::string(message.substr(colon + 2))};
   }
@@ -128,10 +129,10 @@ RecordContext RecordContext::ofAll(std::string_view table, ObjectKind kind, cons
   return place;
 }
 
-// Names may repeat, so the next item of that name is meant.
+// Several items may have a name; the status refers to the next one.
 void RecordContext::sent(TextView status, std::span<Problem> since) {
   if (table_ == kDirectories && status.starts_with(kProcessing)) {
-    // The look at a directory's security comes ahead of its status text.
+    // A directory's security is read before its status text.
     directoryStatus_.assign(status);
     for (Problem& problem : since) {
       if (problem.table == kDirectorySecurity && problem.node.empty()) problem.node = directory();
@@ -154,8 +155,8 @@ std::string RecordContext::directory() const {
 }
 
 Problem RecordContext::problemOf(const Record& record, const std::string& server) {
-  MessagePlace place = parseMessageLocation(record.message);
-  // What has no object failed for the same reason as the step before it, which should have brought one.
+  MessageLocation place = parseMessageLocation(record.message);
+  // A step without an object fails because the previous step, which should have set it, has failed.
   if (record.number == kNoObject && place.node.empty() && record.routine == lastRoutine_) {
     place.node = last_.node;
     place.property = last_.property;
@@ -175,7 +176,7 @@ Problem RecordContext::problemOf(const Record& record, const std::string& server
     problem.item = item;
   problem.node = std::move(place.node);
   problem.property = std::move(place.property);
-  // Which directory's security it is, the next status text tells.
+  // For a directory's security, the next status text names the directory.
   if (problem.node.empty() && problem.table != kDirectorySecurity) {
     problem.node = directory();
     if (problem.node.empty()) problem.node = node_.empty() ? nodeOf(kind_, problem.item, server) : node_;

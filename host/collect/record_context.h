@@ -1,4 +1,4 @@
-// Where the component's records belong: which table, which site or pool, which node and property.
+// What the component's records refer to: table, site or pool, node and property.
 #pragma once
 
 #include <cstddef>
@@ -13,39 +13,39 @@
 
 namespace host {
 
-// The node and the property that a message of the metabase begins with, as in
+// The node and property at the beginning of a message of the metabase, as in
 // "IIS://WEB01/W3SVC/1/Filters (IIsFilters), Path: a node of this class has no such property".
-struct MessagePlace {
+struct MessageLocation {
   std::string node;
   std::string property;
   std::string reason;  // the message without its node
 };
-MessagePlace parseMessageLocation(std::string_view message);
+MessageLocation parseMessageLocation(std::string_view message);
 
-// The call that is under way, and how far it has come.
+// The current call of the component and its progress.
 class RecordContext {
  public:
-  // The sites or pools in the order of discovery, with the names that the status texts bear.
+  // A site or pool, with the name that status texts use.
   struct Item {
     automation::Text name;
     std::string id;
   };
 
-  // A call for one item, whose records may concern a node besides; empty texts where they don't.
+  // A call for one item and perhaps one node; empty texts if there is none.
   static RecordContext ofItem(std::string_view table, inventory::ObjectKind kind, std::string item,
                               std::string node);
-  // A call for all items, in which the status texts tell how far it has come.
+  // A call for all items, in the order of discovery. Its status texts name the current item.
   static RecordContext ofAll(std::string_view table, inventory::ObjectKind kind,
                              const std::vector<Item>& items);
 
-  // A status text has been sent, and these problems have been told since the one before it.
+  // Handles a status text. `since`: the problems since the previous one.
   void sent(automation::TextView status, std::span<inventory::Problem> since);
 
-  // What a record of this call says. To be asked in the order of the records.
+  // Converts a record of this call. Must be called in the order of the records.
   inventory::Problem problemOf(const Record& record, const std::string& server);
 
  private:
-  // Of a walk over directories: the one that the last status text has named; empty for none.
+  // In a walk over directories: the one in the last status text; empty if there is none.
   std::string directory() const;
 
   std::string_view table_;
@@ -55,9 +55,9 @@ class RecordContext {
   const std::vector<Item>* items_ = nullptr;
   std::size_t next_ = 0;
   automation::Text directoryStatus_;  // that text
-  // Whose failure the last record told.
+  // Of the last record.
   std::string lastRoutine_;
-  MessagePlace last_;
+  MessageLocation last_;
 };
 
 }  // namespace host

@@ -35,9 +35,9 @@ using inventory::ObjectKind;
 using inventory::Problem;
 
 constexpr std::int16_t kFirstVersionWithPools = 6;
-// The number into which the component turns a lack of memory.
+// The component's error number for a lack of memory.
 constexpr std::int32_t kOutOfMemory = 7;
-// How a failure of one of its logs begins.
+// The beginning of the component's message about a log that it cannot write.
 constexpr std::string_view kLostRecord = "Can't write the log ";
 
 constexpr std::string_view kSitesTable = "tblFTPSiteInfo";
@@ -47,7 +47,7 @@ ObjectKind kindOf(Side side) {
   return side == Side::kFtp ? ObjectKind::kSite : ObjectKind::kPool;
 }
 
-// The object at a path of the server, or null where the path isn't there.
+// The object at a path of the server; null if there is none.
 ObjectRef objectAt(const std::string& server, TextView path) {
   try {
     return automation::GetObject(u"IIS://" + fromUtf8(server) + Text(path));
@@ -66,8 +66,8 @@ std::vector<std::string> childNames(const ObjectRef& parent) {
   return names;
 }
 
-// The version of the server, as the component asks for it; nothing where it can't be told, which the
-// component then records wherever it matters.
+// The version of the server, read as the component reads it; nothing if that fails, which the component then
+// records where it matters.
 std::optional<std::int16_t> versionOf(const std::string& server) {
   try {
     const ObjectRef common = automation::CreateObject(u"MARLINSCOPEGLOBALCOM.ICommonFunction");
@@ -78,8 +78,7 @@ std::optional<std::int16_t> versionOf(const std::string& server) {
   }
 }
 
-// The wanted items as the server spells them. Those that it has are added to `found`, as the user spells
-// them.
+// The wanted items as the server spells them. Adds those that it has to `found`, as the user spells them.
 std::vector<std::string> spelledByServer(const std::vector<std::string>& wanted,
                                          const std::vector<std::string>& there,
                                          std::vector<std::string>& found) {
@@ -95,17 +94,17 @@ std::vector<std::string> spelledByServer(const std::vector<std::string>& wanted,
   return items;
 }
 
-// What a look at a server's metabase tells before anything is collected.
+// What a server has, determined before anything is collected.
 struct ServerCapabilities {
   bool hasSites = false;  // an FTP service
   bool hasWeb = false;    // a web service whose server may have application pools
   bool hasPools = false;
-  // What isn't there and why; empty where all of a side is there.
+  // What it lacks, and why; empty if it lacks nothing of that side.
   std::string sitesNote;
   std::string poolsNote;
 };
 
-// Fails for a server that has nothing of either side.
+// Throws automation::Failure for a server without FTP and web services.
 ServerCapabilities capabilitiesOf(const Server& server) {
   ServerCapabilities shape;
   shape.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
@@ -130,7 +129,7 @@ ServerCapabilities capabilitiesOf(const Server& server) {
   return shape;
 }
 
-// The component's status bar: what it is told says how far a call has come.
+// The component's status bar: its texts show the progress of a call.
 class StatusInterceptor : public automation::MemberlessObject {
  public:
   StatusInterceptor(ObjectRef behind, std::function<void(TextView)> sent)
@@ -149,7 +148,7 @@ class StatusInterceptor : public automation::MemberlessObject {
   std::function<void(TextView)> sent_;
 };
 
-// A server's name leads to its metabase for as long as this lives.
+// Maps a server's name to its metabase while it lives.
 class MappedServer {
  public:
   MappedServer(const Text& name, std::shared_ptr<const platform::metabase::Metabase> snapshot) : name_(name) {
@@ -163,11 +162,11 @@ class MappedServer {
   const Text& name_;
 };
 
-// Where a walk over a tree stands on one of its levels.
+// The position of a tree walk on one level.
 struct Level {
   explicit Level(const ObjectRef& parent) : walk(automation::children(parent)), next(walk->next()) {}
 
-  // The next child, or null.
+  // Returns the next child, or null.
   ObjectRef take() {
     ObjectRef taken = std::move(next);
     if (taken != nullptr) next = walk->next();
@@ -239,7 +238,7 @@ class ServerCollection {
     origin.sha256 = sha256Hex({bytes.bytes.get(), bytes.size});
     origin.version = IISINVENTORY_VERSION;
     origin.selection = selection_.text;
-    // Looked up once for all servers.
+    // The same for all servers.
     static const std::string kAccount = os::accountName(), kMachine = os::machineName();
     origin.collectedBy = kAccount;
     origin.machine = kMachine;
@@ -262,7 +261,7 @@ class ServerCollection {
     if (has(Side::kPools) && !shape.poolsNote.empty()) outcome_.remarks.push_back(shape.poolsNote);
   }
 
-  // What stands in the file and has no place there becomes a record of the class whose side it is on.
+  // Logs each parse warning through the class whose part of the file it concerns.
   void logOddities(const platform::metabase::Metabase& metabase) {
     ObjectRef sites;
     ObjectRef pools;
@@ -280,7 +279,7 @@ class ServerCollection {
     }
   }
 
-  // Whether an address is that of a service or of something below it.
+  // Whether an address is that of a service or below it.
   bool isBelow(const std::string& address, const std::string& service) const {
     const std::string start = "IIS://" + server_.name + service;
     return automation::equalsIgnoringCase(fromUtf8(std::string_view(address).substr(0, start.size())),
@@ -297,7 +296,7 @@ class ServerCollection {
     outcome_.collected.problems.push_back(std::move(note));
   }
 
-  // A new object of one of the two classes, with its log and the progress objects.
+  // Creates an object of one of the two classes, with logs and progress objects.
   ObjectRef component(TextView programmaticId) {
     ObjectRef object = automation::CreateObject(programmaticId);
     call(object, u"SetErrorLogPath", fromUtf8(logs_.directory.string()),
@@ -306,8 +305,8 @@ class ServerCollection {
     return object;
   }
 
-  // One call of the component. It tells its failures in the logs, so what comes through is a log that can't
-  // be written.
+  // Makes one call of the component. It logs its failures, so an exception means that a log cannot be
+  // written.
   template <typename Call>
   void attempt(RecordContext place, const Call& componentCall) {
     place_ = std::move(place);
@@ -323,7 +322,7 @@ class ServerCollection {
     requireEveryRecord();
   }
 
-  // What has been logged up to now belongs to the status before this one.
+  // The records up to now belong to the previous status text.
   void sent(TextView status) {
     takeRecords();
     place_.sent(status, std::span(outcome_.collected.problems).subspan(told_));
@@ -337,14 +336,15 @@ class ServerCollection {
       for (const Record& record : parseRecords(news)) {
         ++recordCount_;
         if (record.number == kOutOfMemory) recordFirstError("out of memory: " + record.message);
-        // What the record about the lost record would have told.
+        // A record about a record that was lost.
         if (record.message.starts_with(kLostRecord)) recordFirstError(record.message);
         outcome_.collected.problems.push_back(place_.problemOf(record, server_.name));
       }
     }
   }
 
-  // Inside a call of the component a failure would become one more record; it is told behind the call.
+  // An exception within a call of the component would become another record, so it is kept until the call
+  // ends.
   std::string_view newRecordsOf(PrivateLog& log) {
     try {
       return log.readNew();
@@ -354,7 +354,7 @@ class ServerCollection {
     }
   }
 
-  // What comes first is the cause of what follows.
+  // The first error is the cause of later ones.
   void recordFirstError(const std::string& why) {
     if (lost_.empty()) lost_ = why;
   }
@@ -375,7 +375,7 @@ class ServerCollection {
     if (updaters_.begin) updaters_.begin(section);
   }
 
-  // The tabs of one side: of all its items in one call each, or of the selected ones.
+  // Collects the tabs of one side: one call for all items, or one for each selected item.
   void collectTabs(const ObjectRef& object, TextView method, Side side, const std::vector<std::string>& items,
                    bool all) {
     for (const Section* section : selection_.sections) {
@@ -395,7 +395,7 @@ class ServerCollection {
     }
   }
 
-  // Takes the list that discovery has made.
+  // Reads the list of items that discovery has written.
   void takeList(Side side) {
     const bool sites = side == Side::kFtp;
     listed_.clear();
@@ -411,7 +411,7 @@ class ServerCollection {
     for (const RecordContext::Item& item : listed_) ids.push_back(item.id);
   }
 
-  // The items that discovery has found and the selection wants.
+  // The selected ones of the discovered items.
   static std::vector<std::string> wantedItems(std::vector<std::string> items,
                                               const std::vector<std::string>& selected) {
     if (selected.empty()) return items;
@@ -433,7 +433,7 @@ class ServerCollection {
     for (const std::string& item : items) collectDirectories(sites, item);
   }
 
-  // The tree of one site. Where the walk stands on each level lies on a list: a tree may be deep.
+  // Walks the tree of one site, without recursion, as it may be deep.
   void collectDirectories(const ObjectRef& sites, const std::string& item) {
     const Text id = fromUtf8(item);
     const auto placeOf = [&](const Text& path) {
@@ -522,14 +522,14 @@ class ServerCollection {
   const ProgressLine::Updaters& updaters_;
 
   RecordContext place_ = RecordContext::ofItem({}, ObjectKind::kNone, {}, {});
-  std::size_t told_ = 0;  // problems at the last status text, or at the begin of the call
+  std::size_t told_ = 0;  // number of problems at the last status text or the beginning of the call
   std::vector<RecordContext::Item> listed_;
   std::vector<std::string> siteIds_;
   std::vector<std::string> poolNames_;
   std::string lost_;  // why records have been lost
-  // The component may lose a record without a word.
+  // The component may lose a record without reporting it.
   const std::int64_t triedBefore_ = triedRecords();
-  std::int64_t recordCount_ = 0;  // that could be read
+  std::int64_t recordCount_ = 0;  // records that were read
   Outcome outcome_;
 };
 

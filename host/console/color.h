@@ -1,4 +1,4 @@
-// Colour, for problems and findings alone.
+// Colours of problems and findings.
 #pragma once
 
 #include <string>
@@ -8,13 +8,12 @@ namespace host {
 
 enum class ColorUse { kAuto, kAlways, kNever };
 
-// Whether texts are coloured from now on: on a terminal unless NO_COLOR is set (no-color.org), always or
-// never.
+// Sets whether texts are coloured: on a terminal unless NO_COLOR is set (no-color.org), always or never.
 void useColor(ColorUse use);
 
 enum class Ink { kProblem, kNotice };
 
-// The text in its colour, where the file behind the number takes one.
+// The text in its colour if the file is coloured.
 std::string colored(std::string_view text, Ink ink, int file);
 
 }  // namespace host

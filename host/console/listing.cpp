@@ -30,7 +30,7 @@ std::string blanks(std::size_t count) {
   return std::string(count, ' ');
 }
 
-// The columns' widths where each value stands on one line.
+// The columns' widths if no value is broken or cut.
 std::vector<std::size_t> columnWidths(const Listing& listing) {
   std::vector<std::size_t> widths;
   for (const Listing::Column& column : listing.columns)
@@ -48,7 +48,7 @@ std::size_t lineWidth(const std::vector<std::size_t>& widths) {
                          widths.empty() ? std::size_t{0} : (widths.size() - 1) * kGap.size());
 }
 
-// Takes from the widest columns until a line fits, and then whole columns from the end.
+// Narrows the widest columns until a line fits, and then drops columns from the end.
 void narrow(std::vector<std::size_t>& widths, std::size_t room) {
   std::size_t whole = lineWidth(widths);
   while (whole > room) {
@@ -61,7 +61,7 @@ void narrow(std::vector<std::size_t>& widths, std::size_t room) {
   if (!widths.empty()) widths.front() = std::min(widths.front(), room);
 }
 
-// Beside each other: a line for each row, with as many columns as there are widths.
+// Columns beside each other: a line for each row, with as many columns as there are widths.
 void printLines(const Listing& listing, const std::vector<std::size_t>& widths, Output& output) {
   const auto printLine = [&](const std::function<std::string(std::size_t)>& cell) {
     std::string line, gap;
@@ -69,7 +69,7 @@ void printLines(const Listing& listing, const std::vector<std::size_t>& widths, 
       const std::string text = cutToWidth(cell(at), widths[at]);
       const std::size_t width = displayWidth(text);
       const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
-      const bool isAlarming = listing.columns[at].tellsProblems && text[0] >= '1' && text[0] <= '9';
+      const bool isAlarming = listing.columns[at].isProblemCount && text[0] >= '1' && text[0] <= '9';
       const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, os::kStandardOutput)
                                 : isAlarming          ? colored(text, Ink::kProblem, os::kStandardOutput)
                                                       : text;
@@ -84,7 +84,7 @@ void printLines(const Listing& listing, const std::vector<std::size_t>& widths, 
   listing.forEachRow([&](const Row& row) { printLine([&](std::size_t at) { return shown(row[at]); }); });
 }
 
-// The lines of a value that may break itself, as a message of several lines does.
+// The lines of a value, which may contain line breaks.
 std::vector<std::string> wrappedLines(const Value& value, std::size_t width) {
   if (!value) return {std::string(kNotWritten)};
   std::vector<std::string> lines;
@@ -99,7 +99,7 @@ std::vector<std::string> wrappedLines(const Value& value, std::size_t width) {
   }
 }
 
-// Below each other: a block for each row, a line or more for each column.
+// Columns below each other: a block for each row, with lines for each column.
 void printBlocks(const Listing& listing, std::size_t width, Output& output) {
   std::vector<std::string> labels;
   std::size_t indent = 0;
@@ -115,7 +115,7 @@ void printBlocks(const Listing& listing, std::size_t width, Output& output) {
     output.write(cutToWidth("-- row " + std::to_string(++number) + " --", width) + "\n");
     for (std::size_t at = 0; at < labels.size(); ++at) {
       std::string start = labels[at];
-      // A long name has its value below it.
+      // After a long name the value begins on a line of its own.
       if (displayWidth(start) > indent) {
         for (std::string& piece : wrapToWidth(start.substr(0, start.size() - 1), width)) {
           output.write(piece + "\n");
@@ -172,7 +172,7 @@ void printCsv(const Listing& listing, bool writeBom, Output& output) {
   });
 }
 
-// A JSON text in which what a terminal would act on is escaped, and the rest as it is.
+// Escapes in a JSON text the characters that a terminal would interpret.
 std::string escaped(const std::string& text) {
   if (escapeForTerminal(text) == text) return text;
   std::string result;

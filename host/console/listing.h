@@ -1,4 +1,4 @@
-// Rows on their way to the standard output, in one of the formats of "show".
+// Prints rows as a table, CSV or JSON.
 #pragma once
 
 #include <functional>
@@ -13,44 +13,43 @@ namespace host {
 
 enum class Format { kTable, kCsv, kJson };
 
-// A value of a row; nothing where none was written.
+// A value of a row; nothing if none was written.
 using Value = std::optional<std::string>;
 using Row = std::vector<Value>;
 
-// Columns, and rows that can be gone through again and again.
+// Columns, and rows that can be enumerated repeatedly.
 struct Listing {
   struct Column {
     std::string name;
     bool isNumber = false;
-    bool isJson = false;         // objects and booleans
-    bool tellsProblems = false;  // how many there are
+    bool isJson = false;  // objects and booleans
+    bool isProblemCount = false;
   };
   std::vector<Column> columns;
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
 };
 
-// Shown in place of an unknown value.
+// Shown for an unknown value.
 inline constexpr std::string_view kNotKnownText = "not known";
 
-// How a listing is printed. The last four are for terminals, or for those who open a file in a spreadsheet.
+// How a listing is printed.
 struct PrintOptions {
   Format format = Format::kTable;
   bool hasForms = false;  // whether the command has options for the next two
-  bool isWide = false;    // lines as long as their row
+  bool isWide = false;    // does not truncate lines
   bool vertical = false;  // columns below each other
-  bool writeBom = false;  // a byte order mark ahead of CSV
+  bool writeBom = false;  // writes a byte order mark before CSV, for spreadsheets
 };
 
-// A text in JSON, in quotation marks. What a terminal would act on is escaped.
+// A text as a JSON string. Characters that a terminal would interpret are escaped.
 std::string jsonText(std::string_view text);
 
-// Prints a listing row by row, so that memory doesn't grow with it.
+// Prints a listing row by row, in constant memory.
 //
-// kTable goes through the rows twice, the first time for the widths. On a terminal where they don't fit
-// beside each other the widest are cut; elsewhere nothing is. A value that wasn't written shows as "-". kCsv
-// is that of RFC 4180, with an empty field for it, kJson an array of objects, with a null; numbers and JSON
-// values are there what they are, and texts where they are none. What a terminal would act on is visible in a
-// table and on a terminal, and escaped in JSON.
+// kTable enumerates the rows twice, first for the widths, and cuts the widest columns to a terminal's width.
+// kCsv follows RFC 4180; kJson is an array of objects with numbers and JSON values unquoted. A value that was
+// not written is "-" in a table, an empty field in CSV and null in JSON. Characters that a terminal would
+// interpret are shown visibly on a terminal and in tables, and escaped in JSON.
 void print(const Listing& listing, const PrintOptions& options, Output& output);
 
 }  // namespace host

@@ -23,13 +23,13 @@ using automation::TextView;
 using automation::Variant;
 
 constexpr std::chrono::milliseconds kBetweenDrawings{50};
-// How long one server is shown while others wait for their turn.
+// How long one server is shown before the next.
 constexpr std::chrono::seconds kBetweenServers{2};
 constexpr std::chrono::milliseconds kLongestStop{200};
 constexpr std::string_view kWipe = "\r\x1b[K";
 constexpr std::size_t kBarWidth = 16;
 constexpr std::size_t kLeastForStatus = 32;
-// Before that a guess is no good, and what takes less is soon seen.
+// Estimates are shown after this time, and for at least this rest.
 constexpr std::chrono::seconds kNoGuessBefore{5};
 constexpr std::chrono::seconds kWorthTelling{10};
 
@@ -46,8 +46,8 @@ std::string bar(const ProgressLine::Lane& lane) {
   return "[" + std::string(filled, '#') + std::string(kBarWidth - filled, '-') + "]";
 }
 
-// Server, tab and status at the left, bar, count and time at the right. A narrow terminal has no room for the
-// bar, and a very narrow one only for what is at the left.
+// Server, tab and status at the left, bar, count and time at the right. A narrow terminal has no bar, and a
+// very narrow one only the left part.
 std::string layOut(const ProgressLine::Lane& lane, const std::string& left, std::size_t width) {
   std::string status;
   for (const std::string& part : {lane.name, lane.section, lane.status}) {
@@ -71,14 +71,14 @@ std::string timeLeft(std::chrono::steady_clock::duration took, std::size_t done,
   const auto left =
       std::chrono::duration<double>(took) * (static_cast<double>(all - done) / static_cast<double>(done));
   if (left < kWorthTelling) return "";
-  // As few digits as are known.
+  // No more digits than are reliable.
   const auto rounded = [](double count) { return std::to_string(static_cast<long long>(std::ceil(count))); };
   if (left <= std::chrono::seconds(90)) return "about " + rounded(left.count() / 10) + "0 s left";
   if (left <= std::chrono::minutes(90)) return "about " + rounded(left.count() / 60) + " min left";
   return "about " + rounded(left.count() / 3600) + " h left";
 }
 
-// One of the three objects. Each has one member that is written; the bar has a method besides.
+// One of the three progress objects. Each has a property that is written; the bar also has a method.
 class ProgressLine::Updater : public MemberlessObject {
  public:
   enum class Role { kStatus, kBar, kCount };
@@ -152,8 +152,8 @@ void ProgressLine::end(const std::shared_ptr<Lane>& lane) {
 }
 
 void ProgressLine::stop() {
-  // Whoever prints aside may wait for a reader that never comes. The system's clock: the thread sanitizer of
-  // GCC 12 doesn't see a lock that waits by the steady one.
+  // A thread in aside() may wait for a reader for ever. The thread sanitizer of GCC 12 supports waits by the
+  // system clock only.
   const std::unique_lock lock(mutex_, std::chrono::system_clock::now() + kLongestStop);
   stopped_ = true;
   if (lock.owns_lock()) wipe();
@@ -174,7 +174,7 @@ void ProgressLine::change(const std::shared_ptr<Lane>& lane, const std::function
   chooseLane(now);
   if (current_ == nullptr) return;
   drawn_ = now;
-  // The last column stays free: a terminal may break the line behind it.
+  // A terminal may wrap after the last column, so it stays free.
   const std::size_t columns = os::terminalColumns(os::kStandardError);
   const std::string line = std::string(kWipe) + layOut(*current_, timeLeft(now - start_, done_, servers_),
                                                        columns > 1 ? columns - 1 : 1);

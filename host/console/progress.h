@@ -1,5 +1,5 @@
-// The progress of a collection, as the component tells it to its host's three objects, and how far the run
-// has come: on a terminal one line, anywhere else nothing.
+// Progress of a run: a line on the terminal, from what the component reports to its host's three objects.
+// Nothing is shown elsewhere.
 #pragma once
 
 #include <atomic>
@@ -15,17 +15,17 @@
 
 namespace host {
 
-// How much longer a run takes of which `done` servers of `all` took so long: "about 40 s left". Empty where
-// it isn't worth telling: at the beginning, when nobody knows, and where it is soon over.
+// The estimated rest of a run of which `done` of `all` servers took the time `took`: "about 40 s left". Empty
+// at the beginning, when there is no good estimate, and near the end.
 std::string timeLeft(std::chrono::steady_clock::duration took, std::size_t done, std::size_t all);
 
-// The one line of all servers that are collected at the moment. It stands at the bottom of the terminal, fits
-// its width, and is gone when nothing is collected. Its members may be called from any thread.
+// One line for all servers being collected, at the bottom of the terminal and not wider than it. It
+// disappears when nothing is collected. Members may be called from any thread.
 class ProgressLine {
  public:
-  // What the component has told about one server so far.
+  // What the component has reported about a server.
   struct Lane {
-    std::string name;  // with its number; empty where there is no other one
+    std::string name;  // with its number; empty if there is only one server
     std::string section;
     std::string status;
     std::string count;
@@ -33,8 +33,8 @@ class ProgressLine {
     int stepsDone = 0;
   };
 
-  // The component's three objects, and what is to be called as another section begins; null where nobody
-  // would see it.
+  // The component's three progress objects, and a function to call at the beginning of a section; null if
+  // nothing is shown.
   struct Updaters {
     automation::ObjectRef statusBar;
     automation::ObjectRef progressBar;
@@ -42,21 +42,21 @@ class ProgressLine {
     std::function<void(std::string_view section)> begin;
   };
 
-  // Of a run over so many servers. `wanted` only has an effect where the standard error output is a terminal.
+  // For a run over `servers` servers. Shows the line if `wanted` and the standard error output is a terminal.
   ProgressLine(bool wanted, std::size_t servers);
   ProgressLine(const ProgressLine&) = delete;
   ProgressLine& operator=(const ProgressLine&) = delete;
   ~ProgressLine();
 
-  // Begins and ends a server, whose number counts from 1. The updaters may outlive it, but not the line.
+  // Begins and ends a server; numbers count from 1. The updaters may outlive the server, but not the line.
   std::shared_ptr<Lane> begin(const std::string& name, std::size_t number);
   Updaters updaters(const std::shared_ptr<Lane>& lane);
   void end(const std::shared_ptr<Lane>& lane);
 
-  // Takes the line away for good, whatever goes on.
+  // Removes the line permanently.
   void stop();
 
-  // Lets somebody print while the line is out of the way.
+  // Runs `print` while the line is hidden.
   void aside(const std::function<void()>& print);
 
  private:

@@ -38,7 +38,7 @@ std::string nearest(std::string_view word, std::span<const std::string> candidat
   for (const std::string& candidate : candidates) {
     const std::string folded = inventory::folded(candidate);
     std::size_t far = distance(wanted, folded);
-    // What is merely cut short is near.
+    // A word that is a prefix of a candidate is similar.
     if (wanted.size() >= 3 && folded.starts_with(wanted)) far = 1;
     if (far < least) {
       least = far;

@@ -7,12 +7,11 @@
 
 namespace host {
 
-// The candidate that differs least from a mistyped word, without regard to case: by letters that are missing,
-// too many, wrong or in each other's place (Damerau and Levenshtein's distance, of neighbours). Empty where
-// none is near.
+// The candidate with the smallest Damerau-Levenshtein distance from a mistyped word, ignoring case; empty if
+// none is similar.
 std::string nearest(std::string_view word, std::span<const std::string> candidates);
 
-// " (did you mean 'x'?)", or nothing.
+// " (did you mean 'x'?)", or an empty text.
 std::string didYouMean(std::string_view word, std::span<const std::string> candidates);
 
 }  // namespace host

@@ -16,7 +16,7 @@ struct Range {
   char32_t last;
 };
 
-// "East Asian Width" (Unicode Standard Annex 11): what is wide or full width, in broad strokes.
+// Approximate ranges of wide and full-width characters, "East Asian Width" (Unicode Standard Annex 11).
 constexpr Range kWide[] = {{0x1100, 0x115F},  {0x2E80, 0x303E}, {0x3041, 0x4DBF},   {0x4E00, 0xA4CF},
                            {0xA960, 0xA97F},  {0xAC00, 0xD7A3}, {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},
                            {0xFF00, 0xFF60},  {0xFFE0, 0xFFE6}, {0x1F300, 0x1F64F}, {0x1F900, 0x1F9FF},
@@ -51,7 +51,7 @@ std::size_t widthOf(char32_t point) {
   return isIn(kWide, point) ? 2 : 1;
 }
 
-// The first byte behind the characters that fit.
+// The position after the characters that fit.
 std::size_t fitting(std::string_view text, std::size_t width) {
   std::size_t at = 0;
   std::size_t taken = 0;

@@ -28,18 +28,17 @@ using os::FileBytes;
 
 constexpr std::string_view kMetabaseFile = "MetaBase.xml";
 constexpr std::string_view kStandardInput = "-";
-// As much of a file as tells whether it is a metabase.
+// How much of a file is read to recognise a metabase.
 constexpr std::size_t kHead = 4096;
-// What is kept of an archive's metabases between finding and collecting them; beyond that they are read
-// again.
+// How many bytes of an archive's metabases are kept between finding and collecting; the rest is read again.
 constexpr std::size_t kMostKept = std::size_t{256} * 1024 * 1024;
 constexpr int kAttempts = 3;
-// Entries in a row that can't be read, behind which nothing is hoped for any more.
+// Consecutive unreadable entries after which an archive is given up.
 constexpr int kMostFailures = 100;
 
-// Folders in which the file stands on every server, so that they don't name it: its usual homes, and drives
-// as they are shared or backed up.
-bool isUsualHome(const std::string& folder) {
+// Whether a folder contains the file on every server and so does not identify one: its usual folders, and
+// drives as they are shared or backed up.
+bool isUsualFolder(const std::string& folder) {
   static const std::set<std::string, std::less<>> kHomes = {"inetsrv", "system32", "windows",
                                                             "winnt",   "history",  "metaback"};
   const std::string name = inventory::folded(folder);
@@ -49,8 +48,8 @@ bool isUsualHome(const std::string& folder) {
   return isDrive || kHomes.contains(name);
 }
 
-// The server that a file's path below a place stands for: the nearest folder's that isn't a usual home, in
-// the end the place's own.
+// The server's name from a file's path below a place: that of the nearest folder that is not a usual one, or
+// else the place's own.
 std::string nameFor(std::string_view path, const std::string& place) {
   std::vector<std::string> folders;
   for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/')) {
@@ -58,7 +57,7 @@ std::string nameFor(std::string_view path, const std::string& place) {
     path.remove_prefix(slash + 1);
   }
   for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
-    if (*folder != "." && *folder != ".." && !isUsualHome(*folder)) return *folder;
+    if (*folder != "." && *folder != ".." && !isUsualFolder(*folder)) return *folder;
   }
   return place;
 }
@@ -70,7 +69,7 @@ std::string stemOf(const fs::path& file) {
   return stem.string();
 }
 
-// The name of a file that was given by itself.
+// The server's name from a file that was given as an argument.
 std::string nameForFile(const fs::path& file) {
   const auto isUsual = [&](const fs::path& name) {
     return inventory::folded(name.string()) == inventory::folded(std::string(kMetabaseFile));
@@ -106,35 +105,35 @@ bool mayBeMetabase(const fs::path& file) {
       source.shown() + ": it is larger than " + std::to_string(maxSize) + " bytes (--max-size)");
 }
 
-// Goes through the arguments one after the other.
+// Collects the sources of all arguments.
 class Finder {
  public:
   Finder(std::uint64_t maxSize, Sources::Names names)
       : maxSize_(maxSize), isAny_(names == Sources::Names::kAny) {}
 
-  void take(const std::string& argument) {
-    // An equals sign behind a slash belongs to the path.
+  void add(const std::string& argument) {
+    // An equals sign after a slash belongs to the path.
     const std::size_t equals = argument.find('=');
     const bool named = equals != std::string::npos && equals < argument.find('/');
     const std::string path = named ? argument.substr(equals + 1) : argument;
     const std::optional<std::string> name = named ? std::optional(argument.substr(0, equals)) : std::nullopt;
     if (path.empty()) throw UsageError("METABASE '" + argument + "': the path is empty");
-    if (path == kStandardInput) return takeStandardInput(argument, name);
+    if (path == kStandardInput) return addStandardInput(argument, name);
 
     const fs::path whole = os::absolutePath(path);
-    const std::size_t told = sources_.problems.size();
+    const std::size_t problems = sources_.problems.size();
     std::error_code ignored;
     const os::FileKind kind = os::statusOf(whole, ignored).kind;
-    if (kind == os::FileKind::kDirectory) return takeMany(argument, name, inFolder(whole), whole, told);
-    if (kind == os::FileKind::kStream) return takeOne(argument, name, Source{Source::Kind::kStream, whole});
+    if (kind == os::FileKind::kDirectory) return addFound(argument, name, inFolder(whole), whole, problems);
+    if (kind == os::FileKind::kStream) return addSource(argument, name, Source{Source::Kind::kStream, whole});
     if (kind == os::FileKind::kRegular && !mayBeMetabase(whole)) {
-      if (auto found = inArchive(whole)) return takeMany(argument, name, std::move(*found), whole, told);
+      if (auto found = inArchive(whole)) return addFound(argument, name, std::move(*found), whole, problems);
     }
-    takeOne(argument, name, Source{Source::Kind::kFile, whole});
+    addSource(argument, name, Source{Source::Kind::kFile, whole});
   }
 
   Sources done() {
-    settle();
+    chooseFound();
     return std::move(sources_);
   }
 
@@ -144,15 +143,15 @@ class Finder {
     Source source;
   };
 
-  void takeStandardInput(const std::string& argument, const std::optional<std::string>& name) {
+  void addStandardInput(const std::string& argument, const std::optional<std::string>& name) {
     if (!name && !isAny_) throw UsageError("METABASE '-': put a name and '=' before it");
     if (std::exchange(hasStandardInput_, true)) {
       throw UsageError("METABASE '" + argument + "': the standard input can be read only once");
     }
-    takeOne(argument, name.value_or("input"), Source{Source::Kind::kStream, std::string(kStandardInput)});
+    addSource(argument, name.value_or("input"), Source{Source::Kind::kStream, std::string(kStandardInput)});
   }
 
-  void takeOne(const std::string& argument, const std::optional<std::string>& given, Source source) {
+  void addSource(const std::string& argument, const std::optional<std::string>& given, Source source) {
     const std::string name = given ? *given : nameForFile(source.path);
     if (isAny_) {
       sources_.servers.push_back({name, std::move(source)});
@@ -170,11 +169,11 @@ class Finder {
     sources_.servers.push_back({name, std::move(source)});
   }
 
-  // `told` is how many problems there were before the place was looked into.
-  void takeMany(const std::string& argument, const std::optional<std::string>& name, std::vector<Found> found,
-                const fs::path& place, std::size_t told) {
+  // `problems`: their number before the place was searched.
+  void addFound(const std::string& argument, const std::optional<std::string>& name, std::vector<Found> found,
+                const fs::path& place, std::size_t problems) {
     if (found.empty()) {
-      if (sources_.problems.size() > told) return;
+      if (sources_.problems.size() > problems) return;
       sources_.problems.push_back("there is no metabase in " + place.string());
       return;
     }
@@ -183,7 +182,7 @@ class Finder {
         throw UsageError("METABASE '" + argument + "': NAME= needs exactly one metabase; found " +
                          std::to_string(found.size()));
       }
-      return takeOne(argument, name, std::move(found.front().source));
+      return addSource(argument, name, std::move(found.front().source));
     }
     for (Found& each : found) {
       if (isAny_) {
@@ -237,10 +236,9 @@ class Finder {
     return found;
   }
 
-  // Nothing for a file that is no archive. One that changes while it is gone through is gone through again,
-  // twice at most.
+  // Searches an archive; nothing for another file. If it changes meanwhile, searches it again, at most twice.
   std::optional<std::vector<Found>> inArchive(const fs::path& file) {
-    const std::size_t told = sources_.problems.size();
+    const std::size_t problems = sources_.problems.size();
     const std::size_t noted = sources_.notes.size();
     const std::size_t kept = kept_;
     for (int attempt = 1;; ++attempt) {
@@ -257,7 +255,7 @@ class Finder {
         for (Found& each : found) each.source.archive = *stamp;
         return found;
       }
-      sources_.problems.resize(told);
+      sources_.problems.resize(problems);
       sources_.notes.resize(noted);
       kept_ = kept;
       if (attempt == kAttempts) {
@@ -277,7 +275,7 @@ class Finder {
         if (!archive.next()) break;
         failures = 0;
         name = archive.name();
-        takeMember(archive, Source{Source::Kind::kMember, file, member, name}, found);
+        addMember(archive, Source{Source::Kind::kMember, file, member, name}, found);
       } catch (const ArchiveError& error) {
         const bool isOver = error.isOver() || ++failures == kMostFailures;
         sources_.problems.push_back(file.string() + (name.empty() ? "" : ":" + name) + ": " + error.what() +
@@ -288,8 +286,8 @@ class Finder {
     return found;
   }
 
-  // Takes a member that is a metabase.
-  void takeMember(Archive& archive, Source source, std::vector<Found>& found) {
+  // Adds a member if it is a metabase.
+  void addMember(Archive& archive, Source source, std::vector<Found>& found) {
     const auto refuse = [&](const std::string& why) {
       sources_.problems.push_back(source.shown() + ": " + why);
     };
@@ -315,9 +313,9 @@ class Finder {
     found.push_back({server, std::move(source)});
   }
 
-  // Of several files that come to one name the newest is taken, then the first by its path; what was given by
-  // itself goes before what was found.
-  void settle() {
+  // Of several files with the same server name, uses the one that was given as an argument, or else the
+  // newest, or else the first by path.
+  void chooseFound() {
     std::stable_sort(found_.begin(), found_.end(), [](const Found& left, const Found& right) {
       return left.source.modified > right.source.modified;
     });
@@ -327,9 +325,9 @@ class Finder {
     for (std::size_t at = 0; at < found_.size(); ++at) {
       const std::string key = inventory::folded(found_[at].name);
       if (const auto given = explicit_.find(key); given != explicit_.end()) {
-        tellPassedOver(found_[at], sources_.servers[given->second].source);
+        addIgnoredNote(found_[at], sources_.servers[given->second].source);
       } else if (const auto [first, isNew] = taken.emplace(key, at); !isNew) {
-        tellPassedOver(found_[at], found_[first->second].source);
+        addIgnoredNote(found_[at], found_[first->second].source);
       } else {
         inOrder.push_back(at);
       }
@@ -342,9 +340,9 @@ class Finder {
     }
   }
 
-  void tellPassedOver(const Found& passed, const Source& instead) {
-    sources_.notes.push_back(passed.name + ": using " + instead.shown() + "; ignoring " + passed.source.shown() +
-                             " (same server name)");
+  void addIgnoredNote(const Found& passed, const Source& instead) {
+    sources_.notes.push_back(passed.name + ": using " + instead.shown() + "; ignoring " +
+                             passed.source.shown() + " (same server name)");
   }
 
   const std::uint64_t maxSize_;
@@ -418,7 +416,7 @@ std::string Source::shown() const {
 
 Sources findSources(const std::vector<std::string>& arguments, std::uint64_t maxSize, Sources::Names names) {
   Finder finder(maxSize, names);
-  for (const std::string& argument : arguments) finder.take(argument);
+  for (const std::string& argument : arguments) finder.add(argument);
   return finder.done();
 }
 
