@@ -230,7 +230,7 @@ void Metabase::failValue(const Reading& reading, std::string_view valueText, std
 bool Metabase::isForeign(NodeId node, PropertyId property) const {
   const NameTable::Id classId = nodes_[node].classId;
   if (property >= properties().size() || classId >= schemaClasses().size()) return false;
-  const std::uint32_t having = properties()[property].classes;
+  const std::uint64_t having = properties()[property].classes;
   return having != 0 && (having >> classId & 1) == 0;
 }
 
@@ -253,8 +253,8 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
   if (value != nullptr && keyIsParsedFlags(value->key)) return static_cast<std::int32_t>(value->text);
   const Type type = typeOf(value, property);
   if (value != nullptr) return convert(reading, type, text(value->text, value->length));
-  if (property < known && properties()[property].defaultText != nullptr) {
-    return convert(reading, type, properties()[property].defaultText);
+  if (property < known && properties()[property].defaultText) {
+    return convert(reading, type, *properties()[property].defaultText);
   }
   if (type == Type::kMultiString) return automation::Array();
   if (type == Type::kIpSecurity) return makeIpSecurityObject({});
