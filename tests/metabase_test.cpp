@@ -377,7 +377,8 @@ TEST_F(MetabaseTest, AnOddPlaceCostsOnlyItself) {
 <IIsFtpService Location='/LM/MsFtpSvc'/>)");
   const auto snapshot = platform::metabase::snapshotOf(u"Web01");
   std::string all = "\n";
-  for (const Metabase::Oddity& oddity : snapshot->oddities()) all += snapshot->describe(oddity, u"S") + "\n";
+  for (const Metabase::ParseWarning& oddity : snapshot->oddities())
+    all += snapshot->describe(oddity, u"S") + "\n";
   EXPECT_EQ(all, R"(
 MetaBase.xml, line 4: the element "IIsFtpServer" has no Location
 MetaBase.xml, line 4: text inside "MBProperty", where it does not belong

@@ -65,7 +65,7 @@ class Metabase::Builder {
     if (nodes.capacity() / 4 > nodes.size() / 3) nodes.shrink_to_fit();
     if (metabase_.values_.capacity() / 4 > metabase_.values_.size() / 3) metabase_.values_.shrink_to_fit();
     std::stable_sort(metabase_.oddities_.begin(), metabase_.oddities_.end(),
-                     [](const Oddity& a, const Oddity& b) { return a.line < b.line; });
+                     [](const ParseWarning& a, const ParseWarning& b) { return a.line < b.line; });
     if (furtherOddities_ > 0) {
       metabase_.oddities_.back().reason = "odd places from here on: " + std::to_string(furtherOddities_ + 1);
     }

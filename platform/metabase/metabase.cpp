@@ -207,7 +207,7 @@ std::string Metabase::place(NodeId node, TextView server, std::string_view prope
   return inOneLine(text);
 }
 
-std::string Metabase::describe(const Oddity& oddity, TextView server) const {
+std::string Metabase::describe(const ParseWarning& oddity, TextView server) const {
   const std::string line = "line " + std::to_string(oddity.line);
   if (!oddity.node) return inOneLine(file_) + ", " + line + ": " + oddity.reason;
   return place(*oddity.node, server, oddity.property) + ": " + oddity.reason + " (" + line + ")";

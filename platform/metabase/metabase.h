@@ -27,7 +27,7 @@ class Metabase {
   using PropertyId = NameTable::Id;
 
   // Something in a file that is XML and has no place in a metabase. It costs what it tells and nothing else.
-  struct Oddity {
+  struct ParseWarning {
     std::size_t line;
     std::optional<NodeId> node;  // where it belongs to one
     std::string_view property;   // of the node, as the snapshot spells it; empty where it is about none
@@ -100,11 +100,11 @@ class Metabase {
   // unknown attribute, which is ignored; an element without a Location or with one that is no path; text and
   // elements where none belong; a property or a node that stands twice, of which the first in the file
   // counts.
-  const std::vector<Oddity>& oddities() const { return oddities_; }
+  const std::vector<ParseWarning>& oddities() const { return oddities_; }
 
   // An oddity as a message: it begins with its place, as whoever reaches this snapshot as `server` has it,
   // else with the file, and tells the line.
-  std::string describe(const Oddity& oddity, automation::TextView server) const;
+  std::string describe(const ParseWarning& oddity, automation::TextView server) const;
 
   // What messages call the file.
   const std::string& file() const { return file_; }
@@ -171,7 +171,7 @@ class Metabase {
   std::size_t size_;
   std::string file_;
   std::uint64_t serial_;  // told apart from every other snapshot of the process
-  std::vector<Oddity> oddities_;
+  std::vector<ParseWarning> oddities_;
   std::vector<Node> nodes_;
   std::vector<Value> values_;
   std::vector<Slot> slots_;
