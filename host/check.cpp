@@ -33,12 +33,12 @@ int check(const CheckOptions& options, Output& output) {
     try {
       const auto metabase = platform::metabase::Metabase::parse(readSource(server.source, options.maxSize),
                                                                 server.source.shown());
-      const auto places = static_cast<std::int64_t>(metabase->oddities().size());
+      const auto places = static_cast<std::int64_t>(metabase->warnings().size());
       print(harmless(server.source.shown()) + ": a metabase of " +
             counted(static_cast<std::int64_t>(metabase->nodeCount()), "node", "nodes") +
             (places == 0 ? ", nothing odd" : ", " + counted(places, "odd place", "odd places")) + "\n");
       const automation::Text name = automation::fromUtf8(server.name);
-      for (const auto& oddity : metabase->oddities()) {
+      for (const auto& oddity : metabase->warnings()) {
         print("  " + harmless(metabase->describe(oddity, name)) + "\n");
       }
       if (places > 0) status = std::max(status, 1);

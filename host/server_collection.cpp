@@ -282,7 +282,7 @@ class ServerCollection {
   void logOddities(const platform::metabase::Metabase& metabase) {
     ObjectRef sites;
     ObjectRef pools;
-    for (const platform::metabase::Metabase::ParseWarning& oddity : metabase.oddities()) {
+    for (const platform::metabase::Metabase::ParseWarning& oddity : metabase.warnings()) {
       const std::string address = oddity.node ? metabase.address(*oddity.node, serverName_) : std::string();
       const bool isPools = isBelow(address, "/W3SVC");
       ObjectRef& object = isPools ? pools : sites;

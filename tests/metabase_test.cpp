@@ -377,7 +377,7 @@ TEST_F(MetabaseTest, AnOddPlaceCostsOnlyItself) {
 <IIsFtpService Location='/LM/MsFtpSvc'/>)");
   const auto snapshot = platform::metabase::snapshotOf(u"Web01");
   std::string all = "\n";
-  for (const Metabase::ParseWarning& oddity : snapshot->oddities())
+  for (const Metabase::ParseWarning& oddity : snapshot->warnings())
     all += snapshot->describe(oddity, u"S") + "\n";
   EXPECT_EQ(all, R"(
 MetaBase.xml, line 4: the element "IIsFtpServer" has no Location
@@ -396,8 +396,8 @@ IIS://S/MsFtpSvc/1 (IIsFtpServer), Own: the type "BLOB" of the "Custom" is not k
 IIS://S/MsFtpSvc/1 (IIsFtpServer), Handed: the attribute "NEW" of the "Custom" is not known (line 9)
 IIS://S/MsFtpSvc/1 (IIsFtpServer): the node stands twice, and its element on line 6 counts (line 10)
 )");
-  EXPECT_EQ(snapshot->oddities()[0].failureNumber, number::kBadElement);
-  EXPECT_EQ(snapshot->oddities()[2].failureNumber, number::kBadLocation);
+  EXPECT_EQ(snapshot->warnings()[0].failureNumber, number::kBadElement);
+  EXPECT_EQ(snapshot->warnings()[2].failureNumber, number::kBadLocation);
   // The node's own element spells it, wherever it stands.
   shows("/MSFTPSVC/1/root", "ADsPath='IIS://Web01/MsFtpSvc/1/ROOT'; Handed='h'");
   shows("/MSFTPSVC/1", "Class='IIsFtpServer'; ServerComment='first'; LogType=1");

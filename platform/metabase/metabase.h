@@ -37,7 +37,7 @@ class Metabase {
 
   // Reads a file. Fails, with a number for each cause, where the file cannot be read, where it is no XML in
   // UTF-8 or UTF-16, or cut off, and where it is no metabase; the message names the file and the line. What
-  // else is wrong with it stands in `oddities()`.
+  // else is wrong with it stands in `warnings()`.
   static std::shared_ptr<const Metabase> load(const std::filesystem::path& file);
 
   // The same from bytes in memory, which are taken over or copied. `name` stands for the file in messages.
@@ -100,7 +100,7 @@ class Metabase {
   // unknown attribute, which is ignored; an element without a Location or with one that is no path; text and
   // elements where none belong; a property or a node that stands twice, of which the first in the file
   // counts.
-  const std::vector<ParseWarning>& oddities() const { return oddities_; }
+  const std::vector<ParseWarning>& warnings() const { return oddities_; }
 
   // An oddity as a message: it begins with its place, as whoever reaches this snapshot as `server` has it,
   // else with the file, and tells the line.
