@@ -76,8 +76,8 @@ class Metabase::Builder {
     fail(failureNumber, metabase_.file_ + ", line " + std::to_string(line) + ": " + what);
   }
 
-  void addOddity(std::size_t line, std::int32_t failureNumber, std::string reason,
-                 std::optional<NodeId> node = std::nullopt, std::string_view property = {}) {
+  void addWarning(std::size_t line, std::int32_t failureNumber, std::string reason,
+                  std::optional<NodeId> node = std::nullopt, std::string_view property = {}) {
     if (metabase_.oddities_.size() <= kMostOddities) {
       metabase_.oddities_.push_back({line, node, property, failureNumber, std::move(reason)});
     } else {
@@ -88,10 +88,10 @@ class Metabase::Builder {
   // An element or text where none belongs.
   void addStray(const pugi::xml_node& node, const char* outer, std::optional<NodeId> owner = std::nullopt) {
     const bool element = node.type() == pugi::node_element;
-    addOddity(lineOf(node), number::kBadElement,
-              (element ? "the element " + inQuotes(node.name()) : "text") + " inside " + outer +
-                  ", where it does not belong",
-              owner);
+    addWarning(lineOf(node), number::kBadElement,
+               (element ? "the element " + inQuotes(node.name()) : "text") + " inside " + outer +
+                   ", where it does not belong",
+               owner);
   }
 
   std::size_t lineOf(const pugi::xml_node& node) const {
@@ -159,20 +159,20 @@ class Metabase::Builder {
     // The one element that describes the file and no node ("IIS_Global").
     if (place == ".") return;
     if (!location) {
-      addOddity(line, number::kBadElement, "the element " + inQuotes(element.name()) + " has no Location");
+      addWarning(line, number::kBadElement, "the element " + inQuotes(element.name()) + " has no Location");
       return;
     }
     if (const char* const wrong = wrongWithPath(place)) {
-      addOddity(line, number::kBadLocation,
-                "the Location " + inQuotes(place) + " of " + inQuotes(element.name()) + " " + wrong);
+      addWarning(line, number::kBadLocation,
+                 "the Location " + inQuotes(place) + " of " + inQuotes(element.name()) + " " + wrong);
       return;
     }
     const NodeId node = enterPath(place, offsetOf(location.value()));
     Node& entered = metabase_.nodes_[node];
     if (entered.line != 0) {
-      addOddity(line, number::kDuplicatePath,
-                "the node stands twice, and its element on line " + std::to_string(entered.line) + " counts",
-                node);
+      addWarning(line, number::kDuplicatePath,
+                 "the node stands twice, and its element on line " + std::to_string(entered.line) + " counts",
+                 node);
       return;
     }
     entered.line = static_cast<std::uint32_t>(line);
@@ -290,14 +290,14 @@ class Metabase::Builder {
     for (const pugi::xml_node& inner : custom.children()) addStray(inner, "a \"Custom\"", node);
     const auto id = customId(custom.attribute("Name").value(), custom.attribute("ID").value());
     if (!id) {
-      addOddity(lineOf(custom), number::kBadElement,
-                "a \"Custom\" without a Name, whose ID is missing or not known", node);
+      addWarning(lineOf(custom), number::kBadElement,
+                 "a \"Custom\" without a Name, whose ID is missing or not known", node);
       return;
     }
     const auto notKnown = [&](const char* what, std::string_view text) {
-      addOddity(lineOf(custom), number::kBadElement,
-                std::string("the ") + what + " " + inQuotes(text) + " of the \"Custom\" is not known", node,
-                metabase_.names_.text(*id));
+      addWarning(lineOf(custom), number::kBadElement,
+                 std::string("the ") + what + " " + inQuotes(text) + " of the \"Custom\" is not known", node,
+                 metabase_.names_.text(*id));
     };
     std::uint32_t key = makeKey(*id);
     if (const std::string_view type = trimSpace(custom.attribute("Type").value()); !type.empty()) {
@@ -340,9 +340,9 @@ class Metabase::Builder {
         continue;
       }
       const std::uint32_t offset = keyIsParsedFlags(value->key) ? value->length : value->text;
-      addOddity(std::max(line, lines_.lineAt(offset)), number::kDuplicateProperty,
-                "the property stands twice, and the first one counts", node,
-                metabase_.names_.text(keyProperty(value->key)));
+      addWarning(std::max(line, lines_.lineAt(offset)), number::kDuplicateProperty,
+                 "the property stands twice, and the first one counts", node,
+                 metabase_.names_.text(keyProperty(value->key)));
     }
     values.erase(end, values.end());
     owner.valueCount = static_cast<std::uint32_t>(values.size() - owner.firstValue);
