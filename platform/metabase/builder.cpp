@@ -13,7 +13,7 @@ namespace platform::metabase {
 namespace {
 
 constexpr std::size_t kLongestPath = 32767;  // in UTF-16 units, as everywhere in Windows
-constexpr std::size_t kMostOddities = 10000;
+constexpr std::size_t kMaxWarnings = 10000;
 constexpr std::string_view kUnclassified = "IIsConfigObject";
 constexpr std::string_view kUnknownNamePrefix = "UnknownName_";
 
@@ -78,7 +78,7 @@ class Metabase::Builder {
 
   void addWarning(std::size_t line, std::int32_t failureNumber, std::string reason,
                   std::optional<NodeId> node = std::nullopt, std::string_view property = {}) {
-    if (metabase_.oddities_.size() <= kMostOddities) {
+    if (metabase_.oddities_.size() <= kMaxWarnings) {
       metabase_.oddities_.push_back({line, node, property, failureNumber, std::move(reason)});
     } else {
       ++furtherOddities_;
