@@ -66,8 +66,8 @@ class Metabase::Builder {
     if (metabase_.values_.capacity() / 4 > metabase_.values_.size() / 3) metabase_.values_.shrink_to_fit();
     std::stable_sort(metabase_.oddities_.begin(), metabase_.oddities_.end(),
                      [](const ParseWarning& a, const ParseWarning& b) { return a.line < b.line; });
-    if (furtherOddities_ > 0) {
-      metabase_.oddities_.back().reason = "odd places from here on: " + std::to_string(furtherOddities_ + 1);
+    if (furtherWarnings_ > 0) {
+      metabase_.oddities_.back().reason = "odd places from here on: " + std::to_string(furtherWarnings_ + 1);
     }
   }
 
@@ -81,7 +81,7 @@ class Metabase::Builder {
     if (metabase_.oddities_.size() <= kMaxWarnings) {
       metabase_.oddities_.push_back({line, node, property, failureNumber, std::move(reason)});
     } else {
-      ++furtherOddities_;
+      ++furtherWarnings_;
     }
   }
 
@@ -350,7 +350,7 @@ class Metabase::Builder {
 
   Metabase& metabase_;
   const LineIndex lines_;
-  std::size_t furtherOddities_ = 0;
+  std::size_t furtherWarnings_ = 0;
   NameTable::Id unclassified_ = 0;
   Trail<char> trail_;
 };
