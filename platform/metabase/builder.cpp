@@ -64,10 +64,10 @@ class Metabase::Builder {
     // By now the document has given its memory back. Exact room is not worth a copy.
     if (nodes.capacity() / 4 > nodes.size() / 3) nodes.shrink_to_fit();
     if (metabase_.values_.capacity() / 4 > metabase_.values_.size() / 3) metabase_.values_.shrink_to_fit();
-    std::stable_sort(metabase_.oddities_.begin(), metabase_.oddities_.end(),
+    std::stable_sort(metabase_.warnings_.begin(), metabase_.warnings_.end(),
                      [](const ParseWarning& a, const ParseWarning& b) { return a.line < b.line; });
     if (furtherWarnings_ > 0) {
-      metabase_.oddities_.back().reason = "odd places from here on: " + std::to_string(furtherWarnings_ + 1);
+      metabase_.warnings_.back().reason = "odd places from here on: " + std::to_string(furtherWarnings_ + 1);
     }
   }
 
@@ -78,8 +78,8 @@ class Metabase::Builder {
 
   void addWarning(std::size_t line, std::int32_t failureNumber, std::string reason,
                   std::optional<NodeId> node = std::nullopt, std::string_view property = {}) {
-    if (metabase_.oddities_.size() <= kMaxWarnings) {
-      metabase_.oddities_.push_back({line, node, property, failureNumber, std::move(reason)});
+    if (metabase_.warnings_.size() <= kMaxWarnings) {
+      metabase_.warnings_.push_back({line, node, property, failureNumber, std::move(reason)});
     } else {
       ++furtherWarnings_;
     }

@@ -100,7 +100,7 @@ class Metabase {
   // unknown attribute, which is ignored; an element without a Location or with one that is no path; text and
   // elements where none belong; a property or a node that stands twice, of which the first in the file
   // counts.
-  const std::vector<ParseWarning>& warnings() const { return oddities_; }
+  const std::vector<ParseWarning>& warnings() const { return warnings_; }
 
   // An oddity as a message: it begins with its place, as whoever reaches this snapshot as `server` has it,
   // else with the file, and tells the line.
@@ -171,7 +171,7 @@ class Metabase {
   std::size_t size_;
   std::string file_;
   std::uint64_t serial_;  // told apart from every other snapshot of the process
-  std::vector<ParseWarning> oddities_;
+  std::vector<ParseWarning> warnings_;
   std::vector<Node> nodes_;
   std::vector<Value> values_;
   std::vector<Slot> slots_;
