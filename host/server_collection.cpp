@@ -566,7 +566,7 @@ StagingDatabase::StagingDatabase(const std::string& name) : database_(name) {
     readings_.push_back(
         database.prepare("select * from " + sqlite::quotedName(table.name) + " order by rowid"));
     counts_.push_back(database.prepare("select count(*) from " + sqlite::quotedName(table.name)));
-    database_.letRowsWait(std::string(table.name));
+    database_.bufferRows(std::string(table.name));
   }
 }
 

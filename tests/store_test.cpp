@@ -87,7 +87,7 @@ class Store : public testing::Test {
     }
     makeTables(*openDatabase());
     if (kind != Kind::kWaiting) return;
-    for (const char* table : {"tblSites", "tblOther"}) private_->letRowsWait(table);
+    for (const char* table : {"tblSites", "tblOther"}) private_->bufferRows(table);
   }
   ~Store() override { platform::store::setLockWait(std::chrono::seconds(5)); }
 

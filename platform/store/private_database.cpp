@@ -33,8 +33,8 @@ sqlite::Database& PrivateDatabase::database() {
   return session_->database();
 }
 
-void PrivateDatabase::letRowsWait(const std::string& table) {
-  session_->letRowsWait(table);
+void PrivateDatabase::bufferRows(const std::string& table) {
+  session_->bufferRows(table);
 }
 
 const sqlite::RowLog* PrivateDatabase::waiting(std::string_view table) {

@@ -32,7 +32,7 @@ class PrivateDatabase {
 
   // Lets the rows that connections add to a table stay in memory, as they are, until somebody asks for them
   // or they grow too many. The table must take any row.
-  void letRowsWait(const std::string& table);
+  void bufferRows(const std::string& table);
 
   // All rows of a table that may wait, where none of them has had to go into the table; else null, and they
   // stand there. Good until a connection adds to the table.

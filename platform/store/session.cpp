@@ -121,7 +121,7 @@ sqlite::Insertion& Session::insertion(const Columns& columns, TextView source) {
   });
 }
 
-void Session::letRowsWait(const std::string& table) {
+void Session::bufferRows(const std::string& table) {
   const auto columns = describe(database_->prepare("select * from " + sqlite::quotedName(table)));
   insertions_.letWait(columns->insertSql, columns->table, columns->names.size());
 }

@@ -59,7 +59,7 @@ class Session {
   sqlite::Insertions& insertions() { return insertions_; }
 
   // Lets the rows that connections add to a table wait. Throws sqlite::Error.
-  void letRowsWait(const std::string& table);
+  void bufferRows(const std::string& table);
 
   // The query of a text, which must be one statement that gives rows. Valid until the next call. The members
   // down to here throw automation::Failure with `source` as its source.

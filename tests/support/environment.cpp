@@ -186,7 +186,7 @@ void Environment::setUpStore() {
   }
   createTables(*openDatabase());
   if (layer_ == Layer::kPrivate || layer_ == Layer::kFile) return;
-  for (const inventory::Table& table : inventory::tables()) private_->letRowsWait(std::string(table.name));
+  for (const inventory::Table& table : inventory::tables()) private_->bufferRows(std::string(table.name));
 }
 
 std::shared_ptr<sqlite::Database> Environment::openDatabase() const {
