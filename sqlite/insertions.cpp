@@ -27,7 +27,7 @@ Insertion& Insertions::prepared(const std::string& sql, const std::string& table
   return insertions_.emplace(sql, std::move(made)).first->second;
 }
 
-void Insertions::letWait(const std::string& sql, const std::string& table, std::size_t columns) {
+void Insertions::buffer(const std::string& sql, const std::string& table, std::size_t columns) {
   Insertion& insertion = prepared(sql, table, columns);
   if (insertion.waiting) return;
   insertion.waiting.emplace(columns);

@@ -32,7 +32,7 @@ class Insertions {
 
   // The same, and rows that it adds may wait. It must take any row, and give the table's columns in their
   // order.
-  void letWait(const std::string& sql, const std::string& table, std::size_t columns);
+  void buffer(const std::string& sql, const std::string& table, std::size_t columns);
 
   // Adds a row, whose values `cellAt` gives by their columns.
   template <typename CellAt>

@@ -123,7 +123,7 @@ sqlite::Insertion& Session::insertion(const Columns& columns, TextView source) {
 
 void Session::bufferRows(const std::string& table) {
   const auto columns = describe(database_->prepare("select * from " + sqlite::quotedName(table)));
-  insertions_.letWait(columns->insertSql, columns->table, columns->names.size());
+  insertions_.buffer(columns->insertSql, columns->table, columns->names.size());
 }
 
 // The other connections of the database would be drawn into a transaction that an SQL text begins, and one
