@@ -62,7 +62,7 @@ void Insertions::settle() {
   }
 }
 
-void Insertions::settleNamedIn(std::string_view sql, bool mayChange) {
+void Insertions::flushNamedIn(std::string_view sql, bool mayChange) {
   for (auto& [key, insertion] : insertions_) {
     if (!insertion.waiting || (insertion.waiting->isEmpty() && !mayChange)) continue;
     if (!names(sql, insertion.table)) continue;

@@ -55,7 +55,7 @@ class Insertions {
   // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
   // that may change rows leaves none of them waiting later either.
   void settle();
-  void settleNamedIn(std::string_view sql, bool mayChange);
+  void flushNamedIn(std::string_view sql, bool mayChange);
 
   // Removes the rows of all tables.
   void removeRows();

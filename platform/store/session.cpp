@@ -112,7 +112,7 @@ void Session::refreshColumns(Query& query) {
 }
 
 void Session::settleFor(const Query& query) {
-  if (!query.asksForColumns) insertions_.settleNamedIn(automation::toUtf8(query.sql), false);
+  if (!query.asksForColumns) insertions_.flushNamedIn(automation::toUtf8(query.sql), false);
 }
 
 sqlite::Insertion& Session::insertion(const Columns& columns, TextView source) {
@@ -134,7 +134,7 @@ void Session::execute(TextView sql, TextView source) {
     throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
   }
   attempt(source, [&] {
-    insertions_.settleNamedIn(utf8, true);
+    insertions_.flushNamedIn(utf8, true);
     const bool open = database_->inTransaction();
     database_->prepare(utf8).run();
     if (database_->inTransaction() == open) return;
