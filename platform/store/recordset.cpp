@@ -293,7 +293,7 @@ void Recordset::fetch(Session& session, Query& query) {
   fetchedCount_ = 0;
   const Reset reset(query.statement);
   session.attempt(kSource, [&] {
-    session.settleFor(query);
+    session.flushFor(query);
     while (query.statement.step()) {
       const int columns = query.statement.columnCount();
       for (int column = 0; column < columns; ++column) {

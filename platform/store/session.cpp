@@ -111,7 +111,7 @@ void Session::refreshColumns(Query& query) {
   query.columns = describe(query.statement);
 }
 
-void Session::settleFor(const Query& query) {
+void Session::flushFor(const Query& query) {
   if (!query.asksForColumns) insertions_.flushNamedIn(automation::toUtf8(query.sql), false);
 }
 

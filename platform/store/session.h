@@ -69,7 +69,7 @@ class Session {
   void refreshColumns(Query& query);
 
   // Takes care that a query finds the rows that it asks for. To be called before it runs.
-  void settleFor(const Query& query);
+  void flushFor(const Query& query);
 
   // The insertion of a query's columns. Valid as long as the session.
   sqlite::Insertion& insertion(const Columns& columns, automation::TextView source);
