@@ -102,7 +102,7 @@ void Database::open(const char* file, int flags) {
   if (result != SQLITE_OK) {
     if (primary(result) == SQLITE_NOMEM) throw std::bad_alloc();
     const int cause = opened != nullptr ? sqlite3_system_errno(opened) : 0;
-    failUnusable(cause == ENOSPC || cause == EMFILE ? Cause::kLack : Cause::kUnusable,
+    failUnusable(cause == ENOSPC || cause == EMFILE ? Cause::kResourceExhausted : Cause::kUnusable,
                  cause != 0 ? std::strerror(cause) : sqlite3_errstr(result));
   }
   sqlite3_extended_result_codes(db_.get(), 1);
@@ -232,17 +232,18 @@ void Database::fail(int result) const {
       }
       failUnusable(Cause::kUnusable, "it is read-only");
     case SQLITE_CANTOPEN:
-      if (isTemporary()) failUnusable(Cause::kLack, "its file can't be made in the temporary directory");
+      if (isTemporary())
+        failUnusable(Cause::kResourceExhausted, "its file can't be made in the temporary directory");
       failUnusable(Cause::kUnusable, "a file beside it can't be opened, so its directory may be read-only");
     case SQLITE_FULL:
-      failUnusable(Cause::kLack, "there is no space left: " + message);
+      failUnusable(Cause::kResourceExhausted, "there is no space left: " + message);
     case SQLITE_NOMEM:
-      failUnusable(Cause::kLack, "out of memory");
+      failUnusable(Cause::kResourceExhausted, "out of memory");
     case SQLITE_IOERR: {
       const int cause = systemError();
       const bool lack =
           code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isLackOfSpace(cause);
-      failUnusable(lack ? Cause::kLack : Cause::kUnusable,
+      failUnusable(lack ? Cause::kResourceExhausted : Cause::kUnusable,
                    message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
     }
     case SQLITE_CORRUPT:

@@ -23,12 +23,12 @@ inline std::string utf8Of(const std::filesystem::path& path) {
 
 // Why an operation failed.
 enum class Cause {
-  kUnusable,    // the file as such: not there, no database, read-only, damaged, a failing disk
-  kLocked,      // somebody else holds the lock, and the wait for it has run out
-  kLack,        // no space, no memory, or no place for a temporary file
-  kNoTable,     // the SQL text names a table that isn't there
-  kBadSql,      // the SQL text can't be understood
-  kConstraint,  // a row breaks a rule of its table
+  kUnusable,           // the file as such: not there, no database, read-only, damaged, a failing disk
+  kLocked,             // somebody else holds the lock, and the wait for it has run out
+  kResourceExhausted,  // no space, no memory, or no place for a temporary file
+  kNoTable,            // the SQL text names a table that isn't there
+  kBadSql,             // the SQL text can't be understood
+  kConstraint,         // a row breaks a rule of its table
   kOther,
 };
 
@@ -124,8 +124,9 @@ class Database {
   Database(const std::filesystem::path& file, Mode mode, std::chrono::milliseconds wait);
 
   // Opens a database that nobody else sees: in memory, and in a nameless file of the temporary directory when
-  // it grows beyond `cacheKibibytes`. No journal, no lock, no sync: after a failure of kind kLack what stands
-  // in it is not to be relied on. `name` stands for it in the program; messages call it temporary.
+  // it grows beyond `cacheKibibytes`. No journal, no lock, no sync: after a failure of kind
+  // kResourceExhausted what stands in it is not to be relied on. `name` stands for it in the program;
+  // messages call it temporary.
   Database(std::string name, int cacheKibibytes);
 
   Database(const Database&) = delete;
