@@ -47,6 +47,6 @@ int main(int argumentCount, char** arguments) {
   ::signal(SIGXFSZ, SIG_IGN);
   // Names in archives are UTF-8, whatever the user speaks.
   std::setlocale(LC_CTYPE, "C.UTF-8");
-  sqlite::leaveMemoryUncounted();
+  sqlite::disableMemoryStats();
   return host::run(argumentCount, arguments);
 }

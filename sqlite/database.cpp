@@ -302,7 +302,7 @@ ReadTransaction::~ReadTransaction() {
   if (database_.inTransaction()) sqlite3_exec(database_.raw(), "rollback", nullptr, nullptr, nullptr);
 }
 
-void leaveMemoryUncounted() noexcept {
+void disableMemoryStats() noexcept {
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
 }
 

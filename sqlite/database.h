@@ -218,7 +218,7 @@ class ReadTransaction {
 
 // Has SQLite leave out the counting of its memory, which costs every allocation a lock. For a whole program,
 // to be called before anything else of this library; of no effect later.
-void leaveMemoryUncounted() noexcept;
+void disableMemoryStats() noexcept;
 
 // A name in an SQL text.
 std::string quotedName(std::string_view name);
