@@ -56,7 +56,7 @@ void Runtime::serveClass(TextView programmaticId, ClassServer server) {
   enter(classes_, programmaticId, std::move(server));
 }
 
-void Runtime::setLastResorts(MonikerServer monikers, AnyClassServer classes) {
+void Runtime::setFallbacks(MonikerServer monikers, AnyClassServer classes) {
   const std::unique_lock lock(mutex_);
   otherMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
   otherClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;

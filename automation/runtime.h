@@ -40,7 +40,7 @@ class Runtime {
 
   // Sets who serves the monikers and who creates the objects that nobody has been entered for: the table that
   // the system itself has. A null server stands for nobody.
-  void setLastResorts(MonikerServer monikers, AnyClassServer classes);
+  void setFallbacks(MonikerServer monikers, AnyClassServer classes);
 
   // Sets the process's screen object, which every thread reaches.
   void setScreen(ObjectRef screen);

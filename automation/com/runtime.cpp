@@ -88,7 +88,7 @@ std::string toCodePage(TextView text) {
 
 void bindRuntime() {
   Runtime& runtime = Runtime::process();
-  runtime.setLastResorts(objectNamed, objectOfClass);
+  runtime.setFallbacks(objectNamed, objectOfClass);
   runtime.setScreen(std::make_shared<Cursor>());
   setSystemEncoding(toCodePage);
 }
