@@ -58,7 +58,7 @@ void Runtime::serveClass(TextView programmaticId, ClassServer server) {
 
 void Runtime::setFallbacks(MonikerServer monikers, AnyClassServer classes) {
   const std::unique_lock lock(mutex_);
-  otherMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
+  fallbackMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
   otherClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;
 }
 
@@ -92,7 +92,7 @@ ObjectRef GetObject(TextView moniker) {
   {
     const std::shared_lock lock(runtime.mutex_);
     server = serverOf(runtime.monikers_, prefixOf(moniker));
-    if (!server) server = runtime.otherMonikers_;
+    if (!server) server = runtime.fallbackMonikers_;
   }
   if (!server) {
     throw Failure(number::kMonikerSyntax, u"Nobody serves this moniker: " + Text(moniker), kSource);

@@ -58,7 +58,7 @@ class Runtime {
   mutable std::shared_mutex mutex_;
   Table<MonikerServer> monikers_;
   Table<ClassServer> classes_;
-  std::shared_ptr<const MonikerServer> otherMonikers_;
+  std::shared_ptr<const MonikerServer> fallbackMonikers_;
   std::shared_ptr<const AnyClassServer> otherClasses_;
   ObjectRef screen_;
 
