@@ -59,7 +59,7 @@ void Runtime::serveClass(TextView programmaticId, ClassServer server) {
 void Runtime::setFallbacks(MonikerServer monikers, AnyClassServer classes) {
   const std::unique_lock lock(mutex_);
   fallbackMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
-  otherClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;
+  fallbackClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;
 }
 
 void Runtime::setScreen(ObjectRef screen) {
@@ -107,7 +107,7 @@ ObjectRef CreateObject(TextView programmaticId) {
   {
     const std::shared_lock lock(runtime.mutex_);
     server = serverOf(runtime.classes_, programmaticId);
-    others = runtime.otherClasses_;
+    others = runtime.fallbackClasses_;
   }
   if (!server && others) return (*others)(programmaticId);
   if (!server) {

@@ -59,7 +59,7 @@ class Runtime {
   Table<MonikerServer> monikers_;
   Table<ClassServer> classes_;
   std::shared_ptr<const MonikerServer> fallbackMonikers_;
-  std::shared_ptr<const AnyClassServer> otherClasses_;
+  std::shared_ptr<const AnyClassServer> fallbackClasses_;
   ObjectRef screen_;
 
   friend ObjectRef GetObject(TextView moniker);
