@@ -630,7 +630,7 @@ std::unique_ptr<inventory::RowSource> StagingDatabase::takeRows(std::unique_ptr<
   if (staging->database_.memoryInUse() > kMostKeptBytes) return std::move(staging);
   auto taken = std::make_unique<TakenRows>();
   for (const inventory::Table& table : inventory::tables()) {
-    if (auto waiting = staging->database_.takeWaiting(table.name)) {
+    if (auto waiting = staging->database_.takeBuffered(table.name)) {
       taken->add(*std::move(waiting));
       continue;
     }

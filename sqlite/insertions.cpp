@@ -48,7 +48,7 @@ const RowLog* Insertions::waiting(std::string_view table) {
   return insertion == nullptr ? nullptr : &*insertion->waiting;
 }
 
-std::optional<RowLog> Insertions::takeWaiting(std::string_view table) {
+std::optional<RowLog> Insertions::takeBuffered(std::string_view table) {
   Insertion* const insertion = waitingInsertion(table);
   if (insertion == nullptr) return std::nullopt;
   waitingBytes_ -= insertion->waiting->bytes();

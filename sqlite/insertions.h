@@ -50,7 +50,7 @@ class Insertions {
   const RowLog* waiting(std::string_view table);
 
   // Takes these rows out of the database; nothing where waiting() gives null.
-  std::optional<RowLog> takeWaiting(std::string_view table);
+  std::optional<RowLog> takeBuffered(std::string_view table);
 
   // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
   // that may change rows leaves none of them waiting later either.

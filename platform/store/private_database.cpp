@@ -41,8 +41,8 @@ const sqlite::RowLog* PrivateDatabase::waiting(std::string_view table) {
   return session_->insertions().waiting(table);
 }
 
-std::optional<sqlite::RowLog> PrivateDatabase::takeWaiting(std::string_view table) {
-  return session_->insertions().takeWaiting(table);
+std::optional<sqlite::RowLog> PrivateDatabase::takeBuffered(std::string_view table) {
+  return session_->insertions().takeBuffered(table);
 }
 
 std::int64_t PrivateDatabase::memoryInUse() const {

@@ -39,7 +39,7 @@ class PrivateDatabase {
   const sqlite::RowLog* waiting(std::string_view table);
 
   // Takes these rows out of the database; nothing where waiting() gives null.
-  std::optional<sqlite::RowLog> takeWaiting(std::string_view table);
+  std::optional<sqlite::RowLog> takeBuffered(std::string_view table);
 
   // The bytes that it keeps when it is empty. What waits is let go of.
   std::int64_t memoryInUse() const;
