@@ -38,7 +38,7 @@ Insertion* Insertions::waitingInsertion(std::string_view table) {
   for (auto& [sql, insertion] : insertions_) {
     if (!insertion.waiting || insertion.table != table) continue;
     if (!insertion.begun) return &insertion;
-    settle(insertion);
+    flush(insertion);
   }
   return nullptr;
 }
@@ -55,9 +55,9 @@ std::optional<RowLog> Insertions::takeBuffered(std::string_view table) {
   return std::exchange(*insertion->waiting, RowLog(insertion->columns));
 }
 
-void Insertions::settle() {
+void Insertions::flush() {
   for (auto& [sql, insertion] : insertions_) {
-    settle(insertion);
+    flush(insertion);
     insertion.begun = true;
   }
 }
@@ -66,12 +66,12 @@ void Insertions::flushNamedIn(std::string_view sql, bool mayChange) {
   for (auto& [key, insertion] : insertions_) {
     if (!insertion.waiting || (insertion.waiting->isEmpty() && !mayChange)) continue;
     if (!names(sql, insertion.table)) continue;
-    settle(insertion);
+    flush(insertion);
     if (mayChange) insertion.begun = true;
   }
 }
 
-void Insertions::settle(Insertion& insertion) {
+void Insertions::flush(Insertion& insertion) {
   if (!insertion.waiting || insertion.waiting->isEmpty()) return;
   RowLog::Reader rows(*insertion.waiting);
   while (rows.next()) insert(insertion, [&](std::size_t column) { return rows.cell(column); });

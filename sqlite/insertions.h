@@ -40,7 +40,7 @@ class Insertions {
     if (!insertion.waiting && waitingBytes_ == 0) return insert(insertion, cellAt);
     const std::size_t size = RowLog::sizeOf(insertion.columns, cellAt);
     const bool waits = insertion.waiting && size <= kLargestWaiting;
-    if (!waits || waitingBytes_ + size > kMostWaiting) settle();
+    if (!waits || waitingBytes_ + size > kMostWaiting) flush();
     if (!waits) return insert(insertion, cellAt);
     insertion.waiting->add(size, cellAt);
     waitingBytes_ += size;
@@ -54,7 +54,7 @@ class Insertions {
 
   // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
   // that may change rows leaves none of them waiting later either.
-  void settle();
+  void flush();
   void flushNamedIn(std::string_view sql, bool mayChange);
 
   // Removes the rows of all tables.
@@ -73,7 +73,7 @@ class Insertions {
     }
     insertion.statement.run();
   }
-  void settle(Insertion& insertion);
+  void flush(Insertion& insertion);
   Insertion* waitingInsertion(std::string_view table);
 
   Database& database_;

@@ -29,7 +29,7 @@ const std::string& PrivateDatabase::name() const {
 }
 
 sqlite::Database& PrivateDatabase::database() {
-  session_->insertions().settle();
+  session_->insertions().flush();
   return session_->database();
 }
 
