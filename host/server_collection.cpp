@@ -607,14 +607,14 @@ std::unique_ptr<inventory::Rows> StagingDatabase::rows(const inventory::Table& t
    private:
     sqlite::Statement& statement_;
   };
-  if (const auto* const log = database_.waiting(table.name)) return std::make_unique<LoggedRows>(*log);
+  if (const auto* const log = database_.bufferedRows(table.name)) return std::make_unique<LoggedRows>(*log);
   return std::make_unique<Reading>(readings_[inventory::findTable(table.name)]);
 }
 
 inventory::RowCounts StagingDatabase::rowCounts() {
   inventory::RowCounts rows;
   for (const inventory::Table& table : inventory::tables()) {
-    if (const auto* const log = database_.waiting(table.name)) {
+    if (const auto* const log = database_.bufferedRows(table.name)) {
       rows.push_back(static_cast<std::int64_t>(log->rowCount()));
       continue;
     }
@@ -630,7 +630,7 @@ std::unique_ptr<inventory::RowSource> StagingDatabase::takeRows(std::unique_ptr<
   if (staging->database_.memoryInUse() > kMostKeptBytes) return std::move(staging);
   auto taken = std::make_unique<TakenRows>();
   for (const inventory::Table& table : inventory::tables()) {
-    if (auto waiting = staging->database_.takeBuffered(table.name)) {
+    if (auto waiting = staging->database_.takeBufferedRows(table.name)) {
       taken->add(*std::move(waiting));
       continue;
     }

@@ -29,64 +29,64 @@ Insertion& Insertions::prepared(const std::string& sql, const std::string& table
 
 void Insertions::buffer(const std::string& sql, const std::string& table, std::size_t columns) {
   Insertion& insertion = prepared(sql, table, columns);
-  if (insertion.waiting) return;
-  insertion.waiting.emplace(columns);
-  insertion.begun = false;
+  if (insertion.buffered) return;
+  insertion.buffered.emplace(columns);
+  insertion.mayBeStored = false;
 }
 
-Insertion* Insertions::waitingInsertion(std::string_view table) {
+Insertion* Insertions::bufferedInsertion(std::string_view table) {
   for (auto& [sql, insertion] : insertions_) {
-    if (!insertion.waiting || insertion.table != table) continue;
-    if (!insertion.begun) return &insertion;
+    if (!insertion.buffered || insertion.table != table) continue;
+    if (!insertion.mayBeStored) return &insertion;
     flush(insertion);
   }
   return nullptr;
 }
 
-const RowLog* Insertions::waiting(std::string_view table) {
-  const Insertion* const insertion = waitingInsertion(table);
-  return insertion == nullptr ? nullptr : &*insertion->waiting;
+const RowLog* Insertions::bufferedRows(std::string_view table) {
+  const Insertion* const insertion = bufferedInsertion(table);
+  return insertion == nullptr ? nullptr : &*insertion->buffered;
 }
 
-std::optional<RowLog> Insertions::takeBuffered(std::string_view table) {
-  Insertion* const insertion = waitingInsertion(table);
+std::optional<RowLog> Insertions::takeBufferedRows(std::string_view table) {
+  Insertion* const insertion = bufferedInsertion(table);
   if (insertion == nullptr) return std::nullopt;
-  waitingBytes_ -= insertion->waiting->bytes();
-  return std::exchange(*insertion->waiting, RowLog(insertion->columns));
+  bufferedBytes_ -= insertion->buffered->bytes();
+  return std::exchange(*insertion->buffered, RowLog(insertion->columns));
 }
 
 void Insertions::flush() {
   for (auto& [sql, insertion] : insertions_) {
     flush(insertion);
-    insertion.begun = true;
+    insertion.mayBeStored = true;
   }
 }
 
 void Insertions::flushNamedIn(std::string_view sql, bool mayChange) {
   for (auto& [key, insertion] : insertions_) {
-    if (!insertion.waiting || (insertion.waiting->isEmpty() && !mayChange)) continue;
+    if (!insertion.buffered || (insertion.buffered->isEmpty() && !mayChange)) continue;
     if (!names(sql, insertion.table)) continue;
     flush(insertion);
-    if (mayChange) insertion.begun = true;
+    if (mayChange) insertion.mayBeStored = true;
   }
 }
 
 void Insertions::flush(Insertion& insertion) {
-  if (!insertion.waiting || insertion.waiting->isEmpty()) return;
-  RowLog::Reader rows(*insertion.waiting);
+  if (!insertion.buffered || insertion.buffered->isEmpty()) return;
+  RowLog::Reader rows(*insertion.buffered);
   while (rows.next()) insert(insertion, [&](std::size_t column) { return rows.cell(column); });
-  waitingBytes_ -= insertion.waiting->bytes();
-  insertion.waiting->clear();
+  bufferedBytes_ -= insertion.buffered->bytes();
+  insertion.buffered->clear();
 }
 
 void Insertions::removeRows() {
-  std::set<std::string, std::less<>> spared;
+  std::set<std::string, std::less<>> neverStored;
   for (auto& [sql, insertion] : insertions_) {
-    if (!insertion.waiting) continue;
-    insertion.waiting->clear();
-    if (!insertion.begun) spared.insert(insertion.table);
+    if (!insertion.buffered) continue;
+    insertion.buffered->clear();
+    if (!insertion.mayBeStored) neverStored.insert(insertion.table);
   }
-  waitingBytes_ = 0;
+  bufferedBytes_ = 0;
   std::vector<std::string> tables;
   {
     Statement schema =
@@ -94,9 +94,9 @@ void Insertions::removeRows() {
     while (schema.step()) tables.emplace_back(schema.text(0).value_or(""));
   }
   for (const std::string& table : tables) {
-    if (!spared.contains(table)) database_.execute("delete from " + quotedName(table));
+    if (!neverStored.contains(table)) database_.execute("delete from " + quotedName(table));
   }
-  for (auto& [sql, insertion] : insertions_) insertion.begun = !insertion.waiting;
+  for (auto& [sql, insertion] : insertions_) insertion.mayBeStored = !insertion.buffered;
 }
 
 }  // namespace sqlite

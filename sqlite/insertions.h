@@ -17,8 +17,8 @@ struct Insertion {
   std::string table;
   std::size_t columns = 0;
   Statement statement;
-  std::optional<RowLog> waiting;  // where rows may wait
-  bool begun = true;              // whether some may stand in the table already
+  std::optional<RowLog> buffered;  // where rows may wait
+  bool mayBeStored = true;         // whether some may stand in the table already
 };
 
 // All of them, each prepared once. Where a table's rows may wait they stay in memory until somebody asks for
@@ -37,20 +37,20 @@ class Insertions {
   // Adds a row, whose values `cellAt` gives by their columns.
   template <typename CellAt>
   void add(Insertion& insertion, const CellAt& cellAt) {
-    if (!insertion.waiting && waitingBytes_ == 0) return insert(insertion, cellAt);
+    if (!insertion.buffered && bufferedBytes_ == 0) return insert(insertion, cellAt);
     const std::size_t size = RowLog::sizeOf(insertion.columns, cellAt);
-    const bool waits = insertion.waiting && size <= kLargestWaiting;
-    if (!waits || waitingBytes_ + size > kMostWaiting) flush();
-    if (!waits) return insert(insertion, cellAt);
-    insertion.waiting->add(size, cellAt);
-    waitingBytes_ += size;
+    const bool isBuffered = insertion.buffered && size <= kMaxBufferedRow;
+    if (!isBuffered || bufferedBytes_ + size > kMaxBufferedBytes) flush();
+    if (!isBuffered) return insert(insertion, cellAt);
+    insertion.buffered->add(size, cellAt);
+    bufferedBytes_ += size;
   }
 
   // The rows of a table that may wait, where all of them do; else null, and they stand in the table.
-  const RowLog* waiting(std::string_view table);
+  const RowLog* bufferedRows(std::string_view table);
 
-  // Takes these rows out of the database; nothing where waiting() gives null.
-  std::optional<RowLog> takeBuffered(std::string_view table);
+  // Takes these rows out of the database; nothing where bufferedRows() gives null.
+  std::optional<RowLog> takeBufferedRows(std::string_view table);
 
   // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
   // that may change rows leaves none of them waiting later either.
@@ -62,23 +62,23 @@ class Insertions {
 
  private:
   // What may wait in all, a collection of a server of ten thousand sites, and the largest row that may.
-  static constexpr std::size_t kMostWaiting = 48 * 1024 * 1024;
-  static constexpr std::size_t kLargestWaiting = 64 * 1024;
+  static constexpr std::size_t kMaxBufferedBytes = 48 * 1024 * 1024;
+  static constexpr std::size_t kMaxBufferedRow = 64 * 1024;
 
   template <typename CellAt>
   static void insert(Insertion& insertion, const CellAt& cellAt) {
-    insertion.begun = true;
+    insertion.mayBeStored = true;
     for (std::size_t column = 0; column < insertion.columns; ++column) {
       insertion.statement.bindOrNull(static_cast<int>(column) + 1, cellAt(column));
     }
     insertion.statement.run();
   }
   void flush(Insertion& insertion);
-  Insertion* waitingInsertion(std::string_view table);
+  Insertion* bufferedInsertion(std::string_view table);
 
   Database& database_;
   std::unordered_map<std::string, Insertion> insertions_;  // by SQL text
-  std::size_t waitingBytes_ = 0;
+  std::size_t bufferedBytes_ = 0;
 };
 
 }  // namespace sqlite

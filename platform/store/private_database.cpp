@@ -37,12 +37,12 @@ void PrivateDatabase::bufferRows(const std::string& table) {
   session_->bufferRows(table);
 }
 
-const sqlite::RowLog* PrivateDatabase::waiting(std::string_view table) {
-  return session_->insertions().waiting(table);
+const sqlite::RowLog* PrivateDatabase::bufferedRows(std::string_view table) {
+  return session_->insertions().bufferedRows(table);
 }
 
-std::optional<sqlite::RowLog> PrivateDatabase::takeBuffered(std::string_view table) {
-  return session_->insertions().takeBuffered(table);
+std::optional<sqlite::RowLog> PrivateDatabase::takeBufferedRows(std::string_view table) {
+  return session_->insertions().takeBufferedRows(table);
 }
 
 std::int64_t PrivateDatabase::memoryInUse() const {

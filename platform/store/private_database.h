@@ -36,12 +36,12 @@ class PrivateDatabase {
 
   // All rows of a table that may wait, where none of them has had to go into the table; else null, and they
   // stand there. Good until a connection adds to the table.
-  const sqlite::RowLog* waiting(std::string_view table);
+  const sqlite::RowLog* bufferedRows(std::string_view table);
 
-  // Takes these rows out of the database; nothing where waiting() gives null.
-  std::optional<sqlite::RowLog> takeBuffered(std::string_view table);
+  // Takes these rows out of the database; nothing where bufferedRows() gives null.
+  std::optional<sqlite::RowLog> takeBufferedRows(std::string_view table);
 
-  // The bytes that it keeps when it is empty. What waits is let go of.
+  // The bytes that it keeps when it is empty. What isBuffered is let go of.
   std::int64_t memoryInUse() const;
 
   // Removes all rows; the tables stay.
