@@ -255,7 +255,7 @@ class Collection : private Publisher::Listener {
       fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
       // Where the private database has failed that is the cause of what followed.
-      const std::string why = staging != nullptr ? staging->database().breakdown() : "";
+      const std::string why = staging != nullptr ? staging->database().fatalError() : "";
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);

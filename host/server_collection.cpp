@@ -226,7 +226,7 @@ class ServerCollection {
       if (shape.hasSites && has(Side::kFtp)) collectSites();
       if (shape.hasWeb && has(Side::kPools)) collectPools(shape.hasPools);
     }
-    if (const std::string& why = staging_.database().breakdown(); !why.empty()) throw Incomplete(why);
+    if (const std::string& why = staging_.database().fatalError(); !why.empty()) throw Incomplete(why);
     if (hasChanged(server_.source, stamp)) noteChangedFile();
     outcome_.collected.coverage = coverage();
     outcome_.collected.lineOf = [metabase](const std::string& node) -> std::int64_t {
@@ -649,7 +649,7 @@ void StagingDatabase::recycle(std::unique_ptr<StagingDatabase>& staging) noexcep
     platform::store::PrivateDatabase& database = staging->database_;
     const bool isSmall = database.memoryInUse() <= kMostKeptBytes;
     if (isSmall) database.empty();
-    if (isSmall && database.breakdown().empty()) return;
+    if (isSmall && database.fatalError().empty()) return;
   } catch (const sqlite::Error&) {
   } catch (const std::bad_alloc&) {
   }

@@ -53,8 +53,8 @@ void PrivateDatabase::empty() {
   session_->insertions().removeRows();
 }
 
-const std::string& PrivateDatabase::breakdown() const {
-  return session_->breakdown();
+const std::string& PrivateDatabase::fatalError() const {
+  return session_->fatalError();
 }
 
 Loan::Loan(PrivateDatabase& database) {

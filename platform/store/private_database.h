@@ -49,7 +49,7 @@ class PrivateDatabase {
 
   // What the first operation said that has failed for want of space, of memory or of a place for a temporary
   // file; empty where none has. The rows are not to be relied on then.
-  const std::string& breakdown() const;
+  const std::string& fatalError() const;
 
  private:
   friend class Loan;

@@ -89,7 +89,7 @@ class Session {
 
   // What the first operation said that has failed for want of space, of memory or of a place for a temporary
   // file, or because the database itself can't be used; empty where none has.
-  const std::string& breakdown() const { return breakdown_; }
+  const std::string& fatalError() const { return breakdown_; }
 
  private:
   // Enough for all the texts of a collection that don't hold a name.

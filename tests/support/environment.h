@@ -54,7 +54,7 @@ class Environment {
   // How many connections to a private database are open.
   long openConnections() const;
   // Why the private database can't be relied on; empty where it can.
-  std::string breakdown() const { return private_ ? private_->breakdown() : ""; }
+  std::string fatalError() const { return private_ ? private_->fatalError() : ""; }
 
   // Where the mouse pointer stands.
   int pointer() const;
