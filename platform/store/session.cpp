@@ -146,7 +146,7 @@ void Session::execute(TextView sql, TextView source) {
 
 void Session::fail(const sqlite::Error& error, TextView source) {
   const bool lasting = error.cause() == Cause::kResourceExhausted || error.cause() == Cause::kUnusable;
-  if (lasting && breakdown_.empty()) breakdown_ = error.what();
+  if (lasting && fatalError_.empty()) fatalError_ = error.what();
   failAs(error, source);
 }
 

@@ -89,7 +89,7 @@ class Session {
 
   // What the first operation said that has failed for want of space, of memory or of a place for a temporary
   // file, or because the database itself can't be used; empty where none has.
-  const std::string& fatalError() const { return breakdown_; }
+  const std::string& fatalError() const { return fatalError_; }
 
  private:
   // Enough for all the texts of a collection that don't hold a name.
@@ -101,7 +101,7 @@ class Session {
   std::vector<std::unique_ptr<Query>> queries_;
   std::size_t nextToDrop_ = 0;
   sqlite::Insertions insertions_;
-  std::string breakdown_;
+  std::string fatalError_;
 };
 
 // Opens a file for a connection. Fails with kUnusableFile.
