@@ -221,7 +221,7 @@ class ServerCollection {
     canonicalizeSelection();
     remarkWhatIsMissing(shape);
     {
-      const platform::store::Loan loan(staging_.database());
+      const platform::store::ConnectionRedirect redirect(staging_.database());
       logOddities(*metabase);
       if (shape.hasSites && has(Side::kFtp)) collectSites();
       if (shape.hasWeb && has(Side::kPools)) collectPools(shape.hasPools);

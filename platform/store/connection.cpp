@@ -86,7 +86,7 @@ void Connection::open(const Variant& path) {
     throw Failure(number::kObjectOpen, u"The connection is open already", Text(kSource));
   }
   Text text = automation::toText(path);
-  session_ = lent(text);
+  session_ = redirectedSession(text);
   if (session_ == nullptr) session_ = openFile(text, kSource);
   connectionString_ = std::move(text);
   ++opening_;

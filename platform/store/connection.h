@@ -12,7 +12,7 @@ namespace platform::store {
 // Properties: Provider (kept, of no effect), ConnectionString (the file's path), State (0 closed, 1 open).
 // Methods: Open(path), Execute(sql), Close(). A saved row is a commit of its own, so connections to one file
 // see each other's rows at once. Closing one closes its recordsets and drops the rows that they haven't
-// saved. A path under which the thread has a private database on loan means that database.
+// saved. A path under which the thread has a private database on redirect means that database.
 class Connection : public automation::Object {
  public:
   automation::Variant read(automation::TextView member, automation::Arguments arguments) override;

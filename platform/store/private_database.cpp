@@ -8,11 +8,11 @@ namespace {
 // What a database may take of memory before it goes to a temporary file.
 constexpr int kCacheKibibytes = 32 * 1024;
 
-struct Lent {
+struct Redirect {
   automation::Text name;
   std::shared_ptr<Session> session;
 };
-thread_local Lent current;
+thread_local Redirect current;
 
 }  // namespace
 
@@ -57,15 +57,15 @@ const std::string& PrivateDatabase::fatalError() const {
   return session_->fatalError();
 }
 
-Loan::Loan(PrivateDatabase& database) {
+ConnectionRedirect::ConnectionRedirect(PrivateDatabase& database) {
   current = {automation::fromUtf8(database.name()), database.session_};
 }
 
-Loan::~Loan() {
+ConnectionRedirect::~ConnectionRedirect() {
   current = {};
 }
 
-std::shared_ptr<Session> lent(automation::TextView name) {
+std::shared_ptr<Session> redirectedSession(automation::TextView name) {
   return current.session != nullptr && current.name == name ? current.session : nullptr;
 }
 

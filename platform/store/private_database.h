@@ -52,22 +52,22 @@ class PrivateDatabase {
   const std::string& fatalError() const;
 
  private:
-  friend class Loan;
+  friend class ConnectionRedirect;
   std::shared_ptr<Session> session_;
 };
 
 // While it lives, connections that the calling thread opens under the private database's name are connections
 // to it; they share its one handle. Connections of other threads, and those under another name, get the file
 // that their name means. One at a time on a thread, and ended on that thread.
-class Loan {
+class ConnectionRedirect {
  public:
-  explicit Loan(PrivateDatabase& database);
-  ~Loan();
-  Loan(const Loan&) = delete;
-  Loan& operator=(const Loan&) = delete;
+  explicit ConnectionRedirect(PrivateDatabase& database);
+  ~ConnectionRedirect();
+  ConnectionRedirect(const ConnectionRedirect&) = delete;
+  ConnectionRedirect& operator=(const ConnectionRedirect&) = delete;
 };
 
-// The session that the calling thread has on loan under this name, or null.
-std::shared_ptr<Session> lent(automation::TextView name);
+// The session that the calling thread has on redirect under this name, or null.
+std::shared_ptr<Session> redirectedSession(automation::TextView name);
 
 }  // namespace platform::store
