@@ -9,7 +9,7 @@ namespace inventory {
 namespace {
 
 // Collections in one statement or one piece at most.
-constexpr std::size_t kMostCollections = 200;
+constexpr std::size_t kMaxCollections = 200;
 
 // Copies collections in pieces, with numbers of the target.
 class Copier {
@@ -125,7 +125,7 @@ Published copyServers(Driver& source, Session& target, const std::vector<std::st
     if (history.empty()) break;
     std::ranges::sort(history, {}, &CollectionInfo::id);
     reader.forEachPiece(
-        history, kMostCollections,
+        history, kMaxCollections,
         [&](Session& session, std::span<const CollectionInfo> piece) { copier.copy(session, piece); });
   }
   copier.finish();
@@ -164,9 +164,8 @@ void renameServer(Session& session, const KnownServer& server, const std::string
     session.execute("update " + quotedName(table) + " set " + changes + " where " + condition);
   };
   const std::string newName = "\"Server name\" = " + to;
-  for (std::size_t at = 0; at < collections.size(); at += kMostCollections) {
-    const auto chunk =
-        std::span(collections).subspan(at, std::min(kMostCollections, collections.size() - at));
+  for (std::size_t at = 0; at < collections.size(); at += kMaxCollections) {
+    const auto chunk = std::span(collections).subspan(at, std::min(kMaxCollections, collections.size() - at));
     const std::string ids = idsCondition("id", {chunk.begin(), chunk.end()});
     for (const Table& table : tables()) update(table.name, table.hasServerColumn() ? newName : newPath, ids);
     update("Problems",

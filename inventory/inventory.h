@@ -52,7 +52,7 @@ class Reader {
   using OnSuccessor = std::function<void(const CollectionInfo& deleted)>;
 
   // What is read at once where a reading may last.
-  static constexpr std::int64_t kMostRows = 20000;
+  static constexpr std::int64_t kMaxRows = 20000;
 
   // Throws Error for a database without an inventory.
   explicit Reader(Driver& driver, OnSuccessor onSuccessor = {});
@@ -86,7 +86,7 @@ class Reader {
   // deleted meanwhile.
   using OnPiece = std::function<void(Session&, std::span<const CollectionInfo> piece)>;
   void forEachPiece(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each,
-                    std::int64_t mostRows = kMostRows);
+                    std::int64_t mostRows = kMaxRows);
   // The rows of some collections in a table, with all columns, in their order.
   static std::unique_ptr<Cursor> rowsOf(Session& session, const Table& table,
                                         const std::vector<std::int64_t>& collections);
@@ -97,7 +97,7 @@ class Reader {
   void endTransaction();
   std::size_t mostAtOnce() const;
   void forEachPresent(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each,
-                      std::int64_t mostRows = kMostRows);
+                      std::int64_t mostRows = kMaxRows);
   std::optional<CollectionInfo> presentOf(Session& session, const CollectionInfo& wanted);
   std::vector<CollectionInfo> infos(const std::string& conditions);
 

@@ -12,9 +12,9 @@ namespace inventory {
 namespace {
 
 // What is read at once where a reading may last: rows, and collections.
-constexpr std::size_t kMostCollections = 200;
+constexpr std::size_t kMaxCollections = 200;
 // The same for queries over views, which keep no rows.
-constexpr std::int64_t kMostRowsOfViews = 100000;
+constexpr std::int64_t kMaxRowsOfViews = 100000;
 
 // Selects what infoOf() reads.
 constexpr const char* kSelectInfo =
@@ -102,7 +102,7 @@ bool TableRow::isUnknown(std::size_t column) const {
 }
 
 std::size_t Reader::mostAtOnce() const {
-  return driver_.readsConcurrently() ? kMostCollections : 1;
+  return driver_.readsConcurrently() ? kMaxCollections : 1;
 }
 
 Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
@@ -282,7 +282,7 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
   // A server scans its tables for each piece, and takes rows from others meanwhile.
   if (driver_.readsConcurrently())
     return inTransaction([&](Session& session) { each(session, collections); });
-  forEachPresent(collections, kMostCollections, each, kMostRowsOfViews);
+  forEachPresent(collections, kMaxCollections, each, kMaxRowsOfViews);
 }
 
 bool Reader::isPrivileged() {

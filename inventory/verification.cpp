@@ -8,7 +8,7 @@ namespace inventory {
 namespace {
 
 // Lines about one kind of fault at most.
-constexpr int kMostLines = 20;
+constexpr int kMaxLines = 20;
 
 struct Counts {
   std::string server;
@@ -28,7 +28,7 @@ void compareCounts(Session& session, const std::string& table,
         session.query("select id / 4294967296, count(*) from " + quotedName(table) + " group by 1");
     while (rows->next()) found[rows->number(0)] = rows->number(1);
   }
-  int left = kMostLines;
+  int left = kMaxLines;
   for (const auto& [id, count] : found) {
     const auto at = collections.find(id);
     if ((at != collections.end() && count == expected(at->second)) || left-- <= 0) continue;

@@ -76,7 +76,7 @@ class Store : public testing::Test {
  protected:
   using Rows = std::vector<std::string>;
 
-  // A database file, or a private database on redirect under its name, whose rows may wait.
+  // A database file, or a private database that replaces it, whose rows may be buffered.
   enum class Kind { kFile, kPrivate, kWaiting };
 
   explicit Store(Kind kind = Kind::kFile) {

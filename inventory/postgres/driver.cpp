@@ -16,9 +16,9 @@ using postgres::ResultSet;
 using postgres::Transaction;
 using std::chrono::steady_clock;
 
-constexpr int kMostChanges = 8;
+constexpr int kMaxChanges = 8;
 // More locks would be a burden to the server.
-constexpr std::size_t kMostLocks = 100;
+constexpr std::size_t kMaxLocks = 100;
 constexpr const char* kBegin = "begin isolation level read committed, read write";
 constexpr const char* kBeginReading = "begin isolation level repeatable read, read only";
 
@@ -112,7 +112,7 @@ class Pool {
   bool limit(const std::string& why) {
     const std::lock_guard lock(mutex_);
     if (changes_ <= 1) return false;
-    if (most_ == kMostChanges) notice_ = "using fewer connections than allowed: " + why;
+    if (most_ == kMaxChanges) notice_ = "using fewer connections than allowed: " + why;
     most_ = std::min(most_, changes_ - 1);
     return true;
   }
@@ -122,7 +122,7 @@ class Pool {
   std::condition_variable freed_;
   std::vector<std::unique_ptr<Connection>> idle_;
   int changes_ = 0;  // that have a connection or are getting one
-  int most_ = kMostChanges;
+  int most_ = kMaxChanges;
   std::string notice_;
 };
 
@@ -141,7 +141,7 @@ class PostgresDriver : public Driver {
 
   std::string shownName() const override { return target_->shown; }
   const Dialect& dialect() const override { return dialect_; }
-  int concurrentChanges() const override { return kMostChanges; }
+  int concurrentChanges() const override { return kMaxChanges; }
   bool readsConcurrently() const override { return true; }
   std::vector<std::string> checkIntegrity() override { return {}; }
   void stopWaiting() override { pool_.stopWaiting(); }
@@ -263,7 +263,7 @@ void PostgresDriver::prepare(const Change& change, const Shared& connection) {
 std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Shared& connection,
                                                   const Attempt& attempt) const {
   Parameters names{target_->access.schema};
-  const bool isOfAll = change.serverKeys.size() > kMostLocks;
+  const bool isOfAll = change.serverKeys.size() > kMaxLocks;
   std::string sql = std::string("select pg_try_advisory_xact_lock") + (isOfAll ? "" : "_shared") +
                     "(hashtextextended($1, 0))";
   for (std::size_t at = 0; !isOfAll && at < change.serverKeys.size(); ++at) {

@@ -59,7 +59,7 @@ class Handle {
   Database& database() { return database_; }
 
   Statement& statement(const std::string& sql) {
-    if (statements_.size() > kMostStatements) statements_.clear();
+    if (statements_.size() > kMaxStatements) statements_.clear();
     const auto found = statements_.find(sql);
     if (found == statements_.end()) return statements_.emplace(sql, database_.prepare(sql)).first->second;
     found->second.reset();
@@ -67,7 +67,7 @@ class Handle {
   }
 
  private:
-  static constexpr std::size_t kMostStatements = 256;
+  static constexpr std::size_t kMaxStatements = 256;
 
   Database database_;
   std::unordered_map<std::string, Statement> statements_;
@@ -134,11 +134,11 @@ class SqliteSession : public Session {
   }
 
   void limitQueries(std::chrono::milliseconds limit) override {
-    constexpr int kInstructions = 10000;          // between two looks at the clock
-    constexpr int kMostBytes = 64 * 1024 * 1024;  // of a value, whose growth no clock sees
+    constexpr int kInstructions = 10000;         // between two looks at the clock
+    constexpr int kMaxBytes = 64 * 1024 * 1024;  // of a value, whose growth no clock sees
     limit_ = limit;
     sqlite3* const database = handle_.database().raw();
-    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMostBytes);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMaxBytes);
     sqlite3_progress_handler(database, limit.count() == 0 ? 0 : kInstructions, &SqliteSession::isOverdue,
                              this);
   }
@@ -217,8 +217,7 @@ class SqliteDriver : public Driver {
       handle_.reset();
       if (hasChanged_)
         throw Error("cannot use the database '" + file_ + "': it was moved or replaced during this run");
-      if (tries == kMostTries)
-        throw Error("cannot use the database '" + file_ + "': it keeps being replaced");
+      if (tries == kMaxTries) throw Error("cannot use the database '" + file_ + "': it keeps being replaced");
     }
   }
 
@@ -243,7 +242,7 @@ class SqliteDriver : public Driver {
   void stopWaiting() override { stopWaiting_ = true; }
 
  private:
-  static constexpr int kMostTries = 5;
+  static constexpr int kMaxTries = 5;
   // What SQLite may take of memory: for a change before it writes into the file ahead of the commit, and for
   // reading.
   static constexpr int kCacheKibibytes = 16 * 1024;

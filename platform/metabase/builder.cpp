@@ -280,7 +280,7 @@ class Metabase::Builder {
 
   NameTable::Id nameId(std::string_view name) {
     const NameTable::Id id = metabase_.names_.enter(name);
-    if (id >= kMostNames) {
+    if (id >= kMaxNames) {
       fail(number::kFileTooLarge, metabase_.file_ + ": too many different property names");
     }
     return id;

@@ -22,7 +22,7 @@ inline constexpr std::uint32_t kNoNode = 0xFFFFFFFF;
 // plus 1 in four bits, 0 where it names none, all ones where the value is flags that stand as bits; whether
 // the file says that the value is secured; and lowest whether it says that it is inherited.
 inline constexpr unsigned kKeyNameShift = 6;
-inline constexpr std::uint32_t kMostNames = std::uint32_t{1} << (32 - kKeyNameShift);
+inline constexpr std::uint32_t kMaxNames = std::uint32_t{1} << (32 - kKeyNameShift);
 inline constexpr std::uint32_t kKeyInherits = 1;
 inline constexpr std::uint32_t kKeySecured = 2;
 inline constexpr unsigned kKeyTypeShift = 2;

@@ -58,13 +58,13 @@ class Servers {
 
  private:
   [[noreturn]] void failUnknown(TextView server) const {
-    constexpr std::size_t kMostNames = 10;
+    constexpr std::size_t kMaxNames = 10;
     std::map<Text, std::string> names;
     for (const auto& [key, entry] : servers_) names.emplace(key, automation::toUtf8(entry->server));
     std::string known;
     std::size_t count = 0;
     for (const auto& [key, name] : names) {
-      if (count == kMostNames) {
+      if (count == kMaxNames) {
         known += ", ...";
         break;
       }

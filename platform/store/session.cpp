@@ -97,11 +97,11 @@ Query& Session::query(TextView sql, TextView source) {
   auto columns = describe(statement);
   auto query =
       std::make_unique<Query>(Query{Text(sql), std::move(statement), std::move(columns), endsInNoRow(sql)});
-  if (queries_.size() < kMostQueries) {
+  if (queries_.size() < kMaxQueries) {
     queries_.push_back(std::move(query));
     return *queries_.back();
   }
-  auto& place = queries_[nextToDrop_++ % kMostQueries];
+  auto& place = queries_[nextToDrop_++ % kMaxQueries];
   place = std::move(query);
   return *place;
 }

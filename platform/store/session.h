@@ -93,7 +93,7 @@ class Session {
 
  private:
   // Enough for all the texts of a collection that don't hold a name.
-  static constexpr std::size_t kMostQueries = 32;
+  static constexpr std::size_t kMaxQueries = 32;
 
   [[noreturn]] void fail(const sqlite::Error& error, automation::TextView source);
 

@@ -200,7 +200,7 @@ void Environment::dropTable(const std::string& name) {
   hasDropped_ = true;
 }
 
-// Beside the private database itself, the redirect and this look.
+// Beside the private database itself, the redirect and this call.
 long Environment::openConnections() const {
   return private_ != nullptr ? platform::store::redirectedSession(database).use_count() - 3 : 0;
 }

@@ -17,7 +17,8 @@
 namespace test {
 
 // What stands behind the seam: a metabase of fakes, or the layer with the sample server WEB01; in both cases
-// a private database on redirect, whose rows wait, or go into their tables at once, or a database file.
+// a private database that connections are redirected to, whose rows are buffered or inserted at once, or a
+// database file.
 enum class Layer { kFakes, kWaiting, kPrivate, kFile };
 
 // Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
