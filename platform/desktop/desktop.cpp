@@ -57,7 +57,7 @@ class CommonObject : public MemberlessObject {
     std::optional<Metabase::NodeId> asked;
     const auto failAt = [&](std::int32_t number, TextView why) {
       const auto place =
-          metabase->place(asked.value_or(metabase->root()), server, automation::toUtf8(kVersion));
+          metabase->location(asked.value_or(metabase->root()), server, automation::toUtf8(kVersion));
       throw Failure(number, automation::fromUtf8(place) + u": " + Text(why), source());
     };
     for (const TextView path : {u"LM/W3SVC/Info", u"LM/MSFTPSVC/Info"}) {

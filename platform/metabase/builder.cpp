@@ -12,7 +12,7 @@
 namespace platform::metabase {
 namespace {
 
-constexpr std::size_t kLongestPath = 32767;  // in UTF-16 units, as everywhere in Windows
+constexpr std::size_t kMaxPathLength = 32767;  // in UTF-16 units, as everywhere in Windows
 constexpr std::size_t kMaxWarnings = 10000;
 constexpr std::string_view kUnclassified = "IIsConfigObject";
 constexpr std::string_view kUnknownNamePrefix = "UnknownName_";
@@ -43,14 +43,14 @@ class Metabase::Builder {
       : metabase_(metabase), lines_({metabase.bytes_.get(), metabase.size_}) {}
 
   void build() {
-    requireXml({metabase_.bytes_.get(), metabase_.size_}, metabase_.file_);
+    validateXml({metabase_.bytes_.get(), metabase_.size_}, metabase_.file_);
     {
       pugi::xml_document document;
       const pugi::xml_parse_result parsed = document.load_buffer_inplace(
           metabase_.bytes_.get(), metabase_.size_, kParseOptions, pugi::encoding_utf8);
       if (parsed.status == pugi::status_out_of_memory) throw std::bad_alloc();
       if (!parsed) {
-        refuse(number::kNotXml, lines_.lineAt(static_cast<std::size_t>(parsed.offset)),
+        reject(number::kNotXml, lines_.lineAt(static_cast<std::size_t>(parsed.offset)),
                std::string("not XML: ") + parsed.description());
       }
       readDocument(document);
@@ -59,7 +59,8 @@ class Metabase::Builder {
     std::vector<Node>& nodes = metabase_.nodes_;
     for (NodeId node = 1; node < nodes.size(); ++node) {
       const NodeId parentNode = nodes[node].parent;
-      nodes[node].holder = nodes[parentNode].valueCount > 0 ? parentNode : nodes[parentNode].holder;
+      nodes[node].valueAncestor =
+          nodes[parentNode].valueCount > 0 ? parentNode : nodes[parentNode].valueAncestor;
     }
     // By now the document has given its memory back. Exact room is not worth a copy.
     if (nodes.capacity() / 4 > nodes.size() / 3) nodes.shrink_to_fit();
@@ -72,7 +73,7 @@ class Metabase::Builder {
   }
 
  private:
-  [[noreturn]] void refuse(std::int32_t failureNumber, std::size_t line, const std::string& what) const {
+  [[noreturn]] void reject(std::int32_t failureNumber, std::size_t line, const std::string& what) const {
     fail(failureNumber, metabase_.file_ + ", line " + std::to_string(line) + ": " + what);
   }
 
@@ -89,7 +90,7 @@ class Metabase::Builder {
   void addStray(const pugi::xml_node& node, const char* outer, std::optional<NodeId> owner = std::nullopt) {
     const bool element = node.type() == pugi::node_element;
     addWarning(lineOf(node), number::kBadElement,
-               (element ? "the element " + inQuotes(node.name()) : "text") + " inside " + outer +
+               (element ? "the element " + quoteForMessage(node.name()) : "text") + " inside " + outer +
                    ", where it does not belong",
                owner);
   }
@@ -107,8 +108,8 @@ class Metabase::Builder {
   void readDocument(const pugi::xml_document& document) {
     const pugi::xml_node configuration = document.document_element();
     if (localName(configuration.name()) != "configuration") {
-      refuse(number::kAnotherKind, lineOf(configuration),
-             "not a metabase: the outermost element is " + inQuotes(configuration.name()) +
+      reject(number::kAnotherKind, lineOf(configuration),
+             "not a metabase: the outermost element is " + quoteForMessage(configuration.name()) +
                  " and not \"configuration\"");
     }
     bool found = false;
@@ -128,7 +129,7 @@ class Metabase::Builder {
       }
     }
     if (!found) {
-      refuse(number::kAnotherKind, lineOf(configuration),
+      reject(number::kAnotherKind, lineOf(configuration),
              "not a metabase: \"configuration\" has no element \"MBProperty\"");
     }
   }
@@ -159,12 +160,14 @@ class Metabase::Builder {
     // The one element that describes the file and no node ("IIS_Global").
     if (place == ".") return;
     if (!location) {
-      addWarning(line, number::kBadElement, "the element " + inQuotes(element.name()) + " has no Location");
+      addWarning(line, number::kBadElement,
+                 "the element " + quoteForMessage(element.name()) + " has no Location");
       return;
     }
-    if (const char* const wrong = wrongWithPath(place)) {
-      addWarning(line, number::kBadLocation,
-                 "the Location " + inQuotes(place) + " of " + inQuotes(element.name()) + " " + wrong);
+    if (const char* const wrong = pathError(place)) {
+      addWarning(
+          line, number::kBadLocation,
+          "the Location " + quoteForMessage(place) + " of " + quoteForMessage(element.name()) + " " + wrong);
       return;
     }
     const NodeId node = enterPath(place, offsetOf(location.value()));
@@ -187,11 +190,11 @@ class Metabase::Builder {
   }
 
   // Null for the path of a node.
-  static const char* wrongWithPath(std::string_view place) {
+  static const char* pathError(std::string_view place) {
     if (place.empty() || place.front() != '/') return "does not begin with \"/\"";
     if (place.size() == 1) return nullptr;
     if (place.back() == '/' || place.find("//") != std::string_view::npos) return "has an empty piece";
-    if (place.size() > kLongestPath && automation::fromUtf8(place).size() > kLongestPath) {
+    if (place.size() > kMaxPathLength && automation::fromUtf8(place).size() > kMaxPathLength) {
       return "is longer than 32767 characters";
     }
     return nullptr;
@@ -207,8 +210,8 @@ class Metabase::Builder {
       const auto start = static_cast<std::uint32_t>(offset + 1 + end - piece.size());
       return found ? *found : addNode(parentNode, start, static_cast<std::uint32_t>(piece.size()), hash);
     };
-    return *trail_.follow(metabase_.root(), place.substr(1),
-                          [&](auto... each) { return std::optional(step(each...)); });
+    return *pathCache_.follow(metabase_.root(), place.substr(1),
+                              [&](auto... each) { return std::optional(step(each...)); });
   }
 
   NodeId addNode(NodeId parentNode, std::uint32_t nameOffset, std::uint32_t nameLength, std::uint32_t hash) {
@@ -273,9 +276,9 @@ class Metabase::Builder {
     if (id >= properties().size() || properties()[id].type != Type::kFlags) return std::nullopt;
     const std::optional<Type> type = keyType(key);
     if (type && *type != Type::kDword && *type != Type::kBool) return std::nullopt;
-    std::optional<std::string_view> culprit;
-    const std::uint32_t bits = parseFlags(text, properties()[id].flags, culprit);
-    return culprit ? std::nullopt : std::optional(bits);
+    std::optional<std::string_view> invalidPiece;
+    const std::uint32_t bits = parseFlags(text, properties()[id].flags, invalidPiece);
+    return invalidPiece ? std::nullopt : std::optional(bits);
   }
 
   NameTable::Id nameId(std::string_view name) {
@@ -296,17 +299,17 @@ class Metabase::Builder {
     }
     const auto notKnown = [&](const char* what, std::string_view text) {
       addWarning(lineOf(custom), number::kBadElement,
-                 std::string("the ") + what + " " + inQuotes(text) + " of the \"Custom\" is not known", node,
-                 metabase_.names_.text(*id));
+                 std::string("the ") + what + " " + quoteForMessage(text) + " of the \"Custom\" is not known",
+                 node, metabase_.names_.text(*id));
     };
     std::uint32_t key = makeKey(*id);
     if (const std::string_view type = trimSpace(custom.attribute("Type").value()); !type.empty()) {
       key |= typeBits(typeByName(type));
       if (keyType(key) == Type::kUnknown) notKnown("type", type);
     }
-    std::optional<std::string_view> culprit;
-    const std::uint32_t bits = parseFlags(custom.attribute("Attributes").value(), kAttributes, culprit);
-    if (culprit) notKnown("attribute", *culprit);
+    std::optional<std::string_view> invalidPiece;
+    const std::uint32_t bits = parseFlags(custom.attribute("Attributes").value(), kAttributes, invalidPiece);
+    if (invalidPiece) notKnown("attribute", *invalidPiece);
     if ((bits & kAttributeSecure) != 0) key |= kKeySecured;
     if ((bits & kAttributeInherit) != 0) {
       key |= kKeyInherits;
@@ -352,12 +355,12 @@ class Metabase::Builder {
   const LineIndex lines_;
   std::size_t furtherWarnings_ = 0;
   NameTable::Id unclassified_ = 0;
-  Trail<char> trail_;
+  PathCache<char> pathCache_;
 };
 
 std::shared_ptr<const Metabase> Metabase::parse(FileBytes bytes, std::string name) {
   if (bytes.size == 0) fail(number::kFileEmpty, name + ": the file is empty");
-  makeUtf8(bytes, name);
+  convertToUtf8(bytes, name);
   if (bytes.size > kLargestFile) fail(number::kFileTooLarge, name + ": the file is larger than 2 GiB");
   const std::shared_ptr<Metabase> metabase(new Metabase(std::move(bytes.bytes), bytes.size, std::move(name)));
   Builder(*metabase).build();

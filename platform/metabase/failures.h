@@ -54,9 +54,9 @@ inline constexpr automation::TextView kSource = u"Metabase";
 }
 
 // Control characters as blanks, so that a text fits into one line.
-std::string inOneLine(std::string_view text);
+std::string toSingleLine(std::string_view text);
 
 // A piece of a file's text for a message: at most 80 bytes of it, in one line, in quotes.
-std::string inQuotes(std::string_view text);
+std::string quoteForMessage(std::string_view text);
 
 }  // namespace platform::metabase

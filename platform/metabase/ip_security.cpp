@@ -253,7 +253,7 @@ std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProbl
     }
     if (expected != nullptr && problem.why.empty()) {
       problem = {number::kWrongValue,
-                 "the line " + inQuotes(line) + " of the value is not of the form " + expected};
+                 "the line " + quoteForMessage(line) + " of the value is not of the form " + expected};
     }
   });
   if (!problem.why.empty()) return std::nullopt;

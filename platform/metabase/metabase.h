@@ -78,7 +78,7 @@ class Metabase {
 
   // What every failure that concerns a node begins with: address, class and, where it is about one, the
   // property. "IIS://WEB01/MSFTPSVC/1 (IIsFtpServer), MaxConnections". In one line.
-  std::string place(NodeId node, automation::TextView server, std::string_view property = {}) const;
+  std::string location(NodeId node, automation::TextView server, std::string_view property = {}) const;
 
   // The number of a property's name, or nothing where neither the schema nor the file knows it.
   std::optional<PropertyId> property(automation::TextView name) const;
@@ -102,9 +102,9 @@ class Metabase {
   // counts.
   const std::vector<ParseWarning>& warnings() const { return warnings_; }
 
-  // An oddity as a message: it begins with its place, as whoever reaches this snapshot as `server` has it,
+  // An warning as a message: it begins with its place, as whoever reaches this snapshot as `server` has it,
   // else with the file, and tells the line.
-  std::string describe(const ParseWarning& oddity, automation::TextView server) const;
+  std::string describe(const ParseWarning& warning, automation::TextView server) const;
 
   // What messages call the file.
   const std::string& file() const { return file_; }
@@ -117,8 +117,8 @@ class Metabase {
     NodeId parent;
     NodeId lastChild;
     NodeId nextSibling;
-    NodeId
-        holder;  // the nearest node above that holds values, so that long chains of empty ones cost nothing
+    NodeId valueAncestor;  // the nearest node above that holds values, so that long chains of empty ones cost
+                           // nothing
     std::uint32_t name;
     std::uint32_t nameLength;
     std::uint32_t firstValue;
@@ -160,7 +160,7 @@ class Metabase {
   const Value* ownValue(NodeId node, PropertyId property) const;
   const Value* effectiveValue(NodeId node, PropertyId property) const;
   Type typeOf(const Value* value, PropertyId property) const;
-  bool isForeign(NodeId node, PropertyId property) const;
+  bool isExcludedByClass(NodeId node, PropertyId property) const;
   automation::Variant convert(const Reading& reading, Type type, std::string_view text) const;
   automation::Variant readFlag(const Reading& reading, const FlagProperty& flag) const;
   automation::Variant readState(const Reading& reading) const;

@@ -61,7 +61,7 @@ constexpr std::uint32_t nodeHash(std::uint32_t parent, std::uint32_t nameHash) {
 // The nodes along a path, kept from one path to the next: paths that follow one another mostly share their
 // front, which then need not be looked up again, however deep it is.
 template <typename Unit>
-class Trail {
+class PathCache {
  public:
   using View = std::basic_string_view<Unit>;
 
@@ -71,26 +71,27 @@ class Trail {
   template <typename Step>
   std::optional<std::uint32_t> follow(std::uint32_t from, View path, Step&& step) {
     const std::size_t shared = sharedFront(path);
-    const auto isBelow = [&](const Place& place) {
-      return place.end <= shared && (place.end == path.size() || path[place.end] == '/');
+    const auto isBelow = [&](const Entry& entry) {
+      return entry.end <= shared && (entry.end == path.size() || path[entry.end] == '/');
     };
-    while (!places_.empty() && !isBelow(places_.back())) places_.pop_back();
+    while (!entries_.empty() && !isBelow(entries_.back())) entries_.pop_back();
     path_.replace(shared, std::basic_string<Unit>::npos, path, shared, View::npos);
-    std::uint32_t at = places_.empty() ? from : places_.back().node;
-    for (std::size_t end = places_.empty() ? 0 : places_.back().end; places_.empty() || end < path.size();) {
-      const std::size_t start = places_.empty() ? 0 : end + 1;
+    std::uint32_t at = entries_.empty() ? from : entries_.back().node;
+    for (std::size_t end = entries_.empty() ? 0 : entries_.back().end;
+         entries_.empty() || end < path.size();) {
+      const std::size_t start = entries_.empty() ? 0 : end + 1;
       end = std::min(path.find('/', start), path.size());
       const std::optional<std::uint32_t> node =
           end == start ? std::nullopt : step(at, path.substr(start, end - start), end);
       if (!node) return std::nullopt;
       at = *node;
-      places_.push_back({end, at});
+      entries_.push_back({end, at});
     }
     return at;
   }
 
  private:
-  struct Place {
+  struct Entry {
     std::size_t end;
     std::uint32_t node;
   };
@@ -107,7 +108,7 @@ class Trail {
   }
 
   std::basic_string<Unit> path_;
-  std::vector<Place> places_;
+  std::vector<Entry> entries_;
 };
 
 }  // namespace platform::metabase

@@ -92,7 +92,7 @@ class NodeObject : public automation::Object {
 
   [[noreturn]] void failAt(TextView property, std::int32_t failureNumber, const char* why) const {
     const std::string name = automation::toUtf8(property);
-    fail(failureNumber, metabase().place(node_, origin_->server, name) + ": " + why);
+    fail(failureNumber, metabase().location(node_, origin_->server, name) + ": " + why);
   }
 
   Variant readMember(Member member, TextView name, Arguments arguments) const {

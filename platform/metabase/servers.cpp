@@ -70,7 +70,8 @@ class Servers {
       }
       known += (count++ == 0 ? "" : ", ") + name;
     }
-    fail(number::kUnknownServer, "The server " + inQuotes(automation::toUtf8(server)) + " is not known; " +
+    fail(number::kUnknownServer, "The server " + quoteForMessage(automation::toUtf8(server)) +
+                                     " is not known; " +
                                      (known.empty() ? "no server is" : "known are: " + known));
   }
 
@@ -98,7 +99,7 @@ ObjectRef objectAt(TextView moniker) {
   }
   if (!node) {
     fail(number::kPathNotFound,
-         inOneLine("IIS://" + automation::toUtf8(moniker.substr(kMonikerStart.size()))) +
+         toSingleLine("IIS://" + automation::toUtf8(moniker.substr(kMonikerStart.size()))) +
              ": there is no such node");
   }
   return makeNodeObject(std::move(origin), *node);

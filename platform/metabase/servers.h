@@ -24,8 +24,8 @@ std::shared_ptr<const Metabase> snapshotOf(automation::TextView server);
 // the node's children. It shows the snapshot of the moment when it was got, as do all children walked from
 // it. A path that is not there, one with an empty piece among them, fails with 0x80070003, a name that
 // neither schema nor file knows with 0x80005006, a property that a node of this class never has with
-// 0x8000500D; writing fails, since a snapshot is for reading. What concerns a node begins as Metabase::place
-// tells.
+// 0x8000500D; writing fails, since a snapshot is for reading. What concerns a node begins as
+// Metabase::location tells.
 void registerMoniker();
 
 }  // namespace platform::metabase

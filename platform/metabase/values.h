@@ -20,10 +20,10 @@ std::optional<bool> parseBool(std::string_view text);
 // A decimal number from 0 to 4294967295, or one in hexadecimal behind "0x"; blanks around it do not count.
 std::optional<std::uint32_t> parseDword(std::string_view text);
 
-// Flag names and numbers joined by "|"; an empty text has no flag. `culprit` is set to the first piece that
-// is neither, which adds nothing.
+// Flag names and numbers joined by "|"; an empty text has no flag. `invalidPiece` is set to the first piece
+// that is neither, which adds nothing.
 std::uint32_t parseFlags(std::string_view text, std::span<const Flag> flags,
-                         std::optional<std::string_view>& culprit);
+                         std::optional<std::string_view>& invalidPiece);
 
 // Calls `line` with each value of a multi-valued property: the lines of the text, without the tabs that
 // indent every line after the first. A line that is empty then is no value, since a list of texts in the

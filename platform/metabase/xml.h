@@ -14,11 +14,11 @@ namespace platform::metabase {
 // Turns UTF-16, known by its byte order mark or by the zero byte of its first character, into UTF-8 and
 // leaves everything else as it is. `name` is the file's name for messages, here and below. Fails where it
 // isn't whole UTF-16.
-void makeUtf8(FileBytes& file, const std::string& name);
+void convertToUtf8(FileBytes& file, const std::string& name);
 
 // Checks that the bytes are one XML 1.0 document in UTF-8 that declares no other version and no encoding but
 // UTF-8 or UTF-16, and no document type. Fails with the line and the reason.
-void requireXml(std::string_view bytes, const std::string& name);
+void validateXml(std::string_view bytes, const std::string& name);
 
 // Which line an offset lies on, kept from before the bytes are changed by parsing in place.
 class LineIndex {

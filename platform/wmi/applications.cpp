@@ -28,7 +28,7 @@ std::optional<Metabase::NodeId> nextInTree(const Metabase& metabase, Metabase::N
   return std::nullopt;
 }
 
-bool namesItself(const Metabase& metabase, Metabase::NodeId node, std::string_view appRoot) {
+bool isApplicationRoot(const Metabase& metabase, Metabase::NodeId node, std::string_view appRoot) {
   if (!appRoot.empty() && appRoot.back() == '/') appRoot.remove_suffix(1);
   return metabase::equalFolded(metabase.path(node), appRoot);
 }
@@ -42,12 +42,12 @@ Applications::Applications(const Metabase& metabase, TextView server) {
   if (!appRoot || !appPoolId || !top) return;
   for (auto node = nextInTree(metabase, *top, *top); node; node = nextInTree(metabase, *top, *node)) {
     const auto own = metabase.ownText(*node, *appRoot);
-    if (!own || !namesItself(metabase, *node, *own)) continue;
+    if (!own || !isApplicationRoot(metabase, *node, *own)) continue;
     const automation::Variant pool = metabase.read(*node, *appPoolId, server);
     if (pool.isNull()) continue;
     if (pool.asArray() != nullptr) {
       metabase::fail(metabase::number::kWrongValue,
-                     metabase.place(*node, server, "AppPoolId") + ": the value is a list and not a text");
+                     metabase.location(*node, server, "AppPoolId") + ": the value is a list and not a text");
     }
     byPool_[automation::lowerCase(automation::toText(pool))].push_back(*node);
   }

@@ -163,7 +163,7 @@ class Service : public MemberlessObject {
 };
 
 // Takes `start` off the front of `text`, if it stands there in any case.
-bool takeOff(TextView& text, TextView start) {
+bool consumePrefix(TextView& text, TextView start) {
   if (!equalsIgnoringCase(text.substr(0, start.size()), start)) return false;
   text.remove_prefix(start.size());
   return true;
@@ -171,8 +171,8 @@ bool takeOff(TextView& text, TextView start) {
 
 ObjectRef serviceAt(TextView moniker) {
   TextView rest = moniker;
-  if (takeOff(rest, kPrefix)) takeOff(rest, kSecurity);
-  const bool named = takeOff(rest, u"\\\\");
+  if (consumePrefix(rest, kPrefix)) consumePrefix(rest, kSecurity);
+  const bool named = consumePrefix(rest, u"\\\\");
   const std::size_t end = rest.find(u'\\');
   const TextView server = rest.substr(0, end);
   if (!named || server.empty()) {
