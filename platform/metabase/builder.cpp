@@ -1,4 +1,4 @@
-// From the bytes of a file to a snapshot.
+// Builds a snapshot from the bytes of a file.
 #include <algorithm>
 #include <pugixml.hpp>
 #include <utility>
@@ -12,12 +12,12 @@
 namespace platform::metabase {
 namespace {
 
-constexpr std::size_t kMaxPathLength = 32767;  // in UTF-16 units, as everywhere in Windows
+constexpr std::size_t kMaxPathLength = 32767;  // in UTF-16 units; the limit of Windows
 constexpr std::size_t kMaxWarnings = 10000;
 constexpr std::string_view kUnclassified = "IIsConfigObject";
 constexpr std::string_view kUnknownNamePrefix = "UnknownName_";
 
-// The attributes of a value in a file, as numbers ("METADATA_RECORD").
+// The attributes of a value ("METADATA_RECORD").
 constexpr std::uint32_t kAttributeInherit = 0x00000001;
 constexpr std::uint32_t kAttributeSecure = 0x00000004;
 constexpr Flag kAttributes[] = {{"INHERIT", kAttributeInherit},
@@ -32,7 +32,8 @@ constexpr Flag kAttributes[] = {{"INHERIT", kAttributeInherit},
                                 {"NON_SECURE_ONLY", 0},
                                 {"DONT_REPLICATE", 0}};
 
-// Line ends as XML has them, and references resolved; white space in values stays, for lines are values.
+// Normalizes line ends and resolves references, but keeps white space in values: a line break separates
+// values.
 constexpr unsigned kParseOptions = pugi::parse_escapes | pugi::parse_eol;
 
 }  // namespace
@@ -55,20 +56,20 @@ class Metabase::Builder {
       }
       readDocument(document);
     }
-    // A node stands behind its parent.
+    // Parents precede their children in `nodes`.
     std::vector<Node>& nodes = metabase_.nodes_;
     for (NodeId node = 1; node < nodes.size(); ++node) {
       const NodeId parentNode = nodes[node].parent;
       nodes[node].valueAncestor =
           nodes[parentNode].valueCount > 0 ? parentNode : nodes[parentNode].valueAncestor;
     }
-    // By now the document has given its memory back. Exact room is not worth a copy.
+    // The document's memory is free by now. Small excess capacity is not worth a copy.
     if (nodes.capacity() / 4 > nodes.size() / 3) nodes.shrink_to_fit();
     if (metabase_.values_.capacity() / 4 > metabase_.values_.size() / 3) metabase_.values_.shrink_to_fit();
     std::stable_sort(metabase_.warnings_.begin(), metabase_.warnings_.end(),
                      [](const ParseWarning& a, const ParseWarning& b) { return a.line < b.line; });
     if (furtherWarnings_ > 0) {
-      metabase_.warnings_.back().reason = "odd places from here on: " + std::to_string(furtherWarnings_ + 1);
+      metabase_.warnings_.back().reason = "further warnings: " + std::to_string(furtherWarnings_ + 1);
     }
   }
 
@@ -86,12 +87,12 @@ class Metabase::Builder {
     }
   }
 
-  // An element or text where none belongs.
+  // Reports misplaced text or a misplaced element.
   void addStray(const pugi::xml_node& node, const char* outer, std::optional<NodeId> owner = std::nullopt) {
     const bool element = node.type() == pugi::node_element;
     addWarning(lineOf(node), number::kBadElement,
-               (element ? "the element " + quoteForMessage(node.name()) : "text") + " inside " + outer +
-                   ", where it does not belong",
+               (element ? "unexpected element " + quoteForMessage(node.name()) : "unexpected text") +
+                   " inside " + outer,
                owner);
   }
 
@@ -109,8 +110,8 @@ class Metabase::Builder {
     const pugi::xml_node configuration = document.document_element();
     if (localName(configuration.name()) != "configuration") {
       reject(number::kAnotherKind, lineOf(configuration),
-             "not a metabase: the outermost element is " + quoteForMessage(configuration.name()) +
-                 " and not \"configuration\"");
+             "not a metabase: the root element is " + quoteForMessage(configuration.name()) +
+                 ", expected \"configuration\"");
     }
     bool found = false;
     for (const pugi::xml_node& part : configuration.children()) {
@@ -118,7 +119,7 @@ class Metabase::Builder {
         addStray(part, "\"configuration\"");
         continue;
       }
-      if (!found) begin(part);
+      if (!found) addRoot(part);
       found = true;
       for (const pugi::xml_node& element : part.children()) {
         if (element.type() == pugi::node_element) {
@@ -134,8 +135,8 @@ class Metabase::Builder {
     }
   }
 
-  // Makes room for what is to come and enters the node at "/".
-  void begin(const pugi::xml_node& part) {
+  // Reserves memory for all nodes and values and adds the root node.
+  void addRoot(const pugi::xml_node& part) {
     std::size_t nodes = 1;
     std::size_t values = 0;
     for (const pugi::xml_node& element : part.children()) {
@@ -157,7 +158,7 @@ class Metabase::Builder {
     const std::size_t line = lineOf(element);
     const pugi::xml_attribute location = element.attribute("Location");
     const std::string_view place = location.value();
-    // The one element that describes the file and no node ("IIS_Global").
+    // IIS_Global, which describes the file.
     if (place == ".") return;
     if (!location) {
       addWarning(line, number::kBadElement,
@@ -174,13 +175,12 @@ class Metabase::Builder {
     Node& entered = metabase_.nodes_[node];
     if (entered.line != 0) {
       addWarning(line, number::kDuplicatePath,
-                 "the node stands twice, and its element on line " + std::to_string(entered.line) + " counts",
-                 node);
+                 "duplicate node: the element on line " + std::to_string(entered.line) + " is used", node);
       return;
     }
     entered.line = static_cast<std::uint32_t>(line);
     entered.classId = metabase_.classes_.enter(localName(element.name()));
-    // Whoever named the node first may have spelled it in another way.
+    // An earlier Location may have spelled the name differently.
     const std::size_t name = place.rfind('/') + 1;
     entered.name = offsetOf(location.value()) + static_cast<std::uint32_t>(name);
     entered.nameLength = static_cast<std::uint32_t>(place.size() - name);
@@ -189,24 +189,24 @@ class Metabase::Builder {
     sortValues(node, line);
   }
 
-  // Null for the path of a node.
+  // Why this is not the path of a node; null if it is.
   static const char* pathError(std::string_view place) {
     if (place.empty() || place.front() != '/') return "does not begin with \"/\"";
     if (place.size() == 1) return nullptr;
-    if (place.back() == '/' || place.find("//") != std::string_view::npos) return "has an empty piece";
+    if (place.back() == '/' || place.find("//") != std::string_view::npos) return "has an empty component";
     if (place.size() > kMaxPathLength && automation::fromUtf8(place).size() > kMaxPathLength) {
       return "is longer than 32767 characters";
     }
     return nullptr;
   }
 
-  // The node at a path, with every node above it that is not there yet.
+  // Finds or adds the node at a path and its ancestors.
   NodeId enterPath(std::string_view place, std::uint32_t offset) {
     if (place.size() == 1) return metabase_.root();
     const auto step = [&](NodeId parentNode, std::string_view piece, std::size_t end) {
       const std::uint32_t hash = nodeHash(parentNode, foldedHash(piece));
       const auto found = metabase_.findChild(parentNode, piece, hash);
-      // The path here lacks the slash in front.
+      // Without the leading slash.
       const auto start = static_cast<std::uint32_t>(offset + 1 + end - piece.size());
       return found ? *found : addNode(parentNode, start, static_cast<std::uint32_t>(piece.size()), hash);
     };
@@ -269,8 +269,8 @@ class Metabase::Builder {
     }
   }
 
-  // The bits of a value of flags, so that its twenty flags are not worked out at each read. Nothing for any
-  // other value, and for one with a flag that is not known, which fails when it is read.
+  // The bits of a value of flags, parsed once for all reads. nullopt for any other value, and for an unknown
+  // flag, which is reported when the value is read.
   static std::optional<std::uint32_t> flagBits(std::uint32_t key, std::string_view text) {
     const NameTable::Id id = keyProperty(key);
     if (id >= properties().size() || properties()[id].type != Type::kFlags) return std::nullopt;
@@ -294,22 +294,22 @@ class Metabase::Builder {
     const auto id = customId(custom.attribute("Name").value(), custom.attribute("ID").value());
     if (!id) {
       addWarning(lineOf(custom), number::kBadElement,
-                 "a \"Custom\" without a Name, whose ID is missing or not known", node);
+                 "a \"Custom\" element has no Name, and its ID is missing or unknown", node);
       return;
     }
-    const auto notKnown = [&](const char* what, std::string_view text) {
+    const auto addUnknown = [&](const char* what, std::string_view text) {
       addWarning(lineOf(custom), number::kBadElement,
-                 std::string("the ") + what + " " + quoteForMessage(text) + " of the \"Custom\" is not known",
+                 std::string("unknown ") + what + " " + quoteForMessage(text) + " in a \"Custom\" element",
                  node, metabase_.names_.text(*id));
     };
     std::uint32_t key = makeKey(*id);
     if (const std::string_view type = trimSpace(custom.attribute("Type").value()); !type.empty()) {
       key |= typeBits(typeByName(type));
-      if (keyType(key) == Type::kUnknown) notKnown("type", type);
+      if (keyType(key) == Type::kUnknown) addUnknown("type", type);
     }
     std::optional<std::string_view> invalidPiece;
     const std::uint32_t bits = parseFlags(custom.attribute("Attributes").value(), kAttributes, invalidPiece);
-    if (invalidPiece) notKnown("attribute", *invalidPiece);
+    if (invalidPiece) addUnknown("attribute", *invalidPiece);
     if ((bits & kAttributeSecure) != 0) key |= kKeySecured;
     if ((bits & kAttributeInherit) != 0) {
       key |= kKeyInherits;
@@ -318,7 +318,7 @@ class Metabase::Builder {
     addValue(key, custom.attribute("Value").value());
   }
 
-  // By its name, or by its number where the file's writer knew no name.
+  // By its name, or by its ID if the server that wrote the file had no name for it.
   std::optional<NameTable::Id> customId(std::string_view name, std::string_view identifier) {
     if (name.empty() || equalFolded(name.substr(0, kUnknownNamePrefix.size()), kUnknownNamePrefix)) {
       const auto id = parseDword(identifier);
@@ -328,8 +328,8 @@ class Metabase::Builder {
     return nameId(name);
   }
 
-  // Sorts the values of the node that was read last, so that each is found at once, and keeps the first of
-  // each name.
+  // Sorts the values of the node that was read last for binary search and keeps the first one of each
+  // property.
   void sortValues(NodeId node, std::size_t line) {
     Node& owner = metabase_.nodes_[node];
     std::vector<Value>& values = metabase_.values_;
@@ -344,7 +344,7 @@ class Metabase::Builder {
       }
       const std::uint32_t offset = keyIsParsedFlags(value->key) ? value->length : value->text;
       addWarning(std::max(line, lines_.lineAt(offset)), number::kDuplicateProperty,
-                 "the property stands twice, and the first one counts", node,
+                 "duplicate property: the first one is used", node,
                  metabase_.names_.text(keyProperty(value->key)));
     }
     values.erase(end, values.end());

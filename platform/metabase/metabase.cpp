@@ -20,7 +20,7 @@ using automation::Variant;
 constexpr std::int32_t kRunning = 2;
 constexpr std::int32_t kStopped = 4;
 
-// The properties that this file treats by themselves.
+// The properties of the server's or pool's state, which readState() derives.
 struct StateProperties {
   NameTable::Id status;
   NameTable::Id serverState;
@@ -43,7 +43,7 @@ std::uint64_t nextSerial() {
   return ++last;
 }
 
-// Whether a value that a file types one way can be read as the schema types it.
+// Whether a value of the file's type can be read as one of the schema's type.
 bool isCompatible(Type schema, Type file) {
   switch (schema) {
     case Type::kBool:
@@ -153,8 +153,8 @@ const Metabase::Value* Metabase::ownValue(NodeId node, PropertyId property) cons
   return found != end && keyProperty(found->key) == property ? found : nullptr;
 }
 
-// The node's own value, else the nearest ancestor's that is inherited: by the schema, or because the file
-// says so there.
+// The node's own value, else that of the nearest ancestor whose value is inherited according to the schema or
+// the file.
 const Metabase::Value* Metabase::effectiveValue(NodeId node, PropertyId property) const {
   if (const Value* own = ownValue(node, property)) return own;
   const bool known = property < properties().size();
@@ -167,8 +167,8 @@ const Metabase::Value* Metabase::effectiveValue(NodeId node, PropertyId property
   return nullptr;
 }
 
-// Most names that are asked for are the schema's, which have the same number in every snapshot, and they come
-// again and again: the one that was found last by the same few letters is tried first.
+// Most lookups repeat a few schema names, whose ids are the same in every snapshot, so the last id found for
+// a cheap hash of the name is tried before the table.
 std::optional<Metabase::PropertyId> Metabase::property(TextView name) const {
   if (name.empty()) return names_.find(name);
   thread_local std::array<PropertyId, 256> foundLast{};
@@ -227,7 +227,7 @@ void Metabase::failValue(const Reading& reading, std::string_view valueText, std
   failRead(reading, number::kWrongValue, what.append(" ").append(why));
 }
 
-// Whether the node is of a known class that never has the property.
+// Whether the schema knows the node's class and the class does not have the property.
 bool Metabase::isExcludedByClass(NodeId node, PropertyId property) const {
   const NameTable::Id classId = nodes_[node].classId;
   if (property >= properties().size() || classId >= schemaClasses().size()) return false;
@@ -246,10 +246,10 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
     return readState(reading);
   }
   if (isExcludedByClass(node, property) && ownValue(node, property) == nullptr)
-    failRead(reading, number::kNotOfClass, "a node of this class has no such property");
+    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   const Value* const value = effectiveValue(node, property);
   if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
-    failRead(reading, number::kSecured, "a secured property, which is never read");
+    failRead(reading, number::kSecured, "the property is secured and cannot be read");
   }
   if (value != nullptr && keyIsParsedFlags(value->key)) return static_cast<std::int32_t>(value->text);
   const Type type = typeOf(value, property);
@@ -272,7 +272,7 @@ Variant Metabase::convert(const Reading& reading, Type type, std::string_view va
       return parseMultiString(valueText);
     case Type::kDword:
       if (const auto whole = parseDword(valueText)) return static_cast<std::int32_t>(*whole);
-      failValue(reading, valueText, "is no number from 0 to 4294967295");
+      failValue(reading, valueText, "is not a number from 0 to 4294967295");
     case Type::kBool:
       if (const auto flag = parseBool(valueText)) return *flag;
       failValue(reading, valueText, "is neither TRUE nor FALSE");
@@ -280,7 +280,8 @@ Variant Metabase::convert(const Reading& reading, Type type, std::string_view va
       std::optional<std::string_view> invalidPiece;
       const std::uint32_t bits = parseFlags(valueText, properties()[reading.property].flags, invalidPiece);
       if (!invalidPiece) return static_cast<std::int32_t>(bits);
-      failValue(reading, valueText, "holds " + quoteForMessage(*invalidPiece) + ", which is no flag of it");
+      failValue(reading, valueText,
+                "contains " + quoteForMessage(*invalidPiece) + ", which is not a flag of the property");
     }
     case Type::kIpSecurity: {
       IpSecurityProblem problem;
@@ -291,7 +292,7 @@ Variant Metabase::convert(const Reading& reading, Type type, std::string_view va
     case Type::kUnknown:
       break;
   }
-  failValue(reading, valueText, "has a type that is not known");
+  failValue(reading, valueText, "has an unknown type");
 }
 
 Variant Metabase::readFlag(const Reading& reading, const FlagProperty& flag) const {
@@ -299,7 +300,7 @@ Variant Metabase::readFlag(const Reading& reading, const FlagProperty& flag) con
   const std::int32_t* const number = bits.as<std::int32_t>();
   if (number == nullptr) {
     failRead({reading.node, flag.owner, reading.server}, number::kWrongValue,
-             "the value is of a type that has no flags");
+             "the value has a type without flags");
   }
   return (static_cast<std::uint32_t>(*number) & flag.mask) != 0;
 }
@@ -314,7 +315,7 @@ Variant Metabase::readState(const Reading& reading) const {
     }
   }
   if (isExcludedByClass(reading.node, state))
-    failRead(reading, number::kNotOfClass, "a node of this class has no such property");
+    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   return automation::toBool(
              read(reading.node, pool ? ids.appPoolAutoStart : ids.serverAutoStart, reading.server))
              ? kRunning

@@ -16,7 +16,7 @@ enum class Type : std::uint8_t {
   kString,
   kExpandString,  // text with environment variables, returned unexpanded
   kMultiString,   // one value per line
-  kDword,         // unsigned in the file, a signed 32-bit integer to a reader
+  kDword,         // unsigned in the file, read as a signed 32-bit integer
   kBool,
   kFlags,       // names joined by "|", or a number; the names are Boolean properties
   kIpSecurity,  // an object
@@ -37,23 +37,23 @@ struct Property {
   bool secured = false;                         // encrypted in the file, never read
   std::optional<std::string_view> defaultText;  // as a file would write it
   std::span<const Flag> flags;                  // of a property of type kFlags
-  // The classes that have it, a bit for the place of each in `schemaClasses()`; 0 if any class may have it.
+  // The classes that have it, a bit for the id of each in `schemaClasses()`; 0 if any class may have it.
   std::uint64_t classes = 0;
 };
 
-// A flag as a Boolean property: a bit of the property of flags that it belongs to.
+// A flag, which can be read as a Boolean property: a bit of a property of type kFlags.
 struct FlagProperty {
-  std::uint32_t owner;  // the property's place in `properties()`
+  std::uint32_t owner;  // index of the property in `properties()`
   std::uint32_t mask;
 };
 
-// All properties that the schema knows.
+// All properties of the schema.
 std::span<const Property> properties();
 
-// All flags of these, in the order in which their names follow the properties' in `schemaNames()`.
+// All flags, in the order in which their names follow the properties' in `schemaNames()`.
 std::span<const FlagProperty> flagProperties();
 
-// The names of the properties, then of their flags. The number of a property's name is its place in
+// The names of the properties, then those of the flags. The id of a property's name is its index in
 // `properties()`.
 const NameTable& schemaNames();
 
@@ -61,10 +61,10 @@ const NameTable& schemaNames();
 // has none, is not among them.
 const NameTable& schemaClasses();
 
-// The property with an identifier, or nothing.
+// The property with an identifier, or nullopt.
 std::optional<NameTable::Id> propertyByIdentifier(std::uint32_t identifier);
 
-// The type that a <Custom> element names. A name that is not known gives kUnknown.
+// The type named by a <Custom> element; kUnknown for an unknown name.
 Type typeByName(std::string_view name);
 
 }  // namespace platform::metabase

@@ -36,8 +36,7 @@ Parser makeParser(const char* encoding) {
 
 enum class Utf16 { kNot, kLittleEndian, kBigEndian };
 
-// Which UTF-16 the bytes are in. A text that is to be XML begins with a character below U+0100 or a byte
-// order mark.
+// Detects UTF-16: XML starts with a byte order mark or a character below U+0100.
 Utf16 utf16Of(std::string_view bytes) {
   if (bytes.size() < 2) return Utf16::kNot;
   if (bytes.starts_with("\xFF\xFE") || bytes[1] == 0) return Utf16::kLittleEndian;
@@ -45,7 +44,7 @@ Utf16 utf16Of(std::string_view bytes) {
   return Utf16::kNot;
 }
 
-// The units of UTF-16 in the bytes, without half of one at their end.
+// The UTF-16 units in the bytes; an odd last byte is ignored.
 std::u16string unitsOf(std::string_view bytes, Utf16 order) {
   std::u16string units(bytes.size() / 2, u'\0');
   const std::size_t high = order == Utf16::kBigEndian ? 0 : 1;
@@ -56,7 +55,7 @@ std::u16string unitsOf(std::string_view bytes, Utf16 order) {
   return units;
 }
 
-// The standard library's conversion, whose destructor is for locales alone.
+// std::codecvt has a protected destructor.
 struct Converter : std::codecvt<char16_t, char8_t, std::mbstate_t> {};
 
 std::string hexadecimal(const char* format, unsigned value) {
@@ -65,7 +64,7 @@ std::string hexadecimal(const char* format, unsigned value) {
   return digits;
 }
 
-// One pass of Expat over a whole file, whose result is thrown away.
+// One pass of Expat over a whole file, to report what is not well-formed.
 class XmlValidator {
  public:
   XmlValidator(std::string_view bytes, const std::string& name)
@@ -82,7 +81,7 @@ class XmlValidator {
   }
 
  private:
-  // The handlers, which no exception may leave.
+  // Expat's handlers. They must not throw.
   static void XMLCALL onDeclaration(void* self, const char* version, const char* encoding, int) {
     auto& validator = *static_cast<XmlValidator*>(self);
     validator.wrongVersion_ = version != nullptr && std::string_view(version) != "1.0";
@@ -111,7 +110,7 @@ class XmlValidator {
   }
 
   [[noreturn]] void rejectCutOff(const std::string& inWhat) const {
-    rejectAt(bytes_.size(), number::kCutOff, "the file is cut off in the middle of " + inWhat);
+    rejectAt(bytes_.size(), number::kCutOff, "the file is truncated inside " + inWhat);
   }
 
   [[noreturn]] void rejectError() const {
@@ -121,12 +120,11 @@ class XmlValidator {
       case XML_ERROR_NO_MEMORY:
         throw std::bad_alloc();
       case XML_ERROR_ABORTED:
-        if (wrongVersion_) rejectXml(at, "the file declares another version than 1.0");
+        if (wrongVersion_) rejectXml(at, "the declared XML version is not 1.0");
         if (documentType_) {
-          rejectAt(at, number::kDocumentType,
-                   "a document type declaration, which a metabase file does not have");
+          rejectAt(at, number::kDocumentType, "unexpected document type declaration");
         }
-        rejectAt(at, number::kEncoding, "the file declares another encoding than UTF-8 or UTF-16");
+        rejectAt(at, number::kEncoding, "the declared encoding is neither UTF-8 nor UTF-16");
       case XML_ERROR_NO_ELEMENTS:
         if (hasElement_) rejectCutOff("an element that is never closed");
         rejectXml(at, "the file has no element");
@@ -142,26 +140,24 @@ class XmlValidator {
         rejectEntity(at);
       case XML_ERROR_BAD_CHAR_REF:
         rejectAt(at, number::kEntity,
-                 "the reference " + quoteForMessage(upTo(';', at)) + " denotes no character that XML has");
+                 "the reference " + quoteForMessage(upTo(';', at)) + " is not a character of XML");
       case XML_ERROR_TAG_MISMATCH:
         rejectXml(at, "the tag " + quoteForMessage("</" + std::string(upTo('>', at))) +
-                          " does not close the element that is open here");
+                          " does not match the open element");
       case XML_ERROR_DUPLICATE_ATTRIBUTE:
-        rejectXml(at, "the attribute " +
-                          quoteForMessage(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)) +
-                          " stands twice in one element");
+        rejectXml(at, "duplicate attribute " +
+                          quoteForMessage(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)) + "");
       case XML_ERROR_SYNTAX:
       case XML_ERROR_JUNK_AFTER_DOC_ELEMENT:
-        rejectXml(at, std::string("something stands ") + (hasElement_ ? "behind" : "before") +
-                          " the outermost element");
+        rejectXml(at, std::string("content ") + (hasElement_ ? "after" : "before") + " the root element");
       case XML_ERROR_MISPLACED_XML_PI:
-        rejectXml(at, "the XML declaration does not stand at the beginning of the file");
+        rejectXml(at, "the XML declaration is not at the beginning of the file");
       default:
         rejectXml(at, XML_ErrorString(error));
     }
   }
 
-  // What begins at `at` and never ends.
+  // Names the unfinished token at `at`.
   std::string tokenAt(std::size_t at) const {
     const std::string_view token = bytes_.substr(at);
     const auto begun = [&](const char* what) {
@@ -183,7 +179,7 @@ class XmlValidator {
     return bytes_.substr(at, bytes_.find(last, at) - at + 1);
   }
 
-  // Says what is wrong with the byte at which the tokens end.
+  // Reports the invalid byte at `at`.
   [[noreturn]] void rejectToken(std::size_t at) const {
     const unsigned byte = at < bytes_.size() ? static_cast<unsigned char>(bytes_[at]) : ' ';
     const std::size_t length = byte < 0x80 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
@@ -196,18 +192,18 @@ class XmlValidator {
     if (automation::toUtf8(text) != character) {
       rejectAt(at, number::kEncoding, "invalid UTF-8 at the byte " + hexadecimal("0x%02X", byte));
     }
-    // An ampersand that begins nothing is found out at what follows it.
+    // Expat reports a bare ampersand at the character after it.
     const std::size_t mark = bytes_.substr(0, at).find_last_of("&<>\"' \t\r\n;");
     if (mark != std::string_view::npos && bytes_[mark] == '&') {
-      rejectAt(at, number::kEntity, "\"&\" that begins no entity");
+      rejectAt(at, number::kEntity, "\"&\" without an entity name");
     }
-    // In quotes, a byte order mark would not be seen.
+    // A byte order mark would be invisible in quotes.
     rejectXml(
         at, (byte >= 0x80 && text.size() == 1 ? hexadecimal("U+%04X", text[0]) : quoteForMessage(character)) +
                 " where it cannot stand" + (byte == '<' ? ", perhaps behind a quote that is missing" : ""));
   }
 
-  // Expat points to the tag in which the unknown entity stands.
+  // Expat reports the position of the tag that contains the unknown entity.
   [[noreturn]] void rejectEntity(std::size_t at) const {
     constexpr std::string_view kKnown[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
     std::string_view reference;
@@ -216,7 +212,7 @@ class XmlValidator {
       reference = upTo(';', at);
     } while (reference.starts_with("&#") ||
              std::find(std::begin(kKnown), std::end(kKnown), reference) != std::end(kKnown));
-    rejectAt(at, number::kEntity, "the entity " + quoteForMessage(reference) + " is not one of XML's");
+    rejectAt(at, number::kEntity, "the entity " + quoteForMessage(reference) + " is not defined in XML");
   }
 
   std::string_view bytes_;
@@ -228,7 +224,7 @@ class XmlValidator {
   bool wrongEncoding_ = false;
 };
 
-// Looks for the two outermost elements.
+// Detects the two outermost elements.
 struct RootElements {
   XML_Parser parser;
   int depth = 0;
@@ -252,7 +248,7 @@ void convertToUtf8(FileBytes& file, const std::string& name) {
   const Utf16 order = utf16Of(bytes);
   if (order == Utf16::kNot) return;
   const std::u16string units = unitsOf(bytes, order);
-  // No unit of UTF-16 takes more than three bytes.
+  // A UTF-16 unit has at most three bytes in UTF-8.
   const std::size_t room = units.size() * 3;
   FileBytes converted{std::unique_ptr<char[]>(new char[room + 1]), 0, file.stamp};
   auto* const begin = reinterpret_cast<char8_t*>(converted.bytes.get());
@@ -267,7 +263,7 @@ void convertToUtf8(FileBytes& file, const std::string& name) {
     reject(number::kEncoding, name, before, "invalid UTF-16: half of a surrogate pair");
   }
   if (result != std::codecvt_base::ok || file.size % 2 != 0) {
-    reject(number::kCutOff, name, before, "the file is cut off in the middle of a character");
+    reject(number::kCutOff, name, before, "the file is truncated inside a character");
   }
   file = std::move(converted);
 }
@@ -277,7 +273,7 @@ void validateXml(std::string_view bytes, const std::string& name) {
 }
 
 bool looksLikeMetabase(std::string_view head) {
-  // Names and marks are ASCII in every encoding, so a byte is good enough for any other character.
+  // Only ASCII names are compared, so any other character can be replaced by a byte.
   std::string text;
   if (const Utf16 order = utf16Of(head); order != Utf16::kNot) {
     const bool bigEndian = order == Utf16::kBigEndian;

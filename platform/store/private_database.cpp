@@ -5,7 +5,7 @@
 namespace platform::store {
 namespace {
 
-// What a database may take of memory before it goes to a temporary file.
+// The size above which a database uses a temporary file.
 constexpr int kCacheKibibytes = 32 * 1024;
 
 struct Redirect {
@@ -16,7 +16,7 @@ thread_local Redirect current;
 
 }  // namespace
 
-// One transaction all along: nobody looks on, and nothing is ever committed.
+// A single transaction that is never committed.
 PrivateDatabase::PrivateDatabase(const std::string& name)
     : session_(std::make_shared<Session>(std::make_unique<sqlite::Database>(name, kCacheKibibytes))) {
   database().execute("begin");

@@ -30,7 +30,7 @@ struct Target {
   std::string insertSql;
 };
 
-// Where the columns of a query come from, if it is one table.
+// The table that all columns of a query come from; empty if there is no single one.
 Target targetOf(sqlite3_stmt* statement) {
   std::string table;
   std::string name;
@@ -54,7 +54,7 @@ Target targetOf(sqlite3_stmt* statement) {
   return {std::move(name), "insert into " + table + " (" + names + ") values (" + values + ")"};
 }
 
-// The idiom that asks for a table's columns alone.
+// Whether a query only asks for a table's columns, by an idiom of ADO programs.
 bool endsInNoRow(TextView sql) {
   constexpr TextView kNoRow = u" where 1=2";
   return sql.size() >= kNoRow.size() &&
@@ -87,12 +87,12 @@ Query& Session::query(TextView sql, TextView source) {
   }
   const std::string utf8 = automation::toUtf8(sql);
   if (utf8.find_first_not_of(" \t\r\n\f;") == std::string::npos) {
-    throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
+    throw Failure(number::kNoCommandText, u"the SQL text is empty", Text(source));
   }
   sqlite::Statement statement = attempt(source, [&] { return database_->prepare(utf8); });
   if (statement.columnCount() == 0) {
-    throw Failure(number::kBadSql, automation::fromUtf8(database_->title() + ": the statement gives no rows"),
-                  Text(source));
+    throw Failure(number::kBadSql,
+                  automation::fromUtf8(database_->title() + ": the statement returns no rows"), Text(source));
   }
   auto columns = describe(statement);
   auto query =
@@ -126,12 +126,11 @@ void Session::bufferRows(const std::string& table) {
   insertions_.buffer(columns->insertSql, columns->table, columns->names.size());
 }
 
-// The other connections of the database would be drawn into a transaction that an SQL text begins, and one
-// that it ends is somebody else's.
+// Transaction statements are rejected, because they would affect the other connections that share the handle.
 void Session::execute(TextView sql, TextView source) {
   const std::string utf8 = automation::toUtf8(sql);
   if (utf8.find_first_not_of(" \t\r\n\f;") == std::string::npos) {
-    throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
+    throw Failure(number::kNoCommandText, u"the SQL text is empty", Text(source));
   }
   attempt(source, [&] {
     insertions_.flushNamedIn(utf8, true);
@@ -140,7 +139,7 @@ void Session::execute(TextView sql, TextView source) {
     if (database_->inTransaction() == open) return;
     database_->execute(open ? "begin" : "rollback");
     throw Failure(automation::number::kNotAllowedInContext,
-                  u"A transaction can't be begun or ended by an SQL text", Text(source));
+                  u"cannot begin or end a transaction by an SQL text", Text(source));
   });
 }
 
@@ -156,7 +155,7 @@ std::shared_ptr<Session> openFile(TextView path, TextView source) {
     auto database =
         std::make_unique<sqlite::Database>(std::filesystem::path(std::u8string(utf8.begin(), utf8.end())),
                                            sqlite::Database::Mode::kReadWrite, waitForLocks);
-    // Somebody who is writing shows now, and not at the first row.
+    // Reports a locked database now, not at the first row.
     sqlite::Transaction probe(*database);
     return std::make_shared<Session>(std::move(database));
   } catch (const sqlite::Error& error) {

@@ -16,8 +16,7 @@ using metabase::Metabase;
 
 constexpr TextView kWebService = u"LM/W3SVC";
 
-// The node behind `node` in a walk over everything below `top`, parents before their children. Without
-// recursion, for a tree may be of any depth.
+// The next node below `top` in pre-order. Not recursive, because the depth of the tree is not limited.
 std::optional<Metabase::NodeId> nextInTree(const Metabase& metabase, Metabase::NodeId top,
                                            Metabase::NodeId node) {
   if (const auto child = metabase.firstChild(node)) return child;
@@ -46,8 +45,8 @@ Applications::Applications(const Metabase& metabase, TextView server) {
     const automation::Variant pool = metabase.read(*node, *appPoolId, server);
     if (pool.isNull()) continue;
     if (pool.asArray() != nullptr) {
-      metabase::fail(metabase::number::kWrongValue,
-                     metabase.location(*node, server, "AppPoolId") + ": the value is a list and not a text");
+      metabase::fail(metabase::number::kWrongValue, metabase.location(*node, server, "AppPoolId") +
+                                                        ": the value is a list, expected a string");
     }
     byPool_[automation::lowerCase(automation::toText(pool))].push_back(*node);
   }
