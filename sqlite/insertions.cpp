@@ -12,7 +12,7 @@ char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 0x20) : c;
 }
 
-// A statement names every table that it is about. A name in a value is taken for one too, which does no harm.
+// Whether a statement may use a table. A match in a value is harmless.
 bool names(std::string_view sql, std::string_view table) {
   return std::search(sql.begin(), sql.end(), table.begin(), table.end(),
                      [](char left, char right) { return lower(left) == lower(right); }) != sql.end();

@@ -1,4 +1,4 @@
-// The adding of rows to the tables of a database, at once or as late as possible.
+// Inserts rows into the tables of a database, at once or buffered.
 #pragma once
 
 #include <cstddef>
@@ -12,29 +12,30 @@
 
 namespace sqlite {
 
-// One way in which rows come into a table.
+// A prepared insert statement, with the rows buffered for it.
 struct Insertion {
   std::string table;
   std::size_t columns = 0;
   Statement statement;
-  std::optional<RowLog> buffered;  // where rows may wait
-  bool mayBeStored = true;         // whether some may stand in the table already
+  std::optional<RowLog> buffered;  // if rows may be buffered
+  bool mayBeStored = true;         // whether the table may have rows
 };
 
-// All of them, each prepared once. Where a table's rows may wait they stay in memory until somebody asks for
-// them or they grow too many. Members throw Error.
+// The insert statements of a database. Buffered rows stay in memory until they are queried or too large.
+// Members throw Error.
 class Insertions {
  public:
   explicit Insertions(Database& database) : database_(database) {}
 
-  // That of an SQL text, which inserts values for so many columns of a table. Valid as long as this object.
+  // The insertion for an SQL text that inserts values for `columns` columns of a table. Valid as long as this
+  // object.
   Insertion& prepared(const std::string& sql, const std::string& table, std::size_t columns);
 
-  // The same, and rows that it adds may wait. It must take any row, and give the table's columns in their
-  // order.
+  // Prepares an insertion and buffers its rows. The statement must name the table's columns in order, and the
+  // table must not have constraints.
   void buffer(const std::string& sql, const std::string& table, std::size_t columns);
 
-  // Adds a row, whose values `cellAt` gives by their columns.
+  // Adds a row. `cellAt(column)` returns a value.
   template <typename CellAt>
   void add(Insertion& insertion, const CellAt& cellAt) {
     if (!insertion.buffered && bufferedBytes_ == 0) return insert(insertion, cellAt);
@@ -46,14 +47,14 @@ class Insertions {
     bufferedBytes_ += size;
   }
 
-  // The rows of a table that may wait, where all of them do; else null, and they stand in the table.
+  // All rows of a buffered table, or null if some were inserted; then all are in the table.
   const RowLog* bufferedRows(std::string_view table);
 
-  // Takes these rows out of the database; nothing where bufferedRows() gives null.
+  // Removes these rows and returns them; nullopt if bufferedRows() returns null.
   std::optional<RowLog> takeBufferedRows(std::string_view table);
 
-  // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
-  // that may change rows leaves none of them waiting later either.
+  // Inserts buffered rows into their tables: all of them, or those of the tables that an SQL text names. If
+  // the text may change rows, later rows of these tables count as stored.
   void flush();
   void flushNamedIn(std::string_view sql, bool mayChange);
 
@@ -61,7 +62,7 @@ class Insertions {
   void removeRows();
 
  private:
-  // What may wait in all, a collection of a server of ten thousand sites, and the largest row that may.
+  // Enough for a collection of a server with ten thousand sites.
   static constexpr std::size_t kMaxBufferedBytes = 48 * 1024 * 1024;
   static constexpr std::size_t kMaxBufferedRow = 64 * 1024;
 

@@ -25,7 +25,7 @@ ObjectRef objectNamed(TextView moniker) {
 
 ObjectRef objectOfClass(TextView programmaticId) {
   const auto require = [&](HRESULT code) {
-    if (code < 0) failPlain(code, Text(u"Can't create object ") + Text(programmaticId));
+    if (code < 0) failPlain(code, Text(u"Cannot create object ") + Text(programmaticId));
   };
   clearErrorObject();
   const OwnedText name(programmaticId);

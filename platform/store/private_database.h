@@ -41,7 +41,7 @@ class PrivateDatabase {
   // Removes these rows from the database and returns them; nullopt if bufferedRows() returns null.
   std::optional<sqlite::RowLog> takeBufferedRows(std::string_view table);
 
-  // The bytes that it keeps when it is empty. What isBuffered is let go of.
+  // The bytes of its page cache, which empty() does not release.
   std::int64_t memoryInUse() const;
 
   // Removes all rows; the tables stay.
