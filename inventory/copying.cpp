@@ -88,7 +88,7 @@ class Copier {
   RowCounts rows_;
 };
 
-// Deletes collections of servers. Gives the rows by table.
+// Deletes collections of servers. Returns the rows by table.
 RowCounts deleteOf(Session& session, const KnownServers& servers, const std::string& condition) {
   RowCounts rows(tables().size(), 0);
   std::vector<std::int64_t> found;
@@ -118,7 +118,7 @@ Published copyServers(Driver& source, Session& target, const std::vector<std::st
   Copier copier(target, known);
   Reader reader(source);
   std::set<std::int64_t> done;
-  // Again for what is published meanwhile.
+  // Repeat for collections that were published meanwhile.
   while (true) {
     std::vector<CollectionInfo> history = reader.history(servers);
     std::erase_if(history, [&](const CollectionInfo& each) { return !done.insert(each.id).second; });

@@ -17,7 +17,7 @@ namespace inventory {
 
 struct KnownServer;
 
-// Which collection of each server is meant.
+// Selects a collection of each server.
 struct Selection {
   std::vector<std::string> servers;  // by their names, without regard to case; none for all
   std::string at;  // the latest one published not later than this time; empty for the current one

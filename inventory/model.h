@@ -1,4 +1,4 @@
-// What goes into an inventory and what comes out of it, whatever the database.
+// Data that is written to and read from an inventory, independent of the database.
 #pragma once
 
 #include <bitset>
@@ -23,7 +23,7 @@ class Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A kind of error: a class of its own for each tag.
+// A kind of error: a distinct class for each tag.
 template <typename Tag, typename Base = Error>
 class ErrorOfKind : public Base {
  public:
@@ -34,9 +34,9 @@ class ErrorOfKind : public Base {
 using NoInventory = ErrorOfKind<struct NoInventoryTag>;
 // The database is locked by another process, and the wait is over.
 using Locked = ErrorOfKind<struct LockedTag>;
-// The server that has the database can't be reached, or the connection to it was lost.
+// The database server is unreachable, or the connection to it was lost.
 using Unreachable = ErrorOfKind<struct UnreachableTag>;
-// The role or user lacks a right.
+// The role or user lacks a privilege.
 using Forbidden = ErrorOfKind<struct ForbiddenTag>;
 // Something that is wrong with one of the servers of a change; the others may be changed without it.
 using ServerRefused = ErrorOfKind<struct ServerRefusedTag>;
@@ -62,7 +62,7 @@ class Rows {
   virtual Cell cell(std::size_t column) = 0;
 };
 
-// Where the rows of a collection come from.
+// The source of a collection's rows.
 class RowSource {
  public:
   virtual ~RowSource() = default;
@@ -115,7 +115,7 @@ struct Origin {
   std::string machine;
 };
 
-// Something that went wrong, with its place; empty texts where that isn't known.
+// A failure and its location; unknown parts are empty.
 struct Problem {
   bool isNote = false;
   std::string table;
@@ -135,7 +135,7 @@ struct Collected {
   Coverage coverage = Coverage::everything();
   const RowSource* rows = nullptr;
   std::vector<Problem> problems;
-  // The line of a node such as "/LM/MSFTPSVC/1" in the file, 0 where it isn't known. May be null.
+  // The line of a node such as "/LM/MSFTPSVC/1" in the file, 0 if it is unknown. May be null.
   std::function<std::int64_t(const std::string& node)> lineOf;
 };
 
@@ -148,7 +148,7 @@ inline std::int64_t sumOf(const RowCounts& counts) {
 struct Published {
   RowCounts replaced;  // of collections that were deleted
   RowCounts added;
-  std::vector<Problem> problems;  // values that can't be stored as they were; they are stored as problems too
+  std::vector<Problem> problems;  // values that were replaced; also stored as problems
 };
 
 // A collection that an inventory keeps. Its server is named as the server's latest collection spells it.

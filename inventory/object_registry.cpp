@@ -85,7 +85,7 @@ std::int64_t ObjectRegistry::objectOf(const Table& table, ObjectKind kind, Rows&
       return found != 0 ? found : add(kind, name, 0);
     }
     case ObjectKind::kApplication: {
-      // Several may have one name, so each row is about one of its own.
+      // Several may share a name, so each row has its own object.
       const std::int64_t pool = find(ObjectKind::kPool, textAt(table, row, places.pool));
       return add(kind, row.cell(column("tblAppliedObject", "Object name").column).value_or(""), pool);
     }

@@ -25,10 +25,10 @@ class ObjectRegistry {
   ObjectRegistry(const ObjectRegistry&) = delete;
   ObjectRegistry& operator=(const ObjectRegistry&) = delete;
 
-  // The object of a row, made where it isn't there yet; 0 for a row that says of none.
+  // The object of a row, added if it is new; 0 if the row names none.
   std::int64_t objectOf(const Table& table, ObjectKind kind, Rows& row);
 
-  // The object that a problem is about, 0 for none: the directory at its node, else its site or pool.
+  // The object of a problem: the directory at its node, else its site or pool; 0 if there is none.
   std::int64_t objectOf(const Problem& problem) const;
 
   std::span<ObjectInfo> objects() { return objects_; }

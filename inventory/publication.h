@@ -23,7 +23,7 @@ struct KnownServer {
 
 using KnownServers = std::map<std::string, KnownServer>;  // by their folded names
 
-// Adds servers that aren't known yet.
+// Adds unknown servers.
 void addServers(Session& session, std::span<const std::string> names);
 
 // The servers of these folded names.
@@ -32,7 +32,7 @@ KnownServers findServers(Session& session, std::span<const std::string> keys);
 // A condition that holds for the ids of what some collections hold, or their objects.
 std::string idsCondition(std::string_view column, std::vector<std::int64_t> collections);
 
-// Numbers for so many new collections, never used before.
+// Returns `count` ids for new collections. Ids are never reused.
 std::vector<std::int64_t> newCollectionIds(Session& session, std::size_t count);
 
 int readKeep(Session& session);
@@ -40,7 +40,7 @@ int readKeep(Session& session);
 // Deletes all that some collections hold, and the collections themselves.
 void deleteCollections(Session& session, const std::vector<std::int64_t>& collections);
 
-// Rows by table from what "Collections" has of them; what can't be read counts as 0.
+// Parses "Rows by table" of "Collections"; invalid counts are 0.
 RowCounts rowCountsOf(std::string_view rowsByTable);
 
 // Add a row to "objects", to "Problems" and to "Collections". `server` is the name that the collection's rows

@@ -265,7 +265,7 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
     });
     forEachOf(problemsTable(),
               [](ServerData& data, Cursor& row) { data.addProblem(problemOf(row), row.number(2)); });
-    // Not while a transaction is open that keeps others from publishing.
+    // Call back without an open transaction, which would block publishers.
     endTransaction();
     for (auto& data : all) each(std::move(data));
   });
@@ -279,7 +279,7 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
          "where c.collection_id in (" +
              joined(piece, id) + ")");
   };
-  // A server scans its tables for each piece, and takes rows from others meanwhile.
+  // A server would scan its tables for each piece, and long reads do not block publishers.
   if (driver_.readsConcurrently())
     return inTransaction([&](Session& session) { each(session, collections); });
   forEachPresent(collections, kMaxCollections, each, kMaxRowsOfViews);

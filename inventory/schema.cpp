@@ -168,7 +168,7 @@ bool prepareSchema(Session& session, const std::string& name, bool force, bool m
   std::vector<View> outdated = wantedViews(session.dialect());
   std::erase_if(outdated, [&](const View& view) {
     const auto found = relations.find(view.name);
-    // One that isn't ours to replace stays as it is.
+    // A view of another owner is kept.
     return found != relations.end() && (found->second.definition.empty() ||
                                         found->second.definition == definitionOf(view, session.dialect()));
   });

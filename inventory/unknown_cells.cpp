@@ -61,7 +61,7 @@ std::string_view textAt(const UnknownCells::Row& row, std::size_t column) {
   return row.cell(column).value_or("");
 }
 
-// What the routine didn't come to any more.
+// The columns that the component did not write because it stopped early.
 Columns unwrittenColumns(const Table& table, const UnknownCells::Row& row) {
   const bool isLog = table.name == "tblLogFileSetting";
   Columns columns = columnsMadeOf(table, row.kind, {});

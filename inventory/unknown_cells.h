@@ -1,5 +1,5 @@
-// Which cells of a collection are unknown: where a problem says that something couldn't be read, the row
-// holds what the failed step left there.
+// Determines the unknown cells of a collection: if a read failed, the row contains a leftover value of the
+// failed step.
 #pragma once
 
 #include <cstdint>

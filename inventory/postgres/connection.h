@@ -18,8 +18,8 @@ namespace inventory::postgres {
 // "service=NAME".
 bool isAddress(std::string_view name);
 
-// The address without a password. Throws Error for an address that can't be one; its text contains nothing of
-// what may be a password.
+// The address without a password. Throws Error for an invalid address; its text contains nothing of what may
+// be a password.
 std::string shownAddress(const std::string& address);
 
 // Frees what a function of libpq frees.
@@ -56,7 +56,7 @@ class StopSignal {
 
 // What the connections to a database have in common.
 struct Target {
-  // Throws Error for an address or a schema that can't be one.
+  // Throws Error for an invalid address or schema.
   Target(std::string database, const Access& options);
 
   [[noreturn]] void refuse(const std::string& why) const {
@@ -145,7 +145,7 @@ class Connection {
 };
 
 // Opens a connection for an inventory, with the settings that it needs: names without a schema are those of
-// the inventory's. Refuses a server that can't have one.
+// the inventory's. Throws Error for a server that cannot have one.
 std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target);
 
 }  // namespace inventory::postgres

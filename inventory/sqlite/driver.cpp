@@ -23,7 +23,7 @@ using sqlite::Database;
 using sqlite::Statement;
 namespace fs = std::filesystem;
 
-// Failures of the database as those of the inventory.
+// Maps sqlite::Error to the inventory's errors.
 template <typename Work>
 decltype(auto) attempt(const Work& work) {
   try {
@@ -134,8 +134,8 @@ class SqliteSession : public Session {
   }
 
   void limitQueries(std::chrono::milliseconds limit) override {
-    constexpr int kInstructions = 10000;         // between two looks at the clock
-    constexpr int kMaxBytes = 64 * 1024 * 1024;  // of a value, whose growth no clock sees
+    constexpr int kInstructions = 10000;         // between two checks of the deadline
+    constexpr int kMaxBytes = 64 * 1024 * 1024;  // of a value, because one long operation is not interrupted
     limit_ = limit;
     sqlite3* const database = handle_.database().raw();
     sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMaxBytes);
@@ -213,7 +213,7 @@ class SqliteDriver : public Driver {
         if (isNew) removeEmptyFile();
         throw;
       }
-      // Another file has taken the name since this one was opened.
+      // The file was replaced after it was opened.
       handle_.reset();
       if (hasChanged_)
         throw Error("cannot use the database '" + file_ + "': it was moved or replaced during this run");
@@ -221,7 +221,7 @@ class SqliteDriver : public Driver {
     }
   }
 
-  // Rows are found by keys alone, for which SQLite needs no statistics.
+  // SQLite finds rows by key and needs no statistics.
   void analyze(std::span<const std::string>) override {}
 
   std::vector<std::string> checkIntegrity() override {
@@ -243,7 +243,7 @@ class SqliteDriver : public Driver {
 
  private:
   static constexpr int kMaxTries = 5;
-  // What SQLite may take of memory: for a change before it writes into the file ahead of the commit, and for
+  // SQLite's page cache: for a change, the size before pages are written ahead of the commit; and for
   // reading.
   static constexpr int kCacheKibibytes = 16 * 1024;
   static constexpr int kReadingKibibytes = 2 * 1024;
@@ -272,7 +272,7 @@ class SqliteDriver : public Driver {
       refuse(std::string("its directory is not writable: ") + std::strerror(errno));
   }
 
-  // Opens the file where it isn't open. Gives whether that created it.
+  // Opens the file if it is not open. Returns whether it was created.
   bool openOrCreate() {
     if (handle_ != nullptr) return false;
     std::error_code error;
@@ -281,8 +281,7 @@ class SqliteDriver : public Driver {
     return !isThere;
   }
 
-  // Removes a file that nothing was written to. A process that has opened it meanwhile finds out once it has
-  // the lock.
+  // Removes an empty file. Another process that has opened it detects that when it gets the lock.
   void removeEmptyFile() noexcept {
     if (handle_ == nullptr) return;
     try {
@@ -301,8 +300,7 @@ class SqliteDriver : public Driver {
       if (database.value("pragma journal_mode") == "wal") {
         if (database.value("pragma journal_mode = delete") != "delete")
           throw Locked("cannot use the database '" + file_ + "': it is locked by another process");
-        // For one process alone SQLite neither uses nor removes the index of the log that a killed one has
-        // left.
+        // In exclusive mode SQLite neither uses nor removes the log index of a killed process.
         std::error_code ignored;
         fs::remove(std::string(sqlite3_db_filename(database.raw(), "main")) + "-shm", ignored);
       }
@@ -310,7 +308,7 @@ class SqliteDriver : public Driver {
     });
   }
 
-  // False where another file has taken the name.
+  // Returns false if the file was replaced.
   bool changeOnce(const Change& change) {
     Database& database = handle_->database();
     sqlite::Transaction transaction(database);
@@ -319,7 +317,7 @@ class SqliteDriver : public Driver {
     const std::string version = database.value("pragma schema_version");
     if (version != preparedVersion_) change.prepare(session, true);
     change.work(session);
-    // Behind the transaction another process may have the lock.
+    // After the commit another process may have the lock.
     std::string prepared = database.value("pragma schema_version");
     transaction.commit();
     if (database.hasMoved())
