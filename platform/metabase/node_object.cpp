@@ -124,8 +124,7 @@ class NodeObject : public automation::Object {
 
   Variant property(TextView name) const {
     const auto id = metabase().property(name);
-    if (!id)
-      failAt(name, number::kPropertyUnknown, "unknown property; neither the schema nor the file has it");
+    if (!id) failAt(name, number::kPropertyUnknown, "neither the schema nor the file has this property");
     return metabase().read(node_, *id, origin_->server);
   }
 

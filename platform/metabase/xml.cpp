@@ -146,7 +146,7 @@ class XmlValidator {
                           " does not match the open element");
       case XML_ERROR_DUPLICATE_ATTRIBUTE:
         rejectXml(at, "duplicate attribute " +
-                          quoteForMessage(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)) + "");
+                          quoteForMessage(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)));
       case XML_ERROR_SYNTAX:
       case XML_ERROR_JUNK_AFTER_DOC_ELEMENT:
         rejectXml(at, std::string("content ") + (hasElement_ ? "after" : "before") + " the root element");
@@ -198,9 +198,10 @@ class XmlValidator {
       rejectAt(at, number::kEntity, "\"&\" without an entity name");
     }
     // A byte order mark would be invisible in quotes.
-    rejectXml(
-        at, (byte >= 0x80 && text.size() == 1 ? hexadecimal("U+%04X", text[0]) : quoteForMessage(character)) +
-                " where it cannot stand" + (byte == '<' ? ", perhaps behind a quote that is missing" : ""));
+    rejectXml(at, "unexpected " +
+                      (byte >= 0x80 && text.size() == 1 ? hexadecimal("U+%04X", text[0])
+                                                        : quoteForMessage(character)) +
+                      (byte == '<' ? " (a closing quote may be missing)" : ""));
   }
 
   // Expat reports the position of the tag that contains the unknown entity.
