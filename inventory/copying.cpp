@@ -8,10 +8,10 @@
 namespace inventory {
 namespace {
 
-// Collections in one statement or one piece at most.
+// Maximum collections per statement or piece.
 constexpr std::size_t kMaxCollections = 200;
 
-// Copies collections in pieces, with numbers of the target.
+// Copies collections in pieces, with ids of the target.
 class Copier {
  public:
   Copier(Session& target, const KnownServers& servers) : target_(target), servers_(servers) {

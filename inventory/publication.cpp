@@ -20,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-// Parameters of one statement at most.
+// Maximum parameters per statement.
 constexpr std::size_t kChunk = 400;
 
 // The lists that may lack rows of an object, by the view that has them.
@@ -185,7 +185,7 @@ class CollectionWriter {
     return views;
   }
 
-  // A directory lacks rows where a problem is about it, about its site as a whole, or about everything.
+  // A directory lacks rows if a problem concerns it, its site as a whole, or everything.
   bool lacksRows(const ListOfObject& list, const ObjectInfo& object, const std::string& item) const {
     if (!unknown_.mayLackRows(list.table, item)) return false;
     if (object.kind != ObjectKind::kDirectory || aboutDirectories_.contains(0)) return true;

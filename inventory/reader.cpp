@@ -11,12 +11,12 @@
 namespace inventory {
 namespace {
 
-// What is read at once where a reading may last: rows, and collections.
+// Limits of one read: rows and collections.
 constexpr std::size_t kMaxCollections = 200;
-// The same for queries over views, which keep no rows.
+// The limit for queries over views, which do not hold rows in memory.
 constexpr std::int64_t kMaxRowsOfViews = 100000;
 
-// Selects what infoOf() reads.
+// The query for infoOf().
 constexpr const char* kSelectInfo =
     "select c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c.\"File\", c.\"File "
     "time\", c.\"SHA-256\", c.\"Started\", c.\"Published\", c.\"Version\", c.\"Selection\", c.\"Rows by "
@@ -45,14 +45,14 @@ CollectionInfo infoOf(Cursor& row) {
   return info;
 }
 
-// A condition on the servers' keys; true for all where none is named.
+// An SQL condition on the servers' keys; true for all servers if none is named.
 std::string keysCondition(const std::vector<std::string>& servers) {
   if (servers.empty()) return "1 = 1";
   const auto key = [](const std::string& server) { return quotedText(folded(server)); };
   return "s.server_key in (" + joined(servers, key) + ")";
 }
 
-// Which collection of a server a selection means, as an expression.
+// An SQL expression for the collection of a server that a selection means.
 std::string chosenCollection(const Selection& selection) {
   if (selection.at.empty()) return "s.current_collection";
   return "(select x.collection_id from \"Collections\" x where x.server_id = s.server_id and x.\"Published\" "
@@ -110,7 +110,7 @@ Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
   inTransaction([&](Session& session) { requireInventory(session, driver.shownName()); });
 }
 
-// On a server all in the same one; in a file a long one would keep others from publishing.
+// One transaction for all on a server; in a file a long one would block publishers.
 template <typename Work>
 void Reader::inTransaction(const Work& work) {
   if (session_ == nullptr || !driver_.readsConcurrently()) {
@@ -161,7 +161,7 @@ std::unique_ptr<Cursor> Reader::rowsOf(Session& session, const Table& table,
                     order = " order by " + std::string(table.key);
   const bool hasIds = columns.front().name == "id";
   if (collections.size() == 1) {
-    // Always the same text, which is prepared once.
+    // A constant text, which is prepared once.
     const std::int64_t id = collections.front();
     return hasIds ? session.query(select + "id >= $1 and id < $2" + order, {id << 32, (id + 1) << 32})
                   : session.query(select + "collection_id = $1" + order, {id});
@@ -185,7 +185,7 @@ void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size
   }
 }
 
-// The collection, or where it was deleted its server's current one; nothing where the server was removed.
+// The collection, or its server's current one if it was deleted; nullopt if the server was removed.
 std::optional<CollectionInfo> Reader::presentOf(Session& session, const CollectionInfo& wanted) {
   if (!session.value("select 1 from \"Collections\" where collection_id = $1", {wanted.id}).empty())
     return wanted;
@@ -197,7 +197,7 @@ std::optional<CollectionInfo> Reader::presentOf(Session& session, const Collecti
   return rows->next() ? std::optional(infoOf(*rows)) : std::nullopt;
 }
 
-// The same, with what has replaced a collection that was deleted meanwhile.
+// Like forEachPiece, but replaces collections that were deleted meanwhile.
 void Reader::forEachPresent(std::span<const CollectionInfo> collections, std::size_t most,
                             const OnPiece& each, std::int64_t mostRows) {
   forEachPiece(
@@ -248,8 +248,7 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
     };
     for (std::size_t place = 0; place < tables().size(); ++place) {
       const Table& table = tables()[place];
-      // The id, and the row's number where an object has several, are in front of what isn't known and the
-      // values.
+      // Columns: id, number if an object has several rows, not_known, values.
       const std::size_t first = table.hasSeveralRows ? 3 : 2;
       std::vector<Cell> cells(table.columns.size());
       forEachOf(table, [&](ServerData& data, Cursor& row) {

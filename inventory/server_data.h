@@ -1,4 +1,4 @@
-// Everything that a collection holds, in memory.
+// The data of a collection in memory.
 #pragma once
 
 #include <cstdint>
@@ -14,9 +14,9 @@
 
 namespace inventory {
 
-// Something that rows are about.
+// An object: the subject of rows.
 struct ObjectInfo {
-  std::int64_t id = 0;  // its collection's number times 2^32, and a number that counts from 1
+  std::int64_t id = 0;  // the collection's id * 2^32 plus a number from 1
   ObjectKind kind = ObjectKind::kNone;
   std::string key;          // identifier, path below the service, or name
   std::int64_t parent = 0;  // 0 for none
@@ -89,10 +89,10 @@ class ServerData {
   std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
   bool hasReasons(std::string_view table, std::int64_t object) const;
 
-  // Whether the collection looked at a table's rows about an object; an object of 0 means any.
+  // Whether the collection covers a table's rows about an object; 0 means any object.
   bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
 
-  // To fill it: objects and rows in the order of their ids, and then the problems.
+  // Builds the data: add objects and rows in the order of ids, then problems.
   void addObject(ObjectInfo object);
   void addRow(std::size_t table, std::int64_t id, std::string_view notKnown, std::span<const Cell> cells);
   void addProblem(Problem problem, std::int64_t about);

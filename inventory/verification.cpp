@@ -7,7 +7,7 @@
 namespace inventory {
 namespace {
 
-// Lines about one kind of fault at most.
+// Maximum lines per kind of error.
 constexpr int kMaxLines = 20;
 
 struct Counts {

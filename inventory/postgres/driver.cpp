@@ -17,7 +17,7 @@ using postgres::Transaction;
 using std::chrono::steady_clock;
 
 constexpr int kMaxChanges = 8;
-// More locks would be a burden to the server.
+// Limits the server's load by locks.
 constexpr std::size_t kMaxLocks = 100;
 constexpr const char* kBegin = "begin isolation level read committed, read write";
 constexpr const char* kBeginReading = "begin isolation level repeatable read, read only";
@@ -26,8 +26,8 @@ std::string textOf(const ResultSet& result, int column = 0) {
   return std::string(result.rows() == 0 ? "" : result.text(0, column).value_or(""));
 }
 
-// The system and the timeline, within which transactions have their numbers; empty where the role may not
-// ask.
+// The system id and timeline in which transaction ids are valid; empty if the role has no privilege to query
+// them.
 std::string systemOf(Connection& connection) {
   try {
     return textOf(connection.run(
@@ -39,12 +39,12 @@ std::string systemOf(Connection& connection) {
   }
 }
 
-// The connections of a driver, which they must not outlive. Used by any number of threads.
+// A driver's connection pool, which must outlive its connections. Thread-safe.
 class Pool {
  public:
   explicit Pool(std::shared_ptr<postgres::Target> target) : target_(std::move(target)) { idle_.reserve(100); }
 
-  // An idle connection or a new one. Where the server has no more of them for a change, waits for that of
+  // Returns an idle connection or a new one. If the server's limit is reached, waits for the connection of
   // another change.
   std::shared_ptr<Connection> acquire(bool forChange) {
     while (true) {
@@ -73,13 +73,13 @@ class Pool {
     }
   }
 
-  // A new connection for a change that has lost its own. Waits for a server that is being started, and for
-  // the end of the lost session.
+  // Returns a new connection for a change that lost its own. Waits for a starting server and for the end of
+  // the lost session.
   std::shared_ptr<Connection> reconnect() {
     const auto end = steady_clock::now() + target_->access.wait;
     while (true) {
       {
-        // They were lost with it, most likely.
+        // They are most likely lost too.
         const std::lock_guard lock(mutex_);
         idle_.clear();
       }
@@ -108,7 +108,7 @@ class Pool {
     freed_.notify_all();
   }
 
-  // Limits the changes to those that have a connection, without the one that got none. False where none has.
+  // Limits concurrent changes to those that have a connection. Returns false if none has.
   bool limit(const std::string& why) {
     const std::lock_guard lock(mutex_);
     if (changes_ <= 1) return false;
@@ -126,7 +126,7 @@ class Pool {
   std::string notice_;
 };
 
-// A change on its way.
+// The state of a change over its attempts.
 struct Attempt {
   bool isRepeated = false;
   int formerBackend = 0;    // of a lost connection
@@ -190,7 +190,7 @@ void PostgresDriver::checkWritable(std::span<const std::string> tables,
   const auto is = [&](int column) { return found.text(0, column) == "t"; };
   const std::string role = textOf(found, 5), table = textOf(found, 4), schema = quotedName(name),
                     start = "cannot use '" + target_->shown + "': the role " + role + " may not ";
-  if (is(0)) target_->refuse("the server is a standby and takes no changes (use the primary server)");
+  if (is(0)) target_->refuse("the server is a read-only standby (use the primary server)");
   if (is(1)) {
     target_->refuse("the server is read-only for the role " + role +
                     " (its administrator sets default_transaction_read_only to off)");
@@ -231,8 +231,7 @@ void PostgresDriver::change(const Change& change) {
   }
 }
 
-// Makes the change in one transaction. The attempt has a transaction's number from the moment on from which
-// it may be committed.
+// Makes the change in one transaction. Sets the attempt's transaction id before the commit is sent.
 void PostgresDriver::perform(const Change& change, const Shared& connection, Attempt& attempt) {
   attempt.transaction.clear();
   if (!isPrepared_) prepare(change, connection);
@@ -243,13 +242,13 @@ void PostgresDriver::perform(const Change& change, const Shared& connection, Att
   session->commit();
 }
 
-// Brings the schema up to date, and creates it first where it is missing.
+// Updates the schema, after creating it if it is missing.
 void PostgresDriver::prepare(const Change& change, const Shared& connection) {
   if (!change.prepare(*beginTransaction(dialect_, connection, kBegin), false)) {
     const std::string& schema = target_->access.schema;
     const auto session = beginTransaction(dialect_, connection, kBegin);
     session->execute("select pg_advisory_xact_lock(hashtextextended($1, 0))", {schema});
-    // Not "if not exists", which needs the right to create it in any case.
+    // Not "if not exists", which needs the privilege even if the schema exists.
     if (session->value("select 1 from pg_namespace where nspname = $1", {schema}).empty())
       session->execute("create schema " + quotedName(schema));
     change.prepare(*session, true);
@@ -258,8 +257,8 @@ void PostgresDriver::prepare(const Change& change, const Shared& connection) {
   isPrepared_ = true;
 }
 
-// Begins a transaction that has the locks of the change's servers. As processes that have some and wait for
-// others could wait for each other, they are had all at once or not at all.
+// Begins a transaction with the locks of the change's servers. Acquires all of them at once or none, to avoid
+// deadlocks between processes.
 std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Shared& connection,
                                                   const Attempt& attempt) const {
   Parameters names{target_->access.schema};
@@ -290,8 +289,8 @@ std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Sh
                      "' (use --wait to wait longer)");
 }
 
-// Finds out what became of a transaction whose commit was sent. Gives a connection on which the change may be
-// repeated, none where it has been committed.
+// Determines the outcome of a transaction whose commit was sent. Returns a connection for retrying the
+// change, or null if it was committed.
 std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const Attempt& attempt,
                                                     std::string why) {
   const auto end = steady_clock::now() + target_->access.wait;
@@ -305,7 +304,7 @@ std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const 
       if (status == "aborted") return connection;
       if (status != "in progress") break;
     } catch (const Error& error) {
-      // A number that the server is yet to give: its crash has undone the transaction.
+      // The id is not assigned yet: the transaction was lost in a crash of the server.
       if (connection != nullptr && connection->state() == "22023" && !attempt.system.empty())
         return connection;
       why = error.what();

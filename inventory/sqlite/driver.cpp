@@ -1,4 +1,4 @@
-// SQLite as a database of an inventory: one file, a writer at a time.
+// The driver for SQLite: one file, one writer at a time.
 
 #include <unistd.h>
 
@@ -50,7 +50,7 @@ void bindAll(Statement& statement, const Parameters& parameters) {
   }
 }
 
-// A database with the statements that were prepared for it, each once.
+// A database with its cached statements.
 class Handle {
  public:
   Handle(const std::string& file, Database::Mode mode, std::chrono::milliseconds wait)
@@ -182,7 +182,7 @@ class SqliteDriver : public Driver {
     std::error_code error;
     if (!fs::exists(file_, error) && !error) return requireWritableDirectory("create", file_);
     open(Database::Mode::kReadWrite);
-    // SQLite's journal is beside the file itself, wherever links to it are.
+    // SQLite's journal is beside the target of a symbolic link.
     requireWritableDirectory("use", fs::canonical(file_, error));
     leaveWriteAheadMode();
   }
@@ -203,7 +203,7 @@ class SqliteDriver : public Driver {
     checkSchema(*session);
   }
 
-  // Changes the file that has the name.
+  // Reopens the file if it was replaced.
   void change(const Change& change) override {
     for (int tries = 1;; ++tries) {
       const bool isNew = openOrCreate();
@@ -233,7 +233,7 @@ class SqliteDriver : public Driver {
         if (rows->cell(0) != "ok") lines.push_back(rows->text(0));
       }
     } catch (const Error&) {
-      // The check ends where it cannot go on.
+      // The check ends at an unreadable page.
       if (lines.empty()) throw;
     }
     return lines;
@@ -285,7 +285,7 @@ class SqliteDriver : public Driver {
   void removeEmptyFile() noexcept {
     if (handle_ == nullptr) return;
     try {
-      // Without a file for the journal: there may be no space for it.
+      // In-memory journal: there may be no space for a file.
       handle_->database().execute("pragma journal_mode = memory; begin exclusive");
       if (fs::file_size(file_) == 0 && !handle_->database().hasMoved()) fs::remove(file_);
     } catch (const std::exception&) {
