@@ -18,10 +18,10 @@ constexpr std::int64_t kMaxRowsOfViews = 100000;
 
 // The query for infoOf().
 constexpr const char* kSelectInfo =
-    "select c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c.\"File\", c.\"File "
-    "time\", c.\"SHA-256\", c.\"Started\", c.\"Published\", c.\"Version\", c.\"Selection\", c.\"Rows by "
-    "table\", c.\"Collected by\", c.\"Machine\", c.\"File size\", c.\"Rows\", c.\"Problems\", c.\"Notes\", "
-    "c.\"Seconds\", c.\"Looked at\", c.\"Items\" from servers s join \"Collections\" c on ";
+    R"(select c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c."File", c."File time",
+    c."SHA-256", c."Started", c."Published", c."Version", c."Selection", c."Rows by table", c."Collected by",
+    c."Machine", c."File size", c."Rows", c."Problems", c."Notes", c."Seconds", c."Looked at", c."Items"
+from servers s join "Collections" c on )";
 
 CollectionInfo infoOf(Cursor& row) {
   CollectionInfo info;
@@ -55,9 +55,9 @@ std::string keysCondition(const std::vector<std::string>& servers) {
 // An SQL expression for the collection of a server that a selection means.
 std::string chosenCollection(const Selection& selection) {
   if (selection.at.empty()) return "s.current_collection";
-  return "(select x.collection_id from \"Collections\" x where x.server_id = s.server_id and x.\"Published\" "
-         "<= " +
-         quotedText(selection.at) + " order by x.\"Published\" desc, x.collection_id desc limit 1)";
+  return R"((select x.collection_id from "Collections" x where x.server_id = s.server_id
+    and x."Published" <= )" +
+         quotedText(selection.at) + R"( order by x."Published" desc, x.collection_id desc limit 1))";
 }
 
 Problem problemOf(Cursor& row) {
@@ -274,8 +274,8 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
   const auto each = [&](Session& session, std::span<const CollectionInfo> piece) {
     const auto id = [](const CollectionInfo& collection) { return std::to_string(collection.id); };
     work(session, piece,
-         "select c.collection_id, s.name from \"Collections\" c join servers s on s.server_id = c.server_id "
-         "where c.collection_id in (" +
+         R"(select c.collection_id, s.name from "Collections" c join servers s on s.server_id = c.server_id
+where c.collection_id in ()" +
              joined(piece, id) + ")");
   };
   // A server would scan its tables for each piece, and long reads do not block publishers.
@@ -287,12 +287,10 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
 bool Reader::isPrivileged() {
   bool isPrivileged = false;
   inTransaction([&](Session& session) {
-    isPrivileged = session.dialect().isPostgres() &&
-                   session.value(
-                       "select rolsuper or pg_has_role('pg_read_server_files', 'member') or "
-                       "pg_has_role('pg_write_server_files', 'member') or "
-                       "pg_has_role('pg_execute_server_program', 'member') from pg_roles "
-                       "where rolname = current_user") == "1";
+    isPrivileged = session.dialect().isPostgres() && session.value(R"(
+select rolsuper or pg_has_role('pg_read_server_files', 'member')
+    or pg_has_role('pg_write_server_files', 'member') or pg_has_role('pg_execute_server_program', 'member')
+from pg_roles where rolname = current_user)") == "1";
   });
   return isPrivileged;
 }

@@ -21,14 +21,15 @@ using Relations = std::map<std::string, Relation>;
 // Selects name, isView, definition and one of the columns. PostgreSQL rewrites definitions, so the original
 // text is stored in a comment on the view.
 constexpr const char* kSqliteRelations =
-    "select m.name, m.type = 'view', case m.type when 'view' then m.sql end, p.name from sqlite_schema m "
-    "left join pragma_table_info(case m.type when 'table' then m.name end) p where m.type in ('table', "
-    "'view') and m.name not like 'sqlite~_%' escape '~'";
+    R"(select m.name, m.type = 'view', case m.type when 'view' then m.sql end, p.name
+from sqlite_schema m left join pragma_table_info(case m.type when 'table' then m.name end) p
+where m.type in ('table', 'view') and m.name not like 'sqlite~_%' escape '~')";
 constexpr const char* kPostgresRelations =
-    "select c.relname, c.relkind = 'v', case when pg_has_role(c.relowner, 'USAGE') then "
-    "obj_description(c.oid, 'pg_class') end, a.attname from pg_class c join pg_namespace n on n.oid = "
-    "c.relnamespace left join pg_attribute a on a.attrelid = c.oid and c.relkind <> 'v' and a.attnum > 0 and "
-    "not a.attisdropped where n.nspname = current_schema() and c.relkind in ('r', 'p', 'v', 'm', 'f')";
+    R"(select c.relname, c.relkind = 'v',
+    case when pg_has_role(c.relowner, 'USAGE') then obj_description(c.oid, 'pg_class') end, a.attname
+from pg_class c join pg_namespace n on n.oid = c.relnamespace
+    left join pg_attribute a on a.attrelid = c.oid and c.relkind <> 'v' and a.attnum > 0 and not a.attisdropped
+where n.nspname = current_schema() and c.relkind in ('r', 'p', 'v', 'm', 'f'))";
 
 std::string typed(const InsertColumn& column, const Dialect& dialect) {
   return quotedName(column.name) + " " + std::string(dialect.typeName(column.type));

@@ -18,8 +18,7 @@ ObjectRef objectOf(IDispatch* dispatch);
 //
 //   read    requests a property or method call, as late binding does
 //   write   puts by value; an object by reference first, then by value if that is not supported
-//   call    passes texts and Empty by reference and returns what the method stores there; a call that
-//   fails
+//   call    passes texts and Empty by reference and returns what the method stores there; a failed call
 //           does not change its arguments
 //   children  one at a time from the object's enumerator; 13 for an element that is not an object
 class DispatchObject : public Object {

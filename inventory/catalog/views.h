@@ -47,8 +47,8 @@ struct ViewSource {
 // bookkeeping and for columns that every object has.
 std::vector<ViewSource> sourcesOf(std::string_view view, std::string_view column);
 
-// A query for the objects that another query gives: `sql` has the columns object_id and holds, and `columns`.
-// Gives those rows that don't have false in `holds`, in the order of kObjectsColumns and then of `columns`.
+// A query for the objects of another query `sql`, which has the columns object_id, holds and `columns`.
+// Returns the rows whose `holds` is not false, with kObjectsColumns and then `columns`.
 std::string objectsQuery(const std::string& sql, const std::vector<std::string>& columns);
 enum ObjectsColumn : std::size_t {
   kObjectId,

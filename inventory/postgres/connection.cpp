@@ -365,13 +365,14 @@ std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target)
   const std::string& schema = target->access.schema;
   const ResultSet hidden = connection->run(
       "set search_path = " + quotedName(schema) +
-      ", pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off; "
-      "set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = " +
+      R"(, pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off;
+set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = )" +
       std::to_string(clamped(target->access.wait, 1)) +
-      "; select set_config(name, '0', false) from pg_settings where name in ('statement_timeout', "
-      "'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');"
-      "select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = "
-      "'off'; select 1 from pg_namespace where nspname = " +
+      R"(;
+select set_config(name, '0', false) from pg_settings where name in
+    ('statement_timeout', 'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');
+select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = 'off';
+select 1 from pg_namespace where nspname = )" +
       quotedText(schema) + " and not has_schema_privilege(oid, 'USAGE')");
   // The server would take the schema for a missing one.
   if (hidden.rows() > 0) {

@@ -31,8 +31,8 @@ std::string textOf(const ResultSet& result, int column = 0) {
 std::string systemOf(Connection& connection) {
   try {
     return textOf(connection.run(
-        "select system_identifier || '/' || left(pg_walfile_name(pg_current_wal_lsn()), 8) from "
-        "pg_control_system()"));
+        R"(select system_identifier || '/' || left(pg_walfile_name(pg_current_wal_lsn()), 8)
+from pg_control_system())"));
   } catch (const Error&) {
     if (connection.isLost() || connection.target().stop.isRaised()) throw;
     return {};
@@ -177,15 +177,17 @@ void PostgresDriver::checkWritable(std::span<const std::string> tables,
   const Shared connection = pool_.acquire(false);
   const std::string& name = target_->access.schema;
   const ResultSet found = connection->run(
-      "with t as (select w.name, c.oid, c.relkind in ('r', 'p') and not (has_table_privilege(c.oid, "
-      "'SELECT') and has_table_privilege(c.oid, 'INSERT') and has_table_privilege(c.oid, 'UPDATE') and "
-      "has_table_privilege(c.oid, 'DELETE')) as is_locked from unnest(string_to_array($2, ',')) w(name) "
-      "left join pg_class c on c.relname = w.name and c.relnamespace = "
-      "(select oid from pg_namespace where nspname = $1)) "
-      "select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', n.oid is not null, "
-      "has_database_privilege(current_database(), 'CREATE'), "
-      "(select min(name) from t where is_locked or oid is null and not has_schema_privilege(n.oid, 'CREATE'))"
-      ", quote_ident(current_user) from (select 1) x left join pg_namespace n on n.nspname = $1",
+      R"(with t as (
+    select w.name, c.oid, c.relkind in ('r', 'p') and not (
+        has_table_privilege(c.oid, 'SELECT') and has_table_privilege(c.oid, 'INSERT')
+        and has_table_privilege(c.oid, 'UPDATE') and has_table_privilege(c.oid, 'DELETE')) as is_locked
+    from unnest(string_to_array($2, ',')) w(name) left join pg_class c
+        on c.relname = w.name and c.relnamespace = (select oid from pg_namespace where nspname = $1))
+select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', n.oid is not null,
+    has_database_privilege(current_database(), 'CREATE'),
+    (select min(name) from t where is_locked or oid is null and not has_schema_privilege(n.oid, 'CREATE')),
+    quote_ident(current_user)
+from (select 1) x left join pg_namespace n on n.nspname = $1)",
       {name, joined(tables, std::identity(), ",")});
   const auto is = [&](int column) { return found.text(0, column) == "t"; };
   const std::string role = textOf(found, 5), table = textOf(found, 4), schema = quotedName(name),
