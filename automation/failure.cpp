@@ -40,7 +40,7 @@ void failNull() {
 }
 
 void failMember(TextView member, TextView source) {
-  throw Failure(number::kMemberNotSupported, u"Object doesn't support this member: " + Text(member),
+  throw Failure(number::kMemberNotSupported, u"Object does not support this member: " + Text(member),
                 Text(source));
 }
 

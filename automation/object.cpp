@@ -3,7 +3,7 @@
 namespace automation {
 namespace {
 
-// A reference of the call's own, which keeps the object alive until the call returns.
+// Copies the reference, which keeps the object alive until the call returns.
 ObjectRef required(const ObjectRef& object) {
   if (object == nullptr) failObjectNotSet();
   return object;

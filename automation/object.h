@@ -1,19 +1,18 @@
-// The one door to everything outside the component: an object whose members are found by name while the
-// program runs. What to know before writing on either side of it:
+// The interface to everything outside the component: objects whose members are found by name at run time. The
+// contract for both sides:
 //
-//   Members   are found by name, without regard to case. Each call of one of the four operations of Object is
-//             one operation on the outside, so an object that stands between the component and another one
-//             sees, counts, records or fails every single one.
-//   Failures  are thrown as Failure and as nothing else. automation/failure.h lists their numbers and who
-//             raises each. An operation that failed has changed nothing but what its object's rules say.
-//   Values    are Variants: automation/variant.h tells how each kind reads as a text or a number. Text is
-//             counted UTF-16, in any form that an automation string can have.
-//   Threads   An object stays with the thread that created it, and so do its walks and what it gives. Only
-//             the runtime's table (automation/runtime.h) is there for all threads.
-//   Lifetime  The functions below hold a reference of their own until the call returns: a member may take
-//             away the last reference that its caller has. Whoever calls a member of Object itself sees to
-//             that. Names, arguments and values belong to the caller, who leaves them alone until the call
-//             returns; an object copies what it keeps. A walk keeps alive what it needs of its object.
+//   Members   are found by name, ignoring case. Each call of one of the four operations of Object is one
+//             operation on the outside, so that a proxy object can count, record or fail each of them.
+//   Failures  are thrown as Failure only. automation/failure.h lists their numbers and origins. A failed
+//             operation changes nothing except as documented by its object.
+//   Values    are Variants; automation/variant.h defines the conversions. Text is counted UTF-16, which may
+//             be malformed.
+//   Threads   An object, its walks and the objects it returns are used only by the thread that created it.
+//             Only the runtime's table (automation/runtime.h) is shared by threads.
+//   Lifetime  The functions below hold a reference until the call returns, because a member may release the
+//             caller's last one. Callers of members of Object must do the same. Names, arguments and values
+//             belong to the caller, which must not change them until the call returns; an object copies
+//             what it keeps. A walk keeps what it needs of its object alive.
 #pragma once
 
 #include <array>
@@ -29,41 +28,38 @@
 
 namespace automation {
 
-// The arguments of a member, by reference: a method that returns something through an argument writes it
-// there.
+// The arguments of a member, by reference: a method may return values through them.
 using Arguments = std::span<Variant>;
 
-// A walk over the children of an object, in the order in which the object keeps them.
+// Iterates over the children of an object, in the object's order.
 class AUTOMATION_VISIBLE Walk {
  public:
   virtual ~Walk() = default;
 
-  // The next child, or null when there is none left. Throws Failure; what a further call then gives is not
-  // settled, so a caller ends its walk.
+  // The next child, or null after the last. Throws Failure, after which the walk must not be continued.
   virtual ObjectRef next() = 0;
 };
 
-// An object of somebody else's. Each operation fails with 438 for a member that the object does not have,
-// with 450 for arguments that do not fit the member, with any other number for a reason of the object's own.
+// An object outside the component. Operations throw Failure: 438 if the object does not have the member, 450
+// for wrong arguments, other numbers for reasons of the object.
 class AUTOMATION_VISIBLE Object {
  public:
   virtual ~Object() = default;
 
-  // Reads a property, indexed where arguments are given.
+  // Reads a property, indexed if there are arguments.
   virtual Variant read(TextView member, Arguments arguments) = 0;
 
-  // Writes a property, indexed where arguments are given.
+  // Writes a property, indexed if there are arguments.
   virtual void write(TextView member, Arguments arguments, const Variant& value) = 0;
 
-  // Calls a method. Returns its result, or Empty where it has none.
+  // Calls a method. Returns its result, or Empty if it has none.
   virtual Variant call(TextView member, Arguments arguments) = 0;
 
-  // Begins a walk over the children. The walk keeps what it needs of the object alive.
+  // Begins a walk over the children.
   virtual std::unique_ptr<Walk> children() = 0;
 };
 
-// The same operations on a reference, which fail with 91 where it is null. This is how the component calls
-// them.
+// The same operations on a reference. Throw Failure 91 if it is null. The component uses these.
 Variant read(const ObjectRef& object, TextView member);
 void write(const ObjectRef& object, TextView member, const Variant& value);
 std::unique_ptr<Walk> children(const ObjectRef& object);
@@ -82,11 +78,10 @@ Variant call(const ObjectRef& object, TextView member, Values&&... values) {
   return callWith(object, member, arguments);
 }
 
-// A method with one argument by reference, which holds the method's answer when the call returns.
+// Calls a method that returns its result through its only argument.
 Variant callByReference(const ObjectRef& object, TextView member, Variant& argument);
 
-// Fails with 450 where a member takes fewer arguments than `needed` or more than `taken`. `source` is what
-// the failure names.
+// Throws Failure 450 from `source` if there are fewer than `needed` or more than `taken` arguments.
 inline void requireArguments(TextView member, Arguments arguments, std::size_t needed, std::size_t taken,
                              TextView source) {
   if (arguments.size() < needed || arguments.size() > taken) {
@@ -94,12 +89,12 @@ inline void requireArguments(TextView member, Arguments arguments, std::size_t n
   }
 }
 
-// The same where a member takes so many, no fewer and no more.
+// Throws Failure 450 if there are not exactly `count` arguments.
 inline void requireArguments(TextView member, Arguments arguments, std::size_t count, TextView source) {
   requireArguments(member, arguments, count, count, source);
 }
 
-// An object that has no member at all: a base for objects that have some. `source` is what its failures name.
+// A base class whose members all fail. `source` is the source of its failures.
 class AUTOMATION_VISIBLE MemberlessObject : public Object {
  public:
   explicit MemberlessObject(Text source) : source_(std::move(source)) {}

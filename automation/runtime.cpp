@@ -12,7 +12,7 @@ namespace {
 
 const Text kSource = u"Automation runtime";
 
-// The part of a moniker that tells who serves it: up to the first colon, which belongs to it.
+// A moniker's prefix, which selects its server: up to and including the first colon.
 TextView prefixOf(TextView moniker) {
   const std::size_t colon = moniker.find(u':');
   return colon == TextView::npos ? TextView() : moniker.substr(0, colon + 1);
@@ -56,10 +56,10 @@ void Runtime::serveClass(TextView programmaticId, ClassServer server) {
   enter(classes_, programmaticId, std::move(server));
 }
 
-void Runtime::setLastResorts(MonikerServer monikers, AnyClassServer classes) {
+void Runtime::setFallbacks(MonikerServer monikers, AnyClassServer classes) {
   const std::unique_lock lock(mutex_);
-  otherMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
-  otherClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;
+  fallbackMonikers_ = monikers ? std::make_shared<const MonikerServer>(std::move(monikers)) : nullptr;
+  fallbackClasses_ = classes ? std::make_shared<const AnyClassServer>(std::move(classes)) : nullptr;
 }
 
 void Runtime::setScreen(ObjectRef screen) {
@@ -84,7 +84,7 @@ ObjectRef Runtime::screen() const {
   return screen_;
 }
 
-// Both take the server out of the table under the lock and call it without: a server may well use the table.
+// Both call the server without the lock, because it may use the table itself.
 
 ObjectRef GetObject(TextView moniker) {
   const Runtime& runtime = Runtime::process();
@@ -92,10 +92,11 @@ ObjectRef GetObject(TextView moniker) {
   {
     const std::shared_lock lock(runtime.mutex_);
     server = serverOf(runtime.monikers_, prefixOf(moniker));
-    if (!server) server = runtime.otherMonikers_;
+    if (!server) server = runtime.fallbackMonikers_;
   }
   if (!server) {
-    throw Failure(number::kMonikerSyntax, u"Nobody serves this moniker: " + Text(moniker), kSource);
+    throw Failure(number::kMonikerSyntax, u"No server is registered for the moniker: " + Text(moniker),
+                  kSource);
   }
   return (*server)(moniker);
 }
@@ -107,11 +108,11 @@ ObjectRef CreateObject(TextView programmaticId) {
   {
     const std::shared_lock lock(runtime.mutex_);
     server = serverOf(runtime.classes_, programmaticId);
-    others = runtime.otherClasses_;
+    others = runtime.fallbackClasses_;
   }
   if (!server && others) return (*others)(programmaticId);
   if (!server) {
-    throw Failure(number::kCannotCreateObject, u"Can't create object: " + Text(programmaticId), kSource);
+    throw Failure(number::kCannotCreateObject, u"Cannot create object: " + Text(programmaticId), kSource);
   }
   return (*server)();
 }

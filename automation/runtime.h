@@ -1,5 +1,5 @@
-// The runtime of late binding: a table of who serves which moniker and which programmatic id, and the screen
-// object. One per process. On a machine with COM what nobody has entered is COM's to serve.
+// The late-binding runtime: the servers of monikers and programmatic ids, and the screen object. One per
+// process. On Windows, COM serves what is not registered.
 #pragma once
 
 #include <functional>
@@ -14,71 +14,68 @@
 
 namespace automation {
 
-// Returns the object that a moniker names, or null. The whole moniker is handed in, prefix included. May be
-// called from several threads at once. Throws Failure.
+// Returns the object for a moniker, or null. Gets the whole moniker with its prefix. Must be thread-safe.
+// Throws Failure.
 using MonikerServer = std::function<ObjectRef(TextView moniker)>;
 
-// Creates a new object, or returns null. May be called from several threads at once. Throws Failure.
+// Creates an object, or returns null. Must be thread-safe. Throws Failure.
 using ClassServer = std::function<ObjectRef()>;
 
-// Creates a new object of a class that it is told, or returns null. As a ClassServer else.
+// Like ClassServer, for the class with the given programmatic id.
 using AnyClassServer = std::function<ObjectRef(TextView programmaticId)>;
 
-// The table. All members may be called from any thread.
+// The table of servers. Thread-safe.
 class Runtime {
  public:
   // The process's table.
   static Runtime& process();
 
-  // Enters who serves the monikers that begin with `prefix`, its colon included ("IIS:"), without regard to
-  // case. Replaces an earlier entry. A null server takes the entry out.
+  // Registers the server of monikers that begin with `prefix`, which includes the colon ("IIS:"), ignoring
+  // case. Replaces an earlier server; null removes it.
   void serveMoniker(TextView prefix, MonikerServer server);
 
-  // Enters who creates the objects of a programmatic id, without regard to case. Replaces an earlier entry. A
-  // null server takes the entry out.
+  // Registers the server of a programmatic id, ignoring case. Replaces an earlier server; null removes it.
   void serveClass(TextView programmaticId, ClassServer server);
 
-  // Sets who serves the monikers and who creates the objects that nobody has been entered for: the table that
-  // the system itself has. A null server stands for nobody.
-  void setLastResorts(MonikerServer monikers, AnyClassServer classes);
+  // Sets the servers of monikers and classes that are not registered. Null removes them.
+  void setFallbacks(MonikerServer monikers, AnyClassServer classes);
 
-  // Sets the process's screen object, which every thread reaches.
+  // Sets the process's screen object, which all threads share.
   void setScreen(ObjectRef screen);
 
-  // What the table holds, or null. For whoever puts something between the component and an object.
+  // The registered servers, or null, for tests that wrap them.
   MonikerServer monikerServer(TextView prefix) const;
   ClassServer classServer(TextView programmaticId) const;
   ObjectRef screen() const;
 
  private:
-  // A linear search: there are only a handful of entries.
+  // Searched linearly, because there are only a few entries.
   template <typename Server>
   using Table = std::vector<std::pair<Text, std::shared_ptr<const Server>>>;
 
   mutable std::shared_mutex mutex_;
   Table<MonikerServer> monikers_;
   Table<ClassServer> classes_;
-  std::shared_ptr<const MonikerServer> otherMonikers_;
-  std::shared_ptr<const AnyClassServer> otherClasses_;
+  std::shared_ptr<const MonikerServer> fallbackMonikers_;
+  std::shared_ptr<const AnyClassServer> fallbackClasses_;
   ObjectRef screen_;
 
   friend ObjectRef GetObject(TextView moniker);
   friend ObjectRef CreateObject(TextView programmaticId);
 };
 
-// The object that a moniker names, for example "IIS://WEB01/MSFTPSVC". May be null where its server gives
-// none. Fails with the server's failure, or with 0x800401E4 (syntax) where nobody serves the prefix.
+// The object for a moniker, for example "IIS://WEB01/MSFTPSVC"; null if its server returns null. Throws the
+// server's Failure, or 0x800401E4 if no server is registered for the prefix.
 ObjectRef GetObject(TextView moniker);
 
-// A new object of a programmatic id, for example "ADODB.Connection". May be null where its server gives none.
-// Fails with the server's failure, or with 429 where nobody serves the id.
+// Creates an object of a programmatic id, for example "ADODB.Connection"; null if its server returns null.
+// Throws the server's Failure, or 429 if no server is registered for the id.
 ObjectRef CreateObject(TextView programmaticId);
 
-// The process's screen object, or null where the process has none.
+// The process's screen object, or null.
 ObjectRef Screen();
 
-// The text as the system's plain text files have it: in UTF-8, unless another encoder has been set, which
-// happens once, ahead of the first text.
+// Encodes text for plain text files: UTF-8 unless another encoder was set, once, before the first text.
 std::string toSystemEncoding(TextView text);
 void setSystemEncoding(std::string (*encode)(TextView text));
 

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-// Whether a text is ASCII, as nearly every one is: looked at in blocks of eight bytes, then one by one.
+// Whether a text is ASCII, checked in blocks of eight bytes.
 template <typename Unit>
 bool isAscii(std::basic_string_view<Unit> text) {
   constexpr std::size_t kBlock = sizeof(std::uint64_t) / sizeof(Unit);
@@ -23,7 +23,7 @@ bool isAscii(std::basic_string_view<Unit> text) {
   return std::all_of(text.begin(), text.end(), [](Unit unit) { return unit >= 0 && unit < 0x80; });
 }
 
-// Writes the ASCII that a text begins with as UTF-16. Gives how many bytes that was.
+// Converts the ASCII prefix of a text to UTF-16. Returns its length.
 std::size_t widenAscii(std::string_view utf8, char16_t* out) {
   const char* in = utf8.data();
   const char* const end = in + utf8.size();
@@ -66,7 +66,7 @@ void appendUtf8(std::string& out, char32_t point) {
   }
 }
 
-// Ranges of letters whose two cases are a fixed distance apart.
+// Ranges of capital letters at a fixed distance from their small letters.
 struct CaseRange {
   char16_t firstUpper;
   char16_t lastUpper;
@@ -78,7 +78,7 @@ constexpr CaseRange kDistant[] = {
     {0x0386, 0x0386, 0x26}, {0x038C, 0x038C, 0x40}, {0x038E, 0x038F, 0x3F},
 };
 
-// Ranges in which capital and small letters alternate, the capital first.
+// Ranges of alternating capital and small letters, beginning with a capital.
 struct AlternatingRange {
   char16_t first;
   char16_t last;

@@ -12,7 +12,7 @@
 namespace automation {
 namespace {
 
-// The number that a text holds, spaces around it allowed.
+// Parses a number; surrounding spaces are allowed.
 std::optional<double> parseNumber(TextView text) {
   text = trimBlanks(text);
   if (!text.empty() && text.front() == u'+') {
@@ -65,7 +65,7 @@ Text toText(const Variant& value) {
   if (const auto* whole = value.as<std::int16_t>()) return decimalText(*whole);
   if (const auto* flag = value.as<bool>()) return *flag ? u"True" : u"False";
   if (const auto* number = value.as<double>()) {
-    // Fifteen digits are what a double holds for certain; the longest text without an exponent has some 330.
+    // A double has 15 exact decimal digits; its longest text without an exponent has about 330 characters.
     char digits[400];
     char* const end = digits + sizeof digits;
     char* last = std::to_chars(digits, end, *number, std::chars_format::general, 15).ptr;

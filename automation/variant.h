@@ -1,4 +1,4 @@
-// The value that passes through the seam.
+// The values of automation.
 #pragma once
 
 #include <charconv>
@@ -17,8 +17,7 @@ class Object;
 class Variant;
 struct Array;
 
-// A counted reference to an object; null where there is none. An object stays with the thread that created
-// it.
+// A counted reference to an object, or null. An object is used only by the thread that created it.
 using ObjectRef = std::shared_ptr<Object>;
 
 // The 16-bit Boolean of automation: True is -1.
@@ -26,8 +25,8 @@ using VariantBool = std::int16_t;
 constexpr VariantBool True = -1;
 constexpr VariantBool False = 0;
 
-// A value of one of the automation types. A Variant made without a value is Empty, which is not Null: Empty
-// is what a variable holds before its first assignment, Null is the answer "no value".
+// A value of an automation type. A default-constructed Variant is Empty, the value of an unassigned variable,
+// which differs from Null, the result "no value".
 class Variant {
  public:
   struct Null {};
@@ -45,8 +44,8 @@ class Variant {
   Variant(Array value);
   Variant(std::shared_ptr<const Array> value) : value_(std::move(value)) {}
 
-  // A text is copied ahead of the variant that takes it: the standard library's doesn't survive a copy that
-  // fails for lack of memory where it holds that a copy of these types never fails.
+  // Copies a text before assigning it: std::variant becomes valueless if std::bad_alloc is thrown while it
+  // copies a text.
   Variant(const Variant& other) {
     if (const Text* text = other.as<Text>()) {
       value_ = Text(*text);
@@ -62,7 +61,7 @@ class Variant {
   bool isEmpty() const { return std::holds_alternative<std::monostate>(value_); }
   bool isNull() const { return std::holds_alternative<Null>(value_); }
 
-  // A pointer to the value where it is of that type, else null. The types are those of the constructors.
+  // A pointer to the value if it has that type, else null. The types are those of the constructors.
   template <typename T>
   const T* as() const {
     return std::get_if<T>(&value_);
@@ -84,7 +83,7 @@ class Variant {
 
 inline const Variant::Null Null{};
 
-// An array of one dimension. Without elements its upper bound is one below its lower bound.
+// A one-dimensional array. If it is empty, its upper bound is one less than its lower bound.
 struct Array {
   std::vector<Variant> elements;
   std::int32_t lowerBound = 0;
@@ -96,34 +95,34 @@ struct Array {
 
 inline Variant::Variant(Array value) : value_(std::make_shared<const Array>(std::move(value))) {}
 
-// The conversions of automation. Each fails with 94 for Null, 13 for a value that cannot be read so, 6 for a
-// number out of range. Empty reads as an empty text, as 0 and as False.
+// The conversions of automation. Throw Failure 94 for Null, 13 for an unsuitable value, 6 for a number out of
+// range. Empty converts to an empty text, 0 and False.
 //
-// As text: a text stays as it is, a number gives its decimal text, a Boolean "True" or "False".
+// A number becomes its decimal text, a Boolean "True" or "False".
 Text toText(const Variant& value);
 Text toText(Variant&& value);
-// As a number: a number, a Boolean (True is -1), or a text that holds a number. A fraction goes to the
-// nearest whole number, one exactly halfway to the even neighbour.
+// Converts numbers, Booleans (True is -1) and texts with a number. Fractions are rounded to the nearest
+// integer, halves to the even one.
 std::int16_t toInt16(const Variant& value);
 std::int32_t toInt32(const Variant& value);
-// As a Boolean: any number but 0 is True, also in text form; the words true and false in any case.
+// Any number except 0 is True, also as a text. Accepts the words true and false in any case.
 bool toBool(const Variant& value);
-// As an object: null for Null and Empty.
+// Null and Empty become a null reference.
 ObjectRef toObject(const Variant& value);
 
-// The bounds and elements of an array. What is no array fails with 13, an index outside the bounds with 9.
+// The bounds and elements of an array. Throw Failure 13 if the value is not an array, 9 if the index is out
+// of bounds.
 std::int32_t lowerBound(const Variant& value);
 std::int32_t upperBound(const Variant& value);
 const Variant& element(const Variant& value, std::int32_t index);
 
-// The number rounded to the nearest whole number, exactly halfway to the even neighbour, as a 32-bit integer.
-// Fails with 6 where it does not fit.
+// Rounds to the nearest integer, halves to the even one. Throws Failure 6 if the result does not fit.
 std::int32_t roundToInt32(double value);
 
-// A 32-bit value as a 16-bit one. Fails with 6 where it does not fit.
+// Throws Failure 6 if the value does not fit.
 std::int16_t narrowToInt16(std::int32_t value);
 
-// The decimal text of a whole number.
+// The decimal text of an integer.
 template <std::integral Number>
 Text decimalText(Number value) {
   char digits[24];

@@ -1,9 +1,8 @@
-// Classes that must be the same in every library of the process.
+// Visibility of classes that libraries share.
 #pragma once
 
-// Marks a class whose identity crosses libraries: an exception that is thrown in one and caught in another,
-// an interface that one implements and another calls. Everything else of a library is hidden unless its
-// target says otherwise.
+// Exports a class whose type information must be shared by libraries: an exception thrown in one and caught
+// in another, or an interface implemented in one and called in another. Everything else is hidden by default.
 #if defined(__GNUC__) && !defined(_WIN32)
 #define AUTOMATION_VISIBLE __attribute__((visibility("default")))
 #else

@@ -69,7 +69,7 @@ void saveRow(benchmark::State& state) {
   platform::store::PrivateDatabase database(name);
   const inventory::Table& table = inventory::tables()[inventory::table("tblGeneral")];
   test::createTables(database.database());
-  const platform::store::Loan loan(database);
+  const platform::store::ConnectionRedirect redirect(database);
   const automation::ObjectRef connection = automation::CreateObject(u"ADODB.Connection");
   automation::call(connection, u"Open", automation::fromUtf8(name));
   const automation::ObjectRef rows = automation::CreateObject(u"ADODB.Recordset");

@@ -38,7 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const automation::Failure&) {
     return 0;
   }
-  for (const Metabase::Oddity& oddity : metabase->oddities()) {
+  for (const Metabase::ParseWarning& oddity : metabase->warnings()) {
     if (metabase->describe(oddity, u"input").find('\n') != std::string::npos) std::abort();
   }
   const auto nodes = std::min<std::size_t>(metabase->nodeCount(), kNodes);

@@ -19,11 +19,11 @@ using namespace platform::metabase;
 
 constexpr Flag kFlags[] = {{"AccessRead", 1}, {"AccessWrite", 2}, {"AccessScript", 512}};
 
-// Flags: the bits of the names, or a culprit that stands in the text.
+// Flags: the bits of the names, or a invalidPiece that stands in the text.
 void tryFlags(std::string_view text) {
-  std::optional<std::string_view> culprit;
-  parseFlags(text, kFlags, culprit);
-  if (culprit && text.find(*culprit) == std::string_view::npos) std::abort();
+  std::optional<std::string_view> invalidPiece;
+  parseFlags(text, kFlags, invalidPiece);
+  if (invalidPiece && text.find(*invalidPiece) == std::string_view::npos) std::abort();
 }
 
 // Values hold neither a line end nor nothing at all.

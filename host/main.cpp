@@ -44,6 +44,6 @@ int main(int argumentCount, char** arguments) {
   os::ignoreWriteSignals();
   // Names in archives are UTF-8, whatever the user's locale is.
   std::setlocale(LC_CTYPE, "C.UTF-8");
-  sqlite::leaveMemoryUncounted();
+  sqlite::disableMemoryStats();
   return host::run(argumentCount, arguments);
 }

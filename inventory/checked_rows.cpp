@@ -9,7 +9,8 @@
 
 namespace inventory {
 
-// Eight bytes at a time, none of which has its highest bit set, before or after 1 is subtracted from it.
+// Tests eight bytes at a time: a byte from 1 to 127 has the highest bit clear, before and after subtracting
+// 1.
 bool isPlainText(std::string_view text) {
   constexpr std::uint64_t kOnes = 0x0101010101010101, kHighest = 0x8080808080808080;
   for (; text.size() >= sizeof kOnes; text.remove_prefix(sizeof kOnes)) {
@@ -44,13 +45,13 @@ Cell CheckedRows::cell(std::size_t column) {
 
 Cell CheckedRows::replaced(std::size_t column, std::string_view text) {
   if (text.size() > kLongestValue) {
-    report(column, "has " + std::to_string(text.size()) + " bytes and is not stored; the most is " +
+    report(column, "has " + std::to_string(text.size()) + " bytes and is not stored; the maximum is " +
                        std::to_string(kLongestValue));
     return std::nullopt;
   }
   std::string clean = cleanText(text);
   if (clean == text) return text;
-  report(column, "holds a NUL character or invalid text, which is stored as U+FFFD");
+  report(column, "contains a NUL character or invalid text, stored as U+FFFD");
   replacements_[column] = std::move(clean);
   return replacements_[column];
 }

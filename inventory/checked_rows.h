@@ -11,10 +11,10 @@
 
 namespace inventory {
 
-// No inventory keeps a longer value, so that every row fits into every kind of database.
+// The largest value in bytes that every kind of database can store.
 inline constexpr std::size_t kLongestValue = std::size_t{32} << 20;
 
-// Replaces what not every kind of database can store, and reports it as problems.
+// Replaces values that not every kind of database can store, and reports them as problems.
 class CheckedRows : public Rows {
  public:
   CheckedRows(const Table& table, std::unique_ptr<Rows> rows);
@@ -22,7 +22,7 @@ class CheckedRows : public Rows {
   bool next() override;
   Cell cell(std::size_t column) override;
 
-  // What couldn't be stored as it was.
+  // The values that were replaced.
   std::vector<Problem>& problems() { return problems_; }
 
  private:
@@ -36,10 +36,10 @@ class CheckedRows : public Rows {
   std::vector<Problem> problems_;
 };
 
-// A text in which what isn't UTF-8, and NUL characters, are replaced by U+FFFD.
+// Replaces invalid UTF-8 and NUL characters by U+FFFD.
 std::string cleanText(std::string_view text);
 
-// Whether a text is ASCII without a NUL character, which every database takes.
+// Whether a text is ASCII without NUL characters, which every database can store.
 bool isPlainText(std::string_view text);
 
 }  // namespace inventory

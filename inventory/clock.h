@@ -1,4 +1,4 @@
-// Moments as an inventory keeps them.
+// Formats times as stored in an inventory.
 #pragma once
 
 #include <chrono>
@@ -8,7 +8,7 @@
 
 namespace inventory {
 
-// A moment in UTC, as in 2026-01-31T12:00:00.000Z.
+// Formats a time in UTC, as in 2026-01-31T12:00:00.000Z.
 inline std::string utc(std::chrono::system_clock::time_point moment) {
   const auto second = std::chrono::floor<std::chrono::seconds>(moment);
   const std::time_t time = std::chrono::system_clock::to_time_t(second);

@@ -8,10 +8,10 @@
 namespace inventory {
 namespace {
 
-// Collections in one statement or one piece at most.
-constexpr std::size_t kMostCollections = 200;
+// Maximum collections per statement or piece.
+constexpr std::size_t kMaxCollections = 200;
 
-// Copies collections in pieces, with numbers of the target.
+// Copies collections in pieces, with ids of the target.
 class Copier {
  public:
   Copier(Session& target, const KnownServers& servers) : target_(target), servers_(servers) {
@@ -88,7 +88,7 @@ class Copier {
   RowCounts rows_;
 };
 
-// Deletes collections of servers. Gives the rows by table.
+// Deletes collections of servers. Returns the rows by table.
 RowCounts deleteOf(Session& session, const KnownServers& servers, const std::string& condition) {
   RowCounts rows(tables().size(), 0);
   std::vector<std::int64_t> found;
@@ -118,14 +118,14 @@ Published copyServers(Driver& source, Session& target, const std::vector<std::st
   Copier copier(target, known);
   Reader reader(source);
   std::set<std::int64_t> done;
-  // Again for what is published meanwhile.
+  // Repeat for collections that were published meanwhile.
   while (true) {
     std::vector<CollectionInfo> history = reader.history(servers);
     std::erase_if(history, [&](const CollectionInfo& each) { return !done.insert(each.id).second; });
     if (history.empty()) break;
     std::ranges::sort(history, {}, &CollectionInfo::id);
     reader.forEachPiece(
-        history, kMostCollections,
+        history, kMaxCollections,
         [&](Session& session, std::span<const CollectionInfo> piece) { copier.copy(session, piece); });
   }
   copier.finish();
@@ -164,9 +164,8 @@ void renameServer(Session& session, const KnownServer& server, const std::string
     session.execute("update " + quotedName(table) + " set " + changes + " where " + condition);
   };
   const std::string newName = "\"Server name\" = " + to;
-  for (std::size_t at = 0; at < collections.size(); at += kMostCollections) {
-    const auto chunk =
-        std::span(collections).subspan(at, std::min(kMostCollections, collections.size() - at));
+  for (std::size_t at = 0; at < collections.size(); at += kMaxCollections) {
+    const auto chunk = std::span(collections).subspan(at, std::min(kMaxCollections, collections.size() - at));
     const std::string ids = idsCondition("id", {chunk.begin(), chunk.end()});
     for (const Table& table : tables()) update(table.name, table.hasServerColumn() ? newName : newPath, ids);
     update("Problems",

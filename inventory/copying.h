@@ -1,4 +1,4 @@
-// Changes of whole servers with all their collections, each inside of one transaction.
+// Operations on servers with all their collections, each within one transaction.
 #pragma once
 
 #include <cstdint>
@@ -10,13 +10,13 @@
 
 namespace inventory {
 
-// Puts all collections of another database's servers in the place of what is kept of them, in their order.
+// Replaces servers by all of their collections in another database, in order.
 Published copyServers(Driver& source, Session& target, const std::vector<std::string>& servers);
 
-// Removes servers, or of each what was published before a time and isn't current. Gives the number of rows.
+// Removes servers, or their non-current collections published before a time. Returns the number of rows.
 std::int64_t removeServers(Session& session, const KnownServers& servers, const std::string& before);
 
-// Gives a server another name: in "Server name", in addresses and in the texts of problems.
+// Renames a server: in "Server name", in addresses and in the messages of problems.
 void renameServer(Session& session, const KnownServer& server, const std::string& name);
 
 }  // namespace inventory

@@ -82,12 +82,12 @@ std::string Coverage::itemsText() const {
 }
 
 Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
-  // Of nearly every collection.
+  // The coverage of nearly all collections.
   static const Coverage kAll = everything();
   static const std::string kAllText = kAll.tablesText();
   Coverage coverage = tables == kAllText ? kAll : Coverage();
   while (!tables.empty() && tables != kAllText) {
-    // A table of a later version is none that this one could miss.
+    // Unknown tables of later versions are ignored.
     const std::string entry(tables.substr(0, tables.find('|')));
     tables.remove_prefix(std::min(tables.size(), entry.size() + 1));
     const std::string name = entry.substr(0, entry.find(':'));

@@ -1,4 +1,4 @@
-// What an inventory needs of a kind of database. A driver knows SQL, locks and connections, and no table.
+// The interface of a database to an inventory. Drivers handle SQL, locks and connections, but know no tables.
 #pragma once
 
 #include <atomic>
@@ -23,7 +23,7 @@ namespace inventory {
 using Parameter = std::variant<std::monostate, std::int64_t, std::string>;
 using Parameters = std::vector<Parameter>;
 
-// What differs between the kinds of database in the SQL that the inventory generates.
+// The differences between databases in generated SQL.
 class Dialect {
  public:
   enum class Kind { kSqlite, kPostgres };
@@ -41,7 +41,7 @@ class Dialect {
 std::string quotedName(std::string_view name);
 std::string quotedText(std::string_view text);
 
-// What `textOf` makes of some items, one after the other.
+// Joins the texts of items.
 template <typename Items, typename TextOf>
 std::string joined(const Items& items, const TextOf& textOf, std::string_view separator = ", ") {
   std::string text;
@@ -58,7 +58,7 @@ class Cursor {
  public:
   virtual ~Cursor() = default;
 
-  // Goes to the next row, the first one at first. False when there is none left.
+  // Moves to the next row, initially the first. Returns false after the last.
   virtual bool next() = 0;
 
   // A value of the row as text, valid until the next row. Booleans read as "1" and "0", reals as SQLite
@@ -71,8 +71,8 @@ class Cursor {
   std::int64_t number(std::size_t column);
 };
 
-// Adds rows to a table. A row has as many values as the table was said to have columns, each of its column's
-// type. Texts must live until the row ends.
+// Inserts rows into a table. A row has a value for each column of the insertion, of the column's type. Texts
+// must stay valid until the row ends.
 class Inserter {
  public:
   virtual ~Inserter() = default;
@@ -84,7 +84,8 @@ class Inserter {
   virtual void null() = 0;
   virtual void endRow() = 0;
 
-  // Writes what is buffered. Without it the rows may be missing. Nothing else may use the session before.
+  // Writes buffered rows; without it rows may be missing. The session must not be used otherwise before this
+  // call.
   virtual void finish() = 0;
 };
 
@@ -108,29 +109,28 @@ class Session {
 
   virtual std::unique_ptr<Cursor> query(const std::string& sql, const Parameters& parameters = {}) = 0;
 
-  // Ends each later query that takes longer, with Error; 0 for no limit.
+  // Limits the time of later queries, which then throw Error; 0 for no limit.
   virtual void limitQueries(std::chrono::milliseconds limit) = 0;
 
-  // Prepares the adding of rows to a table; only one inserter is open on a session at a time.
+  // Starts inserting rows into a table. At most one inserter is open on a session at a time.
   virtual std::unique_ptr<Inserter> insertInto(std::string_view table,
                                                std::span<const InsertColumn> columns) = 0;
 
-  // The first row's first value; empty where there is none.
+  // The first value of the first row; empty if there is none.
   std::string value(const std::string& sql, const Parameters& parameters = {});
 };
 
-// A change of an inventory, made in one transaction or not at all.
+// A change of an inventory, made in one transaction.
 struct Change {
-  // Folded names of the servers that it changes; no other process changes one of them meanwhile.
+  // Folded names of the servers that it changes, which are locked for other processes.
   std::vector<std::string> serverKeys;
   // Names the servers in messages.
   std::string subject;
-  // What may have happened where the outcome is unknown: "SUBJECT may or may not" comes before it.
+  // Completes the message for an unknown outcome: "SUBJECT may or may not EFFECT".
   std::string effect = "have the new collection";
-  // Brings the schema up to date. Called with `mayChange` false first: gives true where nothing is to be
-  // done.
+  // Updates the schema. First called with `mayChange` false: returns true if nothing needs to be done.
   std::function<bool(Session&, bool mayChange)> prepare;
-  // May be called again where the connection was lost before anything was committed.
+  // May be called again if the connection was lost before the commit.
   std::function<void(Session&)> work;
 };
 
@@ -138,49 +138,48 @@ struct Change {
 struct Access {
   std::chrono::milliseconds wait{5000};            // the longest wait for a lock
   std::chrono::milliseconds serverTimeout{60000};  // the longest silence of a server
-  bool force = false;                              // also into a database with other tables and no inventory
+  bool force = false;                              // allow a database with other tables and no inventory
   std::string schema = "iis_inventory";            // of the tables, on a server
 };
 
-// A database, of whatever kind. Used by one thread at a time, but for change() where concurrentChanges()
-// allows more, and for stopWaiting(). Members throw Error or one of its kinds.
+// A database. Used by one thread at a time, except change(), see concurrentChanges(), and the members marked
+// as thread-safe. Members throw Error or one of its kinds.
 class Driver {
  public:
   virtual ~Driver() = default;
 
-  // The database's name as messages have it, without a password.
+  // The database's name for messages, without a password.
   virtual std::string shownName() const = 0;
   virtual const Dialect& dialect() const = 0;
 
-  // Makes a change. Throws OutcomeUnknown if it cannot be known whether it was committed.
+  // Makes a change. Throws OutcomeUnknown if it may or may not have been committed.
   virtual void change(const Change& change) = 0;
   virtual int concurrentChanges() const { return 1; }
 
-  // A transaction for reading that sees one state.
+  // Begins a read transaction, which sees one snapshot.
   virtual std::unique_ptr<Session> read() = 0;
-  // Whether such a transaction may last long without keeping others from publishing.
+  // Whether long read transactions do not block publishers.
   virtual bool readsConcurrently() const = 0;
 
-  // Refuses a database that cannot take these tables, before there is anything to publish. `checkSchema` is
-  // called with a transaction for reading where there is a schema already.
+  // Throws Error if the tables cannot be created or written, before there is anything to publish. If there is
+  // a schema, `checkSchema` is called with a read transaction.
   virtual void checkWritable(std::span<const std::string> tables,
                              const std::function<void(Session&)>& checkSchema) = 0;
 
   // Updates the statistics of tables after many rows were added to them.
   virtual void analyze(std::span<const std::string> tables) = 0;
 
-  // Checks the database's own structures. Gives what is wrong, a line each.
+  // Checks the database's internal structures. Returns a line per error.
   virtual std::vector<std::string> checkIntegrity() = 0;
 
-  // A line about something that the user should know, given once; empty for none. From any thread.
+  // Returns a notice for the user once; empty if there is none. Thread-safe.
   virtual std::string takeNotice() { return {}; }
 
-  // Ends every wait and every running statement, now and later. From any thread.
+  // Ends all waits and running statements, now and later. Thread-safe.
   virtual void stopWaiting() = 0;
 };
 
-// Opens a database for reading; changes nothing, but for rolling back what a killed process left half
-// written.
+// Opens a database for reading. The only change is to roll back an interrupted write.
 std::unique_ptr<Driver> openSqlite(const std::string& file, const Access& access, bool forChange);
 std::unique_ptr<Driver> openPostgres(const std::string& address, const Access& access);
 

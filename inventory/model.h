@@ -1,4 +1,4 @@
-// What goes into an inventory and what comes out of it, whatever the database.
+// Data that is written to and read from an inventory, independent of the database.
 #pragma once
 
 #include <bitset>
@@ -23,7 +23,7 @@ class Error : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-// A kind of error: a class of its own for each tag.
+// A kind of error: a distinct class for each tag.
 template <typename Tag, typename Base = Error>
 class ErrorOfKind : public Base {
  public:
@@ -32,37 +32,37 @@ class ErrorOfKind : public Base {
 
 // The database has no inventory.
 using NoInventory = ErrorOfKind<struct NoInventoryTag>;
-// The database is locked by another process, and the wait is over.
+// The database is locked by another process and the wait has timed out.
 using Locked = ErrorOfKind<struct LockedTag>;
-// The server that has the database can't be reached, or the connection to it was lost.
+// The database server is unreachable, or the connection to it was lost.
 using Unreachable = ErrorOfKind<struct UnreachableTag>;
-// The role or user lacks a right.
+// The role or user lacks a privilege.
 using Forbidden = ErrorOfKind<struct ForbiddenTag>;
-// Something that is wrong with one of the servers of a change; the others may be changed without it.
+// One of the servers of a change is refused; the others may be changed without it.
 using ServerRefused = ErrorOfKind<struct ServerRefusedTag>;
-// Another process publishes one of the servers, and the wait is over.
+// Another process is publishing one of the servers and the wait has timed out.
 using ServerLocked = ErrorOfKind<struct ServerLockedTag, ServerRefused>;
 // The change was interrupted by stopWaiting(). Nothing was committed.
 using Interrupted = ErrorOfKind<struct InterruptedTag>;
-// It cannot be found out whether the change was committed.
+// The change may or may not have been committed.
 using OutcomeUnknown = ErrorOfKind<struct OutcomeUnknownTag>;
 
-// A value in a column; nothing for null.
+// A value of a column; nullopt for null.
 using Cell = std::optional<std::string_view>;
 
-// The rows of one table, one after the other.
+// Iterates over the rows of a table.
 class Rows {
  public:
   virtual ~Rows() = default;
 
-  // Goes to the next row, the first one at first. False when there is none left.
+  // Moves to the next row, initially the first. Returns false after the last.
   virtual bool next() = 0;
 
   // The value in one of the table's columns. Valid until the next row.
   virtual Cell cell(std::size_t column) = 0;
 };
 
-// Where the rows of a collection come from.
+// The source of a collection's rows.
 class RowSource {
  public:
   virtual ~RowSource() = default;
@@ -71,36 +71,37 @@ class RowSource {
   virtual std::unique_ptr<Rows> rows(const Table& table) const = 0;
 };
 
-// The tables that a collection looked at, and the sites and pools that it was restricted to.
+// The tables that a collection covers, and the sites and pools that it is restricted to.
 class Coverage {
  public:
   // Every table, without restrictions.
   static Coverage everything();
 
   void add(const Table& table, ObjectKind kind);
-  // Restricts what is looked at to some items of kSite or kPool, but for the table that lists them.
+  // Restricts the collection to some items of kSite or kPool, except for the table that lists them.
   void restrict(ObjectKind itemKind, const std::vector<std::string>& items);
 
-  // Whether rows of a kind in a table were looked at: of one item, or of any where it is empty.
+  // Whether rows of a kind in a table were collected: of an item, or of any if `item` is empty.
   bool includes(std::string_view table, ObjectKind kind, std::string_view item = {}) const;
-  // Whether everything that the other one looked at was looked at here too.
+  // Whether this coverage includes the other one.
   bool covers(const Coverage& other) const;
 
-  // As "Collections" keeps it: "|table|table:kind|...|", with the kind where a table has two, or "|*N|" for
+  // The columns of "Collections": "|table|table:kind|...|", with the kind if a table has two, or "|*N|" for
   // the first N tables of the catalogue; and the items as JSON.
   std::string tablesText() const;
   std::string itemsText() const;
-  // Throws Error for texts that are none of these.
+  // Throws Error for invalid texts.
   static Coverage fromTexts(std::string_view tables, std::string_view items);
 
  private:
-  // A bit for each of the two kinds of each table.
+  // Two bits per table, one for each kind.
   std::bitset<2 * tables().size()> looked_;
   // Folded names by kSite or kPool; no entry for no restriction.
   std::map<ObjectKind, std::vector<std::string>> items_;
 };
 
-// What was collected, by whom, from where and when. Times are UTC, as in 2026-01-31T12:00:00.000Z.
+// The circumstances of a collection: source, time, program and user. Times are UTC, as in
+// 2026-01-31T12:00:00.000Z.
 struct Origin {
   std::string server;
   std::string file;
@@ -115,7 +116,7 @@ struct Origin {
   std::string machine;
 };
 
-// Something that went wrong, with its place; empty texts where that isn't known.
+// A failure and its location; unknown parts are empty.
 struct Problem {
   bool isNote = false;
   std::string table;
@@ -129,13 +130,13 @@ struct Problem {
   std::string time;  // UTC
 };
 
-// What a collection brought. The rows must stay as they are until they are published.
+// The result of a collection. The rows must not change until they are published.
 struct Collected {
   Origin origin;
   Coverage coverage = Coverage::everything();
   const RowSource* rows = nullptr;
   std::vector<Problem> problems;
-  // The line of a node such as "/LM/MSFTPSVC/1" in the file, 0 where it isn't known. May be null.
+  // The line of a node such as "/LM/MSFTPSVC/1" in the file, 0 if it is unknown. May be null.
   std::function<std::int64_t(const std::string& node)> lineOf;
 };
 
@@ -148,10 +149,10 @@ inline std::int64_t sumOf(const RowCounts& counts) {
 struct Published {
   RowCounts replaced;  // of collections that were deleted
   RowCounts added;
-  std::vector<Problem> problems;  // values that can't be stored as they were; they are stored as problems too
+  std::vector<Problem> problems;  // values that were replaced; also stored as problems
 };
 
-// A collection that an inventory keeps. Its server is named as the server's latest collection spells it.
+// A stored collection. The server's name is spelled as in its latest collection.
 struct CollectionInfo : Origin {
   std::int64_t id = 0;
   std::int64_t serverId = 0;

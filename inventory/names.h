@@ -7,7 +7,7 @@
 
 namespace inventory {
 
-// The name with its case folded, as far as automation::toLower goes. Both are UTF-8.
+// The name with its case folded by automation::toLower. Both are UTF-8.
 std::string folded(std::string_view utf8);
 
 bool sameName(std::string_view left, std::string_view right);

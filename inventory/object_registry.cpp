@@ -13,7 +13,7 @@ std::string_view directoryKey(std::string_view path) {
   return sameName(path.substr(0, root.size()), root) ? path.substr(root.size()) : path;
 }
 
-// Where the columns are that say what a row is about; the number of columns for none.
+// Indexes of the columns that identify a row's object; the number of columns if missing.
 struct Places {
   std::size_t site = 0, pool = 0, path = 0, directory = 0;
 };
@@ -52,7 +52,7 @@ ObjectKind kindOfRow(const Table& table, Rows& row) {
 std::size_t ObjectRegistry::Hash::operator()(const Key& key) const {
   const bool isAscii = std::ranges::all_of(key.text, [](char c) { return static_cast<signed char>(c) >= 0; });
   if (!isAscii) return std::hash<std::string>()(folded(key.text)) + static_cast<std::size_t>(key.kind);
-  // FNV-1a of the small letters.
+  // FNV-1a of the folded name.
   std::size_t hash = 0xcbf29ce484222325U + static_cast<std::size_t>(key.kind);
   for (const char c : key.text)
     hash = (hash ^ static_cast<unsigned char>(c >= 'A' && c <= 'Z' ? c + 0x20 : c)) * 0x100000001b3U;
@@ -85,7 +85,7 @@ std::int64_t ObjectRegistry::objectOf(const Table& table, ObjectKind kind, Rows&
       return found != 0 ? found : add(kind, name, 0);
     }
     case ObjectKind::kApplication: {
-      // Several may have one name, so each row is about one of its own.
+      // Several may share a name, so each row has its own object.
       const std::int64_t pool = find(ObjectKind::kPool, textAt(table, row, places.pool));
       return add(kind, row.cell(column("tblAppliedObject", "Object name").column).value_or(""), pool);
     }
@@ -127,7 +127,7 @@ std::int64_t ObjectRegistry::add(ObjectKind kind, std::string_view key, std::int
   return object.id;
 }
 
-// Rows mostly are about the object of the row before, or the one behind it.
+// Rows are mostly about the object of the previous row, or the next one.
 std::int64_t ObjectRegistry::find(ObjectKind kind, std::string_view key) const {
   for (std::size_t at = last_; at < objects_.size() && at < last_ + 2; ++at) {
     if (objects_[at].kind == kind && objects_[at].key == key) return objects_[last_ = at].id;

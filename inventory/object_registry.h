@@ -1,4 +1,4 @@
-// The objects of a collection, found by the rows that are about them.
+// The objects of a collection, derived from its rows.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@
 
 namespace inventory {
 
-// Makes an object of everything that the first row is about, in the order of discovery. Ids are those of one
-// collection: its number times 2^32, and a number that counts from 1.
+// Adds an object for the first row about it. Ids are the collection's id * 2^32 plus a number from 1 in the
+// order of discovery.
 class ObjectRegistry {
  public:
   using LineOf = std::function<std::int64_t(const std::string& node)>;
@@ -25,16 +25,16 @@ class ObjectRegistry {
   ObjectRegistry(const ObjectRegistry&) = delete;
   ObjectRegistry& operator=(const ObjectRegistry&) = delete;
 
-  // The object of a row, made where it isn't there yet; 0 for a row that says of none.
+  // The object of a row, added if it is new; 0 if the row names none.
   std::int64_t objectOf(const Table& table, ObjectKind kind, Rows& row);
 
-  // The object that a problem is about, 0 for none: the directory at its node, else its site or pool.
+  // The object of a problem: the directory at its node, else its site or pool; 0 if there is none.
   std::int64_t objectOf(const Problem& problem) const;
 
   std::span<ObjectInfo> objects() { return objects_; }
   const ObjectInfo& object(std::int64_t id) const { return objects_[static_cast<std::uint32_t>(id) - 1]; }
 
-  // The site or pool that an object belongs to, by its key.
+  // The key of an object's site or pool.
   const std::string& itemOf(const ObjectInfo& object) const;
 
  private:
@@ -42,7 +42,7 @@ class ObjectRegistry {
     ObjectKind kind;
     std::string_view text;
   };
-  // Finds an object, by its place, under its kind and its key without regard to case.
+  // Finds an object's index by kind and key, ignoring case.
   struct Hash {
     using is_transparent = void;
     const std::vector<ObjectInfo>* objects;

@@ -20,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-// Parameters of one statement at most.
+// Maximum parameters per statement.
 constexpr std::size_t kChunk = 400;
 
 // The lists that may lack rows of an object, by the view that has them.
@@ -40,7 +40,7 @@ std::string placeholders(std::size_t first, std::size_t count) {
   return list;
 }
 
-// Adds the values of a row of one of the inventory's own tables. Texts must live until the row ends.
+// Writes the values of a row of an own table of the inventory. Texts must stay valid until the row ends.
 class RecordWriter {
  public:
   explicit RecordWriter(Inserter& inserter) : inserter_(inserter) {}
@@ -72,7 +72,7 @@ class RecordWriter {
   Inserter& inserter_;
 };
 
-// One collection on its way into the inventory.
+// Writes one collection to the inventory.
 class CollectionWriter {
  public:
   CollectionWriter(const Collected& collected, std::int64_t id, std::int64_t serverId)
@@ -130,7 +130,7 @@ class CollectionWriter {
     info.notes = std::ranges::count(collected_.problems, true, &Problem::isNote);
     info.problems =
         static_cast<std::int64_t>(collected_.problems.size() + published_.problems.size()) - info.notes;
-    // A number of so few digits is the same text in every kind of database.
+    // Rounded, so that all databases return the same text.
     info.seconds = std::round(origin.seconds * 1000) / 1000;
     info.collectedBy = cleanText(origin.collectedBy);
     info.machine = cleanText(origin.machine);
@@ -155,7 +155,7 @@ class CollectionWriter {
     inserter.endRow();
   }
 
-  // Counts a row about an object in the table. Gives its number.
+  // Counts a row about an object in the table. Returns its number.
   std::int64_t countRow(std::int64_t object) {
     const auto at = static_cast<std::uint32_t>(object);
     if (rowsOf_.size() <= at) rowsOf_.resize(at + at / 2 + 64);
@@ -185,7 +185,7 @@ class CollectionWriter {
     return views;
   }
 
-  // A directory lacks rows where a problem is about it, about its site as a whole, or about everything.
+  // A directory lacks rows if a problem concerns it, its site as a whole, or everything.
   bool lacksRows(const ListOfObject& list, const ObjectInfo& object, const std::string& item) const {
     if (!unknown_.mayLackRows(list.table, item)) return false;
     if (object.kind != ObjectKind::kDirectory || aboutDirectories_.contains(0)) return true;
@@ -212,7 +212,7 @@ class CollectionWriter {
   Published published_;
 };
 
-// Refuses collections that would replace one that looked at more.
+// Throws ServerRefused for a collection that would replace one with a larger coverage.
 void requireCoverage(Session& session, std::span<const Collected> collected,
                      const std::map<std::string, KnownServer>& servers) {
   for (const Collected& each : collected) {
@@ -230,8 +230,8 @@ void requireCoverage(Session& session, std::span<const Collected> collected,
   }
 }
 
-// Deletes what is beyond the number of collections to keep, the new one among them. Gives the rows that were
-// deleted, by the servers' ids.
+// Deletes the oldest collections beyond the number to keep, which includes the new one. Returns the deleted
+// rows by server id.
 std::map<std::int64_t, RowCounts> deleteOldest(Session& session,
                                                const std::map<std::string, KnownServer>& servers) {
   std::string ids;

@@ -1,4 +1,4 @@
-// The changes of an inventory, each inside of one transaction.
+// Changes of an inventory, each within one transaction.
 #pragma once
 
 #include <cstdint>
@@ -14,7 +14,7 @@
 
 namespace inventory {
 
-// A server that an inventory knows.
+// A server in an inventory.
 struct KnownServer {
   std::int64_t id = 0;
   std::string name;
@@ -23,24 +23,24 @@ struct KnownServer {
 
 using KnownServers = std::map<std::string, KnownServer>;  // by their folded names
 
-// Adds servers that aren't known yet.
+// Adds unknown servers.
 void addServers(Session& session, std::span<const std::string> names);
 
-// The servers of these folded names.
+// The servers with these folded names.
 KnownServers findServers(Session& session, std::span<const std::string> keys);
 
-// A condition that holds for the ids of what some collections hold, or their objects.
+// An SQL condition for the ids of the rows or objects of some collections.
 std::string idsCondition(std::string_view column, std::vector<std::int64_t> collections);
 
-// Numbers for so many new collections, never used before.
+// Returns `count` ids for new collections. Ids are never reused.
 std::vector<std::int64_t> newCollectionIds(Session& session, std::size_t count);
 
 int readKeep(Session& session);
 
-// Deletes all that some collections hold, and the collections themselves.
+// Deletes collections and their rows.
 void deleteCollections(Session& session, const std::vector<std::int64_t>& collections);
 
-// Rows by table from what "Collections" has of them; what can't be read counts as 0.
+// Parses "Rows by table" of "Collections"; invalid counts are 0.
 RowCounts rowCountsOf(std::string_view rowsByTable);
 
 // Add a row to "objects", to "Problems" and to "Collections". `server` is the name that the collection's rows
@@ -50,14 +50,14 @@ void writeProblem(const Problem& problem, const std::string& server, std::int64_
                   std::int64_t object, Inserter& inserter);
 void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t serverId, Inserter& inserter);
 
-// The statement that makes a collection its server's current one.
+// The SQL statement that makes a collection its server's current one.
 std::string currentSql(std::int64_t serverId, const std::string& name, std::int64_t collection);
 
 // Publishes collections of different servers.
 std::vector<Published> publishAll(Session& session, std::span<const Collected> collected,
                                   const PublishOptions& options);
 
-// The columns with which rows of a table are written: those of bookkeeping first.
+// The columns of a table's rows, bookkeeping columns first.
 std::vector<InsertColumn> insertColumnsOf(const Table& table);
 
 }  // namespace inventory

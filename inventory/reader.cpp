@@ -11,17 +11,17 @@
 namespace inventory {
 namespace {
 
-// What is read at once where a reading may last: rows, and collections.
-constexpr std::size_t kMostCollections = 200;
-// The same for queries over views, which keep no rows.
-constexpr std::int64_t kMostRowsOfViews = 100000;
+// Limits of one read: rows and collections.
+constexpr std::size_t kMaxCollections = 200;
+// The limit for queries over views, which do not hold rows in memory.
+constexpr std::int64_t kMaxRowsOfViews = 100000;
 
-// Selects what infoOf() reads.
+// The query for infoOf().
 constexpr const char* kSelectInfo =
-    "select c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c.\"File\", c.\"File "
-    "time\", c.\"SHA-256\", c.\"Started\", c.\"Published\", c.\"Version\", c.\"Selection\", c.\"Rows by "
-    "table\", c.\"Collected by\", c.\"Machine\", c.\"File size\", c.\"Rows\", c.\"Problems\", c.\"Notes\", "
-    "c.\"Seconds\", c.\"Looked at\", c.\"Items\" from servers s join \"Collections\" c on ";
+    R"(select c.collection_id, c.server_id, s.name, s.server_key, s.current_collection, c."File", c."File time",
+    c."SHA-256", c."Started", c."Published", c."Version", c."Selection", c."Rows by table", c."Collected by",
+    c."Machine", c."File size", c."Rows", c."Problems", c."Notes", c."Seconds", c."Looked at", c."Items"
+from servers s join "Collections" c on )";
 
 CollectionInfo infoOf(Cursor& row) {
   CollectionInfo info;
@@ -45,19 +45,19 @@ CollectionInfo infoOf(Cursor& row) {
   return info;
 }
 
-// A condition on the servers' keys; true for all where none is named.
+// An SQL condition on the servers' keys; true for all servers if none is named.
 std::string keysCondition(const std::vector<std::string>& servers) {
   if (servers.empty()) return "1 = 1";
   const auto key = [](const std::string& server) { return quotedText(folded(server)); };
   return "s.server_key in (" + joined(servers, key) + ")";
 }
 
-// Which collection of a server a selection means, as an expression.
+// An SQL expression for the collection of a server that a selection means.
 std::string chosenCollection(const Selection& selection) {
   if (selection.at.empty()) return "s.current_collection";
-  return "(select x.collection_id from \"Collections\" x where x.server_id = s.server_id and x.\"Published\" "
-         "<= " +
-         quotedText(selection.at) + " order by x.\"Published\" desc, x.collection_id desc limit 1)";
+  return R"((select x.collection_id from "Collections" x where x.server_id = s.server_id
+    and x."Published" <= )" +
+         quotedText(selection.at) + R"( order by x."Published" desc, x.collection_id desc limit 1))";
 }
 
 Problem problemOf(Cursor& row) {
@@ -102,7 +102,7 @@ bool TableRow::isUnknown(std::size_t column) const {
 }
 
 std::size_t Reader::mostAtOnce() const {
-  return driver_.readsConcurrently() ? kMostCollections : 1;
+  return driver_.readsConcurrently() ? kMaxCollections : 1;
 }
 
 Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
@@ -110,7 +110,7 @@ Reader::Reader(Driver& driver, OnSuccessor onSuccessor)
   inTransaction([&](Session& session) { requireInventory(session, driver.shownName()); });
 }
 
-// On a server all in the same one; in a file a long one would keep others from publishing.
+// One transaction for all on a server; in a file a long one would block publishers.
 template <typename Work>
 void Reader::inTransaction(const Work& work) {
   if (session_ == nullptr || !driver_.readsConcurrently()) {
@@ -161,7 +161,7 @@ std::unique_ptr<Cursor> Reader::rowsOf(Session& session, const Table& table,
                     order = " order by " + std::string(table.key);
   const bool hasIds = columns.front().name == "id";
   if (collections.size() == 1) {
-    // Always the same text, which is prepared once.
+    // A constant text, which is prepared once.
     const std::int64_t id = collections.front();
     return hasIds ? session.query(select + "id >= $1 and id < $2" + order, {id << 32, (id + 1) << 32})
                   : session.query(select + "collection_id = $1" + order, {id});
@@ -185,7 +185,7 @@ void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size
   }
 }
 
-// The collection, or where it was deleted its server's current one; nothing where the server was removed.
+// The collection, or its server's current one if it was deleted; nullopt if the server was removed.
 std::optional<CollectionInfo> Reader::presentOf(Session& session, const CollectionInfo& wanted) {
   if (!session.value("select 1 from \"Collections\" where collection_id = $1", {wanted.id}).empty())
     return wanted;
@@ -197,7 +197,7 @@ std::optional<CollectionInfo> Reader::presentOf(Session& session, const Collecti
   return rows->next() ? std::optional(infoOf(*rows)) : std::nullopt;
 }
 
-// The same, with what has replaced a collection that was deleted meanwhile.
+// Like forEachPiece, but replaces collections that were deleted meanwhile.
 void Reader::forEachPresent(std::span<const CollectionInfo> collections, std::size_t most,
                             const OnPiece& each, std::int64_t mostRows) {
   forEachPiece(
@@ -248,8 +248,7 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
     };
     for (std::size_t place = 0; place < tables().size(); ++place) {
       const Table& table = tables()[place];
-      // The id, and the row's number where an object has several, are in front of what isn't known and the
-      // values.
+      // Columns: id, number if an object has several rows, not_known, values.
       const std::size_t first = table.hasSeveralRows ? 3 : 2;
       std::vector<Cell> cells(table.columns.size());
       forEachOf(table, [&](ServerData& data, Cursor& row) {
@@ -265,7 +264,7 @@ void Reader::forEach(std::span<const CollectionInfo> collections,
     });
     forEachOf(problemsTable(),
               [](ServerData& data, Cursor& row) { data.addProblem(problemOf(row), row.number(2)); });
-    // Not while a transaction is open that keeps others from publishing.
+    // Call back without an open transaction, which would block publishers.
     endTransaction();
     for (auto& data : all) each(std::move(data));
   });
@@ -275,25 +274,23 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
   const auto each = [&](Session& session, std::span<const CollectionInfo> piece) {
     const auto id = [](const CollectionInfo& collection) { return std::to_string(collection.id); };
     work(session, piece,
-         "select c.collection_id, s.name from \"Collections\" c join servers s on s.server_id = c.server_id "
-         "where c.collection_id in (" +
+         R"(select c.collection_id, s.name from "Collections" c join servers s on s.server_id = c.server_id
+where c.collection_id in ()" +
              joined(piece, id) + ")");
   };
-  // A server scans its tables for each piece, and takes rows from others meanwhile.
+  // A server would scan its tables for each piece, and long reads do not block publishers.
   if (driver_.readsConcurrently())
     return inTransaction([&](Session& session) { each(session, collections); });
-  forEachPresent(collections, kMostCollections, each, kMostRowsOfViews);
+  forEachPresent(collections, kMaxCollections, each, kMaxRowsOfViews);
 }
 
 bool Reader::isPrivileged() {
   bool isPrivileged = false;
   inTransaction([&](Session& session) {
-    isPrivileged = session.dialect().isPostgres() &&
-                   session.value(
-                       "select rolsuper or pg_has_role('pg_read_server_files', 'member') or "
-                       "pg_has_role('pg_write_server_files', 'member') or "
-                       "pg_has_role('pg_execute_server_program', 'member') from pg_roles "
-                       "where rolname = current_user") == "1";
+    isPrivileged = session.dialect().isPostgres() && session.value(R"(
+select rolsuper or pg_has_role('pg_read_server_files', 'member')
+    or pg_has_role('pg_write_server_files', 'member') or pg_has_role('pg_execute_server_program', 'member')
+from pg_roles where rolname = current_user)") == "1";
   });
   return isPrivileged;
 }

@@ -18,23 +18,24 @@ struct Relation {
 };
 using Relations = std::map<std::string, Relation>;
 
-// Selects name, isView, definition and one of the columns. PostgreSQL keeps a definition in a form of its
-// own, so a comment on the view has it as it was given.
+// Selects name, isView, definition and one of the columns. PostgreSQL rewrites definitions, so the original
+// text is stored in a comment on the view.
 constexpr const char* kSqliteRelations =
-    "select m.name, m.type = 'view', case m.type when 'view' then m.sql end, p.name from sqlite_schema m "
-    "left join pragma_table_info(case m.type when 'table' then m.name end) p where m.type in ('table', "
-    "'view') and m.name not like 'sqlite~_%' escape '~'";
+    R"(select m.name, m.type = 'view', case m.type when 'view' then m.sql end, p.name
+from sqlite_schema m left join pragma_table_info(case m.type when 'table' then m.name end) p
+where m.type in ('table', 'view') and m.name not like 'sqlite~_%' escape '~')";
 constexpr const char* kPostgresRelations =
-    "select c.relname, c.relkind = 'v', case when pg_has_role(c.relowner, 'USAGE') then "
-    "obj_description(c.oid, 'pg_class') end, a.attname from pg_class c join pg_namespace n on n.oid = "
-    "c.relnamespace left join pg_attribute a on a.attrelid = c.oid and c.relkind <> 'v' and a.attnum > 0 and "
-    "not a.attisdropped where n.nspname = current_schema() and c.relkind in ('r', 'p', 'v', 'm', 'f')";
+    R"(select c.relname, c.relkind = 'v',
+    case when pg_has_role(c.relowner, 'USAGE') then obj_description(c.oid, 'pg_class') end, a.attname
+from pg_class c join pg_namespace n on n.oid = c.relnamespace
+    left join pg_attribute a on a.attrelid = c.oid and c.relkind <> 'v' and a.attnum > 0 and not a.attisdropped
+where n.nspname = current_schema() and c.relkind in ('r', 'p', 'v', 'm', 'f'))";
 
 std::string typed(const InsertColumn& column, const Dialect& dialect) {
   return quotedName(column.name) + " " + std::string(dialect.typeName(column.type));
 }
 
-// Rows of which several are about one thing are kept together.
+// Clusters rows about the same subject.
 std::string creationSql(const Table& table, const Dialect& dialect) {
   const std::string name(table.name), key(table.key);
   const bool isPostgres = dialect.isPostgres(), isClustered = key.find(',') != key.npos && !isPostgres;
@@ -65,7 +66,7 @@ bool hasColumn(const Relation& relation, std::string_view column) {
   throw Error("cannot use the database '" + name + "': " + why);
 }
 
-// Refuses what is no inventory of this version. Gives whether there is one.
+// Returns whether there is an inventory. Throws Error for one of another version.
 bool checkVersion(Session& session, const Relations& relations, const std::string& name) {
   const auto collections = relations.find("Collections");
   const bool isOurs = collections != relations.end() && hasColumn(collections->second, "collection_id");
@@ -114,7 +115,7 @@ void createView(Session& session, const View& view) {
                       : "drop view if exists " + name + ";" + definition);
 }
 
-// What is missing of the tables, as SQL.
+// The SQL that creates missing tables and columns.
 std::string missingTables(const Relations& relations, const Dialect& dialect, const std::string& name) {
   std::string sql;
   for (const Table& table : declarations::kTables) {
@@ -142,7 +143,7 @@ std::vector<View> wantedViews(const Dialect& dialect) {
   return wanted;
 }
 
-// Refuses a database without an inventory that has something of one of its names.
+// Throws Error if a database without an inventory has a relation with one of its names.
 void requireFreeNames(const Relations& relations, const std::string& name, const Dialect& dialect) {
   const auto require = [&](std::string_view each) {
     if (relations.contains(std::string(each)))
@@ -168,7 +169,7 @@ bool prepareSchema(Session& session, const std::string& name, bool force, bool m
   std::vector<View> outdated = wantedViews(session.dialect());
   std::erase_if(outdated, [&](const View& view) {
     const auto found = relations.find(view.name);
-    // One that isn't ours to replace stays as it is.
+    // A view of another owner is kept.
     return found != relations.end() && (found->second.definition.empty() ||
                                         found->second.definition == definitionOf(view, session.dialect()));
   });

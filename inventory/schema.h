@@ -10,9 +10,9 @@ namespace inventory {
 // The version of the data model. Another one is refused; additions to this one are made in place.
 inline constexpr int kSchemaVersion = 2;
 
-// Brings the schema up to date where `mayChange`; gives true where there is nothing to do. `name` is the
-// database's. Throws Error for a database with other tables and no inventory, unless `force`, and for an
-// inventory of another version.
+// Updates the schema if `mayChange`; returns true if there is nothing to do. `name` is the database's. Throws
+// Error for a database with other tables and no inventory, unless `force`, and for an inventory of another
+// version.
 bool prepareSchema(Session& session, const std::string& name, bool force, bool mayChange);
 
 // Throws NoInventory for a database without an inventory, Error for one of another version.

@@ -1,4 +1,4 @@
-// Everything that a collection holds, in memory.
+// The data of a collection in memory.
 #pragma once
 
 #include <cstdint>
@@ -14,23 +14,23 @@
 
 namespace inventory {
 
-// Something that rows are about.
+// An object: the subject of rows.
 struct ObjectInfo {
-  std::int64_t id = 0;  // its collection's number times 2^32, and a number that counts from 1
+  std::int64_t id = 0;  // the collection's id * 2^32 plus a number from 1
   ObjectKind kind = ObjectKind::kNone;
   std::string key;          // identifier, path below the service, or name
   std::int64_t parent = 0;  // 0 for none
-  std::int64_t line = 0;    // in the file; 0 where it isn't known
+  std::int64_t line = 0;    // in the file; 0 if it is unknown
   std::string incomplete;   // views that may lack rows of it, as "|view|"
 
-  // Its path in the metabase; empty where it isn't known.
+  // Its path in the metabase; empty if it is unknown.
   std::string node() const {
     const std::string_view root = nodeRootOf(kind);
     return root.empty() ? std::string() : "/LM/" + std::string(root) + key;
   }
 };
 
-// Numbers from this one on in the lower half of an id are those of rows that fit no object, or come twice.
+// The lower halves of ids from this number on belong to rows without an object and to duplicates.
 inline constexpr std::int64_t kFirstExtra = std::int64_t{1} << 31;
 
 // A row of one of tables(). Copies are cheap, and valid as long as the data.
@@ -40,14 +40,14 @@ class DataRow {
       : table_(&table), id_(id), unknown_(unknown), cells_(cells) {}
 
   const Table& table() const { return *table_; }
-  // The object that it is about, or a number of its own where it fits none or comes twice.
+  // The id of its object, or an extra id if it has none or is a duplicate.
   std::int64_t id() const { return id_; }
   // The object; 0 for none.
   std::int64_t objectId() const { return (id_ & 0xFFFFFFFF) < kFirstExtra ? id_ : 0; }
-  // A value by the place of its column; nothing where none was written.
+  // The value of a column; nullopt for null.
   Cell cell(std::size_t column) const;
   Cell cell(ColumnRef column) const { return cell(column.column); }
-  // The same, empty where none was written.
+  // The value of a column; empty for null.
   std::string text(std::size_t column) const { return std::string(cell(column).value_or("")); }
   std::string text(ColumnRef column) const { return text(column.column); }
   bool isUnknown(std::size_t column) const { return (unknown_ >> column & 1U) != 0; }
@@ -71,7 +71,7 @@ class ServerData {
 
   // In the order of discovery.
   std::span<const ObjectInfo> objects() const { return objects_; }
-  // Nothing for null, or an id that isn't there.
+  // Null if there is no object with the id.
   const ObjectInfo* object(std::int64_t id) const;
 
   // The rows of a table, by its place in tables(), in the order in which they were collected.
@@ -85,14 +85,14 @@ class ServerData {
   std::int64_t problemObject(std::size_t at) const { return problemObjects_[at]; }
 
   // Why cells of a table's rows about an object are unknown, or why there is no such row: messages of
-  // problems, each once. Empty where none is known.
+  // problems, without duplicates.
   std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
   bool hasReasons(std::string_view table, std::int64_t object) const;
 
-  // Whether the collection looked at a table's rows about an object; an object of 0 means any.
+  // Whether the collection covers a table's rows about an object; 0 means any object.
   bool isCollected(std::string_view table, ObjectKind kind, std::int64_t object = 0) const;
 
-  // To fill it: objects and rows in the order of their ids, and then the problems.
+  // Builds the data: add objects and rows in the order of ids, then problems.
   void addObject(ObjectInfo object);
   void addRow(std::size_t table, std::int64_t id, std::string_view notKnown, std::span<const Cell> cells);
   void addProblem(Problem problem, std::int64_t about);

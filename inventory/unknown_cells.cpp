@@ -7,8 +7,7 @@
 namespace inventory {
 namespace {
 
-// The number of a problem with a text that has fewer pieces than it should have. What the missing ones were
-// made into is empty.
+// The number of a problem with a text that has too few parts. The columns of the missing parts are empty.
 constexpr std::int32_t kTooFewPieces = 9;
 
 constexpr std::string_view kApplications = "tblAppliedObject";
@@ -25,8 +24,8 @@ Columns bit(std::size_t column) {
   return Columns{1} << column;
 }
 
-// The columns of a row of this kind that a property is made into; for another property, or none, all of the
-// kind that may be unknown.
+// The columns of a kind that derive from a property; for any other property, all columns of the kind that may
+// be unknown.
 Columns columnsMadeOf(const Table& table, ObjectKind kind, std::string_view property) {
   const std::string wanted = " " + folded(property) + " ";
   Columns made = 0, all = 0;
@@ -40,8 +39,7 @@ Columns columnsMadeOf(const Table& table, ObjectKind kind, std::string_view prop
   return made != 0 ? made : all;
 }
 
-// Whether a web application, as its row has it, can be the one at a node. Only a directory has the node's
-// name.
+// Whether a row's web application can be the one at a node. Only a directory has the node's name.
 bool mayBeAt(const std::string& path, std::string_view type, std::string_view name) {
   constexpr std::string_view kBelow = "/w3svc/";
   const std::size_t start = path.find(kBelow);
@@ -50,7 +48,7 @@ bool mayBeAt(const std::string& path, std::string_view type, std::string_view na
   return type == "Web site" ? depth <= 1 : depth >= 2 && path.ends_with("/" + folded(name));
 }
 
-// Whether a log of this format has a column, as far as only some formats have it.
+// Whether logs of a format have a column.
 bool isOfFormat(std::string_view column, std::string_view format) {
   if (column.starts_with("ODBC")) return format == "ODBC Logging";
   if (column.starts_with("Use local time")) return format == "W3C Extended Log File Format";
@@ -61,7 +59,7 @@ std::string_view textAt(const UnknownCells::Row& row, std::size_t column) {
   return row.cell(column).value_or("");
 }
 
-// What the routine didn't come to any more.
+// The columns that the component did not write because it stopped early.
 Columns unwrittenColumns(const Table& table, const UnknownCells::Row& row) {
   const bool isLog = table.name == "tblLogFileSetting";
   Columns columns = columnsMadeOf(table, row.kind, {});
@@ -120,13 +118,13 @@ bool UnknownCells::mayLackRows(std::string_view table, std::string_view item) co
 bool UnknownCells::concernsRow(const Entry& entry, const Table& table, const Row& row) {
   if (entry.itemKind != ObjectKind::kNone && entry.itemKind != itemKindOf(row.kind) && !row.item.empty())
     return false;
-  // Problems at the node of a directory were found by it.
+  // Problems with a directory's node are matched by the key.
   return entry.node.empty() || table.name != kApplications ||
          mayBeAt(entry.node, textAt(row, kObjectType.column), textAt(row, kObjectName.column));
 }
 
 std::uint64_t UnknownCells::columnsOf(const Entry& entry, const Table& table, const Row& row) {
-  // The missing address reads as that of all addresses.
+  // A missing address means all addresses.
   if (entry.hasTooFewPieces && table.name == kApplications)
     return textAt(row, kPort.column).empty() ? bit(kPort.column) | bit(kAddress.column) : 0;
   Columns columns = columnsMadeOf(table, row.kind, entry.property);

@@ -1,5 +1,5 @@
-// Which cells of a collection are unknown: where a problem says that something couldn't be read, the row
-// holds what the failed step left there.
+// Determines the unknown cells of a collection: if a read failed, the row contains a leftover value of the
+// failed step.
 #pragma once
 
 #include <cstdint>
@@ -14,12 +14,12 @@
 
 namespace inventory {
 
-// The problems of a collection, by the rows that they concern. A problem with a property concerns the columns
-// that are made of it, any other one the whole row; one without an item concerns every row of its table.
-// Notes, and problems without a table, concern no row.
+// Indexes the problems of a collection by the rows they affect. A problem with a property affects the columns
+// derived from it, any other problem the whole row; a problem without an item affects every row of its table.
+// Notes and problems without a table affect no row.
 class UnknownCells {
  public:
-  // A row whose cells are asked for.
+  // A row to be checked.
   struct Row {
     ObjectKind kind = ObjectKind::kNone;
     std::string_view item;  // the site or pool that it belongs to
@@ -32,7 +32,7 @@ class UnknownCells {
   // Whether a table may have unknown cells at all.
   bool concerns(std::string_view table) const { return problems_.contains(table); }
 
-  // The unknown columns of a row, as `not_known` keeps them: "|column|column|" in view names, or empty.
+  // The value of `not_known` for a row: its unknown columns as "|column|column|" in view names, or empty.
   std::string of(const Table& table, const Row& row) const;
 
   // Whether rows of an item may be missing in a table, or rows of every item.
@@ -41,7 +41,7 @@ class UnknownCells {
  private:
   struct Entry {
     ObjectKind itemKind = ObjectKind::kNone;
-    std::string node;  // in small letters
+    std::string node;  // folded
     std::string property;
     bool hasTooFewPieces = false;
   };
@@ -49,8 +49,7 @@ class UnknownCells {
   static bool concernsRow(const Entry& entry, const Table& table, const Row& row);
   static std::uint64_t columnsOf(const Entry& entry, const Table& table, const Row& row);
 
-  // By table, then by the item's folded name, with the folded node behind it where a problem is at a
-  // directory.
+  // By table, then by the item's folded name, followed by the folded node for problems of a directory.
   std::unordered_map<std::string_view, std::unordered_map<std::string, std::vector<Entry>>> problems_;
 };
 

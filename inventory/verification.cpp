@@ -7,8 +7,8 @@
 namespace inventory {
 namespace {
 
-// Lines about one kind of fault at most.
-constexpr int kMostLines = 20;
+// Maximum lines per kind of error.
+constexpr int kMaxLines = 20;
 
 struct Counts {
   std::string server;
@@ -28,7 +28,7 @@ void compareCounts(Session& session, const std::string& table,
         session.query("select id / 4294967296, count(*) from " + quotedName(table) + " group by 1");
     while (rows->next()) found[rows->number(0)] = rows->number(1);
   }
-  int left = kMostLines;
+  int left = kMaxLines;
   for (const auto& [id, count] : found) {
     const auto at = collections.find(id);
     if ((at != collections.end() && count == expected(at->second)) || left-- <= 0) continue;
@@ -47,8 +47,7 @@ std::vector<std::string> verifyContents(Session& session) {
   std::map<std::int64_t, Counts> collections;
   {
     const auto rows = session.query(
-        "select collection_id, \"Server name\", \"Rows by table\", \"Problems\" + \"Notes\" from "
-        "\"Collections\"");
+        R"(select collection_id, "Server name", "Rows by table", "Problems" + "Notes" from "Collections")");
     while (rows->next())
       collections[rows->number(0)] = {rows->text(1), rowCountsOf(rows->text(2)), rows->number(3)};
   }
@@ -61,21 +60,21 @@ std::vector<std::string> verifyContents(Session& session) {
     compareCounts(
         session, table, collections, [at](const Counts& counts) { return counts.rows[at]; }, lines);
     // Numbers from 2^31 on are those of rows about no object.
-    report("rows in " + table + " about no object",
-           quotedName(table) + " t where t.id % 4294967296 < " + std::to_string(kFirstExtra) +
-               " and not exists (select 1 from objects o where o.collection_id = t.id / 4294967296 and "
-               "o.number = t.id % 4294967296");
+    report("rows in " + table + " about no object", quotedName(table) + " t where t.id % 4294967296 < " +
+                                                        std::to_string(kFirstExtra) +
+                                                        R"( and not exists (select 1 from objects o
+where o.collection_id = t.id / 4294967296 and o.number = t.id % 4294967296)");
   }
   compareCounts(
       session, "Problems", collections, [](const Counts& counts) { return counts.problems; }, lines);
-  report("objects of no collection",
-         "objects o where not exists (select 1 from \"Collections\" c where c.collection_id = "
-         "o.collection_id");
+  report(
+      "objects of no collection",
+      R"(objects o where not exists (select 1 from "Collections" c where c.collection_id = o.collection_id)");
   report("servers whose current collection is missing",
-         "servers s where current_collection is not null and not exists (select 1 from \"Collections\" c "
-         "where c.collection_id = s.current_collection and c.server_id = s.server_id");
+         R"(servers s where current_collection is not null and not exists (select 1 from "Collections" c
+where c.collection_id = s.current_collection and c.server_id = s.server_id)");
   report("collections of no server",
-         "\"Collections\" c where not exists (select 1 from servers s where s.server_id = c.server_id");
+         R"("Collections" c where not exists (select 1 from servers s where s.server_id = c.server_id)");
   return lines;
 }
 

@@ -17,30 +17,29 @@ int primary(int result) {
   return result & 0xFF;
 }
 
-// A message is one line, whatever SQLite quotes from a statement.
+// SQLite's messages may quote lines of a statement.
 std::string oneLine(std::string text) {
   std::replace_if(
       text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
   return text;
 }
 
-// By the versions in the file's head ("Database File Format", 1.3.3).
+// Reads the version fields of the header ("Database File Format", 1.3.3).
 bool isWriteAhead(const std::filesystem::path& file) {
   char head[20] = {};
   std::ifstream in(file, std::ios::binary);
   return in.read(head, sizeof head) && head[18] == 2 && head[19] == 2;
 }
 
-// Of the system's errors those that tell of a lack of space. Quotas have a number of their own, where there
-// are any.
-bool isLackOfSpace(int error) {
+// EDQUOT is not defined on all systems.
+bool isOutOfSpace(int error) {
 #ifdef EDQUOT
   if (error == EDQUOT) return true;
 #endif
   return error == ENOSPC || error == EFBIG;
 }
 
-bool holdsStatement(std::string_view rest) {
+bool hasStatement(std::string_view rest) {
   return rest.find_first_not_of(" \t\r\n\f;") != std::string_view::npos;
 }
 
@@ -72,19 +71,19 @@ void Statement::fail(int result) const {
 
 Database::Database(const std::filesystem::path& file, Mode mode, std::chrono::milliseconds wait)
     : name_(utf8Of(file)), wait_(wait) {
-  requirePlainFile(file, mode);
+  requireRegularFile(file, mode);
   const int access = mode == Mode::kReadOnly    ? SQLITE_OPEN_READONLY
                      : mode == Mode::kReadWrite ? SQLITE_OPEN_READWRITE
                                                 : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
   // SQLite takes a relative name that begins with "file:" or ":" for something else.
   open(utf8Of(std::filesystem::absolute(file)).c_str(), access);
   if (mode != Mode::kReadOnly && sqlite3_db_readonly(db_.get(), "main") != 0) {
-    failUnusable(Cause::kUnusable, "it is read-only");
+    failAs(Cause::kUnusable, "it is read-only");
   }
-  // In write-ahead mode the log's index would stand in shared memory beside the file, which can't be written
-  // to safely on a full disk. For one process alone it stands in its own memory.
+  // In write-ahead mode the log's index would be in shared memory beside the file, and writing to that on a
+  // full disk crashes the process. In exclusive mode SQLite keeps it in its own memory.
   if (mode != Mode::kReadOnly && isWriteAhead(file)) execute("pragma locking_mode = exclusive");
-  readHead(mode == Mode::kReadOnly);
+  readSchema(mode == Mode::kReadOnly);
 }
 
 Database::Database(std::string name, int cacheKibibytes) : name_(std::move(name)) {
@@ -102,41 +101,41 @@ void Database::open(const char* file, int flags) {
   if (result != SQLITE_OK) {
     if (primary(result) == SQLITE_NOMEM) throw std::bad_alloc();
     const int cause = opened != nullptr ? sqlite3_system_errno(opened) : 0;
-    failUnusable(cause == ENOSPC || cause == EMFILE ? Cause::kLack : Cause::kUnusable,
-                 cause != 0 ? std::strerror(cause) : sqlite3_errstr(result));
+    failAs(cause == ENOSPC || cause == EMFILE ? Cause::kResourceExhausted : Cause::kUnusable,
+           cause != 0 ? std::strerror(cause) : sqlite3_errstr(result));
   }
   sqlite3_extended_result_codes(db_.get(), 1);
   sqlite3_busy_handler(db_.get(), &Database::onBusy, this);
 }
 
-void Database::requirePlainFile(const std::filesystem::path& file, Mode mode) const {
-  if (name_.empty()) throw Error(Cause::kUnusable, "No database file is named");
+void Database::requireRegularFile(const std::filesystem::path& file, Mode mode) const {
+  if (name_.empty()) throw Error(Cause::kUnusable, "cannot open a database: its name is empty");
   if (name_.find('\0') != std::string::npos) {
-    failUnusable(Cause::kUnusable, "its name holds a NUL character");
+    failAs(Cause::kUnusable, "its name contains a NUL character");
   }
   std::error_code error;
   const std::filesystem::file_status status = std::filesystem::status(file, error);
   if (std::filesystem::exists(status)) {
-    if (std::filesystem::is_directory(status)) failUnusable(Cause::kUnusable, "it is a directory");
-    if (!std::filesystem::is_regular_file(status)) failUnusable(Cause::kUnusable, "it is not a plain file");
+    if (std::filesystem::is_directory(status)) failAs(Cause::kUnusable, "it is a directory");
+    if (!std::filesystem::is_regular_file(status)) failAs(Cause::kUnusable, "it is not a regular file");
     return;
   }
-  if (error && error != std::errc::no_such_file_or_directory) failUnusable(Cause::kUnusable, error.message());
-  if (mode != Mode::kCreate) failUnusable(Cause::kUnusable, "there is no such file");
+  if (error && error != std::errc::no_such_file_or_directory) failAs(Cause::kUnusable, error.message());
+  if (mode != Mode::kCreate) failAs(Cause::kUnusable, "there is no such file");
   std::error_code ignored;
   if (!std::filesystem::is_directory(std::filesystem::absolute(file).parent_path(), ignored)) {
-    failUnusable(Cause::kUnusable, "its directory doesn't exist");
+    failAs(Cause::kUnusable, "its directory does not exist");
   }
 }
 
-// Reads what SQLite puts off for as long as it can.
-void Database::readHead(bool mayUndo) {
+// Reads the schema, because SQLite defers all checks of the file until then.
+void Database::readSchema(bool mayRollBack) {
   const int result = sqlite3_exec(db_.get(), "select count(*) from sqlite_schema", nullptr, nullptr, nullptr);
   if (result == SQLITE_OK) return;
-  // The journal of a killed writer: a writer's handle undoes its half change by itself, a reader's can't.
+  // A hot journal of a killed writer: only a writable handle can roll it back.
   const bool unfinished = result == SQLITE_READONLY_ROLLBACK || result == SQLITE_READONLY_RECOVERY ||
                           result == SQLITE_READONLY_CANTINIT || primary(result) == SQLITE_CANTOPEN;
-  if (!mayUndo || !unfinished) fail(result);
+  if (!mayRollBack || !unfinished) fail(result);
   sqlite3* opened = nullptr;
   const char* const file = sqlite3_db_filename(db_.get(), "main");
   sqlite3_open_v2(file, &opened, SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_READWRITE, nullptr);
@@ -144,16 +143,16 @@ void Database::readHead(bool mayUndo) {
   if (writer != nullptr) {
     sqlite3_exec(writer.get(), "select count(*) from sqlite_schema", nullptr, nullptr, nullptr);
   }
-  readHead(false);
+  readSchema(false);
 }
 
 Statement Database::prepareNext(std::string_view& sql) {
   if (sql.size() > static_cast<std::size_t>(sqlite3_limit(db_.get(), SQLITE_LIMIT_SQL_LENGTH, -1))) {
     fail(SQLITE_TOOBIG);
   }
-  // SQLite would silently end at a NUL character, and a shortened statement may do harm.
+  // SQLite would silently truncate the statement at a NUL character.
   if (sql.find('\0') != std::string_view::npos) {
-    throw Error(Cause::kBadSql, title() + ": the SQL text holds a NUL character");
+    throw Error(Cause::kBadSql, title() + ": the SQL text contains a NUL character");
   }
   sqlite3_stmt* prepared = nullptr;
   const char* tail = nullptr;
@@ -169,15 +168,15 @@ Statement Database::prepareNext(std::string_view& sql) {
 
 Statement Database::prepare(std::string_view sql) {
   Statement statement = prepareNext(sql);
-  if (!statement) throw Error(Cause::kBadSql, "Database '" + name_ + "': the SQL text is empty");
-  if (holdsStatement(sql)) {
-    throw Error(Cause::kBadSql, "Database '" + name_ + "': characters found after the end of the statement");
+  if (!statement) throw Error(Cause::kBadSql, title() + ": the SQL text is empty");
+  if (hasStatement(sql)) {
+    throw Error(Cause::kBadSql, title() + ": unexpected text after the end of the statement");
   }
   return statement;
 }
 
 void Database::execute(std::string_view sql) {
-  while (holdsStatement(sql)) {
+  while (hasStatement(sql)) {
     if (Statement statement = prepareNext(sql)) statement.run();
   }
 }
@@ -201,7 +200,7 @@ bool Database::hasMoved() const {
   return moved != 0;
 }
 
-// Another publication is done within milliseconds, somebody's transaction takes longer, so the naps grow.
+// A publication takes milliseconds, another program's transaction longer, so the intervals grow.
 int Database::onBusy(void* self, int attempt) noexcept {
   Database& database = *static_cast<Database*>(self);
   const auto now = steady_clock::now();
@@ -218,35 +217,35 @@ void Database::fail(int result) const {
   switch (primary(result)) {
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      failUnusable(Cause::kLocked, "it is locked by somebody else");
+      failAs(Cause::kLocked, "it is locked by another process");
     case SQLITE_NOTADB:
-      failUnusable(Cause::kUnusable, "it is not a database");
+      failAs(Cause::kUnusable, "it is not a database");
     case SQLITE_READONLY:
       if (code == SQLITE_READONLY_ROLLBACK || code == SQLITE_READONLY_RECOVERY ||
           code == SQLITE_READONLY_CANTINIT) {
-        failUnusable(
+        failAs(
             Cause::kUnusable,
-            "somebody who was writing to it has been killed, and to undo what is half done takes the "
-            "right to write to it and to its directory; the next one who uses it and has that right "
-            "undoes it");
+            "an interrupted write must be rolled back (run any command as a user with write access to it and "
+            "to its directory)");
       }
-      failUnusable(Cause::kUnusable, "it is read-only");
+      failAs(Cause::kUnusable, "it is read-only");
     case SQLITE_CANTOPEN:
-      if (isTemporary()) failUnusable(Cause::kLack, "its file can't be made in the temporary directory");
-      failUnusable(Cause::kUnusable, "a file beside it can't be opened, so its directory may be read-only");
+      if (isTemporary())
+        failAs(Cause::kResourceExhausted, "cannot create its file in the temporary directory");
+      failAs(Cause::kUnusable, "cannot open a file beside it (its directory may be read-only)");
     case SQLITE_FULL:
-      failUnusable(Cause::kLack, "there is no space left: " + message);
+      failAs(Cause::kResourceExhausted, "no space left: " + message);
     case SQLITE_NOMEM:
-      failUnusable(Cause::kLack, "out of memory");
+      failAs(Cause::kResourceExhausted, "out of memory");
     case SQLITE_IOERR: {
       const int cause = systemError();
-      const bool lack =
-          code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isLackOfSpace(cause);
-      failUnusable(lack ? Cause::kLack : Cause::kUnusable,
-                   message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
+      const bool exhausted =
+          code == SQLITE_IOERR_NOMEM || code == SQLITE_IOERR_GETTEMPPATH || isOutOfSpace(cause);
+      failAs(exhausted ? Cause::kResourceExhausted : Cause::kUnusable,
+             message + (cause != 0 ? std::string(": ") + std::strerror(cause) : std::string()));
     }
     case SQLITE_CORRUPT:
-      failUnusable(Cause::kUnusable, "it is damaged: " + message);
+      failAs(Cause::kUnusable, "it is damaged: " + message);
     case SQLITE_CONSTRAINT:
       throw Error(Cause::kConstraint, title() + ": " + message);
     case SQLITE_ERROR:
@@ -257,13 +256,13 @@ void Database::fail(int result) const {
   }
 }
 
-void Database::failUnusable(Cause cause, const std::string& why) const {
+void Database::failAs(Cause cause, const std::string& why) const {
   const std::string what = isTemporary() ? "temporary database" : "database '" + oneLine(name_) + "'";
-  throw Error(cause, "Can't use the " + what + ": " + why);
+  throw Error(cause, "cannot use the " + what + ": " + why);
 }
 
 std::string Database::title() const {
-  return isTemporary() ? "Temporary database" : "Database '" + oneLine(name_) + "'";
+  return isTemporary() ? "temporary database" : "database '" + oneLine(name_) + "'";
 }
 
 bool Database::isTemporary() const {
@@ -271,7 +270,7 @@ bool Database::isTemporary() const {
   return file != nullptr && *file == '\0';
 }
 
-// SQLite keeps the error of a step, but not that of a commit, which only the file knows.
+// SQLite reports the system's error of a step, but that of a commit only for the file.
 int Database::systemError() const {
   int error = sqlite3_system_errno(db_.get());
   if (error == 0) sqlite3_file_control(db_.get(), "main", SQLITE_FCNTL_LAST_ERRNO, &error);
@@ -301,7 +300,7 @@ ReadTransaction::~ReadTransaction() {
   if (database_.inTransaction()) sqlite3_exec(database_.raw(), "rollback", nullptr, nullptr, nullptr);
 }
 
-void leaveMemoryUncounted() noexcept {
+void disableMemoryStats() noexcept {
   sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
 }
 

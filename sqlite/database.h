@@ -1,4 +1,4 @@
-// SQLite for whoever has a file or a private database: a handle, a statement, a transaction.
+// A thin wrapper of SQLite: database, statement, transaction.
 #pragma once
 
 #include <sqlite3.h>
@@ -15,7 +15,7 @@
 
 namespace sqlite {
 
-// A path as messages and SQLite have it: in UTF-8 on every system.
+// A path in UTF-8, for messages and SQLite, on every system.
 inline std::string utf8Of(const std::filesystem::path& path) {
   const std::u8string text = path.u8string();
   return std::string(text.begin(), text.end());
@@ -23,12 +23,12 @@ inline std::string utf8Of(const std::filesystem::path& path) {
 
 // Why an operation failed.
 enum class Cause {
-  kUnusable,    // the file as such: not there, no database, read-only, damaged, a failing disk
-  kLocked,      // somebody else holds the lock, and the wait for it has run out
-  kLack,        // no space, no memory, or no place for a temporary file
-  kNoTable,     // the SQL text names a table that isn't there
-  kBadSql,      // the SQL text can't be understood
-  kConstraint,  // a row breaks a rule of its table
+  kUnusable,           // the file: missing, not a database, read-only, damaged, or an I/O error
+  kLocked,             // locked by another process for longer than the wait
+  kResourceExhausted,  // no space, memory or temporary directory
+  kNoTable,            // the SQL text names a missing table
+  kBadSql,             // the SQL text is invalid
+  kConstraint,         // a row violates a constraint
   kOther,
 };
 
@@ -44,13 +44,13 @@ class Error : public std::runtime_error {
 
 class Database;
 
-// One SQL statement. Text is UTF-8. Parameters count from 1, columns from 0, as in SQLite. Lives no longer
-// than its database. Members that fail throw Error.
+// A prepared SQL statement. Text is UTF-8. Parameters are numbered from 1, columns from 0, as in SQLite. Must
+// not outlive its database. Members throw Error.
 class Statement {
  public:
   Statement() = default;
 
-  // A bound text must live until the statement has run. Values stay bound over reset().
+  // A bound text must stay valid until the statement has run. reset() keeps bound values.
   void bind(int parameter, std::string_view utf8) {
     const char* const data = utf8.data() != nullptr ? utf8.data() : "";
     check(sqlite3_bind_text64(statement_.get(), parameter, data, utf8.size(), SQLITE_STATIC, SQLITE_UTF8));
@@ -64,31 +64,30 @@ class Statement {
     utf8 ? bind(parameter, *utf8) : bindNull(parameter);
   }
 
-  // Runs to the next row. False when there is none, and the statement is then ready to run again; it is too
-  // when the step fails.
+  // Steps to the next row. Returns false after the last row. The statement is then reset, as after a failure.
   bool step();
 
-  // Runs to the end and drops the rows.
+  // Runs to the end and discards rows.
   void run() {
     while (step()) {
     }
   }
 
-  // Ends the run and so the reading of the database, whatever row it stands at.
+  // Ends the run and releases its read lock.
   void reset() noexcept { sqlite3_reset(statement_.get()); }
 
   int columnCount() const { return sqlite3_column_count(statement_.get()); }
   std::string columnName(int column) const;
-  // The value as text, good until the next step; nothing where it is null.
+  // The value as text, valid until the next step; nullopt for null.
   std::optional<std::string_view> text(int column) const {
     const auto* data = reinterpret_cast<const char*>(sqlite3_column_text(statement_.get(), column));
     if (data == nullptr) return std::nullopt;
     return std::string_view(data, static_cast<std::size_t>(sqlite3_column_bytes(statement_.get(), column)));
   }
-  // The value as a number, 0 where it is none.
+  // The value as an integer, 0 if it is not numeric.
   std::int64_t number(int column) const { return sqlite3_column_int64(statement_.get(), column); }
 
-  // Whether there is a statement at all: an SQL text may be nothing but blanks and comments.
+  // Whether there is a statement: an SQL text may consist of blanks and comments.
   explicit operator bool() const { return statement_ != nullptr; }
 
   sqlite3_stmt* raw() const { return statement_.get(); }
@@ -108,24 +107,24 @@ class Statement {
   std::unique_ptr<sqlite3_stmt, Finalizer> statement_;
 };
 
-// An open database. Used by one thread at a time, and not on both sides of a fork. Doesn't move: statements
-// and the waiting for locks refer to it. Members that fail throw Error.
+// An open database. Used by one thread at a time and not across fork(). Not movable, because statements and
+// the busy handler refer to it. Members throw Error.
 class Database {
  public:
   enum class Mode {
     kReadOnly,
-    kReadWrite,  // creates nothing
-    kCreate,     // creates the file where it isn't there; its directory must exist
+    kReadWrite,  // does not create the file
+    kCreate,     // creates the file if it does not exist; its directory must exist
   };
 
-  // Opens a file. A file that is not there, a directory, a file that is no database, one that may not be
-  // written (unless kReadOnly) and one that somebody else keeps locked for longer than `wait` each fail here,
-  // with a message of their own. A change that a killed writer has left half made is undone here too.
+  // Opens a file and rolls back an interrupted write. Throws Error, with a message per case, if the file is
+  // missing, a directory, not a database, read-only (unless kReadOnly), or locked by another process for
+  // longer than `wait`.
   Database(const std::filesystem::path& file, Mode mode, std::chrono::milliseconds wait);
 
-  // Opens a database that nobody else sees: in memory, and in a nameless file of the temporary directory when
-  // it grows beyond `cacheKibibytes`. No journal, no lock, no sync: after a failure of kind kLack what stands
-  // in it is not to be relied on. `name` stands for it in the program; messages call it temporary.
+  // Opens a private database in memory, which uses an unnamed file in the temporary directory if it grows
+  // beyond `cacheKibibytes`. It has no journal, lock or sync: after kResourceExhausted its content is
+  // unreliable. name() returns `name`; messages call it temporary.
   Database(std::string name, int cacheKibibytes);
 
   Database(const Database&) = delete;
@@ -133,35 +132,35 @@ class Database {
 
   const std::string& name() const { return name_; }
 
-  // What messages begin with.
+  // The prefix of messages about SQL.
   std::string title() const;
 
-  // Runs every statement of the text and drops the rows they give.
+  // Runs every statement of the text and discards rows.
   void execute(std::string_view sql);
 
-  // Prepares the one statement of the text. Fails with kBadSql for none and for more than one.
+  // Prepares the only statement of the text. Throws kBadSql for none or several.
   Statement prepare(std::string_view sql);
 
-  // The first value of the first row of a text; empty where there is none.
+  // The first value of the query's first row; empty if there is none.
   std::string value(std::string_view sql);
 
-  // How many rows the last insert, update or delete has touched.
+  // The number of rows changed by the last insert, update or delete.
   std::int64_t changes() const { return sqlite3_changes64(db_.get()); }
 
-  // What its pages take of memory, in bytes.
+  // The size of the page cache in bytes.
   std::int64_t memoryInUse() const;
 
   bool inTransaction() const { return sqlite3_get_autocommit(db_.get()) == 0; }
 
-  // Whether the file has been removed, or another one has taken its name.
+  // Whether the file was deleted or replaced since it was opened.
   bool hasMoved() const;
 
-  // From now on a wait for a lock ends as soon as the flag is set. The flag must outlive the database.
+  // Ends waits for locks, now and later, as soon as the flag is set. The flag must outlive the database.
   void stopWaitingWhen(const std::atomic<bool>& flag) { stop_ = &flag; }
 
   sqlite3* raw() const { return db_.get(); }
 
-  // Fails for the SQLite result of an operation on this database.
+  // Throws Error for SQLite's result of an operation on this database.
   [[noreturn]] void fail(int result) const;
 
  private:
@@ -171,12 +170,12 @@ class Database {
   };
 
   void open(const char* file, int flags);
-  void requirePlainFile(const std::filesystem::path& file, Mode mode) const;
-  void readHead(bool mayUndo);
+  void requireRegularFile(const std::filesystem::path& file, Mode mode) const;
+  void readSchema(bool mayRollBack);
   bool isTemporary() const;
   int systemError() const;
   Statement prepareNext(std::string_view& sql);
-  [[noreturn]] void failUnusable(Cause cause, const std::string& why) const;
+  [[noreturn]] void failAs(Cause cause, const std::string& why) const;
 
   static int onBusy(void* self, int attempt) noexcept;
 
@@ -187,8 +186,7 @@ class Database {
   std::unique_ptr<sqlite3, Closer> db_;
 };
 
-// Several changes that are made together or not at all. Takes the write lock at once, and gives up what was
-// changed unless commit() has been reached.
+// A write transaction. Acquires the write lock at once and rolls back unless commit() was called.
 class Transaction {
  public:
   explicit Transaction(Database& database);
@@ -203,7 +201,7 @@ class Transaction {
   bool open_ = true;
 };
 
-// Reading that sees one state from its first look to its end.
+// A read transaction: all queries see one snapshot.
 class ReadTransaction {
  public:
   explicit ReadTransaction(Database& database);
@@ -215,11 +213,11 @@ class ReadTransaction {
   Database& database_;
 };
 
-// Has SQLite leave out the counting of its memory, which costs every allocation a lock. For a whole program,
-// to be called before anything else of this library; of no effect later.
-void leaveMemoryUncounted() noexcept;
+// Disables SQLite's memory statistics, which need a lock per allocation. Process-wide; must be called before
+// any other function of SQLite.
+void disableMemoryStats() noexcept;
 
-// A name in an SQL text.
+// A quoted identifier for SQL.
 std::string quotedName(std::string_view name);
 
 }  // namespace sqlite

@@ -12,7 +12,7 @@ char lower(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 0x20) : c;
 }
 
-// A statement names every table that it is about. A name in a value is taken for one too, which does no harm.
+// Whether a statement may use a table. A match in a value is harmless.
 bool names(std::string_view sql, std::string_view table) {
   return std::search(sql.begin(), sql.end(), table.begin(), table.end(),
                      [](char left, char right) { return lower(left) == lower(right); }) != sql.end();
@@ -27,66 +27,66 @@ Insertion& Insertions::prepared(const std::string& sql, const std::string& table
   return insertions_.emplace(sql, std::move(made)).first->second;
 }
 
-void Insertions::letWait(const std::string& sql, const std::string& table, std::size_t columns) {
+void Insertions::buffer(const std::string& sql, const std::string& table, std::size_t columns) {
   Insertion& insertion = prepared(sql, table, columns);
-  if (insertion.waiting) return;
-  insertion.waiting.emplace(columns);
-  insertion.begun = false;
+  if (insertion.buffered) return;
+  insertion.buffered.emplace(columns);
+  insertion.mayBeStored = false;
 }
 
-Insertion* Insertions::waitingInsertion(std::string_view table) {
+Insertion* Insertions::bufferedInsertion(std::string_view table) {
   for (auto& [sql, insertion] : insertions_) {
-    if (!insertion.waiting || insertion.table != table) continue;
-    if (!insertion.begun) return &insertion;
-    settle(insertion);
+    if (!insertion.buffered || insertion.table != table) continue;
+    if (!insertion.mayBeStored) return &insertion;
+    flush(insertion);
   }
   return nullptr;
 }
 
-const RowLog* Insertions::waiting(std::string_view table) {
-  const Insertion* const insertion = waitingInsertion(table);
-  return insertion == nullptr ? nullptr : &*insertion->waiting;
+const RowLog* Insertions::bufferedRows(std::string_view table) {
+  const Insertion* const insertion = bufferedInsertion(table);
+  return insertion == nullptr ? nullptr : &*insertion->buffered;
 }
 
-std::optional<RowLog> Insertions::takeWaiting(std::string_view table) {
-  Insertion* const insertion = waitingInsertion(table);
+std::optional<RowLog> Insertions::takeBufferedRows(std::string_view table) {
+  Insertion* const insertion = bufferedInsertion(table);
   if (insertion == nullptr) return std::nullopt;
-  waitingBytes_ -= insertion->waiting->bytes();
-  return std::exchange(*insertion->waiting, RowLog(insertion->columns));
+  bufferedBytes_ -= insertion->buffered->bytes();
+  return std::exchange(*insertion->buffered, RowLog(insertion->columns));
 }
 
-void Insertions::settle() {
+void Insertions::flush() {
   for (auto& [sql, insertion] : insertions_) {
-    settle(insertion);
-    insertion.begun = true;
+    flush(insertion);
+    insertion.mayBeStored = true;
   }
 }
 
-void Insertions::settleNamedIn(std::string_view sql, bool mayChange) {
+void Insertions::flushNamedIn(std::string_view sql, bool mayChange) {
   for (auto& [key, insertion] : insertions_) {
-    if (!insertion.waiting || (insertion.waiting->isEmpty() && !mayChange)) continue;
+    if (!insertion.buffered || (insertion.buffered->isEmpty() && !mayChange)) continue;
     if (!names(sql, insertion.table)) continue;
-    settle(insertion);
-    if (mayChange) insertion.begun = true;
+    flush(insertion);
+    if (mayChange) insertion.mayBeStored = true;
   }
 }
 
-void Insertions::settle(Insertion& insertion) {
-  if (!insertion.waiting || insertion.waiting->isEmpty()) return;
-  RowLog::Reader rows(*insertion.waiting);
+void Insertions::flush(Insertion& insertion) {
+  if (!insertion.buffered || insertion.buffered->isEmpty()) return;
+  RowLog::Reader rows(*insertion.buffered);
   while (rows.next()) insert(insertion, [&](std::size_t column) { return rows.cell(column); });
-  waitingBytes_ -= insertion.waiting->bytes();
-  insertion.waiting->clear();
+  bufferedBytes_ -= insertion.buffered->bytes();
+  insertion.buffered->clear();
 }
 
 void Insertions::removeRows() {
-  std::set<std::string, std::less<>> spared;
+  std::set<std::string, std::less<>> neverStored;
   for (auto& [sql, insertion] : insertions_) {
-    if (!insertion.waiting) continue;
-    insertion.waiting->clear();
-    if (!insertion.begun) spared.insert(insertion.table);
+    if (!insertion.buffered) continue;
+    insertion.buffered->clear();
+    if (!insertion.mayBeStored) neverStored.insert(insertion.table);
   }
-  waitingBytes_ = 0;
+  bufferedBytes_ = 0;
   std::vector<std::string> tables;
   {
     Statement schema =
@@ -94,9 +94,9 @@ void Insertions::removeRows() {
     while (schema.step()) tables.emplace_back(schema.text(0).value_or(""));
   }
   for (const std::string& table : tables) {
-    if (!spared.contains(table)) database_.execute("delete from " + quotedName(table));
+    if (!neverStored.contains(table)) database_.execute("delete from " + quotedName(table));
   }
-  for (auto& [sql, insertion] : insertions_) insertion.begun = !insertion.waiting;
+  for (auto& [sql, insertion] : insertions_) insertion.mayBeStored = !insertion.buffered;
 }
 
 }  // namespace sqlite

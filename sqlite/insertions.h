@@ -1,4 +1,4 @@
-// The adding of rows to the tables of a database, at once or as late as possible.
+// Inserts rows into the tables of a database, at once or buffered.
 #pragma once
 
 #include <cstddef>
@@ -12,73 +12,74 @@
 
 namespace sqlite {
 
-// One way in which rows come into a table.
+// A prepared insert statement, with the rows buffered for it.
 struct Insertion {
   std::string table;
   std::size_t columns = 0;
   Statement statement;
-  std::optional<RowLog> waiting;  // where rows may wait
-  bool begun = true;              // whether some may stand in the table already
+  std::optional<RowLog> buffered;  // if rows may be buffered
+  bool mayBeStored = true;         // whether the table may have rows
 };
 
-// All of them, each prepared once. Where a table's rows may wait they stay in memory until somebody asks for
-// them or they grow too many. Members throw Error.
+// The insert statements of a database. Buffered rows stay in memory until they are queried or too large.
+// Members throw Error.
 class Insertions {
  public:
   explicit Insertions(Database& database) : database_(database) {}
 
-  // That of an SQL text, which inserts values for so many columns of a table. Valid as long as this object.
+  // The insertion for an SQL text that inserts values for `columns` columns of a table. Valid as long as this
+  // object.
   Insertion& prepared(const std::string& sql, const std::string& table, std::size_t columns);
 
-  // The same, and rows that it adds may wait. It must take any row, and give the table's columns in their
-  // order.
-  void letWait(const std::string& sql, const std::string& table, std::size_t columns);
+  // Prepares an insertion and buffers its rows. The statement must name the table's columns in order, and the
+  // table must not have constraints.
+  void buffer(const std::string& sql, const std::string& table, std::size_t columns);
 
-  // Adds a row, whose values `cellAt` gives by their columns.
+  // Adds a row. `cellAt(column)` returns a value.
   template <typename CellAt>
   void add(Insertion& insertion, const CellAt& cellAt) {
-    if (!insertion.waiting && waitingBytes_ == 0) return insert(insertion, cellAt);
+    if (!insertion.buffered && bufferedBytes_ == 0) return insert(insertion, cellAt);
     const std::size_t size = RowLog::sizeOf(insertion.columns, cellAt);
-    const bool waits = insertion.waiting && size <= kLargestWaiting;
-    if (!waits || waitingBytes_ + size > kMostWaiting) settle();
-    if (!waits) return insert(insertion, cellAt);
-    insertion.waiting->add(size, cellAt);
-    waitingBytes_ += size;
+    const bool isBuffered = insertion.buffered && size <= kMaxBufferedRow;
+    if (!isBuffered || bufferedBytes_ + size > kMaxBufferedBytes) flush();
+    if (!isBuffered) return insert(insertion, cellAt);
+    insertion.buffered->add(size, cellAt);
+    bufferedBytes_ += size;
   }
 
-  // The rows of a table that may wait, where all of them do; else null, and they stand in the table.
-  const RowLog* waiting(std::string_view table);
+  // All rows of a buffered table, or null if some were inserted; then all are in the table.
+  const RowLog* bufferedRows(std::string_view table);
 
-  // Takes these rows out of the database; nothing where waiting() gives null.
-  std::optional<RowLog> takeWaiting(std::string_view table);
+  // Removes these rows and returns them; nullopt if bufferedRows() returns null.
+  std::optional<RowLog> takeBufferedRows(std::string_view table);
 
-  // Puts rows that wait into their tables: all of them, or those of the tables that an SQL text names. One
-  // that may change rows leaves none of them waiting later either.
-  void settle();
-  void settleNamedIn(std::string_view sql, bool mayChange);
+  // Inserts buffered rows into their tables: all of them, or those of the tables that an SQL text names. If
+  // the text may change rows, later rows of these tables count as stored.
+  void flush();
+  void flushNamedIn(std::string_view sql, bool mayChange);
 
   // Removes the rows of all tables.
   void removeRows();
 
  private:
-  // What may wait in all, a collection of a server of ten thousand sites, and the largest row that may.
-  static constexpr std::size_t kMostWaiting = 48 * 1024 * 1024;
-  static constexpr std::size_t kLargestWaiting = 64 * 1024;
+  // Enough for a collection of a server with ten thousand sites.
+  static constexpr std::size_t kMaxBufferedBytes = 48 * 1024 * 1024;
+  static constexpr std::size_t kMaxBufferedRow = 64 * 1024;
 
   template <typename CellAt>
   static void insert(Insertion& insertion, const CellAt& cellAt) {
-    insertion.begun = true;
+    insertion.mayBeStored = true;
     for (std::size_t column = 0; column < insertion.columns; ++column) {
       insertion.statement.bindOrNull(static_cast<int>(column) + 1, cellAt(column));
     }
     insertion.statement.run();
   }
-  void settle(Insertion& insertion);
-  Insertion* waitingInsertion(std::string_view table);
+  void flush(Insertion& insertion);
+  Insertion* bufferedInsertion(std::string_view table);
 
   Database& database_;
   std::unordered_map<std::string, Insertion> insertions_;  // by SQL text
-  std::size_t waitingBytes_ = 0;
+  std::size_t bufferedBytes_ = 0;
 };
 
 }  // namespace sqlite

@@ -5,13 +5,13 @@
 namespace sqlite {
 namespace {
 
-// A table of a small server takes little, one of a large server few blocks.
+// Small for the tables of small servers, growing to few blocks for large ones.
 constexpr std::size_t kFirstBlock = 4 * 1024;
 constexpr std::size_t kLargestBlock = 256 * 1024;
 
 }  // namespace
 
-char* RowLog::room(std::size_t size) {
+char* RowLog::reserve(std::size_t size) {
   if (blocks_.empty() || blocks_.back().size - blocks_.back().used < size) {
     const std::size_t usual =
         blocks_.empty() ? kFirstBlock : std::min(blocks_.back().size * 2, kLargestBlock);
@@ -36,9 +36,9 @@ bool RowLog::Reader::next() {
   }
   if (block_ == blocks.size()) return false;
   const char* head = blocks[block_].bytes.get() + at_;
-  const char* text = head + cells_.size() * sizeof(Head);
+  const char* text = head + cells_.size() * sizeof(CellHeader);
   for (Cell& cell : cells_) {
-    Head length = 0;
+    CellHeader length = 0;
     std::memcpy(&length, head, sizeof length);
     head += sizeof length;
     if (length == 0) {

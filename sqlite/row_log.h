@@ -1,4 +1,4 @@
-// Rows that wait to be put into a table.
+// Rows buffered in memory.
 #pragma once
 
 #include <cstddef>
@@ -11,7 +11,7 @@
 
 namespace sqlite {
 
-// Rows of one table in their order, packed one behind the other. UTF-8; nothing stands for null.
+// Rows of one table in order of insertion, packed. Values are UTF-8; nullopt is null.
 class RowLog {
  public:
   using Cell = std::optional<std::string_view>;
@@ -22,22 +22,22 @@ class RowLog {
   std::size_t rowCount() const { return rowCount_; }
   std::size_t bytes() const { return bytes_; }
 
-  // The bytes that a row takes whose values `cellAt` gives, by their columns from 0.
+  // The packed size of a row. `cellAt(column)` returns a value; columns are numbered from 0.
   template <typename CellAt>
   static std::size_t sizeOf(std::size_t columns, const CellAt& cellAt) {
-    std::size_t size = columns * sizeof(Head);
+    std::size_t size = columns * sizeof(CellHeader);
     for (std::size_t column = 0; column < columns; ++column) size += cellAt(column).value_or("").size();
     return size;
   }
 
-  // Adds the row, which has that size. Throws std::bad_alloc, and the rows are then as they were.
+  // Adds a row of that size. Throws std::bad_alloc without changing anything.
   template <typename CellAt>
   void add(std::size_t size, const CellAt& cellAt) {
-    char* head = room(size);
-    char* text = head + columns_ * sizeof(Head);
+    char* head = reserve(size);
+    char* text = head + columns_ * sizeof(CellHeader);
     for (std::size_t column = 0; column < columns_; ++column) {
       const Cell cell = cellAt(column);
-      const Head length = cell ? static_cast<Head>(cell->size() + 1) : 0;
+      const CellHeader length = cell ? static_cast<CellHeader>(cell->size() + 1) : 0;
       std::memcpy(head, &length, sizeof length);
       head += sizeof length;
       if (!cell || cell->empty()) continue;
@@ -49,15 +49,15 @@ class RowLog {
     ++rowCount_;
   }
 
-  // Drops the rows, and keeps a block for those to come.
+  // Removes the rows and keeps one block.
   void clear();
 
-  // Goes through the rows. They must stay as they are meanwhile.
+  // Iterates over the rows, which must not change meanwhile.
   class Reader {
    public:
     explicit Reader(const RowLog& log) : log_(log), cells_(log.columns_) {}
 
-    // Goes to the next row, the first one at first. False when there is none left.
+    // Moves to the next row, initially the first. Returns false after the last.
     bool next();
 
     Cell cell(std::size_t column) const { return cells_[column]; }
@@ -70,7 +70,7 @@ class RowLog {
   };
 
  private:
-  using Head = std::uint32_t;  // a value's length plus 1, 0 for null
+  using CellHeader = std::uint32_t;  // a value's length plus 1, 0 for null
 
   struct Block {
     std::unique_ptr<char[]> bytes;
@@ -78,7 +78,7 @@ class RowLog {
     std::size_t used = 0;
   };
 
-  char* room(std::size_t size);
+  char* reserve(std::size_t size);
 
   std::size_t columns_;
   std::vector<Block> blocks_;

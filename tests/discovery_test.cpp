@@ -136,7 +136,7 @@ TEST(Logs, AStoreThatCannotBeOpenedIsRecordedWithItsPurpose) {
   std::string expected;
   for (const std::string purpose : {"FTPSiteInfo", "Message", "Child Virtual Directory", ""}) {
     expected += record(module, "OpenConnection(" + purpose + ")", "80004005",
-                       "Can't use the database 'nowhere.mdb': there is no such file");
+                       "cannot use the database 'nowhere.mdb': there is no such file");
   }
   for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"}) {
     expected += record(module, "OpenRecordset", "80040E37", "Temporary database: no such table: " + table);

@@ -47,7 +47,7 @@ struct Call {
 struct Outcome {
   std::vector<std::string> lines;
   std::multiset<std::string> rows;
-  std::string log, appLog, breakdown;
+  std::string log, appLog, fatalError;
   int pointer = 0;
   bool threw = false;
 };
@@ -165,9 +165,9 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
   EXPECT_EQ(environment.openConnections(), 0);
   outcome.lines = environment.journal->lines;
   if (befall) befall(environment);
-  outcome.breakdown = environment.breakdown();
+  outcome.fatalError = environment.fatalError();
   for (const Text& table : call.tables) {
-    if (!outcome.breakdown.empty()) break;  // nothing to rely on
+    if (!outcome.fatalError.empty()) break;  // nothing to rely on
     for (const std::string& row : environment.rows(table))
       outcome.rows.insert(toUtf8(table) + "|" + row + "|");
   }
@@ -340,7 +340,7 @@ class Full {
   void operator()(Environment& environment) {
     full_ = !full_;
     if (!full_) limitFiles(RLIM_INFINITY);
-    if (!full_ && !environment.breakdown().empty()) return;
+    if (!full_ && !environment.fatalError().empty()) return;
     const auto database = environment.openDatabase();
     database->execute("pragma cache_size = 1");
     for (const Text& name : tables_) {
@@ -392,7 +392,7 @@ TEST_F(EverySingleFault, ADatabaseThatIsLockedOrFull) {
         if (outcome.rows != clean.rows) {
           ++losses[name];
           EXPECT_NE(outcome.log + outcome.appLog, "");
-          EXPECT_EQ(layer == Layer::kPrivate, outcome.breakdown != "");
+          EXPECT_EQ(layer == Layer::kPrivate, outcome.fatalError != "");
         }
         // The extensions' second pass changes rows that stand.
         if (name == "locked" && call.name != "GetWebServiceExtension") {

@@ -254,7 +254,7 @@ TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
             record(kName, "GetLogFileSetting", "80005006", "No property logfiledirectory") +
                 record(kName, "GetLogFileSetting", "5E", "Invalid use of Null"));
   EXPECT_EQ(environment.appLog(), record(kName + "-mFTPAppPoolSupport", "CloseRecordset", "C93",
-                                         "The recordset can't be closed while a new row waits to be saved"));
+                                         "cannot close the recordset: it has an unsaved row"));
 }
 
 TEST(FtpExtendedLog, HostsAndBannersCameWithVersionSixAndOtherFormatsHaveNoFields) {

@@ -83,10 +83,10 @@ TEST_F(Hostile, AMillionNodes) {
   EXPECT_EQ(found, kMillion / 2);
   for (std::size_t at = 0; at < kMillion / 2; ++at) elements += "<a Location=\"/lm/MSFTPSVC/7/Root\"/>\n";
   const auto odd = parse(elements);
-  EXPECT_EQ(odd->oddities().back().reason, "odd places from here on: " + to_string(kMillion / 2 - 10000));
+  EXPECT_EQ(odd->warnings().back().reason, "further warnings: " + to_string(kMillion / 2 - 10000));
   const std::string line = to_string(kMillion / 2 + 4);
   EXPECT_TRUE(
-      odd->describe(odd->oddities().front(), u"H").ends_with("on line 11 counts (line " + line + ")"));
+      odd->describe(odd->warnings().front(), u"H").ends_with("on line 11 is used (line " + line + ")"));
 }
 
 TEST_F(Hostile, AValueOf64MiB) {

@@ -112,7 +112,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   shows("/msftpsvc/2/ü.BUNG", "Name='Ü.bung'; Parent='IIS://Web01/msftpsvc/2'");
   shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/msftpsvc/1'");
   for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1"}) {
-    fails(path, "", number::kPathNotFound, {std::string("IIS://Web01") + path + ": there is no such node"});
+    fails(path, "", number::kPathNotFound, {std::string("IIS://Web01") + path + ": no such node"});
   }
   const auto findHalfOfAPair = [] { GetObject(u"IIS://Web01/\xD83D"); };
   EXPECT_EQ(failureOf(findHalfOfAPair), number::kPathNotFound);
@@ -146,6 +146,20 @@ TEST_F(MetabaseTest, AValueIsOwnElseInheritedElseTheDefault) {
 logfiledirectory='%windir%\system32\logfiles'; AllowAnonymous=True; dontlog=False; AccessRead=True; AccessWrite=False)");
 }
 
+TEST_F(MetabaseTest, EverySchemaDefaultMatchesItsType) {
+  write("<IIsConfigObject Location ='/LM/MSFTPSVC'/>");
+  const auto metabase = platform::metabase::snapshotOf(u"WEB01");
+  const auto node = metabase->find(metabase->root(), u"LM/MSFTPSVC");
+  const auto properties = platform::metabase::properties();
+  for (std::uint32_t id = 0; id < platform::metabase::schemaNames().size(); ++id) {
+    const bool isSecured = id < properties.size() && properties[id].secured;
+    EXPECT_EQ(failureOf([&] { metabase->read(*node, id, u"WEB01"); }), isSecured ? number::kSecured : 0)
+        << platform::metabase::schemaNames().text(id);
+  }
+  // A misspelled class in the data would be another one.
+  EXPECT_EQ(platform::metabase::schemaClasses().size(), 36U);
+}
+
 TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
   write(R"(<IIsWebServer Location ='/LM/w3svc/1' Path='C:\site' MaxConnections='many'/>
 <IIsFilters Location ='/LM/w3svc/1/Filters'/><IIsCertMapper Location ='/LM/w3svc/1/Mapper' Path='D:'/>
@@ -155,7 +169,7 @@ TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
   for (const char* path : {"/W3SVC/1", "/W3SVC/1/ROOT", "/W3SVC/1/y"}) shows(path, "Path='C:\\site'");
   const std::string filters = "IIS://Web01/w3svc/1/Filters (IIsFilters), ";
   fails("/W3SVC/1/FILTERS", "path", number::kNotOfClass,
-        {filters + "Path: a node of this class has no such property"});
+        {filters + "Path: nodes of this class do not have the property"});
   fails("/W3SVC/1/Filters", "NoSuchThing", number::kPropertyUnknown, {filters + "NoSuchThing: neither"});
   const ObjectRef node = object("/W3SVC/1/Filters");
   const auto change = [&] { automation::write(node, u"ServerComment", u"x"); };
@@ -163,7 +177,7 @@ TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
   EXPECT_EQ(failureOf([&] { call(node, u"Start"); }), automation::number::kMemberNotSupported);
   fails("iis://WEB01/w3svc/1/filters", "MaxConnections", number::kWrongValue,
         {"IIS://WEB01/w3svc/1/Filters (IIsFilters), MaxConnections: the value \"many\", inherited from "
-         "/LM/w3svc/1, is no number"});
+         "/LM/w3svc/1, is not a number"});
 }
 
 TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
@@ -310,12 +324,12 @@ TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
       {"", number::kFileEmpty, "empty"},
       {" \r\n ", number::kNotXml, "no element"},
       {among("<a></b>"), number::kNotXml, "line 4: not XML: the tag \"</b>\""},
-      {among("<a\nP=\"1\"\nP=\"2\"/>"), number::kNotXml, "line 6: not XML: the attribute \"P\" stands twice"},
-      {among("") + "<more/>", number::kNotXml, "behind the outermost"},
-      {among("<a \xE2\x82\xAC=\"\"/>"), number::kNotXml, "U+20AC where it cannot stand"},
+      {among("<a\nP=\"1\"\nP=\"2\"/>"), number::kNotXml, "line 6: not XML: duplicate attribute \"P\""},
+      {among("") + "<more/>", number::kNotXml, "after the root element"},
+      {among("<a \xE2\x82\xAC=\"\"/>"), number::kNotXml, "unexpected U+20AC"},
       {kHead + "\n<a", number::kCutOff, "a tag that begins on line 5"},
       {kHead + "<a P=\"x", number::kCutOff, "a value"},
-      {kHead + "\n<!-- x\n", number::kCutOff, "line 6: the file is cut off in the middle of a comment"},
+      {kHead + "\n<!-- x\n", number::kCutOff, "line 6: the file is truncated inside a comment"},
       {"<html><body/></html>", number::kAnotherKind, "\"html\""},
       {"<configuration><Sections/></configuration>", number::kAnotherKind, "MBProperty"},
       {"<!DOCTYPE configuration []><configuration/>", number::kDocumentType, "document type"},
@@ -378,30 +392,31 @@ TEST_F(MetabaseTest, AnOddPlaceCostsOnlyItself) {
 <IIsFtpService Location='/LM/MsFtpSvc'/>)");
   const auto snapshot = platform::metabase::snapshotOf(u"Web01");
   std::string all = "\n";
-  for (const Metabase::Oddity& oddity : snapshot->oddities()) all += snapshot->describe(oddity, u"S") + "\n";
+  for (const Metabase::ParseWarning& oddity : snapshot->warnings())
+    all += snapshot->describe(oddity, u"S") + "\n";
   EXPECT_EQ(all, R"(
 MetaBase.xml, line 4: the element "IIsFtpServer" has no Location
-MetaBase.xml, line 4: text inside "MBProperty", where it does not belong
+MetaBase.xml, line 4: unexpected text inside "MBProperty"
 MetaBase.xml, line 5: the Location "LM/a" of "a" does not begin with "/"
-MetaBase.xml, line 5: the Location "/LM//a" of "a" has an empty piece
+MetaBase.xml, line 5: the Location "/LM//a" of "a" has an empty component
 MetaBase.xml, line 5: the Location "/)" +
                      std::string(79, 'x') +
                      R"(..." of "a" is longer than 32767 characters
-IIS://S/MsFtpSvc/1 (IIsFtpServer), ServerComment: the property stands twice, and the first one counts (line 6)
-IIS://S/MsFtpSvc/1 (IIsFtpServer): the element "b" inside a node, where it does not belong (line 7)
-IIS://S/MsFtpSvc/1 (IIsFtpServer): text inside a node, where it does not belong (line 7)
-IIS://S/MsFtpSvc/1 (IIsFtpServer), ServerComment: the property stands twice, and the first one counts (line 7)
-IIS://S/MsFtpSvc/1 (IIsFtpServer): a "Custom" without a Name, whose ID is missing or not known (line 8)
-IIS://S/MsFtpSvc/1 (IIsFtpServer), Own: the type "BLOB" of the "Custom" is not known (line 8)
-IIS://S/MsFtpSvc/1 (IIsFtpServer), Handed: the attribute "NEW" of the "Custom" is not known (line 9)
-IIS://S/MsFtpSvc/1 (IIsFtpServer): the node stands twice, and its element on line 6 counts (line 10)
+IIS://S/MsFtpSvc/1 (IIsFtpServer), ServerComment: duplicate property: the first one is used (line 6)
+IIS://S/MsFtpSvc/1 (IIsFtpServer): unexpected element "b" inside a node (line 7)
+IIS://S/MsFtpSvc/1 (IIsFtpServer): unexpected text inside a node (line 7)
+IIS://S/MsFtpSvc/1 (IIsFtpServer), ServerComment: duplicate property: the first one is used (line 7)
+IIS://S/MsFtpSvc/1 (IIsFtpServer): a "Custom" element has no Name, and its ID is missing or unknown (line 8)
+IIS://S/MsFtpSvc/1 (IIsFtpServer), Own: unknown type "BLOB" in a "Custom" element (line 8)
+IIS://S/MsFtpSvc/1 (IIsFtpServer), Handed: unknown attribute "NEW" in a "Custom" element (line 9)
+IIS://S/MsFtpSvc/1 (IIsFtpServer): duplicate node: the element on line 6 is used (line 10)
 )");
-  EXPECT_EQ(snapshot->oddities()[0].failureNumber, number::kBadElement);
-  EXPECT_EQ(snapshot->oddities()[2].failureNumber, number::kBadLocation);
+  EXPECT_EQ(snapshot->warnings()[0].failureNumber, number::kBadElement);
+  EXPECT_EQ(snapshot->warnings()[2].failureNumber, number::kBadLocation);
   // The node's own element spells it, wherever it stands.
   shows("/MSFTPSVC/1/root", "ADsPath='IIS://Web01/MsFtpSvc/1/ROOT'; Handed='h'");
   shows("/MSFTPSVC/1", "Class='IIsFtpServer'; ServerComment='first'; LogType=1");
-  fails("/MSFTPSVC/1", "Own", number::kWrongValue, {"has a type that is not known"});
+  fails("/MSFTPSVC/1", "Own", number::kWrongValue, {"has an unknown type"});
 }
 
 TEST_F(MetabaseTest, AFileIsReadAsItStoodAtOneMoment) {

@@ -464,10 +464,10 @@ TEST_F(Postgres, SaysWhatToDoIfItCannotBeUsed) {
     EXPECT_EQ(count(result.out + result.err, "geheim") + count(result.err, "LOCATION"), 0) << result.err;
     EXPECT_LE(count(server_.log().substr(before.size()), "connection received"), 1) << words;
   };
-  refused(server_.address("secret", "fleet", "wrong%2Fgeheim"), "a password is taken from PGPASSWORD");
+  refused(server_.address("secret", "fleet", "wrong%2Fgeheim"), "set a password in PGPASSWORD");
   run({"show", "--database", server_.address("secret", "fleet", "wrong")}, 2, "PGPASSWORD");
   refused("postgresql://secret:pass/geheim@1@/fleet", "write '%2F' and '%40'");
-  refused("postgresql://secret:%zzgeheim@/fleet", "can't be understood");
+  refused("postgresql://secret:%zzgeheim@/fleet", "cannot parse the database's address");
   refused("service=nobody password=geheim", "one service");
   refused(fleet_ + "&sslmode=never", "sslmode");
   refused(server_.address("writer", "nowhere"), "create database");

@@ -122,7 +122,7 @@ class ReportPage(unittest.TestCase):
             self.assertFalse(self.browser.find_element(By.ID, "tools").is_displayed())
             private = next(each for each in self.all(".tree li") if "E:\\Private" in each.get_attribute("textContent"))
             self.assertIn("not known", private.get_attribute("textContent"))
-            self.assertIn("is not understood", private.get_attribute("textContent"))
+            self.assertIn("cannot be decoded", private.get_attribute("textContent"))
         finally:
             self.browser.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": False})
         for name in ("samples", "hostile"):

@@ -133,12 +133,12 @@ TEST_F(Server, TakesTheSystemsTableAndEncodingWhereThereAreSuch) {
     asked.push_back(toUtf8(name));
     return own;
   };
-  Runtime::process().setLastResorts(serve, serve);
+  Runtime::process().setFallbacks(serve, serve);
   EXPECT_EQ(GetObject(u"LDAP://nobody"), own);
   EXPECT_EQ(CreateObject(u"Nobody.Class"), own);
   EXPECT_NE(CreateObject(u"TORVINFTPAppDataCom.FTPCollection"), own);
   EXPECT_EQ(asked, (std::vector<std::string>{"LDAP://nobody", "Nobody.Class"}));
-  Runtime::process().setLastResorts(nullptr, nullptr);
+  Runtime::process().setFallbacks(nullptr, nullptr);
   EXPECT_THROW(GetObject(u"LDAP://nobody"), Failure);
   EXPECT_THROW(CreateObject(u"Nobody.Class"), Failure);
 

@@ -21,7 +21,7 @@
 namespace {
 
 using namespace automation;
-using platform::store::Loan;
+using platform::store::ConnectionRedirect;
 using platform::store::PrivateDatabase;
 using sqlite::Database;
 namespace fs = std::filesystem;
@@ -76,18 +76,18 @@ class Store : public testing::Test {
  protected:
   using Rows = std::vector<std::string>;
 
-  // A database file, or a private database on loan under its name, whose rows may wait.
+  // A database file, or a private database that replaces it, whose rows may be buffered.
   enum class Kind { kFile, kPrivate, kWaiting };
 
   explicit Store(Kind kind = Kind::kFile) {
     platform::store::registerStore();
     if (kind != Kind::kFile) {
       private_ = std::make_unique<PrivateDatabase>(path_.string());
-      loan_.emplace(*private_);
+      redirect_.emplace(*private_);
     }
     makeTables(*openDatabase());
     if (kind != Kind::kWaiting) return;
-    for (const char* table : {"tblSites", "tblOther"}) private_->letRowsWait(table);
+    for (const char* table : {"tblSites", "tblOther"}) private_->bufferRows(table);
   }
   ~Store() override { platform::store::setLockWait(std::chrono::seconds(5)); }
 
@@ -150,7 +150,7 @@ class Store : public testing::Test {
   test::Folder folder_;
   fs::path path_ = folder_ / "store.db";
   std::unique_ptr<PrivateDatabase> private_;
-  std::optional<Loan> loan_;
+  std::optional<ConnectionRedirect> redirect_;
 };
 
 // Over each of the three.
@@ -393,7 +393,7 @@ TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {
   const auto lentRows = [&] { return lent.database().value("select count(*) from tblSites"); };
   for (int turn = 1; turn <= 2; ++turn) {
     {
-      const Loan loan(lent);
+      const ConnectionRedirect redirect(lent);
       const Connection connection = connect();
       addRow(selectNone(connection), "WEB01", "private");
       std::thread([&] { addRow(selectNone(connect()), "WEB01", "elsewhere"); }).join();

@@ -30,10 +30,10 @@ class EnumeratedWalk : public Walk {
   Pointer<IEnumVARIANT> children_;
 };
 
-// What the arguments of one call become, last one first, as a call wants them.
+// The arguments of a call in COM's order, last one first.
 class Parameters {
  public:
-  // `byReference`: texts and Empty go by reference.
+  // `byReference`: passes texts and Empty by reference.
   Parameters(Arguments arguments, bool byReference) : arguments_(arguments) {
     const std::size_t count = arguments.size();
     owned_.reserve(count);
@@ -52,7 +52,7 @@ class Parameters {
     }
   }
 
-  // The value to be written stands first and has a name.
+  // The value to be written is the first argument and is named.
   void addValue(const VARIANT& value) {
     passed_.insert(passed_.begin(), value);
     named_ = true;
@@ -69,7 +69,8 @@ class Parameters {
     return parameters;
   }
 
-  // What came back, as the arguments' new values; all of it or, where something can't be read, nothing.
+  // Updates the arguments from the values that were returned: all of them, or none if one cannot be
+  // converted.
   void giveBack() const {
     std::vector<Variant> back(arguments_.begin(), arguments_.end());
     for (std::size_t at = 0; at < arguments_.size(); ++at) {

@@ -1,4 +1,4 @@
-// Somebody's COM object as an automation object: this is how the component reaches everything outside it.
+// Adapts a COM object to automation::Object, through which the component reaches everything outside.
 #pragma once
 
 #include <utility>
@@ -9,19 +9,18 @@
 
 namespace automation::com {
 
-// The object behind an IDispatch: one of ours where this library has made it, else a DispatchObject. Null for
-// null.
+// The object behind an IDispatch: the original one if this library has exposed it, else a DispatchObject.
+// Null for null.
 ObjectRef objectOf(IDispatch* dispatch);
 
-// Calls its object by name: through IDispatchEx where the object has it, since the objects of a script may
-// answer no other, without regard to case. A name's number is looked up once.
+// Calls its object by name, ignoring case, preferably through IDispatchEx, because script objects may not
+// support IDispatch fully. The DISPID of a name is cached.
 //
-//   read    asks for a property and calls a method at once, as late binding does
-//   write   puts by value; an object by reference first, by value where the member has no such way
-//   call    hands over texts and Empty by reference, and gives back what the method puts there; a call that
-//   fails
-//           leaves its arguments as they were
-//   children  one at a time from the object's enumerator; one that is no object fails with 13
+//   read    requests a property or method call, as late binding does
+//   write   puts by value; an object by reference first, then by value if that is not supported
+//   call    passes texts and Empty by reference and returns what the method stores there; a failed call
+//           does not change its arguments
+//   children  one at a time from the object's enumerator; 13 for an element that is not an object
 class DispatchObject : public Object {
  public:
   explicit DispatchObject(IDispatch* dispatch);

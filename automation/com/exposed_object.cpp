@@ -11,7 +11,7 @@
 namespace automation::com {
 namespace {
 
-// An interface that no other library asks for: two that are built from the same sources have two ids.
+// A private interface id, distinct in each library built from these sources.
 const IID& ownInterfaceId() {
   static const IID id = [] {
     IID made{};

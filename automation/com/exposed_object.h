@@ -1,4 +1,4 @@
-// An automation object of ours as a COM object, for whoever it is handed out to.
+// Adapts an automation::Object to COM.
 #pragma once
 
 #include "automation/com/owned.h"
@@ -6,14 +6,14 @@
 
 namespace automation::com {
 
-// The IDispatch of an object: the one behind a DispatchObject, else a new one over the object. Null for null.
+// The IDispatch of an object: the original one of a DispatchObject, else a new adapter. Null for null.
 //
-// The new one calls the object by name. A name gets its number when it is asked for, whether the object has
-// such a member or not; the call then tells. Asked to read and to call at once it reads, and calls where that
-// fails with 438. The number -4 gives an enumerator over the object's children.
+// The adapter calls the object by name. It assigns a DISPID to any requested name; a missing member is
+// reported by the call. A combined property-get and method call reads, and calls if that fails with 438.
+// DISPID -4 returns an enumerator over the children.
 Pointer<IDispatch> dispatchOf(const ObjectRef& object);
 
-// The object behind an IDispatch that this library, and no other, has made; null for any other.
+// The object behind an IDispatch that this library has created; null for any other.
 ObjectRef exposedBy(IDispatch* dispatch);
 
 }  // namespace automation::com

@@ -124,7 +124,7 @@ Outgoing outgoing(TextView ownSource) noexcept {
       told.description = u"Unexpected failure";
     }
   } catch (...) {
-    // There is no memory even for the words.
+    // No memory for the message.
     told.code = E_OUTOFMEMORY;
   }
   return told;

@@ -1,4 +1,4 @@
-// Failures on their way through COM.
+// Maps failures to COM and back.
 #pragma once
 
 #include <exception>
@@ -8,25 +8,25 @@
 
 namespace automation::com {
 
-// The number of a result code: what automation programmers know it by, else the code itself.
+// The automation number of a result code, else the code itself.
 std::int32_t numberOf(HRESULT code);
 
-// The result code of a number: 0x800A0000 and the number for those below 65536, a negative one as it is.
+// The result code of a number: 0x800A0000 plus the number if it is below 65536; negative numbers are
+// unchanged.
 HRESULT codeOf(std::int32_t number);
 
-// What the system says of a code, in one line.
+// The system's message for a code, in one line.
 Text systemText(HRESULT code);
 
-// Throws the failure of a call through IDispatch. `exception` counts where the code is DISP_E_EXCEPTION.
+// Throws the failure of a call through IDispatch. `exception` is used if the code is DISP_E_EXCEPTION.
 [[noreturn]] void failCall(HRESULT code, EXCEPINFO& exception, TextView member);
 
-// Throws the failure of any other call, with the words of the thread's error object where it has one. `about`
-// stands in the description where it hasn't. The error object is cleared ahead of such a call.
+// Throws the failure of any other call, with the texts of the thread's error object, if there is one, else
+// with `about`. Callers clear the error object before the call.
 [[noreturn]] void failPlain(HRESULT code, TextView about);
 void clearErrorObject();
 
-// The failure that is being handled, for use in a catch (...) at the edge of every call that comes in. Gives
-// its texts and its result code.
+// The exception being handled, for the catch (...) of every incoming call: its texts and result code.
 struct Outgoing {
   HRESULT code = E_FAIL;
   Text description;
@@ -34,8 +34,8 @@ struct Outgoing {
 };
 Outgoing outgoing(TextView ownSource) noexcept;
 
-// The same as a caller through IDispatch is told, or one through the vtable, or by a moniker. Both give the
-// result code to return.
+// Reports the exception being handled to a caller through IDispatch, the vtable or a moniker. Return the
+// result code.
 HRESULT tellException(const Outgoing& failure, EXCEPINFO* exception) noexcept;
 HRESULT tellErrorObject(const Outgoing& failure, const IID& interfaceId) noexcept;
 

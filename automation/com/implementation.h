@@ -1,4 +1,4 @@
-// What every COM object of ours has in common.
+// Common parts of this library's COM objects.
 #pragma once
 
 #include <atomic>
@@ -7,15 +7,15 @@
 
 namespace automation::com {
 
-// What keeps this library from being unloaded: its objects and locks.
+// The number of objects and locks that prevent unloading of this library.
 inline std::atomic<long> livingParts = 0;
 
-// COM's interfaces have no virtual destructor; nobody deletes through them.
+// COM's interfaces have no virtual destructor and are not deleted through.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 
-// The reference count of an object with these interfaces, the first of which is its identity. It begins with
-// one reference, which whoever makes it owns.
+// Implements reference counting for the interfaces, the first of which is the identity. The creator owns the
+// initial reference.
 template <typename... Interfaces>
 class Implementation : public Interfaces... {
  public:
@@ -33,7 +33,7 @@ class Implementation : public Interfaces... {
  protected:
   virtual ~Implementation() { --livingParts; }
 
-  // Answers QueryInterface where the object has the interface.
+  // Implements QueryInterface.
   template <typename Interface>
   bool offer(const IID& wanted, const IID& id, Interface* object, void** found) {
     if (wanted != id) return false;

@@ -1,4 +1,4 @@
-// Types that release what COM has lent.
+// RAII types for COM resources.
 #pragma once
 
 #include <new>
@@ -9,12 +9,12 @@
 
 namespace automation::com {
 
-// A counted reference to an interface; null where there is none.
+// A counted reference to an interface, or null.
 template <typename Interface>
 class Pointer {
  public:
   Pointer() = default;
-  // Adds a reference of its own.
+  // Adds a reference.
   explicit Pointer(Interface* object) : object_(object) {
     if (object_ != nullptr) object_->AddRef();
   }
@@ -26,7 +26,7 @@ class Pointer {
     return *this;
   }
 
-  // Takes over a reference that somebody else has added.
+  // Takes ownership of an existing reference.
   static Pointer adopt(Interface* object) {
     Pointer pointer;
     pointer.object_ = object;
@@ -37,7 +37,7 @@ class Pointer {
     if (Interface* const former = std::exchange(object_, nullptr)) former->Release();
   }
 
-  // Where a call puts a reference that it adds.
+  // The address for an out parameter of a call.
   Interface** put() {
     reset();
     return &object_;
@@ -65,7 +65,7 @@ inline TextView viewOf(BSTR text) {
   return text == nullptr ? TextView() : TextView(reinterpret_cast<const char16_t*>(text), SysStringLen(text));
 }
 
-// A new text of the system's, which the caller owns.
+// Allocates a BSTR, owned by the caller.
 inline BSTR makeText(TextView text) {
   BSTR made =
       SysAllocStringLen(reinterpret_cast<const wchar_t*>(text.data()), static_cast<UINT>(text.size()));
@@ -91,7 +91,7 @@ class OwnedText {
   BSTR text_ = nullptr;
 };
 
-// A VARIANT, empty at first.
+// A VARIANT, initially empty.
 class OwnedValue {
  public:
   OwnedValue() { VariantInit(&value_); }
@@ -129,7 +129,7 @@ class OwnedArray {
   SAFEARRAY* array_;
 };
 
-// What an object tells of its failure; the texts are its to give and ours to free.
+// An EXCEPINFO; its texts are freed by the caller.
 class OwnedException {
  public:
   OwnedException() = default;
@@ -146,7 +146,7 @@ class OwnedException {
   EXCEPINFO info_{};
 };
 
-// The elements of an array while they can be reached by an address.
+// Locks the elements of a SAFEARRAY for access by pointer.
 class ArrayAccess {
  public:
   explicit ArrayAccess(SAFEARRAY* array) : array_(array) {

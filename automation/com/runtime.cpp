@@ -25,7 +25,7 @@ ObjectRef objectNamed(TextView moniker) {
 
 ObjectRef objectOfClass(TextView programmaticId) {
   const auto require = [&](HRESULT code) {
-    if (code < 0) failPlain(code, Text(u"Can't create object ") + Text(programmaticId));
+    if (code < 0) failPlain(code, Text(u"Cannot create object ") + Text(programmaticId));
   };
   clearErrorObject();
   const OwnedText name(programmaticId);
@@ -74,7 +74,7 @@ std::string toCodePage(TextView text) {
   const auto* const units = reinterpret_cast<const wchar_t*>(text.data());
   const int count = static_cast<int>(text.size());
   if (count == 0) return {};
-  // UTF-8 lacks no character, and takes neither the flag nor the substitute.
+  // UTF-8 encodes all characters and does not allow the flag or the substitute.
   const bool all = GetACP() == CP_UTF8;
   const DWORD flags = all ? 0 : WC_NO_BEST_FIT_CHARS;
   const char* const substitute = all ? nullptr : "?";
@@ -88,16 +88,16 @@ std::string toCodePage(TextView text) {
 
 void bindRuntime() {
   Runtime& runtime = Runtime::process();
-  runtime.setLastResorts(objectNamed, objectOfClass);
+  runtime.setFallbacks(objectNamed, objectOfClass);
   runtime.setScreen(std::make_shared<Cursor>());
   setSystemEncoding(toCodePage);
 }
 
 namespace {
 
-// When a thread ends, the C++ runtime for Windows destroys what is thread_local and frees the memory that it
-// stood in, each in its turn: first whichever was used first in this module. So the destructors go first.
-// The runtime calls it the way of a member function, of which GCC warns for any other.
+// At thread exit the C++ runtime for Windows destroys thread_local objects and frees their memory, in the
+// order of first use in this module. Registering a destructor first makes destructors run before the memory
+// is freed. The runtime calls it like a member function, about which GCC warns for other functions.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wattributes"
 void _GLIBCXX_CDTOR_CALLABI destroyNothing(void*) {}

@@ -1,17 +1,16 @@
-// The runtime of late binding bound to COM.
+// Connects the late-binding runtime to COM.
 #pragma once
 
 namespace automation::com {
 
-// Enters COM in the process's runtime: whatever moniker nobody serves goes to the moniker parser, whatever
-// class nobody creates to the class table; the screen object is the system's cursor, of which every thread
-// sets its own; logs are in the system's code page, with a question mark for a character that it lacks. May
-// be called again.
+// Sets COM as the fallback of the process's runtime: COM's moniker parser for unregistered monikers, its
+// class table for unregistered classes; the screen object sets the calling thread's cursor; logs are in the
+// system's code page, with a question mark for other characters. May be called repeatedly.
 void bindRuntime();
 
-// Keeps the library that this is part of in memory to the process's end. What it keeps for each thread has
-// destructors; while such a thread is at work the C++ runtime holds the library, and lets go of it when the
-// thread ends, from within: where COM has let go of it before, the thread ends in memory that is gone.
+// Pins this library until the process exits. Its thread-local objects have destructors, and the C++ runtime
+// releases its own reference to the library while it runs them at thread exit; if COM has already unloaded
+// the library, that code would be gone.
 void stayLoaded();
 
 }  // namespace automation::com

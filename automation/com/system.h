@@ -1,5 +1,4 @@
-// The system's headers and the C++ runtime's own, for whoever binds late binding to COM. Nobody else includes
-// them.
+// The headers of Windows and of the C++ runtime. To be included by automation/com/ only.
 #pragma once
 
 #ifndef UNICODE
@@ -18,5 +17,5 @@
 #include <oleauto.h>
 #include <olectl.h>
 
-// A macro of the graphics interface, which would rename our function.
+// A macro of GDI with the name of a function of ours.
 #undef GetObject

@@ -10,12 +10,12 @@
 namespace automation::com {
 namespace {
 
-// How deep references and arrays may lie in each other; a reference may lead to itself.
+// Maximum nesting of references and arrays; a reference may be cyclic.
 constexpr int kDeepest = 32;
 
 Variant convert(const VARIANT& value, int depth);
 
-// A number, or where it loses digits its decimal text, which reads as a number too.
+// A number, or its decimal text, which also converts to a number, if a double would lose digits.
 Variant exactly(double number, TextView digits) {
   if (digits.find(u'.') != digits.npos) {
     while (digits.back() == u'0') digits.remove_suffix(1);
@@ -33,7 +33,7 @@ Variant wholeNumber(Number value) {
   return exactly(static_cast<double>(value), decimalText(value));
 }
 
-// By its shortest decimal text, so that 0.1 stays 0.1.
+// Via the shortest decimal text, so that 0.1 stays 0.1.
 Variant singlePrecision(float value) {
   char digits[32];
   const auto written = std::to_chars(digits, digits + sizeof digits, value);
@@ -69,7 +69,7 @@ Variant object(IUnknown* unknown) {
   return objectOf(dispatch.get());
 }
 
-// The value at an address, of one of the types that a VARIANT may hold itself or refer to.
+// Converts the value at an address; `type` is one that a VARIANT may contain or refer to.
 Variant valueAt(VARTYPE type, const void* at, int depth) {
   switch (type) {
     case VT_I1:
@@ -108,7 +108,7 @@ Variant valueAt(VARTYPE type, const void* at, int depth) {
     case VT_UNKNOWN:
       return object(*static_cast<IUnknown* const*>(at));
     case VT_ERROR:
-      // An argument that was left out is told so.
+      // Omitted arguments are passed on as such.
       if (*static_cast<const SCODE*>(at) != DISP_E_PARAMNOTFOUND) failTypeMismatch();
       return {};
     case VT_VARIANT:
@@ -220,7 +220,7 @@ void assignThrough(const VARIANT& target, const Variant& value) {
   const VARTYPE type = V_VT(&target) & static_cast<VARTYPE>(~VT_BYREF);
   if (type == VT_VARIANT) {
     VARIANT& there = *V_VARIANTREF(&target);
-    // A VARIANT that refers to something in its turn: that is what is meant.
+    // A reference to a VARIANT that is itself a reference: assign through that one.
     if ((V_VT(&there) & VT_BYREF) != 0) return assignThrough(there, value);
     VariantClear(&there);
     there = made.release();

@@ -1,4 +1,4 @@
-// Variant to VARIANT and back.
+// Converts between Variant and VARIANT.
 #pragma once
 
 #include "automation/com/owned.h"
@@ -6,23 +6,23 @@
 
 namespace automation::com {
 
-// The value of a VARIANT of any type, by reference or not. A number that 32 bits can't hold, and one with a
-// fraction, becomes a double, or its decimal text where a double would lose a digit; a date the text that the
-// system makes of it; an argument that was left out, Empty. An array of several dimensions, a record, an
-// error value and an object without IDispatch fail with 13.
+// Converts a VARIANT of any type, by reference or not. A number that does not fit into 32 bits, or has a
+// fraction, becomes a double, or its decimal text if a double would lose digits; a date becomes the system's
+// text; an omitted argument Empty. Throws Failure 13 for multi-dimensional arrays, records, error values and
+// objects without IDispatch.
 Variant fromSystem(const VARIANT& value);
 
-// Whether a VARIANT stands for an argument that was left out, by reference or not.
+// Whether a VARIANT is an omitted argument, by reference or not.
 bool isLeftOut(const VARIANT& value);
 
-// The same value as the system holds it: an array as one of VARIANTs, an object as its IDispatch.
+// Converts to a VARIANT: an array to one of VARIANTs, an object to its IDispatch.
 OwnedValue toSystem(const Variant& value);
 
-// Puts a value where an argument by reference points, as the type that it has there. Fails with 13 or 6 where
-// it can't be one. `target` is a VARIANT of a type with VT_BYREF.
+// Assigns a value through an argument by reference, converted to its type. Throws Failure 13 or 6 if that is
+// not possible. The type of `target` must have VT_BYREF.
 void assignThrough(const VARIANT& target, const Variant& value);
 
-// Whether both are the same value of the same type; of arrays and objects, the same one.
+// Whether both have the same type and value; arrays and objects are compared by identity.
 bool isSame(const Variant& left, const Variant& right);
 
 }  // namespace automation::com

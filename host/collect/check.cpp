@@ -33,12 +33,12 @@ int check(const CheckOptions& options, Output& output) {
     try {
       const auto metabase = platform::metabase::Metabase::parse(readSource(server.source, options.maxSize),
                                                                 server.source.shown());
-      const auto places = static_cast<std::int64_t>(metabase->oddities().size());
+      const auto places = static_cast<std::int64_t>(metabase->warnings().size());
       print(escapeForTerminal(server.source.shown()) + ": a metabase of " +
             pluralize(static_cast<std::int64_t>(metabase->nodeCount()), "node", "nodes") +
             (places == 0 ? ", no warnings" : ", " + pluralize(places, "warning", "warnings")) + "\n");
       const automation::Text name = automation::fromUtf8(server.name);
-      for (const auto& oddity : metabase->oddities()) {
+      for (const auto& oddity : metabase->warnings()) {
         print("  " + escapeForTerminal(metabase->describe(oddity, name)) + "\n");
       }
       if (places > 0) status = std::max(status, 1);

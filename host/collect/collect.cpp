@@ -229,7 +229,7 @@ class Collection : private Publisher::Listener {
       fail(server.name + ": incomplete and not published: out of memory");
     } catch (const std::exception& error) {
       // A failure of the staging database is the cause of later ones.
-      const std::string why = staging != nullptr ? staging->database().breakdown() : "";
+      const std::string why = staging != nullptr ? staging->database().fatalError() : "";
       fail(server.name + ": incomplete and not published: " + (why.empty() ? error.what() : why));
     }
     progress_.end(lane);

@@ -204,12 +204,12 @@ class ServerCollection {
     canonicalizeSelection();
     remarkWhatIsMissing(shape);
     {
-      const platform::store::Loan loan(staging_.database());
+      const platform::store::ConnectionRedirect redirect(staging_.database());
       logOddities(*metabase);
       if (shape.hasSites && has(Side::kFtp)) collectSites();
       if (shape.hasWeb && has(Side::kPools)) collectPools(shape.hasPools);
     }
-    if (const std::string& why = staging_.database().breakdown(); !why.empty()) throw Incomplete(why);
+    if (const std::string& why = staging_.database().fatalError(); !why.empty()) throw Incomplete(why);
     if (hasChanged(server_.source, stamp)) noteChangedFile();
     outcome_.collected.coverage = coverage();
     outcome_.collected.lineOf = [metabase](const std::string& node) -> std::int64_t {
@@ -265,7 +265,7 @@ class ServerCollection {
   void logOddities(const platform::metabase::Metabase& metabase) {
     ObjectRef sites;
     ObjectRef pools;
-    for (const platform::metabase::Metabase::Oddity& oddity : metabase.oddities()) {
+    for (const platform::metabase::Metabase::ParseWarning& oddity : metabase.warnings()) {
       const std::string address = oddity.node ? metabase.address(*oddity.node, serverName_) : std::string();
       const bool isPools = isBelow(address, "/W3SVC");
       ObjectRef& object = isPools ? pools : sites;

@@ -51,7 +51,7 @@ StagingDatabase::StagingDatabase(const std::string& name) : database_(name) {
     readings_.push_back(
         database.prepare("select * from " + sqlite::quotedName(table.name) + " order by rowid"));
     counts_.push_back(database.prepare("select count(*) from " + sqlite::quotedName(table.name)));
-    database_.letRowsWait(std::string(table.name));
+    database_.bufferRows(std::string(table.name));
   }
 }
 
@@ -66,14 +66,14 @@ std::unique_ptr<inventory::Rows> StagingDatabase::rows(const inventory::Table& t
    private:
     sqlite::Statement& statement_;
   };
-  if (const auto* const log = database_.waiting(table.name)) return std::make_unique<LoggedRows>(*log);
+  if (const auto* const log = database_.bufferedRows(table.name)) return std::make_unique<LoggedRows>(*log);
   return std::make_unique<Reading>(readings_[inventory::findTable(table.name)]);
 }
 
 inventory::RowCounts StagingDatabase::rowCounts() {
   inventory::RowCounts rows;
   for (const inventory::Table& table : inventory::tables()) {
-    if (const auto* const log = database_.waiting(table.name)) {
+    if (const auto* const log = database_.bufferedRows(table.name)) {
       rows.push_back(static_cast<std::int64_t>(log->rowCount()));
       continue;
     }
@@ -89,7 +89,7 @@ std::unique_ptr<inventory::RowSource> StagingDatabase::takeRows(std::unique_ptr<
   if (staging->database_.memoryInUse() > kMostKeptBytes) return std::move(staging);
   auto taken = std::make_unique<TakenRows>();
   for (const inventory::Table& table : inventory::tables()) {
-    if (auto waiting = staging->database_.takeWaiting(table.name)) {
+    if (auto waiting = staging->database_.takeBufferedRows(table.name)) {
       taken->add(*std::move(waiting));
       continue;
     }
@@ -108,7 +108,7 @@ void StagingDatabase::recycle(std::unique_ptr<StagingDatabase>& staging) noexcep
     platform::store::PrivateDatabase& database = staging->database_;
     const bool isSmall = database.memoryInUse() <= kMostKeptBytes;
     if (isSmall) database.empty();
-    if (isSmall && database.breakdown().empty()) return;
+    if (isSmall && database.fatalError().empty()) return;
   } catch (const sqlite::Error&) {
   } catch (const std::bad_alloc&) {
   }

@@ -43,8 +43,7 @@ constexpr ObjectKind itemKindOf(ObjectKind kind) {
                                             : kind;
 }
 
-// Where the nodes of a kind are below /LM/ in the metabase: a key is what comes behind. Empty for a kind
-// without nodes of its own.
+// The path below /LM/ of a kind's nodes; an object's key follows it. Empty for a kind without nodes.
 constexpr std::string_view nodeRootOf(ObjectKind kind) {
   return kind == ObjectKind::kPool               ? "W3SVC/AppPools/"
          : itemKindOf(kind) == ObjectKind::kSite ? "MSFTPSVC/"
@@ -62,16 +61,16 @@ enum class Role : std::uint8_t {
 struct Column {
   std::string_view table;
   std::string_view name;
-  std::string_view viewName;  // in views and in `not_known`; empty where no view has it
+  std::string_view viewName;  // in views and in `not_known`; empty if no view has it
   Role role;
   Type type;          // in its table
   Type viewType;      // in views
   int group;          // of kListed columns: those of one group are compared together
   ObjectKind onlyOf;  // of a table with rows of two kinds: the kind that has it; kNone for both
-  // The metabase properties that it is made of, divided by blanks; "*" for none in particular, "-" where it
-  // is known whatever failed.
+  // The metabase properties it is derived from, separated by spaces; "*" for none in particular, "-" if it is
+  // always known.
   std::string_view properties;
-  // Documented default values as the table has them, divided by "|", and the page that documents them.
+  // Documented default values as stored in the table, separated by "|", and the page that documents them.
   std::string_view defaults, reference;
   std::string_view meaning;
 };
@@ -87,7 +86,7 @@ struct Table {
   std::span<const Column> columns;
   bool hasSeveralRows = key == "id, number";  // for an object
 
-  // The place of a column, or the number of columns where there is none of that name.
+  // The index of a column, or the number of columns if there is none with that name.
   constexpr std::size_t find(std::string_view column) const {
     std::size_t at = 0;
     while (at < columns.size() && columns[at].name != column) ++at;
@@ -99,7 +98,7 @@ struct Table {
   constexpr bool hasServerColumn() const { return columns[0].name == "Server name"; }
 };
 
-// A column by its place. To be made with column(), which the compiler refuses for a name that doesn't exist.
+// A column's indexes. Create it with column(), which does not compile for an unknown name.
 struct ColumnRef {
   std::uint8_t table;
   std::uint8_t column;
@@ -130,8 +129,7 @@ constexpr std::size_t findTable(std::string_view name) {
   return at;
 }
 
-// The place of a table in tables(). Not a constant expression for a name that doesn't exist, so that the
-// compiler refuses it.
+// The index of a table in tables(). Does not compile for an unknown name.
 consteval std::size_t table(std::string_view name) {
   return findTable(name) < tables().size() ? findTable(name) : throw std::logic_error("no such table");
 }

@@ -51,9 +51,9 @@ std::string objectsQuery(const std::string& sql, const std::vector<std::string>&
                       quotedName(sites.columns[kName.column].name) + ", o.line";
   for (const std::string& each : columns) query += ", r." + quotedName(each);
   return query + " from (" + sql +
-         "\n) r left join objects o on o.collection_id = r.object_id / 4294967296 and o.number = r.object_id "
-         "% 4294967296 left join objects p on p.collection_id = o.collection_id and p.number = o.parent left "
-         "join " +
+         R"(
+) r left join objects o on o.collection_id = r.object_id / 4294967296 and o.number = r.object_id % 4294967296
+left join objects p on p.collection_id = o.collection_id and p.number = o.parent left join )" +
          quotedName(sites.name) + " t on t.id = r.object_id where r.holds is not false";
 }
 

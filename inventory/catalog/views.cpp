@@ -178,7 +178,7 @@ class PartMaker {
                      " order by x.number)), '')";
   }
 
-  // Null where the row is missing, or the cell isn't known.
+  // Null if the row is missing or the cell is unknown.
   std::string known(const std::string& alias, const Column& column, const std::string& value) const {
     return "case when " + alias + ".id is null or " +
            position("coalesce(" + alias + ".not_known, '')", "|" + std::string(column.viewName) + "|") +

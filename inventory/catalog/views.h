@@ -1,5 +1,5 @@
 // Views over an inventory's tables, for tools that make reports: plain names and types, ids to join by, and
-// null for what isn't known or wasn't collected.
+// null for unknown values and for what was not collected.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace inventory {
 
-// A column of a view, for the dictionary: what it is made of, or a meaning of its own.
+// A column of a view with its description for the dictionary.
 struct ViewColumn {
   std::string name;
   Type type = Type::kText;
@@ -26,15 +26,15 @@ struct View {
   std::string select;
 };
 
-// All views, those first that others are made of. `selected` is the SQL of a relation with the columns
+// All views, in the order of their dependencies. `selected` is the SQL of a relation with the columns
 // collection_id and server, which says what they show.
 std::vector<View> views(const Dialect& dialect, const std::string& selected);
 
-// The name of the stored view that says what the others show, and the query that it is made of.
+// The stored view that selects the collections that the other views show, and its query.
 inline constexpr std::string_view kSelectedView = "selected";
 std::string selectCurrent();
 
-// The text of a query over views as common table expressions, which show what `selected` gives.
+// Prefixes a query with the views as common table expressions over `selected`.
 std::string withViews(const Dialect& dialect, const std::string& selected, const std::string& sql);
 
 // A table that a view shows, and the kind of object that those of its rows are about.
@@ -43,12 +43,12 @@ struct ViewSource {
   ObjectKind kind = ObjectKind::kNone;
 };
 
-// The tables that a view's column is made of, or all of the view's where `column` is empty. None for a view
-// of the inventory itself, and for a column that every object has.
+// The source tables of a view's column, or of the whole view if `column` is empty. None for views of
+// bookkeeping and for columns that every object has.
 std::vector<ViewSource> sourcesOf(std::string_view view, std::string_view column);
 
-// A query for the objects that another query gives: `sql` has the columns object_id and holds, and `columns`.
-// Gives those rows that don't have false in `holds`, in the order of kObjectsColumns and then of `columns`.
+// A query for the objects of another query `sql`, which has the columns object_id, holds and `columns`.
+// Returns the rows whose `holds` is not false, with kObjectsColumns and then `columns`.
 std::string objectsQuery(const std::string& sql, const std::vector<std::string>& columns);
 enum ObjectsColumn : std::size_t {
   kObjectId,

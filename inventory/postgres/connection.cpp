@@ -28,7 +28,7 @@ constexpr int kOldestVersion = 130000;
 
 // What to do about a failure, by what its SQLSTATE begins with.
 constexpr std::pair<std::string_view, const char*> kHints[] = {
-    {"28", " (a password is taken from PGPASSWORD, ~/.pgpass or a service file)"},
+    {"28", " (set a password in PGPASSWORD, ~/.pgpass or a service file)"},
     {"3D000", " (its administrator runs: create database ... encoding 'UTF8' template template0)"},
     {"40P01", " (use --wait to wait longer)"},
     {"55P03", " (use --wait to wait longer)"},
@@ -50,7 +50,7 @@ std::string oneLine(const std::string& words) {
   return replaced(replaced(words, "[ \t\r\n]+", " "), "^ | $", "");
 }
 
-// Refuses an address in which libpq may take a part of a password for something else and report it.
+// Throws Error for an address in which libpq could misparse a part of the password and report it.
 void requireClearCredentials(std::string_view rest) {
   const std::size_t end = rest.find_first_of("@/");
   if (end != rest.npos && rest[end] == '@') rest.remove_prefix(end + 1);
@@ -82,7 +82,8 @@ std::string shownAddress(const std::string& address) {
   if (address.starts_with(kService)) {
     if (address.size() == kService.size() ||
         address.find_first_of(" '\\\t\n\r=", kService.size()) != std::string::npos) {
-      throw Error("'service=' has the name of one service behind it, without blanks or quotes");
+      throw Error(
+          "cannot parse the database's address: 'service=' needs one service name without blanks or quotes");
     }
     return address;
   }
@@ -94,13 +95,13 @@ std::string shownAddress(const std::string& address) {
     // Behind the colon libpq quotes what it stumbles over.
     const std::string why = words != nullptr ? oneLine(words) : "out of memory";
     PQfreemem(words);
-    throw Error("the database's address can't be understood: " + why.substr(0, why.find_first_of(":\"")));
+    throw Error("cannot parse the database's address: " + why.substr(0, why.find_first_of(":\"")));
   }
   std::map<std::string_view, std::string> parts;
   for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
     if (option->val != nullptr) parts[option->keyword] = option->val;
   }
-  // The folder of a socket can't be the address's host.
+  // A socket directory is not valid as the host of an address.
   std::string folder;
   if (std::string& host = parts["host"]; host.starts_with('/')) folder = "?host=" + std::exchange(host, "");
   return "postgresql://" + parts["user"] + (parts["user"].empty() ? "" : "@") + parts["host"] +
@@ -147,10 +148,10 @@ Cell ResultSet::text(int row, int column) const {
 Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move(target)) {
   const std::string& address = target_->address;
   const bool isService = address.starts_with(kService);
-  // A packet that isn't acknowledged ends the connection well before the server's silence does.
+  // Unacknowledged packets end the connection well before the server timeout.
   const std::string userTimeout =
       std::to_string(std::min<milliseconds::rep>(30000, target_->access.serverTimeout.count() / 2 + 1));
-  // The address overrides what comes before it, and is overridden by what comes after it.
+  // The address overrides options before it and is overridden by options after it.
   const std::pair<const char*, const char*> options[] = {
       {"tcp_user_timeout", userTimeout.c_str()},
       {"keepalives_idle", "15"},
@@ -188,7 +189,7 @@ Connection::~Connection() {
   if (isLost_ && PQsocket(raw()) >= 0) ::shutdown(PQsocket(raw()), SHUT_RDWR);
 }
 
-// Waits until the socket is ready for one of `events`; gives for which.
+// Waits until the socket is ready for one of `events`. Returns the ready ones.
 short Connection::await(short events, milliseconds limit) {
   const auto end = steady_clock::now() + limit;
   while (true) {
@@ -364,13 +365,14 @@ std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target)
   const std::string& schema = target->access.schema;
   const ResultSet hidden = connection->run(
       "set search_path = " + quotedName(schema) +
-      ", pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off; "
-      "set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = " +
+      R"(, pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off;
+set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = )" +
       std::to_string(clamped(target->access.wait, 1)) +
-      "; select set_config(name, '0', false) from pg_settings where name in ('statement_timeout', "
-      "'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');"
-      "select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = "
-      "'off'; select 1 from pg_namespace where nspname = " +
+      R"(;
+select set_config(name, '0', false) from pg_settings where name in
+    ('statement_timeout', 'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');
+select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = 'off';
+select 1 from pg_namespace where nspname = )" +
       quotedText(schema) + " and not has_schema_privilege(oid, 'USAGE')");
   // The server would take the schema for a missing one.
   if (hidden.rows() > 0) {

@@ -1,4 +1,4 @@
-// A connection to a PostgreSQL server that is never waited for longer than the user wants.
+// A connection to a PostgreSQL server with limited waits.
 #pragma once
 
 #include <libpq-fe.h>
@@ -18,11 +18,11 @@ namespace inventory::postgres {
 // "service=NAME".
 bool isAddress(std::string_view name);
 
-// The address without a password. Throws Error for an address that can't be one; its text contains nothing of
-// what may be a password.
+// The address without a password. Throws Error for an invalid address, without any part that may be a
+// password.
 std::string shownAddress(const std::string& address);
 
-// Frees what a function of libpq frees.
+// A deleter that calls a function of libpq.
 template <auto kFree>
 struct Freer {
   template <typename Value>
@@ -45,8 +45,8 @@ class StopSignal {
   void check() const;
   // Readable once it is raised.
   int descriptor() const { return descriptor_; }
-  // Waits for 10 to 50 ms, so that processes don't keep meeting. False where `end` or the signal ends the
-  // wait.
+  // Sleeps for a random 10 to 50 ms, so that processes do not retry in lockstep. Returns false if `end` or
+  // the signal ends the wait.
   bool pauseUntil(std::chrono::steady_clock::time_point end) const;
 
  private:
@@ -54,9 +54,9 @@ class StopSignal {
   int descriptor_;
 };
 
-// What the connections to a database have in common.
+// Shared by the connections to a database.
 struct Target {
-  // Throws Error for an address or a schema that can't be one.
+  // Throws Error for an invalid address or schema.
   Target(std::string database, const Access& options);
 
   [[noreturn]] void refuse(const std::string& why) const {
@@ -72,7 +72,7 @@ struct Target {
 // The server has no connection left for this role or database.
 using TooManyConnections = ErrorOfKind<struct TooManyConnectionsTag, Unreachable>;
 
-// The rows of a statement, or one of them; none behind the last result.
+// The result of a statement, or one of its rows; null after the last result.
 class ResultSet {
  public:
   explicit ResultSet(PGresult* result = nullptr) : result_(result) {}
@@ -90,9 +90,8 @@ class ResultSet {
 };
 
 // Used by one thread at a time. Members throw Error or one of its kinds: Interrupted once the target's signal
-// is raised, Unreachable where the server hasn't sent a byte for the access's serverTimeout, to which its
-// wait is added where the server may be waiting for a lock. After both, and wherever the connection is gone,
-// isLost() is true.
+// is raised, Unreachable if the server has not sent a byte for the access's serverTimeout, plus its wait if
+// the server may be waiting for a lock. After both, and after a lost connection, isLost() is true.
 class Connection {
  public:
   explicit Connection(std::shared_ptr<const Target> target);
@@ -103,19 +102,19 @@ class Connection {
   Connection& operator=(const Connection&) = delete;
 
   // Runs one statement with the parameters $1 and so on, whose types the server infers, or several without
-  // any. Gives the last one's result.
+  // any. Returns the last one's result.
   ResultSet run(const std::string& sql, const Parameters& parameters = {});
 
-  // Starts a statement. Its results come by receive(), until there is none: with the status
-  // PGRES_SINGLE_TUPLE a row each.
+  // Starts a statement. receive() returns its results: one row each with the status PGRES_SINGLE_TUPLE,
+  // finally a null result.
   void start(const std::string& sql, const Parameters& parameters);
   ResultSet receive();
 
-  // Sends data after "copy ... from stdin", and ends it, successfully where `error` is null.
+  // Sends data after "copy ... from stdin", and ends it, successfully if `error` is null.
   void sendCopy(std::string_view data);
   void endCopy(const char* error);
 
-  // Receives and drops what is left of the running statement, if one is.
+  // Discards the remaining results of a running statement.
   void drain() noexcept;
 
   bool isLost() const { return isLost_ || PQstatus(raw()) != CONNECTION_OK; }
@@ -126,7 +125,7 @@ class Connection {
   const std::string& state() const { return state_; }
   const Target& target() const { return *target_; }
 
-  // Throws what a failed result, or without one the connection, reports.
+  // Throws the error of a failed result, or of the connection.
   [[noreturn]] void fail(const PGresult* result = nullptr);
 
  private:
@@ -145,7 +144,7 @@ class Connection {
 };
 
 // Opens a connection for an inventory, with the settings that it needs: names without a schema are those of
-// the inventory's. Refuses a server that can't have one.
+// the inventory's. Throws Error for a server that cannot have one.
 std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target);
 
 }  // namespace inventory::postgres

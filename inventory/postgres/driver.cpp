@@ -16,9 +16,9 @@ using postgres::ResultSet;
 using postgres::Transaction;
 using std::chrono::steady_clock;
 
-constexpr int kMostChanges = 8;
-// More locks would be a burden to the server.
-constexpr std::size_t kMostLocks = 100;
+constexpr int kMaxChanges = 8;
+// Limits the server's load by locks.
+constexpr std::size_t kMaxLocks = 100;
 constexpr const char* kBegin = "begin isolation level read committed, read write";
 constexpr const char* kBeginReading = "begin isolation level repeatable read, read only";
 
@@ -26,25 +26,25 @@ std::string textOf(const ResultSet& result, int column = 0) {
   return std::string(result.rows() == 0 ? "" : result.text(0, column).value_or(""));
 }
 
-// The system and the timeline, within which transactions have their numbers; empty where the role may not
-// ask.
+// The system id and timeline in which transaction ids are valid; empty if the role has no privilege to query
+// them.
 std::string systemOf(Connection& connection) {
   try {
     return textOf(connection.run(
-        "select system_identifier || '/' || left(pg_walfile_name(pg_current_wal_lsn()), 8) from "
-        "pg_control_system()"));
+        R"(select system_identifier || '/' || left(pg_walfile_name(pg_current_wal_lsn()), 8)
+from pg_control_system())"));
   } catch (const Error&) {
     if (connection.isLost() || connection.target().stop.isRaised()) throw;
     return {};
   }
 }
 
-// The connections of a driver, which they must not outlive. Used by any number of threads.
+// A driver's connection pool, which must outlive its connections. Thread-safe.
 class Pool {
  public:
   explicit Pool(std::shared_ptr<postgres::Target> target) : target_(std::move(target)) { idle_.reserve(100); }
 
-  // An idle connection or a new one. Where the server has no more of them for a change, waits for that of
+  // Returns an idle connection or a new one. If the server's limit is reached, waits for the connection of
   // another change.
   std::shared_ptr<Connection> acquire(bool forChange) {
     while (true) {
@@ -73,13 +73,13 @@ class Pool {
     }
   }
 
-  // A new connection for a change that has lost its own. Waits for a server that is being started, and for
-  // the end of the lost session.
+  // Returns a new connection for a change that lost its own. Waits for a starting server and for the end of
+  // the lost session.
   std::shared_ptr<Connection> reconnect() {
     const auto end = steady_clock::now() + target_->access.wait;
     while (true) {
       {
-        // They were lost with it, most likely.
+        // They are most likely lost too.
         const std::lock_guard lock(mutex_);
         idle_.clear();
       }
@@ -108,11 +108,11 @@ class Pool {
     freed_.notify_all();
   }
 
-  // Limits the changes to those that have a connection, without the one that got none. False where none has.
+  // Limits concurrent changes to those that have a connection. Returns false if none has.
   bool limit(const std::string& why) {
     const std::lock_guard lock(mutex_);
     if (changes_ <= 1) return false;
-    if (most_ == kMostChanges) notice_ = "using fewer connections than allowed: " + why;
+    if (most_ == kMaxChanges) notice_ = "using fewer connections than allowed: " + why;
     most_ = std::min(most_, changes_ - 1);
     return true;
   }
@@ -122,11 +122,11 @@ class Pool {
   std::condition_variable freed_;
   std::vector<std::unique_ptr<Connection>> idle_;
   int changes_ = 0;  // that have a connection or are getting one
-  int most_ = kMostChanges;
+  int most_ = kMaxChanges;
   std::string notice_;
 };
 
-// A change on its way.
+// The state of a change over its attempts.
 struct Attempt {
   bool isRepeated = false;
   int formerBackend = 0;    // of a lost connection
@@ -141,7 +141,7 @@ class PostgresDriver : public Driver {
 
   std::string shownName() const override { return target_->shown; }
   const Dialect& dialect() const override { return dialect_; }
-  int concurrentChanges() const override { return kMostChanges; }
+  int concurrentChanges() const override { return kMaxChanges; }
   bool readsConcurrently() const override { return true; }
   std::vector<std::string> checkIntegrity() override { return {}; }
   void stopWaiting() override { pool_.stopWaiting(); }
@@ -177,20 +177,22 @@ void PostgresDriver::checkWritable(std::span<const std::string> tables,
   const Shared connection = pool_.acquire(false);
   const std::string& name = target_->access.schema;
   const ResultSet found = connection->run(
-      "with t as (select w.name, c.oid, c.relkind in ('r', 'p') and not (has_table_privilege(c.oid, "
-      "'SELECT') and has_table_privilege(c.oid, 'INSERT') and has_table_privilege(c.oid, 'UPDATE') and "
-      "has_table_privilege(c.oid, 'DELETE')) as is_locked from unnest(string_to_array($2, ',')) w(name) "
-      "left join pg_class c on c.relname = w.name and c.relnamespace = "
-      "(select oid from pg_namespace where nspname = $1)) "
-      "select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', n.oid is not null, "
-      "has_database_privilege(current_database(), 'CREATE'), "
-      "(select min(name) from t where is_locked or oid is null and not has_schema_privilege(n.oid, 'CREATE'))"
-      ", quote_ident(current_user) from (select 1) x left join pg_namespace n on n.nspname = $1",
+      R"(with t as (
+    select w.name, c.oid, c.relkind in ('r', 'p') and not (
+        has_table_privilege(c.oid, 'SELECT') and has_table_privilege(c.oid, 'INSERT')
+        and has_table_privilege(c.oid, 'UPDATE') and has_table_privilege(c.oid, 'DELETE')) as is_locked
+    from unnest(string_to_array($2, ',')) w(name) left join pg_class c
+        on c.relname = w.name and c.relnamespace = (select oid from pg_namespace where nspname = $1))
+select pg_is_in_recovery(), current_setting('transaction_read_only') = 'on', n.oid is not null,
+    has_database_privilege(current_database(), 'CREATE'),
+    (select min(name) from t where is_locked or oid is null and not has_schema_privilege(n.oid, 'CREATE')),
+    quote_ident(current_user)
+from (select 1) x left join pg_namespace n on n.nspname = $1)",
       {name, joined(tables, std::identity(), ",")});
   const auto is = [&](int column) { return found.text(0, column) == "t"; };
   const std::string role = textOf(found, 5), table = textOf(found, 4), schema = quotedName(name),
                     start = "cannot use '" + target_->shown + "': the role " + role + " may not ";
-  if (is(0)) target_->refuse("the server is a standby and takes no changes (use the primary server)");
+  if (is(0)) target_->refuse("the server is a read-only standby (use the primary server)");
   if (is(1)) {
     target_->refuse("the server is read-only for the role " + role +
                     " (its administrator sets default_transaction_read_only to off)");
@@ -231,8 +233,7 @@ void PostgresDriver::change(const Change& change) {
   }
 }
 
-// Makes the change in one transaction. The attempt has a transaction's number from the moment on from which
-// it may be committed.
+// Makes the change in one transaction. Sets the attempt's transaction id before the commit is sent.
 void PostgresDriver::perform(const Change& change, const Shared& connection, Attempt& attempt) {
   attempt.transaction.clear();
   if (!isPrepared_) prepare(change, connection);
@@ -243,13 +244,13 @@ void PostgresDriver::perform(const Change& change, const Shared& connection, Att
   session->commit();
 }
 
-// Brings the schema up to date, and creates it first where it is missing.
+// Updates the schema, after creating it if it is missing.
 void PostgresDriver::prepare(const Change& change, const Shared& connection) {
   if (!change.prepare(*beginTransaction(dialect_, connection, kBegin), false)) {
     const std::string& schema = target_->access.schema;
     const auto session = beginTransaction(dialect_, connection, kBegin);
     session->execute("select pg_advisory_xact_lock(hashtextextended($1, 0))", {schema});
-    // Not "if not exists", which needs the right to create it in any case.
+    // Not "if not exists", which needs the privilege even if the schema exists.
     if (session->value("select 1 from pg_namespace where nspname = $1", {schema}).empty())
       session->execute("create schema " + quotedName(schema));
     change.prepare(*session, true);
@@ -258,12 +259,12 @@ void PostgresDriver::prepare(const Change& change, const Shared& connection) {
   isPrepared_ = true;
 }
 
-// Begins a transaction that has the locks of the change's servers. As processes that have some and wait for
-// others could wait for each other, they are had all at once or not at all.
+// Begins a transaction with the locks of the change's servers. Acquires all of them at once or none, to avoid
+// deadlocks between processes.
 std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Shared& connection,
                                                   const Attempt& attempt) const {
   Parameters names{target_->access.schema};
-  const bool isOfAll = change.serverKeys.size() > kMostLocks;
+  const bool isOfAll = change.serverKeys.size() > kMaxLocks;
   std::string sql = std::string("select pg_try_advisory_xact_lock") + (isOfAll ? "" : "_shared") +
                     "(hashtextextended($1, 0))";
   for (std::size_t at = 0; !isOfAll && at < change.serverKeys.size(); ++at) {
@@ -290,8 +291,8 @@ std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Sh
                      "' (use --wait to wait longer)");
 }
 
-// Finds out what became of a transaction whose commit was sent. Gives a connection on which the change may be
-// repeated, none where it has been committed.
+// Determines the outcome of a transaction whose commit was sent. Returns a connection for retrying the
+// change, or null if it was committed.
 std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const Attempt& attempt,
                                                     std::string why) {
   const auto end = steady_clock::now() + target_->access.wait;
@@ -305,7 +306,7 @@ std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const 
       if (status == "aborted") return connection;
       if (status != "in progress") break;
     } catch (const Error& error) {
-      // A number that the server is yet to give: its crash has undone the transaction.
+      // The id is not assigned yet: the transaction was lost in a crash of the server.
       if (connection != nullptr && connection->state() == "22023" && !attempt.system.empty())
         return connection;
       why = error.what();

@@ -44,7 +44,7 @@ class PostgresCursor : public Cursor {
   std::size_t columnCount() const override { return types_.size(); }
 
  private:
-  // As the tables have times: the server writes 2026-01-31 12:00:00.5+00.
+  // Converts the server's format 2026-01-31 12:00:00.5+00 to that of the tables.
   static std::string spelledTime(std::string time) {
     time.resize(time.find('+'));
     time[10] = 'T';
@@ -149,7 +149,7 @@ class PostgresTransaction : public Transaction {
     try {
       if (!connection_->isLost()) connection_->run("rollback");
     } catch (const std::exception&) {
-      // The connection isn't idle then, and is closed with its transaction.
+      // The connection is then not idle and is closed with its transaction.
     }
   }
 

@@ -9,13 +9,13 @@
 
 namespace inventory::postgres {
 
-// Rolled back unless commit() is reached.
+// Rolls back unless commit() was called.
 class Transaction : public Session {
  public:
   virtual void commit() = 0;
 };
 
-// Runs `sql`, which begins it. The dialect must outlive it.
+// Begins with `sql`. The dialect must outlive the transaction.
 std::unique_ptr<Transaction> beginTransaction(const Dialect& dialect, std::shared_ptr<Connection> connection,
                                               const std::string& sql);
 

@@ -1,4 +1,4 @@
-// SQLite as a database of an inventory: one file, a writer at a time.
+// The driver for SQLite: one file, one writer at a time.
 
 #include <unistd.h>
 
@@ -23,7 +23,7 @@ using sqlite::Database;
 using sqlite::Statement;
 namespace fs = std::filesystem;
 
-// Failures of the database as those of the inventory.
+// Maps sqlite::Error to the inventory's errors.
 template <typename Work>
 decltype(auto) attempt(const Work& work) {
   try {
@@ -50,7 +50,7 @@ void bindAll(Statement& statement, const Parameters& parameters) {
   }
 }
 
-// A database with the statements that were prepared for it, each once.
+// A database with its cached statements.
 class Handle {
  public:
   Handle(const std::string& file, Database::Mode mode, std::chrono::milliseconds wait)
@@ -59,7 +59,7 @@ class Handle {
   Database& database() { return database_; }
 
   Statement& statement(const std::string& sql) {
-    if (statements_.size() > kMostStatements) statements_.clear();
+    if (statements_.size() > kMaxStatements) statements_.clear();
     const auto found = statements_.find(sql);
     if (found == statements_.end()) return statements_.emplace(sql, database_.prepare(sql)).first->second;
     found->second.reset();
@@ -67,7 +67,7 @@ class Handle {
   }
 
  private:
-  static constexpr std::size_t kMostStatements = 256;
+  static constexpr std::size_t kMaxStatements = 256;
 
   Database database_;
   std::unordered_map<std::string, Statement> statements_;
@@ -134,11 +134,11 @@ class SqliteSession : public Session {
   }
 
   void limitQueries(std::chrono::milliseconds limit) override {
-    constexpr int kInstructions = 10000;          // between two looks at the clock
-    constexpr int kMostBytes = 64 * 1024 * 1024;  // of a value, whose growth no clock sees
+    constexpr int kInstructions = 10000;         // between two checks of the deadline
+    constexpr int kMaxBytes = 64 * 1024 * 1024;  // of a value, because one long operation is not interrupted
     limit_ = limit;
     sqlite3* const database = handle_.database().raw();
-    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMostBytes);
+    sqlite3_limit(database, SQLITE_LIMIT_LENGTH, kMaxBytes);
     sqlite3_progress_handler(database, limit.count() == 0 ? 0 : kInstructions, &SqliteSession::isOverdue,
                              this);
   }
@@ -182,7 +182,7 @@ class SqliteDriver : public Driver {
     std::error_code error;
     if (!fs::exists(file_, error) && !error) return requireWritableDirectory("create", file_);
     open(Database::Mode::kReadWrite);
-    // SQLite's journal is beside the file itself, wherever links to it are.
+    // SQLite's journal is beside the target of a symbolic link.
     requireWritableDirectory("use", fs::canonical(file_, error));
     leaveWriteAheadMode();
   }
@@ -203,7 +203,7 @@ class SqliteDriver : public Driver {
     checkSchema(*session);
   }
 
-  // Changes the file that has the name.
+  // Reopens the file if it was replaced.
   void change(const Change& change) override {
     for (int tries = 1;; ++tries) {
       const bool isNew = openOrCreate();
@@ -213,16 +213,15 @@ class SqliteDriver : public Driver {
         if (isNew) removeEmptyFile();
         throw;
       }
-      // Another file has taken the name since this one was opened.
+      // The file was replaced after it was opened.
       handle_.reset();
       if (hasChanged_)
         throw Error("cannot use the database '" + file_ + "': it was moved or replaced during this run");
-      if (tries == kMostTries)
-        throw Error("cannot use the database '" + file_ + "': it keeps being replaced");
+      if (tries == kMaxTries) throw Error("cannot use the database '" + file_ + "': it keeps being replaced");
     }
   }
 
-  // Rows are found by keys alone, for which SQLite needs no statistics.
+  // SQLite finds rows by key and needs no statistics.
   void analyze(std::span<const std::string>) override {}
 
   std::vector<std::string> checkIntegrity() override {
@@ -234,7 +233,7 @@ class SqliteDriver : public Driver {
         if (rows->cell(0) != "ok") lines.push_back(rows->text(0));
       }
     } catch (const Error&) {
-      // The check ends where it cannot go on.
+      // The check ends at an unreadable page.
       if (lines.empty()) throw;
     }
     return lines;
@@ -243,8 +242,8 @@ class SqliteDriver : public Driver {
   void stopWaiting() override { stopWaiting_ = true; }
 
  private:
-  static constexpr int kMostTries = 5;
-  // What SQLite may take of memory: for a change before it writes into the file ahead of the commit, and for
+  static constexpr int kMaxTries = 5;
+  // SQLite's page cache: for a change, the size before pages are written ahead of the commit; and for
   // reading.
   static constexpr int kCacheKibibytes = 16 * 1024;
   static constexpr int kReadingKibibytes = 2 * 1024;
@@ -273,7 +272,7 @@ class SqliteDriver : public Driver {
       refuse(std::string("its directory is not writable: ") + std::strerror(errno));
   }
 
-  // Opens the file where it isn't open. Gives whether that created it.
+  // Opens the file if it is not open. Returns whether it was created.
   bool openOrCreate() {
     if (handle_ != nullptr) return false;
     std::error_code error;
@@ -282,12 +281,11 @@ class SqliteDriver : public Driver {
     return !isThere;
   }
 
-  // Removes a file that nothing was written to. A process that has opened it meanwhile finds out once it has
-  // the lock.
+  // Removes an empty file. Another process that has opened it detects that when it gets the lock.
   void removeEmptyFile() noexcept {
     if (handle_ == nullptr) return;
     try {
-      // Without a file for the journal: there may be no space for it.
+      // In-memory journal: there may be no space for a file.
       handle_->database().execute("pragma journal_mode = memory; begin exclusive");
       if (fs::file_size(file_) == 0 && !handle_->database().hasMoved()) fs::remove(file_);
     } catch (const std::exception&) {
@@ -302,8 +300,7 @@ class SqliteDriver : public Driver {
       if (database.value("pragma journal_mode") == "wal") {
         if (database.value("pragma journal_mode = delete") != "delete")
           throw Locked("cannot use the database '" + file_ + "': it is locked by another process");
-        // For one process alone SQLite neither uses nor removes the index of the log that a killed one has
-        // left.
+        // In exclusive mode SQLite neither uses nor removes the log index of a killed process.
         std::error_code ignored;
         fs::remove(std::string(sqlite3_db_filename(database.raw(), "main")) + "-shm", ignored);
       }
@@ -311,7 +308,7 @@ class SqliteDriver : public Driver {
     });
   }
 
-  // False where another file has taken the name.
+  // Returns false if the file was replaced.
   bool changeOnce(const Change& change) {
     Database& database = handle_->database();
     sqlite::Transaction transaction(database);
@@ -320,7 +317,7 @@ class SqliteDriver : public Driver {
     const std::string version = database.value("pragma schema_version");
     if (version != preparedVersion_) change.prepare(session, true);
     change.work(session);
-    // Behind the transaction another process may have the lock.
+    // After the commit another process may have the lock.
     std::string prepared = database.value("pragma schema_version");
     transaction.commit();
     if (database.hasMoved())

@@ -21,7 +21,7 @@ bool isNull(sqlite3_value* value) {
   return sqlite3_value_type(value) == SQLITE_NULL;
 }
 
-void giveText(sqlite3_context* context, std::string_view text) {
+void returnText(sqlite3_context* context, std::string_view text) {
   sqlite3_result_text64(context, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
 }
 
@@ -39,7 +39,7 @@ void guarded(sqlite3_context* context, const Body& body) noexcept {
 
 void fold(sqlite3_context* context, int, sqlite3_value** arguments) {
   if (isNull(arguments[0])) return;
-  guarded(context, [&] { giveText(context, folded(textOf(arguments[0]))); });
+  guarded(context, [&] { returnText(context, folded(textOf(arguments[0]))); });
 }
 
 // In characters, from 1; 0 where it is not found.
@@ -66,7 +66,7 @@ void addBoolean(sqlite3_context* context, int, sqlite3_value** arguments) {
   const bool value = sqlite3_value_int(arguments[0]) != 0;
   if (*state == 0 || value == kStop) *state = value ? 2 : 1;
 }
-void giveBoolean(sqlite3_context* context) {
+void returnBoolean(sqlite3_context* context) {
   const auto* const state = static_cast<int*>(sqlite3_aggregate_context(context, 0));
   if (state != nullptr && *state != 0) sqlite3_result_int(context, *state - 1);
 }
@@ -82,10 +82,10 @@ void addText(sqlite3_context* context, int, sqlite3_value** arguments) {
     }
   });
 }
-void giveTexts(sqlite3_context* context) {
+void returnTexts(sqlite3_context* context) {
   auto** const text = static_cast<std::string**>(sqlite3_aggregate_context(context, 0));
   if (text == nullptr || *text == nullptr) return;
-  giveText(context, **text);
+  returnText(context, **text);
   delete *text;
 }
 
@@ -100,9 +100,9 @@ void addFunctions(sqlite::Database& database) {
   add("fold", 1, &fold, nullptr, nullptr);
   add("strpos", 2, &strpos, nullptr, nullptr);
   add("starts_with", 2, &startsWith, nullptr, nullptr);
-  add("bool_or", 1, nullptr, &addBoolean<true>, &giveBoolean);
-  add("bool_and", 1, nullptr, &addBoolean<false>, &giveBoolean);
-  add("string_agg", 2, nullptr, &addText, &giveTexts);
+  add("bool_or", 1, nullptr, &addBoolean<true>, &returnBoolean);
+  add("bool_and", 1, nullptr, &addBoolean<false>, &returnBoolean);
+  add("string_agg", 2, nullptr, &addText, &returnTexts);
 }
 
 }  // namespace inventory

@@ -63,7 +63,7 @@ class EmptyInventory {
   bool allow(int action, const char* first, const char* second) {
     if (action == SQLITE_SELECT) return true;
     if (action == SQLITE_READ) {
-      // Everything else that there is comes with SQLite.
+      // Everything else is built into SQLite.
       const std::string name = folded(first);
       if (!name.starts_with("sqlite_") && !name.starts_with("pragma_")) return true;
       return refuse("no view '" + name + "'");

@@ -32,7 +32,7 @@ class CommonObject : public MemberlessObject {
  public:
   CommonObject() : MemberlessObject(Text(kProgrammaticId)) {}
 
-  // A function is called or read with an argument, as late binding has it.
+  // Late binding may read a function like an indexed property.
   Variant read(TextView member, Arguments arguments) override {
     if (equalsIgnoringCase(member, kGetOs)) return getOs(arguments);
     if (!equalsIgnoringCase(member, kErrorLogPath)) return MemberlessObject::read(member, arguments);
@@ -57,7 +57,7 @@ class CommonObject : public MemberlessObject {
     std::optional<Metabase::NodeId> asked;
     const auto failAt = [&](std::int32_t number, TextView why) {
       const auto place =
-          metabase->place(asked.value_or(metabase->root()), server, automation::toUtf8(kVersion));
+          metabase->location(asked.value_or(metabase->root()), server, automation::toUtf8(kVersion));
       throw Failure(number, automation::fromUtf8(place) + u": " + Text(why), source());
     };
     for (const TextView path : {u"LM/W3SVC/Info", u"LM/MSFTPSVC/Info"}) {
@@ -73,14 +73,14 @@ class CommonObject : public MemberlessObject {
       }
     }
     failAt(kNoVersion,
-           u"neither /W3SVC/Info nor /MSFTPSVC/Info says it, so the server's version is not known");
+           u"neither /W3SVC/Info nor /MSFTPSVC/Info has a value, so the server's version is unknown");
     return {};
   }
 
   Text errorLogPath_;
 };
 
-// Holds no state of its own, so all threads may share it.
+// Shared by all threads; its state is thread-local.
 class ScreenObject : public MemberlessObject {
  public:
   ScreenObject() : MemberlessObject(u"Screen") {}

@@ -1,21 +1,21 @@
-// The objects that the host of the component brings along: its common object and the screen object.
+// The objects that the component expects from its host: the common object and the screen object.
 #pragma once
 
 #include "automation/object.h"
 
 namespace platform::desktop {
 
-// A common object, as CreateObject of "MARLINSCOPEGLOBALCOM.ICommonFunction" gives it. It has the property
-// ErrorLogPath, a text that is empty at first, and the function getos, which takes a server's name and gives
-// the major version of its IIS as a 16-bit integer: MajorIIsVersionNumber of the web service's Info node in
-// the server's metabase snapshot, else of the FTP service's. Where neither node has it, getos fails.
+// Creates a common object ("MARLINSCOPEGLOBALCOM.ICommonFunction"). It has the property ErrorLogPath,
+// initially empty, and the function getos(server), which returns the major version of the server's IIS as a
+// 16-bit integer: MajorIIsVersionNumber of the web service's Info node in the metabase snapshot, else of the
+// FTP service's. getos throws Failure if neither node has it.
 automation::ObjectRef makeCommonObject();
 
-// The screen object. Its one property MousePointer is a number, 0 at first, of which every thread has its
-// own: threads that work side by side don't turn each other's pointer back.
+// Creates the screen object. Its only property MousePointer is a number, initially 0, and thread-local, so
+// that concurrent threads do not restore each other's pointer.
 automation::ObjectRef makeScreenObject();
 
-// Enters both in the process's runtime.
+// Registers both with the process's runtime.
 void registerDesktop();
 
 }  // namespace platform::desktop

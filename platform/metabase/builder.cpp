@@ -1,4 +1,4 @@
-// From the bytes of a file to a snapshot.
+// Builds a snapshot from the bytes of a file.
 #include <algorithm>
 #include <pugixml.hpp>
 #include <utility>
@@ -13,12 +13,12 @@
 namespace platform::metabase {
 namespace {
 
-constexpr std::size_t kLongestPath = 32767;  // in UTF-16 units, as everywhere in Windows
-constexpr std::size_t kMostOddities = 10000;
+constexpr std::size_t kMaxPathLength = 32767;  // in UTF-16 units; the limit of Windows
+constexpr std::size_t kMaxWarnings = 10000;
 constexpr std::string_view kUnclassified = "IIsConfigObject";
 constexpr std::string_view kUnknownNamePrefix = "UnknownName_";
 
-// The attributes of a value in a file, as numbers ("METADATA_RECORD").
+// The attributes of a value ("METADATA_RECORD").
 constexpr std::uint32_t kAttributeInherit = 0x00000001;
 constexpr std::uint32_t kAttributeSecure = 0x00000004;
 constexpr Flag kAttributes[] = {{"INHERIT", kAttributeInherit},
@@ -33,7 +33,8 @@ constexpr Flag kAttributes[] = {{"INHERIT", kAttributeInherit},
                                 {"NON_SECURE_ONLY", 0},
                                 {"DONT_REPLICATE", 0}};
 
-// Line ends as XML has them, and references resolved; white space in values stays, for lines are values.
+// Normalizes line ends and resolves references, but keeps white space in values: a line break separates
+// values.
 constexpr unsigned kParseOptions = pugi::parse_escapes | pugi::parse_eol;
 
 }  // namespace
@@ -44,55 +45,56 @@ class Metabase::Builder {
       : metabase_(metabase), lines_({metabase.bytes_.get(), metabase.size_}) {}
 
   void build() {
-    requireXml({metabase_.bytes_.get(), metabase_.size_}, metabase_.file_);
+    validateXml({metabase_.bytes_.get(), metabase_.size_}, metabase_.file_);
     {
       pugi::xml_document document;
       const pugi::xml_parse_result parsed = document.load_buffer_inplace(
           metabase_.bytes_.get(), metabase_.size_, kParseOptions, pugi::encoding_utf8);
       if (parsed.status == pugi::status_out_of_memory) throw std::bad_alloc();
       if (!parsed) {
-        refuse(number::kNotXml, lines_.lineAt(static_cast<std::size_t>(parsed.offset)),
+        reject(number::kNotXml, lines_.lineAt(static_cast<std::size_t>(parsed.offset)),
                std::string("not XML: ") + parsed.description());
       }
       readDocument(document);
     }
-    // A node stands behind its parent.
+    // Parents precede their children in `nodes`.
     std::vector<Node>& nodes = metabase_.nodes_;
     for (NodeId node = 1; node < nodes.size(); ++node) {
       const NodeId parentNode = nodes[node].parent;
-      nodes[node].holder = nodes[parentNode].valueCount > 0 ? parentNode : nodes[parentNode].holder;
+      nodes[node].valueAncestor =
+          nodes[parentNode].valueCount > 0 ? parentNode : nodes[parentNode].valueAncestor;
     }
-    // By now the document has given its memory back. Exact room is not worth a copy.
+    // The document's memory is free by now. Small excess capacity is not worth a copy.
     if (nodes.capacity() / 4 > nodes.size() / 3) nodes.shrink_to_fit();
     if (metabase_.values_.capacity() / 4 > metabase_.values_.size() / 3) metabase_.values_.shrink_to_fit();
-    std::stable_sort(metabase_.oddities_.begin(), metabase_.oddities_.end(),
-                     [](const Oddity& a, const Oddity& b) { return a.line < b.line; });
-    if (furtherOddities_ > 0) {
-      metabase_.oddities_.back().reason = "odd places from here on: " + std::to_string(furtherOddities_ + 1);
+    std::stable_sort(metabase_.warnings_.begin(), metabase_.warnings_.end(),
+                     [](const ParseWarning& a, const ParseWarning& b) { return a.line < b.line; });
+    if (furtherWarnings_ > 0) {
+      metabase_.warnings_.back().reason = "further warnings: " + std::to_string(furtherWarnings_ + 1);
     }
   }
 
  private:
-  [[noreturn]] void refuse(std::int32_t failureNumber, std::size_t line, const std::string& what) const {
+  [[noreturn]] void reject(std::int32_t failureNumber, std::size_t line, const std::string& what) const {
     fail(failureNumber, metabase_.file_ + ", line " + std::to_string(line) + ": " + what);
   }
 
-  void addOddity(std::size_t line, std::int32_t failureNumber, std::string reason,
-                 std::optional<NodeId> node = std::nullopt, std::string_view property = {}) {
-    if (metabase_.oddities_.size() <= kMostOddities) {
-      metabase_.oddities_.push_back({line, node, property, failureNumber, std::move(reason)});
+  void addWarning(std::size_t line, std::int32_t failureNumber, std::string reason,
+                  std::optional<NodeId> node = std::nullopt, std::string_view property = {}) {
+    if (metabase_.warnings_.size() <= kMaxWarnings) {
+      metabase_.warnings_.push_back({line, node, property, failureNumber, std::move(reason)});
     } else {
-      ++furtherOddities_;
+      ++furtherWarnings_;
     }
   }
 
-  // An element or text where none belongs.
+  // Reports misplaced text or a misplaced element.
   void addStray(const pugi::xml_node& node, const char* outer, std::optional<NodeId> owner = std::nullopt) {
     const bool element = node.type() == pugi::node_element;
-    addOddity(lineOf(node), number::kBadElement,
-              (element ? "the element " + inQuotes(node.name()) : "text") + " inside " + outer +
-                  ", where it does not belong",
-              owner);
+    addWarning(lineOf(node), number::kBadElement,
+               (element ? "unexpected element " + quoteForMessage(node.name()) : "unexpected text") +
+                   " inside " + outer,
+               owner);
   }
 
   std::size_t lineOf(const pugi::xml_node& node) const {
@@ -108,9 +110,9 @@ class Metabase::Builder {
   void readDocument(const pugi::xml_document& document) {
     const pugi::xml_node configuration = document.document_element();
     if (localName(configuration.name()) != "configuration") {
-      refuse(number::kAnotherKind, lineOf(configuration),
-             "not a metabase: the outermost element is " + inQuotes(configuration.name()) +
-                 " and not \"configuration\"");
+      reject(number::kAnotherKind, lineOf(configuration),
+             "not a metabase: the root element is " + quoteForMessage(configuration.name()) +
+                 ", expected \"configuration\"");
     }
     bool found = false;
     for (const pugi::xml_node& part : configuration.children()) {
@@ -118,7 +120,7 @@ class Metabase::Builder {
         addStray(part, "\"configuration\"");
         continue;
       }
-      if (!found) begin(part);
+      if (!found) addRoot(part);
       found = true;
       for (const pugi::xml_node& element : part.children()) {
         if (element.type() == pugi::node_element) {
@@ -129,13 +131,13 @@ class Metabase::Builder {
       }
     }
     if (!found) {
-      refuse(number::kAnotherKind, lineOf(configuration),
+      reject(number::kAnotherKind, lineOf(configuration),
              "not a metabase: \"configuration\" has no element \"MBProperty\"");
     }
   }
 
-  // Makes room for what is to come and enters the node at "/".
-  void begin(const pugi::xml_node& part) {
+  // Reserves memory for all nodes and values and adds the root node.
+  void addRoot(const pugi::xml_node& part) {
     std::size_t nodes = 1;
     std::size_t values = 0;
     for (const pugi::xml_node& element : part.children()) {
@@ -157,28 +159,29 @@ class Metabase::Builder {
     const std::size_t line = lineOf(element);
     const pugi::xml_attribute location = element.attribute("Location");
     const std::string_view place = location.value();
-    // The one element that describes the file and no node ("IIS_Global").
+    // IIS_Global, which describes the file.
     if (place == ".") return;
     if (!location) {
-      addOddity(line, number::kBadElement, "the element " + inQuotes(element.name()) + " has no Location");
+      addWarning(line, number::kBadElement,
+                 "the element " + quoteForMessage(element.name()) + " has no Location");
       return;
     }
-    if (const char* const wrong = wrongWithPath(place)) {
-      addOddity(line, number::kBadLocation,
-                "the Location " + inQuotes(place) + " of " + inQuotes(element.name()) + " " + wrong);
+    if (const char* const wrong = pathError(place)) {
+      addWarning(
+          line, number::kBadLocation,
+          "the Location " + quoteForMessage(place) + " of " + quoteForMessage(element.name()) + " " + wrong);
       return;
     }
     const NodeId node = enterPath(place, offsetOf(location.value()));
     Node& entered = metabase_.nodes_[node];
     if (entered.line != 0) {
-      addOddity(line, number::kDuplicatePath,
-                "the node stands twice, and its element on line " + std::to_string(entered.line) + " counts",
-                node);
+      addWarning(line, number::kDuplicatePath,
+                 "duplicate node: the element on line " + std::to_string(entered.line) + " is used", node);
       return;
     }
     entered.line = static_cast<std::uint32_t>(line);
     entered.classId = metabase_.classes_.enter(localName(element.name()));
-    // Whoever named the node first may have spelled it in another way.
+    // An earlier Location may have spelled the name differently.
     const std::size_t name = place.rfind('/') + 1;
     entered.name = offsetOf(location.value()) + static_cast<std::uint32_t>(name);
     entered.nameLength = static_cast<std::uint32_t>(place.size() - name);
@@ -187,29 +190,29 @@ class Metabase::Builder {
     sortValues(node, line);
   }
 
-  // Null for the path of a node.
-  static const char* wrongWithPath(std::string_view place) {
+  // Why this is not the path of a node; null if it is.
+  static const char* pathError(std::string_view place) {
     if (place.empty() || place.front() != '/') return "does not begin with \"/\"";
     if (place.size() == 1) return nullptr;
-    if (place.back() == '/' || place.find("//") != std::string_view::npos) return "has an empty piece";
-    if (place.size() > kLongestPath && automation::fromUtf8(place).size() > kLongestPath) {
+    if (place.back() == '/' || place.find("//") != std::string_view::npos) return "has an empty component";
+    if (place.size() > kMaxPathLength && automation::fromUtf8(place).size() > kMaxPathLength) {
       return "is longer than 32767 characters";
     }
     return nullptr;
   }
 
-  // The node at a path, with every node above it that is not there yet.
+  // Finds or adds the node at a path and its ancestors.
   NodeId enterPath(std::string_view place, std::uint32_t offset) {
     if (place.size() == 1) return metabase_.root();
     const auto step = [&](NodeId parentNode, std::string_view piece, std::size_t end) {
       const std::uint32_t hash = nodeHash(parentNode, foldedHash(piece));
       const auto found = metabase_.findChild(parentNode, piece, hash);
-      // The path here lacks the slash in front.
+      // Without the leading slash.
       const auto start = static_cast<std::uint32_t>(offset + 1 + end - piece.size());
       return found ? *found : addNode(parentNode, start, static_cast<std::uint32_t>(piece.size()), hash);
     };
-    return *trail_.follow(metabase_.root(), place.substr(1),
-                          [&](auto... each) { return std::optional(step(each...)); });
+    return *pathCache_.follow(metabase_.root(), place.substr(1),
+                              [&](auto... each) { return std::optional(step(each...)); });
   }
 
   NodeId addNode(NodeId parentNode, std::uint32_t nameOffset, std::uint32_t nameLength, std::uint32_t hash) {
@@ -267,21 +270,21 @@ class Metabase::Builder {
     }
   }
 
-  // The bits of a value of flags, so that its twenty flags are not worked out at each read. Nothing for any
-  // other value, and for one with a flag that is not known, which fails when it is read.
+  // The bits of a value of flags, parsed once for all reads. nullopt for any other value, and for an unknown
+  // flag, which is reported when the value is read.
   static std::optional<std::uint32_t> flagBits(std::uint32_t key, std::string_view text) {
     const NameTable::Id id = keyProperty(key);
     if (id >= properties().size() || properties()[id].type != Type::kFlags) return std::nullopt;
     const std::optional<Type> type = keyType(key);
     if (type && *type != Type::kDword && *type != Type::kBool) return std::nullopt;
-    std::optional<std::string_view> culprit;
-    const std::uint32_t bits = parseFlags(text, properties()[id].flags, culprit);
-    return culprit ? std::nullopt : std::optional(bits);
+    std::optional<std::string_view> invalidPiece;
+    const std::uint32_t bits = parseFlags(text, properties()[id].flags, invalidPiece);
+    return invalidPiece ? std::nullopt : std::optional(bits);
   }
 
   NameTable::Id nameId(std::string_view name) {
     const NameTable::Id id = metabase_.names_.enter(name);
-    if (id >= kMostNames) {
+    if (id >= kMaxNames) {
       fail(number::kFileTooLarge, metabase_.file_ + ": too many different property names");
     }
     return id;
@@ -291,23 +294,23 @@ class Metabase::Builder {
     for (const pugi::xml_node& inner : custom.children()) addStray(inner, "a \"Custom\"", node);
     const auto id = customId(custom.attribute("Name").value(), custom.attribute("ID").value());
     if (!id) {
-      addOddity(lineOf(custom), number::kBadElement,
-                "a \"Custom\" without a Name, whose ID is missing or not known", node);
+      addWarning(lineOf(custom), number::kBadElement,
+                 "a \"Custom\" element has no Name, and its ID is missing or unknown", node);
       return;
     }
-    const auto notKnown = [&](const char* what, std::string_view text) {
-      addOddity(lineOf(custom), number::kBadElement,
-                std::string("the ") + what + " " + inQuotes(text) + " of the \"Custom\" is not known", node,
-                metabase_.names_.text(*id));
+    const auto addUnknown = [&](const char* what, std::string_view text) {
+      addWarning(lineOf(custom), number::kBadElement,
+                 std::string("unknown ") + what + " " + quoteForMessage(text) + " in a \"Custom\" element",
+                 node, metabase_.names_.text(*id));
     };
     std::uint32_t key = makeKey(*id);
     if (const std::string_view type = trimSpace(custom.attribute("Type").value()); !type.empty()) {
       key |= typeBits(typeByName(type));
-      if (keyType(key) == Type::kUnknown) notKnown("type", type);
+      if (keyType(key) == Type::kUnknown) addUnknown("type", type);
     }
-    std::optional<std::string_view> culprit;
-    const std::uint32_t bits = parseFlags(custom.attribute("Attributes").value(), kAttributes, culprit);
-    if (culprit) notKnown("attribute", *culprit);
+    std::optional<std::string_view> invalidPiece;
+    const std::uint32_t bits = parseFlags(custom.attribute("Attributes").value(), kAttributes, invalidPiece);
+    if (invalidPiece) addUnknown("attribute", *invalidPiece);
     if ((bits & kAttributeSecure) != 0) key |= kKeySecured;
     if ((bits & kAttributeInherit) != 0) {
       key |= kKeyInherits;
@@ -316,7 +319,7 @@ class Metabase::Builder {
     addValue(key, custom.attribute("Value").value());
   }
 
-  // By its name, or by its number where the file's writer knew no name.
+  // By its name, or by its ID if the server that wrote the file had no name for it.
   std::optional<NameTable::Id> customId(std::string_view name, std::string_view identifier) {
     if (name.empty() || equalFolded(name.substr(0, kUnknownNamePrefix.size()), kUnknownNamePrefix)) {
       const auto id = parseDword(identifier);
@@ -326,8 +329,8 @@ class Metabase::Builder {
     return nameId(name);
   }
 
-  // Sorts the values of the node that was read last, so that each is found at once, and keeps the first of
-  // each name.
+  // Sorts the values of the node that was read last for binary search and keeps the first one of each
+  // property.
   void sortValues(NodeId node, std::size_t line) {
     Node& owner = metabase_.nodes_[node];
     std::vector<Value>& values = metabase_.values_;
@@ -341,9 +344,9 @@ class Metabase::Builder {
         continue;
       }
       const std::uint32_t offset = keyIsParsedFlags(value->key) ? value->length : value->text;
-      addOddity(std::max(line, lines_.lineAt(offset)), number::kDuplicateProperty,
-                "the property stands twice, and the first one counts", node,
-                metabase_.names_.text(keyProperty(value->key)));
+      addWarning(std::max(line, lines_.lineAt(offset)), number::kDuplicateProperty,
+                 "duplicate property: the first one is used", node,
+                 metabase_.names_.text(keyProperty(value->key)));
     }
     values.erase(end, values.end());
     owner.valueCount = static_cast<std::uint32_t>(values.size() - owner.firstValue);
@@ -351,14 +354,14 @@ class Metabase::Builder {
 
   Metabase& metabase_;
   const LineIndex lines_;
-  std::size_t furtherOddities_ = 0;
+  std::size_t furtherWarnings_ = 0;
   NameTable::Id unclassified_ = 0;
-  Trail<char> trail_;
+  PathCache<char> pathCache_;
 };
 
 std::shared_ptr<const Metabase> Metabase::parse(os::FileBytes bytes, std::string name) {
   if (bytes.size == 0) fail(number::kFileEmpty, name + ": the file is empty");
-  makeUtf8(bytes, name);
+  convertToUtf8(bytes, name);
   if (bytes.size > os::kLargestFile) fail(number::kFileTooLarge, name + ": the file is larger than 2 GiB");
   const std::shared_ptr<Metabase> metabase(new Metabase(std::move(bytes.bytes), bytes.size, std::move(name)));
   Builder(*metabase).build();

@@ -2,7 +2,7 @@
 
 namespace platform::metabase {
 
-std::string inOneLine(std::string_view text) {
+std::string toSingleLine(std::string_view text) {
   std::string line(text);
   for (char& unit : line) {
     if (static_cast<unsigned char>(unit) < 0x20) unit = ' ';
@@ -10,7 +10,7 @@ std::string inOneLine(std::string_view text) {
   return line;
 }
 
-std::string inQuotes(std::string_view text) {
+std::string quoteForMessage(std::string_view text) {
   constexpr std::size_t kLongest = 80;
   const bool cut = text.size() > kLongest;
   if (cut) {
@@ -18,7 +18,7 @@ std::string inQuotes(std::string_view text) {
     while (!text.empty() && (static_cast<unsigned char>(text.back()) & 0xC0) == 0x80) text.remove_suffix(1);
     if (!text.empty() && static_cast<unsigned char>(text.back()) >= 0xC0) text.remove_suffix(1);
   }
-  return '"' + inOneLine(text) + (cut ? "...\"" : "\"");
+  return '"' + toSingleLine(text) + (cut ? "...\"" : "\"");
 }
 
 }  // namespace platform::metabase

@@ -1,6 +1,6 @@
-// The numbers with which the metabase layer fails. Those that automation programmers know from directory
-// services and from the operating system stand for the same cause here; the range from 0x80040301 on, which
-// automation leaves to an object's own errors, is for what can be wrong with a metabase file.
+// The failure numbers of the metabase layer. Numbers of directory services and of the operating system have
+// their usual meaning; numbers from 0x80040301 on, a range that automation reserves for an object's own
+// errors, are for defects of a metabase file.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@
 namespace platform::metabase {
 
 namespace number {
-// The file as such.
+// The file itself.
 constexpr std::int32_t kFileNotFound = static_cast<std::int32_t>(0x80070002);
 constexpr std::int32_t kFileUnreadable = static_cast<std::int32_t>(0x80070005);
 constexpr std::int32_t kFileReadFault = static_cast<std::int32_t>(0x8007001E);
@@ -22,7 +22,7 @@ constexpr std::int32_t kFileTooLarge = static_cast<std::int32_t>(0x800700DF);
 constexpr std::int32_t kFileChanged = static_cast<std::int32_t>(0x800703EE);
 constexpr std::int32_t kFileIsDirectory = static_cast<std::int32_t>(0x8007010B);
 
-// What the file holds.
+// The content of the file.
 constexpr std::int32_t kNotXml = static_cast<std::int32_t>(0x80040301);
 constexpr std::int32_t kCutOff = static_cast<std::int32_t>(0x80040302);
 constexpr std::int32_t kAnotherKind = static_cast<std::int32_t>(0x80040303);
@@ -34,7 +34,7 @@ constexpr std::int32_t kDuplicatePath = static_cast<std::int32_t>(0x80040308);
 constexpr std::int32_t kBadLocation = static_cast<std::int32_t>(0x80040309);
 constexpr std::int32_t kBadElement = static_cast<std::int32_t>(0x8004030A);
 
-// A read.
+// Reading a property.
 constexpr std::int32_t kPathNotFound = static_cast<std::int32_t>(0x80070003);
 constexpr std::int32_t kPropertyUnknown = static_cast<std::int32_t>(0x80005006);
 constexpr std::int32_t kNotOfClass = static_cast<std::int32_t>(0x8000500D);
@@ -45,18 +45,18 @@ constexpr std::int32_t kReadOnly = static_cast<std::int32_t>(0x80070013);
 constexpr std::int32_t kUnknownServer = static_cast<std::int32_t>(0x800706BA);
 }  // namespace number
 
-// What every failure of this layer names as its source.
+// The source of every failure of this layer.
 inline constexpr automation::TextView kSource = u"Metabase";
 
-// Throws a failure of this layer. The description is UTF-8, one line, without a full stop.
+// Throws a failure of this layer. The description is one line of UTF-8 without a full stop.
 [[noreturn]] inline void fail(std::int32_t failureNumber, std::string_view description) {
   throw automation::Failure(failureNumber, automation::fromUtf8(description), automation::Text(kSource));
 }
 
-// Control characters as blanks, so that a text fits into one line.
-std::string inOneLine(std::string_view text);
+// Replaces control characters by spaces.
+std::string toSingleLine(std::string_view text);
 
-// A piece of a file's text for a message: at most 80 bytes of it, in one line, in quotes.
-std::string inQuotes(std::string_view text);
+// Quotes text from a file for a message: a single line of at most 80 bytes.
+std::string quoteForMessage(std::string_view text);
 
 }  // namespace platform::metabase

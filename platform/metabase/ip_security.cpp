@@ -16,8 +16,8 @@ using automation::equalsIgnoringCase;
 using automation::TextView;
 using automation::Variant;
 
-// The bytes that hexadecimal digits tell, white space among them aside; nothing where there is anything else
-// or half a byte.
+// Decodes hexadecimal digits, ignoring white space. Returns nullopt for other characters and for an odd
+// number of digits.
 std::optional<std::string> bytesFrom(std::string_view text) {
   std::string bytes;
   int high = -1;
@@ -34,26 +34,25 @@ std::optional<std::string> bytesFrom(std::string_view text) {
   return high >= 0 ? std::nullopt : std::optional(std::move(bytes));
 }
 
-// Reads the binary form from its front to its end.
+// Decodes the binary form in one pass.
 class Decoder {
  public:
   explicit Decoder(std::string_view bytes) : bytes_(bytes) {}
 
   std::optional<IpSecurity> decode() {
     IpSecurity security;
-    if (bytes_.size() < kHeaderSize) return refuse("it is shorter than its fixed part");
+    if (bytes_.size() < kHeaderSize) return reject("it is shorter than its fixed part");
     std::size_t end = kHeaderSize;
     std::size_t elements = numberAt(kElementsAt);
     const bool read = readList("denied addresses", 0, end, elements, security.denials) &&
                       readList("granted addresses", 4, end, elements, security.grants) &&
                       readNames("denied names", 8, end) && readNames("granted names", 12, end);
     if (!read) return std::nullopt;
-    if (end != numberAt(kElementsAt)) return refuse("its elements do not begin where its lists end");
-    if (elements != bytes_.size()) return refuse("its elements do not end where it ends");
-    if (security.denials.empty() && security.grants.empty())
-      return refuse("none of its lists has an address");
+    if (end != numberAt(kElementsAt)) return reject("the elements do not begin at the end of the lists");
+    if (elements != bytes_.size()) return reject("the elements do not end at the end of the value");
+    if (security.denials.empty() && security.grants.empty()) return reject("no list has an address");
     if (!security.denials.empty() && !security.grants.empty()) {
-      return refuse("it both denies and grants addresses");
+      return reject("it both denies and grants addresses");
     }
     security.grantByDefault = security.grants.empty();
     return security;
@@ -70,12 +69,12 @@ class Decoder {
   static constexpr std::uint32_t kOffset = 0x80000000;
   static constexpr std::uint32_t kIpv4 = 2;
 
-  std::nullopt_t refuse(std::string why) {
+  std::nullopt_t reject(std::string why) {
     if (why_.empty()) why_ = std::move(why);
     return std::nullopt;
   }
 
-  // Whether so many bytes stand from `at` on.
+  // Whether the value has `size` bytes from `at` on.
   bool has(std::size_t at, std::uint64_t size) const {
     return at <= bytes_.size() && size <= bytes_.size() - at;
   }
@@ -89,7 +88,7 @@ class Decoder {
 
   bool begins(const char* what, std::size_t offsetAt, std::size_t end) {
     if (numberAt(offsetAt) != (end | kOffset) || !has(end, kListSize)) {
-      refuse(std::string("the list of ") + what + " does not begin where the part before it ends, at " +
+      reject(std::string("the list of ") + what + " does not begin at the end of the previous part, at " +
              std::to_string(end));
       return false;
     }
@@ -99,14 +98,14 @@ class Decoder {
   bool readNames(const char* what, std::size_t offsetAt, std::size_t& end) {
     if (!begins(what, offsetAt, end)) return false;
     if (numberAt(end) != 0 || numberAt(end + 4) != 0) {
-      refuse(std::string("it has ") + what);
+      reject(std::string("it has ") + what);
       return false;
     }
     end += kListSize;
     return true;
   }
 
-  // A list at `end`, which is moved behind it, with the elements at `elements`, moved likewise.
+  // Reads the list at `end` and its elements at `elements`, and advances both.
   bool readList(const char* what, std::size_t offsetAt, std::size_t& end, std::size_t& elements,
                 std::vector<std::string>& entries) {
     if (!begins(what, offsetAt, end)) return false;
@@ -115,12 +114,12 @@ class Decoder {
     end += kListSize;
     for (std::uint64_t group = 0; group < groups; ++group, end += kGroupSize) {
       if (!has(end, kGroupSize) || !readGroup(end, elements, entries)) {
-        refuse(std::string("a group of ") + what + " is cut off");
+        reject(std::string("a group of ") + what + " is truncated");
         return false;
       }
     }
     if (entries.size() != addresses) {
-      refuse(std::string("its groups do not have as many ") + what + " as it says");
+      reject(std::string("the groups do not have the declared number of ") + what);
       return false;
     }
     return true;
@@ -128,13 +127,14 @@ class Decoder {
 
   bool readGroup(std::size_t at, std::size_t& elements, std::vector<std::string>& entries) {
     const std::uint64_t count = numberAt(at + 4);
-    if (numberAt(at) != kIpv4) refuse("a group is of another family than IPv4");
-    if (numberAt(at + 8) != kElementSize || numberAt(at + 12) != 0) refuse("a group has another form");
-    if (count < 2) refuse("a group has no address");
+    if (numberAt(at) != kIpv4) reject("a group is not IPv4");
+    if (numberAt(at + 8) != kElementSize || numberAt(at + 12) != 0)
+      reject("a group has an unexpected header");
+    if (count < 2) reject("a group has no address");
     if (numberAt(at + 16) != (elements | kOffset)) {
-      refuse("the elements of a group do not begin where those before them end");
+      reject("the elements of a group do not begin at the end of the previous ones");
     }
-    if (!has(elements, count * kElementSize)) refuse("the elements of a group reach beyond its end");
+    if (!has(elements, count * kElementSize)) reject("the elements of a group exceed the value");
     if (!why_.empty()) return false;
     const std::string mask = addressAt(elements);
     const auto end = elements + static_cast<std::size_t>(count * kElementSize);
@@ -156,7 +156,7 @@ class Decoder {
   std::string why_;
 };
 
-// Four numbers from 0 to 255 with dots between them.
+// Whether a text is a dotted IPv4 address.
 bool isAddress(std::string_view text) {
   for (int part = 0; part < 4; ++part) {
     unsigned number = 256;
@@ -199,7 +199,8 @@ class IpSecurityObject : public automation::MemberlessObject {
 
   void write(TextView member, Arguments, const Variant&) override {
     if (find(member) == nullptr) automation::failMember(member, source());
-    fail(number::kReadOnly, "A metabase snapshot cannot be changed: " + automation::toUtf8(member));
+    fail(number::kReadOnly,
+         "cannot write " + automation::toUtf8(member) + ": a metabase snapshot is read-only");
   }
 
  private:
@@ -240,7 +241,7 @@ std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProbl
     if (first) {
       const auto granted = parseBool(value);
       if (!equalFolded(key, std::string_view("GrantByDefault")) || !granted) {
-        expected = "GrantByDefault=TRUE or GrantByDefault=FALSE, which the first line must have";
+        expected = "GrantByDefault=TRUE or GrantByDefault=FALSE, which is required in the first line";
       }
       security.grantByDefault = granted.value_or(false);
       first = false;
@@ -253,7 +254,7 @@ std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProbl
     }
     if (expected != nullptr && problem.why.empty()) {
       problem = {number::kWrongValue,
-                 "the line " + inQuotes(line) + " of the value is not of the form " + expected};
+                 "the line " + quoteForMessage(line) + " of the value does not have the form " + expected};
     }
   });
   if (!problem.why.empty()) return std::nullopt;
@@ -265,7 +266,7 @@ std::optional<IpSecurity> decodeIpSecurity(std::string_view bytes, IpSecurityPro
   auto security = decoder.decode();
   if (!security) {
     problem = {number::kBinaryIpSecurity, "the binary value of " + std::to_string(bytes.size()) +
-                                              " bytes is not understood: " + decoder.why()};
+                                              " bytes cannot be decoded: " + decoder.why()};
   }
   return security;
 }

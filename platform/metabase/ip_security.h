@@ -1,4 +1,4 @@
-// Who may reach a node: the IPSecurity property, binary or in the readable form that a snapshot may hold.
+// The IPSecurity property of a node, in binary form or in the readable form that this program defines.
 #pragma once
 
 #include <cstdint>
@@ -11,44 +11,44 @@
 
 namespace platform::metabase {
 
-// Granted to all where nothing is set. An entry of a list is an address, a comma and a mask, as the file
-// writes it.
+// IP restrictions; by default access is granted. A list entry is "address, mask" as spelled in the file.
 struct IpSecurity {
   bool grantByDefault = true;
   std::vector<std::string> grants;
   std::vector<std::string> denials;
 };
 
-// Why a value can't be read, and the number to fail with.
+// Why a value cannot be read, and the number of the failure.
 struct IpSecurityProblem {
   std::int32_t failureNumber = 0;
   std::string why;
 };
 
-// Reads the text of an IPSecurity property: nothing at all; hexadecimal digits, which are the binary form; or
-// lines of which the first is "GrantByDefault=TRUE" or "GrantByDefault=FALSE" and every further one
-// "IPGrant=address, mask" or "IPDeny=address, mask". Gives nothing, and says why in `problem`, where the
-// value is anything else: nothing is guessed about who may come in.
+// Parses the text of an IPSecurity property: empty; hexadecimal digits of the binary form; or lines, the
+// first one "GrantByDefault=TRUE" or "GrantByDefault=FALSE", the others "IPGrant=address, mask" or
+// "IPDeny=address, mask". Returns nullopt and sets `problem` for anything else, because access rights must
+// not be guessed.
 std::optional<IpSecurity> parseIpSecurity(std::string_view text, IpSecurityProblem& problem);
 
-// Reads the bytes of the binary form. The vendor publishes no layout; administrators' scripts do, which put
-// such values together for the mail service's RelayIpList, a property of the same type, or tell those of an
-// FTP service apart. All numbers have 32 bits, little-endian; an offset counts from the value's start and has
+// Decodes the binary form. The vendor does not document the layout. It is known from published scripts of
+// administrators that build such values for RelayIpList, a property of the same type, or distinguish those of
+// an FTP service. All numbers are 32-bit little-endian; an offset counts from the start of the value and has
 // the top bit set:
 //
 //     0    the offsets of four lists: denied addresses, granted addresses, denied names, granted names
-//     16   a number without a published meaning
+//     16   an undocumented number
 //     20   where the lists end and the elements begin, without the top bit
 //     24   the four lists: the number of groups, that of the addresses in them all, and the groups
 //
-// A group has 20 bytes: 2, for IPv4; the number of elements, which is one mask and its addresses; 4, their
-// size; 0; the offset of the elements. The elements, in network order, stand in the order of the groups and
-// fill the value. A filled list of denials grants by default and one of grants denies by default. What isn't
-// whole and consistent, both lists filled, none, and names are refused.
+// A group has 20 bytes: 2 for IPv4; the number of elements, which are one mask and its addresses; 4, the size
+// of an element; 0; the offset of the elements. The elements, in network byte order, are in the order of the
+// groups and fill the rest of the value. A list of denials implies that access is granted by default, a list
+// of grants that it is denied. A value that is inconsistent, has both lists or neither, or has names is
+// rejected.
 std::optional<IpSecurity> decodeIpSecurity(std::string_view bytes, IpSecurityProblem& problem);
 
-// The object that a reader of IPSecurity gets, with the members GrantByDefault, IPGrant, IPDeny, DomainGrant
-// and DomainDeny of "IIsIPSecurity (ADSI)". The lists of domains never have an element.
+// Creates the automation object, with the members GrantByDefault, IPGrant, IPDeny, DomainGrant and DomainDeny
+// of "IIsIPSecurity (ADSI)". The lists of domains are always empty.
 automation::ObjectRef makeIpSecurityObject(IpSecurity security);
 
 }  // namespace platform::metabase

@@ -20,8 +20,8 @@ using automation::Variant;
 constexpr std::int32_t kRunning = 2;
 constexpr std::int32_t kStopped = 4;
 
-// The properties that this file treats by themselves.
-struct Special {
+// The properties of the server's or pool's state, which readState() derives.
+struct StateProperties {
   NameTable::Id status;
   NameTable::Id serverState;
   NameTable::Id serverAutoStart;
@@ -29,11 +29,11 @@ struct Special {
   NameTable::Id appPoolAutoStart;
 };
 
-const Special& special() {
-  static const Special ids = [] {
+const StateProperties& stateProperties() {
+  static const StateProperties ids = [] {
     const auto id = [](std::string_view name) { return *schemaNames().find(name); };
-    return Special{id("Status"), id("ServerState"), id("ServerAutoStart"), id("AppPoolState"),
-                   id("AppPoolAutoStart")};
+    return StateProperties{id("Status"), id("ServerState"), id("ServerAutoStart"), id("AppPoolState"),
+                           id("AppPoolAutoStart")};
   }();
   return ids;
 }
@@ -43,7 +43,7 @@ std::uint64_t nextSerial() {
   return ++last;
 }
 
-// Whether a value that a file types one way can be read as the schema types it.
+// Whether a value of the file's type can be read as one of the schema's type.
 bool isCompatible(Type schema, Type file) {
   switch (schema) {
     case Type::kBool:
@@ -101,12 +101,12 @@ std::optional<Metabase::NodeId> Metabase::find(NodeId from, TextView pieces) con
   struct Last {
     std::uint64_t snapshot = 0;
     NodeId from = 0;
-    Trail<char16_t> trail;
+    PathCache<char16_t> pathCache;
   };
   static thread_local Last last;
   if (last.snapshot != serial_ || last.from != from) last = {serial_, from, {}};
-  return last.trail.follow(from, pieces,
-                           [this](NodeId at, TextView piece, std::size_t) { return child(at, piece); });
+  return last.pathCache.follow(from, pieces,
+                               [this](NodeId at, TextView piece, std::size_t) { return child(at, piece); });
 }
 
 std::optional<Metabase::NodeId> Metabase::parent(NodeId node) const {
@@ -153,22 +153,22 @@ const Metabase::Value* Metabase::ownValue(NodeId node, PropertyId property) cons
   return found != end && keyProperty(found->key) == property ? found : nullptr;
 }
 
-// The node's own value, else the nearest ancestor's that is inherited: by the schema, or because the file
-// says so there.
+// The node's own value, else that of the nearest ancestor whose value is inherited according to the schema or
+// the file.
 const Metabase::Value* Metabase::effectiveValue(NodeId node, PropertyId property) const {
   if (const Value* own = ownValue(node, property)) return own;
   const bool known = property < properties().size();
   if (known && !properties()[property].inherits && !fileSaysInherit_) return nullptr;
   const bool always = known && properties()[property].inherits;
-  while ((node = nodes_[node].holder) != kNoNode) {
+  while ((node = nodes_[node].valueAncestor) != kNoNode) {
     const Value* const value = ownValue(node, property);
     if (value != nullptr && (always || keyInherits(value->key))) return value;
   }
   return nullptr;
 }
 
-// Most names that are asked for are the schema's, which have the same number in every snapshot, and they come
-// again and again: the one that was found last by the same few letters is tried first.
+// Most lookups repeat a few schema names, whose ids are the same in every snapshot, so the last id found for
+// a cheap hash of the name is tried before the table.
 std::optional<Metabase::PropertyId> Metabase::property(TextView name) const {
   if (name.empty()) return names_.find(name);
   thread_local std::array<PropertyId, 256> foundLast{};
@@ -200,37 +200,38 @@ std::string Metabase::address(NodeId node, TextView server) const {
   return "IIS://" + automation::toUtf8(server) + whole.substr(below);
 }
 
-std::string Metabase::place(NodeId node, TextView server, std::string_view property) const {
+std::string Metabase::location(NodeId node, TextView server, std::string_view property) const {
   std::string text = address(node, server);
   text.append(" (").append(className(node)).append(")");
   if (!property.empty()) text.append(", ").append(property);
-  return inOneLine(text);
+  return toSingleLine(text);
 }
 
-std::string Metabase::describe(const Oddity& oddity, TextView server) const {
-  const std::string line = "line " + std::to_string(oddity.line);
-  if (!oddity.node) return inOneLine(file_) + ", " + line + ": " + oddity.reason;
-  return place(*oddity.node, server, oddity.property) + ": " + oddity.reason + " (" + line + ")";
+std::string Metabase::describe(const ParseWarning& warning, TextView server) const {
+  const std::string line = "line " + std::to_string(warning.line);
+  if (!warning.node) return toSingleLine(file_) + ", " + line + ": " + warning.reason;
+  return location(*warning.node, server, warning.property) + ": " + warning.reason + " (" + line + ")";
 }
 
 void Metabase::failRead(const Reading& reading, std::int32_t failureNumber, std::string_view why) const {
   fail(failureNumber,
-       place(reading.node, reading.server, names_.text(reading.property)).append(": ").append(why));
+       location(reading.node, reading.server, names_.text(reading.property)).append(": ").append(why));
 }
 
 void Metabase::failValue(const Reading& reading, std::string_view valueText, std::string_view why) const {
-  std::string what = "the value " + inQuotes(valueText);
-  NodeId holder = reading.node;
-  while (holder != root() && ownValue(holder, reading.property) == nullptr) holder = nodes_[holder].parent;
-  if (holder != reading.node) what += ", inherited from " + inOneLine(path(holder)) + ",";
+  std::string what = "the value " + quoteForMessage(valueText);
+  NodeId valueAncestor = reading.node;
+  while (valueAncestor != root() && ownValue(valueAncestor, reading.property) == nullptr)
+    valueAncestor = nodes_[valueAncestor].parent;
+  if (valueAncestor != reading.node) what += ", inherited from " + toSingleLine(path(valueAncestor)) + ",";
   failRead(reading, number::kWrongValue, what.append(" ").append(why));
 }
 
-// Whether the node is of a known class that never has the property.
-bool Metabase::isForeign(NodeId node, PropertyId property) const {
+// Whether the schema knows the node's class and the class does not have the property.
+bool Metabase::isExcludedByClass(NodeId node, PropertyId property) const {
   const NameTable::Id classId = nodes_[node].classId;
   if (property >= properties().size() || classId >= schemaClasses().size()) return false;
-  const std::uint32_t having = properties()[property].classes;
+  const std::uint64_t having = properties()[property].classes;
   return having != 0 && (having >> classId & 1) == 0;
 }
 
@@ -240,21 +241,21 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
   if (property >= known && property - known < flagProperties().size()) {
     return readFlag(reading, flagProperties()[property - known]);
   }
-  const Special& ids = special();
+  const StateProperties& ids = stateProperties();
   if (property == ids.status || property == ids.serverState || property == ids.appPoolState) {
     return readState(reading);
   }
-  if (isForeign(node, property) && ownValue(node, property) == nullptr)
-    failRead(reading, number::kNotOfClass, "a node of this class has no such property");
+  if (isExcludedByClass(node, property) && ownValue(node, property) == nullptr)
+    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   const Value* const value = effectiveValue(node, property);
   if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
-    failRead(reading, number::kSecured, "a secured property, which is never read");
+    failRead(reading, number::kSecured, "the property is secured and cannot be read");
   }
   if (value != nullptr && keyIsParsedFlags(value->key)) return static_cast<std::int32_t>(value->text);
   const Type type = typeOf(value, property);
   if (value != nullptr) return convert(reading, type, text(value->text, value->length));
-  if (property < known && properties()[property].defaultText != nullptr) {
-    return convert(reading, type, properties()[property].defaultText);
+  if (property < known && properties()[property].defaultText) {
+    return convert(reading, type, *properties()[property].defaultText);
   }
   if (type == Type::kMultiString) return automation::Array();
   if (type == Type::kIpSecurity) return makeIpSecurityObject({});
@@ -271,15 +272,16 @@ Variant Metabase::convert(const Reading& reading, Type type, std::string_view va
       return parseMultiString(valueText);
     case Type::kDword:
       if (const auto whole = parseDword(valueText)) return static_cast<std::int32_t>(*whole);
-      failValue(reading, valueText, "is no number from 0 to 4294967295");
+      failValue(reading, valueText, "is not a number from 0 to 4294967295");
     case Type::kBool:
       if (const auto flag = parseBool(valueText)) return *flag;
       failValue(reading, valueText, "is neither TRUE nor FALSE");
     case Type::kFlags: {
-      std::optional<std::string_view> culprit;
-      const std::uint32_t bits = parseFlags(valueText, properties()[reading.property].flags, culprit);
-      if (!culprit) return static_cast<std::int32_t>(bits);
-      failValue(reading, valueText, "holds " + inQuotes(*culprit) + ", which is no flag of it");
+      std::optional<std::string_view> invalidPiece;
+      const std::uint32_t bits = parseFlags(valueText, properties()[reading.property].flags, invalidPiece);
+      if (!invalidPiece) return static_cast<std::int32_t>(bits);
+      failValue(reading, valueText,
+                "contains " + quoteForMessage(*invalidPiece) + ", which is not a flag of the property");
     }
     case Type::kIpSecurity: {
       IpSecurityProblem problem;
@@ -290,7 +292,7 @@ Variant Metabase::convert(const Reading& reading, Type type, std::string_view va
     case Type::kUnknown:
       break;
   }
-  failValue(reading, valueText, "has a type that is not known");
+  failValue(reading, valueText, "has an unknown type");
 }
 
 Variant Metabase::readFlag(const Reading& reading, const FlagProperty& flag) const {
@@ -298,13 +300,13 @@ Variant Metabase::readFlag(const Reading& reading, const FlagProperty& flag) con
   const std::int32_t* const number = bits.as<std::int32_t>();
   if (number == nullptr) {
     failRead({reading.node, flag.owner, reading.server}, number::kWrongValue,
-             "the value is of a type that has no flags");
+             "the value has a type without flags");
   }
   return (static_cast<std::uint32_t>(*number) & flag.mask) != 0;
 }
 
 Variant Metabase::readState(const Reading& reading) const {
-  const Special& ids = special();
+  const StateProperties& ids = stateProperties();
   const bool pool = reading.property == ids.appPoolState;
   const PropertyId state = reading.property == ids.status ? ids.serverState : reading.property;
   for (const PropertyId held : {reading.property, state}) {
@@ -312,8 +314,8 @@ Variant Metabase::readState(const Reading& reading) const {
       return convert({reading.node, held, reading.server}, Type::kDword, *own);
     }
   }
-  if (isForeign(reading.node, state))
-    failRead(reading, number::kNotOfClass, "a node of this class has no such property");
+  if (isExcludedByClass(reading.node, state))
+    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   return automation::toBool(
              read(reading.node, pool ? ids.appPoolAutoStart : ids.serverAutoStart, reading.server))
              ? kRunning

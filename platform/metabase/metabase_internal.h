@@ -1,5 +1,4 @@
-// What the snapshot and its builder share: how a value's key and a node's hash are made, and how a path is
-// followed.
+// Shared by the snapshot and its builder: value keys, node hashes and path lookup.
 #pragma once
 
 #include <algorithm>
@@ -18,11 +17,11 @@ namespace platform::metabase {
 
 inline constexpr std::uint32_t kNoNode = 0xFFFFFFFF;
 
-// A value's key: on top, so that keys sort by it, the name's number; below it the type that the file names
-// plus 1 in four bits, 0 where it names none, all ones where the value is flags that stand as bits; whether
-// the file says that the value is secured; and lowest whether it says that it is inherited.
+// A value's key, from the highest bit: the property's id, so that keys sort by it; four bits with the type
+// that the file declares plus 1, 0 if it declares none, all ones for parsed flags; one bit for SECURE; one
+// bit for INHERIT.
 inline constexpr unsigned kKeyNameShift = 6;
-inline constexpr std::uint32_t kMostNames = std::uint32_t{1} << (32 - kKeyNameShift);
+inline constexpr std::uint32_t kMaxNames = std::uint32_t{1} << (32 - kKeyNameShift);
 inline constexpr std::uint32_t kKeyInherits = 1;
 inline constexpr std::uint32_t kKeySecured = 2;
 inline constexpr unsigned kKeyTypeShift = 2;
@@ -52,50 +51,51 @@ constexpr std::optional<Type> keyType(std::uint32_t key) {
   return bits == 0 ? std::nullopt : std::optional(static_cast<Type>(bits - 1));
 }
 
-// The hash under which a node is found: its parent's number and its name's hash, mixed.
+// The hash of a node for lookup by parent and name.
 constexpr std::uint32_t nodeHash(std::uint32_t parent, std::uint32_t nameHash) {
   const std::uint64_t mixed = ((std::uint64_t{parent} << 32) | nameHash) * std::uint64_t{0x9E3779B97F4A7C15};
   return static_cast<std::uint32_t>((mixed ^ (mixed >> 32)) >> 5);
 }
 
-// The nodes along a path, kept from one path to the next: paths that follow one another mostly share their
-// front, which then need not be looked up again, however deep it is.
+// The nodes along the last path looked up. Consecutive paths mostly share a prefix, which is then not looked
+// up again, however long it is.
 template <typename Unit>
-class Trail {
+class PathCache {
  public:
   using View = std::basic_string_view<Unit>;
 
-  // The node at a path below `from`, which is the same in all calls: pieces with "/" between them. `step`
-  // gives the node of a piece (its parent, the piece, where it ends in the path), or nothing, which ends the
-  // walk. Nothing too where a piece is empty.
+  // The node at a path relative to `from`, which must be the same in all calls. `step(parent, component,
+  // end)` returns the node of a path component that ends at `end`, or nullopt to stop. Returns nullopt if a
+  // component is empty.
   template <typename Step>
   std::optional<std::uint32_t> follow(std::uint32_t from, View path, Step&& step) {
     const std::size_t shared = sharedFront(path);
-    const auto isBelow = [&](const Place& place) {
-      return place.end <= shared && (place.end == path.size() || path[place.end] == '/');
+    const auto isBelow = [&](const Entry& entry) {
+      return entry.end <= shared && (entry.end == path.size() || path[entry.end] == '/');
     };
-    while (!places_.empty() && !isBelow(places_.back())) places_.pop_back();
+    while (!entries_.empty() && !isBelow(entries_.back())) entries_.pop_back();
     path_.replace(shared, std::basic_string<Unit>::npos, path, shared, View::npos);
-    std::uint32_t at = places_.empty() ? from : places_.back().node;
-    for (std::size_t end = places_.empty() ? 0 : places_.back().end; places_.empty() || end < path.size();) {
-      const std::size_t start = places_.empty() ? 0 : end + 1;
+    std::uint32_t at = entries_.empty() ? from : entries_.back().node;
+    for (std::size_t end = entries_.empty() ? 0 : entries_.back().end;
+         entries_.empty() || end < path.size();) {
+      const std::size_t start = entries_.empty() ? 0 : end + 1;
       end = std::min(path.find('/', start), path.size());
       const std::optional<std::uint32_t> node =
           end == start ? std::nullopt : step(at, path.substr(start, end - start), end);
       if (!node) return std::nullopt;
       at = *node;
-      places_.push_back({end, at});
+      entries_.push_back({end, at});
     }
     return at;
   }
 
  private:
-  struct Place {
+  struct Entry {
     std::size_t end;
     std::uint32_t node;
   };
 
-  // In blocks, for a path may be long.
+  // The length of the common prefix, compared in blocks because paths may be long.
   std::size_t sharedFront(View path) const {
     constexpr std::size_t kBlock = 64;
     const std::size_t most = std::min(path.size(), path_.size());
@@ -107,7 +107,7 @@ class Trail {
   }
 
   std::basic_string<Unit> path_;
-  std::vector<Place> places_;
+  std::vector<Entry> entries_;
 };
 
 }  // namespace platform::metabase

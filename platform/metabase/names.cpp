@@ -24,7 +24,7 @@ char16_t fold(char16_t unit) {
   return automation::toLower(unit);
 }
 
-// The UTF-16 units of a valid UTF-8 text, one after the other.
+// Iterates over the UTF-16 units of a valid UTF-8 text.
 class Utf8Units {
  public:
   explicit Utf8Units(std::string_view text) : text_(text) {}
@@ -50,7 +50,7 @@ class Utf8Units {
   char16_t pendingLow_ = 0;
 };
 
-// Mixes one unit in. Every step depends on the seed, so collisions cannot be worked out beforehand.
+// Every step depends on the seed, so collisions cannot be precomputed.
 std::uint64_t mix(std::uint64_t hash, char16_t unit) {
   hash = (hash ^ unit) * kMultiplier;
   return hash ^ (hash >> 29);
@@ -88,7 +88,7 @@ bool equalFolded(std::string_view left, std::string_view right) {
 }
 
 bool equalFolded(std::string_view left, TextView right) {
-  // ASCII first, for nearly every name is nothing else.
+  // Fast path for ASCII.
   const std::size_t most = std::min(left.size(), right.size());
   std::size_t at = 0;
   for (; at < most; ++at) {

@@ -1,5 +1,5 @@
-// Names without regard to case: of nodes and of properties, UTF-8 in the file and UTF-16 from a caller.
-// Nothing here allocates for a look-up.
+// Case-insensitive names of nodes and properties, UTF-8 in files and UTF-16 from callers. Lookups do not
+// allocate.
 #pragma once
 
 #include <cstddef>
@@ -13,25 +13,24 @@
 
 namespace platform::metabase {
 
-// A hash of the name with its case folded, the same for both encodings of one name. It is seeded once per
-// process, so that no file can be made to collide. `utf8` must be valid.
+// A hash of the case-folded name, the same in both encodings. Seeded once per process, so that a file cannot
+// force collisions. `utf8` must be valid.
 std::uint32_t foldedHash(std::string_view utf8);
 std::uint32_t foldedHash(automation::TextView text);
 
-// Whether two names are equal without regard to case. UTF-8 must be valid.
+// Whether two names are equal, ignoring case. UTF-8 must be valid.
 bool equalFolded(std::string_view left, std::string_view right);
 bool equalFolded(std::string_view left, automation::TextView right);
 
-// The texts of names with a number each, counted from 0 in the order of entry. The table keeps views only:
-// what they look at must outlive it.
+// Assigns ids to names, from 0 in the order of entry. Stores views: the names' memory must outlive the table.
 class NameTable {
  public:
   using Id = std::uint32_t;
 
-  // The number of a name, entered if it is new.
+  // The id of a name, which is added if it is new.
   Id enter(std::string_view utf8);
 
-  // The number of a name, or nothing where it was never entered.
+  // The id of a name, or nullopt.
   template <typename View>
   std::optional<Id> find(View name) const {
     const auto found = ids_.find(name);

@@ -18,10 +18,10 @@ using automation::Text;
 using automation::TextView;
 using automation::Variant;
 
-// The members that are no properties.
+// The members that are not metabase properties.
 enum class Member { kName, kClass, kAdsPath, kParent, kGet, kGetEx };
 
-// By the length of the name first: this is asked for every property that is read.
+// Compares lengths first, because it is called for every property that is read.
 std::optional<Member> memberByName(TextView name) {
   switch (name.size()) {
     case 3:
@@ -74,14 +74,14 @@ class NodeObject : public automation::Object {
     return property(member);
   }
 
-  // Late binding tells a method from a property by what the object has, so both come here.
+  // Late binding reads a property with call() too.
   Variant call(TextView member, Arguments arguments) override {
     if (!memberByName(member) && !metabase().property(member)) automation::failMember(member, adsPath());
     return read(member, arguments);
   }
 
   void write(TextView member, Arguments, const Variant&) override {
-    failAt(member, number::kReadOnly, "a metabase snapshot cannot be changed");
+    failAt(member, number::kReadOnly, "a metabase snapshot is read-only");
   }
 
   std::unique_ptr<automation::Walk> children() override { return std::make_unique<NodeWalk>(origin_, node_); }
@@ -92,7 +92,7 @@ class NodeObject : public automation::Object {
 
   [[noreturn]] void failAt(TextView property, std::int32_t failureNumber, const char* why) const {
     const std::string name = automation::toUtf8(property);
-    fail(failureNumber, metabase().place(node_, origin_->server, name) + ": " + why);
+    fail(failureNumber, metabase().location(node_, origin_->server, name) + ": " + why);
   }
 
   Variant readMember(Member member, TextView name, Arguments arguments) const {
@@ -115,7 +115,7 @@ class NodeObject : public automation::Object {
     automation::failMember(name, adsPath());
   }
 
-  // Get and GetEx reach the properties of the object itself too.
+  // Get and GetEx also read Name, Class, ADsPath and Parent.
   Variant get(const Text& name) const {
     const auto own = memberByName(name);
     if (own && *own != Member::kGet && *own != Member::kGetEx) return readMember(*own, name, {});
@@ -124,11 +124,11 @@ class NodeObject : public automation::Object {
 
   Variant property(TextView name) const {
     const auto id = metabase().property(name);
-    if (!id) failAt(name, number::kPropertyUnknown, "neither the schema nor the file knows this property");
+    if (!id) failAt(name, number::kPropertyUnknown, "neither the schema nor the file has this property");
     return metabase().read(node_, *id, origin_->server);
   }
 
-  // What GetEx gives: always an array, but for the one property that is an object.
+  // The result of GetEx: an array, except for a property that is an object.
   static Variant asArray(Variant value) {
     if (value.asArray() != nullptr || value.as<ObjectRef>() != nullptr) return value;
     automation::Array array;

@@ -8,7 +8,7 @@
 
 namespace platform::metabase {
 
-// What the objects of one request share: the snapshot, and the server's name as the caller wrote it.
+// Shared by the objects of one request: the snapshot, and the server's name as spelled by the caller.
 struct Origin {
   std::shared_ptr<const Metabase> metabase;
   automation::Text server;

@@ -1,7 +1,5 @@
-// What is known of metabase properties beforehand: type, whether a value is inherited, default value and
-// identifier. From the vendor's pages "<Name> Metabase Property" and the property pages of the 6.0 software
-// development kit, whose row "Schema Default" is the default here and whose table "Configurable Locations"
-// tells the classes.
+// The schema of the metabase: type, inheritance, default, identifier and classes of each property, from
+// schema.tsv, as modified by schema_overrides.tsv.
 #pragma once
 
 #include <cstddef>
@@ -16,14 +14,14 @@ namespace platform::metabase {
 
 enum class Type : std::uint8_t {
   kString,
-  kExpandString,  // text with environment variables, given unexpanded
-  kMultiString,   // one value a line
-  kDword,         // unsigned in the file, a signed 32-bit integer to a reader
+  kExpandString,  // text with environment variables, returned unexpanded
+  kMultiString,   // one value per line
+  kDword,         // unsigned in the file, read as a signed 32-bit integer
   kBool,
   kFlags,       // names joined by "|", or a number; the names are Boolean properties
   kIpSecurity,  // an object
-  kBinary,      // hexadecimal text, given as it stands
-  kUnknown,     // a type that a file names and nobody knows
+  kBinary,      // hexadecimal text, returned unchanged
+  kUnknown,     // the file names a type that is not supported
 };
 
 struct Flag {
@@ -33,41 +31,40 @@ struct Flag {
 
 struct Property {
   std::string_view name;
-  std::uint32_t identifier;  // 0 where none is documented
-  Type type;
-  bool inherits;
-  bool secured;                 // encrypted in the file, never read
-  const char* defaultText;      // as a file would write it; null where there is no default
-  std::span<const Flag> flags;  // of a property of flags
-  // The only known classes that have it, one bit for the place of each in `schemaClasses()`. 0 where any
-  // class may have it, or where the pages don't tell for sure.
-  std::uint32_t classes = 0;
+  std::uint32_t identifier = 0;  // 0 if there is none
+  Type type = Type::kUnknown;
+  bool inherits = false;
+  bool secured = false;                         // encrypted in the file, never read
+  std::optional<std::string_view> defaultText;  // as a file would write it
+  std::span<const Flag> flags;                  // of a property of type kFlags
+  // The classes that have it, a bit for the id of each in `schemaClasses()`; 0 if any class may have it.
+  std::uint64_t classes = 0;
 };
 
-// A flag as a Boolean property: a bit of the property of flags that it belongs to.
+// A flag, which can be read as a Boolean property: a bit of a property of type kFlags.
 struct FlagProperty {
-  std::uint32_t owner;  // the property's place in `properties()`
+  std::uint32_t owner;  // index of the property in `properties()`
   std::uint32_t mask;
 };
 
-// All properties that the schema knows.
+// All properties of the schema.
 std::span<const Property> properties();
 
-// All flags of these, in the order in which their names follow the properties' in `schemaNames()`.
+// All flags, in the order in which their names follow the properties' in `schemaNames()`.
 std::span<const FlagProperty> flagProperties();
 
-// The names of the properties, then of their flags. The number of a property's name is its place in
+// The names of the properties, then those of the flags. The id of a property's name is its index in
 // `properties()`.
 const NameTable& schemaNames();
 
-// The names of the classes that are known, from "IIS ADSI Provider Reference". Neither IIsConfigObject, the
-// class of what has none, nor a class that a file invents is among them.
+// The names of the classes that the schema or an override names. IIsConfigObject, the class of a node that
+// has none, is not among them.
 const NameTable& schemaClasses();
 
-// The property with an identifier, or nothing.
+// The property with an identifier, or nullopt.
 std::optional<NameTable::Id> propertyByIdentifier(std::uint32_t identifier);
 
-// The type that a <Custom> element names. A name that is not known gives kUnknown.
+// The type named by a <Custom> element; kUnknown for an unknown name.
 Type typeByName(std::string_view name);
 
 }  // namespace platform::metabase

@@ -38,12 +38,12 @@ class Servers {
   }
 
   void unmap(TextView server) {
-    decltype(servers_)::node_type gone;  // and with it perhaps much memory, after the lock
+    decltype(servers_)::node_type removed;  // destroyed after the lock is released; it may own much memory
     const std::unique_lock lock(mutex_);
-    gone = servers_.extract(automation::lowerCase(server));
+    removed = servers_.extract(automation::lowerCase(server));
   }
 
-  // The snapshot for whoever reaches it by this spelling.
+  // The snapshot of a server with the caller's spelling of the name.
   std::shared_ptr<const Origin> origin(TextView server) {
     std::shared_ptr<const Origin> mapped;
     {
@@ -58,20 +58,20 @@ class Servers {
 
  private:
   [[noreturn]] void failUnknown(TextView server) const {
-    constexpr std::size_t kMostNames = 10;
+    constexpr std::size_t kMaxNames = 10;
     std::map<Text, std::string> names;
     for (const auto& [key, entry] : servers_) names.emplace(key, automation::toUtf8(entry->server));
     std::string known;
     std::size_t count = 0;
     for (const auto& [key, name] : names) {
-      if (count == kMostNames) {
+      if (count == kMaxNames) {
         known += ", ...";
         break;
       }
       known += (count++ == 0 ? "" : ", ") + name;
     }
-    fail(number::kUnknownServer, "The server " + inQuotes(automation::toUtf8(server)) + " is not known; " +
-                                     (known.empty() ? "no server is" : "known are: " + known));
+    fail(number::kUnknownServer, "unknown server " + quoteForMessage(automation::toUtf8(server)) + ": " +
+                                     (known.empty() ? "no server is known" : "known servers are " + known));
   }
 
   std::shared_mutex mutex_;
@@ -81,8 +81,8 @@ class Servers {
 // Serves "IIS://server/path".
 ObjectRef objectAt(TextView moniker) {
   const auto failSyntax = [&] {
-    throw Failure(automation::number::kMonikerSyntax, u"Not of the form IIS://server/path: " + Text(moniker),
-                  Text(kSource));
+    throw Failure(automation::number::kMonikerSyntax,
+                  u"invalid moniker '" + Text(moniker) + u"': the form is IIS://server/path", Text(kSource));
   };
   if (!automation::equalsIgnoringCase(moniker.substr(0, kMonikerStart.size()), kMonikerStart)) failSyntax();
   const TextView rest = moniker.substr(kMonikerStart.size());
@@ -97,9 +97,9 @@ ObjectRef objectAt(TextView moniker) {
     node = path.empty() ? std::nullopt : metabase.find(*node, path);
   }
   if (!node) {
-    fail(number::kPathNotFound,
-         inOneLine("IIS://" + automation::toUtf8(moniker.substr(kMonikerStart.size()))) +
-             ": there is no such node");
+    fail(
+        number::kPathNotFound,
+        toSingleLine("IIS://" + automation::toUtf8(moniker.substr(kMonikerStart.size()))) + ": no such node");
   }
   return makeNodeObject(std::move(origin), *node);
 }

@@ -1,5 +1,5 @@
-// Which server stands for which metabase snapshot, and the objects at "IIS://" paths. One table per process;
-// all functions may be called from any thread.
+// Maps server names to metabase snapshots and serves the objects at "IIS://" paths. One map per process; all
+// functions are thread-safe.
 #pragma once
 
 #include <memory>
@@ -9,23 +9,21 @@
 
 namespace platform::metabase {
 
-// Says that the server of this name, compared without regard to case, is this snapshot, whatever becomes of
-// the file that it came from. Replaces what was said before.
+// Maps a server name, compared case-insensitively, to a snapshot. Replaces an earlier mapping.
 void mapServer(automation::TextView server, std::shared_ptr<const Metabase> snapshot);
 
-// Forgets a server. Objects already given stay good.
+// Removes a server. Objects obtained earlier stay valid.
 void unmapServer(automation::TextView server);
 
-// The snapshot of a server. Fails with 0x800706BA for a server that nobody mapped.
+// The snapshot of a server. Throws Failure 0x800706BA for an unmapped server.
 std::shared_ptr<const Metabase> snapshotOf(automation::TextView server);
 
-// Enters the objects at "IIS://server/path" in the process's runtime. The path begins below /LM. An object
-// has the members Name, Class, ADsPath, Parent and every property of its node; the methods Get and GetEx; and
-// the node's children. It shows the snapshot of the moment when it was got, as do all children walked from
-// it. A path that is not there, one with an empty piece among them, fails with 0x80070003, a name that
-// neither schema nor file knows with 0x80005006, a property that a node of this class never has with
-// 0x8000500D; writing fails, since a snapshot is for reading. What concerns a node begins as Metabase::place
-// tells.
+// Registers the objects at "IIS://server/path" with the process's runtime; the path is relative to /LM. An
+// object has the properties Name, Class, ADsPath, Parent and those of its node, the methods Get and GetEx,
+// and the node's children. It and its children refer to the snapshot that was mapped when the object was
+// obtained. Failures: 0x80070003 for a path that does not exist or has an empty component, 0x80005006 for a
+// property that neither the schema nor the file has, 0x8000500D for a property that the node's class does not
+// have; writing always fails. Messages about a node begin with Metabase::location().
 void registerMoniker();
 
 }  // namespace platform::metabase

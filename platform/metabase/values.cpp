@@ -38,7 +38,7 @@ std::optional<std::uint32_t> parseDword(std::string_view text) {
 }
 
 std::uint32_t parseFlags(std::string_view text, std::span<const Flag> flags,
-                         std::optional<std::string_view>& culprit) {
+                         std::optional<std::string_view>& invalidPiece) {
   if (trimSpace(text).empty()) return 0;
   std::uint32_t bits = 0;
   while (true) {
@@ -51,8 +51,8 @@ std::uint32_t parseFlags(std::string_view text, std::span<const Flag> flags,
                                 [&](const Flag& flag) { return equalFolded(flag.name, piece); });
                known != flags.end()) {
       bits |= known->mask;
-    } else if (!culprit) {
-      culprit = piece;
+    } else if (!invalidPiece) {
+      invalidPiece = piece;
     }
     if (bar == std::string_view::npos) return bits;
     text.remove_prefix(bar + 1);

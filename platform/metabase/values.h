@@ -1,5 +1,4 @@
-// From the text of a value in the file to the value that a reader gets. Nothing here knows nodes: a value
-// that cannot be read gives nothing, and whoever asked says where it stood.
+// Parses the text of property values. Invalid values are reported to the caller, who knows the location.
 #pragma once
 
 #include <algorithm>
@@ -14,20 +13,20 @@
 
 namespace platform::metabase {
 
-// TRUE or FALSE in any case, or 1 or 0; blanks around it do not count.
+// TRUE or FALSE in any case, or 1 or 0; surrounding white space is ignored.
 std::optional<bool> parseBool(std::string_view text);
 
-// A decimal number from 0 to 4294967295, or one in hexadecimal behind "0x"; blanks around it do not count.
+// A number from 0 to 4294967295, decimal, or hexadecimal after "0x"; surrounding white space is ignored.
 std::optional<std::uint32_t> parseDword(std::string_view text);
 
-// Flag names and numbers joined by "|"; an empty text has no flag. `culprit` is set to the first piece that
-// is neither, which adds nothing.
+// Flag names and numbers joined by "|"; an empty text is 0. Sets `invalidPiece` to the first piece that is
+// neither and ignores such pieces.
 std::uint32_t parseFlags(std::string_view text, std::span<const Flag> flags,
-                         std::optional<std::string_view>& culprit);
+                         std::optional<std::string_view>& invalidPiece);
 
 // Calls `line` with each value of a multi-valued property: the lines of the text, without the tabs that
-// indent every line after the first. A line that is empty then is no value, since a list of texts in the
-// metabase ends at its first empty one.
+// indent every line after the first. Empty lines are skipped, because an empty string terminates a list in
+// the metabase.
 template <typename Line>
 void forEachLine(std::string_view text, Line&& line) {
   for (bool first = true;; first = false) {
@@ -41,10 +40,10 @@ void forEachLine(std::string_view text, Line&& line) {
   }
 }
 
-// The values of a multi-valued property as an array of texts.
+// The values of a multi-valued property as an array of strings.
 automation::Variant parseMultiString(std::string_view text);
 
-// Without blanks, tabs and line ends at both ends.
+// Removes white space at both ends.
 std::string_view trimSpace(std::string_view text);
 
 }  // namespace platform::metabase

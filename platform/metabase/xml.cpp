@@ -28,7 +28,7 @@ Parser makeParser(const char* encoding) {
   return parser;
 }
 
-[[noreturn]] void refuse(std::int32_t failureNumber, const std::string& name, std::string_view before,
+[[noreturn]] void reject(std::int32_t failureNumber, const std::string& name, std::string_view before,
                          const std::string& what) {
   const auto line = 1 + std::count(before.begin(), before.end(), '\n');
   fail(failureNumber, name + ", line " + std::to_string(line) + ": " + what);
@@ -36,8 +36,7 @@ Parser makeParser(const char* encoding) {
 
 enum class Utf16 { kNot, kLittleEndian, kBigEndian };
 
-// Which UTF-16 the bytes are in. A text that is to be XML begins with a character below U+0100 or a byte
-// order mark.
+// Detects UTF-16: XML starts with a byte order mark or a character below U+0100.
 Utf16 utf16Of(std::string_view bytes) {
   if (bytes.size() < 2) return Utf16::kNot;
   if (bytes.starts_with("\xFF\xFE") || bytes[1] == 0) return Utf16::kLittleEndian;
@@ -45,7 +44,7 @@ Utf16 utf16Of(std::string_view bytes) {
   return Utf16::kNot;
 }
 
-// The units of UTF-16 in the bytes, without half of one at their end.
+// The UTF-16 units in the bytes; an odd last byte is ignored.
 std::u16string unitsOf(std::string_view bytes, Utf16 order) {
   std::u16string units(bytes.size() / 2, u'\0');
   const std::size_t high = order == Utf16::kBigEndian ? 0 : 1;
@@ -56,7 +55,7 @@ std::u16string unitsOf(std::string_view bytes, Utf16 order) {
   return units;
 }
 
-// The standard library's conversion, whose destructor is for locales alone.
+// std::codecvt has a protected destructor.
 struct Converter : std::codecvt<char16_t, char8_t, std::mbstate_t> {};
 
 std::string hexadecimal(const char* format, unsigned value) {
@@ -65,10 +64,10 @@ std::string hexadecimal(const char* format, unsigned value) {
   return digits;
 }
 
-// One pass of Expat over a whole file, whose result is thrown away.
-class Check {
+// One pass of Expat over a whole file, to report what is not well-formed.
+class XmlValidator {
  public:
-  Check(std::string_view bytes, const std::string& name)
+  XmlValidator(std::string_view bytes, const std::string& name)
       : bytes_(bytes), name_(name), parser_(makeParser("UTF-8")) {
     XML_SetUserData(parser_.get(), this);
     XML_SetXmlDeclHandler(parser_.get(), onDeclaration);
@@ -78,89 +77,87 @@ class Check {
 
   void run() {
     const auto size = static_cast<int>(bytes_.size());
-    if (XML_Parse(parser_.get(), bytes_.data(), size, XML_TRUE) == XML_STATUS_ERROR) refuseError();
+    if (XML_Parse(parser_.get(), bytes_.data(), size, XML_TRUE) == XML_STATUS_ERROR) rejectError();
   }
 
  private:
-  // The handlers, which no exception may leave.
+  // Expat's handlers. They must not throw.
   static void XMLCALL onDeclaration(void* self, const char* version, const char* encoding, int) {
-    auto& check = *static_cast<Check*>(self);
-    check.wrongVersion_ = version != nullptr && std::string_view(version) != "1.0";
-    check.wrongEncoding_ = encoding != nullptr && !equalFolded(encoding, std::string_view("UTF-8")) &&
-                           !equalFolded(encoding, std::string_view("UTF-16"));
-    if (check.wrongVersion_ || check.wrongEncoding_) XML_StopParser(check.parser_.get(), XML_FALSE);
+    auto& validator = *static_cast<XmlValidator*>(self);
+    validator.wrongVersion_ = version != nullptr && std::string_view(version) != "1.0";
+    validator.wrongEncoding_ = encoding != nullptr && !equalFolded(encoding, std::string_view("UTF-8")) &&
+                               !equalFolded(encoding, std::string_view("UTF-16"));
+    if (validator.wrongVersion_ || validator.wrongEncoding_)
+      XML_StopParser(validator.parser_.get(), XML_FALSE);
   }
   static void XMLCALL onDocumentType(void* self, const char*, const char*, const char*, int) {
-    auto& check = *static_cast<Check*>(self);
-    check.documentType_ = true;
-    XML_StopParser(check.parser_.get(), XML_FALSE);
+    auto& validator = *static_cast<XmlValidator*>(self);
+    validator.documentType_ = true;
+    XML_StopParser(validator.parser_.get(), XML_FALSE);
   }
   static void XMLCALL onFirstElement(void* self, const char*, const char**) {
-    auto& check = *static_cast<Check*>(self);
-    check.hasElement_ = true;
-    XML_SetStartElementHandler(check.parser_.get(), nullptr);
+    auto& validator = *static_cast<XmlValidator*>(self);
+    validator.hasElement_ = true;
+    XML_SetStartElementHandler(validator.parser_.get(), nullptr);
   }
 
-  [[noreturn]] void refuseAt(std::size_t at, std::int32_t failureNumber, const std::string& what) const {
-    refuse(failureNumber, name_, bytes_.substr(0, at), what);
+  [[noreturn]] void rejectAt(std::size_t at, std::int32_t failureNumber, const std::string& what) const {
+    reject(failureNumber, name_, bytes_.substr(0, at), what);
   }
 
-  [[noreturn]] void refuseXml(std::size_t at, const std::string& why) const {
-    refuseAt(at, number::kNotXml, "not XML: " + why);
+  [[noreturn]] void rejectXml(std::size_t at, const std::string& why) const {
+    rejectAt(at, number::kNotXml, "not XML: " + why);
   }
 
-  [[noreturn]] void refuseCutOff(const std::string& inWhat) const {
-    refuseAt(bytes_.size(), number::kCutOff, "the file is cut off in the middle of " + inWhat);
+  [[noreturn]] void rejectCutOff(const std::string& inWhat) const {
+    rejectAt(bytes_.size(), number::kCutOff, "the file is truncated inside " + inWhat);
   }
 
-  [[noreturn]] void refuseError() const {
+  [[noreturn]] void rejectError() const {
     const XML_Index index = XML_GetCurrentByteIndex(parser_.get());
     const std::size_t at = index < 0 ? bytes_.size() : static_cast<std::size_t>(index);
     switch (const XML_Error error = XML_GetErrorCode(parser_.get())) {
       case XML_ERROR_NO_MEMORY:
         throw std::bad_alloc();
       case XML_ERROR_ABORTED:
-        if (wrongVersion_) refuseXml(at, "the file declares another version than 1.0");
+        if (wrongVersion_) rejectXml(at, "the declared XML version is not 1.0");
         if (documentType_) {
-          refuseAt(at, number::kDocumentType,
-                   "a document type declaration, which a metabase file does not have");
+          rejectAt(at, number::kDocumentType, "unexpected document type declaration");
         }
-        refuseAt(at, number::kEncoding, "the file declares another encoding than UTF-8 or UTF-16");
+        rejectAt(at, number::kEncoding, "the declared encoding is neither UTF-8 nor UTF-16");
       case XML_ERROR_NO_ELEMENTS:
-        if (hasElement_) refuseCutOff("an element that is never closed");
-        refuseXml(at, "the file has no element");
+        if (hasElement_) rejectCutOff("an element that is never closed");
+        rejectXml(at, "the file has no element");
       case XML_ERROR_UNCLOSED_CDATA_SECTION:
-        refuseCutOff("a CDATA section");
+        rejectCutOff("a CDATA section");
       case XML_ERROR_UNCLOSED_TOKEN:
-        refuseCutOff(tokenAt(at));
+        rejectCutOff(tokenAt(at));
       case XML_ERROR_PARTIAL_CHAR:
-        refuseCutOff("a character");
+        rejectCutOff("a character");
       case XML_ERROR_INVALID_TOKEN:
-        refuseToken(at);
+        rejectToken(at);
       case XML_ERROR_UNDEFINED_ENTITY:
-        refuseEntity(at);
+        rejectEntity(at);
       case XML_ERROR_BAD_CHAR_REF:
-        refuseAt(at, number::kEntity,
-                 "the reference " + inQuotes(upTo(';', at)) + " denotes no character that XML has");
+        rejectAt(at, number::kEntity,
+                 "the reference " + quoteForMessage(upTo(';', at)) + " is not a character of XML");
       case XML_ERROR_TAG_MISMATCH:
-        refuseXml(at, "the tag " + inQuotes("</" + std::string(upTo('>', at))) +
-                          " does not close the element that is open here");
+        rejectXml(at, "the tag " + quoteForMessage("</" + std::string(upTo('>', at))) +
+                          " does not match the open element");
       case XML_ERROR_DUPLICATE_ATTRIBUTE:
-        refuseXml(at, "the attribute " +
-                          inQuotes(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)) +
-                          " stands twice in one element");
+        rejectXml(at, "duplicate attribute " +
+                          quoteForMessage(bytes_.substr(at, bytes_.find_first_of(" \t\r\n=", at) - at)));
       case XML_ERROR_SYNTAX:
       case XML_ERROR_JUNK_AFTER_DOC_ELEMENT:
-        refuseXml(at, std::string("something stands ") + (hasElement_ ? "behind" : "before") +
-                          " the outermost element");
+        rejectXml(at, std::string("content ") + (hasElement_ ? "after" : "before") + " the root element");
       case XML_ERROR_MISPLACED_XML_PI:
-        refuseXml(at, "the XML declaration does not stand at the beginning of the file");
+        rejectXml(at, "the XML declaration is not at the beginning of the file");
       default:
-        refuseXml(at, XML_ErrorString(error));
+        rejectXml(at, XML_ErrorString(error));
     }
   }
 
-  // What begins at `at` and never ends.
+  // Names the unfinished token at `at`.
   std::string tokenAt(std::size_t at) const {
     const std::string_view token = bytes_.substr(at);
     const auto begun = [&](const char* what) {
@@ -182,32 +179,33 @@ class Check {
     return bytes_.substr(at, bytes_.find(last, at) - at + 1);
   }
 
-  // Says what is wrong with the byte at which the tokens end.
-  [[noreturn]] void refuseToken(std::size_t at) const {
+  // Reports the invalid byte at `at`.
+  [[noreturn]] void rejectToken(std::size_t at) const {
     const unsigned byte = at < bytes_.size() ? static_cast<unsigned char>(bytes_[at]) : ' ';
     const std::size_t length = byte < 0x80 ? 1 : byte < 0xE0 ? 2 : byte < 0xF0 ? 3 : 4;
     const std::string_view character = bytes_.substr(at, length);
-    if (byte == 0) refuseAt(at, number::kEncoding, "a NUL character");
+    if (byte == 0) rejectAt(at, number::kEncoding, "a NUL character");
     if (byte < 0x20 && byte != '\t' && byte != '\r' && byte != '\n') {
-      refuseAt(at, number::kEncoding, "the control character " + hexadecimal("U+%04X", byte));
+      rejectAt(at, number::kEncoding, "the control character " + hexadecimal("U+%04X", byte));
     }
     const automation::Text text = automation::fromUtf8(character);
     if (automation::toUtf8(text) != character) {
-      refuseAt(at, number::kEncoding, "invalid UTF-8 at the byte " + hexadecimal("0x%02X", byte));
+      rejectAt(at, number::kEncoding, "invalid UTF-8 at the byte " + hexadecimal("0x%02X", byte));
     }
-    // An ampersand that begins nothing is found out at what follows it.
+    // Expat reports a bare ampersand at the character after it.
     const std::size_t mark = bytes_.substr(0, at).find_last_of("&<>\"' \t\r\n;");
     if (mark != std::string_view::npos && bytes_[mark] == '&') {
-      refuseAt(at, number::kEntity, "\"&\" that begins no entity");
+      rejectAt(at, number::kEntity, "\"&\" without an entity name");
     }
-    // In quotes, a byte order mark would not be seen.
-    refuseXml(at, (byte >= 0x80 && text.size() == 1 ? hexadecimal("U+%04X", text[0]) : inQuotes(character)) +
-                      " where it cannot stand" +
-                      (byte == '<' ? ", perhaps behind a quote that is missing" : ""));
+    // A byte order mark would be invisible in quotes.
+    rejectXml(at, "unexpected " +
+                      (byte >= 0x80 && text.size() == 1 ? hexadecimal("U+%04X", text[0])
+                                                        : quoteForMessage(character)) +
+                      (byte == '<' ? " (a closing quote may be missing)" : ""));
   }
 
-  // Expat points to the tag in which the unknown entity stands.
-  [[noreturn]] void refuseEntity(std::size_t at) const {
+  // Expat reports the position of the tag that contains the unknown entity.
+  [[noreturn]] void rejectEntity(std::size_t at) const {
     constexpr std::string_view kKnown[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
     std::string_view reference;
     do {
@@ -215,7 +213,7 @@ class Check {
       reference = upTo(';', at);
     } while (reference.starts_with("&#") ||
              std::find(std::begin(kKnown), std::end(kKnown), reference) != std::end(kKnown));
-    refuseAt(at, number::kEntity, "the entity " + inQuotes(reference) + " is not one of XML's");
+    rejectAt(at, number::kEntity, "the entity " + quoteForMessage(reference) + " is not defined in XML");
   }
 
   std::string_view bytes_;
@@ -227,31 +225,31 @@ class Check {
   bool wrongEncoding_ = false;
 };
 
-// Looks for the two outermost elements.
-struct Outermost {
+// Detects the two outermost elements.
+struct RootElements {
   XML_Parser parser;
   int depth = 0;
   bool found = false;
 
   static void XMLCALL open(void* self, const char* name, const char**) {
-    auto& outermost = *static_cast<Outermost*>(self);
-    const int depth = outermost.depth++;
-    outermost.found = depth == 1 && localName(name) == "MBProperty";
-    if (outermost.found || (depth == 0 && localName(name) != "configuration")) {
-      XML_StopParser(outermost.parser, XML_FALSE);
+    auto& roots = *static_cast<RootElements*>(self);
+    const int depth = roots.depth++;
+    roots.found = depth == 1 && localName(name) == "MBProperty";
+    if (roots.found || (depth == 0 && localName(name) != "configuration")) {
+      XML_StopParser(roots.parser, XML_FALSE);
     }
   }
-  static void XMLCALL close(void* self, const char*) { --static_cast<Outermost*>(self)->depth; }
+  static void XMLCALL close(void* self, const char*) { --static_cast<RootElements*>(self)->depth; }
 };
 
 }  // namespace
 
-void makeUtf8(os::FileBytes& file, const std::string& name) {
+void convertToUtf8(os::FileBytes& file, const std::string& name) {
   const std::string_view bytes(file.bytes.get(), file.size);
   const Utf16 order = utf16Of(bytes);
   if (order == Utf16::kNot) return;
   const std::u16string units = unitsOf(bytes, order);
-  // No unit of UTF-16 takes more than three bytes.
+  // A UTF-16 unit has at most three bytes in UTF-8.
   const std::size_t room = units.size() * 3;
   os::FileBytes converted{std::unique_ptr<char[]>(new char[room + 1]), 0, file.stamp};
   auto* const begin = reinterpret_cast<char8_t*>(converted.bytes.get());
@@ -263,20 +261,20 @@ void makeUtf8(os::FileBytes& file, const std::string& name) {
   converted.size = static_cast<std::size_t>(out - begin);
   const std::string_view before(converted.bytes.get(), converted.size);
   if (result == std::codecvt_base::error) {
-    refuse(number::kEncoding, name, before, "invalid UTF-16: half of a surrogate pair");
+    reject(number::kEncoding, name, before, "invalid UTF-16: half of a surrogate pair");
   }
   if (result != std::codecvt_base::ok || file.size % 2 != 0) {
-    refuse(number::kCutOff, name, before, "the file is cut off in the middle of a character");
+    reject(number::kCutOff, name, before, "the file is truncated inside a character");
   }
   file = std::move(converted);
 }
 
-void requireXml(std::string_view bytes, const std::string& name) {
-  Check(bytes, name).run();
+void validateXml(std::string_view bytes, const std::string& name) {
+  XmlValidator(bytes, name).run();
 }
 
 bool looksLikeMetabase(std::string_view head) {
-  // Names and marks are ASCII in every encoding, so a byte is good enough for any other character.
+  // Only ASCII names are compared, so any other character can be replaced by a byte.
   std::string text;
   if (const Utf16 order = utf16Of(head); order != Utf16::kNot) {
     const bool bigEndian = order == Utf16::kBigEndian;
@@ -289,11 +287,11 @@ bool looksLikeMetabase(std::string_view head) {
     text = head.substr(head.starts_with(kByteOrderMark) ? kByteOrderMark.size() : 0);
   }
   const Parser parser = makeParser("ISO-8859-1");
-  Outermost outermost{parser.get()};
-  XML_SetUserData(parser.get(), &outermost);
-  XML_SetElementHandler(parser.get(), Outermost::open, Outermost::close);
+  RootElements roots{parser.get()};
+  XML_SetUserData(parser.get(), &roots);
+  XML_SetElementHandler(parser.get(), RootElements::open, RootElements::close);
   XML_Parse(parser.get(), text.data(), static_cast<int>(std::min(text.size(), os::kLargestFile)), XML_FALSE);
-  return outermost.found;
+  return roots.found;
 }
 
 LineIndex::LineIndex(std::string_view bytes) {

@@ -1,4 +1,4 @@
-// What a metabase file must be before it is read: text in UTF-8 or UTF-16, and XML by the letter.
+// Checks before a metabase file is parsed: its encoding and well-formed XML.
 #pragma once
 
 #include <cstddef>
@@ -11,16 +11,16 @@
 
 namespace platform::metabase {
 
-// Turns UTF-16, known by its byte order mark or by the zero byte of its first character, into UTF-8 and
-// leaves everything else as it is. `name` is the file's name for messages, here and below. Fails where it
-// isn't whole UTF-16.
-void makeUtf8(os::FileBytes& file, const std::string& name);
+// Converts UTF-16, detected by a byte order mark or a zero byte in the first character, to UTF-8; other
+// encodings are left unchanged. `name` is the file's name in messages, here and below. Throws Failure for
+// malformed UTF-16.
+void convertToUtf8(os::FileBytes& file, const std::string& name);
 
-// Checks that the bytes are one XML 1.0 document in UTF-8 that declares no other version and no encoding but
-// UTF-8 or UTF-16, and no document type. Fails with the line and the reason.
-void requireXml(std::string_view bytes, const std::string& name);
+// Checks that the bytes are a well-formed XML 1.0 document in UTF-8, without a document type, that declares
+// no encoding other than UTF-8 or UTF-16. Throws Failure with the line and the reason.
+void validateXml(std::string_view bytes, const std::string& name);
 
-// Which line an offset lies on, kept from before the bytes are changed by parsing in place.
+// Maps offsets to lines. Built before the bytes are modified by parsing in place.
 class LineIndex {
  public:
   explicit LineIndex(std::string_view bytes);
@@ -32,7 +32,7 @@ class LineIndex {
   std::vector<std::uint32_t> lineFeeds_;
 };
 
-// What follows the namespace's prefix in a qualified name.
+// A qualified name without its namespace prefix.
 std::string_view localName(std::string_view qualified);
 
 }  // namespace platform::metabase

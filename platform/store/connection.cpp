@@ -54,8 +54,7 @@ void Connection::write(TextView member, Arguments arguments, const Variant& valu
   automation::requireArguments(member, arguments, 0, kSource);
   if (property != Property::kProvider) automation::failMember(member, kSource);
   if (session_ != nullptr) {
-    throw Failure(number::kObjectOpen, u"The provider can't be set while the connection is open",
-                  Text(kSource));
+    throw Failure(number::kObjectOpen, u"cannot set the provider: the connection is open", Text(kSource));
   }
   provider_ = automation::toText(value);
 }
@@ -83,22 +82,22 @@ std::unique_ptr<automation::Walk> Connection::children() {
 
 void Connection::open(const Variant& path) {
   if (session_ != nullptr) {
-    throw Failure(number::kObjectOpen, u"The connection is open already", Text(kSource));
+    throw Failure(number::kObjectOpen, u"the connection is already open", Text(kSource));
   }
   Text text = automation::toText(path);
-  session_ = lent(text);
+  session_ = redirectedSession(text);
   if (session_ == nullptr) session_ = openFile(text, kSource);
   connectionString_ = std::move(text);
   ++opening_;
 }
 
 void Connection::execute(const Variant& sql) {
-  if (session_ == nullptr) throw Failure(number::kObjectClosed, u"The connection is closed", Text(kSource));
+  if (session_ == nullptr) throw Failure(number::kObjectClosed, u"the connection is closed", Text(kSource));
   session_->execute(automation::toText(sql), kSource);
 }
 
 void Connection::close() {
-  if (session_ == nullptr) throw Failure(number::kObjectClosed, u"The connection is closed", Text(kSource));
+  if (session_ == nullptr) throw Failure(number::kObjectClosed, u"the connection is closed", Text(kSource));
   session_.reset();
   ++opening_;
 }

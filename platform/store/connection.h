@@ -1,4 +1,4 @@
-// The connection to a database file as ADO programmers know it.
+// A connection to a database file with the interface of ADO.
 #pragma once
 
 #include <cstdint>
@@ -9,10 +9,10 @@
 
 namespace platform::store {
 
-// Properties: Provider (kept, of no effect), ConnectionString (the file's path), State (0 closed, 1 open).
-// Methods: Open(path), Execute(sql), Close(). A saved row is a commit of its own, so connections to one file
-// see each other's rows at once. Closing one closes its recordsets and drops the rows that they haven't
-// saved. A path under which the thread has a private database on loan means that database.
+// Properties: Provider (stored, without effect), ConnectionString (the file's path), State (0 closed, 1
+// open). Methods: Open(path), Execute(sql), Close(). Each saved row is committed on its own, so connections
+// to one file see each other's rows at once. Closing a connection closes its recordsets and discards unsaved
+// rows. See ConnectionRedirect for private databases.
 class Connection : public automation::Object {
  public:
   automation::Variant read(automation::TextView member, automation::Arguments arguments) override;
@@ -21,11 +21,10 @@ class Connection : public automation::Object {
   automation::Variant call(automation::TextView member, automation::Arguments arguments) override;
   std::unique_ptr<automation::Walk> children() override;
 
-  // The database, or null where the connection is closed.
+  // The database, or null if the connection is closed.
   Session* session() const { return session_.get(); }
 
-  // Changes with each Open and Close, so that a recordset can tell whether the database is still the one that
-  // it was opened on.
+  // Changes with each Open and Close, so that a recordset can detect that its database was closed.
   std::uint64_t opening() const { return opening_; }
 
  private:

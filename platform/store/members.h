@@ -1,4 +1,4 @@
-// Members of the store's objects, found by name.
+// Finds members of the store's objects by name.
 #pragma once
 
 #include <cstring>
@@ -16,14 +16,14 @@ struct MemberName {
   Member member;
 };
 
-// Whether two names are equal, also in case first, as they nearly always are.
+// Whether two names are equal, ignoring case. Fast if the case is the same too.
 inline bool isNamed(automation::TextView left, automation::TextView right) {
   if (left.size() != right.size()) return false;
   return std::memcmp(left.data(), right.data(), left.size() * sizeof(char16_t)) == 0 ||
          automation::equalsIgnoringCase(left, right);
 }
 
-// The member of a name, compared without regard to case. Fails with 438 where the object has none.
+// The member with a name, ignoring case. Throws Failure 438 if there is none.
 template <typename Member, std::size_t count>
 Member findMember(const MemberName<Member> (&members)[count], automation::TextView name,
                   automation::TextView source) {

@@ -5,18 +5,18 @@
 namespace platform::store {
 namespace {
 
-// What a database may take of memory before it goes to a temporary file.
+// The size above which a database uses a temporary file.
 constexpr int kCacheKibibytes = 32 * 1024;
 
-struct Lent {
+struct Redirect {
   automation::Text name;
   std::shared_ptr<Session> session;
 };
-thread_local Lent current;
+thread_local Redirect current;
 
 }  // namespace
 
-// One transaction all along: nobody looks on, and nothing is ever committed.
+// A single transaction that is never committed.
 PrivateDatabase::PrivateDatabase(const std::string& name)
     : session_(std::make_shared<Session>(std::make_unique<sqlite::Database>(name, kCacheKibibytes))) {
   database().execute("begin");
@@ -29,20 +29,20 @@ const std::string& PrivateDatabase::name() const {
 }
 
 sqlite::Database& PrivateDatabase::database() {
-  session_->insertions().settle();
+  session_->insertions().flush();
   return session_->database();
 }
 
-void PrivateDatabase::letRowsWait(const std::string& table) {
-  session_->letRowsWait(table);
+void PrivateDatabase::bufferRows(const std::string& table) {
+  session_->bufferRows(table);
 }
 
-const sqlite::RowLog* PrivateDatabase::waiting(std::string_view table) {
-  return session_->insertions().waiting(table);
+const sqlite::RowLog* PrivateDatabase::bufferedRows(std::string_view table) {
+  return session_->insertions().bufferedRows(table);
 }
 
-std::optional<sqlite::RowLog> PrivateDatabase::takeWaiting(std::string_view table) {
-  return session_->insertions().takeWaiting(table);
+std::optional<sqlite::RowLog> PrivateDatabase::takeBufferedRows(std::string_view table) {
+  return session_->insertions().takeBufferedRows(table);
 }
 
 std::int64_t PrivateDatabase::memoryInUse() const {
@@ -53,19 +53,19 @@ void PrivateDatabase::empty() {
   session_->insertions().removeRows();
 }
 
-const std::string& PrivateDatabase::breakdown() const {
-  return session_->breakdown();
+const std::string& PrivateDatabase::fatalError() const {
+  return session_->fatalError();
 }
 
-Loan::Loan(PrivateDatabase& database) {
+ConnectionRedirect::ConnectionRedirect(PrivateDatabase& database) {
   current = {automation::fromUtf8(database.name()), database.session_};
 }
 
-Loan::~Loan() {
+ConnectionRedirect::~ConnectionRedirect() {
   current = {};
 }
 
-std::shared_ptr<Session> lent(automation::TextView name) {
+std::shared_ptr<Session> redirectedSession(automation::TextView name) {
   return current.session != nullptr && current.name == name ? current.session : nullptr;
 }
 

@@ -1,4 +1,4 @@
-// A database that belongs to one collection alone.
+// A database for a single collection.
 #pragma once
 
 #include <cstdint>
@@ -15,11 +15,11 @@ namespace platform::store {
 
 class Session;
 
-// A database that nobody else sees, in memory and in a nameless temporary file. Used by one thread at a time.
-// Its members throw sqlite::Error.
+// A private database in memory, and in an unnamed temporary file if it grows. Used by one thread at a time.
+// Members throw sqlite::Error.
 class PrivateDatabase {
  public:
-  // `name` is what the database is called in messages and records: that of the file whose place it takes.
+  // `name` is the database's name in messages and records: that of the file it replaces.
   explicit PrivateDatabase(const std::string& name);
   ~PrivateDatabase();
   PrivateDatabase(const PrivateDatabase&) = delete;
@@ -27,47 +27,47 @@ class PrivateDatabase {
 
   const std::string& name() const;
 
-  // The handle that the connections use too. Everything that they have added stands in the tables.
+  // The handle, shared with the connections, after all buffered rows were inserted.
   sqlite::Database& database();
 
-  // Lets the rows that connections add to a table stay in memory, as they are, until somebody asks for them
-  // or they grow too many. The table must take any row.
-  void letRowsWait(const std::string& table);
+  // Buffers the rows that connections add to a table in memory until they are queried or too large. The table
+  // must not have constraints.
+  void bufferRows(const std::string& table);
 
-  // All rows of a table that may wait, where none of them has had to go into the table; else null, and they
-  // stand there. Good until a connection adds to the table.
-  const sqlite::RowLog* waiting(std::string_view table);
+  // All rows of a buffered table, or null if some were inserted; then all are in the table. Valid until a
+  // connection adds to the table.
+  const sqlite::RowLog* bufferedRows(std::string_view table);
 
-  // Takes these rows out of the database; nothing where waiting() gives null.
-  std::optional<sqlite::RowLog> takeWaiting(std::string_view table);
+  // Removes these rows from the database and returns them; nullopt if bufferedRows() returns null.
+  std::optional<sqlite::RowLog> takeBufferedRows(std::string_view table);
 
-  // The bytes that it keeps when it is empty. What waits is let go of.
+  // The bytes of its page cache, which empty() does not release.
   std::int64_t memoryInUse() const;
 
   // Removes all rows; the tables stay.
   void empty();
 
-  // What the first operation said that has failed for want of space, of memory or of a place for a temporary
-  // file; empty where none has. The rows are not to be relied on then.
-  const std::string& breakdown() const;
+  // The message of the first operation that failed because the database is unusable or space, memory or the
+  // temporary directory is exhausted; empty if none did. After such a failure the rows are unreliable.
+  const std::string& fatalError() const;
 
  private:
-  friend class Loan;
+  friend class ConnectionRedirect;
   std::shared_ptr<Session> session_;
 };
 
-// While it lives, connections that the calling thread opens under the private database's name are connections
-// to it; they share its one handle. Connections of other threads, and those under another name, get the file
-// that their name means. One at a time on a thread, and ended on that thread.
-class Loan {
+// While it exists, connections that the calling thread opens to the private database's name use that database
+// and share its handle. Connections of other threads and to other names open files. At most one per thread;
+// destroyed on the thread that created it.
+class ConnectionRedirect {
  public:
-  explicit Loan(PrivateDatabase& database);
-  ~Loan();
-  Loan(const Loan&) = delete;
-  Loan& operator=(const Loan&) = delete;
+  explicit ConnectionRedirect(PrivateDatabase& database);
+  ~ConnectionRedirect();
+  ConnectionRedirect(const ConnectionRedirect&) = delete;
+  ConnectionRedirect& operator=(const ConnectionRedirect&) = delete;
 };
 
-// The session that the calling thread has on loan under this name, or null.
-std::shared_ptr<Session> lent(automation::TextView name);
+// The session to which the calling thread's connections to `name` are redirected, or null.
+std::shared_ptr<Session> redirectedSession(automation::TextView name);
 
 }  // namespace platform::store

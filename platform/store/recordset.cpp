@@ -29,7 +29,7 @@ constexpr std::int32_t kOpenStatic = 3;
 constexpr std::int32_t kLockReadOnly = 1;
 constexpr std::int32_t kLockBatchOptimistic = 4;
 
-// Enough for nearly every row's values, in bytes.
+// Bytes by which the buffer of a row's values grows.
 constexpr std::size_t kUsualRow = 192;
 
 enum class Property {
@@ -69,17 +69,17 @@ constexpr MemberName<Method> kMethods[] = {
   throw Failure(code, std::move(description), Text(kSource));
 }
 
-// A setting between two bounds, both included.
+// Converts and range-checks the value of a setting.
 std::int32_t settingWithin(const Variant& value, std::int32_t least, std::int32_t most, TextView member) {
   const std::int32_t setting = automation::toInt32(value);
   if (setting < least || setting > most) {
     fail(number::kWrongType,
-         u"Value out of range for " + Text(member) + u": " + automation::decimalText(setting));
+         u"value out of range for " + Text(member) + u": " + automation::decimalText(setting));
   }
   return setting;
 }
 
-// Makes a cached statement ready for its next run, whichever way this one ends.
+// Resets a cached statement at the end of the scope.
 class Reset {
  public:
   explicit Reset(sqlite::Statement& statement) : statement_(statement) {}
@@ -93,7 +93,7 @@ class Reset {
 
 }  // namespace
 
-// Nearly every value is plain ASCII, which needs no decoding: four units at a time.
+// Fast path for ASCII, four units at a time.
 void Recordset::Values::append(TextView value) {
   if (text.size() - used < value.size()) text.resize(used + value.size() + kUsualRow);
   char* out = text.data() + used;
@@ -170,7 +170,7 @@ void Recordset::write(TextView member, Arguments arguments, const Variant& value
       const automation::ObjectRef object = automation::toObject(value);
       auto connection = std::dynamic_pointer_cast<Connection>(object);
       if (object != nullptr && connection == nullptr) {
-        fail(number::kWrongType, u"ActiveConnection takes a connection of this store only");
+        fail(number::kWrongType, u"ActiveConnection must be a connection of this store");
       }
       connection_ = std::move(connection);
       return;
@@ -231,19 +231,19 @@ bool Recordset::isOpen() const {
 }
 
 Session& Recordset::requireOpen() const {
-  if (!isOpen()) fail(number::kObjectClosed, u"The recordset is closed");
+  if (!isOpen()) fail(number::kObjectClosed, u"the recordset is closed");
   return *connection_->session();
 }
 
 void Recordset::requireClosed() const {
-  if (isOpen()) fail(number::kObjectOpen, u"The recordset is open");
+  if (isOpen()) fail(number::kObjectOpen, u"the recordset is open");
 }
 
 void Recordset::requireRow() const {
-  if (!pending_ && place_ == Place::kEnd) fail(number::kNoCurrentRow, u"The recordset has no current row");
+  if (!pending_ && place_ == Place::kEnd) fail(number::kNoCurrentRow, u"the recordset has no current row");
 }
 
-// Rows are mostly written column by column in the table's order, so the next one is tried first.
+// Columns are mostly written in the table's order, so the next one is tried first.
 std::size_t Recordset::columnOf(const Variant& column) {
   const std::vector<Text>& names = columns_->names;
   if (const Text* name = column.as<Text>()) {
@@ -251,7 +251,7 @@ std::size_t Recordset::columnOf(const Variant& column) {
     const auto found = std::find_if(names.begin(), names.end(),
                                     [&](const Text& candidate) { return isNamed(candidate, *name); });
     if (found == names.end()) {
-      fail(automation::number::kItemNotInCollection, u"The recordset has no column '" + *name + u"'");
+      fail(automation::number::kItemNotInCollection, u"the recordset has no column '" + *name + u"'");
     }
     expectedColumn_ = static_cast<std::size_t>(found - names.begin());
     return expectedColumn_++;
@@ -259,7 +259,7 @@ std::size_t Recordset::columnOf(const Variant& column) {
   const std::int32_t ordinal = automation::toInt32(column);
   if (ordinal < 0 || static_cast<std::size_t>(ordinal) >= names.size()) {
     fail(automation::number::kItemNotInCollection,
-         u"The recordset has no column number " + automation::decimalText(ordinal));
+         u"the recordset has no column number " + automation::decimalText(ordinal));
   }
   return static_cast<std::size_t>(ordinal);
 }
@@ -267,7 +267,7 @@ std::size_t Recordset::columnOf(const Variant& column) {
 void Recordset::open(const Variant& sql) {
   requireClosed();
   if (connection_ == nullptr || connection_->session() == nullptr) {
-    fail(number::kNoConnection, u"The recordset has no open connection");
+    fail(number::kNoConnection, u"the recordset has no open connection");
   }
   Session& session = *connection_->session();
   const Text* text = sql.as<Text>();
@@ -286,14 +286,14 @@ void Recordset::open(const Variant& sql) {
   opened_ = true;
 }
 
-// All rows are taken at once: a query that stays under way would keep this connection from writing.
+// Reads all rows at once, because an active query would block writes of this connection.
 void Recordset::fetch(Session& session, Query& query) {
   fetched_.clear();
   fetched_.text.clear();
   fetchedCount_ = 0;
   const Reset reset(query.statement);
   session.attempt(kSource, [&] {
-    session.settleFor(query);
+    session.flushFor(query);
     while (query.statement.step()) {
       const int columns = query.statement.columnCount();
       for (int column = 0; column < columns; ++column) {
@@ -310,8 +310,7 @@ void Recordset::fetch(Session& session, Query& query) {
 void Recordset::close() {
   requireOpen();
   if (pending_) {
-    fail(automation::number::kNotAllowedInContext,
-         u"The recordset can't be closed while a new row waits to be saved");
+    fail(automation::number::kNotAllowedInContext, u"cannot close the recordset: it has an unsaved row");
   }
   opened_ = false;
 }
@@ -319,7 +318,7 @@ void Recordset::close() {
 void Recordset::addNew() {
   Session& session = requireOpen();
   if (lockType_ == kLockReadOnly || columns_->insertSql.empty()) {
-    fail(number::kNotSupported, u"The recordset doesn't take new rows");
+    fail(number::kNotSupported, u"cannot add rows: the recordset is read-only");
   }
   if (pending_) save(session);
   pendingRow_.clear();
@@ -337,7 +336,7 @@ void Recordset::update() {
 void Recordset::cancelUpdate() {
   requireOpen();
   if (!pending_) {
-    fail(automation::number::kNotAllowedInContext, u"The recordset has no new row that could be cancelled");
+    fail(automation::number::kNotAllowedInContext, u"cannot cancel: the recordset has no unsaved row");
   }
   pending_ = false;
 }
@@ -383,7 +382,7 @@ Variant Recordset::valueAt(std::size_t column) const {
 void Recordset::setValue(std::size_t column, const Variant& value) {
   if (!pending_) {
     requireRow();
-    fail(number::kNotSupported, u"A saved row can't be changed, column '" + columns_->names[column] + u"'");
+    fail(number::kNotSupported, u"cannot change column '" + columns_->names[column] + u"' of a saved row");
   }
   Cell cell{pendingRow_.used, 0, value.isNull()};
   if (cell.isNull) {
@@ -394,7 +393,7 @@ void Recordset::setValue(std::size_t column, const Variant& value) {
     pendingRow_.append(*text);
   } else if (value.as<automation::ObjectRef>() != nullptr || value.asArray() != nullptr) {
     fail(automation::number::kTypeMismatch,
-         u"Column '" + columns_->names[column] + u"' takes no object and no array");
+         u"cannot store an object or array in column '" + columns_->names[column] + u"'");
   } else {
     pendingRow_.append(automation::toText(value));
   }

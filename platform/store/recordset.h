@@ -1,4 +1,4 @@
-// The rows of a query, and the adding of rows, as ADO programmers know them.
+// A recordset with the interface of ADO: the rows of a query, and new rows.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ namespace platform::store {
 // Properties: CursorLocation, CursorType, LockType, ActiveConnection (a connection object), State, EOF, BOF,
 // RecordCount, Collect(column). Methods: Open(sql), AddNew(), Update(), CancelUpdate(), MoveNext(), Close().
 //
-// The rows are those that stood when it was opened, and the new row that was saved last is its current row. A
-// column is named, or counted from 0. Saved rows can't be changed.
+// The rows are those at the time of opening. After a save, the saved row is the current row. Columns are
+// addressed by name or by index from 0. Saved rows are read-only.
 class Recordset : public automation::Object {
  public:
   Recordset();
@@ -28,17 +28,17 @@ class Recordset : public automation::Object {
   std::unique_ptr<automation::Walk> children() override;
 
  private:
-  // Where the recordset stands: on a row of the query, behind the last one, or on the new row saved last.
+  // The current position: a row of the query, the end, or the row saved last.
   enum class Place { kFetched, kEnd, kSaved };
 
-  // A value, a piece of one text that holds all of them.
+  // A value: a range of Values::text.
   struct Cell {
     std::size_t begin = 0;
     std::size_t size = 0;
     bool isNull = true;
   };
   struct Values {
-    std::string text;      // with room for more
+    std::string text;      // may be larger than `used`
     std::size_t used = 0;  // bytes of the text
     std::vector<Cell> cells;
 
@@ -78,7 +78,7 @@ class Recordset : public automation::Object {
   std::shared_ptr<const Columns> columns_;
   std::size_t expectedColumn_ = 0;
 
-  Values fetched_;  // the rows of the query, one after the other
+  Values fetched_;  // the rows of the query, concatenated
   std::size_t fetchedCount_ = 0;
   std::size_t fetchedAt_ = 0;
   Place place_ = Place::kEnd;

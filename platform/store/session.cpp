@@ -30,7 +30,7 @@ struct Target {
   std::string insertSql;
 };
 
-// Where the columns of a query come from, if it is one table.
+// The table that all columns of a query come from; empty if there is no single one.
 Target targetOf(sqlite3_stmt* statement) {
   std::string table;
   std::string name;
@@ -54,7 +54,7 @@ Target targetOf(sqlite3_stmt* statement) {
   return {std::move(name), "insert into " + table + " (" + names + ") values (" + values + ")"};
 }
 
-// The idiom that asks for a table's columns alone.
+// Whether a query only asks for a table's columns, by an idiom of ADO programs.
 bool endsInNoRow(TextView sql) {
   constexpr TextView kNoRow = u" where 1=2";
   return sql.size() >= kNoRow.size() &&
@@ -87,21 +87,21 @@ Query& Session::query(TextView sql, TextView source) {
   }
   const std::string utf8 = automation::toUtf8(sql);
   if (utf8.find_first_not_of(" \t\r\n\f;") == std::string::npos) {
-    throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
+    throw Failure(number::kNoCommandText, u"the SQL text is empty", Text(source));
   }
   sqlite::Statement statement = attempt(source, [&] { return database_->prepare(utf8); });
   if (statement.columnCount() == 0) {
-    throw Failure(number::kBadSql, automation::fromUtf8(database_->title() + ": the statement gives no rows"),
-                  Text(source));
+    throw Failure(number::kBadSql,
+                  automation::fromUtf8(database_->title() + ": the statement returns no rows"), Text(source));
   }
   auto columns = describe(statement);
   auto query =
       std::make_unique<Query>(Query{Text(sql), std::move(statement), std::move(columns), endsInNoRow(sql)});
-  if (queries_.size() < kMostQueries) {
+  if (queries_.size() < kMaxQueries) {
     queries_.push_back(std::move(query));
     return *queries_.back();
   }
-  auto& place = queries_[nextToDrop_++ % kMostQueries];
+  auto& place = queries_[nextToDrop_++ % kMaxQueries];
   place = std::move(query);
   return *place;
 }
@@ -111,8 +111,8 @@ void Session::refreshColumns(Query& query) {
   query.columns = describe(query.statement);
 }
 
-void Session::settleFor(const Query& query) {
-  if (!query.asksForColumns) insertions_.settleNamedIn(automation::toUtf8(query.sql), false);
+void Session::flushFor(const Query& query) {
+  if (!query.asksForColumns) insertions_.flushNamedIn(automation::toUtf8(query.sql), false);
 }
 
 sqlite::Insertion& Session::insertion(const Columns& columns, TextView source) {
@@ -121,32 +121,31 @@ sqlite::Insertion& Session::insertion(const Columns& columns, TextView source) {
   });
 }
 
-void Session::letRowsWait(const std::string& table) {
+void Session::bufferRows(const std::string& table) {
   const auto columns = describe(database_->prepare("select * from " + sqlite::quotedName(table)));
-  insertions_.letWait(columns->insertSql, columns->table, columns->names.size());
+  insertions_.buffer(columns->insertSql, columns->table, columns->names.size());
 }
 
-// The other connections of the database would be drawn into a transaction that an SQL text begins, and one
-// that it ends is somebody else's.
+// Transaction statements are rejected, because they would affect the other connections that share the handle.
 void Session::execute(TextView sql, TextView source) {
   const std::string utf8 = automation::toUtf8(sql);
   if (utf8.find_first_not_of(" \t\r\n\f;") == std::string::npos) {
-    throw Failure(number::kNoCommandText, u"The SQL text is empty", Text(source));
+    throw Failure(number::kNoCommandText, u"the SQL text is empty", Text(source));
   }
   attempt(source, [&] {
-    insertions_.settleNamedIn(utf8, true);
+    insertions_.flushNamedIn(utf8, true);
     const bool open = database_->inTransaction();
     database_->prepare(utf8).run();
     if (database_->inTransaction() == open) return;
     database_->execute(open ? "begin" : "rollback");
     throw Failure(automation::number::kNotAllowedInContext,
-                  u"A transaction can't be begun or ended by an SQL text", Text(source));
+                  u"cannot begin or end a transaction by an SQL text", Text(source));
   });
 }
 
 void Session::fail(const sqlite::Error& error, TextView source) {
-  const bool lasting = error.cause() == Cause::kLack || error.cause() == Cause::kUnusable;
-  if (lasting && breakdown_.empty()) breakdown_ = error.what();
+  const bool lasting = error.cause() == Cause::kResourceExhausted || error.cause() == Cause::kUnusable;
+  if (lasting && fatalError_.empty()) fatalError_ = error.what();
   failAs(error, source);
 }
 
@@ -156,7 +155,7 @@ std::shared_ptr<Session> openFile(TextView path, TextView source) {
     auto database =
         std::make_unique<sqlite::Database>(std::filesystem::path(std::u8string(utf8.begin(), utf8.end())),
                                            sqlite::Database::Mode::kReadWrite, waitForLocks);
-    // Somebody who is writing shows now, and not at the first row.
+    // Reports a locked database now, not at the first row.
     sqlite::Transaction probe(*database);
     return std::make_shared<Session>(std::move(database));
   } catch (const sqlite::Error& error) {

@@ -1,5 +1,4 @@
-// An open database as the store's objects use it: with the statements that come again and again, and with
-// failures as ADO programmers know them.
+// An open database for the store's objects: caches prepared statements and maps errors to ADO's failures.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +14,7 @@
 
 namespace platform::store {
 
-// Numbers that ADO programmers know, beside those of automation::number.
+// Failure numbers of ADO, in addition to those of automation::number.
 namespace number {
 constexpr std::int32_t kWrongType = 3001;
 constexpr std::int32_t kNoCurrentRow = 3021;
@@ -30,54 +29,54 @@ constexpr std::int32_t kConstraint = static_cast<std::int32_t>(0x80040E2F);
 constexpr std::int32_t kNoSuchTable = static_cast<std::int32_t>(0x80040E37);
 }  // namespace number
 
-// The columns of a query's rows.
+// The columns of a query's result.
 struct Columns {
   std::vector<automation::Text> names;
-  // The table that all of them come from, and what adds a row with a value for each; empty where there is no
-  // such table.
+  // The single table they come from, and the statement that inserts a row with a value for each; empty if
+  // they are not from a single table.
   std::string table;
   std::string insertSql;
 };
 
-// A query that is ready to run.
+// A prepared query.
 struct Query {
   automation::Text sql;
   sqlite::Statement statement;
   std::shared_ptr<const Columns> columns;
-  bool asksForColumns = false;  // and for no row
+  bool asksForColumns = false;  // and never has rows
 };
 
-// A database with the statements that its connections use again and again. No statement is under way between
-// two calls: an idle session holds no lock. Used by one thread at a time.
+// A database with cached statements. No statement is active between two calls, so an idle session holds no
+// lock. Used by one thread at a time.
 class Session {
  public:
   explicit Session(std::unique_ptr<sqlite::Database> database)
       : database_(std::move(database)), insertions_(*database_) {}
 
-  // The handle, and what adds rows. Whoever uses the handle lets them settle before.
+  // The handle. The caller must flush insertions() before using it.
   sqlite::Database& database() { return *database_; }
   sqlite::Insertions& insertions() { return insertions_; }
 
-  // Lets the rows that connections add to a table wait. Throws sqlite::Error.
-  void letRowsWait(const std::string& table);
+  // Buffers the rows that connections add to a table. Throws sqlite::Error.
+  void bufferRows(const std::string& table);
 
-  // The query of a text, which must be one statement that gives rows. Valid until the next call. The members
-  // down to here throw automation::Failure with `source` as its source.
+  // The query of an SQL text, which must be one statement that returns rows. Valid until the next call. Like
+  // the members below, throws automation::Failure with `source` as its source.
   Query& query(automation::TextView sql, automation::TextView source);
 
-  // Describes a query's columns anew where the tables have changed since. To be called once it has run.
+  // Updates a query's columns if the tables have changed. Call it after the query has run.
   void refreshColumns(Query& query);
 
-  // Takes care that a query finds the rows that it asks for. To be called before it runs.
-  void settleFor(const Query& query);
+  // Inserts the buffered rows that a query may read. Call it before the query runs.
+  void flushFor(const Query& query);
 
-  // The insertion of a query's columns. Valid as long as the session.
+  // The insertion for a query's columns. Valid as long as the session.
   sqlite::Insertion& insertion(const Columns& columns, automation::TextView source);
 
-  // Runs one statement that changes something. It may not begin or end a transaction.
+  // Runs one statement without a result. It must not begin or end a transaction.
   void execute(automation::TextView sql, automation::TextView source);
 
-  // Does something with the database, whose failures become those of ADO.
+  // Runs `work` and maps its sqlite::Error to a failure of ADO.
   template <typename Work>
   decltype(auto) attempt(automation::TextView source, Work&& work) {
     try {
@@ -87,13 +86,13 @@ class Session {
     }
   }
 
-  // What the first operation said that has failed for want of space, of memory or of a place for a temporary
-  // file, or because the database itself can't be used; empty where none has.
-  const std::string& breakdown() const { return breakdown_; }
+  // The message of the first operation that failed because the database is unusable or space, memory or the
+  // temporary directory is exhausted; empty if none did.
+  const std::string& fatalError() const { return fatalError_; }
 
  private:
-  // Enough for all the texts of a collection that don't hold a name.
-  static constexpr std::size_t kMostQueries = 32;
+  // Enough for all SQL texts of a collection that do not contain a name.
+  static constexpr std::size_t kMaxQueries = 32;
 
   [[noreturn]] void fail(const sqlite::Error& error, automation::TextView source);
 
@@ -101,10 +100,10 @@ class Session {
   std::vector<std::unique_ptr<Query>> queries_;
   std::size_t nextToDrop_ = 0;
   sqlite::Insertions insertions_;
-  std::string breakdown_;
+  std::string fatalError_;
 };
 
-// Opens a file for a connection. Fails with kUnusableFile.
+// Opens a file for a connection. Throws Failure kUnusableFile.
 std::shared_ptr<Session> openFile(automation::TextView path, automation::TextView source);
 
 }  // namespace platform::store

@@ -1,15 +1,15 @@
-// The store's objects behind the seam.
+// Stand-ins for ADO's objects, on SQLite.
 #pragma once
 
 #include <chrono>
 
 namespace platform::store {
 
-// Enters ADODB.Connection and ADODB.Recordset in the process's runtime table.
+// Registers ADODB.Connection and ADODB.Recordset with the process's runtime.
 void registerStore();
 
-// How long an operation on a database file waits for a lock that somebody else holds before it fails, for
-// connections opened from now on. Five seconds unless set.
+// Sets how long an operation waits for a lock on a database file, for connections opened from now on. The
+// default is 5 seconds.
 void setLockWait(std::chrono::milliseconds wait);
 
 }  // namespace platform::store

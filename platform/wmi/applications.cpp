@@ -16,8 +16,7 @@ using metabase::Metabase;
 
 constexpr TextView kWebService = u"LM/W3SVC";
 
-// The node behind `node` in a walk over everything below `top`, parents before their children. Without
-// recursion, for a tree may be of any depth.
+// The next node below `top` in pre-order. Not recursive, because the depth of the tree is not limited.
 std::optional<Metabase::NodeId> nextInTree(const Metabase& metabase, Metabase::NodeId top,
                                            Metabase::NodeId node) {
   if (const auto child = metabase.firstChild(node)) return child;
@@ -28,7 +27,7 @@ std::optional<Metabase::NodeId> nextInTree(const Metabase& metabase, Metabase::N
   return std::nullopt;
 }
 
-bool namesItself(const Metabase& metabase, Metabase::NodeId node, std::string_view appRoot) {
+bool isApplicationRoot(const Metabase& metabase, Metabase::NodeId node, std::string_view appRoot) {
   if (!appRoot.empty() && appRoot.back() == '/') appRoot.remove_suffix(1);
   return metabase::equalFolded(metabase.path(node), appRoot);
 }
@@ -42,12 +41,12 @@ Applications::Applications(const Metabase& metabase, TextView server) {
   if (!appRoot || !appPoolId || !top) return;
   for (auto node = nextInTree(metabase, *top, *top); node; node = nextInTree(metabase, *top, *node)) {
     const auto own = metabase.ownText(*node, *appRoot);
-    if (!own || !namesItself(metabase, *node, *own)) continue;
+    if (!own || !isApplicationRoot(metabase, *node, *own)) continue;
     const automation::Variant pool = metabase.read(*node, *appPoolId, server);
     if (pool.isNull()) continue;
     if (pool.asArray() != nullptr) {
-      metabase::fail(metabase::number::kWrongValue,
-                     metabase.place(*node, server, "AppPoolId") + ": the value is a list and not a text");
+      metabase::fail(metabase::number::kWrongValue, metabase.location(*node, server, "AppPoolId") +
+                                                        ": the value is a list, expected a string");
     }
     byPool_[automation::lowerCase(automation::toText(pool))].push_back(*node);
   }

@@ -1,4 +1,4 @@
-// Which applications each pool of a server has.
+// The applications of each application pool.
 #pragma once
 
 #include <memory>
@@ -10,19 +10,18 @@
 
 namespace platform::wmi {
 
-// The applications of a snapshot by their pool: every node below /LM/W3SVC whose own AppRoot names the node
-// itself, in the order of the tree.
+// The applications of a snapshot by pool: every node below /LM/W3SVC whose own AppRoot is its own path, in
+// tree order.
 class Applications {
  public:
-  // The index of a snapshot. It is made once, by one walk over the tree, and kept as long as the snapshot.
-  // Any thread may ask.
+  // The index of a snapshot, built on first use and cached while the snapshot exists. Thread-safe.
   static std::shared_ptr<const Applications> of(const std::shared_ptr<const metabase::Metabase>& metabase,
                                                 automation::TextView server);
 
-  // Walks the tree. Fails, in the name of the server, as reading AppPoolId does.
+  // Traverses the tree. Throws the Failure of reading AppPoolId, with `server` in its message.
   Applications(const metabase::Metabase& metabase, automation::TextView server);
 
-  // The applications whose pool, their own or inherited, has this name in any case.
+  // The applications whose own or inherited pool has this name, ignoring case.
   const std::vector<metabase::Metabase::NodeId>& inPool(automation::TextView pool) const;
 
  private:

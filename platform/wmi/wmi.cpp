@@ -39,7 +39,7 @@ constexpr TextView kPoolClass = u"IIsApplicationPool";
 constexpr TextView kPoolNamePrefix = u"W3SVC/APPPOOLS/";
 constexpr TextView kPools = u"LM/W3SVC/AppPools";
 
-// The snapshot, and the server's name as the caller wrote it.
+// The snapshot, and the server's name as spelled by the caller.
 using Source = std::shared_ptr<const metabase::Origin>;
 
 // One instance of IIsApplicationPool.
@@ -58,7 +58,7 @@ class Pool : public MemberlessObject {
     if (!equalsIgnoringCase(member, u"EnumAppsInPool")) return MemberlessObject::call(member, arguments);
     automation::requireArguments(member, arguments, 1, kSource);
     automation::Array paths;
-    // The list belongs to the index, which another thread may let go of.
+    // Keeps the index, and so its list, alive.
     const auto applications = Applications::of(origin_->metabase, origin_->server);
     for (const Metabase::NodeId application : applications->inPool(shortName())) {
       paths.elements.emplace_back(automation::fromUtf8(metabase().path(application) + "/"));
@@ -101,7 +101,7 @@ class PoolWalk : public automation::Walk {
   std::optional<Metabase::NodeId> next_;
 };
 
-// What ExecQuery gives.
+// The result of ExecQuery.
 class PoolCollection : public MemberlessObject {
  public:
   explicit PoolCollection(Source origin) : MemberlessObject(Text(kSource)), origin_(std::move(origin)) {}
@@ -141,7 +141,7 @@ void requirePoolQuery(const Text& query) {
   }
   if (!selects || words.size() != 4 || !equalsIgnoringCase(words[1], u"Name")) {
     throw Failure(kInvalidQuery,
-                  u"Invalid query; only \"Select Name From IIsApplicationPool\" is answered: " + query,
+                  u"Invalid query; only \"Select Name From IIsApplicationPool\" is supported: " + query,
                   Text(kSource));
   }
 }
@@ -162,8 +162,8 @@ class Service : public MemberlessObject {
   Source origin_;
 };
 
-// Takes `start` off the front of `text`, if it stands there in any case.
-bool takeOff(TextView& text, TextView start) {
+// Removes the prefix `start` of `text`, ignoring case. Returns whether it was there.
+bool consumePrefix(TextView& text, TextView start) {
   if (!equalsIgnoringCase(text.substr(0, start.size()), start)) return false;
   text.remove_prefix(start.size());
   return true;
@@ -171,15 +171,15 @@ bool takeOff(TextView& text, TextView start) {
 
 ObjectRef serviceAt(TextView moniker) {
   TextView rest = moniker;
-  if (takeOff(rest, kPrefix)) takeOff(rest, kSecurity);
-  const bool named = takeOff(rest, u"\\\\");
+  if (consumePrefix(rest, kPrefix)) consumePrefix(rest, kSecurity);
+  const bool named = consumePrefix(rest, u"\\\\");
   const std::size_t end = rest.find(u'\\');
   const TextView server = rest.substr(0, end);
   if (!named || server.empty()) {
-    throw Failure(
-        automation::number::kMonikerSyntax,
-        u"Not of the form winmgmts:{authenticationLevel=pktPrivacy}\\\\server\\namespace: " + Text(moniker),
-        Text(kSource));
+    throw Failure(automation::number::kMonikerSyntax,
+                  u"invalid moniker '" + Text(moniker) +
+                      u"': the form is winmgmts:{authenticationLevel=pktPrivacy}\\\\server\\namespace",
+                  Text(kSource));
   }
   const TextView space = end == TextView::npos ? TextView() : rest.substr(end + 1);
   if (!equalsIgnoringCase(space, kNamespace)) {

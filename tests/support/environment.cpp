@@ -106,7 +106,7 @@ Environment::~Environment() {
     runtime.serveClass(id, nullptr);
   }
   runtime.setScreen(nullptr);
-  loan_.reset();
+  redirect_.reset();
   if (layer_ == Layer::kFakes && !hasDropped_) spare = std::move(private_);
 }
 
@@ -174,19 +174,19 @@ void Environment::setUpStore() {
   if (layer_ == Layer::kFakes && spare != nullptr) {
     private_ = std::move(spare);
     private_->empty();
-    loan_.emplace(*private_);
+    redirect_.emplace(*private_);
     return;
   }
   if (layer_ != Layer::kFile) {
     private_ = std::make_unique<platform::store::PrivateDatabase>(toUtf8(database));
     private_->database().execute("pragma page_size = 512");  // so that a few rows make it grow
-    loan_.emplace(*private_);
+    redirect_.emplace(*private_);
   } else {
     sqlite::Database(toUtf8(database), sqlite::Database::Mode::kCreate, {});
   }
   createTables(*openDatabase());
   if (layer_ == Layer::kPrivate || layer_ == Layer::kFile) return;
-  for (const inventory::Table& table : inventory::tables()) private_->letRowsWait(std::string(table.name));
+  for (const inventory::Table& table : inventory::tables()) private_->bufferRows(std::string(table.name));
 }
 
 std::shared_ptr<sqlite::Database> Environment::openDatabase() const {
@@ -200,9 +200,9 @@ void Environment::dropTable(const std::string& name) {
   hasDropped_ = true;
 }
 
-// Beside the private database itself, the loan and this look.
+// Beside the private database itself, the redirect and this call.
 long Environment::openConnections() const {
-  return private_ != nullptr ? platform::store::lent(database).use_count() - 3 : 0;
+  return private_ != nullptr ? platform::store::redirectedSession(database).use_count() - 3 : 0;
 }
 
 FakeObject& Environment::node(TextView path) {

@@ -17,7 +17,8 @@
 namespace test {
 
 // What stands behind the seam: a metabase of fakes, or the layer with the sample server WEB01; in both cases
-// a private database on loan, whose rows wait, or go into their tables at once, or a database file.
+// a private database that connections are redirected to, whose rows are buffered or inserted at once, or a
+// database file.
 enum class Layer { kFakes, kWaiting, kPrivate, kFile };
 
 // Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
@@ -54,7 +55,7 @@ class Environment {
   // How many connections to a private database are open.
   long openConnections() const;
   // Why the private database can't be relied on; empty where it can.
-  std::string breakdown() const { return private_ ? private_->breakdown() : ""; }
+  std::string fatalError() const { return private_ ? private_->fatalError() : ""; }
 
   // Where the mouse pointer stands.
   int pointer() const;
@@ -85,7 +86,7 @@ class Environment {
   bool hasDropped_ = false;
   Folder folder_;
   std::unique_ptr<platform::store::PrivateDatabase> private_;
-  std::optional<platform::store::Loan> loan_;
+  std::optional<platform::store::ConnectionRedirect> redirect_;
   FakeObject metabase_;
   FakeObject wmi_;
   FakeObject statusBar_;
