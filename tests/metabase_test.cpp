@@ -116,7 +116,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   const auto findHalfOfAPair = [] { GetObject(u"IIS://Web01/\xD83D"); };
   EXPECT_EQ(failureOf(findHalfOfAPair), number::kPathNotFound);
   fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
-  fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known are: Web01"});
+  fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known servers are Web01"});
 
   // An object and a name stay with the snapshot that they were made for.
   const ObjectRef old = object("/MSFTPSVC/1");
