@@ -183,31 +183,10 @@ char16_t toLowerBeyondAscii(char16_t unit) {
   return unit;
 }
 
-char16_t toUpperBeyondAscii(char16_t unit) {
-  if (unit == kSmallYDiaeresis) return kCapitalYDiaeresis;
-  for (const CaseRange& range : kDistant) {
-    if (unit >= range.firstUpper + range.distance && unit <= range.lastUpper + range.distance) {
-      return static_cast<char16_t>(unit - range.distance);
-    }
-  }
-  for (const AlternatingRange& range : kAlternating) {
-    if (unit >= range.first && unit <= range.last) {
-      return (unit - range.first) % 2 == 1 ? static_cast<char16_t>(unit - 1) : unit;
-    }
-  }
-  return unit;
-}
-
 Text lowerCase(TextView text) {
   Text lower(text);
   std::transform(lower.begin(), lower.end(), lower.begin(), toLower);
   return lower;
-}
-
-Text upperCase(TextView text) {
-  Text upper(text);
-  std::transform(upper.begin(), upper.end(), upper.begin(), toUpper);
-  return upper;
 }
 
 bool equalsInBothCases(TextView left, TextView right) {

@@ -22,20 +22,14 @@ char32_t nextPoint(std::string_view utf8, std::size_t& at);
 // Converts UTF-16 to UTF-8. An unpaired surrogate becomes U+FFFD.
 std::string toUtf8(TextView text);
 
-// Case conversion of Latin, Greek and Cyrillic letters. Other units are returned unchanged.
+// The small letter for a Latin, Greek or Cyrillic letter. Other units are returned unchanged.
 char16_t toLowerBeyondAscii(char16_t unit);
-char16_t toUpperBeyondAscii(char16_t unit);
 inline char16_t toLower(char16_t unit) {
   if (unit >= 0x80) return toLowerBeyondAscii(unit);
   return unit >= u'A' && unit <= u'Z' ? static_cast<char16_t>(unit + 0x20) : unit;
 }
-inline char16_t toUpper(char16_t unit) {
-  if (unit >= 0x80) return toUpperBeyondAscii(unit);
-  return unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - 0x20) : unit;
-}
 
 Text lowerCase(TextView text);
-Text upperCase(TextView text);
 
 // Whether two texts are equal, ignoring case, unit by unit.
 bool equalsInBothCases(TextView left, TextView right);

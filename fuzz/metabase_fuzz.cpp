@@ -1,5 +1,5 @@
 // A whole MetaBase.xml: it is refused with a failure, or every node can be found by its path, every property
-// of every node reads as a value or a failure, and every oddity can be told.
+// of every node reads as a value or a failure, and every warning can be formatted.
 
 #include <algorithm>
 #include <cstddef>
@@ -38,8 +38,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const automation::Failure&) {
     return 0;
   }
-  for (const Metabase::ParseWarning& oddity : metabase->warnings()) {
-    if (metabase->describe(oddity, u"input").find('\n') != std::string::npos) std::abort();
+  for (const Metabase::ParseWarning& warning : metabase->warnings()) {
+    if (metabase->describe(warning, u"input").find('\n') != std::string::npos) std::abort();
   }
   const auto nodes = std::min<std::size_t>(metabase->nodeCount(), kNodes);
   for (Metabase::NodeId node = 0; node < nodes; ++node) {

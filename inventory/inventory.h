@@ -1,4 +1,4 @@
-// The inventory that a user keeps: the collections of servers, written once and published whole.
+// The inventory: collections of servers, each published in one transaction and immutable.
 #pragma once
 
 #include <functional>

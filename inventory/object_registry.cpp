@@ -122,7 +122,7 @@ std::int64_t ObjectRegistry::add(ObjectKind kind, std::string_view key, std::int
   object.key = key;
   object.parent = parent;
   if (const std::string node = object.node(); !node.empty() && lineOf_) object.line = lineOf_(node);
-  // Applications, of which many may have one name, are not looked up.
+  // Applications are not looked up, because many may share a name.
   if (kind != ObjectKind::kApplication) byKey_.insert(static_cast<std::uint32_t>(last_));
   return object.id;
 }

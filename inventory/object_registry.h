@@ -68,7 +68,7 @@ class ObjectRegistry {
   const LineOf lineOf_;
   std::vector<ObjectInfo> objects_;
   std::unordered_set<std::uint32_t, Hash, Equal> byKey_;
-  mutable std::size_t last_ = 0;  // the place of the object that was found last
+  mutable std::size_t last_ = 0;  // index of the object found last
   std::string key_;               // of a directory
   // The parent that was found last, for a path and a site.
   std::string parentPath_, parentSite_;

@@ -7,7 +7,7 @@
 
 namespace inventory {
 
-// The version of the data model. Another one is refused; additions to this one are made in place.
+// The version of the data model. Other versions are rejected; additions are applied to existing databases.
 inline constexpr int kSchemaVersion = 2;
 
 // Updates the schema if `mayChange`; returns true if there is nothing to do. `name` is the database's. Throws

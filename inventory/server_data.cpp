@@ -77,8 +77,8 @@ void ServerData::addRow(std::size_t place, std::int64_t id, std::string_view not
   rows_[place].emplace_back(tables()[place], id, unknownBits(tables()[place], notKnown), stored);
 }
 
-// What fails at a directory concerns the lists of its site too. A problem of an item that is no object
-// concerns none.
+// A failure at a directory also affects the lists of its site. A problem of an item without an object affects
+// none.
 void ServerData::addProblem(Problem problem, std::int64_t about) {
   if (!problem.isNote && (about != 0 || problem.item.empty())) {
     reasons_[{problem.table, about}].push_back(problems_.size());

@@ -58,7 +58,7 @@ class DataRow {
   const Table* table_;
   std::int64_t id_;
   std::uint64_t unknown_;  // a bit for each column
-  const char* cells_;      // each '+' and the value, or '-' for none, and a NUL character
+  const char* cells_;      // each cell is '+' and the value, or '-' for null, and a NUL character
 };
 
 // The data of one collection.
@@ -74,18 +74,18 @@ class ServerData {
   // Null if there is no object with the id.
   const ObjectInfo* object(std::int64_t id) const;
 
-  // The rows of a table, by its place in tables(), in the order in which they were collected.
+  // The rows of a table, given by its index in tables(), in order of collection.
   std::size_t rowCount(std::size_t table) const { return rows_[table].size(); }
   DataRow row(std::size_t table, std::size_t at) const { return rows_[table][at]; }
   // Those about an object.
   std::vector<DataRow> rowsOf(std::size_t table, std::int64_t object) const;
 
   std::span<const Problem> problems() const { return problems_; }
-  // The object that a problem is about, by its place; 0 for none.
+  // The object of a problem, given by its index; 0 for none.
   std::int64_t problemObject(std::size_t at) const { return problemObjects_[at]; }
 
-  // Why cells of a table's rows about an object are unknown, or why there is no such row: messages of
-  // problems, without duplicates.
+  // The messages of problems that explain unknown cells or missing rows of an object in a table, without
+  // duplicates.
   std::vector<std::string> reasons(std::string_view table, std::int64_t object) const;
   bool hasReasons(std::string_view table, std::int64_t object) const;
 

@@ -18,7 +18,7 @@ constexpr ColumnRef kObjectType = column("tblAppliedObject", "Object type");
 constexpr ColumnRef kObjectName = column("tblAppliedObject", "Object name");
 constexpr ColumnRef kLogFormat = column("tblLogFileSetting", "Active log format");
 
-using Columns = std::uint64_t;  // a bit for each column, by its place
+using Columns = std::uint64_t;  // a bit per column index
 
 Columns bit(std::size_t column) {
   return Columns{1} << column;

@@ -1,4 +1,4 @@
-// Whether what an inventory holds agrees with what it says of itself.
+// Checks an inventory's data for consistency.
 #pragma once
 
 #include <string>
@@ -8,7 +8,7 @@
 
 namespace inventory {
 
-// What is wrong, a line each.
+// Returns a line per inconsistency.
 std::vector<std::string> verifyContents(Session& session);
 
 }  // namespace inventory

@@ -139,7 +139,7 @@ TEST(Logs, AStoreThatCannotBeOpenedIsRecordedWithItsPurpose) {
                        "cannot use the database 'nowhere.mdb': there is no such file");
   }
   for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"}) {
-    expected += record(module, "OpenRecordset", "80040E37", "Temporary database: no such table: " + table);
+    expected += record(module, "OpenRecordset", "80040E37", "temporary database: no such table: " + table);
   }
   EXPECT_EQ(environment.appLog(), expected);
   EXPECT_EQ(environment.log(), record(component, "GenerateFTPSiteInfo", "0", "Connection failure") +

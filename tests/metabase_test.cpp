@@ -117,7 +117,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   const auto findHalfOfAPair = [] { GetObject(u"IIS://Web01/\xD83D"); };
   EXPECT_EQ(failureOf(findHalfOfAPair), number::kPathNotFound);
   fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
-  fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known are: Web01"});
+  fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known servers are Web01"});
 
   // An object and a name stay with the snapshot that they were made for.
   const ObjectRef old = object("/MSFTPSVC/1");
@@ -297,7 +297,7 @@ TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
   const std::string digits(1001, '9');
   for (const Case& wrong :
        {Case{"MaxConnections", "4294967296", "4294967296"}, Case{"ConnectionTimeout", "-1", "-1"},
-        Case{"LogType", "", "no number"}, Case{"LogType", digits, "999..."},
+        Case{"LogType", "", "not a number"}, Case{"LogType", digits, "999..."},
         Case{"AllowAnonymous", "yes" + digits, "yes9"},
         Case{"AccessFlags", "AccessRead | AccessFly" + digits, "AccessFly9"},
         Case{"AdminACL", "00", "AdminACL", number::kSecured},
@@ -333,8 +333,8 @@ TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
       {"<html><body/></html>", number::kAnotherKind, "\"html\""},
       {"<configuration><Sections/></configuration>", number::kAnotherKind, "MBProperty"},
       {"<!DOCTYPE configuration []><configuration/>", number::kDocumentType, "document type"},
-      {"<?xml version='1.1'?><configuration/>", number::kNotXml, "another version than 1.0"},
-      {"<?xml version='1.0' encoding='ISO-8859-1'?><configuration/>", number::kEncoding, "another encoding"},
+      {"<?xml version='1.1'?><configuration/>", number::kNotXml, "declared XML version"},
+      {"<?xml version='1.0' encoding='ISO-8859-1'?><configuration/>", number::kEncoding, "declared encoding"},
       {value("&amp;\r\n&copy;"), number::kEntity, "line 5: the entity \"&copy;\""},
       {value("\r\n&#xD800;"), number::kEntity, "line 5: the reference \"&#xD800;\""},
       {value("a & b"), number::kEntity, "line 4"},

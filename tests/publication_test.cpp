@@ -718,8 +718,7 @@ TEST_F(Publication, WithoutRoomForWhatIsPrivateIsToldAndDoesNotHappen) {
     EXPECT_NE(none.err.find("A: incomplete and not published: "), std::string::npos) << none.err;
   }
   const Disk disk(place, 2048);
-  const Result result =
-      collect({"A=" + large}, 2, "the temporary database: there is no space left", elsewhere);
+  const Result result = collect({"A=" + large}, 2, "the temporary database: no space left", elsewhere);
   EXPECT_NE(result.err.find("previous inventory kept"), std::string::npos) << result.err;
   EXPECT_EQ(rows(), before);
   EXPECT_TRUE(fs::is_empty(place));

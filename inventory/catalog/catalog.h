@@ -52,9 +52,9 @@ constexpr std::string_view nodeRootOf(ObjectKind kind) {
 
 // What a column is for in a comparison of two inventories.
 enum class Role : std::uint8_t {
-  kIdentity,     // says what the row is about; known whatever failed
-  kValue,        // an object has it once
-  kListed,       // an object may have several, a row for each
+  kIdentity,     // identifies the row's object; always known
+  kValue,        // one per object
+  kListed,       // several per object, one per row
   kBookkeeping,  // of the inventory itself; not shown
 };
 
@@ -66,7 +66,7 @@ struct Column {
   Type type;          // in its table
   Type viewType;      // in views
   int group;          // of kListed columns: those of one group are compared together
-  ObjectKind onlyOf;  // of a table with rows of two kinds: the kind that has it; kNone for both
+  ObjectKind onlyOf;  // in a table about two kinds: the only kind that has it; kNone for both
   // The metabase properties it is derived from, separated by spaces; "*" for none in particular, "-" if it is
   // always known.
   std::string_view properties;
@@ -81,7 +81,7 @@ struct Table {
   // The kinds of objects that its rows are about, at most two; kNone for no second one.
   ObjectKind kinds[2];
   std::string_view key;    // the columns of its primary key
-  std::string_view index;  // another column by which rows are found; empty for none
+  std::string_view index;  // an additional indexed column; empty for none
   std::string_view meaning;
   std::span<const Column> columns;
   bool hasSeveralRows = key == "id, number";  // for an object
@@ -110,19 +110,19 @@ struct ColumnRef {
 
 namespace inventory {
 
-// The tables that collections fill, in the order in which they are made and shown.
+// The tables of collected rows, in the order in which they are created and shown.
 constexpr std::span<const Table> tables() {
   const auto end = std::ranges::find(declarations::kTables, "settings", &Table::name);
   return {std::begin(declarations::kTables), end};
 }
 
-// The inventory's own tables, in the order in which they are made; "settings" is the first. The program
+// The inventory's own tables, in the order in which they are created; "settings" is the first. The program
 // shows "Collections" and "Problems".
 constexpr std::span<const Table> ownTables() {
   return std::span(declarations::kTables).subspan(tables().size());
 }
 
-// The place of a table in tables(), or their number.
+// The index of a table in tables(), or their number.
 constexpr std::size_t findTable(std::string_view name) {
   std::size_t at = 0;
   while (at < tables().size() && tables()[at].name != name) ++at;
@@ -146,7 +146,7 @@ consteval const Table& ownTable(std::string_view name) {
   }
   throw std::logic_error("no such table");
 }
-// The place of a column in one of ownTables().
+// The index of a column in one of ownTables().
 consteval std::size_t ownColumn(std::string_view tableName, std::string_view name) {
   const Table& own = ownTable(tableName);
   return own.has(name) ? own.find(name) : throw std::logic_error("no such column");
@@ -158,7 +158,7 @@ constexpr const Table& problemsTable() {
   return ownTable("Problems");
 }
 
-// Names of columns that several tables have.
+// Names of columns of several tables.
 inline constexpr std::string_view kServerColumn = "Server name";
 inline constexpr std::string_view kPathColumn = "IISPath";
 inline constexpr std::string_view kDirectoryColumn = "Directory name";
@@ -171,7 +171,7 @@ constexpr std::string_view listTableOf(ObjectKind itemKind) {
   return itemKind == ObjectKind::kSite ? "tblFTPSiteInfo" : "tblAppPoolInfo";
 }
 
-// A column of a table or view, as the data dictionary has it.
+// An entry of the data dictionary: a column of a table or view.
 struct DictionaryEntry {
   std::string relation;
   bool isView = false;

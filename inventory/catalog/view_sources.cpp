@@ -20,7 +20,7 @@ constexpr ViewKinds kViews[] = {
     {"application", {ObjectKind::kApplication}},
 };
 
-// The view of addresses is made of the tables that have this column, and splits their others.
+// The view of addresses derives from the tables with this column and splits their other columns.
 constexpr std::string_view kAccessColumn = "grants_others";
 
 }  // namespace

@@ -7,12 +7,12 @@ namespace {
 constexpr const char* kId = "(o.collection_id * 4294967296 + o.number)";  // of an object
 constexpr const char* kParentId = "o.collection_id * 4294967296 + o.parent";
 
-// A view, or a part of one where several have one name: a row for each object of a kind, or for each of the
-// collections or problems.
+// A view, or a part of the union of all entries with the same name: one row per object of a kind, or per
+// collection or problem.
 struct ViewPart {
   std::string_view name, meaning;
   ObjectKind kind;         // kNone for every object
-  std::string_view table;  // what the rows come from; empty for all tables about the kind, a row of each
+  std::string_view table;  // source of the rows; empty for all tables about the kind, one row of each
 };
 
 constexpr ViewPart kParts[] = {
@@ -31,7 +31,7 @@ constexpr ViewPart kParts[] = {
     {"collection", "The collections that the views show", ObjectKind::kNone, "Collections"},
     {"problem", "What could not be read, and what was noted", ObjectKind::kNone, "Problems"}};
 
-// Makes the columns of a part of a view. In SQL "s" is the selected collection, "o" the object, and "t" or
+// Builds the columns of a part of a view. In SQL "s" is the selected collection, "o" the object, and "t" or
 // "t1" and so on its row in a table.
 class PartMaker {
  public:
@@ -91,8 +91,8 @@ class PartMaker {
     add("parent_id", kParentId, Type::kInteger, "Object that it belongs to");
   }
 
-  // The columns of a table, or of all about the kind. Of a table with several rows for an object what it has
-  // once comes from the first one.
+  // The columns of a table, or of all tables about the kind. If a table has several rows per object, values
+  // that are the same in all of them come from the first row.
   void addTables() {
     if (!part_.table.empty()) {
       from_ += " join " + quotedName(part_.table) + " t on t.id = " + kId;
@@ -108,7 +108,7 @@ class PartMaker {
     }
   }
 
-  // A row for each address, and one for an object that has none.
+  // One row per address, and one for an object without addresses.
   void addAccess() {
     const bool isSite = part_.kind == ObjectKind::kSite;
     const std::string granted = "t.\"Granted IP Address (Subnet mask)\"",
@@ -168,7 +168,7 @@ class PartMaker {
         {std::string(name), type, std::string(meaning), properties, name.ends_with("_id")});
   }
 
-  // All values of an object in a column, divided by commas.
+  // All values of an object in a column, separated by commas.
   std::string listOf(const Column& column) const {
     const std::string value = "nullif(x." + quotedName(column.name) + ", '')";
     const std::string from = " from " + quotedName(column.table) + " x where x.id = " + kId;

@@ -16,7 +16,7 @@ struct ViewColumn {
   Type type = Type::kText;
   std::string meaning;
   std::string_view properties;
-  bool isBookkeeping = false;  // an id, or what the inventory says of itself
+  bool isBookkeeping = false;  // an id or a property of the inventory itself
 };
 
 struct View {
@@ -27,7 +27,7 @@ struct View {
 };
 
 // All views, in the order of their dependencies. `selected` is the SQL of a relation with the columns
-// collection_id and server, which says what they show.
+// collection_id and server: the collections that they show.
 std::vector<View> views(const Dialect& dialect, const std::string& selected);
 
 // The stored view that selects the collections that the other views show, and its query.

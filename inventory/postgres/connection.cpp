@@ -26,7 +26,7 @@ constexpr std::string_view kService = "service=";
 constexpr milliseconds kCancelWait{1000};
 constexpr int kOldestVersion = 130000;
 
-// What to do about a failure, by what its SQLSTATE begins with.
+// Hints by prefix of the SQLSTATE.
 constexpr std::pair<std::string_view, const char*> kHints[] = {
     {"28", " (set a password in PGPASSWORD, ~/.pgpass or a service file)"},
     {"3D000", " (its administrator runs: create database ... encoding 'UTF8' template template0)"},
@@ -45,7 +45,7 @@ std::string grantsFor(const Target& target) {
          " to ...; grant select on all tables in schema " + schema + " to ...)";
 }
 
-// libpq's words as one line.
+// libpq's message as one line.
 std::string oneLine(const std::string& words) {
   return replaced(replaced(words, "[ \t\r\n]+", " "), "^ | $", "");
 }
@@ -60,7 +60,7 @@ void requireClearCredentials(std::string_view rest) {
       "'%40' instead");
 }
 
-// Whether a connect without an answer from a server has failed for a reason that may pass.
+// Whether a failed connect without a server's answer may succeed later.
 bool isTransient(const std::string& words) {
   static const std::regex kReasons(
       "refused|failed: No such file|timed out|unreachable|No route|reset by peer|closed the connection|"
@@ -92,7 +92,7 @@ std::string shownAddress(const std::string& address) {
   const std::unique_ptr<PQconninfoOption, Freer<PQconninfoFree>> options(
       PQconninfoParse(address.c_str(), &words));
   if (options == nullptr) {
-    // Behind the colon libpq quotes what it stumbles over.
+    // After the colon libpq quotes the invalid part.
     const std::string why = words != nullptr ? oneLine(words) : "out of memory";
     PQfreemem(words);
     throw Error("cannot parse the database's address: " + why.substr(0, why.find_first_of(":\"")));
@@ -171,7 +171,7 @@ Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move
   if (connection_ == nullptr) throw std::bad_alloc();
   PQsetNoticeProcessor(
       raw(), [](void*, const char*) {}, nullptr);
-  // Has the SQLSTATE in the text, the only place where a refused connection reports it.
+  // Includes the SQLSTATE in the text, the only place where a refused connection reports it.
   PQsetErrorVerbosity(raw(), PQERRORS_VERBOSE);
   PostgresPollingStatusType next = PGRES_POLLING_WRITING;
   while (PQstatus(raw()) != CONNECTION_BAD && next != PGRES_POLLING_OK && next != PGRES_POLLING_FAILED) {
@@ -217,13 +217,13 @@ void Connection::cancel() {
   if (handle == nullptr || PQstatus(raw()) != CONNECTION_OK) return;
   *cancelEnd_ += kCancelWait;
   try {
-    // It waits for the server for as long as the system does, so no thread may wait for it.
+    // PQcancel blocks until the system's timeout, so it runs in a detached thread.
     std::thread([handle = std::move(handle)] {
       char words[256];
       PQcancel(handle.get(), words, sizeof words);
     }).detach();
   } catch (const std::system_error&) {
-    // Without a thread the connection is closed a moment later.
+    // Without a thread the connection is closed shortly afterwards.
   }
 }
 
@@ -374,7 +374,7 @@ select set_config(name, '0', false) from pg_settings where name in
 select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = 'off';
 select 1 from pg_namespace where nspname = )" +
       quotedText(schema) + " and not has_schema_privilege(oid, 'USAGE')");
-  // The server would take the schema for a missing one.
+  // Otherwise the server reports the schema as missing.
   if (hidden.rows() > 0) {
     throw Forbidden("cannot use '" + target->shown + "': the role may not use the schema '" + schema + "'" +
                     grantsFor(*target));

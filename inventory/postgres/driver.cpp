@@ -130,7 +130,7 @@ class Pool {
 struct Attempt {
   bool isRepeated = false;
   int formerBackend = 0;    // of a lost connection
-  std::string system;       // as systemOf() gives it
+  std::string system;       // from systemOf()
   std::string transaction;  // the number of the one whose commit was sent
 };
 

@@ -42,7 +42,7 @@ void fold(sqlite3_context* context, int, sqlite3_value** arguments) {
   guarded(context, [&] { returnText(context, folded(textOf(arguments[0]))); });
 }
 
-// In characters, from 1; 0 where it is not found.
+// The position in characters from 1; 0 if not found.
 void strpos(sqlite3_context* context, int, sqlite3_value** arguments) {
   if (isNull(arguments[0]) || isNull(arguments[1])) return;
   const std::string_view text = textOf(arguments[0]);

@@ -12,14 +12,14 @@
 namespace inventory {
 namespace {
 
-// The same in both kinds of database.
+// Functions that are the same in both kinds of database.
 constexpr std::string_view kFunctions[] = {
     "abs",        "bool_and", "bool_or",     "coalesce",   "count",  "fold",   "lag",
     "lead",       "length",   "ltrim",       "max",        "min",    "nullif", "replace",
     "row_number", "rtrim",    "starts_with", "string_agg", "strpos", "substr", "sum"};
 
-// An empty database that lets a query read an inventory's views and nothing else. They are tables in it, so
-// that whatever a query uses, it names itself.
+// An empty database in which a query can only read an inventory's views. They are tables in it, so that
+// everything a query uses is named in its own text.
 class EmptyInventory {
  public:
   EmptyInventory() : database_("", 64) {
