@@ -48,10 +48,10 @@ FakeObject& setAll(FakeObject& object, const char* properties) {
   return object;
 }
 
-// A private database from one environment of fakes to the next: making its tables takes longer than a call.
+// Reused by the next environment of fakes: creating the tables takes longer than a call.
 std::unique_ptr<platform::store::PrivateDatabase> spare;
 
-// A reference to an object that the environment itself owns.
+// A reference to an object that the environment owns.
 ObjectRef unowned(Object& object) {
   return ObjectRef(ObjectRef(), &object);
 }
@@ -80,8 +80,8 @@ std::size_t recordsIn(const std::string& log) {
   return count;
 }
 
-std::string sabotaged(const std::string& object, const std::string& function) {
-  return record(object, function, "8000FFFF", "sabotaged");
+std::string injectedFailure(const std::string& object, const std::string& function) {
+  return record(object, function, "8000FFFF", "injected failure");
 }
 
 Environment::Environment(Layer layer) : layer_(layer) {
@@ -200,7 +200,7 @@ void Environment::dropTable(const std::string& name) {
   hasDropped_ = true;
 }
 
-// Beside the private database itself, the loan and this look.
+// Not counted: the private database itself, the loan and this local reference.
 long Environment::openConnections() const {
   return private_ != nullptr ? platform::store::lent(database).use_count() - 3 : 0;
 }

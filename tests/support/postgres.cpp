@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Debian keeps each version's programs in a folder of its own.
+// Debian installs the programs of each version in a separate folder.
 std::string programFolder() {
   std::vector<std::string> found;
   std::error_code error;
@@ -39,8 +39,8 @@ const passwd& unprivileged() {
   throw std::runtime_error("there is no user 'postgres' or 'nobody' to run PostgreSQL as");
 }
 
-pid_t started(std::vector<std::string> arguments, const std::string& log, int deathSignal,
-              int largestFile = 0) {
+pid_t startProcess(std::vector<std::string> arguments, const std::string& log, int deathSignal,
+                   int largestFile = 0) {
   const pid_t child = ::fork();
   if (child != 0) return child;
   const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
@@ -55,7 +55,7 @@ pid_t started(std::vector<std::string> arguments, const std::string& log, int de
     const rlimit limit{static_cast<rlim_t>(largestFile) << 20, static_cast<rlim_t>(largestFile) << 20};
     ::setrlimit(RLIMIT_FSIZE, &limit);
   }
-  // It doesn't outlive the test.
+  // Ends with the test.
   ::prctl(PR_SET_PDEATHSIG, deathSignal);
   ::setenv("LC_ALL", "C.UTF-8", 1);
   ::unsetenv("LD_PRELOAD");
@@ -75,22 +75,30 @@ PostgresServer::PostgresServer(std::unique_ptr<Folder> folder, std::vector<std::
       settings_(std::move(settings)),
       largestFile_(largestFile) {
   fs::permissions(folder_->path(), fs::perms(0755));
-  const fs::path own = folder_->folder("server");
-  if (::getuid() == 0 && ::chown(own.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0) {
-    throw std::runtime_error("can't give away the folder of the server");
+  const fs::path serverFolder = folder_->folder("server");
+  if (::getuid() == 0 && ::chown(serverFolder.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0) {
+    throw std::runtime_error("cannot change the owner of the server folder");
   }
-  std::vector<std::string> make = {
-      program("initdb"),  "-D",       (own / "data").string(), "-U", "master", "-A", "trust", "-E", "UTF8",
-      "--locale=C.UTF-8", "--no-sync"};
+  std::vector<std::string> make = {program("initdb"),
+                                   "-D",
+                                   (serverFolder / "data").string(),
+                                   "-U",
+                                   "master",
+                                   "-A",
+                                   "trust",
+                                   "-E",
+                                   "UTF8",
+                                   "--locale=C.UTF-8",
+                                   "--no-sync"};
   if (largestFile_ > 0) make.emplace_back("--wal-segsize=1");
-  const pid_t maker = started(make, (*folder_ / "log").string(), SIGKILL);
+  const pid_t maker = startProcess(make, (*folder_ / "log").string(), SIGKILL);
   int status = -1;
   if (::waitpid(maker, &status, 0) != maker || status != 0) {
     throw std::runtime_error("initdb has failed: " + contents(*folder_ / "log"));
   }
-  std::ofstream(own / "data" / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
-                                                 "local all secret scram-sha-256\n"
-                                                 "local all all trust\n";
+  std::ofstream(serverFolder / "data" / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
+                                                          "local all secret scram-sha-256\n"
+                                                          "local all all trust\n";
   start();
 }
 
@@ -105,15 +113,17 @@ void PostgresServer::start() {
     arguments.insert(arguments.end(), {"-c", setting});
   }
   for (const std::string& setting : settings_) arguments.insert(arguments.end(), {"-c", setting});
-  id_ = started(arguments, (*folder_ / "log").string(), SIGQUIT, largestFile_);
+  id_ = startProcess(arguments, (*folder_ / "log").string(), SIGQUIT, largestFile_);
   while (PQping(address("master", "postgres").c_str()) != PQPING_OK) {
-    int status = 0;
-    if (::waitpid(id_, &status, WNOHANG) == id_) {
-      id_ = -1;
-      throw std::runtime_error("PostgreSQL has ended: " + contents(*folder_ / "log"));
-    }
+    requireRunning();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
+}
+
+void PostgresServer::requireRunning() const {
+  siginfo_t info{};
+  if (::waitid(P_PID, static_cast<id_t>(id_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0)
+    throw std::runtime_error("PostgreSQL has ended: " + contents(*folder_ / "log"));
 }
 
 void PostgresServer::stop(int signal) {
@@ -123,17 +133,17 @@ void PostgresServer::stop(int signal) {
   id_ = -1;
 }
 
-void PostgresServer::fallAndRise() {
+void PostgresServer::crashAndRestart() {
   stop(SIGQUIT);
   start();
 }
 
-void PostgresServer::awaitEnd(const std::string& process) const {
+void PostgresServer::waitForBackendExit(const std::string& process) const {
   for (bool isThere = true; isThere; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
     try {
       isThere = !run("select 1 from pg_stat_activity where pid = " + process).empty();
     } catch (const inventory::Error&) {
-      // It is starting again.
+      requireRunning();  // restarting
     }
   }
 }

@@ -1,4 +1,4 @@
-#include "tests/support/seam.h"
+#include "tests/support/journal.h"
 
 #include <algorithm>
 
