@@ -138,9 +138,8 @@ TEST(Logs, RecordTheCallerOfAFailedOpen) {
     expected += record(module, "OpenConnection(" + purpose + ")", "80004005",
                        "Can't use the database 'nowhere.mdb': there is no such file");
   }
-  for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"}) {
+  for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"})
     expected += record(module, "OpenRecordset", "80040E37", "Temporary database: no such table: " + table);
-  }
   EXPECT_EQ(environment.appLog(), expected);
   EXPECT_EQ(environment.log(), record(component, "GenerateFTPSiteInfo", "0", "Connection failure") +
                                    record(component, "GenerateFTPSiteInfo", "0", "Recordset failure"));

@@ -348,9 +348,8 @@ class Full {
       const std::string table = toUtf8(name);
       const char* const first = table.starts_with("tblvirtual") ? "IISPath" : "Server name";
       if (!full_) database->execute("delete from " + table + " where \"" + first + "\" is null");
-      for (int row = 0; full_ && row < 1000; ++row) {
+      for (int row = 0; full_ && row < 1000; ++row)
         database->execute("insert into " + table + " default values");
-      }
     }
     if (full_) limitFiles(8 * 1024);
   }

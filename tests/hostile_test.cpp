@@ -67,9 +67,8 @@ TEST_F(Hostile, ReadsTenThousandInheritedPropertiesOfTenThousandChildren) {
 
 TEST_F(Hostile, ReadsAMillionNodes) {
   std::string elements;
-  for (std::size_t at = 0; at < kMillion / 2; ++at) {
+  for (std::size_t at = 0; at < kMillion / 2; ++at)
     elements += "<IIsFtpVirtualDir Location=\"/LM/MSFTPSVC/" + to_string(at) + "/root\"/>\n";
-  }
   const auto metabase = parse(elements);
   EXPECT_EQ(metabase->nodeCount(), kMillion + 3);
   const auto service = metabase->find(metabase->root(), u"LM/msftpsvc").value();

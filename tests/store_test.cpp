@@ -139,9 +139,8 @@ class Store : public testing::Test {
     Rows all;
     while (statement.step()) {
       std::string& row = all.emplace_back(statement.text(0).value_or("-"));
-      for (int column = 1; column < statement.columnCount(); ++column) {
+      for (int column = 1; column < statement.columnCount(); ++column)
         row.append("|").append(statement.text(column).value_or("-"));
-      }
     }
     return all;
   }

@@ -55,9 +55,8 @@ class SuddenDeath : public testing::Test {
   std::unique_ptr<Program> collect(int state, const char* wait = "60") const {
     test::Arguments arguments = {"collect", "--quiet", "--jobs",     "2",
                                  "--wait",  wait,      "--database", database_.string()};
-    for (const std::string& name : kServers) {
+    for (const std::string& name : kServers)
       arguments.push_back(name + "=" + (folder_ / (name + std::to_string(state) + ".xml")).string());
-    }
     return std::make_unique<Program>(folder_, arguments);
   }
 

@@ -45,9 +45,8 @@ std::vector<std::string> rowsWhere(Database& database, const inventory::Table& t
   std::vector<std::string> all;
   while (statement.step()) {
     std::string& row = all.emplace_back(std::string(table.name) + ": ");
-    for (int column = 0; column < statement.columnCount(); ++column) {
+    for (int column = 0; column < statement.columnCount(); ++column)
       row.append(column == 0 ? "" : "|").append(statement.text(column).value_or("-"));
-    }
   }
   std::sort(all.begin(), all.end());
   return all;

@@ -102,9 +102,8 @@ Environment::~Environment() {
   Runtime& runtime = Runtime::process();
   runtime.serveMoniker(u"IIS:", nullptr);
   runtime.serveMoniker(u"winmgmts:", nullptr);
-  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId}) {
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId})
     runtime.serveClass(id, nullptr);
-  }
   runtime.setScreen(nullptr);
   loan_.reset();
   if (layer_ == Layer::kFakes && !hasDropped_) spare = std::move(private_);
@@ -156,9 +155,8 @@ void Environment::setUpLayer() {
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::desktop::registerDesktop();
-  for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")}) {
+  for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")})
     serve(prefix, runtime.monikerServer(prefix));
-  }
   serveClass(kCommonId, runtime.classServer(kCommonId));
   screen_ = runtime.screen();
   runtime.setScreen(journal->wrap(screen_, "screen"));
@@ -168,9 +166,8 @@ void Environment::setUpLayer() {
 
 void Environment::setUpStore() {
   platform::store::registerStore();
-  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset")}) {
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset")})
     serveClass(id, Runtime::process().classServer(id));
-  }
   if (layer_ == Layer::kFakes && spare != nullptr) {
     private_ = std::move(spare);
     private_->empty();
@@ -258,9 +255,8 @@ std::vector<std::string> Environment::rows(TextView table) const {
   auto statement = opened->prepare("select * from " + toUtf8(table) + " order by rowid");
   while (statement.step()) {
     std::string& line = lines.emplace_back();
-    for (int column = 0; column < statement.columnCount(); ++column) {
+    for (int column = 0; column < statement.columnCount(); ++column)
       line.append(column > 0 ? "|" : "").append(statement.text(column).value_or("-"));
-    }
   }
   return lines;
 }
@@ -272,9 +268,8 @@ int Environment::pointer() const {
 std::vector<std::string> Environment::progress() const {
   std::vector<std::string> found;
   for (const std::string& line : journal->lines) {
-    if (line.starts_with("status.") || line.starts_with("bar.") || line.starts_with("count.")) {
+    if (line.starts_with("status.") || line.starts_with("bar.") || line.starts_with("count."))
       found.push_back(line);
-    }
   }
   return found;
 }

@@ -55,9 +55,8 @@ class Journal : public std::enable_shared_from_this<Journal> {
     const std::size_t at = lines.size();
     lines.push_back(line);
     try {
-      if (fails && fails(at + 1, line)) {
+      if (fails && fails(at + 1, line))
         throw automation::Failure(kInjectedFailure, u"injected failure", u"FaultInjector");
-      }
       return action();
     } catch (...) {
       lines[at] += " !";

@@ -158,9 +158,8 @@ class Writer {
     open("IIsApplicationPools", "/LM/W3SVC/AppPools");
     close();
     for (std::int64_t pool = 1; pool <= options_.pools; ++pool) writePool(pool);
-    for (std::int64_t application = 0; application < options_.applications; ++application) {
+    for (std::int64_t application = 0; application < options_.applications; ++application)
       writeApplication(application);
-    }
   }
 
   void writePool(std::int64_t pool) {

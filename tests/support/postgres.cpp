@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -30,6 +31,10 @@ std::string programFolder() {
   }
   if (found.empty()) throw std::runtime_error("PostgreSQL's server isn't installed: scripts/test does that");
   return *std::max_element(found.begin(), found.end());
+}
+
+bool copyFolder(const fs::path& from, const fs::path& to) {
+  return std::system(("cp -a '" + from.string() + "' '" + to.string() + "' 2>/dev/null").c_str()) == 0;
 }
 
 const passwd& unprivileged() {
@@ -76,30 +81,31 @@ PostgresServer::PostgresServer(std::unique_ptr<Folder> folder, std::vector<std::
       largestFile_(largestFile) {
   fs::permissions(folder_->path(), fs::perms(0755));
   const fs::path serverFolder = folder_->folder("server");
-  if (::getuid() == 0 && ::chown(serverFolder.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0) {
+  if (::getuid() == 0 && ::chown(serverFolder.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0)
     throw std::runtime_error("cannot change the owner of the server folder");
-  }
-  std::vector<std::string> make = {program("initdb"),
-                                   "-D",
-                                   (serverFolder / "data").string(),
-                                   "-U",
-                                   "master",
-                                   "-A",
-                                   "trust",
-                                   "-E",
-                                   "UTF8",
-                                   "--locale=C.UTF-8",
-                                   "--no-sync"};
+  createData(serverFolder / "data");
+  start();
+}
+
+// initdb takes longer than most tests, so they copy what the first one has created.
+void PostgresServer::createData(const fs::path& data) const {
+  const fs::path kept = POSTGRES_DATA + replaced(programs_, "/", "_") + (largestFile_ > 0 ? "-small" : "");
+  if (fs::exists(kept) && copyFolder(kept, data)) return;
+  fs::remove_all(data);
+  std::vector<std::string> make = {program("initdb"), "-D", data.string(), "-U", "master", "-A", "trust"};
+  make.insert(make.end(), {"-E", "UTF8", "--locale=C.UTF-8", "--no-sync"});
   if (largestFile_ > 0) make.emplace_back("--wal-segsize=1");
   const pid_t maker = startProcess(make, (*folder_ / "log").string(), SIGKILL);
   int status = -1;
-  if (::waitpid(maker, &status, 0) != maker || status != 0) {
+  if (::waitpid(maker, &status, 0) != maker || status != 0)
     throw std::runtime_error("initdb has failed: " + contents(*folder_ / "log"));
-  }
-  std::ofstream(serverFolder / "data" / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
-                                                          "local all secret scram-sha-256\n"
-                                                          "local all all trust\n";
-  start();
+  std::ofstream(data / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
+                                         "local all secret scram-sha-256\n"
+                                         "local all all trust\n";
+  const fs::path own = kept.string() + "." + std::to_string(::getpid());
+  std::error_code ignored;
+  if (copyFolder(data, own)) fs::rename(own, kept, ignored);
+  fs::remove_all(own, ignored);
 }
 
 PostgresServer::~PostgresServer() {
@@ -158,9 +164,8 @@ std::string PostgresServer::run(const std::string& sql, const std::string& datab
   inventory::postgres::Connection connection(address("master", database));
   const inventory::postgres::ResultSet result = connection.run(sql);
   std::string values;
-  for (int row = 0; row < result.rows(); ++row) {
+  for (int row = 0; row < result.rows(); ++row)
     values += (row == 0 ? "" : "\n") + std::string(result.text(row, 0).value_or("-"));
-  }
   return values;
 }
 

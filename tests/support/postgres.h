@@ -41,6 +41,7 @@ class PostgresServer {
   void waitForBackendExit(const std::string& process) const;
 
  private:
+  void createData(const std::filesystem::path& data) const;
   void start();
   void stop(int signal);
   void requireRunning() const;

@@ -171,9 +171,8 @@ void callEverything(const Text& server, std::string& progress, std::string& resu
   }
   const Text root = u"IIS://" + server + u"/MSFTPSVC/1/ROOT";
   call(sites, u"GetRootVirtualDirectory", server, u"1", root, kDatabase);
-  for (const ObjectRef& directory : childrenAt(root)) {
+  for (const ObjectRef& directory : childrenAt(root))
     call(sites, u"GetChildVirtualDirectories", server, u"1", read(directory, u"ADsPath"), kDatabase);
-  }
   call(sites, u"WriteToLog", 7, u"Gr\u00F6\u00DFe", u"host", u"callEverything");
 
   const ObjectRef pools = component(u"AppPoolCollection", progress);
@@ -184,9 +183,8 @@ void callEverything(const Text& server, std::string& progress, std::string& resu
   call(pools, u"GetWebServiceExtension", server, kDatabase);
   for (const ObjectRef& pool : childrenAt(poolsPath)) {
     const Text name = toText(read(pool, u"Name"));
-    for (const TextView tab : kPoolTabs) {
+    for (const TextView tab : kPoolTabs)
       call(pools, u"GetAppPoolPropertyInfo", server, kDatabase, tab, true, name);
-    }
     call(pools, u"EnumAppsInPool", server, kDatabase, name);
     const ObjectRef connection = openDatabase();
     const ObjectRef rows = openRows(u"Select * from tblMemoryRecycling where 1=2", connection);
