@@ -688,9 +688,9 @@ TEST_F(Publication, IsCompleteOrKeepsThePreviousInventoryOnASmallDisk) {
 TEST_F(Publication, FailsWithoutSpaceForTemporaryFiles) {
   collect({"A=" + kLegacy}, 1);
   const Strings before = rows();
-  // 48 MiB of names, more than the temporary database keeps in memory.
+  // Long names, so that the temporary database does not stay in memory.
   const std::string small = generateState(1);
-  const std::string large = modifiedCopy(generateState(2, 500), "State 2 site", std::string(12000, 'x'));
+  const std::string large = modifiedCopy(generateState(2, 1000), "State 2 site", std::string(12000, 'x'));
   const auto limited = [](rlim_t kibibytes) {
     return [kibibytes] {
       const rlimit shortFiles{kibibytes * 1024, kibibytes * 1024};
