@@ -16,7 +16,7 @@ void AppPoolCollection::SetErrorLogPath(const Text& strAppErrLogPath, const Text
 
 void AppPoolCollection::WriteToLog(std::int32_t aErrorNumber, const Text& aErrorMessage,
                                    const Text& aObjectName, const Text& aFunctionName) {
-  // Stays: the record is lost where the log of the other class fails its caller.
+  // Stays: the record is lost, where the other class reports the failure of its log to the caller.
   Silently(
       [&] { AppendLogRecord(mstrErrorLogPath, aErrorNumber, aErrorMessage, aObjectName, aFunctionName); });
 }

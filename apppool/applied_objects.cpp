@@ -1,7 +1,7 @@
 // The web sites and virtual directories that an application pool serves.
 //
 // Sources: the WMI class IIsApplicationPool in the namespace microsoftiisv2, its property Name and its method
-// EnumAppsInPool, for the list alone; for each application the metabase: ServerComment, ServerBindings, the
+// EnumAppsInPool, for the list only; for each application the metabase: ServerComment, ServerBindings, the
 // ADSI property Status and the children's Path of a site, Name and Path of a directory.
 
 #include "apppool/AppPoolCollection.h"
@@ -17,10 +17,10 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// WMI puts W3SVC/APPPOOLS/ before the name of a pool.
+// WMI prefixes the name of a pool with W3SVC/APPPOOLS/.
 constexpr std::size_t kPoolPrefixLength = 15;
 
-// The text from one position on; empty where there is nothing left.
+// The text from a position on; empty beyond the end.
 TextView TextFrom(TextView strText, std::size_t lngStart) {
   return lngStart < strText.size() ? strText.substr(lngStart) : TextView();
 }
@@ -99,7 +99,7 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
         return OpenRecordset(objRs, u"Select * from tblAppliedObject where 1=2"sv, objCn, kForwardOnly,
                              kOptimistic, kServerSide);
       })) {
-    // /LM and the closing slash go; what is left begins with a slash, so its first piece is empty.
+    // /LM and the trailing slash are removed; the rest starts with a slash, so its first piece is empty.
     const TextView strObjectPath = TextFrom(TextView(strAppPath).substr(0, strAppPath.size() - 1), 3);
     const bool bWebSite = CountPieces(strObjectPath, u'/') == 4;
     if (bWebSite) {
@@ -112,10 +112,10 @@ void AppPoolCollection::GetAppliedObjectProperties(const Text& strServerName, co
         objObject = GetObject(concat({u"IIS://"sv, strServerName, u"/"sv, PieceOf(strObjectPath, u'/', 1),
                                       u"/"sv, PieceOf(strObjectPath, u'/', 2)}));
       });
-      // Stays: no words for a site without a comment. It is a failure here.
+      // Stays: no replacement name for a site without a comment, which is a failure here.
       guard.step([&] { strObjectName = toText(read(objObject, u"servercomment"sv)); });
       guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing"sv, strObjectName)); });
-      // Stays: the last binding counts. Without the list there are no bounds to walk between.
+      // Stays: the last binding counts. Without the list there are no bounds to iterate between.
       if (guard.step([&] { aBindings = read(objObject, u"ServerBindings"sv); })) {
         guard.forEachIndex(aBindings, [&](std::int32_t intIndex) {
           guard.step([&] { strBinding = toText(element(aBindings, intIndex)); });

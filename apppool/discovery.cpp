@@ -1,4 +1,4 @@
-// Which application pools there are: GetAppPoolsCount, GetTotalAppPools.
+// Discovery of application pools: GetAppPoolsCount, GetTotalAppPools.
 
 #include "apppool/AppPoolCollection.h"
 #include "frame/guards.h"
@@ -53,11 +53,11 @@ std::int16_t AppPoolCollection::GetAppPoolsCount(const Text& strIISServerName, c
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Recordset failure", u"TORVINFTPAppDataCom", u"GetAppPoolsCount");
     });
-    // Stays: the connection is released without a Close.
+    // Stays: releases the connection without a Close.
     return 0;
   }
 
-  // Stays: a list that has a row of this server isn't brought up to date.
+  // Stays: a list that contains a row of this server is not updated.
   if (guard.test([&] { return automation::toBool(read(objRs, u"EOF"sv)); })) {
     guard.step([&] { objPools = GetObject(u"IIS://" + strIISServerName + u"/W3SVC/apppools"); });
     if (objPools != nullptr) {

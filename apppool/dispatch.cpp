@@ -9,7 +9,7 @@ namespace TORVINFTPAppDataCom {
 
 using namespace mFTPAppPoolSupport;
 
-// The collectors by the names of their tabs, as hosts spell them.
+// The collectors by tab name, as hosts spell it.
 struct AppPoolCollection::Tab {
   TextView strName;
   TextView strSql;
@@ -58,7 +58,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
     guard.step([&] { objPools = GetObject(u"IIS://" + strServerName + u"/W3SVC/apppools"); });
   }
   if (objPool == nullptr && objPools == nullptr) {
-    // Stays: the handler has dealt with the failure, so this second record has number 0 and no message.
+    // Stays: the handler has processed the failure, so this second record has number 0 and no message.
     guard.step([&] {
       WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
                  u"GetAppPoolPropertyInfo");
@@ -89,7 +89,7 @@ void AppPoolCollection::GetAppPoolPropertyInfo(const Text& strServerName, const 
       if (openTable(*tab)) {
         guard.forEach(objPools, [&](const ObjectRef& objChild) {
           collect(*tab, objChild);
-          // Stays: a pool counts, whether or not its collector failed.
+          // Stays: a pool counts whether or not its collector failed.
           guard.step([&] { IncrementProgressBar(); });
           guard.step([&] { intDone = progress::AddOne(intDone); });
           guard.step([&] { SetProcessCountMessage(progress::CountText(intDone, intTotal)); });

@@ -1,4 +1,4 @@
-// The tab "General" of an application pool: whether it runs.
+// The tab "General" of an application pool: its state.
 //
 // Source: the ADSI property AppPoolState of an IIsApplicationPool; 2 is started.
 

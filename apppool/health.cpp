@@ -1,4 +1,4 @@
-// The tab "Health" of an application pool: how its worker processes are watched, rapid-fail protection, time
+// The tab "Health" of an application pool: pinging of its worker processes, rapid-fail protection, time
 // limits.
 //
 // Sources: the metabase properties PingingEnabled, PingInterval (seconds), RapidFailProtection,

@@ -1,6 +1,6 @@
-// The tab "Identity" of an application pool: the account under which its worker processes run.
+// The tab "Identity" of an application pool: the account of its worker processes.
 //
-// Sources: the metabase properties AppPoolIdentityType and, for a configured account alone, WAMUserName.
+// Sources: the metabase properties AppPoolIdentityType and, for a configured account only, WAMUserName.
 
 #include "apppool/AppPoolCollection.h"
 #include "apppool/pool_identity.h"

@@ -1,4 +1,4 @@
-// Which application pool is this: the columns that every row of a pool's tabs begins with.
+// The identity of an application pool: the first columns of every row of a pool's tabs.
 #pragma once
 
 #include "frame/component.h"

@@ -1,8 +1,8 @@
-// The web service extension restrictions of a server: a row for each entry of the list, then a status for
-// each extension.
+// The web service extension restrictions of a server: first a row per entry of the list, then a status per
+// extension.
 //
-// Source: the metabase property WebSvcExtRestrictionList of an IIsWebService, whose entries hold an access
-// flag, a file, a flag, the extension's name and its description, with commas in between.
+// Source: the metabase property WebSvcExtRestrictionList of an IIsWebService. Each entry consists of an
+// access flag, a file, a flag, the extension's name and its description, separated by commas.
 
 #include "apppool/AppPoolCollection.h"
 #include "frame/guards.h"
@@ -15,8 +15,8 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// The statements of the second pass. Stays: the names go into them unquoted. A single quote in one
-// spoils its own statements and no others.
+// The statements of the second pass. Stays: names are inserted without escaping. A single quote in a name
+// breaks the statements of that name only.
 Text ExtensionsSql(TextView strServerName) {
   return concat({u"Select Distinct [Web service extension] from tblWSExtension where [Server name] = '"sv,
                  strServerName, u"' "sv});  // Stays: the space.
@@ -38,7 +38,7 @@ Text StatusSql(TextView strStatus, TextView strServerName, TextView strExtension
                  strServerName, u"' and [Web service extension]= '"sv, strExtension, u"'"sv});
 }
 
-// First pass: one row for each entry of the list.
+// First pass: one row per entry of the list.
 void AddEntries(const Guard& guard, const ObjectRef& objRs, const Variant& aList, TextView strServerName) {
   std::int16_t intAccess = 0;
   guard.forEachIndex(aList, [&](std::int32_t intIndex) {
@@ -66,7 +66,7 @@ void AddEntries(const Guard& guard, const ObjectRef& objRs, const Variant& aList
       guard.step([&] { WriteText(objRs, u"File access"sv, strAccess); });
     } else {
       guard.step([&] { strExtension = PieceOf(strEntry, u',', 3); });
-      // Stays: a comma cuts the description off.
+      // Stays: a comma truncates the description.
       guard.step([&] { strDescription = PieceOf(strEntry, u',', 4); });
       guard.step([&] { call(objRs, u"AddNew"sv); });
       guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });
@@ -80,7 +80,7 @@ void AddEntries(const Guard& guard, const ObjectRef& objRs, const Variant& aList
   });
 }
 
-// Second pass: one status for each extension in the table, from the access words of all its files.
+// Second pass: one status per extension in the table, from the access texts of all its files.
 void UpdateStatuses(const Guard& guard, ObjectRef& objCn, ObjectRef& objRs, const ObjectRef& objRsExtensions,
                     TextView strServerName) {
   Text strExtension;
@@ -104,8 +104,8 @@ void UpdateStatuses(const Guard& guard, ObjectRef& objCn, ObjectRef& objRs, cons
       }
       guard.step([&] { CloseRecordset(objRs, True); });
     }
-    // A recordset that can't be moved on would show the same extension for ever: the second time ends the
-    // walk.
+    // A recordset that cannot be advanced would return the same extension forever: the second occurrence ends
+    // the loop.
     const bool bMoved = guard.step([&] { call(objRsExtensions, u"MoveNext"sv); });
     if (!bMoved && bStuck) break;
     bStuck = !bMoved;
@@ -133,7 +133,7 @@ void AppPoolCollection::GetWebServiceExtension(const Text& strServerName, const 
         return OpenRecordset(objRs, u"Select * from tblWSExtension where 1=2"sv, objCn, kForwardOnly,
                              kOptimistic, kServerSide);
       })) {
-    // Without the list there are no bounds to walk between.
+    // Without the list there are no bounds to iterate between.
     if (bListRead) AddEntries(guard, objRs, aList, strServerName);
     guard.step([&] { CloseRecordset(objRs, True); });
   }

@@ -1,5 +1,5 @@
-// The tab "Worker Process Recycling" of an application pool: when its worker processes are recycled, one row
-// for each time of the schedule.
+// The tab "Worker Process Recycling" of an application pool: the recycling triggers, one row per time of the
+// schedule.
 //
 // Sources: the metabase properties PeriodicRestartTime (minutes), PeriodicRestartRequests and
 // PeriodicRestartSchedule.

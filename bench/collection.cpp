@@ -25,7 +25,7 @@ void require(bool condition, const char* what) {
 
 Handle open(const std::filesystem::path& path) {
   sqlite3* database = nullptr;
-  require(sqlite3_open(path.c_str(), &database) == SQLITE_OK, "can't open the database");
+  require(sqlite3_open(path.c_str(), &database) == SQLITE_OK, "cannot open the database");
   return Handle(database);
 }
 
@@ -56,7 +56,7 @@ std::int64_t countRows(const std::filesystem::path& database) {
   std::int64_t rows = 0;
   for (const inventory::Table& table : inventory::tables()) {
     const Prepared statement = prepare(handle, "select count(*) from " + sqlite::quotedName(table.name));
-    require(sqlite3_step(statement.get()) == SQLITE_ROW, "can't count rows");
+    require(sqlite3_step(statement.get()) == SQLITE_ROW, "cannot count rows");
     rows += sqlite3_column_int64(statement.get(), 0);
   }
   return rows;
@@ -70,7 +70,8 @@ BareWriter::BareWriter(const std::filesystem::path& collected) {
     rows.insertSql = "insert into " + sqlite::quotedName(table.name) + " values (?";
     for (int column = 1; column < rows.columns; ++column) rows.insertSql += ",?";
     rows.insertSql += ")";
-    const Prepared statement = prepare(handle, "select " + columnsOf(table) + " from " + sqlite::quotedName(table.name));
+    const Prepared statement =
+        prepare(handle, "select " + columnsOf(table) + " from " + sqlite::quotedName(table.name));
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
       for (int column = 0; column < rows.columns; ++column) {
         const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement.get(), column));
@@ -85,10 +86,10 @@ std::int64_t BareWriter::write(const std::filesystem::path& metabase,
                                const std::filesystem::path& database) const {
   pugi::xml_document document;
   require(document.load_file(metabase.c_str(), pugi::parse_default & ~pugi::parse_wconv_attribute),
-          "can't parse the metabase");
+          "cannot parse the metabase");
 
   const Handle handle = open(database);
-  require(sqlite3_exec(handle.get(), "begin", nullptr, nullptr, nullptr) == SQLITE_OK, "can't begin");
+  require(sqlite3_exec(handle.get(), "begin", nullptr, nullptr, nullptr) == SQLITE_OK, "cannot begin");
   std::int64_t written = 0;
   for (const Rows& rows : tables_) {
     const Prepared statement = prepare(handle, rows.insertSql);
@@ -102,12 +103,12 @@ std::int64_t BareWriter::write(const std::filesystem::path& metabase,
           sqlite3_bind_null(statement.get(), column + 1);
         }
       }
-      require(sqlite3_step(statement.get()) == SQLITE_DONE, "can't insert");
+      require(sqlite3_step(statement.get()) == SQLITE_DONE, "cannot insert");
       sqlite3_reset(statement.get());
       ++written;
     }
   }
-  require(sqlite3_exec(handle.get(), "commit", nullptr, nullptr, nullptr) == SQLITE_OK, "can't commit");
+  require(sqlite3_exec(handle.get(), "commit", nullptr, nullptr, nullptr) == SQLITE_OK, "cannot commit");
   return written;
 }
 

@@ -1,4 +1,4 @@
-// A whole collection, as a host makes one, and the bare libraries doing the same work.
+// A whole collection, as a host makes it, and the same work with bare libraries.
 #pragma once
 
 #include <cstdint>
@@ -13,27 +13,27 @@ namespace bench {
 
 using test::registerEverything;
 
-// Makes a database with all tables and nothing in them.
+// Creates a database with all tables, which are empty.
 void createDatabase(const std::filesystem::path& database);
 
-// How many rows stand in all tables together.
+// The number of rows in all tables.
 std::int64_t countRows(const std::filesystem::path& database);
 
-// The limit: rows that stand in memory, written by bare libsqlite3 with one prepared insert for each table in
-// one transaction, behind a parse of the file by bare pugixml.
+// The lower bound: rows in memory, written by bare libsqlite3 with one prepared insert per table in one
+// transaction, after parsing the file with bare pugixml.
 class BareWriter {
  public:
-  // Takes the rows of all tables of a collected database into memory.
+  // Loads the rows of all tables of a collected database into memory.
   explicit BareWriter(const std::filesystem::path& collected);
 
-  // Parses `metabase` and writes all rows into the empty tables of `database`. Gives the number of rows.
+  // Parses `metabase` and writes all rows into the empty tables of `database`. Returns the number of rows.
   std::int64_t write(const std::filesystem::path& metabase, const std::filesystem::path& database) const;
 
  private:
   struct Rows {
     std::string insertSql;
     int columns = 0;
-    std::vector<std::pair<bool, std::string>> values;  // row by row; false stands for null
+    std::vector<std::pair<bool, std::string>> values;  // row by row; false represents null
   };
   std::vector<Rows> tables_;
 };

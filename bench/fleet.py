@@ -17,7 +17,7 @@ import tempfile
 import time
 from pathlib import Path
 
-FILES = 20  # that are different
+FILES = 20  # distinct
 LARGEST_REPORT = 1000
 VIEW = "select * from {} where server = '{}'"
 

@@ -1,4 +1,4 @@
-// generate_metabase: writes a MetaBase.xml of a wanted size.
+// generate_metabase: writes a MetaBase.xml of a given size.
 
 #include <CLI/CLI.hpp>
 #include <fstream>
@@ -35,7 +35,7 @@ int main(int argc, char** argv) {
   if (path != "-") {
     file.open(path, std::ios::binary);
     if (!file) {
-      std::cerr << "generate_metabase: can't write " << path << '\n';
+      std::cerr << "generate_metabase: cannot write " << path << '\n';
       return 1;
     }
   }

@@ -1,4 +1,4 @@
-// Benchmarks of the single steps that a collection is made of.
+// Benchmarks of the single steps of a collection.
 
 #include <benchmark/benchmark.h>
 
@@ -21,8 +21,8 @@ namespace {
 using automation::Text;
 using platform::metabase::Metabase;
 
-// A server with `sites` FTP sites, six nodes each besides the directories below.
-std::string generated(std::int64_t sites, std::int64_t directories) {
+// A server with `sites` FTP sites, six nodes each, plus the directories below.
+std::string generateMetabase(std::int64_t sites, std::int64_t directories) {
   test::MetabaseOptions options;
   options.sites = sites;
   options.directories = directories;
@@ -32,16 +32,16 @@ std::string generated(std::int64_t sites, std::int64_t directories) {
 }
 
 void parse(benchmark::State& state) {
-  const std::string bytes = generated(state.range(0), 5);
+  const std::string bytes = generateMetabase(state.range(0), 5);
   for (auto _ : state) benchmark::DoNotOptimize(Metabase::parse(bytes, "generated"));
   state.SetBytesProcessed(static_cast<std::int64_t>(bytes.size()) * state.iterations());
 }
 BENCHMARK(parse)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond);
 
-// One path in a metabase of about so many nodes, a different one each time.
+// One path in a metabase of about that many nodes, a different one each time.
 void lookUp(benchmark::State& state) {
   const std::int64_t sites = state.range(0) / 10;
-  const auto metabase = Metabase::parse(generated(sites, 8), "generated");
+  const auto metabase = Metabase::parse(generateMetabase(sites, 8), "generated");
   std::int64_t site = 0;
   for (auto _ : state) {
     site = (site + 7919) % sites;
@@ -55,7 +55,7 @@ BENCHMARK(lookUp)->Arg(10000)->Arg(1000000);
 void readProperty(benchmark::State& state) {
   static constexpr std::array kNames = {u"ServerComment", u"MaxConnections", u"logextfiletime",
                                         u"ServerBindings"};
-  const auto metabase = Metabase::parse(generated(100, 5), "generated");
+  const auto metabase = Metabase::parse(generateMetabase(100, 5), "generated");
   const auto node = *metabase->find(metabase->root(), u"LM/MSFTPSVC/50");
   const Text name = kNames[static_cast<std::size_t>(state.range(0))];
   for (auto _ : state) benchmark::DoNotOptimize(metabase->read(node, *metabase->property(name), u"S"));
@@ -63,7 +63,7 @@ void readProperty(benchmark::State& state) {
 }
 BENCHMARK(readProperty)->DenseRange(0, 3);
 
-// One saved row of eight columns through the seam.
+// One saved row of eight columns through late binding.
 void saveRow(benchmark::State& state) {
   const std::string name = "/nowhere/inventory.db";
   platform::store::PrivateDatabase database(name);
@@ -88,7 +88,7 @@ void saveRow(benchmark::State& state) {
 }
 BENCHMARK(saveRow)->Unit(benchmark::kMicrosecond);
 
-// One record: an open, a write and a close. The file grows all the while.
+// One record: an open, a write and a close. The file grows.
 void logRecord(benchmark::State& state) {
   const auto path = std::filesystem::temp_directory_path() / "micro_benchmark.log";
   const Text text = automation::fromUtf8(path.string());

@@ -1,5 +1,5 @@
-// postgres_report: measures an inventory on a PostgreSQL server, which it makes for itself, against the
-// server's own psql and against an SQLite file, in turn, and prints tables.
+// postgres_report: compares an inventory on a temporary PostgreSQL server with the server's own psql and with
+// an SQLite file, in turn, and prints tables.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,11 +35,11 @@ double median(std::vector<double> seconds) {
   return seconds[seconds.size() / 2];
 }
 
-// A program from its start to its end.
+// Runs a program to its end.
 double run(Strings arguments) {
   const auto start = Clock::now();
   const pid_t child = fork();
-  if (child < 0) throw std::runtime_error("can't fork");
+  if (child < 0) throw std::runtime_error("cannot fork");
   if (child == 0) {
     std::vector<char*> raw;
     for (std::string& argument : arguments) raw.push_back(argument.data());
@@ -104,7 +104,7 @@ class Report {
     server_.run("create database fleet");
   }
 
-  // The publication of one large server against psql's copy of the same rows, indexes and all.
+  // The publication of one large server compared with psql's copy of the same rows, including indexes.
   void againstPsql() {
     collect({metabase("LARGE", 10000)}, file_);
     const Memory rows(file_);
@@ -179,7 +179,7 @@ class Report {
   std::string metabase(const std::string& server, std::int64_t sites) const {
     const fs::path file = directory_ / (server + ".xml");
     std::ofstream out(file, std::ios::binary);
-    test::writeMetabase(test::inProportion(sites), out);
+    test::writeMetabase(test::optionsForSites(sites), out);
     return server + "=" + file.string();
   }
 
@@ -189,7 +189,7 @@ class Report {
     return run(arguments);
   }
 
-  // Leaves the tables, so that nobody is measured making them.
+  // Leaves the tables, so that creating them is not measured.
   void empty() {
     const std::string all = server_.run(
         "select string_agg(format('%I.%I', schemaname, tablename), ', ') from pg_tables where schemaname = "
@@ -199,7 +199,7 @@ class Report {
     server_.run("checkpoint");
   }
 
-  // Every table as psql writes it, and the commands that bring it back.
+  // Every table as psql writes it, and the commands that restore it.
   std::string exported() {
     std::string commands;
     for (const inventory::Table& table : inventory::tables()) {

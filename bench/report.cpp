@@ -1,5 +1,5 @@
-// collection_report: measures the program against the bare libraries, each measurement in a process of its
-// own and the two in turn, and prints tables.
+// collection_report: compares the program with the bare libraries, each measurement in a separate process and
+// alternating, and prints tables.
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -33,16 +33,16 @@ double secondsSince(Clock::time_point start) {
 
 struct Measurement {
   double seconds = 0;
-  double megabytes = 0;  // the process's peak
+  double megabytes = 0;  // peak memory of the process
 };
 
-// Runs `work`, which gives seconds, in a process of its own: its peak memory is its own too.
-Measurement inChild(const std::function<double()>& work) {
+// Runs `work`, which returns seconds, in a separate process, so that its peak memory is measured separately.
+Measurement runInChild(const std::function<double()>& work) {
   int ends[2];
-  if (pipe(ends) != 0) throw std::runtime_error("can't make a pipe");
+  if (pipe(ends) != 0) throw std::runtime_error("cannot make a pipe");
   std::fflush(stdout);
   const pid_t child = fork();
-  if (child < 0) throw std::runtime_error("can't fork");
+  if (child < 0) throw std::runtime_error("cannot fork");
   if (child == 0) {
     int status = 1;
     try {
@@ -66,11 +66,11 @@ Measurement inChild(const std::function<double()>& work) {
   return measurement;
 }
 
-// The program from its start to its end, as a user runs it.
+// The program from start to end, as a user runs it.
 Measurement program(const std::vector<std::string>& arguments) {
   const auto start = Clock::now();
   const pid_t child = fork();
-  if (child < 0) throw std::runtime_error("can't fork");
+  if (child < 0) throw std::runtime_error("cannot fork");
   if (child == 0) {
     std::vector<char*> raw;
     std::vector<std::string> all{IISINVENTORY_PROGRAM, "collect", "--quiet"};
@@ -87,7 +87,7 @@ Measurement program(const std::vector<std::string>& arguments) {
   return {secondsSince(start), static_cast<double>(usage.ru_maxrss) / 1024};
 }
 
-// The median: the middle of what the machine did beside them.
+// The median is robust against other load on the machine.
 double median(std::vector<Measurement> runs) {
   std::sort(runs.begin(), runs.end(),
             [](const Measurement& left, const Measurement& right) { return left.seconds < right.seconds; });
@@ -139,7 +139,7 @@ class Report {
   fs::path metabase(const std::string& server, std::int64_t sites) const {
     const fs::path file = directory_ / (server + ".xml");
     std::ofstream out(file, std::ios::binary);
-    test::writeMetabase(test::inProportion(sites), out);
+    test::writeMetabase(test::optionsForSites(sites), out);
     return file;
   }
   std::string named(const std::string& server, std::int64_t sites) const {
@@ -163,7 +163,7 @@ class Report {
     const int runs = sites > 1000 ? 7 : 15;
     for (int run = 0; run < runs; ++run) {
       ours.push_back(collect({"BENCH=" + file.string()}, true));
-      bare.push_back(inChild([&] {
+      bare.push_back(runInChild([&] {
         bench::createDatabase(copy);
         const bench::BareWriter writer(collected);
         const auto start = Clock::now();

@@ -1,4 +1,4 @@
-// The words of late binding that the component is written in.
+// The late-binding vocabulary of the component.
 #pragma once
 
 #include "automation/failure.h"
@@ -9,7 +9,7 @@
 
 namespace TORVINFTPAppDataCom {
 
-// A name in a member's place is u"..."sv, whose length the compiler knows.
+// Member names are u"..."sv literals, whose length is a compile-time constant.
 using namespace std::string_view_literals;
 
 using automation::Failure;

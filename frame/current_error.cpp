@@ -11,7 +11,7 @@ ErrorState stateOf(const std::exception& failure) {
   if (const auto* known = dynamic_cast<const Failure*>(&failure)) {
     return {known->number(), known->description(), known->source()};
   }
-  // Whatever else a library throws must not cost the host more than the step that failed.
+  // An unexpected exception of a library costs the host no more than the step that failed.
   const bool memory = dynamic_cast<const std::bad_alloc*>(&failure) != nullptr;
   return {memory ? automation::number::kOutOfMemory : automation::number::kInternal,
           automation::fromUtf8(failure.what()),

@@ -1,4 +1,4 @@
-// The current error: the pending failure of this thread, as a routine's handler sees it.
+// The current error: this thread's pending failure, as seen by the handler of a routine.
 #pragma once
 
 #include <cstdint>
@@ -14,13 +14,13 @@ struct ErrorState {
   Text source;
 };
 
-// The current error of this thread: number 0 and empty texts while no handler is at work.
+// The current error of this thread; number 0 and empty texts while no handler runs.
 const ErrorState& CurrentError();
 
 void ClearError();
 
-// Makes a failure the current error for as long as a handler works on it. The current error is clear
-// afterwards, also when the handler itself fails.
+// Makes a failure the current error while a handler processes it. Clears the current error afterwards, also
+// if the handler itself fails.
 class PendingError {
  public:
   explicit PendingError(const std::exception& failure);
@@ -28,8 +28,8 @@ class PendingError {
   PendingError(const PendingError&) = delete;
   PendingError& operator=(const PendingError&) = delete;
 
-  // The failure's number, description and source. A failure that names no source came from a step of the
-  // component itself, and bears the component's name.
+  // The failure's number, description and source. A failure without a source was raised by the component
+  // itself and gets the component's name.
   const ErrorState& state() const { return state_; }
 
  private:

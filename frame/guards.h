@@ -1,15 +1,15 @@
-// The four guards. Each routine of the component has one of them:
+// The four guards. Each routine of the component uses one of them:
 //
 //   leave-on-failure     LeaveOnFailure(steps, handler)
 //   continue-on-failure  ContinueOnFailure guard(handler); guard.step(...); guard.test(...); ...
 //   silent               Silently(step)
-//   none                 nothing: the failure passes to the caller
+//   none                 nothing: the failure propagates to the caller
 //
-// A handler is called with the failure, a const ErrorState&. A failure inside a handler leaves the routine
-// and goes to its caller.
+// A handler receives the failure as a const ErrorState&. A failure inside a handler leaves the routine and
+// propagates to its caller.
 //
 // References are released at the end of their scope. A routine sets one to null itself only where the order
-// shows outside: the mouse pointer is set back after everything has been released.
+// is visible outside: the mouse pointer is reset after all references have been released.
 #pragma once
 
 #include <memory>
@@ -20,7 +20,7 @@
 
 namespace TORVINFTPAppDataCom {
 
-// Runs the steps. The first that fails ends them and hands its failure to the handler.
+// Runs the steps up to the first failure, which is passed to the handler.
 template <typename Steps, typename Handler>
 void LeaveOnFailure(Steps&& steps, Handler&& handler) {
   try {
@@ -31,7 +31,7 @@ void LeaveOnFailure(Steps&& steps, Handler&& handler) {
   }
 }
 
-// Drops a failed step.
+// Ignores a failure of the step.
 template <typename Step>
 void Silently(Step&& step) {
   try {
@@ -40,11 +40,11 @@ void Silently(Step&& step) {
   }
 }
 
-// What a continue-on-failure routine runs its steps with, each on its own: a failed one goes to the handler,
-// and the routine continues after it.
+// Runs each step of a continue-on-failure routine separately: a failure goes to the handler, and the routine
+// continues after it.
 class Guard {
  public:
-  // Runs one step; an assignment that fails in it leaves its variable as it was. Returns whether the step
+  // Runs one step. An assignment that fails leaves its variable unchanged. Returns whether the step
   // succeeded.
   template <typename Step>
   bool step(Step&& step) const {
@@ -57,7 +57,7 @@ class Guard {
     }
   }
 
-  // Runs a test. One that fails counts as passed.
+  // Evaluates a condition. A failure counts as true.
   template <typename Test>
   bool test(Test&& test) const {
     bool bPassed = true;
@@ -65,15 +65,15 @@ class Guard {
     return bPassed;
   }
 
-  // Runs a routine that opens something, and returns whether it is open. The test is for False, so one that
-  // fails counts as not open.
+  // Runs a routine that opens something and returns whether it is open. The routine's result is compared with
+  // False, so a failure counts as not open.
   template <typename Open>
   bool opened(Open&& open) const {
     return !test([&] { return open() == False; });
   }
 
-  // Walks the children of an object, each handed to `body`, which guards its own steps. A failure to begin or
-  // to go on is logged and ends the walk: there is no next child to take.
+  // Calls `body` with each child of an object; `body` guards its own steps. A failure to start or continue
+  // the enumeration is logged and ends it.
   template <typename Body>
   void forEach(const ObjectRef& objContainer, Body&& body) const {
     forEachUntil(objContainer, [&](const ObjectRef& objChild) {
@@ -82,7 +82,7 @@ class Guard {
     });
   }
 
-  // The same, left as soon as `body` returns true.
+  // The same, but ends when `body` returns true.
   template <typename Body>
   void forEachUntil(const ObjectRef& objContainer, Body&& body) const {
     std::unique_ptr<automation::Walk> walk;
@@ -94,8 +94,8 @@ class Guard {
     }
   }
 
-  // Counts from the lower to the upper bound of an array, both 16 bits wide, each index handed to `body`. A
-  // bound that can't be read is logged, and there is nothing to count.
+  // Calls `body` with each index from the lower to the upper bound of an array, both 16 bits wide. A bound
+  // that cannot be read is logged, and no index is visited.
   template <typename Body>
   void forEachIndex(const Variant& aList, Body&& body) const {
     std::int16_t intLower = 0;

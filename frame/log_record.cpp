@@ -31,7 +31,7 @@ std::string LocalTime() {
   return std::string(text, std::strftime(text, sizeof text, "%m/%d/%Y %H:%M:%S", &parts));
 }
 
-// The width counts characters of the text, so the spaces are put in before it is encoded.
+// The width counts UTF-16 code units of the text, so padding precedes encoding.
 Text LeftAligned(Text strText) {
   strText.resize(std::max(strText.size(), kNameWidth), u' ');
   return strText;
@@ -73,10 +73,9 @@ void AppendLogRecord(const Text& strPath, std::int32_t aErrorNumber, const Text&
 #else
   File file(std::fopen(SystemPath(strPath).c_str(), "ab"), &std::fclose);
 #endif
-  // What an empty path gives differs between systems.
+  // The error code of an empty path differs between systems.
   if (file == nullptr) FailOnFile(strPath.empty() ? ENOENT : errno, strPath);
-  // Without a buffer the record goes out in one piece, also beside another process that writes to the same
-  // file.
+  // Unbuffered, so that the record is a single write, also if another process writes to the file.
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
   if (std::fwrite(record.data(), 1, record.size(), file.get()) != record.size()) FailOnFile(errno, strPath);
   if (std::fclose(file.release()) != 0) FailOnFile(errno, strPath);

@@ -1,4 +1,4 @@
-// The record that all log writers of the component write.
+// The record format of all logs of the component.
 #pragma once
 
 #include <cstdint>
@@ -7,17 +7,17 @@
 
 namespace TORVINFTPAppDataCom {
 
-// Appends one record to the file at `strPath`, with an open, a write and a close of its own. The record is a
-// line in the system's encoding with five fields, a TAB between them, CR LF at the end:
+// Appends one record to the file at `strPath`, with a separate open, write and close. The record is a line in
+// the system's encoding with five fields, separated by TAB and ended by CR LF:
 //
 //   local date and time, MM/dd/yyyy HH:mm:ss
 //   `aObjectName`, padded with spaces to 40 characters, never truncated
 //   `aFunctionName`, likewise
 //   `aErrorNumber` in upper-case hexadecimal, right-aligned in 10 characters
-//   `aErrorMessage` as it is
+//   `aErrorMessage` unchanged
 //
-// A file that isn't there is created, a directory isn't. Backslashes in the path separate directories on
-// every machine. Throws Failure where the file can't be opened, written or closed.
+// Creates the file if it is missing, but not its directory. Backslashes in the path are directory separators
+// on every system. Throws Failure if the file cannot be opened, written or closed.
 void AppendLogRecord(const Text& strPath, std::int32_t aErrorNumber, const Text& aErrorMessage,
                      const Text& aObjectName, const Text& aFunctionName);
 

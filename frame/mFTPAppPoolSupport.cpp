@@ -79,7 +79,7 @@ void CloseRecordset(ObjectRef& objRs, VariantBool bRelease) {
   });
   if (objRs == nullptr) return;
   if (guard.test([&] { return toInt32(read(objRs, u"State"sv)) == kOpen; })) {
-    // Stays: a row that a collector has left pending makes the Close fail, and is dropped.
+    // Stays: a row that a collector left pending makes Close fail, and is discarded.
     if (!guard.step([&] { call(objRs, u"Close"sv); })) {
       guard.step([&] { call(objRs, u"CancelUpdate"sv); });
     }

@@ -1,4 +1,4 @@
-// The support module: the routines that open and close the store, its log writer, and two text helpers.
+// The support module: routines that open and close the database, its log writer, two text helpers.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,7 @@
 
 namespace TORVINFTPAppDataCom::mFTPAppPoolSupport {
 
-// Cursor types, lock types and cursor locations of a recordset, as ADO numbers them.
+// ADO values of cursor types, lock types and cursor locations.
 constexpr std::int32_t kForwardOnly = 0;
 constexpr std::int32_t kDynamic = 2;
 constexpr std::int32_t kPessimistic = 2;
@@ -15,36 +15,36 @@ constexpr std::int32_t kOptimistic = 3;
 constexpr std::int16_t kServerSide = 2;
 constexpr std::int16_t kClientSide = 3;
 
-// The directory of the application error log, without a closing backslash. One per thread: all objects of a
-// thread share it.
+// The directory of the application error log, without a trailing backslash. All objects of a thread share it.
 extern thread_local Text mstrAppErrLogPath;
 
-// Opens a new connection to the database file `strDBName` in `objCn`, replacing what that held. On failure: a
-// record whose function name holds `strCaller`, `objCn` null, False. Guard: leave-on-failure.
+// Opens a new connection to the database file `strDBName` and stores it in `objCn`, replacing the previous
+// value. On failure: writes a record whose function name contains `strCaller`, sets `objCn` to null, returns
+// False. Guard: leave-on-failure.
 VariantBool OpenConnection(ObjectRef& objCn, const Text& strDBName, TextView strCaller);
 
-// Closes the connection if it is open, and makes `objCn` null. Nothing for a null reference. Guard:
+// Closes the connection if it is open and sets `objCn` to null. Does nothing for a null reference. Guard:
 // continue-on-failure.
 void CloseConnection(ObjectRef& objCn);
 
-// Opens a new recordset with `strSql` on `objCn` in `objRs`. On failure: a record, `objRs` null, False.
-// Guard: leave-on-failure.
+// Opens a new recordset with `strSql` on `objCn` and stores it in `objRs`. On failure: writes a record, sets
+// `objRs` to null, returns False. Guard: leave-on-failure.
 VariantBool OpenRecordset(ObjectRef& objRs, TextView strSql, ObjectRef& objCn, std::int32_t lngCursorType,
                           std::int32_t lngLockType, std::int16_t intCursorLocation);
 
-// Closes the recordset if it is open, dropping a row that hinders it, and makes `objRs` null if `bRelease` is
-// True. Nothing for a null reference. Guard: continue-on-failure.
+// Closes the recordset if it is open, discarding a pending row that prevents this, and sets `objRs` to null
+// if `bRelease` is True. Does nothing for a null reference. Guard: continue-on-failure.
 void CloseRecordset(ObjectRef& objRs, VariantBool bRelease);
 
-// An empty text for null, any other value unchanged.
+// Returns an empty text for null, any other value unchanged.
 Variant NullToEmpty(Variant value);
 
-// The text between single quotes, with the quotes in it doubled.
+// Returns the text in single quotes, with embedded quotes doubled.
 Text QuoteForSql(TextView strText);
 void AppendQuoted(Text& strTo, TextView strText);
 
-// Writes a record to the application error log, TORVINLog.Log in `mstrAppErrLogPath`. A failure passes to the
-// caller.
+// Writes a record to the application error log, TORVINLog.Log in `mstrAppErrLogPath`. A failure propagates to
+// the caller.
 void WriteErrorLogEntry(std::int32_t aErrorNumber, const Text& aErrorMessage, const Text& aObjectName,
                         const Text& aFunctionName);
 

@@ -8,11 +8,11 @@
 namespace TORVINFTPAppDataCom {
 namespace {
 
-// A larger buffer isn't kept: one row with a text of megabytes is no reason to hold on to them.
+// A larger buffer is not kept, so that one row with a text of megabytes doesn't occupy them for good.
 constexpr std::size_t kKeptUnits = 4096;
 
-// The Variants that a column's name and its text are handed over in. They stay with the thread, so that a row
-// needs no memory of its own for each of its columns.
+// The Variants that pass a column's name and text. Kept per thread, so that a row allocates nothing per
+// column.
 struct Buffers {
   Variant vColumn;
   Variant vText;
@@ -21,11 +21,11 @@ struct Buffers {
 
 Buffers& ThreadBuffers() {
   thread_local Buffers buffers;
-  // Without the launder the compiler looks the thread's object up again at each use.
+  // Without the launder the compiler looks up the thread-local object at each use.
   return *std::launder(&buffers);
 }
 
-// Lends them for one write.
+// Marks the buffers as used during one write.
 class Loan {
  public:
   explicit Loan(Buffers& buffers) : buffers_(buffers) { buffers_.bLent = true; }
@@ -77,7 +77,7 @@ std::size_t CountPieces(TextView strText, char16_t chrDelimiter) {
   return 1 + static_cast<std::size_t>(std::count(strText.begin(), strText.end(), chrDelimiter));
 }
 
-// Inside another write of this thread, which a host's recordset may well cause, the buffers are lent already.
+// A host's recordset may cause a nested write on this thread while the buffers are in use.
 
 void WriteColumn(const ObjectRef& objRs, TextView strColumn, const Variant& value) {
   Buffers& buffers = ThreadBuffers();

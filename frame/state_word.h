@@ -1,12 +1,11 @@
-// The state of a site in words, for the tabs of both classes.
+// The display text of a site's state, for the tabs of both classes.
 #pragma once
 
 #include "frame/component.h"
 
 namespace TORVINFTPAppDataCom {
 
-// Status, the ADSI property of a site, as text. A state without a word of its own stays the number that it
-// is.
+// Converts the ADSI property Status. An unknown state keeps its number.
 inline Text StateWord(const Text& strStatus) {
   if (strStatus == u"2") return u"Running";
   if (strStatus == u"4") return u"Stopped";

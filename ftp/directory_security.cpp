@@ -1,4 +1,4 @@
-// The tab "Directory Security" of an FTP site: which computers may reach it.
+// The tab "Directory Security" of an FTP site: its IP restrictions.
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"

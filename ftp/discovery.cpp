@@ -1,4 +1,4 @@
-// Which FTP sites there are: GetFTPSitesCount, GenerateFTPSiteInfo, GenerateFTPVirDirInfo.
+// Discovery of FTP sites: GetFTPSitesCount, GenerateFTPSiteInfo, GenerateFTPVirDirInfo.
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
@@ -24,7 +24,7 @@ std::int16_t FTPCollection::GetFTPSitesCount(Text& strIISServerName) {
     guard.forEach(objService,
                   [&](const ObjectRef&) { guard.step([&] { intCount = progress::AddOne(intCount); }); });
   }
-  // Stays: one is taken off for the service's Info entry, also where there is none.
+  // Stays: subtracts one for the service's Info node, also if there is none.
   return static_cast<std::int16_t>(intCount - 1);
 }
 
@@ -58,11 +58,11 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
     guard.step([&] {
       WriteToLog(CurrentError().number, u"Recordset failure", u"TORVINFTPAppDataCom", u"GenerateFTPSiteInfo");
     });
-    // Stays: the connection is released without a Close.
+    // Stays: releases the connection without a Close.
     return 0;
   }
 
-  // Stays: a list that has a row of this server isn't brought up to date.
+  // Stays: a list that contains a row of this server is not updated.
   if (guard.test([&] { return automation::toBool(read(objRs, u"EOF"sv)); })) {
     guard.step([&] { objService = GetObject(u"IIS://" + strServerName + u"/MSFTPSVC"); });
     if (objService != nullptr) {
@@ -70,8 +70,8 @@ std::int16_t FTPCollection::GenerateFTPSiteInfo(const Text& strServerName, const
         guard.step([&] { strName = toText(read(objChild, u"Name"sv)); });
         if (IsInfoNode(strName)) return;
         guard.step([&] { call(objRs, u"AddNew"sv); });
-        // Stays: two steps, unlike in the tabs. Where the read fails, the name comes from the comment of the
-        // child before.
+        // Stays: two steps, unlike in the tabs. If the read fails, the name is derived from the comment of
+        // the previous child.
         guard.step([&] { vComment = read(objChild, u"servercomment"sv); });
         guard.step([&] { strSiteName = vComment.isNull() ? Text(kNoSiteName) : toText(vComment); });
         guard.step([&] { WriteText(objRs, u"Server name"sv, strServerName); });

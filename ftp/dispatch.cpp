@@ -9,7 +9,7 @@ namespace TORVINFTPAppDataCom {
 
 using namespace mFTPAppPoolSupport;
 
-// The collectors by the names of their tabs, as hosts spell them.
+// The collectors by tab name, as hosts spell it.
 struct FTPCollection::Tab {
   TextView strName;
   TextView strSql;
@@ -58,7 +58,7 @@ void FTPCollection::GetFTPPropertyInfo(const Text& strIISServerName, const Text&
     guard.step([&] { objService = GetObject(u"IIS://" + strIISServerName + u"/MSFTPSVC"); });
   }
   if (objSite == nullptr && objService == nullptr) {
-    // Stays: the handler has dealt with the failure, so this second record has number 0 and no message.
+    // Stays: the handler has processed the failure, so this second record has number 0 and no message.
     guard.step([&] {
       WriteToLog(CurrentError().number, CurrentError().description, u"TORVINFTPAppDataCom",
                  u"GetFTPPropertyInfo");

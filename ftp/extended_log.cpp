@@ -1,7 +1,7 @@
-// The tab "Extended Log Properties" of an FTP site: which fields an extended log records.
+// The tab "Extended Log Properties" of an FTP site: the fields of an extended log.
 //
-// Sources: the metabase properties LogPluginClsid and LogExtFileFlags, each flag of which is a Boolean
-// property of its own. The host field came with IIS 6.
+// Sources: the metabase properties LogPluginClsid and LogExtFileFlags, whose flags are Boolean properties.
+// IIS 6 introduced the host field.
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"

@@ -1,4 +1,4 @@
-// The tab "General" of an FTP site: the address and port that it listens on, its limits and its state.
+// The tab "General" of an FTP site: address, port, limits and state.
 //
 // Sources: the metabase properties ServerComment, ServerBindings, MaxConnections, ConnectionTimeout and the
 // ADSI property Status of an IIsFtpServer.
@@ -51,7 +51,7 @@ VariantBool FTPCollection::GetServerGeneralProperty(const Text& strServerName, O
           call(objRs, u"Update"sv);
           bResult = True;
         }
-        // Stays: the pointer goes back at each site, also in the middle of a walk, and at Info.
+        // Stays: resets the pointer at each site, also during an enumeration, and at Info.
         progress::ShowDefaultPointer();
       },
       [&](const ErrorState& objErr) {

@@ -1,5 +1,4 @@
-// The tab "Home Directory" of an FTP site: where its content lies, what it allows and how it lists
-// directories.
+// The tab "Home Directory" of an FTP site: content location, permissions and directory listing style.
 //
 // Sources: the metabase properties Path, AccessFlags (AccessRead and AccessWrite) and DontLog of the site's
 // root directory, and MSDOSDirOutput of the site.
@@ -29,10 +28,10 @@ VariantBool FTPCollection::GetHomeDirectoryProperties(const Text& strServerName,
         call(objRs, u"AddNew"sv);
         WriteSiteIdentity(objRs, strServerName, strSiteName, strId);
 
-        // Stays: the site once more, as a second object.
+        // Stays: reads the site again, as a second object.
         const ObjectRef objSite = GetObject(concat({u"IIS://"sv, strServerName, u"/MSFTPSVC/"sv, strId}));
         if (objSite != nullptr) {
-          // Stays: each child overwrites what the one before wrote, so the last one counts.
+          // Stays: each child overwrites the values of the previous one, so the last one counts.
           const auto walk = automation::children(objSite);
           while (const ObjectRef objDirectory = walk->next()) {
             const Text strPath = toText(read(objDirectory, u"Path"sv));

@@ -8,7 +8,7 @@ namespace {
 
 constexpr TextView kSingleComputer = u"255.255.255.255";
 
-// An entry: the address alone for a single computer, else with its subnet mask. Stays: the address isn't
+// An entry: the address alone for a single computer, else with its subnet mask. Stays: the address is not
 // trimmed.
 Text EntryText(TextView strAddress, TextView strMask) {
   const TextView strTrimmed = trimBlanks(strMask);
@@ -27,7 +27,7 @@ void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, cons
   TextView strMask;
 
   guard.step([&] { intGrantByDefault = toInt16(read(objIPSecurity, u"GrantByDefault"sv)); });
-  // Stays: what can't be read counts as denied.
+  // Stays: an unreadable value counts as denied.
   const bool bGranted = intGrantByDefault != 0;
   const TextView strAccess = bGranted ? u"Granted"sv : u"Denied"sv;
   const TextView strList = bGranted ? u"IPDeny"sv : u"IPGrant"sv;
@@ -36,7 +36,7 @@ void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, cons
 
   guard.step([&] { WriteText(objRs, u"All computer access"sv, strAccess); });
 
-  // Without the list there are no bounds to walk between.
+  // Without the list there are no bounds to iterate between.
   if (!guard.step([&] { aList = read(objIPSecurity, strList); })) return;
   guard.forEachIndex(aList, [&](std::int32_t intIndex) {
     strAddress = {};

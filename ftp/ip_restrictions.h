@@ -1,4 +1,4 @@
-// The walk over an IPSecurity object, which turns its list of exceptions into rows.
+// Converts the exception list of an IPSecurity object to rows.
 #pragma once
 
 #include "frame/component.h"
@@ -7,9 +7,9 @@
 
 namespace TORVINFTPAppDataCom {
 
-// Writes "All computer access" and the list of the computers to which it does not apply: one row per entry,
-// one row without an entry for an empty list. The first row is open already, with its identity columns
-// written; each further one gets them again. Leaves the last row open. Failures go to `guard`, step by step.
+// Writes "All computer access" and the list of computers that are exempt from it: one row per entry, one row
+// without an entry for an empty list. The first row is already pending with its identity columns; each
+// further row gets the same. Leaves the last row pending. Failures go to `guard`, step by step.
 void WalkIPRestrictions(const Guard& guard, const ObjectRef& objIPSecurity, const ObjectRef& objRs,
                         const RowIdentity& identity);
 

@@ -1,4 +1,5 @@
-// The tab "Log File Settings" of an FTP site: whether it logs, in which format, and that format's settings.
+// The tab "Log File Settings" of an FTP site: whether it logs, the log format, and the settings of that
+// format.
 //
 // Sources: the metabase properties LogType, LogPluginClsid, LogFilePeriod, LogFileTruncateSize,
 // LogFileLocaltimeRollover, LogFileDirectory, LogOdbcDataSource, LogOdbcUserName and LogOdbcTableName.
@@ -16,7 +17,7 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// LogFilePeriod, for whatever isn't limited by size: the words, and the name of the log file by format.
+// LogFilePeriod, for logs without a size limit: the display text, and the name of the log file by format.
 struct Period {
   TextView strPeriod;
   TextView strWords;
@@ -31,8 +32,7 @@ constexpr Period aPeriods[] = {
     {u"4", u"Hourly", u"\\exyymmddhh.log", u"\\inyymmddhh.log"},
 };
 
-// LogFileTruncateSize, in bytes; -1 is no limit. Stays: rounded to kilobytes first, to megabytes
-// then.
+// LogFileTruncateSize, in bytes; -1 is no limit. Stays: rounded to kilobytes first, then to megabytes.
 Text SizeText(std::int32_t lngTruncateSize) {
   if (lngTruncateSize == -1) return u"Unlimited Filesize";
   const std::int32_t lngKilobytes = roundToInt32(lngTruncateSize / 1024.0);

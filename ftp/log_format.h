@@ -1,4 +1,4 @@
-// The log format of a site, told by the first group of its logging module's class identifier.
+// The log format of a site, identified by the first group of its logging module's class identifier.
 #pragma once
 
 #include "frame/component.h"
@@ -9,8 +9,7 @@ inline constexpr TextView kExtendedFormat = u"W3C Extended Log File Format";
 inline constexpr TextView kOdbcFormat = u"ODBC Logging";
 inline constexpr TextView kInternetServiceFormat = u"Microsoft IIS Log File Format";
 
-// The first group: the eight characters after the opening brace. `strClassId` is the value of
-// LogPluginClsid.
+// The first group: the eight characters after the opening brace of LogPluginClsid.
 inline TextView LogClassGroup(TextView strClassId) {
   const TextView strTrimmed = trimBlanks(strClassId);
   return strTrimmed.size() < 2 ? TextView() : strTrimmed.substr(1, 8);

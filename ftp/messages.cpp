@@ -1,7 +1,7 @@
-// The tab "Message" of an FTP site: what it tells its users.
+// The tab "Message" of an FTP site: the messages sent to its users.
 //
-// Sources: the metabase properties GreetingMessage, ExitMessage, BannerMessage and MaxClientsMessage. The
-// banner came with IIS 6.
+// Sources: the metabase properties GreetingMessage, ExitMessage, BannerMessage and MaxClientsMessage. IIS 6
+// introduced the banner.
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
@@ -16,7 +16,7 @@ using namespace mFTPAppPoolSupport;
 
 namespace {
 
-// Stays: the lines are joined with nothing in between.
+// Stays: the lines are joined without a separator.
 Text JoinLines(const Variant& aLines) {
   const std::int16_t intLower = narrowToInt16(lowerBound(aLines));
   const std::int16_t intUpper = narrowToInt16(upperBound(aLines));
@@ -58,8 +58,8 @@ VariantBool FTPCollection::GetMessageSettings(const Text& strServerName, ObjectR
       },
       [&](const ErrorState& objErr) {
         WriteToLog(objErr.number, objErr.description, u"TORVINFTPAppDataCom", u"GetMessageSettings");
-        // Stays: these are the caller's own recordset and connection, and the sites after this one find
-        // neither. There this very look at the state fails and leaves the routine.
+        // Stays: these are the caller's recordset and connection, which are missing for all later sites.
+        // There this read of the state fails and leaves the routine.
         if (toInt32(read(objRs, u"State"sv)) == 1) CloseRecordset(objRs, True);
         if (toInt32(read(objCn, u"State"sv)) == 1) CloseConnection(objCn);
       });

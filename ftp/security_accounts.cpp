@@ -1,4 +1,4 @@
-// The tab "Security Accounts" of an FTP site: anonymous connections, their account, and who controls its
+// The tab "Security Accounts" of an FTP site: anonymous connections, their account, and control of its
 // password.
 //
 // Sources: the metabase properties AllowAnonymous, AnonymousUserName, AnonymousOnly and

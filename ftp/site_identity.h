@@ -1,4 +1,4 @@
-// Which site is this: what the collectors of FTP sites share to tell it.
+// The identity of an FTP site, as the collectors of its tabs write it.
 #pragma once
 
 #include "frame/component.h"
@@ -6,21 +6,21 @@
 
 namespace TORVINFTPAppDataCom {
 
-// Used for the name of a site that has none.
+// Replaces the name of a site without one.
 inline constexpr TextView kNoSiteName = u"Value not set";
 
-// The service's own Info node is listed among the sites but isn't one.
+// The service's Info node is listed among the sites but is not a site.
 inline bool IsInfoNode(TextView strId) {
   return equalsIgnoringCase(strId, u"Info"sv);
 }
 
-// The site's name, or what is used in its place where `servercomment` isn't set.
+// The site's name, or its replacement if `servercomment` is not set.
 inline Text ReadSiteName(const ObjectRef& objSite) {
   Variant vComment = read(objSite, u"servercomment"sv);
   return vComment.isNull() ? Text(kNoSiteName) : toText(std::move(vComment));
 }
 
-// The columns that every row of a site's tabs begins with.
+// The first columns of every row of a site's tabs.
 inline void WriteSiteIdentity(const ObjectRef& objRs, TextView strServerName, TextView strSiteName,
                               TextView strId) {
   WriteText(objRs, u"Server name"sv, strServerName);

@@ -1,4 +1,4 @@
-// The tree of virtual directories of a site, one level with each call.
+// The tree of virtual directories of a site, one level per call.
 //
 // Sources: Name, ADsPath and the metabase properties Path, AccessFlags (AccessRead and AccessWrite) and
 // DontLog of each child.
@@ -54,14 +54,14 @@ void FTPCollection::ListVirtualDirectories(const Text& strObjectPath, const Text
       })) {
     guard.step([&] { SetProgressBarMax(intTotal); });
     guard.forEach(objParent, [&](const ObjectRef& objChild) {
-      // Stays: the security rows come first, under the status text of the directory before; and a read that
-      // fails keeps what the child before had.
+      // Stays: the security rows precede, under the status text of the previous directory; and a read that
+      // fails keeps the value of the previous child.
       guard.step([&] { strName = toText(read(objChild, u"Name"sv)); });
       guard.step([&] {
         GetVirtualDirSecurityProperties(strName, strId, concat({strParentPath, u"/"sv, strName}),
                                         strParentPath, strDBName);
       });
-      // Stays: two spaces after the word, where every other routine has one.
+      // Stays: two spaces after the word, where all other routines have one.
       guard.step([&] { SetStatusBarMessage(progress::StatusText(u"Processing "sv, strName)); });
       guard.step([&] { strPath = toText(read(objChild, u"Path"sv)); });
       guard.step([&] { strRead = GetPropEnabledStatus(toInt16(read(objChild, u"accessread"sv))); });

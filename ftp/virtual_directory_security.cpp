@@ -1,4 +1,4 @@
-// Which computers may reach one virtual directory.
+// IP restrictions of one virtual directory.
 
 #include "frame/guards.h"
 #include "frame/mFTPAppPoolSupport.h"
@@ -43,7 +43,7 @@ void FTPCollection::GetVirtualDirSecurityProperties(const Text& strDirectoryName
   objCn = nullptr;
   objIPSecurity = nullptr;
   objDirectory = nullptr;
-  // Stays: the pointer goes back at each directory, although nothing here has set it.
+  // Stays: resets the pointer at each directory, although nothing here has set it.
   guard.step([&] { progress::ShowDefaultPointer(); });
 }
 

@@ -1,4 +1,4 @@
-// Puts binary IPSecurity values together, for those who try the decoder.
+// Encodes binary IPSecurity values as input of the decoder.
 #pragma once
 
 #include <arpa/inet.h>
@@ -9,7 +9,7 @@
 
 namespace test {
 
-// Entries are "address, mask"; neighbours with one mask are one group.
+// Entries are "address, mask"; consecutive entries with the same mask form a group.
 inline std::string encodeIpSecurity(const std::vector<std::string>& denials,
                                     const std::vector<std::string>& grants) {
   constexpr std::size_t kOffset = 0x80000000;
@@ -21,7 +21,7 @@ inline std::string encodeIpSecurity(const std::vector<std::string>& denials,
     ::inet_pton(AF_INET, address.c_str(), &bytes);
     return std::string(reinterpret_cast<const char*>(&bytes), sizeof bytes);
   };
-  // The elements of each group of each list, the mask first.
+  // The elements of each group of each list, starting with the mask.
   std::vector<std::vector<std::string>> lists(4);
   std::size_t groups = 0;
   for (std::size_t list = 0; list < 2; ++list) {

@@ -1,5 +1,5 @@
-// A binary IPSecurity value: it is refused with a reason, or it tells restrictions that, put together again,
-// tell the same ones in as many bytes or fewer.
+// A binary IPSecurity value: it is refused with a reason, or decodes to restrictions that, encoded again,
+// decode to the same ones in as many bytes or fewer.
 
 #include <cstddef>
 #include <cstdint>

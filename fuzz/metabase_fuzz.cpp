@@ -1,5 +1,5 @@
-// A whole MetaBase.xml: it is refused with a failure, or every node can be found by its path, every property
-// of every node reads as a value or a failure, and every warning can be formatted.
+// A whole MetaBase.xml: it is refused with a failure, or every node is found by its path, every property of
+// every node reads as a value or a failure, and every parse warning has a description.
 
 #include <algorithm>
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace {
 
 using platform::metabase::Metabase;
 
-// Large enough for all names that a small input can bring along.
+// Large enough for all names in a small input.
 constexpr Metabase::NodeId kNodes = 64;
 
 void readEverything(const Metabase& metabase, Metabase::NodeId node) {

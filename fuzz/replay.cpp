@@ -1,4 +1,4 @@
-// Runs a fuzz target over the files and folders named as arguments: the corpus as a regression test, with any
+// Runs a fuzz target on the files and folders given as arguments: the corpus as a regression test, with any
 // compiler.
 
 #include <cstdint>

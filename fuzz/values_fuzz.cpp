@@ -1,4 +1,4 @@
-// The parsers of single values. The first byte chooses one: flags, a multi-valued text, numbers, IP
+// The parsers of single values. The first byte selects one: flags, a multi-valued text, numbers, IP
 // restrictions.
 
 #include <cstddef>
@@ -19,14 +19,14 @@ using namespace platform::metabase;
 
 constexpr Flag kFlags[] = {{"AccessRead", 1}, {"AccessWrite", 2}, {"AccessScript", 512}};
 
-// Flags: the bits of the names, or a invalidPiece that stands in the text.
+// Flags: the bits of the names, or an invalid name that is part of the text.
 void tryFlags(std::string_view text) {
   std::optional<std::string_view> invalidPiece;
   parseFlags(text, kFlags, invalidPiece);
   if (invalidPiece && text.find(*invalidPiece) == std::string_view::npos) std::abort();
 }
 
-// Values hold neither a line end nor nothing at all.
+// Values are not empty and contain no line end.
 void tryMultiString(std::string_view text) {
   const automation::Variant value = parseMultiString(text);
   for (std::int32_t index = automation::lowerBound(value); index <= automation::upperBound(value); ++index) {

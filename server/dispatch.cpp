@@ -16,7 +16,7 @@ constexpr TextView kSource = u"TORVINFTPAppDataCom";
 
 std::atomic<long> livingObjects = 0;
 
-// A method of a class: its name, how many arguments it needs and how many it takes, and how it is called.
+// A method of a class: its name, the numbers of required and of accepted arguments, and its call.
 template <typename Class>
 struct Method {
   TextView name;
@@ -25,9 +25,10 @@ struct Method {
   Variant (*invoke)(Class& object, Arguments arguments);
 };
 
-// What a caller hands in, as the type that the interface names.
+// Converters of the caller's arguments to the types of the interface follow.
 
-// A text is the caller's own where it is one, else what its value reads as. One that is left out is empty.
+// Refers to the caller's text if the argument is one, else holds its value converted to text. An omitted
+// argument is empty.
 class TextArgument {
  public:
   explicit TextArgument(Variant* argument) : text_(argument != nullptr ? argument->as<Text>() : nullptr) {
@@ -53,7 +54,7 @@ VariantBool boolean(Arguments arguments, std::size_t index) {
   return automation::toBool(arguments[index]) ? True : False;
 }
 
-// Methods that both classes have.
+// Methods of both classes.
 template <typename Class>
 Variant setErrorLogPath(Class& object, Arguments arguments) {
   object.SetErrorLogPath(text(arguments, 0), text(arguments, 1));
@@ -170,7 +171,7 @@ class Dispatch final : public MemberlessObject {
   Dispatch(const Dispatch&) = delete;
   Dispatch& operator=(const Dispatch&) = delete;
 
-  // A method may be read as well: late binding asks for a function's result in either way.
+  // A method may be read as well: late binding requests the result of a function either way.
   Variant read(TextView member, Arguments arguments) override {
     if (!equalsIgnoringCase(member, kErrorLogPath)) return call(member, arguments);
     automation::requireArguments(member, arguments, 0, 0, kSource);

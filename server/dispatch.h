@@ -5,13 +5,13 @@
 
 namespace TORVINFTPAppDataCom {
 
-// A new object of the class, whose public members are found by name without regard to case. Its methods take
-// their arguments in the order of the class's interface; optional ones may be left out or Empty. A wrong
-// number of arguments fails with 450, a name that isn't there with 438.
+// Creates an object of the class. Its public members are found by name without regard to case. Its methods
+// take their arguments in the order of the class's interface; optional ones may be omitted or Empty. A wrong
+// number of arguments fails with 450, an unknown name with 438.
 automation::ObjectRef CreateFTPCollection();
 automation::ObjectRef CreateAppPoolCollection();
 
-// How many of these objects live in the process.
+// The number of these objects in the process.
 long LivingObjects();
 
 }  // namespace TORVINFTPAppDataCom

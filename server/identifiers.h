@@ -1,4 +1,4 @@
-// The identifiers under which the component and its classes are known.
+// The identifiers of the component and its classes.
 #pragma once
 
 #include <array>
@@ -8,7 +8,7 @@
 
 namespace TORVINFTPAppDataCom {
 
-// A globally unique identifier, laid out as COM lays it out.
+// A globally unique identifier with the memory layout of COM.
 struct Guid {
   std::uint32_t data1 = 0;
   std::uint16_t data2 = 0;
@@ -31,7 +31,7 @@ inline constexpr Guid kAppPoolCollectionClassId{
 inline constexpr Guid kAppPoolCollectionInterfaceId{
     0x726BBF8A, 0x8AC0, 0x4A48, {0xA9, 0x7D, 0x5E, 0xF4, 0xCD, 0xCB, 0x89, 0x11}};
 
-// Of COM itself: IUnknown, IClassFactory, IDispatch.
+// Defined by COM: IUnknown, IClassFactory, IDispatch.
 inline constexpr Guid kUnknownInterfaceId{
     0x00000000, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x46}};
 inline constexpr Guid kClassFactoryInterfaceId{

@@ -20,7 +20,7 @@ void collect(ComponentEnvironment& environment, TextView tab, TextView pool = u"
                                            Text(pool));
 }
 
-TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
+TEST(PoolDispatch, CountsFailedPools) {
   ComponentEnvironment environment;
   environment.pool(u"One");
   environment.pool(u"Two").unset(u"AppPoolState");
@@ -34,12 +34,12 @@ TEST(PoolDispatch, EveryPoolCountsAlsoOneThatFailed) {
             "status.message = Processing 'Info'", "bar.increment()", "count.message = 3/3"}));
   EXPECT_EQ(environment.rows(u"tblGeneral"),
             (Rows{"WEB01|-|-|-|-|-|-|Running|One", "WEB01|-|-|-|-|-|-|Running|Info"}));
-  // The source of the failure stands as the object.
+  // The failure's source is recorded as the object.
   EXPECT_EQ(environment.log(),
             record("FakeObject", "GetAppPoolGeneralProperty", "80005006", "No property AppPoolState"));
 }
 
-TEST(PoolDispatch, WithoutAPoolOrATab) {
+TEST(PoolDispatch, RejectsUnknownPoolsAndTabs) {
   ComponentEnvironment environment;
   environment.pool(u"Shop");
   environment.pools.GetAppPoolPropertyInfo(environment.server, environment.database, u"General", True);
@@ -50,7 +50,7 @@ TEST(PoolDispatch, WithoutAPoolOrATab) {
   EXPECT_EQ(environment.journal->linesWith("CreateObject ADODB.Recordset"), Rows{});
 }
 
-TEST(PoolTabs, ReadEverythingBeforeTheRow) {
+TEST(PoolTabs, ReadAllPropertiesBeforeWritingTheRow) {
   const struct {
     const char16_t* tab;
     const char* steps;
@@ -97,9 +97,9 @@ row[Security account] = Network Service; row.Update())"},
   }
 }
 
-TEST(PoolTabs, TranslateTheirNumbers) {
+TEST(PoolTabs, ConvertNumbersToTexts) {
   const TextView recycling = u"Worker Process Recycling", memory = u"Memory Recycling";
-  // What is written behind the names, or the number of the failure that leaves no row.
+  // The columns after the names, or the number of the failure if no row is written.
   const struct {
     TextView tab, property;
     Variant value;
@@ -108,7 +108,6 @@ TEST(PoolTabs, TranslateTheirNumbers) {
       {recycling, u"PeriodicRestartTime", u" 60 ", "Enabled|60|Disabled|0|Disabled|"},
       {recycling, u"PeriodicRestartTime", 0, "Disabled|0|Disabled|0|Disabled|"},
       {recycling, u"PeriodicRestartRequests", 35000, "Enabled|1740|Enabled|35000|Disabled|"},
-      // A row for each time.
       {recycling, u"PeriodicRestartSchedule", texts({u" 03:00", u"15:30"}),
        "Enabled|1740|Disabled|0|Enabled|03:00WEB01|Shop|Enabled|1740|Disabled|0|Enabled|15:30"},
       {memory, u"PeriodicRestartMemory", 1536, "Enabled|2|Disabled|0"},
@@ -154,7 +153,6 @@ TEST(PoolTabs, TranslateTheirNumbers) {
   }
 }
 
-// The extension list of a server.
 FakeObject& extensions(ComponentEnvironment& environment, const std::vector<Text>& entries) {
   return environment.node(u"W3SVC").set(u"WebSvcExtRestrictionList", texts(entries));
 }
@@ -163,7 +161,7 @@ void collectExtensions(ComponentEnvironment& environment) {
   environment.pools.GetWebServiceExtension(environment.server, environment.database);
 }
 
-TEST(Extensions, TwoPassesLetterForLetter) {
+TEST(Extensions, ExecuteTheExactStatementsOfBothPasses) {
   ComponentEnvironment environment;
   extensions(environment, {u"0,*.EXE", u"-1,a.dll,1,X,Thing, cut", u"0,b.dll,1,X,Thing", u"1,*.dll"});
   collectExtensions(environment);
@@ -197,7 +195,7 @@ Recordset3.State; Recordset3.Close(); Recordset2.MoveNext())"));
             "[Web service extension]= 'X')");
 }
 
-TEST(Extensions, BrokenEntriesKeepWhatTheyHave) {
+TEST(Extensions, KeepTheFieldsOfMalformedEntries) {
   ComponentEnvironment environment;
   extensions(environment,
              {u"7", u"no number,a.dll,1,A,First", u"0,b.dll,1,A,Second", u"1,c.dll,0,It's,Quoted"});
@@ -211,7 +209,7 @@ TEST(Extensions, BrokenEntriesKeepWhatTheyHave) {
   EXPECT_EQ(recordsIn(environment.appLog()), 1u) << "the name with the quote";
 }
 
-TEST(Extensions, EndWhateverFails) {
+TEST(Extensions, TerminateAfterAnyFailure) {
   ComponentEnvironment environment;
   extensions(environment, {}).set(u"WebSvcExtRestrictionList", u"no array");
   environment.openDatabase()->execute(
@@ -220,10 +218,10 @@ TEST(Extensions, EndWhateverFails) {
   EXPECT_EQ(environment.rows(u"tblWSExtension"), Rows{"WEB01|Old||Allowed|o.dll|Allowed"});
   EXPECT_EQ(environment.log(), record(kName, "GetWebServiceExtension", "D", "Type mismatch"));
 
-  // The source of a failure stands as the object of its record.
+  // The failure's source is recorded as the object.
   environment.journal->failAt("GetObject IIS://WEB01/w3svc");
   collectExtensions(environment);
-  EXPECT_TRUE(environment.log().ends_with(sabotaged("Saboteur", "GetWebServiceExtension")));
+  EXPECT_TRUE(environment.log().ends_with(injectedFailure("FaultInjector", "GetWebServiceExtension")));
   for (const char* operation : {"Recordset2.EOF", "Recordset2.MoveNext", "Recordset2[", "Recordset2."}) {
     ComponentEnvironment stuck;
     extensions(stuck, {u"1,a.dll,1,X,Thing", u"0,b.dll,1,Y,Thing"});
@@ -247,7 +245,7 @@ void addWebSite(ComponentEnvironment& environment) {
   environment.node(u"W3SVC/1/ROOT/App").set(u"Path", u"C:\\app");
 }
 
-TEST(AppliedObjects, ASiteAndADirectory) {
+TEST(AppliedObjects, RecordSitesAndDirectories) {
   ComponentEnvironment environment;
   addWebSite(environment);
   environment.applications(u"Other", texts({u"/LM/W3SVC/9/ROOT/"}));
@@ -286,14 +284,14 @@ Recordset2[Server name] = WEB01; Recordset2[Application pool name] = Shop; Recor
 Recordset2[Object type] = Virtual directory; Recordset2[Local path] = C:\app; Recordset2.Update())"));
 }
 
-TEST(AppliedObjects, WhatAPoolCanAnswer) {
+TEST(AppliedObjects, HandleEveryResultOfThePool) {
   const struct {
     Variant applications;
     Rows progress;
     std::size_t records;
   } cases[] = {
       {texts({u""}), {"count.message = 0/1"}, 0},
-      // A failed test of the first element counts as passed.
+      // A condition that fails on the first element counts as true.
       {texts({}), {"count.message = 0/0", "bar.Max = 0"}, 1},
       {u"no array", {"count.message = 0/0", "bar.Max = 0"}, 3},
   };
@@ -311,7 +309,7 @@ TEST(AppliedObjects, WhatAPoolCanAnswer) {
   }
 }
 
-TEST(AppliedObjects, ARowIsWrittenWithWhatThereIs) {
+TEST(AppliedObjects, WriteRowsWithTheAvailableFields) {
   ComponentEnvironment environment;
   addWebSite(environment);
   environment.node(u"W3SVC/1")
@@ -326,7 +324,7 @@ TEST(AppliedObjects, ARowIsWrittenWithWhatThereIs) {
                   "WEB01|Shop|1|Virtual directory|-|-|-|"}));
   EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");
 
-  // An application whose row can't be opened counts as done.
+  // An application whose row cannot be opened counts as processed.
   environment.dropTable("tblAppliedObject");
   const std::string log = environment.log();
   enumerate(environment);

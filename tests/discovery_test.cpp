@@ -1,4 +1,4 @@
-// Which sites and pools there are, and what the component writes into its logs.
+// Discovery of sites and pools, and the component's log records.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@ namespace {
 using namespace automation;
 using Rows = std::vector<std::string>;
 
-TEST(FtpDiscovery, FillsTheTableOnceInTheOrderOfTheMetabase) {
+TEST(FtpDiscovery, FillsTheTableOnceInMetabaseOrder) {
   ComponentEnvironment environment;
   environment.site(u"1", u" Sales ");
   environment.node(u"MSFTPSVC/INFO");
@@ -29,7 +29,7 @@ Recordset1.EOF; GetObject IIS://WEB01/MSFTPSVC; children of /MSFTPSVC; next of /
 Recordset1[Server name] = WEB01; Recordset1[FTP site name] = Sales; Recordset1[Identifier] = 1
 Recordset1.Update(); next of /MSFTPSVC; /MSFTPSVC/INFO.Name)"));
 
-  // The rows stand: the metabase isn't asked again, and what was added to it doesn't show.
+  // The table is already filled: the metabase is not read again, and a new site is not added.
   environment.site(u"4", u"New");
   environment.journal->lines.clear();
   EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, environment.database), 3);
@@ -38,12 +38,12 @@ Recordset1.Update(); next of /MSFTPSVC; /MSFTPSVC/INFO.Name)"));
             (Rows{"WEB01|Sales|1", "WEB01|Value not set|2", "WEB01|O'Neil's|30"}));
   EXPECT_EQ(environment.log() + environment.appLog(), "");
 
-  // A failed test counts as passed.
+  // A condition that fails counts as true.
   environment.journal->failAt("Recordset3.EOF");
   EXPECT_EQ(environment.ftp.GenerateFTPSiteInfo(environment.server, environment.database), 7);
 }
 
-TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
+TEST(FtpDiscovery, KeepsThePreviousValueAfterAFailedRead) {
   ComponentEnvironment environment;
   environment.server = u"O'Hara ";
   environment.site(u"1", u" Sales ");
@@ -53,12 +53,12 @@ TEST(FtpDiscovery, AFailedReadKeepsTheValueOfTheChildBefore) {
   const std::string function = "GenerateFTPSiteInfo('O''Hara ', '" + toUtf8(environment.database) + "')";
   EXPECT_EQ(environment.log(),
             record("TORVINFTPAppDataCom", function, "80005006", "No property servercomment"));
-  // The query takes the server's name as it is.
+  // The query contains the server's name without escaping.
   EXPECT_EQ(environment.journal->linesWith("Recordset1.Open"),
             Rows{"Recordset1.Open(Select * from tblFTPSiteInfo where [Server name] = 'O''Hara ')"});
 }
 
-TEST(Counts, CountChildrenWhateverTheyAre) {
+TEST(Counts, CountAllChildren) {
   ComponentEnvironment environment;
   EXPECT_EQ(environment.ftp.GetFTPSitesCount(environment.server), -1);
   EXPECT_EQ(environment.pools.GetTotalAppPools(environment.server), 0);
@@ -72,14 +72,14 @@ TEST(Counts, CountChildrenWhateverTheyAre) {
   EXPECT_EQ(environment.ftp.GetFTPSitesCount(environment.server), 3);
   EXPECT_EQ(environment.ftp.GenerateFTPVirDirInfo(u"IIS://WEB01/MSFTPSVC"), 4);
   EXPECT_EQ(environment.pools.GetTotalAppPools(environment.server), 1);
-  // A walk that breaks off gives what it has counted.
+  // An aborted enumeration returns the count so far.
   environment.journal->failAt("next of /MSFTPSVC", 3, 3);
   EXPECT_EQ(environment.ftp.GetFTPSitesCount(environment.server), 1);
   environment.journal->failAt("next of /MSFTPSVC", 3, 3);
   EXPECT_EQ(environment.ftp.GenerateFTPVirDirInfo(u"IIS://WEB01/MSFTPSVC"), 2);
 }
 
-TEST(PoolDiscovery, FillsTheTableOnceAndSkipsNoChild) {
+TEST(PoolDiscovery, FillsTheTableOnceWithAllChildren) {
   ComponentEnvironment environment;
   environment.pool(u" Shop ");
   environment.pool(u"Info");
@@ -96,11 +96,11 @@ Recordset1[Server name] = WEB01; Recordset1[Application pool name] = Shop; Recor
   EXPECT_EQ(environment.journal->linesWith("GetObject").size(), 1u);
   EXPECT_EQ(environment.pools.GetAppPoolsCount(environment.server, u"nowhere.mdb"), 0);
   EXPECT_EQ(environment.log(),
-            sabotaged("AppPoolCollection", "GetAppPoolsCount") +
+            injectedFailure("AppPoolCollection", "GetAppPoolsCount") +
                 record("TORVINFTPAppDataCom", "GetAppPoolsCount", "0", "Connection failure"));
 }
 
-TEST(Logs, ARecordIsALineOfFiveFields) {
+TEST(Logs, RecordsAreLinesOfFiveFields) {
   ComponentEnvironment environment;
   environment.ftp.WriteToLog(0, u"", u"", u"f");
   environment.pools.WriteToLog(-1, u"two\r\nlines\tand a tab", Text(40, u'o'), Text(41, u'f'));
@@ -113,7 +113,7 @@ TEST(Logs, ARecordIsALineOfFiveFields) {
                                    "\t       1AB\tM\xC3\xBCller\r\n");
 }
 
-TEST(Logs, AStoreThatCannotBeOpenedIsRecordedWithItsPurpose) {
+TEST(Logs, RecordTheCallerOfAFailedOpen) {
   ComponentEnvironment environment;
   environment.site(u"1", u"s");
   environment.directory(u"MSFTPSVC/1/ROOT/a", u"C:\\a");
@@ -138,15 +138,14 @@ TEST(Logs, AStoreThatCannotBeOpenedIsRecordedWithItsPurpose) {
     expected += record(module, "OpenConnection(" + purpose + ")", "80004005",
                        "cannot use the database 'nowhere.mdb': there is no such file");
   }
-  for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"}) {
+  for (const std::string table : {"tblvirtualDirSecurity", "tblGeneral", "tblFTPSiteInfo"})
     expected += record(module, "OpenRecordset", "80040E37", "temporary database: no such table: " + table);
-  }
   EXPECT_EQ(environment.appLog(), expected);
   EXPECT_EQ(environment.log(), record(component, "GenerateFTPSiteInfo", "0", "Connection failure") +
                                    record(component, "GenerateFTPSiteInfo", "0", "Recordset failure"));
 }
 
-TEST(Logs, AnUnusableLogIsAFailureOfSitesAndALostRecordOfPools) {
+TEST(Logs, UnwritableLogsFailSitesAndLoseRecordsOfPools) {
   ComponentEnvironment environment;
   environment.ftp.mstrErrorLogPath = environment.appLogDirectory + u"/nowhere/object.log";
   environment.pools.mstrErrorLogPath = environment.ftp.mstrErrorLogPath;

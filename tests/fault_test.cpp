@@ -1,7 +1,7 @@
-// Every public operation with every single one of its outside operations failing.
+// Every public operation with each of its external operations failing.
 //
-// A call is run once to count its operations, then once for each of them with that one failing, and again
-// with all failing from one on; the same with unusable logs and with host objects that always fail.
+// Runs a call once to count its operations, then once per operation with that one failing, and again with all
+// failing from one on; the same with unwritable logs and with host objects that always fail.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -25,22 +25,22 @@ namespace {
 
 using namespace automation;
 
-// What is out of order during a whole call: a log, or the host's object whose operations begin so.
+// What fails during a whole call: a log, or the host's object whose operations start with the text.
 const std::string kNothing = "nothing";
 const std::string kBothLogs = "both logs";
 const std::string kAppLog = "application log";
 const std::string kBroken[] = {kBothLogs, kAppLog, "status.", "bar.", "count.", "screen."};
 
-// A call by name, as a host makes it. The database stands as kDatabase among its arguments.
+// A call by name, as a host makes it. kDatabase among its arguments represents the database.
 const Text kDatabase = u"(database)";
 struct Call {
   bool ofPools;
   std::string name;
   std::vector<Variant> arguments;
   std::vector<Text> tables = {};
-  // The container of a walk over sites, directories or pools.
+  // The container whose sites, directories or pools are enumerated.
   std::string walked = {};
-  // The collector of one site or pool, where a failed step of it leaves a single record.
+  // The collector of one site or pool, where a failed step leaves a single record.
   std::string collector = {};
 };
 
@@ -124,10 +124,10 @@ std::vector<Call> calls() {
   return all;
 }
 
-// Runs a call in an environment of its own, with the operations from the `first`-th to the `last`-th failing,
-// or, where something befalls the environment, with that happening before the `first`-th.
+// Runs a call in a new environment, with the operations from the `first`-th to the `last`-th failing, or, if
+// `disturb` is given, calling that before the `first`-th and after the call.
 Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::size_t first, std::size_t last,
-                const std::function<void(Environment&)>& befall = nullptr) {
+                const std::function<void(Environment&)>& disturb = nullptr) {
   Environment environment(layer);
   if (layer == Layer::kFakes) fill(environment);
   const Text nowhere = environment.appLogDirectory + u"/nowhere";
@@ -149,8 +149,8 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
       std::fprintf(stderr, "%s does not end\n", call.name.c_str());
       std::abort();
     }
-    if (befall) {
-      if (number == first) befall(environment);
+    if (disturb) {
+      if (number == first) disturb(environment);
       return false;
     }
     return (number >= first && number <= last) || line.starts_with(broken);
@@ -164,10 +164,10 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
   }
   EXPECT_EQ(environment.openConnections(), 0);
   outcome.lines = environment.journal->lines;
-  if (befall) befall(environment);
+  if (disturb) disturb(environment);
   outcome.fatalError = environment.fatalError();
   for (const Text& table : call.tables) {
-    if (!outcome.fatalError.empty()) break;  // nothing to rely on
+    if (!outcome.fatalError.empty()) break;  // unusable
     for (const std::string& row : environment.rows(table))
       outcome.rows.insert(toUtf8(table) + "|" + row + "|");
   }
@@ -177,8 +177,8 @@ Outcome runOnce(const Call& call, const std::string& broken, Layer layer, std::s
   return outcome;
 }
 
-// The name of the child in whose turn of the walk an operation lies, and of the children behind it; nothing
-// for an operation outside the walk. The walk is the last of its kind.
+// The name of the child during whose enumeration step an operation occurs, and of the children after it;
+// empty for an operation outside the enumeration. Considers the last enumeration of its kind.
 std::vector<std::string> childrenFrom(const Outcome& clean, const Call& call, std::size_t operation) {
   constexpr std::string_view kName = ".Name";
   std::vector<std::size_t> turns;
@@ -213,7 +213,7 @@ void expectClosed(const Outcome& outcome) {
     const std::size_t at = line.find(".Open(");
     if (at == std::string::npos || line.ends_with(" !")) continue;
     if (countOf(outcome, line.substr(0, at) + ".Close()") != 0) continue;
-    // The lists of sites and pools let go of a connection whose recordset can't be opened.
+    // The lists of sites and pools release a connection without a Close if its recordset cannot be opened.
     EXPECT_TRUE(line.starts_with("Connection") && outcome.log.find("Recordset failure") != std::string::npos)
         << line << " is never closed";
   }
@@ -226,11 +226,11 @@ void expectRows(const Call& call, const Outcome& clean, const Outcome& outcome, 
   const bool harmless =
       failed.starts_with("bar.") || failed.starts_with("count.") || failed.starts_with("screen.");
   if (children.empty() && !harmless) return;
-  // That one closes the store for all later sites.
+  // This collector closes the database for all later sites.
   if (call.collector != "GetMessageSettings") children.resize(std::min<std::size_t>(children.size(), 1));
   for (const std::string& row : clean.rows) {
     if (outcome.rows.count(row) >= clean.rows.count(row)) continue;
-    // A row of a failed step, without so much as a server.
+    // A row of a failed step, without even a server.
     if (row.substr(row.find('|')).starts_with("|-|")) continue;
     EXPECT_FALSE(harmless) << row;
     bool expected = false;
@@ -241,45 +241,46 @@ void expectRows(const Call& call, const Outcome& clean, const Outcome& outcome, 
 
 void expectRecords(const Call& call, const Outcome& clean, const Outcome& outcome, std::size_t operation) {
   EXPECT_GE(recordsIn(outcome.log) + recordsIn(outcome.appLog), 1u);
-  // From the opening of the recordset to the look at its state.
+  // From the opening of the recordset to the read of its state.
   Outcome before;
   before.lines.assign(clean.lines.begin(), clean.lines.begin() + static_cast<std::ptrdiff_t>(operation));
   const bool inside = countOf(before, "Recordset1.Open(") != 0 && countOf(before, "Recordset1.State") == 0;
   if (!call.walked.empty() || call.collector.empty() || !inside ||
       clean.lines[operation - 1].starts_with("Recordset1.Open("))
     return;
-  EXPECT_EQ(outcome.log, sabotaged(call.ofPools ? "Saboteur" : "TORVINFTPAppDataCom", call.collector));
+  EXPECT_EQ(outcome.log,
+            injectedFailure(call.ofPools ? "FaultInjector" : "TORVINFTPAppDataCom", call.collector));
 }
 
-// Whether the pointer stands where it should after a call that ran to its end.
+// Checks the mouse pointer after a call that ran to its end.
 void expectPointer(const Call& call, const Outcome& clean, const Outcome& outcome, std::size_t operation) {
   if (clean.lines.front() == "screen.MousePointer = 11") {
     std::size_t number = clean.lines.size();
     while (!clean.lines[number - 1].starts_with("screen.")) --number;
     EXPECT_TRUE(outcome.pointer == 0 || operation == number) << outcome.pointer;
   } else if (call.name.find("VirtualDirector") != std::string::npos) {
-    // Set back once for each directory.
     EXPECT_EQ(countOf(outcome, "screen.MousePointer = 0"), countOf(outcome, "status."));
   } else {
     EXPECT_EQ(outcome.pointer, 5);
   }
 }
 
-// Takes every `step`-th operation.
-void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t step) {
+// Fails every `step`-th operation from the `first`-th on.
+void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t step,
+           std::size_t first = 1) {
   const Outcome clean = runOnce(call, broken, layer, 0, 0);
   const std::string place =
       call.tables.empty() ? "" : ", " + toUtf8(call.tables[0]) + ", walk: " + call.walked;
   const bool logs = broken != kBothLogs;
-  // Without the application log, a failure to look at the state of what is to be closed leaves the routine.
+  // Without the application log, a failure to read the state of an object to close leaves the routine.
   const bool closes = logs && broken != kAppLog;
   if (broken == kNothing) {
     EXPECT_EQ(clean.log + clean.appLog, "") << call.name << place;
     EXPECT_EQ(clean.rows.empty(), call.tables.empty()) << call.name << place;
   }
-  for (std::size_t operation = 1; operation <= clean.lines.size(); operation += step) {
-    SCOPED_TRACE(call.name + place + ", out of order: " + broken + ", operation " +
-                 std::to_string(operation) + ": " + clean.lines[operation - 1]);
+  for (std::size_t operation = first; operation <= clean.lines.size(); operation += step) {
+    SCOPED_TRACE(call.name + place + ", failing: " + broken + ", operation " + std::to_string(operation) +
+                 ": " + clean.lines[operation - 1]);
     const Outcome single = runOnce(call, broken, layer, operation, operation);
     EXPECT_FALSE(single.threw && (logs || call.ofPools));
     if (logs || call.ofPools) {
@@ -288,7 +289,7 @@ void sweep(const Call& call, const std::string& broken, Layer layer, std::size_t
     }
     if (closes) expectClosed(single);
     if (broken == kNothing) expectRecords(call, clean, single, operation);
-    if (operation % 4 != 1) continue;
+    if ((operation - first) / step % 4 != 0) continue;
     const Outcome all = runOnce(call, broken, layer, operation, SIZE_MAX);
     EXPECT_FALSE(all.threw && (logs || call.ofPools));
     if (closes) expectClosed(all);
@@ -301,25 +302,26 @@ class EverySingleFault : public testing::Test {
   ~EverySingleFault() override { DllUnregisterServer(); }
 };
 
-TEST_F(EverySingleFault, OfEveryOperation) {
+TEST_F(EverySingleFault, IsHandledForEveryOperation) {
   for (const Call& call : calls()) sweep(call, kNothing, Layer::kFakes, 1);
 }
 
-TEST_F(EverySingleFault, WithUnusableLogsAndBrokenHostObjects) {
-  for (const std::string& broken : kBroken) {
-    for (const Call& call : calls()) sweep(call, broken, Layer::kFakes, 3);
+TEST_F(EverySingleFault, IsHandledWithUnwritableLogsAndFailingHostObjects) {
+  // Together they fail every operation.
+  for (std::size_t at = 0; at < std::size(kBroken); ++at) {
+    for (const Call& call : calls()) sweep(call, kBroken[at], Layer::kFakes, std::size(kBroken), at + 1);
   }
 }
 
-// The same behind the seam as a host has it: a sample server's file and a private database.
-TEST_F(EverySingleFault, OverTheLayer) {
+// The same on the platform layer as a host uses it: a sample server's file and a private database.
+TEST_F(EverySingleFault, IsHandledOnTheRealLayer) {
   for (const Call& call : calls()) {
     const bool every = call.collector == "GetServerGeneralProperty" || call.name == "GetRootVirtualDirectory";
     sweep(call, kNothing, Layer::kWaiting, every ? 1 : 7);
   }
 }
 
-// What happens to the database in the middle of a call, and is over again when it is called the second time.
+// Locks the database in the middle of a call, and unlocks it when called again.
 struct Locked {
   void operator()(Environment& environment) {
     if (lock != nullptr) return lock.reset();
@@ -331,8 +333,7 @@ struct Locked {
   std::shared_ptr<sqlite::Transaction> lock = nullptr;
 };
 
-// A private database that may not grow any more. It has no room in memory, and rows of nulls fill up the
-// beginning of its temporary file.
+// Makes a private database unable to grow: without memory, and with rows of nulls in its temporary file.
 class Full {
  public:
   explicit Full(std::vector<Text> tables) : tables_(std::move(tables)) {}
@@ -347,9 +348,8 @@ class Full {
       const std::string table = toUtf8(name);
       const char* const first = table.starts_with("tblvirtual") ? "IISPath" : "Server name";
       if (!full_) database->execute("delete from " + table + " where \"" + first + "\" is null");
-      for (int row = 0; full_ && row < 1000; ++row) {
+      for (int row = 0; full_ && row < 1000; ++row)
         database->execute("insert into " + table + " default values");
-      }
     }
     if (full_) limitFiles(8 * 1024);
   }
@@ -367,9 +367,9 @@ class Full {
   bool full_ = false;
 };
 
-// A call that can't save its rows ends, closes what it opened and says so in a log; the rows that are there
-// are whole. A private database tells by itself that rows may be missing.
-TEST_F(EverySingleFault, ADatabaseThatIsLockedOrFull) {
+// A call that cannot save its rows ends, closes what it opened and logs the failure; rows in the database are
+// complete. A private database reports that rows may be missing.
+TEST_F(EverySingleFault, IsHandledForALockedOrFullDatabase) {
   platform::store::setLockWait(std::chrono::milliseconds(0));
   std::map<std::string, int> losses;
   for (const Call& call : calls()) {
@@ -380,13 +380,13 @@ TEST_F(EverySingleFault, ADatabaseThatIsLockedOrFull) {
       const struct {
         std::string name;
         Layer layer;
-        std::function<void(Environment&)> befall;
-      } troubles[] = {{"full", Layer::kPrivate, Full(call.tables)}, {"locked", Layer::kFile, Locked()}};
-      for (const auto& [name, layer, befall] : troubles) {
+        std::function<void(Environment&)> disturb;
+      } disturbances[] = {{"full", Layer::kPrivate, Full(call.tables)}, {"locked", Layer::kFile, Locked()}};
+      for (const auto& [name, layer, disturb] : disturbances) {
         if (layer == Layer::kFile && part % 2 == 1) continue;
         SCOPED_TRACE(call.name + ", " + name + " before operation " + std::to_string(operation) + ": " +
                      clean.lines[operation - 1]);
-        const Outcome outcome = runOnce(call, kNothing, layer, operation, operation, befall);
+        const Outcome outcome = runOnce(call, kNothing, layer, operation, operation, disturb);
         EXPECT_FALSE(outcome.threw);
         expectClosed(outcome);
         if (outcome.rows != clean.rows) {
@@ -394,7 +394,7 @@ TEST_F(EverySingleFault, ADatabaseThatIsLockedOrFull) {
           EXPECT_NE(outcome.log + outcome.appLog, "");
           EXPECT_EQ(layer == Layer::kPrivate, outcome.fatalError != "");
         }
-        // The extensions' second pass changes rows that stand.
+        // The second pass of the extensions changes existing rows.
         if (name == "locked" && call.name != "GetWebServiceExtension") {
           EXPECT_TRUE(
               std::includes(clean.rows.begin(), clean.rows.end(), outcome.rows.begin(), outcome.rows.end()));

@@ -1,5 +1,4 @@
-// The built-in rules, each with something that it holds for and something that it does not, and what the
-// program does with findings.
+// The built-in rules, each with a match and a non-match, and how the program processes findings.
 
 #include <gtest/gtest.h>
 
@@ -27,11 +26,11 @@ using Strings = std::vector<std::string>;
 const std::string kWeb01 = SAMPLES_DIRECTORY "/WEB01/MetaBase.xml";
 const std::string kLegacy = SAMPLES_DIRECTORY "/LEGACY/MetaBase.xml";
 
-// Ids below are those of the first collection.
+// Ids below this are those of the first collection.
 constexpr const char* kSecondCollection = "8589934592";
 
-// Values of which no rule takes notice, at the limits of those that have some.
-constexpr const char* kHarmless = R"_(
+// Values that match no rule, at the thresholds of the rules that have some.
+constexpr const char* kNoMatches = R"_(
 tblGeneral set State = 'Running', "IP Address" = '10.0.0.1', "TCP Port" = 2000 + Identifier,
   "Maximum Connections" = '10'
 tblLogFileSetting set "Enable Logging" = 'Yes', "Active log format" = 'W3C Extended Log File Format',
@@ -57,9 +56,9 @@ tblWSExtension set Status = 'Prohibited'
 tblAppliedObject set "Local path" = 'c:\Web'
 )_";
 
-// RULE; TABLE; COLUMN; VALUE; UNKNOWN; EXPECTED: what the rule gives where the first row of the table has the
-// value and the view's column UNKNOWN is unknown for the last one. "+" precedes findings and "?" before
-// what could not be evaluated; nothing for "+site 1, ?site 3", or the pools of these numbers.
+// RULE; TABLE; COLUMN; VALUE; UNKNOWN; EXPECTED: the findings of the rule if the first row of the table has
+// the value and the view's column UNKNOWN is unknown for the last row. "+" marks findings and "?" unknown
+// results; empty for "+site 1, ?site 3", or the pools of these numbers.
 constexpr const char* kCases = R"_(
 anonymous-write; tblHomeDirectorySetting; Write; Yes; may_write
 anonymous-write; tblvirtualDirectory; Write; Yes; may_write
@@ -125,7 +124,6 @@ unknown-extensions-allowed; update tblWSExtension set Status = 'Allowed',
   +extension CGI Extensions, +extension ISAPI Extensions, ?extension EXT0
 )_";
 
-// The pieces of a text, without blanks around them.
 Strings split(const std::string& text, char separator) {
   Strings pieces;
   std::istringstream stream(text);
@@ -134,7 +132,7 @@ Strings split(const std::string& text, char separator) {
   return pieces;
 }
 
-// The lines of a text but for the empty first one; those that begin with two blanks go on with the one above.
+// The lines of a text after the first line break; lines that start with two blanks continue the previous one.
 Strings lines(std::string text) {
   text.erase(0, 1);
   while (const auto at = text.find("\n  ") + 1) text.erase(at - 1, 2);
@@ -164,7 +162,7 @@ class Findings : public testing::Test {
     return json::parse(run(arguments).out);
   }
 
-  // What a rule gives for the server ALL, as "+site 1, ?site 3", and whether it was not collected for others.
+  // A rule's results for the server ALL, as "+site 1, ?site 3", and whether others were not collected.
   std::pair<std::string, bool> found(const std::string& rule) const {
     Strings all;
     bool isOmitted = false;
@@ -192,13 +190,13 @@ class Findings : public testing::Test {
   std::string database_ = (folder_ / "inventory.db").string();
 };
 
-TEST_F(Findings, OfEachRuleAreThoseForWhichItHolds) {
+TEST_F(Findings, MatchEachRulesConditions) {
   test::MetabaseOptions options{.sites = 3, .directories = 1, .pools = 3, .applications = 3, .extensions = 1};
-  const std::string all = test::generated(folder_, "ALL", options);
+  const std::string all = test::generateMetabase(folder_, "ALL", options);
   collect({all});
   collect({"MESSAGES" + all.substr(3), "--only", "Message"});
   collect({"HEALTH" + all.substr(3), "--only", "Health"});
-  for (const std::string& sql : lines(kHarmless)) edit("update " + sql + " where id < " + kSecondCollection);
+  for (const std::string& sql : lines(kNoMatches)) edit("update " + sql + " where id < " + kSecondCollection);
   for (const json& row : rows({"--rule", "*", "--server", "ALL"})) ADD_FAILURE() << row;
 
   std::set<std::string> tested;
@@ -235,7 +233,7 @@ TEST_F(Findings, OfEachRuleAreThoseForWhichItHolds) {
   EXPECT_EQ(tested, rules);
 }
 
-TEST_F(Findings, DecideTheStatus) {
+TEST_F(Findings, DetermineTheExitStatus) {
   collect({kWeb01});
   collect({"PART" + ("=" + kWeb01), "--only", "Message"});
   const std::string pinging = "update tblHealth set not_known = '|pinging|', \"Enable pinging\" = 'True'";
@@ -274,7 +272,7 @@ TEST_F(Findings, DecideTheStatus) {
   for (const auto& [arguments, status, words] : cases) run(arguments, status, words);
 }
 
-TEST_F(Findings, AreOfTheRulesThatAreChosen) {
+TEST_F(Findings, AreLimitedToSelectedRules) {
   const auto chosen = [&](Arguments arguments, int status = 0) {
     arguments.insert(arguments.begin(), {"rules", "--format", "json"});
     const Result result = test::run(folder_, arguments);
@@ -309,7 +307,7 @@ TEST_F(Findings, AreOfTheRulesThatAreChosen) {
   }
 }
 
-TEST_F(Findings, AreIgnoredAsFilesSay) {
+TEST_F(Findings, AreSuppressedByIgnoreFiles) {
   collect({kWeb01});
   const json all = rows({});
   const std::string ignored = path("base.ignore");
@@ -325,7 +323,7 @@ TEST_F(Findings, AreIgnoredAsFilesSay) {
     EXPECT_EQ(shown[at]["fingerprint"], all[at]["fingerprint"]);
     EXPECT_EQ(shown[at]["state"], "suppressed");
   }
-  // Written again it keeps its entries, and what is new afterwards is found.
+  // Writing it again keeps its entries; new findings are reported afterwards.
   run({"--write-ignore", ignored});
   EXPECT_EQ(test::contents(ignored), test::contents(database_ + ".ignore"));
   edit("update tblHealth set \"Enable pinging\" = 'False' where \"Application pool name\" = 'IdleSpare'");
@@ -343,7 +341,6 @@ TEST_F(Findings, AreIgnoredAsFilesSay) {
   EXPECT_EQ(run({"--rule", "stopped"}).err.find("gone"), std::string::npos);
   run({"--format", "csv"}, 0, "line 5 matches no finding of these rules: gone");
 
-  // What the user wrote stays as it is.
   const std::string own = "# Ours\nstopped: * | | kept\n", kept = folder_.file("kept.ignore", own);
   run({"--rule", "stopped,logging-off", "--ignore-file", kept, "--write-ignore", kept});
   EXPECT_TRUE(test::contents(kept).starts_with(own)) << test::contents(kept);
@@ -366,7 +363,7 @@ TEST_F(Findings, AreIgnoredAsFilesSay) {
   run({"--ignore-file", path("none.ignore")}, 2, "it does not exist");
 }
 
-TEST_F(Findings, HaveFingerprintsThatOutlastNewCollections) {
+TEST_F(Findings, KeepTheirFingerprintsAcrossCollections) {
   const auto element = [](const std::string& kind, const std::string& location, const std::string& rest) {
     return "<" + kind + " Location='/LM/MSFTPSVC" + location + "' " + rest + "/>\n";
   };
@@ -391,7 +388,6 @@ TEST_F(Findings, HaveFingerprintsThatOutlastNewCollections) {
   const auto first = fingerprints(sites[0] + sites[1]);
   EXPECT_GT(first.size(), 8U);
   EXPECT_EQ(fingerprints(sites[1] + "\n\n" + sites[0]), first);
-  // Another path is another finding.
   std::string moved = sites[0];
   moved.replace(moved.find("D:"), 2, "E:");
   const auto after = fingerprints(sites[1] + moved);
@@ -399,7 +395,7 @@ TEST_F(Findings, HaveFingerprintsThatOutlastNewCollections) {
   for (const auto& [print, object] : first) EXPECT_EQ(after.contains(print), object != drive) << object;
 }
 
-TEST_F(Findings, AreWrittenInTheFormatOfTheFilesName) {
+TEST_F(Findings, AreWrittenInTheFormatOfTheFileExtension) {
   collect({kWeb01, kLegacy});
   const std::string csv = path("a.CSV"), sarif = path("a.sarif"), lines = path("a.jsonl"),
                     text = path("a.txt");
@@ -422,7 +418,7 @@ TEST_F(Findings, AreWrittenInTheFormatOfTheFilesName) {
   EXPECT_EQ(test::contents(text), test::run(folder_, {"findings", "-d", database_}).out);
 }
 
-TEST_F(Findings, OfAUsersRuleAreAsDocumented) {
+TEST_F(Findings, OfAUserRuleMatchItsDocumentation) {
   const std::string page = test::contents(SAMPLES_DIRECTORY "/../docs/writing-rules.md");
   const std::size_t from = page.find("```sql\n") + 7;
   std::string rule = page.substr(from, page.find("```", from) - from);
@@ -448,7 +444,6 @@ TEST_F(Findings, OfAUsersRuleAreAsDocumented) {
   test(0, "ftp-port: passed\n");
   folder_.file("my-rules/ftp-port.expected", expected + "finding site 99: tcp_port = 1\n");
   test(1, "ftp-port: failed\n  - finding site 99: tcp_port = 1\n");
-  // Both kinds of rules, without doubles.
   run({"--rules", folder.string(), "--rule", "ftp-*"}, 0, "[ftp-unlimited-connections]");
   folder_.file("stopped.sql", rule);
   run({"--rules", (folder_ / "stopped.sql").string()}, 2,
@@ -456,7 +451,7 @@ TEST_F(Findings, OfAUsersRuleAreAsDocumented) {
   run({"--rules", folder_.folder("none").string()}, 2, "it has no file *.sql");
 }
 
-TEST_F(Findings, OfOtherRulesRemainWhereOneFails) {
+TEST_F(Findings, OfOtherRulesRemainIfOneFails) {
   collect({kWeb01});
   const std::string header =
       "-- title: T\n-- severity: low\n-- category: security\n-- why: W\n-- fix: F\n-- requires: object\n"

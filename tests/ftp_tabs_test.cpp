@@ -1,4 +1,4 @@
-// The tabs of FTP sites: the dispatcher, and each collector beside the table that it fills.
+// The tabs of FTP sites: the dispatcher, and each collector with the table that it fills.
 
 #include <gtest/gtest.h>
 
@@ -30,7 +30,7 @@ void addThreeSites(ComponentEnvironment& environment) {
   environment.site(u"3", u"Third");
 }
 
-TEST(FtpDispatch, AllSitesMoveTheProgressWithEachRow) {
+TEST(FtpDispatch, AdvanceTheProgressForEachRow) {
   ComponentEnvironment environment;
   addThreeSites(environment);
   collectAll(environment, u"General");
@@ -39,14 +39,14 @@ TEST(FtpDispatch, AllSitesMoveTheProgressWithEachRow) {
                   "status.message = Processing 'Sales'' site'", "bar.increment()", "count.message = 1/3",
                   "status.message = Processing 'Value not set'", "bar.increment()", "count.message = 2/3",
                   "status.message = Processing 'Third'", "bar.increment()", "count.message = 3/3"}));
-  // This collector sets the pointer back for each child, Info among them.
+  // This collector resets the pointer for each child, including Info.
   EXPECT_EQ(environment.journal->linesWith("screen.MousePointer = 0").size(), 5u);
   EXPECT_EQ(environment.journal->excerpt("Connection2.Close()", "/MSFTPSVC/1.Name"),
             operations(R"(Connection2.Close(); count.message = 0/3; bar.Max = 3; CreateObject ADODB.Recordset
 Recordset2.CursorLocation = 2; Recordset2.LockType = 3; Recordset2.CursorType = 0
 Recordset2.ActiveConnection = Connection1; Recordset2.Open(Select * from tblGeneral where 1=2)
 children of /MSFTPSVC; next of /MSFTPSVC; /MSFTPSVC/1.Name)"));
-  // Neither such a tab nor such a site; and no progress for a single one.
+  // An unknown tab and an unknown site; and no progress for a single site.
   collect(environment, u"general");
   collect(environment, u"General", u"Info");
   collect(environment, u"General", u"3");
@@ -54,7 +54,7 @@ children of /MSFTPSVC; next of /MSFTPSVC; /MSFTPSVC/1.Name)"));
   EXPECT_EQ(environment.progress().size(), 13u);
   EXPECT_EQ(environment.log() + environment.appLog(), "");
 
-  // The total stays that of the table of sites, and a failed site doesn't count.
+  // The total remains that of the table of sites, and a failed site doesn't count.
   environment.node(u"MSFTPSVC/2").unset(u"Status");
   environment.site(u"4", u"a");
   environment.site(u"5", u"b");
@@ -63,7 +63,7 @@ children of /MSFTPSVC; next of /MSFTPSVC; /MSFTPSVC/1.Name)"));
   EXPECT_EQ(environment.log(), record(kName, "GetServerGeneralProperty", "80005006", "No property Status"));
 }
 
-TEST(FtpDispatch, WithoutASite) {
+TEST(FtpDispatch, RejectsUnknownSites) {
   ComponentEnvironment environment;
   addThreeSites(environment);
   // The failure, then a record of the error that its handler has cleared.
@@ -73,7 +73,7 @@ TEST(FtpDispatch, WithoutASite) {
                 record(kName, "GetFTPPropertyInfo", "0", ""));
 }
 
-TEST(FtpDispatch, NumbersStopAtSixteenBits) {
+TEST(FtpDispatch, LimitsNumbersTo16Bits) {
   ComponentEnvironment environment;
   environment.site(u"1", u"s").set(u"Anonymousonly", 32768);
   collect(environment, u"Security Accounts");
@@ -84,7 +84,7 @@ TEST(FtpDispatch, NumbersStopAtSixteenBits) {
                                    record("FTPCollection", "GetFTPSitesCount", "6", "Overflow"));
 }
 
-// A site with something to translate in each tab.
+// A site with a value to convert in each tab.
 void addSite(ComponentEnvironment& environment) {
   FakeObject& site = environment.site(u"1", u" s ").set(u"logfileperiod", 0).set(u"logtype", -1);
   site.set(u"AllowAnonymous", 0).set(u"Anonymousonly", 32767).set(u"Anonymoususername", u"");
@@ -97,7 +97,7 @@ void addSite(ComponentEnvironment& environment) {
            Environment::ipSecurity(false, {u"10.0.0.5, 255.255.255.255", u"10.1.0.0 ,255.255.0.0,x"}));
 }
 
-TEST(FtpTabs, OperationsInTheirOrder) {
+TEST(FtpTabs, PerformOperationsInTheirOrder) {
   const std::string begin = "site.Name; site.servercomment; status.message = Processing ' s '";
   const std::string names =
       "row.AddNew(); row[Server name] = WEB01; row[FTP site name] = s; row[Identifier] = 1";
@@ -145,7 +145,6 @@ row[User name] = ; row[Allow only anonymous connections] = Yes; row[Allow IIS to
 site.GreetingMessage; site.Exitmessage; site.bannerMessage; site.MaxClientsMessage
 )" + names + R"(; row[Welcome Message] = one two; row[Exit Message] = Bye; row[Banner Message] = Banner
 row[Maximum connections message] = Full; row.Update())"},
-      // The last child counts.
       {u"Home Directory", kExtended, begin + "; " + names + R"(
 GetObject IIS://WEB01/MSFTPSVC/1; children of /MSFTPSVC/1; next of /MSFTPSVC/1; /MSFTPSVC/1/ROOT.Path
 /MSFTPSVC/1/ROOT.accessread; /MSFTPSVC/1/ROOT.accesswrite; /MSFTPSVC/1/ROOT.dontlog
@@ -155,7 +154,6 @@ row[Write] = No; row[Log visits] = Yes; next of /MSFTPSVC/1; /MSFTPSVC/1/other.P
 row[Content source] = A directory located on this computer; row[Path] = \\FILE01\share; row[Read] = Yes
 row[Write] = Yes; row[Log visits] = No; next of /MSFTPSVC/1; site.msdosdiroutput
 row[Directory Listing Style] = MS-DOS; row.Update())"},
-      // One row for each entry.
       {u"Directory Security", kExtended, begin + "; " + names + R"(
 GetObject IIS://WEB01/MSFTPSVC/1/Root; /MSFTPSVC/1/Root.GetEx(IPSecurity)
 /MSFTPSVC/1/Root.GetEx.GrantByDefault; row[All computer access] = Denied; /MSFTPSVC/1/Root.GetEx.IPGrant
@@ -175,7 +173,7 @@ row[Granted IP Address (Subnet mask)] = 10.1.0.0  (255.255.0.0); row.Update())"}
   }
 }
 
-TEST(FtpGeneral, TranslatesBindingsAndStates) {
+TEST(FtpGeneral, ConvertsBindingsAndStates) {
   const struct {
     std::vector<Text> bindings;
     Variant status;
@@ -202,7 +200,7 @@ TEST(FtpGeneral, TranslatesBindingsAndStates) {
   }
 }
 
-TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
+TEST(FtpLogFile, ConvertsFormatsPeriodsAndSizes) {
   const struct {
     TextView format;
     int period;
@@ -212,7 +210,7 @@ TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
       {kExtended, 0, -1, kW3C, "Unlimited Filesize|Yes", "extend#"},
       {kExtended, 0, 524288, kW3C, "When File Size Reaches: 0 MB|Yes", "extend#"},
       {kExtended, 0, 1572864, kW3C, "When File Size Reaches: 2 MB|Yes", "extend#"},
-      // 512.5 kilobytes go down to the even 512, and these down to none. Rounded once it would be 1.
+      // 512.5 kilobytes are rounded to the even 512, and these to none. Rounded once it would be 1.
       {kExtended, 0, 524800, kW3C, "When File Size Reaches: 0 MB|Yes", "extend#"},
       {kExtended, 1, 0, kW3C, "Daily|Yes", "exyymmdd"},
       {kExtended, 2, 0, kW3C, "Weekly|Yes", "exyymmww"},
@@ -230,7 +228,7 @@ TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
     ComponentEnvironment environment;
     FakeObject& site = environment.site(u"1", u"s").set(u"logpluginclsid", each.format);
     site.set(u"logfileperiod", each.period).set(u"logfilelocaltimerollover", -1);
-    // The size is read for the first period alone.
+    // The size is read for the first period only.
     each.period == 0 ? site.set(u"logfiletruncatesize", each.size) : site.unset(u"logfiletruncatesize");
     collect(environment, u"Log File Settings");
     const std::string file = each.file.empty() ? "" : "MSFTPSVC1\\" + each.file + ".log";
@@ -239,7 +237,7 @@ TEST(FtpLogFile, TranslatesFormatsPeriodsAndSizes) {
   }
 }
 
-TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
+TEST(FtpLogFile, SavesAPendingRowWithTheNextSiteAndDropsItAtTheEnd) {
   ComponentEnvironment environment;
   addThreeSites(environment);
   environment.node(u"MSFTPSVC/1").unset(u"logfiledirectory");
@@ -257,7 +255,7 @@ TEST(FtpLogFile, ARowLeftPendingIsSavedByTheNextSiteAndDroppedAtTheEnd) {
                                          "cannot close the recordset: it has an unsaved row"));
 }
 
-TEST(FtpExtendedLog, HostsAndBannersCameWithVersionSixAndOtherFormatsHaveNoFields) {
+TEST(FtpExtendedLog, DependsOnVersionAndFormat) {
   ComponentEnvironment environment;
   environment.version = 5;
   addThreeSites(environment);
@@ -273,17 +271,17 @@ TEST(FtpExtendedLog, HostsAndBannersCameWithVersionSixAndOtherFormatsHaveNoField
   environment.node(u"MSFTPSVC/1").set(u"GreetingMessage", texts({})).unset(u"bannerMessage");
   collect(environment, u"Message");
   EXPECT_EQ(environment.rows(u"tblMessageSetting"), Rows{"WEB01|Sales' site|1||Bye||Full"});
-  // The version is asked for before Info is told apart, so its failure shows for that child as well.
+  // The version is read before Info is recognised, so its failure is recorded for that child as well.
   environment.journal->failAt("ICommonFunction", 1, 1000);
   collectAll(environment, u"Extended Log Properties");
   EXPECT_EQ(recordsIn(environment.log()), 4u);
 }
 
-TEST(FtpMessages, AFailureClosesTheStoreForAllLaterSites) {
+TEST(FtpMessages, FailureClosesTheDatabaseForAllLaterSites) {
   const std::string failure = record(kName, "GetMessageSettings", "5E", "Invalid use of Null");
   const std::string later = record(kName, "GetMessageSettings", "5B", "Object variable not set") +
                             record(kName, "GetFTPPropertyInfo", "5B", "Object variable not set");
-  // A handler that fails leaves the store open for them.
+  // A failing handler leaves the database open for later sites.
   for (const bool handled : {true, false}) {
     ComponentEnvironment environment;
     addThreeSites(environment);
@@ -295,7 +293,7 @@ TEST(FtpMessages, AFailureClosesTheStoreForAllLaterSites) {
     EXPECT_EQ(environment.journal->linesWith("count.").back(),
               handled ? "count.message = 1/4" : "count.message = 3/4");
     EXPECT_EQ(environment.log(),
-              failure + (handled ? later + later : sabotaged(kName, "GetFTPPropertyInfo")));
+              failure + (handled ? later + later : injectedFailure(kName, "GetFTPPropertyInfo")));
     EXPECT_EQ(environment.appLog(), "");
     if (!handled) continue;
     EXPECT_EQ(environment.journal->excerpt("/MSFTPSVC/2.Exitmessage", "next of /MSFTPSVC"),
@@ -304,7 +302,7 @@ Connection1.State; Connection1.State; Connection1.Close(); next of /MSFTPSVC)"))
   }
 }
 
-TEST(FtpDirectories, ListsOfAddressesOfAllKinds) {
+TEST(FtpDirectories, WriteAddressListsOfAllKinds) {
   const struct {
     bool grant;
     std::vector<Text> list;
@@ -329,7 +327,7 @@ TEST(FtpDirectories, ListsOfAddressesOfAllKinds) {
   }
 }
 
-TEST(FtpDirectories, WhatARootCanLack) {
+TEST(FtpDirectories, HandleIncompleteRoots) {
   ComponentEnvironment environment;
   environment.node(u"MSFTPSVC/2").set(u"servercomment", Null).set(u"msdosdiroutput", 0);
   environment.site(u"3", u"s");

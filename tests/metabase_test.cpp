@@ -1,4 +1,4 @@
-// The objects at IIS:// paths, over small files that each test writes itself.
+// The objects at IIS:// paths, on small generated files.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
@@ -34,20 +34,19 @@ const std::string kHead =
 const std::string kTail = "</MBProperty>\r\n</configuration>\r\n";
 const std::string kFile = "MetaBase.xml";
 
-// A value with its type: 'text', True, 5, [text|text], null.
+// A value in a form that shows its type: 'text', True, 5, [text|text], null.
 std::string shown(const Variant& value) {
   if (value.isNull()) return "null";
   if (const auto* text = value.as<Text>()) return "'" + toUtf8(*text) + "'";
   if (value.asArray() == nullptr) return toUtf8(toText(value));
   std::string all;
-  for (const Variant& element : value.asArray()->elements) {
+  for (const Variant& element : value.asArray()->elements)
     all += (all.empty() ? "" : "|") + toUtf8(toText(element));
-  }
   return "[" + all + "]";
 }
 
-// The number of the operation's failure, 0 where it doesn't fail. All the fragments are in the message, which
-// quotes nothing at full length, for it goes into a log.
+// The number of the operation's failure, 0 if it succeeds. The message must contain all fragments and
+// truncate quoted values, because it is logged.
 std::int32_t failureOf(const std::function<void()>& operation,
                        const std::vector<std::string>& fragments = {}) {
   const auto [number, message] = test::failureOf(operation);
@@ -63,7 +62,7 @@ class MetabaseTest : public testing::Test {
   void SetUp() override { platform::metabase::registerMoniker(); }
   void TearDown() override { platform::metabase::unmapServer(u"Web01"); }
 
-  // Makes the elements, whose quotes are single for the sake of legibility, the metabase of Web01.
+  // Serves the elements, whose quotes are single for legibility, as the metabase of Web01.
   static void write(std::string elements) {
     std::replace(elements.begin(), elements.end(), '\'', '"');
     platform::metabase::mapServer(u"Web01", Metabase::parse(kHead + elements + kTail, kFile));
@@ -73,7 +72,7 @@ class MetabaseTest : public testing::Test {
   static ObjectRef object(const std::string& path) {
     return GetObject(fromUtf8(path.find(':') == 3 ? path : "IIS://Web01" + path));
   }
-  // The values of an object's properties, "Name=value; Name=value", as shown() has them.
+  // The values of an object's properties, as "Name=value; Name=value".
   static void shows(const ObjectRef& object, const std::string& values) {
     std::istringstream all(values);
     for (std::string each; std::getline(all >> std::ws, each, ';');) {
@@ -85,14 +84,13 @@ class MetabaseTest : public testing::Test {
     SCOPED_TRACE(path);
     shows(object(path), values);
   }
-  // How getting an object, with a name also reading its property, fails.
+  // The failure of getting an object and, if a name is given, reading its property.
   static void fails(const std::string& path, const std::string& name, std::int32_t code,
                     const std::vector<std::string>& fragments) {
     SCOPED_TRACE(path + " " + name);
     const auto get = [&] { name.empty() ? Variant(object(path)) : read(object(path), fromUtf8(name)); };
     EXPECT_EQ(failureOf(get, fragments), code);
   }
-  // A property of all children.
   static std::string children(const std::string& path, TextView property = u"Name") {
     std::string values;
     const auto walk = automation::children(object(path));
@@ -101,7 +99,7 @@ class MetabaseTest : public testing::Test {
   }
 };
 
-TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
+TEST_F(MetabaseTest, KeepsTheSpellingOfPathsAndNames) {
   write(R"(<IIsFtpServer Location ='/LM/MSFTPSVC/2/Ü.bung'/><IIsFtpServer Location ='/LM/MSFTPSVC/20'/>
 <IIsFtpService	Location ='/LM/msftpsvc'></IIsFtpService>
 <IIsFtpServer Location ='/lm/MSFTPSVC/1' ServerComment='one'></IIsFtpServer>
@@ -111,15 +109,14 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   shows("/mSFTPsvc/2", "CLASS='IIsConfigObject'");
   shows("/msftpsvc/2/ü.BUNG", "Name='Ü.bung'; Parent='IIS://Web01/msftpsvc/2'");
   shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/msftpsvc/1'");
-  for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1"}) {
+  for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1"})
     fails(path, "", number::kPathNotFound, {std::string("IIS://Web01") + path + ": no such node"});
-  }
   const auto findHalfOfAPair = [] { GetObject(u"IIS://Web01/\xD83D"); };
   EXPECT_EQ(failureOf(findHalfOfAPair), number::kPathNotFound);
   fails("IIS:Web01", "", automation::number::kMonikerSyntax, {});
   fails("IIS://Web02/MSFTPSVC", "", number::kUnknownServer, {"known servers are Web01"});
 
-  // An object and a name stay with the snapshot that they were made for.
+  // An object and a name keep the snapshot that they were created from.
   const ObjectRef old = object("/MSFTPSVC/1");
   platform::metabase::mapServer(u"Alias", platform::metabase::snapshotOf(u"WEB01"));
   write("<IIsFtpServer Location ='/LM/MSFTPSVC/1' ServerComment='after'/>");
@@ -131,7 +128,7 @@ TEST_F(MetabaseTest, PathsNamesAndChildrenAreAsTheFileSpellsThem) {
   fails("/MSFTPSVC", "", number::kUnknownServer, {"no server is"});
 }
 
-TEST_F(MetabaseTest, AValueIsOwnElseInheritedElseTheDefault) {
+TEST_F(MetabaseTest, ReadsOwnThenInheritedThenDefaultValues) {
   write(R"(<IIsConfigObject Location ='/LM' ConnectionTimeout='77'/>
 <IIsFtpService Location ='/LM/MSFTPSVC' AnonymousUserName='IUSR' ServerBindings=':21:' MaxConnections='5'/>
 <IIsFtpServer Location ='/LM/MSFTPSVC/1' MaxConnections='4294967295' LocalName='here'/>
@@ -139,9 +136,8 @@ TEST_F(MetabaseTest, AValueIsOwnElseInheritedElseTheDefault) {
   shows("/MSFTPSVC", "MAXCONNECTIONS=5");
   shows("/MSFTPSVC/1", "Maxconnections=-1; connectiontimeout=77; Anonymoususername='IUSR'; LocalName='here'");
   shows("/MSFTPSVC/1/ROOT/a/b", "MaxConnections=-1; ConnectionTimeout=77");
-  // Not inherited: what the schema says is not, and what it does not know.
+  // Not inherited: properties that the schema excludes, and unknown ones.
   shows("/MSFTPSVC/1/ROOT", "ServerBindings=[]; LocalName=null");
-  // Nowhere in the file.
   shows("/MSFTPSVC/1", R"(ServerComment=null; ExitMessage=''; LogFileTruncateSize=2000000; GreetingMessage=[];
 logfiledirectory='%windir%\system32\logfiles'; AllowAnonymous=True; dontlog=False; AccessRead=True; AccessWrite=False)");
 }
@@ -160,11 +156,11 @@ TEST_F(MetabaseTest, EverySchemaDefaultMatchesItsType) {
   EXPECT_EQ(platform::metabase::schemaClasses().size(), 36U);
 }
 
-TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
+TEST_F(MetabaseTest, FailsForUnknownNodesAndProperties) {
   write(R"(<IIsWebServer Location ='/LM/w3svc/1' Path='C:\site' MaxConnections='many'/>
 <IIsFilters Location ='/LM/w3svc/1/Filters'/><IIsCertMapper Location ='/LM/w3svc/1/Mapper' Path='D:'/>
 <IIsWebVirtualDir Location ='/LM/w3svc/1/ROOT'/><Invented Location ='/LM/w3svc/1/y'/>)");
-  // What the node itself holds counts, whatever its class.
+  // The node's own values count, whatever its class.
   shows("/W3SVC/1/Mapper", "path='D:'");
   for (const char* path : {"/W3SVC/1", "/W3SVC/1/ROOT", "/W3SVC/1/y"}) shows(path, "Path='C:\\site'");
   const std::string filters = "IIS://Web01/w3svc/1/Filters (IIsFilters), ";
@@ -180,7 +176,7 @@ TEST_F(MetabaseTest, AFailureSaysWhereAndWhatTheClassNeverHasFails) {
          "/LM/w3svc/1, is not a number"});
 }
 
-TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
+TEST_F(MetabaseTest, ReadsValuesWithTheTypeOfTheirProperty) {
   write(
       "<IIsFtpServer\tLocation ='/LM/MSFTPSVC/1'\r\n\t\tServerBindings=':21:\r\n\t\t\t10.0.0.5:2121:'\r\n"
       "\t\tGreetingMessage='  Hello &lt;you&gt;\r\n\r\n\t\t\t  and goodbye \r\n\t\t\t'\r\n"
@@ -199,7 +195,7 @@ TEST_F(MetabaseTest, ValuesHaveTheTypesOfTheirProperties) {
   EXPECT_EQ(get(u"GetEx", u"HttpRedirect"), "[]");
 }
 
-TEST_F(MetabaseTest, FlagsAreBooleansOfTheirOwn) {
+TEST_F(MetabaseTest, ReadsFlagsAsBooleans) {
   write(R"(<IIsFtpService Location ='/LM/MSFTPSVC' LogExtFileFlags='LogExtFileDate | logextfilehost'/>
 <IIsFtpServer Location ='/LM/MSFTPSVC/1' AccessFlags='AccessRead|AccessWrite | 0x200'/>
 <IIsFtpServer Location ='/LM/MSFTPSVC/2' AccessFlags='2' LogExtFileFlags='' DirBrowseFlags='EnableDirBrowsing'/>)");
@@ -209,7 +205,7 @@ TEST_F(MetabaseTest, FlagsAreBooleansOfTheirOwn) {
   shows("/MSFTPSVC/2", "DirBrowseFlags=-2147483648; EnableDirBrowsing=True; EnableDefaultDoc=False");
 }
 
-TEST_F(MetabaseTest, CustomElementsAreProperties) {
+TEST_F(MetabaseTest, ReadsCustomElementsAsProperties) {
   write(R"(<IIsFtpService Location ='/LM/MSFTPSVC'>
 <Custom Name='Colour' ID='70001' Value='blue' Type='STRING' UserType='X' Attributes='INHERIT | VOLATILE'/>
 <Custom Name='Depth' ID='70002' Value='3' Type='DWORD' Attributes='NO_ATTRIBUTES'/>
@@ -227,7 +223,7 @@ two' Type='MULTISZ' Attributes='INHERIT'/>
   fails("/MSFTPSVC", "Hidden", number::kSecured, {"Hidden"});
 }
 
-TEST_F(MetabaseTest, AStateIsTheFilesOwnElseWhatStartsByItselfRuns) {
+TEST_F(MetabaseTest, DerivesStatesFromAutoStart) {
   write(R"(<IIsFtpServer Location ='/LM/MSFTPSVC/1'/>
 <IIsFtpServer Location ='/LM/MSFTPSVC/2' ServerAutoStart='FALSE'/>
 <IIsFtpServer Location ='/LM/MSFTPSVC/3' ServerAutoStart='FALSE' Status='6'/>
@@ -238,7 +234,7 @@ TEST_F(MetabaseTest, AStateIsTheFilesOwnElseWhatStartsByItselfRuns) {
   EXPECT_EQ(children("/W3SVC/AppPools", u"AppPoolState"), "244");
 }
 
-TEST_F(MetabaseTest, IpSecurityTellsWhoMayComeIn) {
+TEST_F(MetabaseTest, ReadsIpSecurityLists) {
   write(R"(<IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1/ROOT'/>
 <IIsFtpVirtualDir Location ='/LM/MSFTPSVC/2/ROOT' IPSecurity='GrantByDefault=FALSE
     IPGrant=10.0.0.5, 255.255.255.255
@@ -259,7 +255,7 @@ TEST_F(MetabaseTest, IpSecurityTellsWhoMayComeIn) {
         "GrantByDefault=False; IPGrant=[127.0.0.1, 255.255.255.255]; IPDeny=[]");
 }
 
-TEST_F(MetabaseTest, ABinaryIpSecurityIsUnderstoodWholeOrNotAtAll) {
+TEST_F(MetabaseTest, RejectsPartlyValidBinaryIpSecurity) {
   const std::vector<std::string> several{"10.0.0.5, 255.255.255.255", "10.0.0.6, 255.255.255.255",
                                          "192.168.0.0, 255.255.0.0"};
   const auto decode = [](const std::string& bytes) {
@@ -278,7 +274,7 @@ TEST_F(MetabaseTest, ABinaryIpSecurityIsUnderstoodWholeOrNotAtAll) {
     for (std::size_t size = 0; size < whole.size(); ++size)
       EXPECT_FALSE(decode(whole.substr(0, size))) << size;
     EXPECT_FALSE(decode(whole + '\0'));
-    // Any other number before the elements, but for the one without a meaning.
+    // Any number before the elements, except the meaningless one.
     for (std::size_t at = 0; at < static_cast<unsigned char>(whole[20]); ++at) {
       for (const int change : {1, 8, 0x80, 0xFF}) {
         std::string bytes = whole;
@@ -289,7 +285,7 @@ TEST_F(MetabaseTest, ABinaryIpSecurityIsUnderstoodWholeOrNotAtAll) {
   }
 }
 
-TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
+TEST_F(MetabaseTest, FailsOnReadingInvalidValues) {
   struct Case {
     std::string property, value, fragment;
     std::int32_t code = number::kWrongValue;
@@ -313,7 +309,7 @@ TEST_F(MetabaseTest, WrongValuesFailWhenTheyAreRead) {
   }
 }
 
-TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
+TEST_F(MetabaseTest, ReportsTheErrorOfEachBrokenFile) {
   const auto among = [](const std::string& elements) { return kHead + elements + kTail; };
   const auto value = [&](const std::string& text) { return among("<a P=\"" + text + "\"/>"); };
   const struct {
@@ -350,7 +346,7 @@ TEST_F(MetabaseTest, BrokenFilesFailEachInTheirOwnWay) {
   }
 }
 
-TEST_F(MetabaseTest, NoFileThatIsCutOffOrHasANulPassesWhereverItIs) {
+TEST_F(MetabaseTest, RejectsFilesTruncatedAnywhere) {
   const std::string whole =
       kHead + "<!-- a note --><a\tLocation =\"/LM/1\"\r\n\tServerComment=\"Zürich &amp;\">\r\n" +
       "<Custom Name=\"Own\" Value=\"\U0001F600\" Type=\"STRING\"/></a>\r\n" + kTail;
@@ -363,7 +359,7 @@ TEST_F(MetabaseTest, NoFileThatIsCutOffOrHasANulPassesWhereverItIs) {
   }
 }
 
-TEST_F(MetabaseTest, EveryEncodingOfXmlIsReadAndKnown) {
+TEST_F(MetabaseTest, ReadsEveryXmlEncoding) {
   const std::string rest =
       "<configuration><MBProperty><a Location=\"/LM/1\" ServerComment=\"Zü \U0001F600\"/>" + kTail;
   const std::string plain = "<?xml version=\"1.0\"?>" + rest;
@@ -380,7 +376,7 @@ TEST_F(MetabaseTest, EveryEncodingOfXmlIsReadAndKnown) {
     EXPECT_FALSE(platform::metabase::looksLikeMetabase(other)) << other;
 }
 
-TEST_F(MetabaseTest, AnOddPlaceCostsOnlyItself) {
+TEST_F(MetabaseTest, ContinuesAfterParseWarnings) {
   write(R"(<IIsFtpServer ServerComment='lost'/>stray
 <a Location='LM/a'/><a Location='/LM//a'/><a Location='/)" +
         std::string(32767, 'x') + R"('/>
@@ -413,13 +409,13 @@ IIS://S/MsFtpSvc/1 (IIsFtpServer): duplicate node: the element on line 6 is used
 )");
   EXPECT_EQ(snapshot->warnings()[0].failureNumber, number::kBadElement);
   EXPECT_EQ(snapshot->warnings()[2].failureNumber, number::kBadLocation);
-  // The node's own element spells it, wherever it stands.
+  // The spelling of the node's own element counts, wherever it is.
   shows("/MSFTPSVC/1/root", "ADsPath='IIS://Web01/MsFtpSvc/1/ROOT'; Handed='h'");
   shows("/MSFTPSVC/1", "Class='IIsFtpServer'; ServerComment='first'; LogType=1");
   fails("/MSFTPSVC/1", "Own", number::kWrongValue, {"has an unknown type"});
 }
 
-TEST_F(MetabaseTest, AFileIsReadAsItStoodAtOneMoment) {
+TEST_F(MetabaseTest, ReadsAFileAtomically) {
   const test::Folder directory;
   const std::filesystem::path file = directory / kFile;
   const auto read = [&] { platform::metabase::readFile(file); };
@@ -436,7 +432,7 @@ TEST_F(MetabaseTest, AFileIsReadAsItStoodAtOneMoment) {
       std::filesystem::last_write_time(file, time);
   });
   std::int32_t refused = 0;
-  while (refused == 0) refused = failureOf(read);
+  for (int attempt = 0; refused == 0 && attempt < 10000; ++attempt) refused = failureOf(read);
   EXPECT_EQ(refused, number::kFileChanged);
 }
 

@@ -1,4 +1,4 @@
-// The driver for PostgreSQL against a real server that stops, ends connections, or has none left.
+// The PostgreSQL driver with a real server that hangs, ends connections, or has none left.
 
 #include <gtest/gtest.h>
 
@@ -43,7 +43,7 @@ class PostgresDriver : public testing::Test {
     return inventory::openPostgres(server_.address("writer", "fleet"), access);
   }
 
-  // Adds a row, and does something more.
+  // A change that adds a row and then calls `more`.
   static Change adding(const std::function<void(Session&)>& more = {}) {
     Change change;
     change.serverKeys = {"a", "b"};
@@ -106,15 +106,23 @@ TEST_F(PostgresDriver, ReadsBackWhatItWrites) {
     all += rows->text(1) + " " + rows->text(2) + (rows->text(3) == large ? "" : rows->text(3)) + "|";
   }
   EXPECT_EQ(all, "1.0 1" + text + "|0.1 0|1.0e+20 1|-2.5e-07 0|");
-  // Rows that are never read leave the session usable.
+  // A partly read result leaves the session usable.
   EXPECT_TRUE(session->query("select generate_series(1, 100000)")->next());
   EXPECT_EQ(session->value("select sum(n) from t where n = $1", {std::int64_t{1}}), "1");
 }
 
 TEST_F(PostgresDriver, ReportsAServerThatStopsAnswering) {
   const auto driver = open(access(milliseconds(100), milliseconds(300)));
-  const auto session = driver->read();
-  const int backend = std::stoi(session->value("select pg_backend_pid()"));
+  std::unique_ptr<Session> session;
+  int backend = 0;
+  // A busy machine may need more than the 0.3 s for a regular answer.
+  for (int attempt = 0; attempt < 100 && backend == 0; ++attempt) {
+    failure<inventory::Unreachable>([&] {
+      session = driver->read();
+      backend = std::stoi(session->value("select pg_backend_pid()"));
+    });
+  }
+  ASSERT_NE(backend, 0);
   ::kill(backend, SIGSTOP);
   const std::string words = failure<inventory::Unreachable>([&] { session->value("select 1"); });
   EXPECT_NE(words.find("for 0.4 s (use --server-timeout"), std::string::npos) << words;
@@ -128,18 +136,29 @@ TEST_F(PostgresDriver, WaitsForLocksNoLongerThanAllowed) {
   open(access())->change(adding());
   inventory::postgres::Connection other(server_.address("writer", "fleet"));
   other.run("begin; lock table iis_inventory.t");
-  // The server's silence has a limit of its own.
+  // Waiting for a lock does not count as server timeout.
   const auto driver = open(access(milliseconds(500), milliseconds(250)));
-  const std::string words =
-      failure<inventory::Locked>([&] { driver->read()->value("select n from iis_inventory.t"); });
-  EXPECT_NE(words.find("--wait"), std::string::npos);
-  EXPECT_NE(failure<inventory::Locked>([&] { driver->change(adding()); }), "");
+  const std::function<void()> works[] = {[&] { driver->read()->value("select n from iis_inventory.t"); },
+                                         [&] { driver->change(adding()); }};
+  for (const auto& work : works) {
+    std::string words;
+    // A busy machine may need more than the 0.25 s for a regular answer.
+    for (int attempt = 0; attempt < 20 && words.empty(); ++attempt) {
+      try {
+        work();
+      } catch (const inventory::Locked& error) {
+        words = error.what();
+      } catch (const inventory::Unreachable&) {
+      }
+    }
+    EXPECT_NE(words.find("--wait"), std::string::npos) << words;
+  }
   other.run("rollback");
 }
 
-TEST_F(PostgresDriver, FindsOutWhatBecameOfALostChange) {
+TEST_F(PostgresDriver, ResolvesTheOutcomeOfALostCommit) {
   open(access())->change(adding());
-  // Does something once where a statement goes to the server; gives how often the work was done.
+  // Disturbs the first statement that contains `sql`; returns how often the change was executed.
   const auto runLosing = [&](const std::string& sql, Action action, const std::function<void()>& more = {}) {
     std::atomic<bool> isDone = false;
     const Proxy proxy(folder_.path().string(), server_.socket(), [&](std::string& bytes, bool toServer) {
@@ -157,7 +176,7 @@ TEST_F(PostgresDriver, FindsOutWhatBecameOfALostChange) {
   EXPECT_EQ(runLosing("pg_try_advisory", Action::kDropAnswer), 1);
   EXPECT_EQ(runLosing("insert into", Action::kDropAnswer), 1);
   EXPECT_EQ(rowCount(), "3");
-  // The end of one process makes the server start anew, without numbers of transactions that it had given.
+  // The death of one backend restarts the server, which forgets the transaction number.
   EXPECT_EQ(
       runLosing(std::string("commit\0", 7), Action::kDrop,
                 [&] {
@@ -168,7 +187,7 @@ TEST_F(PostgresDriver, FindsOutWhatBecameOfALostChange) {
   EXPECT_EQ(rowCount(), "4");
 }
 
-TEST_F(PostgresDriver, FailsWhereNoOtherChangeHasAConnection) {
+TEST_F(PostgresDriver, FailsIfNoConnectionIsLeft) {
   server_.run("alter role writer connection limit 2");
   const auto driver = open(access());
   const auto one = driver->read(), two = driver->read();

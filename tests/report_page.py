@@ -95,7 +95,7 @@ class ReportPage(unittest.TestCase):
                 self.assertEqual(len(self.all("style")), 1)
                 self.assertEqual(self.all("img, iframe, object, [style], [onload], [onerror], [onmouseover]"), [])
                 self.assertFalse(any(sign in self.browser.page_source for sign in "\u202e\u2066\u200f\u0085"))
-        # The texts themselves are there.
+        # The escaped texts are shown.
         text = self.browser.find_element(By.TAG_NAME, "body").text
         self.assertIn("<script>document.title = 'taken'</script>", text)
         self.assertIn("{{title}} {{{style}}} &amp; &#60;", text)

@@ -1,4 +1,4 @@
-// Rules as files: their header and the SQL that they may use.
+// Rule files: their header and the SQL that they may use.
 
 #include <gtest/gtest.h>
 
@@ -18,7 +18,6 @@ const std::string kHeader =
     "ftp_site.path\n";
 const std::string kQuery = "select object_id, path = '' as holds\nfrom ftp_site\n";
 
-// What is wrong with a rule; empty for nothing.
 std::string errorOf(const std::string& text) {
   try {
     Rule::parse("r", "r.sql", text).check();
@@ -28,7 +27,7 @@ std::string errorOf(const std::string& text) {
   return "";
 }
 
-TEST(Rules, AreDividedIntoWordsAsBothDatabasesDo) {
+TEST(Rules, AreTokenizedAsInBothDatabases) {
   std::string all;
   for (const host::SqlToken& token :
        host::sqlTokens("a1_\xC3\x9C 'it''s --' \"x\"\"y\"--'z\n<= 12 \t-:p 'open"))
@@ -36,7 +35,7 @@ TEST(Rules, AreDividedIntoWordsAsBothDatabasesDo) {
   EXPECT_EQ(all, "0a1_\xC3\x9C|2'it''s --'|1\"x\"\"y\"|4<|4=|312|4-|4:|0p|2'open|");
 }
 
-TEST(Rules, AreNamedByPatterns) {
+TEST(Rules, AreSelectedByPatterns) {
   const std::tuple<const char*, const char*, bool> cases[] = {{"pool-local-system", "pool-*", true},
                                                               {"pool", "POOL", true},
                                                               {"pool", "p?ol", true},
@@ -49,7 +48,7 @@ TEST(Rules, AreNamedByPatterns) {
     EXPECT_EQ(host::matchesPattern(text, pattern), expected) << text << pattern;
 }
 
-TEST(Rules, HaveWhatTheirHeaderSays) {
+TEST(Rules, ParseTheirHeader) {
   const Rule rule = Rule::parse(
       "r", "r.sql",
       "-- title: A: b\r\n-- severity: High\n-- category: security\n-- why: One\n--   two\n--\tthree\n-- fix: "
@@ -72,7 +71,7 @@ TEST(Rules, HaveWhatTheirHeaderSays) {
   EXPECT_EQ(postgres.substr(postgres.find("(lower")), "(lower(((lower((path" + end + " || (')')" + end);
 }
 
-TEST(Rules, ThatAreMalformedSayWhere) {
+TEST(Rules, ReportTheLineOfAnError) {
   EXPECT_EQ(errorOf(kHeader + kQuery), "");
   const std::pair<std::string, const char*> cases[] = {
       {"", "r.sql:1: the header has no 'title'"},
@@ -104,8 +103,8 @@ TEST(Rules, ThatAreMalformedSayWhere) {
     EXPECT_NE(errorOf(text).find(words), std::string::npos) << text << "\n" << errorOf(text);
 }
 
-// Each alone, and within a common table expression.
-TEST(Rules, ReadViewsAndNothingElse) {
+// Each alone, and in a common table expression.
+TEST(Rules, ReadViewsOnly) {
   const std::pair<const char*, const char*> refused[] = {
       {"insert into ftp_site (path) values ('')", "only a SELECT"},
       {"attach 'x' as y", "only a SELECT"},

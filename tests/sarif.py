@@ -46,7 +46,7 @@ assert len(notifications) == 1, notifications
 for each, text in texts.items():
     for error in validator.iter_errors(text):
         sys.exit(f"{each}: {list(error.absolute_path)}: {error.message[:500]}")
-# The schema refuses what is wrong.
+# The schema rejects invalid documents.
 wrong = copy.deepcopy(texts["all.sarif"])
 wrong["runs"][0]["results"][0]["level"] = "bad"
 assert not validator.is_valid(wrong)

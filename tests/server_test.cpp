@@ -1,4 +1,4 @@
-// The in-process server: entry points, class factories, and objects whose members are called by name.
+// The in-process server: entry points, class factories, and late-bound objects.
 
 #include "server/portable/server.h"
 
@@ -14,10 +14,9 @@ namespace {
 using namespace automation;
 using namespace TORVINFTPAppDataCom;
 
-// The number that a call fails with, 0 where it doesn't.
 template <typename... Values>
 std::int32_t numberOf(const ObjectRef& object, TextView member, Values... values) {
-  return numberFrom([&] { call(object, member, values...); });
+  return failureNumber([&] { call(object, member, values...); });
 }
 
 class Server : public testing::Test {
@@ -26,7 +25,7 @@ class Server : public testing::Test {
   ~Server() override { DllUnregisterServer(); }
 };
 
-TEST_F(Server, GivesAFactoryForEachClass) {
+TEST_F(Server, ProvidesAFactoryPerClass) {
   const struct {
     Guid classId, interfaceId, otherInterfaceId;
     const char16_t* member;
@@ -54,7 +53,7 @@ TEST_F(Server, GivesAFactoryForEachClass) {
   EXPECT_EQ(DllGetClassObject(kFTPCollectionClassId, kClassFactoryInterfaceId, nullptr), kNullPointer);
 }
 
-TEST_F(Server, CanBeUnloadedWhenNothingLivesAndIsTakenOut) {
+TEST_F(Server, UnloadsWithoutObjectsAndUnregisters) {
   EXPECT_NE(CreateObject(u"torvinftpappdatacom.FTPCollection"), nullptr);
   EXPECT_EQ(DllCanUnloadNow(), kOk);
   ObjectRef object = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
@@ -72,7 +71,7 @@ TEST_F(Server, CanBeUnloadedWhenNothingLivesAndIsTakenOut) {
   EXPECT_THROW(CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection"), Failure);
 }
 
-TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
+TEST_F(Server, CallsMembersByNameWithOptionalArguments) {
   Environment environment;
   environment.site(u"1", u"Sales");
   environment.pool(u"Shop");
@@ -88,7 +87,7 @@ TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
   EXPECT_EQ(environment.journal->lines[environment.journal->lines.size() - 2],
             "GetObject IIS://WEB01/MSFTPSVC/ !");
 
-  // A collector on the public interface, which a host may call itself.
+  // A collector on the public interface, which a host may call.
   write(pools, u"MSTRERRORLOGPATH", read(ftp, u"mstrErrorLogPath"));
   const ObjectRef connection = CreateObject(u"ADODB.Connection");
   const ObjectRef recordset = CreateObject(u"ADODB.Recordset");
@@ -103,8 +102,8 @@ TEST_F(Server, CallsMembersByNameWithTheirOptionalArguments) {
   EXPECT_EQ(toInt32(read(recordset, u"State")), 1) << "the caller's, left open";
 }
 
-// A status bar that goes away in the middle of its own call, as a window does that the user has closed.
-TEST_F(Server, AProgressObjectMayTakeItselfAway) {
+// A status bar that is released during its own call, like a window closed by the user.
+TEST_F(Server, ToleratesAProgressObjectReleasingItself) {
   Environment environment;
   environment.site(u"1", u"Sales");
   const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
@@ -124,8 +123,8 @@ TEST_F(Server, AProgressObjectMayTakeItselfAway) {
   EXPECT_EQ(environment.log(), "");
 }
 
-// What a system's own binding enters: servers for whatever nobody else serves, and the encoding of the logs.
-TEST_F(Server, TakesTheSystemsTableAndEncodingWhereThereAreSuch) {
+// Fallbacks of a system binding: servers for unknown monikers and classes, and the encoding of the logs.
+TEST_F(Server, UsesRegisteredFallbacks) {
   Environment environment;
   const ObjectRef own = std::make_shared<FakeObject>();
   std::vector<std::string> asked;
@@ -134,13 +133,13 @@ TEST_F(Server, TakesTheSystemsTableAndEncodingWhereThereAreSuch) {
     return own;
   };
   Runtime::process().setFallbacks(serve, serve);
-  EXPECT_EQ(GetObject(u"LDAP://nobody"), own);
-  EXPECT_EQ(CreateObject(u"Nobody.Class"), own);
+  EXPECT_EQ(GetObject(u"LDAP://unknown"), own);
+  EXPECT_EQ(CreateObject(u"Unknown.Class"), own);
   EXPECT_NE(CreateObject(u"TORVINFTPAppDataCom.FTPCollection"), own);
-  EXPECT_EQ(asked, (std::vector<std::string>{"LDAP://nobody", "Nobody.Class"}));
+  EXPECT_EQ(asked, (std::vector<std::string>{"LDAP://unknown", "Unknown.Class"}));
   Runtime::process().setFallbacks(nullptr, nullptr);
-  EXPECT_THROW(GetObject(u"LDAP://nobody"), Failure);
-  EXPECT_THROW(CreateObject(u"Nobody.Class"), Failure);
+  EXPECT_THROW(GetObject(u"LDAP://unknown"), Failure);
+  EXPECT_THROW(CreateObject(u"Unknown.Class"), Failure);
 
   setSystemEncoding([](TextView text) {
     std::string bytes;
@@ -156,7 +155,7 @@ TEST_F(Server, TakesTheSystemsTableAndEncodingWhereThereAreSuch) {
             "<time>\t" + padded("Stra\xDF\x65") + padded("f") + "         1\tGr\xF6\xDF\x65 ?\r\n");
 }
 
-TEST_F(Server, RefusesWhatTheInterfacesDoNotHave) {
+TEST_F(Server, RefusesUnknownMembersAndArguments) {
   const ObjectRef ftp = CreateObject(u"TORVINFTPAppDataCom.FTPCollection");
   const ObjectRef pools = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
   for (const char16_t* member : {u"GetTotalAppPools", u"GetServerGeneralProperty", u"GetFTPSitesCoun", u""}) {

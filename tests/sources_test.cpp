@@ -1,5 +1,4 @@
-// Metabases as people have them: below folders, in archives, behind pipes, in other encodings, with odd
-// places.
+// Metabases as they occur: in folders, archives, pipes, other encodings, with parse warnings.
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
@@ -8,8 +7,10 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "sqlite/database.h"
@@ -32,7 +33,7 @@ struct Member {
   time_t modified = 1000000;
 };
 
-// An archive of the kind that its name's ending tells.
+// An archive of the format given by its extension.
 void writeArchive(const fs::path& file, const std::vector<Member>& members, const char* options = nullptr) {
   archive* const out = archive_write_new();
   ASSERT_EQ(archive_write_set_format_filter_by_ext(out, file.c_str()), ARCHIVE_OK);
@@ -78,7 +79,7 @@ class Sources : public testing::Test {
   test::Folder folder_;
 };
 
-TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
+TEST_F(Sources, NamesServersAfterTheirFolders) {
   folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml", kWeb01);
   folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
   fs::last_write_time(path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml"),
@@ -99,16 +100,16 @@ TEST_F(Sources, OfAFolderAreNamedAfterTheFoldersThatAreNoUsualHomes) {
   EXPECT_EQ(servers(), (Strings{"WEB01", "Zürich", "fleet"}));
 }
 
-TEST_F(Sources, OfAFolderThatCantBeReadAreAProblem) {
+TEST_F(Sources, ReportsAnUnreadableFolder) {
   folder_.file("fleet/GOOD/MetaBase.xml", kWeb01);
   folder_.file("fleet/CLOSED/MetaBase.xml", kWeb01);
   fs::permissions(path("fleet/CLOSED"), fs::perms::none);
-  collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it cannot be read", test::withoutRights);
+  collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it cannot be read", test::dropFileCapabilities);
   fs::permissions(path("fleet/CLOSED"), fs::perms::owner_all);
   EXPECT_EQ(servers(), Strings{"GOOD"});
 }
 
-TEST_F(Sources, OfArchivesAreFoundLikeThoseOfFolders) {
+TEST_F(Sources, FindsMetabasesInArchivesAsInFolders) {
   const std::vector<Member> members = {{"readme.txt", "nothing"},
                                        {"ONE/C/WINNT/system32/inetsrv/MetaBase.xml", kWeb01, 2000},
                                        {"ONE/History/old.xml", kWeb01, 1000},
@@ -124,7 +125,7 @@ TEST_F(Sources, OfArchivesAreFoundLikeThoseOfFolders) {
   EXPECT_FALSE(fs::exists(folder_.path().parent_path() / "TWO"));
 }
 
-TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
+TEST_F(Sources, SkipsBadArchivesOnly) {
   writeArchive(path("GOOD.zip"), {{"GOOD/MetaBase.xml", kWeb01}});
   writeArchive(path("BAD.zip"), {{"SECRET/MetaBase.xml", kWeb01}}, "zip:encryption=traditional");
   const Result encrypted =
@@ -148,24 +149,30 @@ TEST_F(Sources, OfArchivesThatAreBadCostOnlyThemselves) {
   EXPECT_EQ(collect({path("CUT.tar.gz"), "--list"}, 2, words).out.find("CUT.tar.gz"), std::string::npos);
 }
 
-TEST_F(Sources, OfAnArchiveThatChangesAreThoseOfTheFirstLook) {
+TEST_F(Sources, ReadsAnArchiveAsOfTheFirstPass) {
   writeArchive(path("SOON.zip"), {{"SOON/MetaBase.xml", kWeb01}});
   ASSERT_EQ(::mkfifo(path("FIRST").c_str(), 0600), 0);
   test::Program program(folder_,
                         {"collect", path("FIRST"), path("SOON.zip"), "--database", path("inventory.db")});
   {
-    // Open as soon as it is read, which is behind the first look at everything.
+    // The program opens the FIFO after its first pass over all sources.
+    int fifo = -1;
+    while ((fifo = ::open(path("FIRST").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC)) < 0) {
+      ASSERT_TRUE(program.isRunning());
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
     std::ofstream first(path("FIRST"), std::ios::binary);
     folder_.file("SOON.zip", std::string(fs::file_size(path("SOON.zip")), 'x'));
     first << kWeb01;
+    ::close(fifo);
   }
-  const Result result = program.end();
+  const Result result = program.wait();
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_NE(result.out.find("SOON.zip:SOON/MetaBase.xml has changed"), std::string::npos) << result.out;
   EXPECT_EQ(servers(), (Strings{"FIRST", "SOON"}));
 }
 
-TEST_F(Sources, BehindLinksAreWhereTheSystemFindsThem) {
+TEST_F(Sources, FollowsLinksLikeTheSystem) {
   folder_.file("real/below/unused", "");
   folder_.file("real/WEB.xml", kWeb01);
   fs::create_directory_symlink(path("real/below"), path("link"));
@@ -175,19 +182,20 @@ TEST_F(Sources, BehindLinksAreWhereTheSystemFindsThem) {
   EXPECT_TRUE(fs::exists(path("real/i.db")));
 }
 
-TEST_F(Sources, ThatAreStreamsAreReadToTheirEnd) {
+TEST_F(Sources, ReadsStreamsToTheirEnd) {
   const std::string given = folder_.file("given.xml", kWeb01);
   collect({"IN=-"}, 0, "", [&] { ::dup2(::open(given.c_str(), O_RDONLY), STDIN_FILENO); });
 
   ASSERT_EQ(::mkfifo(path("PIPE").c_str(), 0600), 0);
-  const pid_t writer = test::inChild([&] { std::ofstream(path("PIPE"), std::ios::binary) << kWeb01; });
+  const pid_t writer = test::runInChild([&] { std::ofstream(path("PIPE"), std::ios::binary) << kWeb01; });
   collect({path("PIPE")});
-  EXPECT_EQ(test::endOf(writer), 0);
+  ::close(::open(path("PIPE").c_str(), O_RDONLY | O_NONBLOCK));  // ends the writer if the program didn't
+  EXPECT_EQ(test::waitFor(writer), 0);
   EXPECT_EQ(servers(), (Strings{"IN", "PIPE"}));
   collect({"ZERO=/dev/zero", "--max-size", "2MB"}, 2, "it is larger than");
 }
 
-TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
+TEST_F(Sources, ReportsParseWarningsAndCollects) {
   const std::string odd = folder_.file("ODD.xml", R"(<?xml version="1.0"?>
 <configuration xmlns="urn:microsoft-catalog:XML_Metabase_V64_0"><MBProperty>
 <IIsFtpService Location="/LM/MSFTPSVC" LogType="0"/>
@@ -204,7 +212,7 @@ TEST_F(Sources, WithOddPlacesAreToldOfThemAndCollected) {
   EXPECT_NE(checked.out.find("WEB01/MetaBase.xml: a metabase of"), std::string::npos);
   test::runExpecting(folder_, {"check", folder_.file("x.txt", "text")}, 2, "");
   test::runExpecting(folder_, {"check", "-", "-"}, 2, "METABASE '-': ");
-  test::runExpecting(folder_, {"check", odd}, 1, "", test::withoutReader);
+  test::runExpecting(folder_, {"check", odd}, 1, "", test::breakOutputPipe);
 
   collect({odd, "--only", "Security Accounts"}, 1);
   sqlite::Database database(path("inventory.db"), sqlite::Database::Mode::kReadOnly, {});

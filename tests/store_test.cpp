@@ -64,7 +64,7 @@ struct Recordset {
   }
 };
 
-// The number of the failure that something ends in, 0 where it doesn't. Its message holds a piece of text.
+// The number of an action's failure, 0 if it succeeds. The message must contain `piece`.
 template <typename Work>
 std::uint32_t failure(const Work& work, const std::string& piece = "") {
   const auto [number, message] = test::failureOf(work);
@@ -97,7 +97,6 @@ class Store : public testing::Test {
         "create table tblOther(a text, b text)");
   }
 
-  // The database as its owner has it.
   std::shared_ptr<Database> openDatabase() const {
     if (private_ != nullptr) return {std::shared_ptr<void>(), &private_->database()};
     return std::make_shared<Database>(path_, Database::Mode::kCreate, std::chrono::hours(1));
@@ -109,7 +108,7 @@ class Store : public testing::Test {
     return made;
   }
 
-  // The rows of a query; not counted unless told.
+  // The rows of a query; by default forward-only.
   static Recordset select(const Connection& connection, std::string_view sql, bool counted = false) {
     const Recordset rows;
     write(rows.object, u"ActiveConnection", connection.object);
@@ -140,9 +139,8 @@ class Store : public testing::Test {
     Rows all;
     while (statement.step()) {
       std::string& row = all.emplace_back(statement.text(0).value_or("-"));
-      for (int column = 1; column < statement.columnCount(); ++column) {
+      for (int column = 1; column < statement.columnCount(); ++column)
         row.append("|").append(statement.text(column).value_or("-"));
-      }
     }
     return all;
   }
@@ -153,7 +151,6 @@ class Store : public testing::Test {
   std::optional<ConnectionRedirect> redirect_;
 };
 
-// Over each of the three.
 class EachStore : public Store, public testing::WithParamInterface<int> {
  protected:
   EachStore() : Store(static_cast<Kind>(GetParam())) {}
@@ -162,7 +159,7 @@ constexpr const char* kKinds[] = {"DatabaseFile", "PrivateDatabase", "PrivateDat
 INSTANTIATE_TEST_SUITE_P(The, EachStore, testing::Range(0, 3),
                          [](const auto& each) { return std::string(kKinds[each.param]); });
 
-TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
+TEST_P(EachStore, SavesRowsAndEnforcesPendingRowRules) {
   const Recordset added = selectNone(connect());
   EXPECT_EQ(added.property(u"EOF"), "True");
   EXPECT_EQ(failure([&] { added.set("Site", "x"); }), 3021u);
@@ -174,13 +171,13 @@ TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
   EXPECT_EQ(added.at("server name"), "WEB01");
   EXPECT_EQ(added.at("Site"), "-");
   EXPECT_EQ(rows(), Rows{});
-  // A second one saves the first, and a failed Close leaves the recordset as it was.
+  // A second one saves the first, and a failed Close leaves the recordset unchanged.
   added.addNew();
   added.set("Status", "7");
   EXPECT_EQ(failure([&] { added.close(); }), 3219u);
   EXPECT_EQ(added.at("Status"), "7");
   EXPECT_EQ(rows(), Rows{"WEB01|-|-"});
-  // Nothing of a cancelled row, or of the one before, gets into the next.
+  // Values of a cancelled row, or of the previous one, don't appear in the next.
   added.cancelUpdate();
   EXPECT_EQ(added.at("Server name"), "WEB01");
   added.addNew();
@@ -193,7 +190,7 @@ TEST_P(EachStore, SavesRowsAndKeepsTheRulesOfAPendingOne) {
   EXPECT_EQ(rows(), (Rows{"WEB01|-|-", "-|True|-"}));
 }
 
-TEST_P(EachStore, StateDecidesWhatIsAllowed) {
+TEST_P(EachStore, AllowsOperationsByState) {
   const Connection connection;
   const Recordset opened;
   const auto openAs = [&](std::string_view sql) { return failure([&] { opened.open(sql); }); };
@@ -216,7 +213,7 @@ TEST_P(EachStore, StateDecidesWhatIsAllowed) {
   // Read-only unless a lock type is set.
   EXPECT_EQ(failure([&] { opened.addNew(); }), 3251u);
 
-  // A connection takes its recordsets with it, also when it has been opened anew since.
+  // Closing a connection closes its recordsets, also after reopening it.
   const Recordset adding = selectNone(connection);
   adding.addNew();
   connection.close();
@@ -227,7 +224,7 @@ TEST_P(EachStore, StateDecidesWhatIsAllowed) {
   EXPECT_EQ(rows(), Rows{});
 }
 
-TEST_P(EachStore, CountsAndWalksRows) {
+TEST_P(EachStore, CountsAndIteratesRows) {
   const Connection connection = connect();
   const Recordset added = selectNone(connection);
   for (const char* site : {"A", "B", "C"}) addRow(added, "web01", site);
@@ -243,7 +240,7 @@ TEST_P(EachStore, CountsAndWalksRows) {
   std::string sites;
   for (; walked.property(u"EOF") == "False"; walked.moveNext()) {
     sites += walked.at("site");
-    // Changes in the middle of the walk neither fail nor disturb it.
+    // Changes during the iteration neither fail nor affect it.
     connection.execute("Delete from tblSites Where [Site]= '" + sites + "'");
   }
   EXPECT_EQ(sites, "ABCE");
@@ -251,7 +248,7 @@ TEST_P(EachStore, CountsAndWalksRows) {
   EXPECT_EQ(rows(), (Rows{"web01|B|-", "web01|C|-", "WEB02|D|-", "WEB01|E|-"}));
 }
 
-TEST_P(EachStore, RunsOneStatementAsItStandsOrNone) {
+TEST_P(EachStore, RunsExactlyOneUnmodifiedStatement) {
   const Connection connection = connect();
   addRow(selectNone(connection), "WEB01", "O'Brien");
   const struct {
@@ -273,7 +270,7 @@ TEST_P(EachStore, RunsOneStatementAsItStandsOrNone) {
   EXPECT_EQ(rows(), Rows{"WEB01|O'Brien|x"});
 }
 
-TEST_P(EachStore, KeepsAnyText) {
+TEST_P(EachStore, StoresAnyText) {
   const std::string odd("a\0b \xE2\x82\xAC\xF0\x9F\x98\x80", 11);
   const Connection connection = connect();
   const Recordset added = selectNone(connection);
@@ -288,7 +285,7 @@ TEST_P(EachStore, KeepsAnyText) {
   EXPECT_EQ(added.at("Site"), "\xEF\xBF\xBDx");
 }
 
-TEST_P(EachStore, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
+TEST_P(EachStore, ConnectionsAndOwnerShareTheDatabase) {
   const Connection outer = connect();
   const Recordset pending = selectNone(outer);
   pending.addNew();
@@ -300,7 +297,6 @@ TEST_P(EachStore, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
   pending.update();
   EXPECT_EQ(countAll(connect()), "2");
 
-  // The next recordset sees a changed table.
   const auto owner = openDatabase();
   owner->execute("delete from tblSites; alter table tblSites add column [Added] text");
   const Recordset wider = selectNone(outer);
@@ -311,7 +307,7 @@ TEST_P(EachStore, ConnectionsAndTheOwnerOfTheTablesWorkSideBySide) {
   EXPECT_EQ(failure([&] { wider.update(); }), 0x80040E37);
 }
 
-TEST_F(Store, AFullFileFailsTheRowAndKeepsItPending) {
+TEST_F(Store, KeepsTheRowPendingIfTheFileIsFull) {
   const Connection connection = connect();
   const Recordset added = selectNone(connection);
   connection.execute("pragma max_page_count = 4");
@@ -325,7 +321,7 @@ TEST_F(Store, AFullFileFailsTheRowAndKeepsItPending) {
   EXPECT_EQ(rows(), Rows{"-|small|-"});
 }
 
-TEST_F(Store, AFileThatCannotBeUsedFailsAtOpenWithItsOwnMessage) {
+TEST_F(Store, ReportsUnusableFilesAtOpen) {
   folder_.file("text.db", "These are not rows");
   const auto opening = [](const fs::path& file, const std::string& piece) {
     return failure([&] { Connection().open(file); }, piece);
@@ -336,7 +332,7 @@ TEST_F(Store, AFileThatCannotBeUsedFailsAtOpenWithItsOwnMessage) {
   EXPECT_EQ(opening(folder_ / "text.db", "is not a database"), 0x80004005);
 }
 
-TEST_F(Store, AFileIsNotWrittenToWhenAnotherHasTakenItsName) {
+TEST_F(Store, DoesNotWriteToAReplacedFile) {
   const Recordset stale = selectNone(connect());
   addRow(stale, "WEB01", "old");
   fs::rename(path_, folder_ / "moved.db");
@@ -349,10 +345,9 @@ TEST_F(Store, AFileIsNotWrittenToWhenAnotherHasTakenItsName) {
   EXPECT_EQ(rows(), Rows{"WEB01|old|-"});
 }
 
-// Something that a lock is in the way of fails at once, or when the wait for the lock is over, and works when
-// the lock goes in time.
-void expectToWait(Database& other, const std::function<void()>& impatient,
-                  const std::function<void()>& patient) {
+// With the database locked, `impatient` fails, and `patient` succeeds once the lock is released.
+void expectLockWait(Database& other, const std::function<void()>& impatient,
+                    const std::function<void()>& patient) {
   std::optional<sqlite::Transaction> lock(std::in_place, other);
   platform::store::setLockWait(std::chrono::milliseconds(10));
   EXPECT_EQ(failure(impatient, "locked"), 0x80004005);
@@ -365,11 +360,11 @@ void expectToWait(Database& other, const std::function<void()>& impatient,
   release.join();
 }
 
-TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
+TEST_F(Store, WaitsForLocksOfOtherProcesses) {
   const auto other = openDatabase();
   const Connection connection;
   const auto open = [&] { connection.open(path_); };
-  expectToWait(*other, open, open);
+  expectLockWait(*other, open, open);
   const Recordset patient = selectNone(connection);
 
   platform::store::setLockWait(std::chrono::milliseconds(10));
@@ -377,7 +372,7 @@ TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
   const Recordset waiting = selectNone(reader);
   waiting.addNew();
   waiting.set("Site", "waited");
-  expectToWait(
+  expectLockWait(
       *other,
       [&] {
         EXPECT_EQ(countAll(reader), "0");
@@ -387,13 +382,15 @@ TEST_F(Store, ALockOfSomebodyElseIsWaitedFor) {
   EXPECT_EQ(rows(), Rows{"-|next|-"});
 }
 
-TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {
-  PrivateDatabase lent(path_.string());
-  makeTables(lent.database());
-  const auto lentRows = [&] { return lent.database().value("select count(*) from tblSites"); };
+TEST_F(Store, OpensTheFileWithoutAPrivateDatabase) {
+  PrivateDatabase privateDatabase(path_.string());
+  makeTables(privateDatabase.database());
+  const auto privateRowCount = [&] {
+    return privateDatabase.database().value("select count(*) from tblSites");
+  };
   for (int turn = 1; turn <= 2; ++turn) {
     {
-      const ConnectionRedirect redirect(lent);
+      const ConnectionRedirect redirect(privateDatabase);
       const Connection connection = connect();
       addRow(selectNone(connection), "WEB01", "private");
       std::thread([&] { addRow(selectNone(connect()), "WEB01", "elsewhere"); }).join();
@@ -403,10 +400,10 @@ TEST_F(Store, TheFileIsMeantByWhoeverHasNoPrivateDatabaseOfItsName) {
       EXPECT_EQ(countAll(connection), "1");
     }
     EXPECT_EQ(countAll(connect()), std::to_string(2 * turn));
-    EXPECT_EQ(lentRows(), "1");
-    // The tables stay for the next turn.
-    lent.empty();
-    EXPECT_EQ(lentRows(), "0");
+    EXPECT_EQ(privateRowCount(), "1");
+    // The tables are kept for the next turn.
+    privateDatabase.empty();
+    EXPECT_EQ(privateRowCount(), "0");
   }
 }
 

@@ -1,4 +1,4 @@
-// Text between UTF-16 and UTF-8, and the two cases of a letter.
+// Conversion between UTF-16 and UTF-8, and case-insensitive comparison.
 
 #include "automation/text.h"
 
@@ -9,8 +9,8 @@ namespace {
 
 using namespace automation;
 
-// ASCII is looked at in blocks: a unit of any other kind may stand at any place of one, or behind the last.
-TEST(Text, PassesThroughUtf8WhateverStandsWhere) {
+// ASCII is converted in blocks: any other unit may be at any position of a block, or after the last one.
+TEST(Text, ConvertsToUtf8AndBackAtAnyPosition) {
   const std::pair<Text, std::string> pieces[] = {
       {u"\u00DF", "\xC3\x9F"}, {u"\u20AC", "\xE2\x82\xAC"}, {u"\U0001F5C4", "\xF0\x9F\x97\x84"}};
   for (std::size_t length = 0; length <= 20; ++length) {
@@ -25,13 +25,13 @@ TEST(Text, PassesThroughUtf8WhateverStandsWhere) {
       }
     }
   }
-  // What is no UTF-8, or half a pair, becomes the replacement character.
+  // Invalid UTF-8 and unpaired surrogates become the replacement character.
   EXPECT_EQ(fromUtf8("12345678\xC3"), u"12345678\uFFFD");
   EXPECT_EQ(fromUtf8("\x80\xED\xA0\x80"), u"\uFFFD\uFFFD\uFFFD\uFFFD");
   EXPECT_EQ(toUtf8(Text(1, char16_t{0xD800}) + u"x"), "\xEF\xBF\xBDx");
 }
 
-TEST(Text, ComparesTheTwoCasesOfALetterAsOne) {
+TEST(Text, ComparesWithoutRegardToCase) {
   for (std::uint32_t point = 0; point <= 0xFFFF; ++point) {
     const auto unit = static_cast<char16_t>(point);
     const Text text(1, unit), lower(1, toLower(unit));

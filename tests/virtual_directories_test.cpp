@@ -20,7 +20,7 @@ FakeObject& addDirectory(ComponentEnvironment& environment, TextView name, TextV
   return environment.directory(u"MSFTPSVC/1/ROOT/" + Text(name), path);
 }
 
-TEST(VirtualDirectories, SecurityComesFirstOnAConnectionOfItsOwn) {
+TEST(VirtualDirectories, WriteSecurityFirstOnASeparateConnection) {
   ComponentEnvironment environment;
   addDirectory(environment, u"it's ", u" C:\\a ")
       .set(u"IPSecurity", Environment::ipSecurity(false, {u"10.0.0.0,255.0.0.0"}));
@@ -60,7 +60,7 @@ Recordset1.Update(); bar.increment())"));
   EXPECT_EQ(environment.log() + environment.appLog(), "");
 }
 
-TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
+TEST(VirtualDirectories, KeepThePreviousValuesAfterAFailedRead) {
   ComponentEnvironment environment;
   addDirectory(environment, u"bare", u"")
       .unset(u"Path")
@@ -78,7 +78,7 @@ TEST(VirtualDirectories, AChildsFailedReadKeepsTheValuesOfTheOneBefore) {
   EXPECT_EQ(environment.journal->linesWith("count.").back(), "count.message = 3/3");
 }
 
-TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
+TEST(VirtualDirectories, WriteRowsForDirectoriesThatCannotBeOpened) {
   ComponentEnvironment environment;
   addDirectory(environment, u"a", u"C:\\a");
   listRoot(environment, u"IIS://WEB01/gone");
@@ -91,7 +91,7 @@ TEST(VirtualDirectories, ADirectoryThatCannotBeOpenedStillGetsItsRows) {
                 notSet + notSet + notSet);
 }
 
-TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
+TEST(VirtualDirectories, ListTheNextLevelByPath) {
   ComponentEnvironment environment;
   addDirectory(environment, u"a/b", u"C:\\b");
   Text server = u"unused";
@@ -103,7 +103,6 @@ TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
   EXPECT_EQ(environment.rows(u"tblvirtualDirSecurity"),
             Rows{"IIS://WEB01/msftpsvc/1/root/A|b|1|Granted|-|-"});
 
-  // A directory without children.
   environment.journal->lines.clear();
   path = u"IIS://WEB01/MSFTPSVC/1/ROOT/a/b";
   environment.ftp.GetChildVirtualDirectories(server, id, path, environment.database);
@@ -111,7 +110,7 @@ TEST(VirtualDirectories, TheNextLevelGoesByThePathAlone) {
   EXPECT_EQ(environment.log() + environment.appLog(), "");
 }
 
-TEST(VirtualDirectories, WithoutARoot) {
+TEST(VirtualDirectories, FailWithoutARoot) {
   ComponentEnvironment environment;
   listRoot(environment);
   const std::string missing = "No path IIS://WEB01/MSFTPSVC/1/root";

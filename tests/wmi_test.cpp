@@ -1,4 +1,4 @@
-// The WMI objects and the host's objects, over a small file that the tests write themselves.
+// The WMI objects and the host's objects, on a small generated file.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -30,7 +30,7 @@ class WmiTest : public testing::Test {
     platform::metabase::mapServer(u"Web01", platform::metabase::Metabase::parse(bytes, "file"));
   }
 
-  // Every pool's name and the applications that it names: "name=path,path,; ".
+  // Every pool's name and its applications: "name=path,path,; ".
   static Text poolsOf(const ObjectRef& service) {
     const ObjectRef pools = toObject(call(service, u"ExecQuery", kQuery));
     Text all;
@@ -48,7 +48,7 @@ class WmiTest : public testing::Test {
   }
 };
 
-TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
+TEST_F(WmiTest, PoolsListTheirApplications) {
   write(
       "<IIsApplicationPools Location='/LM/W3SVC/AppPools'/><IIsConfigObject Location='/LM/W3SVC/AppPools/x'/>"
       "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Main'/>"
@@ -56,7 +56,7 @@ TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
       "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Spare'/>"
       "<IIsWebService Location='/LM/W3SVC' AppPoolId='Main'/>"
       "<IIsWebVirtualDir Location='/LM/W3SVC/1/ROOT' AppRoot='/LM/W3SVC/1/ROOT'/>"
-      // No root of its own: it names its parent's.
+      // Without a root of its own: lists its parent's.
       "<IIsWebDirectory Location='/LM/W3SVC/1/ROOT/img' AppRoot='/LM/W3SVC/1/ROOT'/>"
       "<IIsWebDirectory Location='/LM/W3SVC/1/ROOT/doc'/>"
       "<IIsWebVirtualDir Location='/LM/W3SVC/1/Root/Shop' AppRoot='/lm/w3svc/1/root/shop/' "
@@ -71,7 +71,7 @@ TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
       u"W3SVC/APPPOOLS/Spare=,; ";
   const ObjectRef service = GetObject(kService);
   EXPECT_EQ(poolsOf(service), pools);
-  // A service shows one snapshot; the next one shows the server as it is by then.
+  // A service is a snapshot; a new one reflects the current server.
   write(
       "<IIsApplicationPool Location='/LM/W3SVC/AppPools/Main'/>"
       "<IIsWebVirtualDir Location='/LM/W3SVC/4/ROOT' AppRoot='/LM/W3SVC/4/ROOT' AppPoolId='Main'/>");
@@ -81,7 +81,7 @@ TEST_F(WmiTest, PoolsListTheApplicationsThatTheyServe) {
   EXPECT_EQ(poolsOf(GetObject(kService)), u"");
 }
 
-TEST_F(WmiTest, AnythingElseFailsInItsOwnWay) {
+TEST_F(WmiTest, UnsupportedRequestsFailWithDistinctErrors) {
   write("");
   struct Case {
     TextView moniker;
@@ -100,12 +100,12 @@ TEST_F(WmiTest, AnythingElseFailsInItsOwnWay) {
         Case{kService, u"Select Name From IIsApplicationPool Where Name = 'x'", 0x80041017},
         Case{kService, u"", 0x80041017}}) {
     const auto ask = [&] { call(GetObject(each.moniker), u"execquery", each.query); };
-    EXPECT_EQ(test::numberFrom(ask), static_cast<std::int32_t>(each.number))
+    EXPECT_EQ(test::failureNumber(ask), static_cast<std::int32_t>(each.number))
         << toUtf8(each.moniker) << toUtf8(each.query);
   }
 }
 
-TEST_F(WmiTest, TheHostsObjectsAnswer) {
+TEST_F(WmiTest, ProvidesTheHostObjects) {
   const ObjectRef common = CreateObject(u"marlinscopeglobalcom.icommonfunction");
   const auto getos = [&] {
     Variant server = u"web01";
@@ -121,14 +121,13 @@ TEST_F(WmiTest, TheHostsObjectsAnswer) {
       "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
   EXPECT_EQ(getos(), 5);
   write("");
-  EXPECT_EQ(test::numberFrom(getos), static_cast<std::int32_t>(0x80070032));
+  EXPECT_EQ(test::failureNumber(getos), static_cast<std::int32_t>(0x80070032));
   write("<IIsWebInfo Location='/LM/W3SVC/Info' MajorIIsVersionNumber='70000'/>");
   EXPECT_EQ(test::failureOf(getos).second,
             "IIS://web01/W3SVC/Info (IIsWebInfo), MajorIIsVersionNumber: Overflow");
 
   automation::write(common, u"errorlogpath", u"C:\\logs");
   EXPECT_EQ(toText(read(common, u"ErrorLogPath")), u"C:\\logs");
-  // Each thread has a pointer of its own.
   automation::write(Screen(), u"MousePointer", std::int16_t{11});
   std::int16_t seen = -1;
   std::thread([&] { seen = toInt16(read(Screen(), u"MousePointer")); }).join();

@@ -1,11 +1,11 @@
-' Takes stock of a live IIS server: collects everything that TORVINFTPAppDataCom has to tell into a database.
+' Inventories a live IIS server: collects everything that TORVINFTPAppDataCom reports into a database.
 '
 '   cscript collect.vbs /server:NAME /database:FILE.mdb [/logs:FOLDER] [/replace]
 '
-' The database is made where it isn't there, and so are its tables. A server that is in it already is refused unless
-' /replace says that its former rows are to go. The two logs go to the database's folder unless /logs says where else.
-' The component opens the database with the Jet provider, of which there is only one for 32 bits, so on a 64-bit Windows
-' this is for C:\Windows\SysWOW64\cscript.exe. /provider:NAME makes the database with another one.
+' The database and its tables are created if missing. A server that is already in it is refused unless /replace deletes
+' its previous rows. The two logs go to the folder of the database unless /logs names another. The component opens the
+' database with the Jet provider, which exists for 32 bits only, so a 64-bit Windows needs
+' C:\Windows\SysWOW64\cscript.exe. /provider:NAME creates the database with another provider.
 Option Explicit
 Dim Server, Database, Logs, DatabaseLog, ServerLog, Connection, FileSystem, Chosen, Columns
 Dim LinesBefore, HasSites, HasWeb, Sites, Pools, Failures
@@ -14,7 +14,7 @@ Set Chosen = CreateObject("Scripting.Dictionary")
 Set Columns = CreateObject("Scripting.Dictionary")
 DescribeTables
 ReadArguments
-' Ends the script, unless it breaks off: the script host's own status for that is 0.
+' Ends the script through Quit, because the script host returns 0 for a runtime error.
 On Error Resume Next
 Collect
 Quit Server & " can't be collected into " & Database & ": " & Err.Description
@@ -24,12 +24,12 @@ Sub Collect()
   OpenDatabase
   LinesBefore = Array(UBound(LinesOf(DatabaseLog)), UBound(LinesOf(ServerLog)))
   If HasSites Then CollectSites
-  ' Application pools came with version 6.
+  ' IIS 6 introduced application pools.
   If HasWeb And (Version = 0 Or Version >= 6) Then CollectPools
   Summarize
 End Sub
 
-' What the component tells while it works. Any object with these members will do.
+' A progress object of the component. Any object with these members is accepted.
 Class Progress
   Public Lead
   Public Max
@@ -60,7 +60,7 @@ Sub ReadArguments()
   Logs = FileSystem.GetParentFolderName(Database)
   If Chosen("/logs") <> "" Then Logs = FileSystem.GetAbsolutePathName(Chosen("/logs"))
   If Not FileSystem.FolderExists(Logs) Then Quit "there is no folder " & Logs & " for the logs"
-  ' The file of the database's failures, whose name is the component's own choice, and the one that it is told.
+  ' The log of database failures, whose name the component prescribes, and the log of the server's failures.
   DatabaseLog = FileSystem.BuildPath(Logs, "TORVINLog.Log")
   ServerLog = FileSystem.BuildPath(Logs, Server & ".log")
   If Chosen("/provider") = "" Then Chosen("/provider") = "Microsoft.Jet.OLEDB.4.0"
@@ -102,7 +102,7 @@ Sub DescribeTables()
   Columns.Add "tblAppliedObject", Pool & "|Object name|Object type|IP address|TCP port|State|Local path"
 End Sub
 
-' The server's rows of a table, which can be counted and walked.
+' The server's rows of a table, as a recordset that can be counted and iterated.
 Function RowsOf(Table)
   Dim Rows
   Set Rows = CreateObject("ADODB.Recordset")
@@ -112,8 +112,9 @@ Function RowsOf(Table)
   Set RowsOf = Rows
 End Function
 
-' Which rows of a table are the server's. A table without its name has a path, behind whose slash stands what comes
-' before the next character's. (An order by words passes over hyphens, and a pattern takes "_" for any character.)
+' The condition for the server's rows of a table. In a table without a server column, paths of the server start with
+' IIS://NAME/ and sort before IIS://NAME0, as "0" follows "/". (A linguistic order ignores hyphens, and "_" in a pattern
+' matches any character.)
 Function OfServer(Table)
   Dim Name
   Name = Replace(Server, "'", "''")
@@ -132,7 +133,7 @@ Sub OpenDatabase()
   Connection.Provider = Chosen("/provider")
   Connection.Open Database
   On Error Resume Next
-  ' Fails for a table that is there.
+  ' Fails for an existing table.
   For Each Table In Columns.Keys
     Connection.Execute "create table [" & Table & "] ([" & Replace(Columns(Table), "|", "] longtext, [") & "] longtext)"
   Next
@@ -149,14 +150,14 @@ Sub OpenDatabase()
   WScript.Echo "deleted " & Former & " former rows of " & Server
 End Sub
 
-' Shows a failure of the script's own reading, and counts it.
+' Prints and counts a failure of the script's own reads.
 Sub Tell(Where)
   WScript.Echo "  " & Where & ": 0x" & Hex(Err.Number) & " " & Err.Description
   Failures = Failures + 1
   Err.Clear
 End Sub
 
-' The object at a path of the server, or Nothing where there is none.
+' The object at a path of the server, or Nothing if there is none.
 Function ObjectAt(Path)
   Set ObjectAt = Nothing
   On Error Resume Next
@@ -164,7 +165,7 @@ Function ObjectAt(Path)
   If Err.Number <> 0 And Err.Number <> &H80070003 Then Tell "IIS://" & Server & Path
 End Function
 
-' Looks at the server and makes both classes, ahead of all that changes anything.
+' Reads the server and creates both classes before anything is changed.
 Sub FindServer()
   HasSites = Not ObjectAt("/MSFTPSVC") Is Nothing
   HasWeb = Not ObjectAt("/W3SVC") Is Nothing
@@ -174,7 +175,7 @@ Sub FindServer()
   Set Pools = NewCollection("AppPoolCollection")
 End Sub
 
-' One of the component's classes, with its logs and with objects that it tells its progress to.
+' One of the component's classes, with its logs and progress objects.
 Function NewCollection(ClassName)
   Dim Made, Count
   Set Made = CreateObject("TORVINFTPAppDataCom." & ClassName)
@@ -185,7 +186,7 @@ Function NewCollection(ClassName)
   Set NewCollection = Made
 End Function
 
-' Lets go of what the provider has read: it may be some seconds behind what the component has written since.
+' Discards the provider's cached pages, which may be some seconds older than the component's writes.
 Sub Refresh()
   Connection.Close
   Connection.Open Database
@@ -193,7 +194,7 @@ Sub Refresh()
   CreateObject("JRO.JetEngine").RefreshCache Connection
 End Sub
 
-' The directories below one by their paths, as far as they can be read.
+' The paths of the directories below a directory, as far as they can be read.
 Function DirectoriesBelow(Directory, Path)
   Dim Child, Found
   Set Found = CreateObject("Scripting.Dictionary")
@@ -207,7 +208,7 @@ Function DirectoriesBelow(Directory, Path)
   If Err.Number <> 0 Then Tell "the directories below " & Path
 End Function
 
-' What is below each directory that has something, ahead of what is below that.
+' Collects the directories below each directory, parents before children.
 Sub CollectBelow(Site, Directories)
   Dim Path, Below
   For Each Path In Directories.Keys
@@ -259,21 +260,21 @@ Sub CollectPools()
   Loop
 End Sub
 
-' The major version of the server's IIS, or 0 where nobody can tell.
+' The major version of the server's IIS, or 0 if it cannot be determined.
 Function Version()
   Version = 0
   On Error Resume Next
   Version = CreateObject("MARLINSCOPEGLOBALCOM.ICommonFunction").getos(Server)
 End Function
 
-' The lines of a log, each ended by a line break; what is behind the last one is nothing.
+' The lines of a log, each ended by a line break, so the last element is empty.
 Function LinesOf(Log)
   LinesOf = Array("")
   If Not FileSystem.FileExists(Log) Then Exit Function
   If FileSystem.GetFile(Log).Size > 0 Then LinesOf = Split(FileSystem.OpenTextFile(Log).ReadAll, vbCrLf)
 End Function
 
-' Shows what a log has got by this run, and counts it: a record begins with a date.
+' Prints and counts the records that this run added to a log: a record starts with a date.
 Function Problems(Log, From)
   Dim Lines, At
   Problems = 0

@@ -23,7 +23,7 @@ using automation::com::Pointer;
 
 constexpr TextView kSource = u"TORVINFTPAppDataCom";
 
-// What every class shares over its dual interface.
+// Common part of the classes' dual interfaces.
 template <typename Dual>
 class Automation : public Implementation<Dual, ISupportErrorInfo> {
  public:
@@ -80,13 +80,13 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   }
 
  protected:
-  // A slot's failure that has no words, lest those of an earlier one are taken for its own.
+  // Fails without a description. Clears the error object, which may describe an earlier failure.
   static HRESULT failPointer() {
     automation::com::clearErrorObject();
     return E_POINTER;
   }
 
-  // One call through a slot.
+  // Runs one call through a slot.
   template <typename Operation>
   HRESULT slot(const Operation& operation) {
     const Pointer<Dual> keepsItself(this);
@@ -98,7 +98,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
     }
   }
 
-  // A method's call through its slot. A text by reference gets back what the method leaves in it.
+  // Calls a method through its slot. A text by reference receives the value that the method leaves in it.
   template <typename... Values>
   HRESULT call(TextView member, Values... values) {
     if ((isNull(values) || ...)) return failPointer();
@@ -132,7 +132,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   }
 
  private:
-  // Read once for the library's life.
+  // Read once per process.
   static const Interface& dual() {
     static const Interface read = readInterface(__uuidof(Dual));
     return read;
@@ -198,8 +198,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
     return S_OK;
   }
 
-  // Puts the arguments into their places, the named ones by their number. Null stands for one that was left
-  // out.
+  // Orders the arguments by position, named ones by their number. Null represents an omitted one.
   static HRESULT place(const Member& member, const DISPPARAMS& parameters, std::vector<VARIANT*>& given) {
     if (parameters.cArgs > member.taken) return DISP_E_BADPARAMCOUNT;
     if (parameters.cNamedArgs > parameters.cArgs ||

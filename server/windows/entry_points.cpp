@@ -1,4 +1,4 @@
-// The four functions that the library exports, as the .def file names them.
+// The four functions that the library exports, as named in the .def file.
 
 #include "automation/com/implementation.h"
 #include "automation/com/runtime.h"
@@ -14,7 +14,7 @@ STDAPI DllGetClassObject(const CLSID& classId, const IID& interfaceId, void** fa
   if (factory == nullptr) return E_POINTER;
   *factory = nullptr;
   try {
-    // Not at load time, when little may be done.
+    // Not at load time, when most system calls are forbidden.
     static const bool bound = (automation::com::stayLoaded(), automation::com::bindRuntime(), true);
     static_cast<void>(bound);
   } catch (...) {

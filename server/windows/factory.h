@@ -5,8 +5,8 @@
 
 namespace TORVINFTPAppDataCom {
 
-// The factory of a class with the interface asked for, CLASS_E_CLASSNOTAVAILABLE for another class. A factory
-// doesn't aggregate, and its LockServer counts.
+// Returns the factory of a class with the requested interface, or CLASS_E_CLASSNOTAVAILABLE for another
+// class. The factory does not support aggregation, and its LockServer counts.
 HRESULT getFactory(const CLSID& classId, const IID& interfaceId, void** factory) noexcept;
 
 }  // namespace TORVINFTPAppDataCom

@@ -12,7 +12,7 @@ namespace {
 using automation::com::OwnedText;
 using automation::com::Pointer;
 
-// Members below are ours; those of IUnknown and IDispatch have numbers from here on.
+// Own members have numbers below this one, those of IUnknown and IDispatch numbers from it on.
 constexpr DISPID kFirstOfBases = 0x60000000;
 
 void require(HRESULT code) {

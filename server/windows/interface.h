@@ -1,4 +1,4 @@
-// What the type library says of one of the interfaces, as Invoke needs it.
+// The parts of an interface's type information that Invoke needs.
 #pragma once
 
 #include <vector>
@@ -8,7 +8,7 @@
 
 namespace TORVINFTPAppDataCom {
 
-// A member of a dual interface: its name, how many arguments it takes, how many of them may be left out.
+// A member of a dual interface: its name, the numbers of accepted and of optional arguments.
 struct Member {
   DISPID number = DISPID_UNKNOWN;
   bool isProperty = false;
@@ -21,11 +21,11 @@ struct Interface {
   automation::com::Pointer<ITypeInfo> typeInfo;
   std::vector<Member> members;
 
-  // The member of a number, or null.
+  // Returns the member with a number, or null.
   const Member* find(DISPID number) const;
 };
 
-// Reads an interface out of the library's own type library. Fails where that can't be.
+// Reads an interface from the library's own type library. Fails if it is missing.
 Interface readInterface(const GUID& id);
 
 }  // namespace TORVINFTPAppDataCom

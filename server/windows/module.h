@@ -1,4 +1,4 @@
-// The library as COM sees it: where it lies, and the type library inside it.
+// The library as a COM module: its path and its embedded type library.
 #pragma once
 
 #include "automation/com/owned.h"
@@ -12,10 +12,10 @@ inline const GUID& systemGuid(const Guid& id) {
   return reinterpret_cast<const GUID&>(id);
 }
 
-// The library's whole path. Fails where it can't be told.
+// The library's full path. Fails if the system doesn't report it.
 automation::Text modulePath();
 
-// The type library in the library's resources, whether it is registered or not.
+// The type library in the library's resources, whether or not it is registered.
 automation::com::Pointer<ITypeLib> typeLibrary();
 
 }  // namespace TORVINFTPAppDataCom

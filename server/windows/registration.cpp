@@ -31,7 +31,7 @@ Text shown(const Guid& id) {
   return reinterpret_cast<const char16_t*>(text.data());
 }
 
-// Writes a key's value, the unnamed one where no name is given, and makes the key where it isn't there.
+// Writes a value of a key, the default one if no name is given. Creates the key if it is missing.
 bool write(const Text& key, TextView value, const wchar_t* name = nullptr) {
   const Text text(value);
   const auto size = static_cast<DWORD>((text.size() + 1) * sizeof(char16_t));
@@ -54,7 +54,7 @@ bool removeKey(const Text& key) {
   return code == ERROR_SUCCESS || code == ERROR_FILE_NOT_FOUND;
 }
 
-// Whether the library of the other width has a class of its own. Programmatic ids are for both.
+// Whether the library of the other width is registered. Both widths share the programmatic ids.
 bool hasOtherWidth(const Text& key) {
   constexpr REGSAM kOther = sizeof(void*) == 8 ? KEY_WOW64_32KEY : KEY_WOW64_64KEY;
   HKEY found = nullptr;
@@ -78,7 +78,7 @@ bool writeTypeLibrary(const Text& path) {
 bool removeTypeLibrary() {
   constexpr bool kWide = sizeof(void*) == 8;
   const GUID& id = systemGuid(kTypeLibraryId);
-  // The other width's stands beside it and stays.
+  // The entry of the other width is kept.
   const Text entered = u"TypeLib\\" + shown(kTypeLibraryId) + u"\\1.0\\0\\" + (kWide ? u"win64" : u"win32");
   HKEY key = nullptr;
   const LSTATUS found = RegOpenKeyExW(HKEY_CLASSES_ROOT, systemChars(entered), 0, KEY_READ, &key);
@@ -98,7 +98,7 @@ HRESULT registerServer() noexcept {
       if (writeTypeLibrary(path)) return S_OK;
     }
   } catch (...) {
-    // What stands there by now is taken out below.
+    // Partial entries are removed below.
   }
   unregisterServer();
   return code;

@@ -1,16 +1,16 @@
-// The library's entries in the system's class table.
+// The library's entries in the registry's class table.
 #pragma once
 
 #include "automation/com/system.h"
 
 namespace TORVINFTPAppDataCom {
 
-// Enters both classes (with their programmatic ids, the library's path, the threading model Apartment) and
-// the type library of this width. Where one of them can't be written it takes out what it has written and
-// gives SELFREG_E_CLASS or SELFREG_E_TYPELIB.
+// Registers both classes (with their programmatic ids, the library's path, the threading model Apartment) and
+// the type library of this width. If one of them cannot be written, removes all of them and returns
+// SELFREG_E_CLASS or SELFREG_E_TYPELIB.
 HRESULT registerServer() noexcept;
 
-// Takes out what registerServer enters and leaves no key. Nothing to take out is no failure.
+// Removes everything that registerServer writes, with its keys. Succeeds if there is nothing to remove.
 HRESULT unregisterServer() noexcept;
 
 }  // namespace TORVINFTPAppDataCom

@@ -45,15 +45,14 @@ std::vector<std::string> rowsWhere(Database& database, const inventory::Table& t
   std::vector<std::string> all;
   while (statement.step()) {
     std::string& row = all.emplace_back(std::string(table.name) + ": ");
-    for (int column = 0; column < statement.columnCount(); ++column) {
+    for (int column = 0; column < statement.columnCount(); ++column)
       row.append(column == 0 ? "" : "|").append(statement.text(column).value_or("-"));
-    }
   }
   std::sort(all.begin(), all.end());
   return all;
 }
 
-std::vector<std::string> everyRow(Database& database) {
+std::vector<std::string> readAllRows(Database& database) {
   const bool isInventory = database.value("select count(*) from sqlite_schema where name = 'servers'") == "1";
   std::vector<std::string> all;
   for (const inventory::Table& table : inventory::tables()) {
@@ -66,15 +65,15 @@ std::vector<std::string> everyRow(Database& database) {
   return all;
 }
 
-std::vector<std::string> everyRow(const std::filesystem::path& path) {
+std::vector<std::string> readAllRows(const std::filesystem::path& path) {
   if (!std::filesystem::exists(path)) return {};
   Database database(path, Database::Mode::kReadOnly, std::chrono::hours(1));
   const sqlite::ReadTransaction transaction(database);
   const bool hasTables = database.value("select count(*) from sqlite_schema") != "0";
-  return hasTables ? everyRow(database) : std::vector<std::string>();
+  return hasTables ? readAllRows(database) : std::vector<std::string>();
 }
 
-std::vector<std::string> rowsOf(const std::string& server, const std::vector<std::string>& rows) {
+std::vector<std::string> selectServer(const std::string& server, const std::vector<std::string>& rows) {
   std::vector<std::string> own;
   std::copy_if(rows.begin(), rows.end(), std::back_inserter(own), [&](const std::string& row) {
     const std::string_view values = std::string_view(row).substr(row.find(": ") + 2);

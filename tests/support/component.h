@@ -1,4 +1,4 @@
-// The component's two classes in an environment of their own, for the tests that call them directly.
+// The component's two classes in a separate environment, for tests that call them directly.
 #pragma once
 
 #include "apppool/AppPoolCollection.h"
@@ -16,7 +16,7 @@ class ComponentEnvironment : public Environment {
     pools.SetProcessStatusUpdater(status, bar, count);
   }
 
-  // Both have the two logs and the progress objects.
+  // Both write to the two logs and use the progress objects.
   TORVINFTPAppDataCom::FTPCollection ftp;
   TORVINFTPAppDataCom::AppPoolCollection pools;
 };

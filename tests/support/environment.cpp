@@ -48,10 +48,10 @@ FakeObject& setAll(FakeObject& object, const char* properties) {
   return object;
 }
 
-// A private database from one environment of fakes to the next: making its tables takes longer than a call.
+// Reused by the next environment of fakes: creating the tables takes longer than a call.
 std::unique_ptr<platform::store::PrivateDatabase> spare;
 
-// A reference to an object that the environment itself owns.
+// A reference to an object that the environment owns.
 ObjectRef unowned(Object& object) {
   return ObjectRef(ObjectRef(), &object);
 }
@@ -80,8 +80,8 @@ std::size_t recordsIn(const std::string& log) {
   return count;
 }
 
-std::string sabotaged(const std::string& object, const std::string& function) {
-  return record(object, function, "8000FFFF", "sabotaged");
+std::string injectedFailure(const std::string& object, const std::string& function) {
+  return record(object, function, "8000FFFF", "injected failure");
 }
 
 Environment::Environment(Layer layer) : layer_(layer) {
@@ -102,9 +102,8 @@ Environment::~Environment() {
   Runtime& runtime = Runtime::process();
   runtime.serveMoniker(u"IIS:", nullptr);
   runtime.serveMoniker(u"winmgmts:", nullptr);
-  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId}) {
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset"), kCommonId})
     runtime.serveClass(id, nullptr);
-  }
   runtime.setScreen(nullptr);
   redirect_.reset();
   if (layer_ == Layer::kFakes && !hasDropped_) spare = std::move(private_);
@@ -156,9 +155,8 @@ void Environment::setUpLayer() {
   platform::metabase::registerMoniker();
   platform::wmi::registerMoniker();
   platform::desktop::registerDesktop();
-  for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")}) {
+  for (const TextView prefix : {TextView(u"IIS:"), TextView(u"winmgmts:")})
     serve(prefix, runtime.monikerServer(prefix));
-  }
   serveClass(kCommonId, runtime.classServer(kCommonId));
   screen_ = runtime.screen();
   runtime.setScreen(journal->wrap(screen_, "screen"));
@@ -168,9 +166,8 @@ void Environment::setUpLayer() {
 
 void Environment::setUpStore() {
   platform::store::registerStore();
-  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset")}) {
+  for (const TextView id : {TextView(u"ADODB.Connection"), TextView(u"ADODB.Recordset")})
     serveClass(id, Runtime::process().classServer(id));
-  }
   if (layer_ == Layer::kFakes && spare != nullptr) {
     private_ = std::move(spare);
     private_->empty();
@@ -200,7 +197,7 @@ void Environment::dropTable(const std::string& name) {
   hasDropped_ = true;
 }
 
-// Beside the private database itself, the redirect and this call.
+// Not counted: the private database itself, the redirect and this local reference.
 long Environment::openConnections() const {
   return private_ != nullptr ? platform::store::redirectedSession(database).use_count() - 3 : 0;
 }
@@ -258,9 +255,8 @@ std::vector<std::string> Environment::rows(TextView table) const {
   auto statement = opened->prepare("select * from " + toUtf8(table) + " order by rowid");
   while (statement.step()) {
     std::string& line = lines.emplace_back();
-    for (int column = 0; column < statement.columnCount(); ++column) {
+    for (int column = 0; column < statement.columnCount(); ++column)
       line.append(column > 0 ? "|" : "").append(statement.text(column).value_or("-"));
-    }
   }
   return lines;
 }
@@ -272,9 +268,8 @@ int Environment::pointer() const {
 std::vector<std::string> Environment::progress() const {
   std::vector<std::string> found;
   for (const std::string& line : journal->lines) {
-    if (line.starts_with("status.") || line.starts_with("bar.") || line.starts_with("count.")) {
+    if (line.starts_with("status.") || line.starts_with("bar.") || line.starts_with("count."))
       found.push_back(line);
-    }
   }
   return found;
 }

@@ -1,4 +1,4 @@
-// Everything that the component meets outside itself, set up for one test.
+// All external objects of the component, set up for one test.
 #pragma once
 
 #include <filesystem>
@@ -12,16 +12,17 @@
 #include "platform/store/private_database.h"
 #include "tests/support/fakes.h"
 #include "tests/support/folder.h"
-#include "tests/support/seam.h"
+#include "tests/support/journal.h"
 
 namespace test {
 
-// What stands behind the seam: a metabase of fakes, or the layer with the sample server WEB01; in both cases
-// a private database that connections are redirected to, whose rows are buffered or inserted at once, or a
-// database file.
+// What serves the component's external calls: fakes of the metabase, or the platform layer with the sample
+// server WEB01; with a private database that connections are redirected to, whose rows are buffered or
+// written at once, or a database file.
 enum class Layer { kFakes, kWaiting, kPrivate, kFile };
 
-// Enters it all in the process's runtime, with the journal in between, and takes it out again. One at a time.
+// Registers the objects in the process's runtime, with the journal between them and the component, and
+// unregisters them in the destructor. Only one at a time.
 class Environment {
  public:
   explicit Environment(Layer layer = Layer::kFakes);
@@ -33,44 +34,39 @@ class Environment {
   automation::Text server = u"WEB01";
   automation::Text database;
 
-  // The metabase of fakes. A path is that behind "IIS://WEB01/"; the node and those above it are made where
-  // they are missing.
+  // The fake node at a path relative to "IIS://WEB01/". Creates it and its parents if missing.
   FakeObject& node(automation::TextView path);
-  // A site, a directory, a pool with all that the tabs read. The site has a root, the pool no applications.
+  // A site with a root, a directory or a pool, with all properties that the tabs read.
   FakeObject& site(automation::TextView id, automation::Variant comment);
   FakeObject& directory(automation::TextView path, automation::TextView localPath);
   FakeObject& pool(automation::TextView name);
-  // An IPSecurity object.
   static automation::Variant ipSecurity(bool grantByDefault, const std::vector<automation::Text>& list);
-  // The applications that WMI names for a pool.
+  // The applications of a pool according to WMI.
   FakeObject& applications(automation::TextView poolName, automation::Variant paths);
   std::int16_t version = 6;
 
-  // The rows of a table: the values of a row with "|" in between, "-" where nothing was written.
+  // The rows of a table: the values of a row separated by "|", "-" for a column without a value.
   std::vector<std::string> rows(automation::TextView table) const;
 
-  // The database behind the layer, as an outsider reaches it, or its owner where it is private.
+  // The database of the layer: a connection of another process, or the private database itself.
   std::shared_ptr<sqlite::Database> openDatabase() const;
   void dropTable(const std::string& name);
-  // How many connections to a private database are open.
+  // The number of open connections to a private database.
   long openConnections() const;
-  // Why the private database can't be relied on; empty where it can.
+  // Why the private database is unusable; empty if it is usable.
   std::string fatalError() const { return private_ ? private_->fatalError() : ""; }
 
-  // Where the mouse pointer stands.
   int pointer() const;
-  // What the progress objects have received.
   std::vector<std::string> progress() const;
 
-  // The logs, byte for byte but for "<time>" where a record has its time.
+  // The logs, byte for byte except for "<time>" in place of the time of a record.
   std::string log() const;
   std::string appLog() const;
 
-  // Where the logs go: what SetErrorLogPath is to be called with.
+  // The log locations to pass to SetErrorLogPath.
   automation::Text appLogDirectory;
   automation::Text logFile;
 
-  // The progress objects.
   automation::ObjectRef status;
   automation::ObjectRef bar;
   automation::ObjectRef count;
@@ -95,11 +91,11 @@ class Environment {
   automation::ObjectRef screen_;
 };
 
-// A record as a log holds it. The number is in hexadecimal, without blanks.
+// A log record. The number is in hexadecimal, without padding.
 std::string record(const std::string& object, const std::string& function, const std::string& number,
                    const std::string& message);
 std::size_t recordsIn(const std::string& log);
-// That of a sabotaged operation.
-std::string sabotaged(const std::string& object, const std::string& function);
+// The log record of an injected failure.
+std::string injectedFailure(const std::string& object, const std::string& function);
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// How an action of the tests fails.
+// Failures of actions.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace test {
 
-// The number and description of what an action fails with; 0 where it doesn't.
+// The number and description of an action's failure; 0 if it succeeds.
 template <typename Action>
 std::pair<std::int32_t, std::string> failureOf(const Action& action) {
   try {
@@ -21,7 +21,7 @@ std::pair<std::int32_t, std::string> failureOf(const Action& action) {
   return {0, ""};
 }
 template <typename Action>
-std::int32_t numberFrom(const Action& action) {
+std::int32_t failureNumber(const Action& action) {
   return failureOf(action).first;
 }
 

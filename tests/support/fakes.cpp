@@ -40,9 +40,8 @@ FakeObject& FakeObject::method(TextView name, Method method) {
 
 Variant FakeObject::get(TextView property) const {
   const auto found = properties_.find(lowerCase(property));
-  if (found == properties_.end()) {
+  if (found == properties_.end())
     throw Failure(static_cast<std::int32_t>(0x80005006), u"No property " + Text(property), u"FakeObject");
-  }
   return found->second;
 }
 

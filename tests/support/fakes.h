@@ -1,4 +1,4 @@
-// Objects in memory that stand for the metabase and the host's objects.
+// In-memory fakes of the metabase and the host's objects.
 #pragma once
 
 #include <functional>
@@ -11,22 +11,21 @@
 
 namespace test {
 
-// An object with the properties, methods and children that a test gives it, found without regard to case.
+// An object with the properties, methods and children that a test adds. Names are case-insensitive.
 class FakeObject : public automation::Object {
  public:
   using Method = std::function<automation::Variant(automation::Arguments)>;
 
-  // A property that isn't set fails with 0x80005006, so does writing it.
+  // Reading or writing a property that isn't set fails with 0x80005006.
   FakeObject& set(automation::TextView property, automation::Variant value);
   FakeObject& unset(automation::TextView property);
   FakeObject& method(automation::TextView name, Method method);
   automation::Variant get(automation::TextView property) const;
 
-  // The child of this name, or null.
   std::shared_ptr<FakeObject> find(automation::TextView name) const;
   FakeObject& add(automation::TextView name);
 
-  // GetEx gives a property and is there from the start.
+  // GetEx returns a property and is predefined.
   automation::Variant read(automation::TextView member, automation::Arguments arguments) override;
   void write(automation::TextView member, automation::Arguments arguments,
              const automation::Variant& value) override;
@@ -39,7 +38,6 @@ class FakeObject : public automation::Object {
   std::vector<std::shared_ptr<FakeObject>> children_;
 };
 
-// An array of texts.
 automation::Variant texts(const std::vector<automation::Text>& elements);
 
 }  // namespace test

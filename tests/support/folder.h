@@ -1,4 +1,4 @@
-// The files of one test.
+// Temporary files of a test.
 #pragma once
 
 #include <unistd.h>
@@ -14,16 +14,16 @@
 
 namespace test {
 
-// A folder that goes with its owner: in memory where the system offers that.
+// A temporary folder, deleted by the destructor. In memory if the system supports it.
 class Folder {
  public:
   Folder()
       : Folder(::access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path()) {
   }
-  // One inside another folder.
+  // Creates it in another folder.
   explicit Folder(const std::filesystem::path& parent) {
     std::string name = (parent / "inventory-test-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("can't make the folder " + name);
+    if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("cannot make the folder " + name);
     path_ = name;
   }
   ~Folder() {
@@ -36,13 +36,11 @@ class Folder {
   const std::filesystem::path& path() const { return path_; }
   std::filesystem::path operator/(std::string_view name) const { return path_ / name; }
 
-  // A folder inside it.
   std::filesystem::path folder(std::string_view name) const {
     std::filesystem::create_directories(path_ / name);
     return path_ / name;
   }
 
-  // A file inside it.
   std::string file(std::string_view name, std::string_view text) const {
     folder((path_ / name).parent_path().string());
     std::ofstream(path_ / name, std::ios::binary) << text;
@@ -58,7 +56,7 @@ inline std::string contents(const std::filesystem::path& file) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// A text with all of something in it replaced.
+// Replaces all occurrences of `what` in a text.
 inline std::string replaced(std::string text, std::string_view what, std::string_view with) {
   for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
     text.replace(at, what.size(), with);

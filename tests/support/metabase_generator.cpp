@@ -13,7 +13,6 @@ namespace {
 
 constexpr std::string_view kLine = "\r\n";
 
-// Writes the elements of one file.
 class Writer {
  public:
   Writer(const MetabaseOptions& options, std::ostream& out)
@@ -61,7 +60,7 @@ class Writer {
 
   void close() { out_ << kLine << "\t>" << kLine << "</" << class_ << '>' << kLine; }
 
-  // A list of exceptions in the readable form, or none.
+  // A list of exceptions in the readable form, which may be empty.
   void ipSecurity() {
     switch (below(4)) {
       case 0:
@@ -159,9 +158,8 @@ class Writer {
     open("IIsApplicationPools", "/LM/W3SVC/AppPools");
     close();
     for (std::int64_t pool = 1; pool <= options_.pools; ++pool) writePool(pool);
-    for (std::int64_t application = 0; application < options_.applications; ++application) {
+    for (std::int64_t application = 0; application < options_.applications; ++application)
       writeApplication(application);
-    }
   }
 
   void writePool(std::int64_t pool) {
@@ -177,7 +175,7 @@ class Writer {
     close();
   }
 
-  // Ten applications to a web site: its root first, the others below it.
+  // Ten applications per web site: its root first, the others below it.
   void writeApplication(std::int64_t application) {
     const std::int64_t site = application / 10 + 1;
     const std::string siteLocation = "/LM/W3SVC/" + std::to_string(site);
@@ -206,7 +204,7 @@ class Writer {
 
 }  // namespace
 
-MetabaseOptions inProportion(std::int64_t sites) {
+MetabaseOptions optionsForSites(std::int64_t sites) {
   MetabaseOptions options;
   options.sites = sites;
   options.pools = std::max<std::int64_t>(sites / 20, 1);

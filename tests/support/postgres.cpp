@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -21,7 +22,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Debian keeps each version's programs in a folder of its own.
+// Debian installs the programs of each version in a separate folder.
 std::string programFolder() {
   std::vector<std::string> found;
   std::error_code error;
@@ -32,6 +33,10 @@ std::string programFolder() {
   return *std::max_element(found.begin(), found.end());
 }
 
+bool copyFolder(const fs::path& from, const fs::path& to) {
+  return std::system(("cp -a '" + from.string() + "' '" + to.string() + "' 2>/dev/null").c_str()) == 0;
+}
+
 const passwd& unprivileged() {
   for (const char* name : {"postgres", "nobody"}) {
     if (const passwd* user = ::getpwnam(name)) return *user;
@@ -39,8 +44,8 @@ const passwd& unprivileged() {
   throw std::runtime_error("there is no user 'postgres' or 'nobody' to run PostgreSQL as");
 }
 
-pid_t started(std::vector<std::string> arguments, const std::string& log, int deathSignal,
-              int largestFile = 0) {
+pid_t startProcess(std::vector<std::string> arguments, const std::string& log, int deathSignal,
+                   int largestFile = 0) {
   const pid_t child = ::fork();
   if (child != 0) return child;
   const int output = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0666);
@@ -55,7 +60,7 @@ pid_t started(std::vector<std::string> arguments, const std::string& log, int de
     const rlimit limit{static_cast<rlim_t>(largestFile) << 20, static_cast<rlim_t>(largestFile) << 20};
     ::setrlimit(RLIMIT_FSIZE, &limit);
   }
-  // It doesn't outlive the test.
+  // Ends with the test.
   ::prctl(PR_SET_PDEATHSIG, deathSignal);
   ::setenv("LC_ALL", "C.UTF-8", 1);
   ::unsetenv("LD_PRELOAD");
@@ -75,23 +80,32 @@ PostgresServer::PostgresServer(std::unique_ptr<Folder> folder, std::vector<std::
       settings_(std::move(settings)),
       largestFile_(largestFile) {
   fs::permissions(folder_->path(), fs::perms(0755));
-  const fs::path own = folder_->folder("server");
-  if (::getuid() == 0 && ::chown(own.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0) {
-    throw std::runtime_error("can't give away the folder of the server");
-  }
-  std::vector<std::string> make = {
-      program("initdb"),  "-D",       (own / "data").string(), "-U", "master", "-A", "trust", "-E", "UTF8",
-      "--locale=C.UTF-8", "--no-sync"};
-  if (largestFile_ > 0) make.emplace_back("--wal-segsize=1");
-  const pid_t maker = started(make, (*folder_ / "log").string(), SIGKILL);
-  int status = -1;
-  if (::waitpid(maker, &status, 0) != maker || status != 0) {
-    throw std::runtime_error("initdb has failed: " + contents(*folder_ / "log"));
-  }
-  std::ofstream(own / "data" / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
-                                                 "local all secret scram-sha-256\n"
-                                                 "local all all trust\n";
+  const fs::path serverFolder = folder_->folder("server");
+  if (::getuid() == 0 && ::chown(serverFolder.c_str(), unprivileged().pw_uid, unprivileged().pw_gid) != 0)
+    throw std::runtime_error("cannot change the owner of the server folder");
+  createData(serverFolder / "data");
   start();
+}
+
+// initdb takes longer than most tests, so they copy what the first one has created.
+void PostgresServer::createData(const fs::path& data) const {
+  const fs::path kept = POSTGRES_DATA + replaced(programs_, "/", "_") + (largestFile_ > 0 ? "-small" : "");
+  if (fs::exists(kept) && copyFolder(kept, data)) return;
+  fs::remove_all(data);
+  std::vector<std::string> make = {program("initdb"), "-D", data.string(), "-U", "master", "-A", "trust"};
+  make.insert(make.end(), {"-E", "UTF8", "--locale=C.UTF-8", "--no-sync"});
+  if (largestFile_ > 0) make.emplace_back("--wal-segsize=1");
+  const pid_t maker = startProcess(make, (*folder_ / "log").string(), SIGKILL);
+  int status = -1;
+  if (::waitpid(maker, &status, 0) != maker || status != 0)
+    throw std::runtime_error("initdb has failed: " + contents(*folder_ / "log"));
+  std::ofstream(data / "pg_hba.conf") << "local all /^secret scram-sha-256\n"
+                                         "local all secret scram-sha-256\n"
+                                         "local all all trust\n";
+  const fs::path own = kept.string() + "." + std::to_string(::getpid());
+  std::error_code ignored;
+  if (copyFolder(data, own)) fs::rename(own, kept, ignored);
+  fs::remove_all(own, ignored);
 }
 
 PostgresServer::~PostgresServer() {
@@ -105,15 +119,17 @@ void PostgresServer::start() {
     arguments.insert(arguments.end(), {"-c", setting});
   }
   for (const std::string& setting : settings_) arguments.insert(arguments.end(), {"-c", setting});
-  id_ = started(arguments, (*folder_ / "log").string(), SIGQUIT, largestFile_);
+  id_ = startProcess(arguments, (*folder_ / "log").string(), SIGQUIT, largestFile_);
   while (PQping(address("master", "postgres").c_str()) != PQPING_OK) {
-    int status = 0;
-    if (::waitpid(id_, &status, WNOHANG) == id_) {
-      id_ = -1;
-      throw std::runtime_error("PostgreSQL has ended: " + contents(*folder_ / "log"));
-    }
+    requireRunning();
     std::this_thread::sleep_for(std::chrono::milliseconds(5));
   }
+}
+
+void PostgresServer::requireRunning() const {
+  siginfo_t info{};
+  if (::waitid(P_PID, static_cast<id_t>(id_), &info, WEXITED | WNOHANG | WNOWAIT) != 0 || info.si_pid != 0)
+    throw std::runtime_error("PostgreSQL has ended: " + contents(*folder_ / "log"));
 }
 
 void PostgresServer::stop(int signal) {
@@ -123,17 +139,17 @@ void PostgresServer::stop(int signal) {
   id_ = -1;
 }
 
-void PostgresServer::fallAndRise() {
+void PostgresServer::crashAndRestart() {
   stop(SIGQUIT);
   start();
 }
 
-void PostgresServer::awaitEnd(const std::string& process) const {
+void PostgresServer::waitForBackendExit(const std::string& process) const {
   for (bool isThere = true; isThere; std::this_thread::sleep_for(std::chrono::milliseconds(5))) {
     try {
       isThere = !run("select 1 from pg_stat_activity where pid = " + process).empty();
     } catch (const inventory::Error&) {
-      // It is starting again.
+      requireRunning();  // restarting
     }
   }
 }
@@ -148,9 +164,8 @@ std::string PostgresServer::run(const std::string& sql, const std::string& datab
   inventory::postgres::Connection connection(address("master", database));
   const inventory::postgres::ResultSet result = connection.run(sql);
   std::string values;
-  for (int row = 0; row < result.rows(); ++row) {
+  for (int row = 0; row < result.rows(); ++row)
     values += (row == 0 ? "" : "\n") + std::string(result.text(row, 0).value_or("-"));
-  }
   return values;
 }
 

@@ -1,4 +1,4 @@
-// A PostgreSQL server for one test: real, in a folder of its own, on a socket there.
+// A PostgreSQL server for one test, in a temporary folder with its socket.
 #pragma once
 
 #include <sys/types.h>
@@ -11,41 +11,40 @@
 
 namespace test {
 
-// Made by Debian's initdb, as an unprivileged user where this process is root's, whom it refuses. Stopped and
-// removed by its owner.
+// Runs as an unprivileged user if this process runs as root. The destructor stops and deletes it.
 class PostgresServer {
  public:
-  // In a folder that is given to it for its own use. No file of it grows beyond so many MiB, where that is
-  // told.
+  // Takes over the folder. `largestFile` limits its files to that number of MiB, 0 for no limit.
   explicit PostgresServer(std::unique_ptr<Folder> folder = std::make_unique<Folder>(),
                           std::vector<std::string> settings = {}, int largestFile = 0);
   ~PostgresServer();
   PostgresServer(const PostgresServer&) = delete;
   PostgresServer& operator=(const PostgresServer&) = delete;
 
-  // The address of a database. Nobody needs a password, but for a role called "secret...".
+  // The address of a database. Roles need no password, except those named "secret...".
   std::string address(const std::string& role, const std::string& database,
                       const std::string& password = "") const;
   std::string socket() const { return (*folder_ / "server").string(); }
-  // What it has written to its log.
+  // The contents of its log.
   std::string log() const { return contents(*folder_ / "log"); }
-  // The process that all others of it come from.
+  // The id of its main process.
   pid_t id() const { return id_; }
-  // One of PostgreSQL's own programs.
   std::string program(const std::string& name) const { return programs_ + "/" + name; }
 
-  // Runs SQL as its master in a database and gives the values of the first column, one a line.
+  // Runs SQL as superuser in a database and returns the values of the first column, one per line.
   std::string run(const std::string& sql, const std::string& database = "postgres") const;
 
-  // Ends as if the machine had lost its power, and starts again.
-  void fallAndRise();
+  // Stops it as a power failure would, and starts it again.
+  void crashAndRestart();
 
-  // Waits until one of its processes is gone, with all that its end brings down.
-  void awaitEnd(const std::string& process) const;
+  // Waits until a backend process and everything that ends with it is gone.
+  void waitForBackendExit(const std::string& process) const;
 
  private:
+  void createData(const std::filesystem::path& data) const;
   void start();
   void stop(int signal);
+  void requireRunning() const;
 
   const std::unique_ptr<Folder> folder_;
   const std::string programs_;

@@ -11,11 +11,12 @@
 #include <csignal>
 #include <cstdlib>
 #include <stdexcept>
+#include <string>
 
 namespace test {
 namespace {
 
-std::string taken(int& file) {
+std::string readAndClose(int& file) {
   std::string text(static_cast<std::size_t>(::lseek(file, 0, SEEK_END)), '\0');
   if (::pread(file, text.data(), text.size(), 0) != static_cast<ssize_t>(text.size())) text = "unreadable";
   ::close(file);
@@ -23,8 +24,9 @@ std::string taken(int& file) {
   return text;
 }
 
-// Makes this process the program under test.
-[[noreturn]] void become(const Folder& folder, Arguments arguments, const std::function<void()>& prepare) {
+// Replaces this process by the program under test.
+[[noreturn]] void execProgram(const Folder& folder, Arguments arguments,
+                              const std::function<void()>& prepare) {
   ::setenv("TMPDIR", folder.folder("temporary").c_str(), 1);
   if (prepare) prepare();
   arguments.insert(arguments.begin(), IISINVENTORY_PROGRAM);
@@ -37,9 +39,9 @@ std::string taken(int& file) {
 
 }  // namespace
 
-pid_t inChild(const std::function<void()>& work) {
+pid_t runInChild(const std::function<void()>& work) {
   const pid_t child = ::fork();
-  if (child < 0) throw std::runtime_error("can't start a process");
+  if (child < 0) throw std::runtime_error("cannot start a process");
   if (child != 0) return child;
   try {
     work();
@@ -49,7 +51,7 @@ pid_t inChild(const std::function<void()>& work) {
   }
 }
 
-int endOf(pid_t child) {
+int waitFor(pid_t child) {
   int status = 0;
   if (::waitpid(child, &status, 0) != child) return -1000;
   return WIFSIGNALED(status) ? -WTERMSIG(status) : WEXITSTATUS(status);
@@ -57,27 +59,27 @@ int endOf(pid_t child) {
 
 Program::Program(const Folder& folder, const Arguments& arguments, const std::function<void()>& prepare)
     : out_(::memfd_create("out", MFD_CLOEXEC)), err_(::memfd_create("err", MFD_CLOEXEC)) {
-  id_ = inChild([&] {
+  id_ = runInChild([&] {
     ::dup2(out_, STDOUT_FILENO);
     ::dup2(err_, STDERR_FILENO);
-    become(folder, arguments, prepare);
+    execProgram(folder, arguments, prepare);
   });
 }
 
 Program::~Program() {
   if (out_ < 0) return;
   ::kill(id_, SIGKILL);
-  end();
+  wait();
 }
 
-bool Program::runs() const {
+bool Program::isRunning() const {
   siginfo_t info{};
   return ::waitid(P_PID, static_cast<id_t>(id_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == 0;
 }
 
-Result Program::end() {
-  const int status = endOf(id_);
-  return {status, taken(out_), taken(err_)};
+Result Program::wait() {
+  const int status = waitFor(id_);
+  return {status, readAndClose(out_), readAndClose(err_)};
 }
 
 Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
@@ -89,14 +91,19 @@ Result runExpecting(const Folder& folder, const Arguments& arguments, int status
   return result;
 }
 
-void withoutReader() {
+int killRounds() {
+  const char* const rounds = std::getenv("TORVIN_KILL_ROUNDS");
+  return rounds == nullptr ? 30 : std::stoi(rounds);
+}
+
+void breakOutputPipe() {
   int ends[2];
   if (::pipe(ends) != 0) throw std::runtime_error("no pipe");
   ::close(ends[0]);
   ::dup2(ends[1], STDOUT_FILENO);
 }
 
-void withoutRights() {
+void dropFileCapabilities() {
   for (const int right : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH}) ::prctl(PR_CAPBSET_DROP, right, 0, 0, 0);
 }
 
@@ -106,19 +113,20 @@ Result runOnTerminal(const Folder& folder, unsigned short columns, const Argumen
   size.ws_col = columns;
   int terminal = -1;
   const pid_t child = ::forkpty(&terminal, nullptr, nullptr, &size);
-  if (child == 0) become(folder, arguments, [] { ::setenv("TERM", "xterm", 1); });
+  if (child == 0) execProgram(folder, arguments, [] { ::setenv("TERM", "xterm", 1); });
   Result result;
   char buffer[4096];
   for (ssize_t got = 0; (got = ::read(terminal, buffer, sizeof buffer)) > 0;) {
     result.out.append(buffer, static_cast<std::size_t>(got));
     if (shown) shown(child, result.out);
   }
-  result.status = endOf(child);
+  result.status = waitFor(child);
   ::close(terminal);
   return result;
 }
 
-std::string generated(const Folder& folder, const std::string& server, const test::MetabaseOptions& options) {
+std::string generateMetabase(const Folder& folder, const std::string& server,
+                             const test::MetabaseOptions& options) {
   const std::filesystem::path file = folder / (server + ".xml");
   std::ofstream out(file, std::ios::binary);
   test::writeMetabase(options, out);

@@ -1,4 +1,4 @@
-// Processes that a test starts, the program among them.
+// Child processes of a test, including the program under test.
 #pragma once
 
 #include <sys/types.h>
@@ -14,20 +14,20 @@ namespace test {
 
 using Arguments = std::vector<std::string>;
 
-// Starts a copy of this process that does `work` and ends with status 0, or 1 where that throws.
-pid_t inChild(const std::function<void()>& work);
+// Forks a child that runs `work` and exits with status 0, or 1 if `work` throws.
+pid_t runInChild(const std::function<void()>& work);
 
-// Waits for a child. Its exit status, or minus the signal that has ended it.
-int endOf(pid_t child);
+// Waits for a child. Returns its exit status, or the negated number of the signal that ended it.
+int waitFor(pid_t child);
 
 struct Result {
-  int status = -1;  // as endOf gives it
+  int status = -1;  // as returned by waitFor
   std::string out;
   std::string err;
 };
 
-// The program on its way. Ended by its owner at the latest. Its temporary files are in the folder's
-// "temporary", unless `prepare`, which runs before it, says something else.
+// A running program, killed by the destructor. Its temporary files are in the folder's "temporary", unless
+// `prepare`, which runs before it in the child, sets another folder.
 class Program {
  public:
   Program(const Folder& folder, const Arguments& arguments, const std::function<void()>& prepare = {});
@@ -36,10 +36,8 @@ class Program {
   Program& operator=(const Program&) = delete;
 
   pid_t id() const { return id_; }
-  // Whether it hasn't ended yet.
-  bool runs() const;
-  // Waits for its end.
-  Result end();
+  bool isRunning() const;
+  Result wait();
 
  private:
   pid_t id_;
@@ -49,25 +47,29 @@ class Program {
 
 inline Result run(const Folder& folder, const Arguments& arguments,
                   const std::function<void()>& prepare = {}) {
-  return Program(folder, arguments, prepare).end();
+  return Program(folder, arguments, prepare).wait();
 }
 
-// The same for one that must end with a status and, if given, print some words.
+// The same, and expects an exit status and, if not empty, words in its output.
 Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
                     const std::function<void()>& prepare = {});
 
-// Replaces the standard output by one that nothing reads.
-void withoutReader();
+// The number of rounds of a test of random kills: the environment variable TORVIN_KILL_ROUNDS, or 30.
+int killRounds();
 
-// What a file's owner may not do root may not either, from then on.
-void withoutRights();
+// Replaces the standard output by a pipe without a reader.
+void breakOutputPipe();
 
-// Runs the program on a terminal of so many columns, to which all output goes. `shown` may look at what it
-// has shown so far and do something about it.
+// Drops the capabilities that let root ignore file permissions.
+void dropFileCapabilities();
+
+// Runs the program on a terminal of that many columns, which receives all output. `shown` is called with the
+// output so far whenever there is more.
 Result runOnTerminal(const Folder& folder, unsigned short columns, const Arguments& arguments,
                      const std::function<void(pid_t, const std::string&)>& shown = {});
 
-// A generated metabase, as the program takes one: with the name of its server.
-std::string generated(const Folder& folder, const std::string& server, const test::MetabaseOptions& options);
+// Generates a metabase and returns it as a NAME=FILE argument.
+std::string generateMetabase(const Folder& folder, const std::string& server,
+                             const test::MetabaseOptions& options);
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// A proxy between a client and a PostgreSQL server, on sockets in folders.
+// A proxy between a client and a PostgreSQL server, on UNIX sockets.
 #pragma once
 
 #include <poll.h>
@@ -15,16 +15,15 @@
 
 namespace test {
 
-// Serves one connection after the other.
+// Serves one connection at a time.
 class Proxy {
  public:
   enum class Action {
     kPass,
-    kDropAnswer,  // passes the bytes, waits for the answer, and closes the connection without it
+    kDropAnswer,  // passes the bytes, waits for the answer, and closes the connection without forwarding it
     kDrop,        // closes the connection at once
-    kEnd,         // kDropAnswer, and accepts no more connections
+    kEnd,         // like kDropAnswer, and stops accepting connections
   };
-  // May change the bytes.
   using Edit = std::function<Action(std::string& bytes, bool toServer)>;
 
   Proxy(const std::string& folder, const std::string& server, Edit edit)
@@ -57,7 +56,7 @@ class Proxy {
     return reinterpret_cast<const sockaddr*>(&address);
   }
 
-  // False once no more connections are to be accepted.
+  // False once no more connections are accepted.
   bool serve() {
     pollfd arrivals[] = {{listener_, POLLIN, 0}, {stop_, POLLIN, 0}};
     ::poll(arrivals, 2, -1);

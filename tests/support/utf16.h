@@ -1,4 +1,4 @@
-// Files in the encodings of UTF-16.
+// Files in UTF-16.
 #pragma once
 
 #include <string>
@@ -7,7 +7,7 @@
 
 namespace test {
 
-// UTF-8 as UTF-16 in either order of bytes.
+// UTF-8 converted to UTF-16 in either byte order.
 inline std::string utf16(const std::string& text, bool bigEndian) {
   automation::Text units = automation::fromUtf8(text);
   for (char16_t& unit : units) unit = bigEndian ? static_cast<char16_t>(unit << 8 | unit >> 8) : unit;

@@ -1,4 +1,4 @@
-// Late binding bound to COM: values both ways, and the objects of others.
+// Late binding through COM: values in both directions, and foreign objects.
 
 #include <cstdlib>
 #include <limits>
@@ -9,10 +9,10 @@
 #include "automation/runtime.h"
 #include "tests/windows/support.h"
 
-// Memory that runs out where a test says so.
+// Allocations fail on request.
 static long allocationsLeft = -1;
 
-// The compiler takes what is inlined of them for a mismatch.
+// The compiler reports their inlined calls as a mismatch.
 [[gnu::noinline]] void* operator new(std::size_t size) {
   if (allocationsLeft >= 0 && allocationsLeft-- == 0) throw std::bad_alloc();
   void* const memory = std::malloc(size == 0 ? 1 : size);
@@ -29,7 +29,7 @@ static long allocationsLeft = -1;
 namespace test {
 namespace {
 
-TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
+TEST(Values, ConvertToTextAndInteger) {
   OwnedText text(TextView(u"a\0b", 3));
   DATE noon = 0;
   ASSERT_GE(VarDateFromStr(const_cast<wchar_t*>(L"2003-03-24 12:00:00"), LOCALE_USER_DEFAULT, 0, &noon), 0);
@@ -44,7 +44,7 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
     V_VT(&made) = VT_DECIMAL;
     return made;
   };
-  // What reads as no integer has the number that it fails with, with a minus.
+  // A value that doesn't convert to an integer has the negated number of its failure.
   const struct {
     VARIANT value;
     Text text;
@@ -97,7 +97,7 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
       const Variant value = com::fromSystem(form);
       EXPECT_EQ(toText(value), each.text);
       std::int32_t integer = 0;
-      const std::int32_t failed = numberFrom([&] { integer = toInt32(value); });
+      const std::int32_t failed = failureNumber([&] { integer = toInt32(value); });
       EXPECT_EQ(failed != 0 ? -failed : integer, each.integer);
     }
   }
@@ -105,7 +105,7 @@ TEST(Values, EveryTypeReadsAsItsTextAndItsInteger) {
   EXPECT_EQ(toObject(com::fromSystem(valueOf(VT_DISPATCH, nullptr))), nullptr);
 }
 
-TEST(Values, WhatHasNoTreatmentFailsWithATypeMismatch) {
+TEST(Values, FailWithTypeMismatchForUnsupportedTypes) {
   SAFEARRAYBOUND bounds[] = {{2, 0}, {2, 0}};
   const com::OwnedArray square(SafeArrayCreate(VT_VARIANT, 2, bounds));
   VARIANT itself;
@@ -113,11 +113,11 @@ TEST(Values, WhatHasNoTreatmentFailsWithATypeMismatch) {
   V_VARIANTREF(&itself) = &itself;
   for (const VARIANT& value : {valueOf(VT_ARRAY | VT_VARIANT, square.get()), valueOf(VT_ERROR, SCODE{E_FAIL}),
                                valueOf(VT_RECORD, nullptr), valueOf(VT_BYREF | VT_I4, nullptr), itself}) {
-    EXPECT_EQ(numberFrom([&] { com::fromSystem(value); }), 13) << V_VT(&value);
+    EXPECT_EQ(failureNumber([&] { com::fromSystem(value); }), 13) << V_VT(&value);
   }
 }
 
-TEST(Values, ArraysKeepTheirBoundsAndNest) {
+TEST(Values, KeepArrayBoundsAndNesting) {
   Array inner;
   inner.elements = {Text(u"x"), 5, Null, true};
   inner.lowerBound = 3;
@@ -138,20 +138,20 @@ TEST(Values, ArraysKeepTheirBoundsAndNest) {
   SafeArrayPutElement(bytes.get(), &at, &value);
   const Variant read = com::fromSystem(valueOf(VT_ARRAY | VT_UI1, bytes.get()));
   EXPECT_EQ(toInt32(element(read, 2)), 200);
-  EXPECT_EQ(numberFrom([&] { element(read, 0); }), 9);
+  EXPECT_EQ(failureNumber([&] { element(read, 0); }), 9);
 }
 
-// Somebody else's objects, which the system has.
-TEST(Foreign, ADictionaryHasIndexedPropertiesAndFailures) {
+// Foreign objects provided by the system.
+TEST(Foreign, DictionariesSupportIndexedPropertiesAndFailures) {
   const ObjectRef dictionary = CreateObject(u"Scripting.Dictionary");
   call(dictionary, u"Add", u"one", 1);
   writeIndexed(dictionary, u"Item", u"two", u"zwei");
   EXPECT_EQ(toInt32(read(dictionary, u"count")), 2);
   EXPECT_EQ(toText(readIndexed(dictionary, u"ITEM", u"two")), u"zwei");
   EXPECT_EQ(upperBound(call(dictionary, u"Keys")), 1);
-  EXPECT_EQ(numberFrom([&] { call(dictionary, u"Add", u"one", 1); }), 457) << "the key is there already";
-  EXPECT_EQ(numberFrom([&] { call(dictionary, u"NoSuchMember"); }), 438);
-  // An object that comes back is the one that was handed over, and not a wrapper around it.
+  EXPECT_EQ(failureNumber([&] { call(dictionary, u"Add", u"one", 1); }), 457) << "the key is there already";
+  EXPECT_EQ(failureNumber([&] { call(dictionary, u"NoSuchMember"); }), 438);
+  // An object that is passed back is the original, not a wrapper.
   call(dictionary, u"Add", u"own", dictionary);
   const auto own =
       std::dynamic_pointer_cast<com::DispatchObject>(toObject(readIndexed(dictionary, u"Item", u"own")));
@@ -160,7 +160,7 @@ TEST(Foreign, ADictionaryHasIndexedPropertiesAndFailures) {
   call(dictionary, u"RemoveAll");
 }
 
-TEST(Foreign, AFolderIsWalked) {
+TEST(Foreign, FoldersAreEnumerated) {
   const ObjectRef files = CreateObject(u"Scripting.FileSystemObject");
   const ObjectRef folder = toObject(call(files, u"GetFolder", u"C:\\windows"));
   const auto walk = children(toObject(read(folder, u"SubFolders")));
@@ -171,10 +171,10 @@ TEST(Foreign, AFolderIsWalked) {
     found = found || equalsIgnoringCase(toText(read(child, u"Name")), u"system32");
   }
   EXPECT_TRUE(found) << count;
-  EXPECT_EQ(numberFrom([&] { call(files, u"GetFolder", u"C:\\nowhere"); }), 76);
+  EXPECT_EQ(failureNumber([&] { call(files, u"GetFolder", u"C:\\nowhere"); }), 76);
 }
 
-TEST(Foreign, AnXmlDocumentThatFailsIsTold) {
+TEST(Foreign, XmlErrorsAreReported) {
   const ObjectRef document = CreateObject(u"MSXML2.DOMDocument");
   EXPECT_TRUE(toBool(call(document, u"loadXML", u"<a><b/></a>")));
   const auto failed = failureOf([&] { call(document, u"selectNodes", u"//["); });
@@ -182,9 +182,8 @@ TEST(Foreign, AnXmlDocumentThatFailsIsTold) {
   EXPECT_NE(failed.second, "");
 }
 
-// A class and a moniker that aren't there: told with their names, and not with the words of an earlier
-// failure.
-TEST(Foreign, WhatIsNotThereIsTold) {
+// An unknown class and an unknown moniker: reported with their names, without the text of an earlier failure.
+TEST(Foreign, MissingClassesAndMonikersAreReported) {
   OwnedText stale(u"stale words");
   Pointer<ICreateErrorInfo> made;
   ASSERT_GE(CreateErrorInfo(made.put()), 0);
@@ -194,35 +193,35 @@ TEST(Foreign, WhatIsNotThereIsTold) {
   EXPECT_EQ(noClass.first, 429);
   EXPECT_NE(noClass.second.find("No.SuchClass"), std::string::npos) << noClass.second;
   SetErrorInfo(0, made.as<IErrorInfo>().get());
-  const auto noMoniker = failureOf([] { GetObject(u"LDAP://nobody"); });
+  const auto noMoniker = failureOf([] { GetObject(u"LDAP://unknown"); });
   EXPECT_LT(noMoniker.first, 0);
-  EXPECT_NE(noMoniker.second.find("LDAP://nobody"), std::string::npos) << noMoniker.second;
+  EXPECT_NE(noMoniker.second.find("LDAP://unknown"), std::string::npos) << noMoniker.second;
 }
 
-// The system's own, asked the way in which the component asks. Run ahead of the test server, which takes the
-// moniker's name.
-TEST(Management, TheSystemsOwnIsAskedAndWalked) {
+// The system's own WMI, queried as the component does. Runs before the test server registers the moniker's
+// name.
+TEST(Management, QueriesTheSystem) {
   const ObjectRef services = GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\.\\root\\cimv2");
   const auto rows = children(toObject(call(services, u"ExecQuery", u"Select * from Win32_OperatingSystem")));
   const ObjectRef system = rows->next();
   ASSERT_NE(system, nullptr);
   EXPECT_NE(toText(read(system, u"Caption")), u"");
   EXPECT_EQ(rows->next(), nullptr);
-  EXPECT_NE(numberFrom([&] { read(system, u"NoSuchProperty"); }), 0);
-  EXPECT_LT(
-      numberFrom([] { GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\.\\root\\microsoftiisv2"); }),
-      0);
+  EXPECT_NE(failureNumber([&] { read(system, u"NoSuchProperty"); }), 0);
+  EXPECT_LT(failureNumber(
+                [] { GetObject(u"winmgmts:{authenticationLevel=pktPrivacy}\\\\.\\root\\microsoftiisv2"); }),
+            0);
 }
 
-TEST(Foreign, TheScreenIsTheThreadsCursor) {
+TEST(Foreign, ScreenSetsTheThreadsCursor) {
   write(Screen(), u"mousepointer", 11);
   EXPECT_EQ(toInt32(read(Screen(), u"MousePointer")), 11);
   write(Screen(), u"MousePointer", 0);
   EXPECT_EQ(toInt32(read(Screen(), u"MousePointer")), 0);
-  EXPECT_NE(numberFrom([] { write(Screen(), u"MousePointer", 5); }), 0);
+  EXPECT_NE(failureNumber([] { write(Screen(), u"MousePointer", 5); }), 0);
 }
 
-// An object of ours that anybody may call.
+// An object of ours, callable by any client.
 class Probe : public MemberlessObject {
  public:
   Probe() : MemberlessObject(u"Probe") {}
@@ -246,7 +245,7 @@ class Probe : public MemberlessObject {
   Variant value_;
 };
 
-TEST(Exposed, ByReferenceAndFailuresPassBothWays) {
+TEST(Exposed, PassesReferencesAndFailuresBothWays) {
   const auto dispatch = com::dispatchOf(std::make_shared<Probe>());
   const ObjectRef outside = std::make_shared<com::DispatchObject>(dispatch.get());
   Variant empty;
@@ -266,14 +265,14 @@ TEST(Exposed, ByReferenceAndFailuresPassBothWays) {
     }
   }
   EXPECT_THROW(call(outside, u"Lack"), std::bad_alloc);
-  EXPECT_EQ(numberFrom([&] { call(outside, u"Odd"); }), 51);
-  EXPECT_EQ(numberFrom([&] { call(outside, u"Nothing"); }), 438);
+  EXPECT_EQ(failureNumber([&] { call(outside, u"Odd"); }), 51);
+  EXPECT_EQ(failureNumber([&] { call(outside, u"Nothing"); }), 438);
   write(outside, u"Value", outside);
   EXPECT_NE(toObject(read(outside, u"Value")), nullptr);
   write(outside, u"Value", Null);
 }
 
-TEST(Exposed, LackOfMemoryIsToldWhereverItStrikes) {
+TEST(Exposed, ReportsOutOfMemoryAnywhere) {
   const auto dispatch = com::dispatchOf(std::make_shared<Probe>());
   wchar_t* name = const_cast<wchar_t*>(L"Fill");
   DISPID number = 0;

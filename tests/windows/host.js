@@ -1,4 +1,4 @@
-// A host in JScript: what a script gets and hands in, where the language has it otherwise than VBScript.
+// A host in JScript: argument and result types that differ from VBScript.
 // cscript host.js SERVER DATABASE LOGS
 var server = WScript.Arguments(0), database = WScript.Arguments(1), logs = WScript.Arguments(2);
 var bar = {Max: 0, steps: 0, increment: function () { this.steps++; }};
@@ -13,7 +13,7 @@ function component(name) {
 
 var sites = component("FTPCollection"), pools = component("AppPoolCollection");
 WScript.Echo("sites " + sites.GetFTPSitesCount(server) + ", pools " + pools.GetTotalAppPools(server));
-// The last argument left out, in other letters.
+// The last argument is omitted; the case of the name differs.
 sites.getftppropertyinfo(server, database, "Security Accounts", false);
 sites.GetFTPPropertyInfo(server, database, "Message", true, "1");
 pools.GetAppPoolPropertyInfo(server, database, "Health", false);

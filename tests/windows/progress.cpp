@@ -1,5 +1,5 @@
-// What the component tells of its progress while iisinventory collects a server, as the host script shows it:
-// progress NAME=FILE
+// The component's progress while iisinventory collects a server, in the form of the host script: progress
+// NAME=FILE
 #include <cstdio>
 #include <filesystem>
 

@@ -1,17 +1,17 @@
-// A host that calls every public operation of the component and notes what comes of it. It is built twice:
-// for Windows, where both sides of the component are COM, and for this machine, where neither is. What it
-// writes has to be the same.
+// A host that calls every public operation of the component and records the results. It is built twice: for
+// Windows, where both sides of the component are COM, and for this machine, where neither is. Both builds
+// must write the same.
 //
 //   run all SERVER           operations.txt, progress.txt and results.txt
 //   run sweep SERVER         sweep.txt: the operations of four calls failed one by one, with the rows and
 //                            records
-//   run measure SERVER       the seconds that the lists and tabs of all sites take, and those that as many
-//                            single rows do, on the standard output
-//   run apartments A,B,...   nothing but rows and records: the servers side by side, each in a thread of its
-//                            own with logs in a folder of its own
+//   run measure SERVER       the seconds that the lists and tabs of all sites take, and those of as many
+//                            single rows, on the standard output
+//   run apartments A,B,...   rows and records only: the servers in parallel, each in a separate thread with
+//                            logs in a separate folder
 //
-// in the working directory, whose inventory.db has the tables and whose folder logs is empty. The natively
-// built one takes NAME=FILE arguments besides, the metabases of the servers; SERVER is one of them.
+// in the working directory, whose inventory.db has the tables and whose folder logs is empty. The native
+// build also takes NAME=FILE arguments, the metabases of the servers; SERVER is one of them.
 
 #include <algorithm>
 #include <chrono>
@@ -32,7 +32,7 @@
 #else
 #include "platform/metabase/servers.h"
 #include "tests/support/collection.h"
-#include "tests/support/seam.h"
+#include "tests/support/journal.h"
 #endif
 
 namespace test {
@@ -47,7 +47,7 @@ void writeFile(const char* name, const std::string& text) {
   std::ofstream(name, std::ios::binary) << text;
 }
 
-// The recorder before the objects outside: of the test server, or of this process.
+// The journal of the external objects: of the test server, or of this process.
 #ifdef _WIN32
 class Recorder {
  public:
@@ -138,12 +138,12 @@ ObjectRef openDatabase() {
   return connection;
 }
 
-// A failure that reaches the host. Its source is filled in on the way through COM, where there is none.
-std::string told(const Failure& failure) {
+// A failure that reaches the host. COM fills in a missing source.
+std::string describe(const Failure& failure) {
   return std::to_string(failure.number()) + " " + toUtf8(failure.description()) + "\n";
 }
 
-// The children of what may not be there.
+// The children of an object that may be missing.
 std::vector<ObjectRef> childrenAt(const Text& path) {
   std::vector<ObjectRef> found;
   try {
@@ -171,9 +171,8 @@ void callEverything(const Text& server, std::string& progress, std::string& resu
   }
   const Text root = u"IIS://" + server + u"/MSFTPSVC/1/ROOT";
   call(sites, u"GetRootVirtualDirectory", server, u"1", root, kDatabase);
-  for (const ObjectRef& directory : childrenAt(root)) {
+  for (const ObjectRef& directory : childrenAt(root))
     call(sites, u"GetChildVirtualDirectories", server, u"1", read(directory, u"ADsPath"), kDatabase);
-  }
   call(sites, u"WriteToLog", 7, u"Gr\u00F6\u00DFe", u"host", u"callEverything");
 
   const ObjectRef pools = component(u"AppPoolCollection", progress);
@@ -184,9 +183,8 @@ void callEverything(const Text& server, std::string& progress, std::string& resu
   call(pools, u"GetWebServiceExtension", server, kDatabase);
   for (const ObjectRef& pool : childrenAt(poolsPath)) {
     const Text name = toText(read(pool, u"Name"));
-    for (const TextView tab : kPoolTabs) {
+    for (const TextView tab : kPoolTabs)
       call(pools, u"GetAppPoolPropertyInfo", server, kDatabase, tab, true, name);
-    }
     call(pools, u"EnumAppsInPool", server, kDatabase, name);
     const ObjectRef connection = openDatabase();
     const ObjectRef rows = openRows(u"Select * from tblMemoryRecycling where 1=2", connection);
@@ -200,7 +198,7 @@ void callEverything(const Text& server, std::string& progress, std::string& resu
   try {
     call(sites, u"GetFTPSitesCount", u"nobody");
   } catch (const Failure& failure) {
-    results += told(failure);
+    results += describe(failure);
   }
 }
 
@@ -255,7 +253,7 @@ void sweep(const Text& server, Recorder& recorder) {
       try {
         each.run();
       } catch (const Failure& failure) {
-        all += told(failure);
+        all += describe(failure);
       }
       const std::string operations = recorder.operations();
       if (failAt == 0)
@@ -319,7 +317,7 @@ void collectInApartment(const Text& server) {
   std::string progress;
   const ObjectRef sites = component(u"FTPCollection", progress, logs);
   const ObjectRef pools = component(u"AppPoolCollection", progress, logs);
-  // What isn't there is a record in the apartment's own log.
+  // A missing object leaves a record in the apartment's own log.
   call(sites, u"GetFTPPropertyInfo", server, u"nowhere\\inventory.db", u"General", false);
   for (const TextView tab : kSiteTabs) call(sites, u"GetFTPPropertyInfo", server, kDatabase, tab, false);
   for (const TextView tab : kPoolTabs) call(pools, u"GetAppPoolPropertyInfo", server, kDatabase, tab, false);

@@ -1,4 +1,4 @@
-// The COM server as its hosts meet it: by class and interface, through the vtable, by name.
+// The COM server as hosts use it: by class and interface, through the vtable, by name.
 
 #include <thread>
 
@@ -34,7 +34,7 @@ HRESULT canUnload() {
   return enter("DllCanUnloadNow");
 }
 
-// The words of the thread's error object, taken out of it.
+// Takes the description of the thread's error object.
 std::pair<Text, Text> errorObject() {
   Pointer<IErrorInfo> info;
   if (GetErrorInfo(0, info.put()) != S_OK) return {};
@@ -59,7 +59,7 @@ HRESULT invoke(IDispatch* object, const wchar_t* name, WORD kind, std::vector<VA
   return object->Invoke(numberOf(object, name), IID_NULL, 0, kind, &parameters, result, exception, nullptr);
 }
 
-TEST(Server, KeepsTheRulesOfIdentity) {
+TEST(Server, FollowsTheIdentityRules) {
   const Apartment apartment;
   {
     const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
@@ -96,11 +96,11 @@ TEST(Server, KeepsTheRulesOfIdentity) {
   EXPECT_EQ(canUnload(), S_OK);
 }
 
-TEST(Server, EverySlotIsTheMemberOfItsName) {
+TEST(Server, EverySlotMatchesItsMember) {
   const Apartment apartment;
   const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
   const auto pools = create<_AppPoolCollection>(component::kAppPoolCollectionClassId);
-  const OwnedText nobody(u"NOBODY");
+  const OwnedText unknown(u"NOBODY");
   const OwnedText none;
   const OwnedText log(u"M:\\slots.log");
   const OwnedText folder(u"M:");
@@ -125,20 +125,21 @@ TEST(Server, EverySlotIsTheMemberOfItsName) {
   EXPECT_LE(count, 0);
   EXPECT_EQ(pools->GetTotalAppPools(byReference.address(), &count), S_OK);
   EXPECT_EQ(byReference.view(), u"NOBODY");
-  EXPECT_EQ(sites->GenerateFTPSiteInfo(nobody.get(), none.get(), &count), S_OK);
-  EXPECT_EQ(sites->GenerateFTPVirDirInfo(nobody.get(), &count), S_OK);
-  EXPECT_EQ(pools->GetAppPoolsCount(nobody.get(), none.get(), &count), S_OK);
-  EXPECT_EQ(sites->GetRootVirtualDirectory(nobody.get(), none.get(), none.get(), none.get()), S_OK);
-  EXPECT_EQ(sites->GetFTPPropertyInfo(nobody.get(), none.get(), none.get(), VARIANT_FALSE, nullptr), S_OK);
-  EXPECT_EQ(pools->GetAppPoolPropertyInfo(nobody.get(), none.get(), none.get(), VARIANT_TRUE, nullptr), S_OK);
-  EXPECT_EQ(pools->GetWebServiceExtension(nobody.get(), none.get()), S_OK);
-  EXPECT_EQ(pools->EnumAppsInPool(nobody.get(), none.get(), none.get()), S_OK);
-  EXPECT_EQ(sites->WriteToLog(1, nobody.get(), none.get(), none.get()), S_OK);
-  EXPECT_EQ(pools->WriteToLog(1, nobody.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(sites->GenerateFTPSiteInfo(unknown.get(), none.get(), &count), S_OK);
+  EXPECT_EQ(sites->GenerateFTPVirDirInfo(unknown.get(), &count), S_OK);
+  EXPECT_EQ(pools->GetAppPoolsCount(unknown.get(), none.get(), &count), S_OK);
+  EXPECT_EQ(sites->GetRootVirtualDirectory(unknown.get(), none.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(sites->GetFTPPropertyInfo(unknown.get(), none.get(), none.get(), VARIANT_FALSE, nullptr), S_OK);
+  EXPECT_EQ(pools->GetAppPoolPropertyInfo(unknown.get(), none.get(), none.get(), VARIANT_TRUE, nullptr),
+            S_OK);
+  EXPECT_EQ(pools->GetWebServiceExtension(unknown.get(), none.get()), S_OK);
+  EXPECT_EQ(pools->EnumAppsInPool(unknown.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(sites->WriteToLog(1, unknown.get(), none.get(), none.get()), S_OK);
+  EXPECT_EQ(pools->WriteToLog(1, unknown.get(), none.get(), none.get()), S_OK);
   IDispatch* bar = nullptr;
   EXPECT_EQ(sites->SetProcessStatusUpdater(&bar, &bar, &bar), S_OK);
   EXPECT_EQ(pools->SetProcessStatusUpdater(&bar, &bar, &bar), S_OK);
-  EXPECT_EQ(pools->GetMemoryRecyclingProperties(nobody.get(), &bar, &bar, &bar), S_OK);
+  EXPECT_EQ(pools->GetMemoryRecyclingProperties(unknown.get(), &bar, &bar, &bar), S_OK);
   OwnedText a, b, c, d;
   EXPECT_EQ(sites->GetChildVirtualDirectories(a.address(), b.address(), c.address(), d.address()), S_OK);
 
@@ -147,7 +148,7 @@ TEST(Server, EverySlotIsTheMemberOfItsName) {
   EXPECT_EQ(sites->SetProcessStatusUpdater(nullptr, &bar, &bar), E_POINTER);
 }
 
-TEST(Server, TellsAFailureEitherWay) {
+TEST(Server, ReportsFailuresThroughBothInterfaces) {
   const Apartment apartment;
   const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
   const OwnedText log(u"M:\\no such folder\\object.log");
@@ -168,13 +169,13 @@ TEST(Server, TellsAFailureEitherWay) {
   EXPECT_EQ(com::viewOf(exception.get().bstrDescription), description);
   EXPECT_EQ(com::viewOf(exception.get().bstrSource), u"TORVINFTPAppDataCom");
 
-  // A failure without words isn't told with those of an earlier one.
+  // A failure without a description is not reported with that of an earlier one.
   EXPECT_EQ(sites->WriteToLog(1, text.get(), text.get(), text.get()), kPathNotFound);
   EXPECT_EQ(sites->get_mstrErrorLogPath(nullptr), E_POINTER);
   EXPECT_EQ(errorObject().first, u"");
 }
 
-TEST(Server, TakesArgumentsByNameAndInEveryForm) {
+TEST(Server, AcceptsArgumentsByNameAndInEveryForm) {
   const Apartment apartment;
   const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
   Pointer<ITypeInfo> info;
@@ -198,17 +199,17 @@ TEST(Server, TakesArgumentsByNameAndInEveryForm) {
   const ObjectRef object = com::objectOf(sites.get());
   EXPECT_EQ(toText(read(object, u"MSTRERRORLOGPATH")), u"M:\\named.log");
 
-  // A method that is asked for as a property, and each way for an argument not to fit.
+  // A method read like a property, and every kind of invalid argument.
   EXPECT_EQ(toText(readIndexed(object, u"GetPropEnabledStatus", u"-1")), u"Yes");
-  EXPECT_EQ(numberFrom([&] { call(object, u"GetPropEnabledStatus", u"many"); }), 13);
-  EXPECT_EQ(numberFrom([&] { call(object, u"GetPropEnabledStatus", 70000); }), 6);
-  EXPECT_EQ(numberFrom([&] { call(object, u"GetPropEnabledStatus", Null); }), 94);
-  EXPECT_EQ(numberFrom([&] { call(object, u"SetProcessStatusUpdater", 1, 2, 3); }), 13);
-  EXPECT_EQ(numberFrom([&] { call(object, u"SetErrorLogPath", u"M:"); }), 450);
-  EXPECT_EQ(numberFrom([&] { call(object, u"SetErrorLogPath", u"a", u"b", u"c"); }), 450);
-  EXPECT_EQ(numberFrom([&] { call(object, u"IncrementProgressBar"); }), 438);
-  EXPECT_EQ(numberFrom([&] { write(object, u"GetFTPSitesCount", 1); }), 438);
-  // The last argument may be left out, no other.
+  EXPECT_EQ(failureNumber([&] { call(object, u"GetPropEnabledStatus", u"many"); }), 13);
+  EXPECT_EQ(failureNumber([&] { call(object, u"GetPropEnabledStatus", 70000); }), 6);
+  EXPECT_EQ(failureNumber([&] { call(object, u"GetPropEnabledStatus", Null); }), 94);
+  EXPECT_EQ(failureNumber([&] { call(object, u"SetProcessStatusUpdater", 1, 2, 3); }), 13);
+  EXPECT_EQ(failureNumber([&] { call(object, u"SetErrorLogPath", u"M:"); }), 450);
+  EXPECT_EQ(failureNumber([&] { call(object, u"SetErrorLogPath", u"a", u"b", u"c"); }), 450);
+  EXPECT_EQ(failureNumber([&] { call(object, u"IncrementProgressBar"); }), 438);
+  EXPECT_EQ(failureNumber([&] { write(object, u"GetFTPSitesCount", 1); }), 438);
+  // Only the last argument is optional.
   const VARIANT leftOut = valueOf(VT_ERROR, SCODE{DISP_E_PARAMNOTFOUND});
   const VARIANT text = valueOf(VT_BSTR, folder.get());
   EXPECT_EQ(
@@ -224,8 +225,8 @@ TEST(Server, TakesArgumentsByNameAndInEveryForm) {
   }
 }
 
-// A host that calls through the type information, which reaches the vtable; and references to no object.
-TEST(Server, IsReachedByItsTypeInformationAndTakesNoObjects) {
+// A host that calls through the type information, which uses the vtable; and references to no object.
+TEST(Server, WorksThroughTypeInformation) {
   const Apartment apartment;
   const auto sites = create<_FTPCollection>(component::kFTPCollectionClassId);
   Pointer<ITypeInfo> info;
@@ -248,8 +249,8 @@ TEST(Server, IsReachedByItsTypeInformationAndTakesNoObjects) {
       S_OK);
 }
 
-// Many apartments come and go, each with an object and a log of its own and with a call that fails.
-TEST(Server, ServesApartmentsSideBySide) {
+// Many short-lived apartments, each with its own object and log and with a failing call.
+TEST(Server, ServesParallelApartments) {
   std::vector<std::thread> threads;
   for (int at = 0; at < 50; ++at) {
     threads.emplace_back([at] {
@@ -268,9 +269,9 @@ TEST(Server, ServesApartmentsSideBySide) {
   for (std::thread& thread : threads) thread.join();
 }
 
-// The system makes the object in an apartment of its own, and takes each call there: by name, and through the
-// vtable by what the type library says.
-TEST(Server, IsReachedFromAMultithreadedApartment) {
+// The system creates the object in another apartment and marshals each call: by name, and through the vtable
+// as described by the type library.
+TEST(Server, WorksFromAMultithreadedApartment) {
   std::thread([] {
     ASSERT_GE(CoInitializeEx(nullptr, COINIT_MULTITHREADED), 0);
     {
@@ -279,11 +280,11 @@ TEST(Server, IsReachedFromAMultithreadedApartment) {
       OwnedText word;
       EXPECT_EQ(sites->GetPropEnabledStatus(-1, word.address()), S_OK);
       EXPECT_EQ(word.view(), u"Yes");
-      OwnedText nobody(u"NOBODY");
+      OwnedText unknown(u"NOBODY");
       const OwnedText log(u"M:\\no such folder\\object.log");
       EXPECT_EQ(sites->put_mstrErrorLogPath(log.get()), S_OK);
       short count = 5;
-      EXPECT_EQ(sites->GetFTPSitesCount(nobody.address(), &count), static_cast<HRESULT>(0x800A004C));
+      EXPECT_EQ(sites->GetFTPSitesCount(unknown.address(), &count), static_cast<HRESULT>(0x800A004C));
 
       const ObjectRef object = CreateObject(u"TORVINFTPAppDataCom.AppPoolCollection");
       call(object, u"SetErrorLogPath", u"M:", u"M:\\multithreaded.log");
@@ -295,7 +296,7 @@ TEST(Server, IsReachedFromAMultithreadedApartment) {
   }).join();
 }
 
-// A key that can be read but not written to, as somebody without the right finds it; removed with its owner.
+// A read-only key, as seen by a user without permission; the destructor deletes it.
 class Refused {
  public:
   Refused(const wchar_t* under, const component::Guid& id, const wchar_t* below = L"") {
@@ -315,15 +316,15 @@ class Refused {
   Refused& operator=(const Refused&) = delete;
 
  private:
-  // To everybody, and nothing else to anybody.
+  // Read access for everyone, no write access.
   void allow(DWORD rights) {
-    alignas(SID) BYTE everybody[SECURITY_MAX_SID_SIZE];
+    alignas(SID) BYTE everyone[SECURITY_MAX_SID_SIZE];
     alignas(ACL) BYTE list[128];
-    DWORD size = sizeof everybody;
+    DWORD size = sizeof everyone;
     SECURITY_DESCRIPTOR descriptor;
-    ASSERT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, everybody, &size));
+    ASSERT_TRUE(CreateWellKnownSid(WinWorldSid, nullptr, everyone, &size));
     ASSERT_TRUE(InitializeAcl(reinterpret_cast<ACL*>(list), sizeof list, ACL_REVISION));
-    ASSERT_TRUE(AddAccessAllowedAce(reinterpret_cast<ACL*>(list), ACL_REVISION, rights, everybody));
+    ASSERT_TRUE(AddAccessAllowedAce(reinterpret_cast<ACL*>(list), ACL_REVISION, rights, everyone));
     ASSERT_TRUE(InitializeSecurityDescriptor(&descriptor, SECURITY_DESCRIPTOR_REVISION));
     ASSERT_TRUE(SetSecurityDescriptorDacl(&descriptor, TRUE, reinterpret_cast<ACL*>(list), FALSE));
     EXPECT_EQ(RegSetKeySecurity(key_, DACL_SECURITY_INFORMATION, &descriptor), ERROR_SUCCESS);
@@ -333,9 +334,10 @@ class Refused {
   HKEY key_ = nullptr;
 };
 
-TEST(Server, LeavesNothingOfARegistrationThatItMayNotMake) {
+TEST(Server, RollsBackAFailedRegistration) {
   const Apartment apartment;
-  const Pointer<IUnknown> holder = create<IUnknown>(component::kFTPCollectionClassId);  // keeps the library
+  const Pointer<IUnknown> holder =
+      create<IUnknown>(component::kFTPCollectionClassId);  // keeps the library loaded
   const auto isEntered = [](const wchar_t* name) {
     CLSID id;
     HKEY key = nullptr;

@@ -1,4 +1,4 @@
-// What the tests that run under Wine share.
+// Shared by the tests that run under Wine.
 #pragma once
 
 #include <gtest/gtest.h>

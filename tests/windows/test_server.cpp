@@ -1,13 +1,13 @@
-// An in-process server that stands in for the COM objects of a live server: the monikers IIS: and winmgmts:,
-// ADO's two classes, the maker of databases and the host's common object, each of them one of the layer's. It
-// is registered in a test's own Wine prefix and nowhere else.
+// An in-process server that replaces the COM objects of a live server: the monikers IIS: and winmgmts:, ADO's
+// two classes, the database catalog class and the host's common object, each implemented by the platform
+// layer. It is registered only in a test's own Wine prefix.
 //
-// What it serves comes from the environment: TORVIN_TEST_METABASES has NAME=FILE, with semicolons in between.
-// Further control is by an object of its own, "TORVINTest.Control":
+// The environment variable TORVIN_TEST_METABASES lists the served NAME=FILE, separated by semicolons. The
+// object "TORVINTest.Control" controls it further:
 //
-//   Record failAt    from now on notes each operation on the objects that it gives, and fails that of this
-//                    number (0: none), or each that is noted as this text; forgets what it has noted
-//   Operations       what it has noted, a line each
+//   Record failAt    starts recording each operation on its objects, and fails the operation with this
+//                    number (0: none), or each operation with this text; clears the record
+//   Operations       the recorded operations, one per line
 
 #include <array>
 #include <mutex>
@@ -24,7 +24,7 @@
 #include "platform/store/store.h"
 #include "platform/wmi/wmi.h"
 #include "sqlite/database.h"
-#include "tests/support/seam.h"
+#include "tests/support/journal.h"
 
 namespace test {
 namespace {
@@ -33,7 +33,7 @@ using namespace automation;
 using com::Implementation;
 using com::Pointer;
 
-// Notes nothing until it is asked to; then for one thread alone.
+// Records nothing until requested; then for one thread only.
 std::shared_ptr<Journal> journal;
 
 class Control : public MemberlessObject {
@@ -63,7 +63,7 @@ class Control : public MemberlessObject {
   }
 };
 
-// The maker of databases, as much of it as the host script needs.
+// The database catalog class, as far as the host script needs it.
 class Catalog : public MemberlessObject {
  public:
   Catalog() : MemberlessObject(u"ADOX.Catalog") {}
@@ -79,7 +79,7 @@ class Catalog : public MemberlessObject {
     try {
       sqlite::Database made(std::u8string(file.begin(), file.end()), sqlite::Database::Mode::kCreate,
                             std::chrono::seconds(1));
-      // A file without a byte is no database yet.
+      // An empty file is no database yet.
       made.execute("begin; create table made (it); drop table made; commit");
     } catch (const sqlite::Error& error) {
       throw Failure(static_cast<std::int32_t>(0x80004005), fromUtf8(error.what()), source());
@@ -214,7 +214,7 @@ bool write(const std::wstring& key, const std::wstring& value, const wchar_t* na
 
 using namespace test;
 
-// A test's prefix keeps it to its end.
+// Kept until the end of the test's prefix.
 STDAPI DllCanUnloadNow() {
   return S_FALSE;
 }
@@ -226,7 +226,7 @@ STDAPI DllGetClassObject(const CLSID& classId, const IID& interfaceId, void** fa
     static_cast<void>(entered);
     for (const Class& each : kClasses) {
       if (idOf(each) == classId) {
-        // Whoever resolves a moniker asks the class object itself first.
+        // Resolving a moniker asks the class object first.
         if (each.isMoniker && interfaceId == IID_IParseDisplayName)
           return Pointer<Parser>::adopt(new Parser)->QueryInterface(interfaceId, factory);
         return Pointer<Factory>::adopt(new Factory(each))->QueryInterface(interfaceId, factory);

@@ -1,4 +1,4 @@
-#include "tests/support/seam.h"
+#include "tests/support/journal.h"
 
 #include <algorithm>
 
@@ -125,9 +125,8 @@ std::string Journal::excerpt(const std::string& from, const std::string& to,
   if (last == lines.end()) return "no line '" + to + "' behind '" + from + "'";
   for (auto line = first; line <= last; ++line) text += *line + "\n";
   for (const auto& [what, with] : replacements) {
-    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size()) {
+    for (std::size_t at = 0; (at = text.find(what, at)) != std::string::npos; at += with.size())
       text.replace(at, what.size(), with);
-    }
   }
   return text;
 }

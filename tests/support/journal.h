@@ -1,4 +1,4 @@
-// A recorder and a saboteur at the seam between the component and everything outside it.
+// Recording and fault injection between the component and its external objects.
 #pragma once
 
 #include <functional>
@@ -13,11 +13,11 @@
 
 namespace test {
 
-// What a sabotaged operation fails with.
-inline constexpr std::int32_t kSabotage = static_cast<std::int32_t>(0x8000FFFF);
+// The error number of an injected failure.
+inline constexpr std::int32_t kInjectedFailure = static_cast<std::int32_t>(0x8000FFFF);
 
-// Writes down each operation that passes the seam, as a line of text in the order of events, and fails those
-// that it is told to, before they reach their object. A line that ends in " !" is an operation that failed.
+// Records each external operation as a line of text in chronological order, and makes selected operations
+// fail before they reach their object. The line of a failed operation ends in " !".
 //
 //   GetObject IIS://WEB01/MSFTPSVC        CreateObject ADODB.Connection
 //   /MSFTPSVC/1.servercomment             Connection1.Provider = Microsoft.Jet.OLEDB.4.0
@@ -27,24 +27,24 @@ class Journal : public std::enable_shared_from_this<Journal> {
  public:
   std::vector<std::string> lines;
 
-  // Whether to fail an operation, which gets its number, from 1, and its line. Null fails none.
+  // Whether to fail an operation, given its number, from 1, and its line. Null fails none.
   std::function<bool(std::size_t number, const std::string& line)> fails;
 
-  // Fails the operations whose line begins so, from the `first`-th of them to the `last`-th.
+  // Fails the operations whose line starts with `beginning`, from the `first`-th to the `last`-th of them.
   void failAt(const std::string& beginning, std::size_t first = 1, std::size_t last = 1);
 
-  // The lines that begin so.
+  // The lines that start with `beginning`.
   std::vector<std::string> linesWith(const std::string& beginning) const;
 
-  // The lines from the first that is `from` to the next that is `to`, both included, a line break behind
-  // each. Every `first` of the replacements stands as its `second`.
+  // The lines from the first `from` to the next `to`, inclusive, each followed by a line break. Replaces
+  // every `first` of the replacements by its `second`.
   std::string excerpt(const std::string& from, const std::string& to,
                       const std::vector<std::pair<std::string, std::string>>& replacements = {}) const;
 
-  // The object with the recorder before it. Null stays null.
+  // Wraps an object in a recording proxy. Null stays null.
   automation::ObjectRef wrap(automation::ObjectRef object, std::string label);
 
-  // The same for what GetObject and CreateObject give.
+  // The same for the results of GetObject and CreateObject.
   automation::ObjectRef getObject(automation::TextView moniker,
                                   const std::function<automation::ObjectRef()>& serve);
   automation::ObjectRef createObject(automation::TextView programmaticId,
@@ -55,9 +55,8 @@ class Journal : public std::enable_shared_from_this<Journal> {
     const std::size_t at = lines.size();
     lines.push_back(line);
     try {
-      if (fails && fails(at + 1, line)) {
-        throw automation::Failure(kSabotage, u"sabotaged", u"Saboteur");
-      }
+      if (fails && fails(at + 1, line))
+        throw automation::Failure(kInjectedFailure, u"injected failure", u"FaultInjector");
       return action();
     } catch (...) {
       lines[at] += " !";
@@ -69,7 +68,7 @@ class Journal : public std::enable_shared_from_this<Journal> {
   std::map<std::string, int> created_;
 };
 
-// Operations written one behind the other with semicolons, or in lines of their own, as an excerpt has them.
+// Converts operations separated by semicolons or line breaks to the form of an excerpt.
 std::string operations(const std::string& text);
 
 }  // namespace test

@@ -1,4 +1,4 @@
-// What a test publishes without having collected it.
+// A row source for publishing without a collection.
 #pragma once
 
 #include <memory>
@@ -11,10 +11,10 @@
 
 namespace test {
 
-// Rows of one table, of which the others are empty. Reading the pools' health fails where it is to fail.
-class FewRows : public inventory::RowSource {
+// Rows of one table; the others are empty. If `fails` is set, reading tblHealth throws.
+class TableRowSource : public inventory::RowSource {
  public:
-  explicit FewRows(std::string table, std::vector<std::vector<inventory::Cell>> rows = {})
+  explicit TableRowSource(std::string table, std::vector<std::vector<inventory::Cell>> rows = {})
       : cells(std::move(rows)), table_(std::move(table)) {}
 
   std::unique_ptr<inventory::Rows> rows(const inventory::Table& table) const override {
@@ -43,9 +43,9 @@ class FewRows : public inventory::RowSource {
   std::string table_;
 };
 
-// Publishes the rows of servers, all in one go.
+// Publishes the rows of servers in one transaction.
 inline std::vector<inventory::Published> publish(
-    const std::string& database, const std::vector<std::pair<std::string, const FewRows*>>& servers,
+    const std::string& database, const std::vector<std::pair<std::string, const TableRowSource*>>& servers,
     const inventory::Coverage& coverage = inventory::Coverage::everything()) {
   std::vector<inventory::Collected> collected(servers.size());
   for (std::size_t at = 0; at < servers.size(); ++at) {
