@@ -70,7 +70,8 @@ BareWriter::BareWriter(const std::filesystem::path& collected) {
     rows.insertSql = "insert into " + sqlite::quotedName(table.name) + " values (?";
     for (int column = 1; column < rows.columns; ++column) rows.insertSql += ",?";
     rows.insertSql += ")";
-    const Prepared statement = prepare(handle, "select " + columnsOf(table) + " from " + sqlite::quotedName(table.name));
+    const Prepared statement =
+        prepare(handle, "select " + columnsOf(table) + " from " + sqlite::quotedName(table.name));
     while (sqlite3_step(statement.get()) == SQLITE_ROW) {
       for (int column = 0; column < rows.columns; ++column) {
         const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement.get(), column));
