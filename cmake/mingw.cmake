@@ -1,4 +1,4 @@
-# What both widths have in common.
+# Settings of both architectures.
 set(CMAKE_C_COMPILER ${TORVIN_TRIPLET}-gcc-posix)
 set(CMAKE_CXX_COMPILER ${TORVIN_TRIPLET}-g++-posix)
 set(CMAKE_RC_COMPILER ${TORVIN_TRIPLET}-windres)

@@ -1,5 +1,5 @@
-# Completion of iisinventory's command lines in bash. Commands, options and what the options take come from the program
-# itself, names of servers and tables from the database that the line names.
+# Completion of iisinventory's command lines in bash. Commands, options and what the options take come from
+# the program itself, names of servers and tables from the database that the line names.
 
 # Prints the first column of CSV, without its header.
 _iisinventory_names() {
