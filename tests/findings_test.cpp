@@ -263,11 +263,11 @@ TEST_F(Findings, DetermineTheExitStatus) {
       {{"--category", "safety"}, 2, "no category 'safety'"},
       {{"--min-severity", "worst"}, 2, "no severity 'worst'"},
       {{"--fail-on", ","}, 2, "--fail-on: the value is empty"},
-      {{"--profile", "migration", "--rule", "pool-local-system"}, 2, "no rule is left"},
+      {{"--profile", "migration", "--rule", "pool-local-system"}, 2, "no rule matches these options"},
       {{"--profile", "defalt"}, 2, "default"},
       {{"--no-builtin"}, 2, "--no-builtin needs --rules"},
       {{"--format", "xml"}, 2, "the format 'xml'"},
-      {{"--output", path("findings")}, 2, "cannot write the format"},
+      {{"--output", path("findings")}, 2, "unknown format"},
   };
   for (const auto& [arguments, status, words] : cases) run(arguments, status, words);
 }
@@ -296,10 +296,10 @@ TEST_F(Findings, AreLimitedToSelectedRules) {
       "own.profile", "# Ours\nstop*  severity=critical\n\npool-idle-timeout minutes=5 # short\n");
   EXPECT_EQ(chosen({"--profile", own}), "critical stopped\nmedium pool-idle-timeout minutes = 5\n");
   const std::pair<std::string, std::string> malformed[] = {
-      {"stopped severity=worst", "bad.profile:2: there is no severity 'worst'"},
+      {"stopped severity=worst", "bad.profile:2: unknown severity 'worst'"},
       {"stopped severity", "bad.profile:2: 'severity' is not"},
       {"stopped minutes=5", "the rule stopped has no parameter 'minutes'"},
-      {"pool-idle-timeout minutes=9999999999999999999", "'9999999999999999999' is no value"},
+      {"pool-idle-timeout minutes=9999999999999999999", "'9999999999999999999' is not a valid value"},
       {"stoped", "no rule 'stoped'"}};
   for (const auto& [line, words] : malformed) {
     const std::string error = chosen({"--profile", folder_.file("bad.profile", "\n" + line)}, 2);
@@ -355,8 +355,8 @@ TEST_F(Findings, AreSuppressedByIgnoreFiles) {
 
   const std::pair<const char*, const char*> malformed[] = {
       {"0123 |  | why", "line 2: '0123' is neither"},
-      {"stopped: WEB01/* | soon | why", "'soon' is not a day"},
-      {"stopped: WEB01/* | 2026-12-31 | ", "there is no reason"},
+      {"stopped: WEB01/* | soon | why", "'soon' is not a date"},
+      {"stopped: WEB01/* | 2026-12-31 | ", "the reason is missing"},
       {"stopped: WEB01/*", "line 2: it is not"}};
   for (const auto& [line, words] : malformed)
     run({"--ignore-file", folder_.file("bad.ignore", std::string("#\n") + line)}, 2, words);
@@ -447,8 +447,8 @@ TEST_F(Findings, OfAUserRuleMatchItsDocumentation) {
   run({"--rules", folder.string(), "--rule", "ftp-*"}, 0, "[ftp-unlimited-connections]");
   folder_.file("stopped.sql", rule);
   run({"--rules", (folder_ / "stopped.sql").string()}, 2,
-      "stopped.sql:1: there is a rule stopped already, in rules/stopped.sql");
-  run({"--rules", folder_.folder("none").string()}, 2, "it has no file *.sql");
+      "stopped.sql:1: duplicate rule stopped, also in rules/stopped.sql");
+  run({"--rules", folder_.folder("none").string()}, 2, "it contains no *.sql file");
 }
 
 TEST_F(Findings, OfOtherRulesRemainIfOneFails) {
@@ -463,10 +463,10 @@ TEST_F(Findings, OfOtherRulesRemainIfOneFails) {
        "object g group by a.object_id) x",
        "own.sql:8: the query took too long"},
       {"'' as text from (select 7 as object_id from object) x",
-       "own.sql:8: an object_id is that of no object"},
+       "own.sql:8: an object_id identifies no object"},
       {"abs(-9223372036854775807 - length(key)) as text from object", "inventory.db': integer overflow"},
       {"replace(replace('" + a + "', 'a', '" + b + "'), 'b', '" + c + "') as text from object",
-       "the column text has a text of more than 64 KiB"}};
+       "the column text has a value longer than 64 KiB"}};
   for (const auto& [sql, words] : cases) {
     const Result result = run({"--rules", folder_.file("own.sql", header + sql), "--rule", "stopped,own",
                                "--fail-on", "any", "--rule-timeout", "0.5"},

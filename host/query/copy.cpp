@@ -14,25 +14,25 @@
 namespace host {
 namespace {
 
-struct Copied {
+struct CopyResult {
   std::vector<std::string> servers;  // as the source spells them
   std::vector<std::string> missing;
   inventory::Published rows;
 };
 
-Copied copyServers(const CopyOptions& options) {
+CopyResult copyServers(const CopyOptions& options) {
   const auto source = inventory::openForReading(options.from, options.access);
-  Copied copied;
+  CopyResult copied;
   const std::vector<std::string> known = source->read().serverNames();
-  const auto isSame = [](const std::string& name) {
+  const auto hasName = [](const std::string& name) {
     return [folded = inventory::folded(name)](const std::string& other) {
       return inventory::folded(other) == folded;
     };
   };
   for (const std::string& name : options.servers.empty() ? known : options.servers) {
-    const auto found = std::ranges::find_if(known, isSame(name));
+    const auto found = std::ranges::find_if(known, hasName(name));
     auto& list = found == known.end() ? copied.missing : copied.servers;
-    if (std::ranges::none_of(list, isSame(name))) list.push_back(found == known.end() ? name : *found);
+    if (std::ranges::none_of(list, hasName(name))) list.push_back(found == known.end() ? name : *found);
   }
   if (copied.servers.empty()) return copied;
   const auto target = inventory::openForPublishing(options.to, options.access);
@@ -40,7 +40,7 @@ Copied copyServers(const CopyOptions& options) {
   try {
     target->finishPublishing();
   } catch (const inventory::Error& error) {
-    // It is copied; statistics only make later commands faster.
+    // The servers are copied: statistics only make later commands faster.
     printError(error.what());
   }
   return copied;
@@ -49,7 +49,7 @@ Copied copyServers(const CopyOptions& options) {
 }  // namespace
 
 int copy(const CopyOptions& options, Output& output) {
-  const Copied copied = retryOnDisconnect([&] { return copyServers(options); });
+  const CopyResult copied = retryOnDisconnect([&] { return copyServers(options); });
   for (const std::string& name : copied.missing)
     printError("no server '" + name + "' in " + inventory::shownName(options.from));
   if (copied.servers.empty()) {

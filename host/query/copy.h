@@ -13,11 +13,11 @@ struct CopyOptions {
   std::string from;
   std::string to;
   std::vector<std::string> servers;  // all if empty
-  inventory::Access access;          // of both
+  inventory::Access access;          // to both databases
 };
 
-// Copies all kept collections of servers. Returns the exit status. Throws inventory::Error if nothing was
-// copied.
+// Copies all stored collections of servers. Returns the exit status: 0 all copied, 1 some, 2 none. Throws
+// inventory::Error if nothing was copied.
 int copy(const CopyOptions& options, Output& output);
 
 }  // namespace host

@@ -13,10 +13,10 @@ namespace host {
 struct DiffOptions {
   std::string old;
   std::string other;                 // empty to compare within one database
-  inventory::Access access;          // of both
+  inventory::Access access;          // to both databases
   std::string server;                // all if empty
   std::string against;               // another server of the same database
-  std::string since;                 // a time in UTC: compares with the collections current then
+  std::string since;                 // a time in UTC: compare with the collections that were current then
   std::vector<std::string> ignored;  // columns
   Format format = Format::kTable;
 };

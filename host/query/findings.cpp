@@ -20,10 +20,11 @@ using inventory::ObjectKind;
 using Json = nlohmann::ordered_json;
 
 constexpr int kMemoryKibibytes = 8 * 1024;
-constexpr std::size_t kMostBytes = 64 * 1024;  // of a value
+constexpr std::size_t kMaxValueBytes = 64 * 1024;  // UTF-8
 constexpr std::size_t kFingerprintLength = 32;
 
-std::string valueOf(const inventory::Cell& cell, inventory::Type type) {
+// Returns a cell as JSON text.
+std::string toJson(const inventory::Cell& cell, inventory::Type type) {
   if (!cell) return "null";
   if (type == inventory::Type::kBoolean) return *cell != "0" ? "true" : "false";
   std::int64_t number = 0;
@@ -33,7 +34,7 @@ std::string valueOf(const inventory::Cell& cell, inventory::Type type) {
   return isNumber ? std::to_string(number) : jsonText(*cell);
 }
 
-// What an object is shown as: its kind, SERVER/KIND/KEY, and its name.
+// How an object is shown: its kind, its path SERVER/KIND/KEY, and its name.
 struct ObjectNames {
   std::string kind, path, name;
 };
@@ -52,14 +53,15 @@ ObjectNames namesOf(Cursor& row, ObjectKind kind, const std::string& server) {
   return {std::move(word), std::move(path), std::move(name)};
 }
 
-std::string startOf(const ObjectNames& names) {
+// Returns the first members of a result's JSON object, without the closing brace.
+std::string jsonStart(const ObjectNames& names) {
   return "{\"object_kind\":" + jsonText(names.kind) + ",\"object\":" + jsonText(names.name) +
          ",\"object_path\":" + jsonText(names.path);
 }
 
 }  // namespace
 
-// Evaluates all rules for the servers of one piece of a reading.
+// Evaluates all rules for one batch of servers.
 class Findings::Evaluation {
  public:
   Evaluation(Findings& findings, inventory::Session& session, std::span<const CollectionInfo> servers,
@@ -74,24 +76,24 @@ class Findings::Evaluation {
     for (std::size_t at = 0; at < servers.size(); ++at) byCollection_[servers[at].id] = at;
   }
 
-  // Gives the message where the rule fails.
-  std::optional<std::string> tryEvaluate(std::size_t place) {
+  // Evaluates the rule with this index. Returns the message if it fails.
+  std::optional<std::string> tryEvaluate(std::size_t index) {
     session_.execute("savepoint rule");
     const auto start = std::chrono::steady_clock::now();
     std::optional<std::string> failure;
     try {
-      evaluate(place);
+      evaluate(index);
     } catch (const inventory::Unreachable&) {
       throw;
     } catch (const inventory::Interrupted&) {
       throw;
     } catch (const inventory::Error& error) {
       session_.execute("rollback to savepoint rule");
-      const bool isOverdue = std::chrono::steady_clock::now() - start >= limit();
+      const bool hasTimedOut = std::chrono::steady_clock::now() - start >= limit();
       failure = rule_
                     ->errorAt(rule_->queryStart,
-                              isOverdue ? "the query took too long (use --rule-timeout to allow more)"
-                                        : error.what())
+                              hasTimedOut ? "the query took too long (use --rule-timeout to allow more)"
+                                          : error.what())
                     .what();
     }
     session_.execute("release savepoint rule");
@@ -99,22 +101,23 @@ class Findings::Evaluation {
   }
 
  private:
-  // A server evaluates a rule for all servers at once.
+  // One query evaluates a rule for all servers of the batch.
   std::chrono::milliseconds limit() const { return options_.timeout * (1 + servers_.size() / 1000); }
 
-  void evaluate(std::size_t place) {
-    rule_ = &findings_.rules_[place];
-    place_ = place;
+  void evaluate(std::size_t index) {
+    rule_ = &findings_.rules_[index];
+    ruleIndex_ = index;
     sources_.clear();
     for (const Rule::Requirement& each : rule_->requirements) {
       const auto more = inventory::sourcesOf(each.view, each.column);
       sources_.insert(sources_.end(), more.begin(), more.end());
     }
-    skipServers();
-    if (std::ranges::find(isCollected_, true) != isCollected_.end()) run();
+    addNotCollected();
+    if (std::ranges::find(isCollected_, true) != isCollected_.end()) runQuery();
   }
 
-  void skipServers() {
+  // Adds a result for each server whose collection does not cover a required table.
+  void addNotCollected() {
     isCollected_.assign(servers_.size(), true);
     for (std::size_t at = 0; at < servers_.size(); ++at) {
       for (const inventory::ViewSource& source : sources_) {
@@ -122,16 +125,16 @@ class Findings::Evaluation {
         isCollected_[at] = false;
         const std::string& server = servers_[at].server;
         Result result;
-        result.rule = place_;
+        result.rule = ruleIndex_;
         result.server = first_ + at;
         result.state = Result::State::kNotCollected;
-        result.text = startOf({"server", server, server}) + "}";
+        result.text = jsonStart({"server", server, server}) + "}";
         findings_.insert(result);
       }
     }
   }
 
-  void run() {
+  void runQuery() {
     const inventory::Dialect& dialect = session_.dialect();
     std::vector<std::string> columns;
     for (const Rule::EvidenceColumn& column : rule_->columns) columns.push_back(column.name);
@@ -139,37 +142,37 @@ class Findings::Evaluation {
         inventory::withViews(dialect, selected_, inventory::objectsQuery(rule_->query(dialect), columns));
     const auto rows = session_.query(sql, rule_->parameterValues());
     while (rows->next()) {
-      const auto result = resultOf(*rows);
+      const auto result = readResult(*rows);
       if (!result) continue;
       findings_.insert(*result);
-      if (++findings_.counts_[place_].rows > options_.mostResults)
-        throw inventory::Error("it gives more than " + std::to_string(options_.mostResults) +
-                               " rows (judge fewer objects)");
+      if (++findings_.counts_[ruleIndex_].rows > options_.maxResults)
+        throw inventory::Error("the query returned more than " + std::to_string(options_.maxResults) +
+                               " rows (select fewer objects)");
     }
   }
 
-  // Nothing for a server that was not collected.
-  std::optional<Result> resultOf(Cursor& row) {
+  // Returns nothing for a server whose result addNotCollected() added.
+  std::optional<Result> readResult(Cursor& row) {
     const std::int64_t id = row.number(inventory::kObjectId);
     const auto found = byCollection_.find(id >> 32);
     const bool isNone = row.number(inventory::kObjectKind) == 0 && (id & 0xFFFFFFFF) != 0;
     if (found == byCollection_.end() || isNone)
-      throw inventory::Error("an object_id is that of no object (select the object_id of a view)");
+      throw inventory::Error("an object_id identifies no object (select the object_id of a view)");
     if (!isCollected_[found->second]) return std::nullopt;
     const CollectionInfo& server = servers_[found->second];
     const auto kind = static_cast<ObjectKind>(row.number(inventory::kObjectKind));
-    Result result{place_, first_ + found->second, Result::State::kUnknown, id, {}, {}, nullptr};
+    Result result{ruleIndex_, first_ + found->second, Result::State::kUnknown, id, {}, {}, nullptr};
     if (row.cell(inventory::kObjectHolds)) result.state = Result::State::kFinding;
     if (!isItemCollected(server, kind, row)) result.state = Result::State::kNotCollected;
     const ObjectNames names = namesOf(row, kind, server.server);
     std::string identity = rule_->id + '\0' + inventory::folded(names.path);
-    result.text = startOf(names) + ",\"evidence\":{";
+    result.text = jsonStart(names) + ",\"evidence\":{";
     for (std::size_t at = 0; at < rule_->columns.size(); ++at) {
       const Rule::EvidenceColumn& column = rule_->columns[at];
       const inventory::Cell cell = row.cell(inventory::kObjectsColumns + at);
-      if (cell && cell->size() > kMostBytes)
-        throw inventory::Error("the column " + column.name + " has a text of more than 64 KiB");
-      const std::string value = valueOf(cell, column.type);
+      if (cell && cell->size() > kMaxValueBytes)
+        throw inventory::Error("the column " + column.name + " has a value longer than 64 KiB");
+      const std::string value = toJson(cell, column.type);
       if (column.isIdentifying) identity += '\0' + value;
       result.text += (at == 0 ? "\"" : ",\"") + column.name + "\":" + value;
     }
@@ -178,7 +181,7 @@ class Findings::Evaluation {
     result.text += "},\"node\":" + (node.empty() ? "null" : jsonText(node)) +
                    ",\"line\":" + (line == 0 ? "null" : std::to_string(line));
     if (result.isFinding()) {
-      // The same in each collection of the object.
+      // Equal in every collection of the object.
       const std::string fingerprint = sha256Hex(identity).substr(0, kFingerprintLength);
       result.text += ",\"fingerprint\":\"" + fingerprint + "\"";
       result.ignored = findings_.ignored_.match(fingerprint, rule_->id, names.path);
@@ -200,10 +203,10 @@ class Findings::Evaluation {
   const std::span<const CollectionInfo> servers_;
   const std::string& selected_;
   const EvaluationOptions& options_;
-  const std::size_t first_;  // place of the first one among all servers
+  const std::size_t first_;  // index of the first one among all servers
   std::unordered_map<std::int64_t, std::size_t> byCollection_;
   const Rule* rule_ = nullptr;
-  std::size_t place_ = 0;
+  std::size_t ruleIndex_ = 0;
   std::vector<inventory::ViewSource> sources_;
   std::vector<bool> isCollected_;  // by server
 };
@@ -234,7 +237,7 @@ void Findings::evaluate(inventory::Reader& reader, const std::vector<CollectionI
     }
     session.limitQueries(std::chrono::milliseconds(0));
   });
-  // A rule that failed has no results.
+  // A rule that failed on one batch has no results at all.
   for (std::size_t at = 0; at < rules_.size(); ++at) {
     if (!hasFailed[at]) continue;
     database_.execute("delete from result where rule = " + std::to_string(at));

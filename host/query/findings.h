@@ -1,4 +1,4 @@
-// The findings of rules about the servers of an inventory.
+// Evaluates rules for the servers of an inventory.
 #pragma once
 
 #include <chrono>
@@ -23,17 +23,17 @@ namespace host {
 struct Result {
   enum class State {
     kFinding,
-    kUnknown,       // could not be evaluated: a value that it needs is unknown
-    kNotCollected,  // the collection did not look at what it needs
+    kUnknown,       // could not be evaluated: a required value is unknown
+    kNotCollected,  // the collection does not cover a required table
   };
 
-  std::size_t rule = 0;    // place in the rules
-  std::size_t server = 0;  // place in the servers
+  std::size_t rule = 0;    // index in Findings::rules()
+  std::size_t server = 0;  // index in Findings::servers()
   State state = State::kFinding;
   std::int64_t objectId = 0;
-  // What it is about, as JSON has it: object_kind, object, object_path, evidence, node, line, fingerprint.
+  // The members of the JSON output: object_kind, object, object_path, evidence, node, line, fingerprint.
   nlohmann::ordered_json data;
-  std::string text;                            // the same as text
+  std::string text;                            // `data` as JSON text
   const IgnoreFile::Entry* ignored = nullptr;  // the entry that suppresses it
 
   bool isFinding() const { return state == State::kFinding; }
@@ -48,42 +48,43 @@ struct Counts {
   std::int64_t suppressed = 0;
   std::int64_t unknown = 0;
   std::int64_t notCollected = 0;
-  std::int64_t rows = 0;  // that the queries gave
+  std::int64_t rows = 0;  // returned by the queries
 
   void add(const Result& result);
 };
 
 struct EvaluationOptions {
-  std::chrono::milliseconds timeout{10000};  // of a query, for each thousand servers
-  std::int64_t mostResults = 1000000;        // of a rule
+  std::chrono::milliseconds timeout{10000};  // of a query, per thousand servers
+  std::int64_t maxResults = 1000000;         // of a rule
 };
 
 struct FindingsOptions {
   std::filesystem::path ignoreFile;  // empty for none
   EvaluationOptions evaluation;
   bool usesUserRules = false;
-  bool force = false;  // evaluates the user's rules also with a role that may do more than read
+  bool force = false;  // evaluate the user's rules even with a role that may do more than read
 };
 
-// Evaluates rules and keeps the results, in a temporary file where they are many.
+// Evaluates rules and stores the results, in a temporary file if there are many.
 class Findings {
  public:
-  // The rules must outlive it.
+  // `rules` must outlive the object.
   Findings(const std::vector<Rule>& rules, IgnoreFile ignored);
 
-  // Evaluates the rules for some collections, a query for many of them. A rule that fails is left out from
-  // then on.
+  // Evaluates the rules for collections, with one query for many of them. A rule that fails has no results,
+  // only an entry in failures(). Throws inventory::Error if the database fails.
   void evaluate(inventory::Reader& reader, const std::vector<inventory::CollectionInfo>& collections,
                 const EvaluationOptions& options);
 
-  // The results by rules, then servers, then objects. Without `data` they have it as text alone.
+  // Passes the results in the order of rules, servers and objects. If not `withData`, `Result::data` is
+  // empty.
   void forEach(const std::function<void(const Result&)>& each, bool withData = true);
-  // The same of one server.
+  // Passes the results of one server, an index in servers().
   void forEachOf(std::size_t server, const std::function<void(const Result&)>& each);
 
   const std::vector<Rule>& rules() const { return rules_; }
   const IgnoreFile& ignoreFile() const { return ignored_; }
-  // What was evaluated, in the order of the servers' names.
+  // The evaluated collections, sorted by server name.
   const std::vector<inventory::CollectionInfo>& servers() const { return servers_; }
   // By rule.
   const std::vector<Counts>& counts() const { return counts_; }
@@ -106,8 +107,8 @@ class Findings {
   bool isIndexed_ = false;
 };
 
-// Evaluates rules, which must outlive the result. Throws Error where the user's rules would run with a role
-// that may do more than read tables.
+// Evaluates rules, which must outlive the result. Throws inventory::Error if the user's rules would run with
+// a role that may do more than read tables, and std::runtime_error for an invalid ignore file.
 std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
                                         const std::vector<inventory::CollectionInfo>& collections,
                                         const std::vector<Rule>& rules, const FindingsOptions& options);

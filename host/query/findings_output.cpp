@@ -20,12 +20,12 @@ namespace {
 using Json = nlohmann::ordered_json;
 using State = Result::State;
 
-std::string dumped(const Json& json) {
+std::string toText(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-// What a result has from its rule and its server.
-Json headOf(const Findings& findings, const Result& result) {
+// Returns the members of a result that come from its rule and its server.
+Json commonMembers(const Findings& findings, const Result& result) {
   const Rule& rule = findings.rules()[result.rule];
   const inventory::CollectionInfo& server = findings.servers()[result.server];
   return {{"state", result.stateText()}, {"rule", rule.id},
@@ -38,13 +38,13 @@ void writeJson(Findings& findings, bool withSuppressed, bool isArray, Output& ou
   std::string_view separator = isArray ? "[\n" : "";
   const auto write = [&](const Result& result) {
     if (result.ignored != nullptr && !withSuppressed) return;
-    std::string object = dumped(headOf(findings, result));
+    std::string object = toText(commonMembers(findings, result));
     object.back() = ',';
     object.append(result.text, 1);
     if (result.ignored != nullptr) {
       object.back() = ',';
       object += "\"suppression\":" +
-                dumped({{"reason", result.ignored->reason}, {"until", result.ignored->until}}) + "}";
+                toText({{"reason", result.ignored->reason}, {"until", result.ignored->until}}) + "}";
     }
     output.write(separator);
     output.write(object);
@@ -63,7 +63,7 @@ void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
   listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
     findings.forEach([&](const Result& result) {
       if (result.ignored != nullptr && !withSuppressed) return;
-      Json json = headOf(findings, result);
+      Json json = commonMembers(findings, result);
       json.update(result.data);
       json["evidence"] = evidenceText(result);
       if (result.ignored != nullptr) json["suppression"] = result.ignored->reason;
@@ -76,8 +76,7 @@ void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
   print(listing, {Format::kCsv}, output);
 }
 
-// --- For people.
-
+// Writes the format "table".
 class TableWriter {
  public:
   TableWriter(Findings& findings, bool withSuppressed, Output& output, bool isTerminal)
@@ -106,12 +105,12 @@ class TableWriter {
   }
 
  private:
-  void beginRule(std::size_t place) {
+  void beginRule(std::size_t index) {
     endRule();
-    rule_ = place;
+    rule_ = index;
     server_.reset();
-    const Rule& rule = findings_.rules()[place];
-    const Counts& counts = findings_.counts()[place];
+    const Rule& rule = findings_.rules()[index];
+    const Counts& counts = findings_.counts()[index];
     const bool hasFindings = counts.findings > 0;
     const std::string heading = std::string(wordFor(rule.severity)) + ": " + rule.title;
     output_.write(std::string(isFirst_ ? "" : "\n") +
@@ -121,13 +120,13 @@ class TableWriter {
                   " [" + rule.id + "]\n");
     isFirst_ = false;
     if (!hasFindings) return;
-    wrapped("  ", rule.why);
-    wrapped("  Fix: ", rule.fix);
+    writeWrapped("  ", rule.why);
+    writeWrapped("  Fix: ", rule.fix);
   }
 
   void endRule() {
     if (!notCollected_.empty()) {
-      wrapped("  Not collected: ", joinNames({notCollected_.begin(), notCollected_.end()}, 5));
+      writeWrapped("  Not collected: ", joinNames({notCollected_.begin(), notCollected_.end()}, 5));
       notCollected_.clear();
     }
   }
@@ -135,15 +134,16 @@ class TableWriter {
   void writeResult(const Result& result) {
     const std::string object = result.objectText();
     if (!result.isFinding()) {
-      const char* const why =
+      const char* const reason =
           result.state == State::kUnknown ? ": could not be evaluated" : ": not collected";
-      return wrapped("    ", object + why);
+      return writeWrapped("    ", object + reason);
     }
     const std::string evidence = evidenceText(result);
-    wrapped("    ", object + (evidence.empty() ? "" : ": " + evidence));
+    writeWrapped("    ", object + (evidence.empty() ? "" : ": " + evidence));
     if (result.ignored == nullptr) return;
     const std::string& until = result.ignored->until;
-    wrapped("      Suppressed: ", result.ignored->reason + (until.empty() ? "" : " (until " + until + ")"));
+    writeWrapped("      Suppressed: ",
+                 result.ignored->reason + (until.empty() ? "" : " (until " + until + ")"));
   }
 
   void writeSummary() {
@@ -170,15 +170,15 @@ class TableWriter {
     if (all.unknown > 0) line += ", " + std::to_string(all.unknown) + " could not be evaluated";
     if (all.notCollected > 0) line += ", " + std::to_string(all.notCollected) + " not collected";
     output_.write(isFirst_ ? "" : "\n");
-    wrapped("", line);
+    writeWrapped("", line);
   }
 
-  // The further lines are indented to where the text begins.
-  void wrapped(const std::string& start, const std::string& text) {
-    std::string lead = start;
+  // Continuation lines are indented to the start of the text.
+  void writeWrapped(const std::string& start, const std::string& text) {
+    std::string prefix = start;
     for (const std::string& line : wrapToWidth(escapeForTerminal(text), width_ - displayWidth(start))) {
-      output_.write(lead + line + "\n");
-      lead = std::string(displayWidth(start), ' ');
+      output_.write(prefix + line + "\n");
+      prefix = std::string(displayWidth(start), ' ');
     }
   }
 
@@ -192,11 +192,11 @@ class TableWriter {
   std::set<std::string> notCollected_;
 };
 
-// --- SARIF 2.1.0, docs.oasis-open.org/sarif/sarif/v2.1.0.
+// SARIF 2.1.0: docs.oasis-open.org/sarif/sarif/v2.1.0
 
 struct SarifSeverity {
   const char* level;
-  const char* score;  // for code scanning, which derives severities from it
+  const char* score;  // "security-severity", from which code scanning derives severities
 };
 constexpr SarifSeverity kSarif[] = {
     {"note", "1.0"}, {"note", "2.0"}, {"warning", "5.5"}, {"error", "8.0"}, {"error", "9.5"}};
@@ -219,18 +219,19 @@ Json sarifRule(const Rule& rule) {
   return json;
 }
 
-// A path as a relative or absolute reference (RFC 3986).
-std::string uriOf(const std::string& file) {
-  // Code scanning wants paths below its working directory.
+// Returns a path as a relative or absolute reference (RFC 3986).
+std::string toUri(const std::string& file) {
+  // Code scanning requires paths relative to its working directory.
   std::error_code error;
   const std::string relative =
       std::filesystem::path(file).lexically_relative(std::filesystem::current_path(error)).string();
   const std::string path = relative.empty() || relative.starts_with("..") ? file : relative;
-  constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
+  constexpr std::string_view kUnescaped =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
   std::string uri = path.starts_with('/') ? "file://" : "";
   for (const char c : path) {
     const auto byte = static_cast<unsigned char>(c);
-    if (kPlain.find(c) != kPlain.npos) {
+    if (kUnescaped.find(c) != kUnescaped.npos) {
       uri += c;
     } else {
       uri.append({'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]});
@@ -247,7 +248,7 @@ Json sarifResult(const Findings& findings, const Result& result) {
   if (result.state == State::kUnknown) message += " could not be evaluated";
   if (result.state == State::kNotCollected) message += " was not collected";
   if (result.isFinding() && !evidence.empty()) message += " (" + evidence + ")";
-  Json location{{"physicalLocation", {{"artifactLocation", {{"uri", uriOf(server.file)}}}}}};
+  Json location{{"physicalLocation", {{"artifactLocation", {{"uri", toUri(server.file)}}}}}};
   if (result.data.contains("line") && !result.data["line"].is_null())
     location["physicalLocation"]["region"] = {{"startLine", result.data["line"]}};
   location["logicalLocations"] = Json::array({{{"name", result.data["object"]},
@@ -286,11 +287,11 @@ void writeSarif(Findings& findings, Output& output) {
   output.write(
       "{\"$schema\":\"https://json.schemastore.org/"
       "sarif-2.1.0.json\",\"version\":\"2.1.0\",\"runs\":[{\"tool\":{\"driver\":" +
-      dumped(driver) + "},\"invocations\":[" + dumped(invocation) + "],\"results\":[");
+      toText(driver) + "},\"invocations\":[" + toText(invocation) + "],\"results\":[");
   std::string_view separator = "\n";
   findings.forEach([&](const Result& result) {
     output.write(separator);
-    output.write(dumped(sarifResult(findings, result)));
+    output.write(toText(sarifResult(findings, result)));
     separator = ",\n";
   });
   output.write("\n]}]}\n");
@@ -303,8 +304,8 @@ FindingsFormat findingsFormatOf(const std::string& name) {
   const std::string folded = inventory::folded(name.starts_with('.') ? name.substr(1) : name);
   const auto found = std::ranges::find(kNames, folded == "txt" ? "table" : folded);
   if (found == kNames.end())
-    throw UsageError("cannot write the format '" + name +
-                     "' (use table, csv, json, jsonl or sarif, as a file's extension .txt for table)");
+    throw UsageError("unknown format '" + name +
+                     "' (use table, csv, json, jsonl or sarif, or the file extension .txt for table)");
   return static_cast<FindingsFormat>(found - kNames.begin());
 }
 

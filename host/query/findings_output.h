@@ -1,4 +1,4 @@
-// Findings as text for people and for programs.
+// Writes findings as text, CSV, JSON and SARIF.
 #pragma once
 
 #include <string>
@@ -10,18 +10,19 @@ namespace host {
 
 enum class FindingsFormat { kTable, kCsv, kJson, kJsonl, kSarif };
 
-// A format by its name ("sarif") or by a file's extension (".sarif"). Throws UsageError for another one.
+// Returns a format by its name ("sarif") or by a file extension (".sarif"). Throws UsageError for another
+// one.
 FindingsFormat findingsFormatOf(const std::string& name);
 
-// Writes the results, a row or an object for each. kSarif is SARIF 2.1.0 and always has the suppressed
-// findings; the others have them where `withSuppressed`.
-// `isTerminal`: the table may go to a terminal, whose width and colours it then takes.
+// Writes the results, a row or an object for each. kSarif is SARIF 2.1.0 and always includes the suppressed
+// findings; the others include them if `withSuppressed`.
+// `isTerminal`: the output may be a terminal, whose width and colours the table then uses.
 void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output,
                    bool isTerminal);
 
-// The evidence of a result in one line: "path = D:\Files, may_write = yes". Empty texts are left out.
+// Returns the evidence of a result in one line: "path = D:\Files, may_write = yes". Omits empty texts.
 std::string evidenceText(const Result& result);
-// A value of it as people read it.
+// Returns one value of the evidence for display: "yes", "no" or "unknown" instead of true, false or null.
 std::string evidenceValue(const nlohmann::ordered_json& value);
 
 }  // namespace host

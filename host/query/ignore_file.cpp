@@ -13,7 +13,7 @@ namespace {
 constexpr std::string_view kHex = "0123456789abcdef";
 constexpr std::size_t kFingerprintLength = 32;
 
-bool isDay(std::string_view text) {
+bool isDate(std::string_view text) {
   if (text.size() != 10 || text[4] != '-' || text[7] != '-') return false;
   const auto isDigits = [](std::string_view part) {
     return part.find_first_not_of("0123456789") == part.npos;
@@ -47,20 +47,20 @@ IgnoreFile::Entry IgnoreFile::parse(std::string_view line, int number) const {
   };
   std::array<std::string, 3> parts;
   for (std::size_t at = 0; at < parts.size(); ++at) {
-    // A reason may have the separator.
+    // The reason may contain the separator.
     const std::size_t end = at == 2 ? line.size() : std::min(line.find('|'), line.size());
     parts[at] = trimmed(line.substr(0, end));
     if (end == line.size() && at < 2)
-      fail("it is not 'FINGERPRINT | UNTIL | REASON' or 'RULE: OBJECT | UNTIL | REASON'");
+      fail("expected 'FINGERPRINT | UNTIL | REASON' or 'RULE: OBJECT | UNTIL | REASON'");
     line.remove_prefix(std::min(end + 1, line.size()));
   }
   Entry entry;
   entry.until = parts[1];
   entry.reason = parts[2];
   entry.line = number;
-  if (!entry.until.empty() && !isDay(entry.until))
-    fail("'" + entry.until + "' is not a day such as 2026-12-31");
-  if (entry.reason.empty()) fail("there is no reason");
+  if (!entry.until.empty() && !isDate(entry.until))
+    fail("'" + entry.until + "' is not a date such as 2026-12-31");
+  if (entry.reason.empty()) fail("the reason is missing");
   if (const std::size_t colon = parts[0].find(": "); colon != std::string::npos) {
     entry.rule = trimmed(parts[0].substr(0, colon));
     entry.object = trimmed(parts[0].substr(colon + 1));
@@ -91,7 +91,7 @@ const IgnoreFile::Entry* IgnoreFile::match(std::string_view fingerprint, std::st
 std::string ignoreLine(std::string_view fingerprint, std::string_view until, std::string_view reason) {
   std::string line(fingerprint);
   line.append(" | ").append(until).append(until.empty() ? "| " : " | ").append(reason).append("\n");
-  // A line each, whatever the texts have.
+  // Control characters in the texts must not begin another line.
   std::replace_if(
       line.begin(), line.end() - 1, [](char c) { return static_cast<unsigned char>(c) < 0x20; }, ' ');
   return line;

@@ -1,7 +1,7 @@
-// Findings that the user has accepted: a file of lines
+// Reads the file of findings that the user has accepted, with lines
 //   FINGERPRINT | UNTIL | REASON
 //   RULE: OBJECT | UNTIL | REASON
-// where OBJECT is SERVER/KIND/KEY, with wildcards, and UNTIL the last day (UTC) or empty.
+// OBJECT is SERVER/KIND/KEY, with wildcards; UNTIL is the last day (UTC) or empty.
 #pragma once
 
 #include <filesystem>
@@ -15,7 +15,7 @@ namespace host {
 class IgnoreFile {
  public:
   struct Entry {
-    std::string fingerprint;   // empty for a rule and an object
+    std::string fingerprint;   // empty if the entry has a rule and an object
     std::string rule, object;  // patterns
     std::string until;         // as 2026-12-31, or empty
     std::string reason;
@@ -25,10 +25,11 @@ class IgnoreFile {
   };
 
   IgnoreFile() = default;
-  // `today` is a day such as 2026-01-31. Throws std::runtime_error with the line for a malformed one.
+  // `today`: a date such as 2026-01-31. Throws std::runtime_error if the file cannot be read or a line is
+  // malformed.
   IgnoreFile(const std::filesystem::path& file, std::string_view today);
 
-  // The entry that suppresses a finding, or null; marks it as matched.
+  // Returns the entry that suppresses a finding, or null. Marks all matching entries, also expired ones.
   const Entry* match(std::string_view fingerprint, std::string_view rule, std::string_view object);
 
   const std::vector<Entry>& entries() const { return entries_; }
@@ -40,10 +41,10 @@ class IgnoreFile {
   std::string name_;
   std::vector<Entry> entries_;
   std::unordered_multimap<std::string, std::size_t> byFingerprint_;
-  std::vector<std::size_t> patterns_;  // places of the other entries
+  std::vector<std::size_t> patterns_;  // indexes of the other entries
 };
 
-// A line for a finding.
+// Returns an entry's line for a fingerprint, or for "RULE: OBJECT".
 std::string ignoreLine(std::string_view fingerprint, std::string_view until, std::string_view reason);
 
 }  // namespace host

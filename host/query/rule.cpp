@@ -17,13 +17,14 @@ namespace {
 
 using inventory::Type;
 
-// Words and symbols that mean something else in the other kind of database, or make the order of rows matter.
+// Words and symbols whose meaning differs between SQLite and PostgreSQL, or that make the order of rows
+// matter.
 constexpr std::array<std::string_view, 17> kRefusedWords = {
     "_rowid_", "cast",    "collate", "glob", "ilike",  "isnull", "like",    "limit", "main",
     "match",   "notnull", "offset",  "oid",  "regexp", "rowid",  "similar", "temp"};
 constexpr std::string_view kRefusedSymbols = ";[]`$?@#~{}\\";
 
-// The pieces of a text, without blanks around them and without empty ones.
+// Returns the trimmed parts of a text, without empty ones.
 std::vector<std::string> split(std::string_view text, char separator) {
   std::vector<std::string> pieces;
   while (true) {
@@ -53,7 +54,7 @@ bool isOfType(std::string_view value, Type type) {
   return type == Type::kText || (error == std::errc() && end == value.data() + value.size());
 }
 
-// Reads the lines of a rule's header, each "-- KEY: VALUE" or, going on with the value, "--   MORE".
+// Reads the lines of a rule's header: "-- KEY: VALUE", continued by "--   MORE".
 class HeaderParser {
  public:
   explicit HeaderParser(Rule& rule) : rule_(rule) {}
@@ -81,7 +82,7 @@ class HeaderParser {
     finishValue();
     position_ = position;
     key_ = trimmed(line.substr(0, std::min(colon, line.size())));
-    if (colon == line.npos) fail("'" + key_ + "' is no line of a header, which is 'KEY: VALUE'");
+    if (colon == line.npos) fail("'" + key_ + "' is not a header line 'KEY: VALUE'");
     value_ = trimmed(line.substr(colon + 1));
   }
 
@@ -104,11 +105,11 @@ class HeaderParser {
       rule_.fix = value_;
     } else if (key_ == "severity") {
       const auto severity = severityOf(value_);
-      if (!severity) fail("the severity '" + value_ + "' is none of info, low, medium, high and critical");
+      if (!severity) fail("unknown severity '" + value_ + "' (use info, low, medium, high or critical)");
       rule_.severity = *severity;
     } else if (key_ == "category") {
       if (std::ranges::find(kCategories, value_) == kCategories.end())
-        fail("the category '" + value_ + "' is none of security, reliability, migration and housekeeping");
+        fail("unknown category '" + value_ + "' (use security, reliability, migration or housekeeping)");
       rule_.category = value_;
     } else if (key_ == "references") {
       addReference();
@@ -119,13 +120,13 @@ class HeaderParser {
     } else if (key_ == "param") {
       addParameter(split(value_, ' '));
     } else {
-      fail("there is no key '" + key_ + "'");
+      fail("unknown key '" + key_ + "'");
     }
   }
 
   void addReference() {
     std::vector<std::string> parts = split(value_, '|');
-    if (parts.empty() || parts.size() > 3) fail("a reference is NAME | ID | ADDRESS");
+    if (parts.empty() || parts.size() > 3) fail("invalid reference (use NAME | ID | ADDRESS)");
     Rule::Reference reference{parts[0], "", ""};
     for (const std::string& part : std::span(parts).subspan(1))
       (part.find("://") == part.npos ? reference.id : reference.address) = part;
@@ -148,17 +149,17 @@ class HeaderParser {
     const auto type = words.size() >= 2 ? typeOf(words[1]) : std::nullopt;
     const bool isIdentifying = words.size() == 3 && words[2] == "identifying";
     if (!type || !isName(words[0]) || words.size() > 3 || (words.size() == 3 && !isIdentifying))
-      fail("a column is NAME text, NAME integer or NAME boolean, each with 'identifying' behind it or not");
+      fail("invalid column (use NAME TYPE [identifying], of type text, integer or boolean)");
     rule_.columns.push_back({words[0], *type, isIdentifying});
   }
 
   void addParameter(const std::vector<std::string>& words) {
     const auto type = words.size() >= 3 ? typeOf(words[1]) : std::nullopt;
     if (!type || !isName(words[0]))
-      fail("a parameter is NAME TYPE DEFAULT, of type text, integer or boolean");
+      fail("invalid parameter (use NAME TYPE DEFAULT, of type text, integer or boolean)");
     std::string value = words[2];
     for (const std::string& word : std::span(words).subspan(3)) value += " " + word;
-    if (!isOfType(value, *type)) fail("'" + value + "' is no value of the parameter " + words[0]);
+    if (!isOfType(value, *type)) fail("'" + value + "' is not a valid value of the parameter " + words[0]);
     rule_.parameters.push_back({words[0], *type, value});
   }
 
@@ -180,8 +181,8 @@ bool isWord(const Tokens& tokens, std::size_t at, std::string_view word) {
          inventory::sameName(tokens[at].text, word);
 }
 
-// What a rule may not use, or empty.
-std::string refusalOf(const Tokens& tokens, std::size_t at) {
+// Returns what a rule may not use, for a message; empty if the token is allowed.
+std::string describeRefused(const Tokens& tokens, std::size_t at) {
   const SqlToken& token = tokens[at];
   if (token.kind == SqlToken::Kind::kSymbol) {
     const bool isDoubled =
@@ -197,11 +198,11 @@ std::string refusalOf(const Tokens& tokens, std::size_t at) {
                      : "";
   }
   if (token.kind != SqlToken::Kind::kWord) return {};
-  // PostgreSQL has texts with a word ahead of them, in which other characters are special.
-  const bool isBeforeText =
+  // In PostgreSQL a prefix such as E'' changes the meaning of characters in the text.
+  const bool isPrefix =
       at + 1 < tokens.size() && tokens[at + 1].position == token.position + token.text.size() &&
       (tokens[at + 1].kind == SqlToken::Kind::kText || tokens[at + 1].kind == SqlToken::Kind::kQuotedName);
-  if (isBeforeText) return "a word directly before a quotation mark";
+  if (isPrefix) return "a word directly before a quotation mark";
   const std::string word = inventory::folded(token.text);
   if (word == "not" && isWord(tokens, at + 1, "null") && (at == 0 || !isWord(tokens, at - 1, "is")))
     return "'not null' without 'is'";
@@ -211,7 +212,7 @@ std::string refusalOf(const Tokens& tokens, std::size_t at) {
   for (const char* const allowed : {"null", "true", "false", "distinct"}) {
     if (isWord(tokens, next, allowed)) return {};
   }
-  return "'is' without null, true, false or distinct behind it";
+  return "'is' without null, true, false or distinct after it";
 }
 
 }  // namespace
@@ -241,13 +242,13 @@ std::string Rule::query(const inventory::Dialect& dialect) const {
   const std::string_view sql = std::string_view(text).substr(queryStart);
   const Tokens tokens = sqlTokens(sql);
   std::string result;
-  std::size_t done = 0;
+  std::size_t copied = 0;
   const auto replace = [&](std::size_t first, std::size_t last, const std::string& with) {
-    result.append(sql.substr(done, tokens[first].position - done)).append(with);
-    done = tokens[last].position + tokens[last].text.size();
+    result.append(sql.substr(copied, tokens[first].position - copied)).append(with);
+    copied = tokens[last].position + tokens[last].text.size();
   };
   int depth = 0;
-  std::vector<int> folds;  // the depths of the brackets of fold()
+  std::vector<int> folds;  // depths of the parentheses of fold() calls
   for (std::size_t at = 0; at < tokens.size(); ++at) {
     if (isSymbol(tokens, at, '(')) {
       ++depth;
@@ -260,11 +261,11 @@ std::string Rule::query(const inventory::Dialect& dialect) const {
     } else if (isSymbol(tokens, at, ':') && at + 1 < tokens.size()) {
       const auto found = std::ranges::find(parameters, tokens[at + 1].text, &Parameter::name);
       if (found == parameters.end()) continue;
-      const std::string place = "$" + std::to_string(found - parameters.begin() + 1);
+      const std::string placeholder = "$" + std::to_string(found - parameters.begin() + 1);
       replace(at, at + 1,
-              found->type == Type::kBoolean   ? "(cast(" + place + " as bigint) <> 0)"
-              : found->type == Type::kInteger ? "cast(" + place + " as bigint)"
-                                              : "cast(" + place + " as text)");
+              found->type == Type::kBoolean   ? "(cast(" + placeholder + " as bigint) <> 0)"
+              : found->type == Type::kInteger ? "cast(" + placeholder + " as bigint)"
+                                              : "cast(" + placeholder + " as text)");
       ++at;
     } else if (dialect.isPostgres() && isWord(tokens, at, "fold") && isSymbol(tokens, at + 1, '(')) {
       replace(at, at + 1, "(lower((");
@@ -272,7 +273,7 @@ std::string Rule::query(const inventory::Dialect& dialect) const {
       ++at;
     }
   }
-  return result.append(sql.substr(done));
+  return result.append(sql.substr(copied));
 }
 
 inventory::Parameters Rule::parameterValues() const {
@@ -292,32 +293,32 @@ void Rule::setParameter(const std::string& name, const std::string& value) {
   const auto found = std::ranges::find(parameters, name, &Parameter::name);
   if (found == parameters.end()) throw UsageError("the rule " + id + " has no parameter '" + name + "'");
   if (!isOfType(value, found->type))
-    throw UsageError("the rule " + id + ": '" + value + "' is no value of its parameter " + name);
+    throw UsageError("the rule " + id + ": '" + value + "' is not a valid value of the parameter " + name);
   found->value = value;
 }
 
 void Rule::check() const {
   const std::string_view sql = std::string_view(text).substr(queryStart);
   const Tokens tokens = sqlTokens(sql);
-  // For PostgreSQL it ends a comment.
+  // In PostgreSQL a carriage return alone ends a comment.
   for (std::size_t at = sql.find('\r'); at != sql.npos; at = sql.find('\r', at + 1)) {
     if (at + 1 == sql.size() || sql[at + 1] != '\n')
       throw errorAt(queryStart + at, "a carriage return without a line feed is not available in rules");
   }
   for (std::size_t at = 0; at < tokens.size(); ++at) {
-    if (const std::string refused = refusalOf(tokens, at); !refused.empty())
+    if (const std::string refused = describeRefused(tokens, at); !refused.empty())
       throw errorAt(queryStart + tokens[at].position, refused + " is not available in rules");
     if (isSymbol(tokens, at, ':') && at + 1 < tokens.size() &&
         std::ranges::find(parameters, tokens[at + 1].text, &Parameter::name) == parameters.end())
       throw errorAt(queryStart + tokens[at].position,
                     "the header has no 'param: " + std::string(tokens[at + 1].text) + " TYPE DEFAULT'");
   }
-  std::string wanted = "object_id, holds";
-  for (const EvidenceColumn& column : columns) wanted += ", " + inventory::quotedName(column.name);
+  std::string columnList = "object_id, holds";
+  for (const EvidenceColumn& column : columns) columnList += ", " + inventory::quotedName(column.name);
   const inventory::Dialect dialect(inventory::Dialect::Kind::kSqlite);
-  const std::string query = this->query(dialect), start = "select " + wanted + " from (";
+  const std::string query = this->query(dialect), start = "select " + columnList + " from (";
   if (const auto error = inventory::checkQuery(query)) {
-    // Parameters are shorter in the file than in the query.
+    // Placeholders shift the positions in the query against those in the file.
     const bool isExact = parameters.empty() && error->position < query.size();
     throw errorAt(isExact ? queryStart + error->position : queryStart, error->message);
   }

@@ -19,16 +19,16 @@ inline constexpr std::array<std::string_view, 5> kSeverities = {"info", "low", "
 inline std::string_view wordFor(Severity severity) {
   return kSeverities[static_cast<std::size_t>(severity)];
 }
-// Nothing for another word.
+// Returns the severity of a word in any case, or nothing for another word.
 std::optional<Severity> severityOf(std::string_view word);
 
 inline constexpr std::array<std::string_view, 4> kCategories = {"security", "reliability", "migration",
                                                                 "housekeeping"};
 
-// A text without blanks at its ends.
+// Returns a text without leading and trailing blanks.
 std::string trimmed(std::string_view text);
 
-// A rule that is malformed, or failed. what() begins with its file and line.
+// A rule is malformed, or failed. what() begins with its file and line.
 class RuleError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
@@ -42,7 +42,7 @@ struct Rule {
   };
   struct Requirement {
     std::string view;
-    std::string column;  // empty for all of the view
+    std::string column;  // empty for the whole view
   };
   struct EvidenceColumn {
     std::string name;
@@ -56,7 +56,7 @@ struct Rule {
   };
 
   std::string id;
-  std::string file;  // as messages name it
+  std::string file;  // as messages show it
   std::string text;  // the whole file
   std::string title;
   Severity severity = Severity::kMedium;
@@ -69,21 +69,20 @@ struct Rule {
   std::vector<Parameter> parameters;
   std::size_t queryStart = 0;  // in the text
 
-  // Throws RuleError.
+  // Reads a rule's file. Throws RuleError for a malformed header; check() checks the query.
   static Rule parse(std::string id, std::string file, std::string text);
 
-  // The query for a kind of database, with $1, $2 and so on for the parameters.
+  // Returns the query in a dialect, with the placeholders $1, $2 and so on for the parameters.
   std::string query(const inventory::Dialect& dialect) const;
   inventory::Parameters parameterValues() const;
 
-  // Gives a parameter another value. Throws UsageError for one that the rule lacks, and for a text that isn't
-  // of its type.
+  // Sets a parameter. Throws UsageError for an unknown one, and for a value that is not of its type.
   void setParameter(const std::string& name, const std::string& value);
 
-  // Checks the query: its words, then the whole in an empty inventory. Throws RuleError.
+  // Checks the query: its tokens, then the whole by preparing it in an empty inventory. Throws RuleError.
   void check() const;
 
-  // "FILE:LINE: MESSAGE" for a place in the text.
+  // Returns the error "FILE:LINE: MESSAGE" for a position in the text.
   RuleError errorAt(std::size_t position, const std::string& message) const;
 };
 

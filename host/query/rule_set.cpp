@@ -28,7 +28,7 @@ void addRule(const fs::path& file, std::vector<Rule>& rules) {
   rules.push_back(Rule::parse(file.stem().string(), file.string(), readTextFile(file)));
 }
 
-// The rules of a file, or of a folder in the order of their names.
+// Adds the rule of a file, or those of a directory in the order of their file names.
 void addRules(const fs::path& path, std::vector<Rule>& rules) {
   std::error_code error;
   if (!fs::is_directory(path, error)) return addRule(path, rules);
@@ -37,19 +37,20 @@ void addRules(const fs::path& path, std::vector<Rule>& rules) {
     if (entry.path().extension() == ".sql") files.push_back(entry.path());
   }
   if (error) throw std::runtime_error("cannot read '" + path.string() + "': " + error.message());
-  if (files.empty()) throw std::runtime_error("cannot use '" + path.string() + "': it has no file *.sql");
+  if (files.empty())
+    throw std::runtime_error("cannot use '" + path.string() + "': it contains no *.sql file");
   std::ranges::sort(files);
   for (const fs::path& file : files) addRule(file, rules);
 }
 
-// What a profile says of the rules that match a pattern.
+// A line of a profile: settings of the rules that match a pattern.
 struct ProfileEntry {
   std::string pattern;
   std::optional<Severity> severity;
   std::vector<std::pair<std::string, std::string>> parameters;
 };
 
-// Lines "ID [severity=SEVERITY] [PARAMETER=VALUE]..." with "#" before comments.
+// Reads lines "ID [severity=SEVERITY] [PARAMETER=VALUE]..."; "#" begins a comment.
 std::vector<ProfileEntry> parseProfile(const std::string& name, const std::string& text) {
   std::vector<ProfileEntry> entries;
   std::istringstream lines(text);
@@ -68,7 +69,7 @@ std::vector<ProfileEntry> parseProfile(const std::string& name, const std::strin
       if (!word.starts_with("severity=")) {
         entry.parameters.emplace_back(word.substr(0, equals), value);
       } else if (!(entry.severity = severityOf(value))) {
-        fail("there is no severity '" + value + "'");
+        fail("unknown severity '" + value + "' (use info, low, medium, high or critical)");
       }
     }
     entries.push_back(std::move(entry));
@@ -84,8 +85,9 @@ std::vector<ProfileEntry> loadProfile(const std::string& name) {
   throw UsageError("no profile '" + name + "'" + didYouMean(name, builtinProfiles()));
 }
 
-// Leaves the profile's rules, and the user's unless `keepsUsers` is false; sets severities and parameters.
-void applyProfile(const std::string& name, std::size_t builtinCount, bool keepsUsers,
+// Removes the rules that a profile does not list, except the user's if `keepsUserRules`. Sets the profile's
+// severities and parameters.
+void applyProfile(const std::string& name, std::size_t builtinCount, bool keepsUserRules,
                   std::vector<Rule>& rules) {
   const std::vector<ProfileEntry> entries = loadProfile(name);
   std::vector<bool> isListed(rules.size());
@@ -97,13 +99,13 @@ void applyProfile(const std::string& name, std::size_t builtinCount, bool keepsU
       if (entry.severity) rules[at].severity = *entry.severity;
       for (const auto& [parameter, value] : entry.parameters) rules[at].setParameter(parameter, value);
     }
-    // Without the built-in rules a built-in profile may name what isn't there.
+    // If the built-in rules are excluded, a built-in profile lists rules that are missing.
     if (!matches && builtinCount > 0)
       throw UsageError("the profile " + name + ": no rule '" + entry.pattern + "'");
   }
   std::vector<Rule> kept;
   for (std::size_t at = 0; at < rules.size(); ++at) {
-    if (isListed[at] || (keepsUsers && at >= builtinCount)) kept.push_back(std::move(rules[at]));
+    if (isListed[at] || (keepsUserRules && at >= builtinCount)) kept.push_back(std::move(rules[at]));
   }
   rules = std::move(kept);
 }
@@ -140,22 +142,22 @@ std::string readTextFile(const fs::path& path) {
 
 bool matchesPattern(std::string_view text, std::string_view pattern) {
   const std::string folded = inventory::folded(text), wanted = inventory::folded(pattern);
-  std::size_t at = 0, place = 0, star = wanted.npos, resume = 0;
+  std::size_t at = 0, patternAt = 0, star = wanted.npos, resume = 0;
   while (at < folded.size()) {
-    if (place < wanted.size() && wanted[place] == '*') {
-      star = place++;
+    if (patternAt < wanted.size() && wanted[patternAt] == '*') {
+      star = patternAt++;
       resume = at;
-    } else if (place < wanted.size() && (wanted[place] == '?' || wanted[place] == folded[at])) {
+    } else if (patternAt < wanted.size() && (wanted[patternAt] == '?' || wanted[patternAt] == folded[at])) {
       ++at;
-      ++place;
+      ++patternAt;
     } else if (star != wanted.npos) {
-      place = star + 1;
+      patternAt = star + 1;
       at = ++resume;
     } else {
       return false;
     }
   }
-  return wanted.find_first_not_of('*', place) == wanted.npos;
+  return wanted.find_first_not_of('*', patternAt) == wanted.npos;
 }
 
 std::vector<std::string> builtinProfiles() {
@@ -170,17 +172,17 @@ std::vector<Rule> chooseRules(const RuleOptions& options) {
   const std::size_t builtinCount = rules.size();
   for (const fs::path& path : options.files) addRules(path, rules);
   for (std::size_t at = builtinCount; at < rules.size(); ++at) {
-    const auto former = std::ranges::find(rules, rules[at].id, &Rule::id);
-    if (former != rules.begin() + static_cast<std::ptrdiff_t>(at))
+    const auto duplicate = std::ranges::find(rules, rules[at].id, &Rule::id);
+    if (duplicate != rules.begin() + static_cast<std::ptrdiff_t>(at))
       throw rules[at].errorAt(
-          0, "there is a rule " + rules[at].id + " already, in " + former->file + " (rename the file)");
+          0, "duplicate rule " + rules[at].id + ", also in " + duplicate->file + " (rename the file)");
   }
   for (const std::string& category : options.categories) {
     if (!contains(kCategories, category)) throw UsageError("--category: no category '" + category + "'");
   }
   requireMatches(options.ids, rules);
   const bool hasProfile = !options.profile.empty();
-  // --rule also chooses what the default profile leaves out.
+  // --rule also selects rules that the default profile omits.
   if (hasProfile || options.ids.empty())
     applyProfile(hasProfile ? options.profile : "default", builtinCount, !hasProfile, rules);
   std::erase_if(rules, [&](const Rule& rule) {
@@ -195,7 +197,7 @@ std::vector<Rule> chooseRules(const RuleOptions& options) {
     return left.severity != right.severity ? left.severity > right.severity : left.id < right.id;
   });
   if (rules.empty())
-    throw UsageError("no rule is left by these options ('iisinventory rules --rule \"*\"' lists all)");
+    throw UsageError("no rule matches these options ('iisinventory rules --rule \"*\"' lists all)");
   for (const Rule& rule : rules) rule.check();
   return rules;
 }

@@ -1,4 +1,4 @@
-// The rules that a run evaluates.
+// Selects the rules to evaluate.
 #pragma once
 
 #include <filesystem>
@@ -12,24 +12,24 @@
 namespace host {
 
 struct RuleOptions {
-  std::vector<std::filesystem::path> files;  // the user's: rules, or folders of them
+  std::vector<std::filesystem::path> files;  // the user's rules, or directories of them
   bool withBuiltin = true;
-  std::vector<std::string> ids;  // with wildcards; none for all of the profile
+  std::vector<std::string> ids;  // with wildcards; empty for all of the profile
   std::vector<std::string> categories;
   Severity minSeverity = Severity::kInfo;
-  std::string profile;  // a built-in one's name or a file; empty for "default"
+  std::string profile;  // the name of a built-in one or a file; empty for "default"
 };
 
-// The rules that the options choose, the most severe first, with the profile's severities and parameters. A
-// rule of the user's is chosen unless `ids` or a given profile leave it out. Each is checked. Throws
-// RuleError for a malformed one, UsageError for a rule or profile that doesn't exist, std::runtime_error for
-// a file that cannot be read.
+// Returns the rules that the options select, the most severe first, with the severities and parameters of the
+// profile. A user's rule is selected unless `ids` or a given profile exclude it. Throws RuleError for a
+// malformed rule, UsageError for an unknown rule or profile, std::runtime_error for a file that cannot be
+// read.
 std::vector<Rule> chooseRules(const RuleOptions& options);
 
-// Whether a text is like a pattern with * and ?, without regard to case.
+// Whether a text matches a pattern with * and ?, ignoring case.
 bool matchesPattern(std::string_view text, std::string_view pattern);
 
-// A text file as a whole. Throws std::runtime_error.
+// Returns the content of a text file, without a byte order mark. Throws std::runtime_error.
 std::string readTextFile(const std::filesystem::path& path);
 
 // The names of the built-in profiles.

@@ -1,4 +1,4 @@
-// Servers that a command names.
+// Selects the servers that a command reads.
 #pragma once
 
 #include <string>
@@ -8,14 +8,14 @@
 
 namespace host {
 
-// The collections that a command reads: of the named servers, or of all where none is named, as they were at
-// a time, or the current ones where it is empty. In the order of the servers' names. Throws UsageError for a
-// server that the inventory lacks, or lacked then, and for an inventory without servers.
+// Returns the collections of the named servers, or of all if `names` is empty, sorted by server name: those
+// that were current at the time `at`, or the current ones if it is empty. Throws UsageError for a server
+// without such a collection, and for an inventory without servers.
 std::vector<inventory::CollectionInfo> chosenServers(inventory::Reader& reader,
                                                      const std::vector<std::string>& names,
                                                      const std::string& at = {});
 
-// A reader's callback: prints that a server was collected again while it was read.
+// Callback of inventory::Reader: prints a note that a server was collected again while it was read.
 void reportSuccessor(const inventory::CollectionInfo& deleted);
 
 }  // namespace host

@@ -34,8 +34,8 @@ using Strings = std::vector<std::string>;
 constexpr const char* kNotKnownColumn = "Not known";
 constexpr std::size_t kRowsByTable = inventory::ownColumn("Collections", "Rows by table");
 
-// The rows to print of one table, read before the first one is printed, so that a slow reader of the output
-// blocks no publication.
+// The rows of one table, read completely before the first one is printed, so that a slow consumer of the
+// output does not block publications.
 struct CapturedTable {
   std::string name;
   std::vector<Listing::Column> columns;
@@ -61,49 +61,49 @@ std::vector<Relation> relations() {
   return all;
 }
 
-std::optional<double> numberOf(std::string_view text) {
+std::optional<double> parseNumber(std::string_view text) {
   double number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  // "nan" and "inf" are words here.
+  // "nan" and "inf" are texts.
   if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number)) return std::nullopt;
   return number;
 }
 
-// Numbers by their value and ahead of texts, texts without regard to case.
+// Orders numbers by value and before texts, texts ignoring case.
 bool isLess(const std::string& left, const std::string& right) {
-  const auto one = numberOf(left), other = numberOf(right);
+  const auto one = parseNumber(left), other = parseNumber(right);
   if (one && other) return *one < *other;
   if (one || other) return one.has_value();
   return inventory::folded(left) < inventory::folded(right);
 }
 
-// Reads the rows and columns of a relation that the options ask for.
+// Reads the rows and columns of a relation that the options select.
 class TableReader {
  public:
   TableReader(const ShowOptions& options, const Relation& relation) : options_(options), relation_(relation) {
     readColumns();
-    for (const std::string& wanted : options.columns) shown_.push_back(place(wanted));
-    if (shown_.empty()) {
-      for (std::size_t at = 0; at < columns_.size(); ++at) shown_.push_back(at);
+    for (const std::string& wanted : options.columns) shownColumns_.push_back(findColumn(wanted));
+    if (shownColumns_.empty()) {
+      for (std::size_t at = 0; at < columns_.size(); ++at) shownColumns_.push_back(at);
     }
     for (const Condition& condition : options.conditions)
-      conditions_.emplace_back(place(condition.column), &condition);
-    if (!options.sort.empty()) sort_ = place(options.sort);
+      conditions_.emplace_back(findColumn(condition.column), &condition);
+    if (!options.sort.empty()) sortColumn_ = findColumn(options.sort);
     cells_.resize(columns_.size());
     isUnknown_.resize(columns_.size());
   }
 
   void read(inventory::Reader& reader, const Collections& collections, CapturedTable& captured) {
     captured.name = relation_.name;
-    for (const std::size_t at : shown_) captured.columns.push_back(listingColumn(columns_[at]));
-    if (namesUnknown()) captured.columns.push_back({kNotKnownColumn});
+    for (const std::size_t at : shownColumns_) captured.columns.push_back(listingColumn(columns_[at]));
+    if (hasUnknownColumn()) captured.columns.push_back({kNotKnownColumn});
     std::vector<std::pair<std::string, std::vector<std::optional<std::string>>>> sorted;
     forEachRow(reader, collections, [&] {
-      if (!isWanted()) return;
-      if (!sort_) return captured.rows.add(shownCells());
+      if (!matchesConditions()) return;
+      if (!sortColumn_) return captured.rows.add(shownCells());
       std::vector<std::optional<std::string>> kept;
       for (const Cell& cell : shownCells()) kept.emplace_back(cell);
-      sorted.emplace_back(text(*sort_), std::move(kept));
+      sorted.emplace_back(text(*sortColumn_), std::move(kept));
     });
     std::ranges::stable_sort(sorted, [&](const auto& left, const auto& right) {
       return options_.isReversed ? isLess(right.first, left.first) : isLess(left.first, right.first);
@@ -115,7 +115,7 @@ class TableReader {
   struct Column {
     std::string name;
     inventory::Type type = inventory::Type::kText;
-    std::size_t place = 0;  // in the table or in the query
+    std::size_t index = 0;  // in the table or in the query
   };
 
   void readColumns() {
@@ -139,10 +139,11 @@ class TableReader {
   }
 
   bool isRowsByTable(const Column& column) const {
-    return relation_.table == &inventory::collectionsTable() && column.place == kRowsByTable;
+    return relation_.table == &inventory::collectionsTable() && column.index == kRowsByTable;
   }
 
-  std::size_t place(const std::string& wanted) const {
+  // Returns the index of a column. Throws UsageError for an unknown one.
+  std::size_t findColumn(const std::string& wanted) const {
     Strings names;
     for (const Column& column : columns_) {
       if (inventory::sameName(column.name, wanted))
@@ -156,36 +157,40 @@ class TableReader {
                      (suggestion.empty() ? "; columns:" + all : suggestion));
   }
 
-  // Whether a last column names the columns whose values are unknown.
-  bool namesUnknown() const { return options_.format != Format::kTable && relation_.isData(); }
+  // Whether the output has a last column with the names of the columns whose values are unknown.
+  bool hasUnknownColumn() const { return options_.format != Format::kTable && relation_.isData(); }
 
-  // Calls `handle` with each row in cells_ and isUnknown_.
+  // Returns the query for a view. Its order does not depend on the database: by server and object, then by
+  // the columns from left to right.
+  std::string viewQuery() const {
+    std::string sql;
+    for (const Column& column : columns_)
+      sql += (sql.empty() ? "select " : ", ") + inventory::quotedName(column.name);
+    const std::string next = relation_.name == "collection" ? "collection_id" : "object_id";
+    sql += " from " + inventory::quotedName(relation_.name) + " order by server, " + next + " nulls first";
+    for (std::size_t at = 0; at < columns_.size(); ++at)
+      sql += ", " + std::to_string(at + 1) + " nulls first";
+    return sql;
+  }
+
+  // Stores each row in cells_ and isUnknown_, and calls `handle`.
   template <typename Handle>
   void forEachRow(inventory::Reader& reader, const Collections& collections, const Handle& handle) {
     if (relation_.table != nullptr) {
       reader.forEachRow(*relation_.table, collections, [&](const inventory::TableRow& row) {
         for (std::size_t at = 0; at < columns_.size(); ++at) {
-          cells_[at] = row.cell(columns_[at].place);
-          if (isRowsByTable(columns_[at])) cells_[at] = byTable_ = byTable(row.collection().rowsByTable);
-          isUnknown_[at] = relation_.isData() && row.isUnknown(columns_[at].place);
+          cells_[at] = row.cell(columns_[at].index);
+          if (isRowsByTable(columns_[at])) cells_[at] = rowsByTable_ = toJson(row.collection().rowsByTable);
+          isUnknown_[at] = relation_.isData() && row.isUnknown(columns_[at].index);
         }
         handle();
       });
       return;
     }
-    std::string sql;
-    for (const Column& column : columns_)
-      sql += (sql.empty() ? "select " : ", ") + inventory::quotedName(column.name);
-    // In an order that doesn't depend on the database: by server and object, then by the columns from left to
-    // right.
-    const std::string next = relation_.name == "collection" ? "collection_id" : "object_id";
-    sql += " from " + inventory::quotedName(relation_.name) + " order by server, " + next + " nulls first";
-    for (std::size_t at = 0; at < columns_.size(); ++at)
-      sql += ", " + std::to_string(at + 1) + " nulls first";
     Collections sorted = collections;
     std::ranges::sort(sorted, {}, &inventory::CollectionInfo::server);
     reader.inViews(sorted, [&](inventory::Session& session, auto, const std::string& selected) {
-      const auto row = session.query(inventory::withViews(session.dialect(), selected, sql));
+      const auto row = session.query(inventory::withViews(session.dialect(), selected, viewQuery()));
       while (row->next()) {
         for (std::size_t at = 0; at < columns_.size(); ++at) {
           cells_[at] = row->cell(at);
@@ -197,8 +202,8 @@ class TableReader {
     });
   }
 
-  // The rows of a collection by the tables that have some, as a JSON object.
-  static std::string byTable(const inventory::RowCounts& counts) {
+  // Returns the non-zero row counts by table as a JSON object.
+  static std::string toJson(const inventory::RowCounts& counts) {
     nlohmann::json object = nlohmann::json::object();
     for (std::size_t at = 0; at < counts.size(); ++at) {
       if (counts[at] > 0) object[std::string(inventory::tables()[at].name)] = counts[at];
@@ -206,12 +211,12 @@ class TableReader {
     return object.dump();
   }
 
-  // A cell as conditions and sorting see it.
+  // Returns a cell's text for conditions and sorting.
   std::string_view text(std::size_t column) const {
     return isUnknown_[column] ? kNotKnownText : cells_[column].value_or("");
   }
 
-  bool isWanted() const {
+  bool matchesConditions() const {
     return std::ranges::all_of(conditions_, [&](const auto& pair) {
       const std::string_view value = text(pair.first);
       switch (pair.second->kind) {
@@ -226,14 +231,14 @@ class TableReader {
     });
   }
 
-  // Valid until the next call.
+  // Returns the cells to print; valid until the next call.
   const std::vector<Cell>& shownCells() {
     out_.clear();
-    for (const std::size_t at : shown_) {
+    for (const std::size_t at : shownColumns_) {
       const bool isHidden = isUnknown_[at] && options_.format == Format::kTable;
       out_.push_back(isHidden ? Cell(kNotKnownText) : cells_[at]);
     }
-    if (namesUnknown()) {
+    if (hasUnknownColumn()) {
       unknownNames_.clear();
       for (std::size_t at = 0; at < columns_.size(); ++at) {
         if (isUnknown_[at]) unknownNames_ += (unknownNames_.empty() ? "" : "; ") + columns_[at].name;
@@ -246,18 +251,19 @@ class TableReader {
   const ShowOptions& options_;
   const Relation& relation_;
   std::vector<Column> columns_;
-  std::vector<std::size_t> shown_;
+  std::vector<std::size_t> shownColumns_;
   std::vector<std::pair<std::size_t, const Condition*>> conditions_;
-  std::optional<std::size_t> sort_;
+  std::optional<std::size_t> sortColumn_;
   std::vector<Cell> cells_;
   std::vector<bool> isUnknown_;
   std::vector<Cell> out_;
   std::string unknownNames_;
-  std::string byTable_;
+  std::string rowsByTable_;
 };
 
-// The relations that are asked for, by their own names or by a tab's, each once.
-std::vector<Relation> relationsNamed(const Strings& names) {
+// Returns the relations of the given names, each once. The name of a tab selects all its tables. Throws
+// UsageError for an unknown name.
+std::vector<Relation> findRelations(const Strings& names) {
   const std::vector<Relation> all = relations();
   std::vector<Relation> found;
   const auto add = [&](std::string_view name) {
@@ -289,7 +295,7 @@ std::vector<Relation> relationsNamed(const Strings& names) {
   return found;
 }
 
-// The tables and their row counts.
+// Returns the list of the tables with their row counts.
 CapturedTable listTables(const Collections& collections) {
   std::vector<std::int64_t> counts(inventory::tables().size());
   std::int64_t problems = 0;
@@ -309,19 +315,19 @@ CapturedTable listTables(const Collections& collections) {
   return captured;
 }
 
-// Prints of which servers a table was not collected, or not all of it.
+// Prints the servers for which a table was not collected, or only partly.
 void reportNotCollected(const Relation& relation, const Collections& collections) {
-  constexpr std::size_t kMostNames = 20;
+  constexpr std::size_t kMaxNames = 20;
   if (relation.table == nullptr || relation.table->kinds[0] == ObjectKind::kNone) return;
-  inventory::Coverage whole;
-  for (const ObjectKind kind : relation.table->kinds) whole.add(*relation.table, kind);
+  inventory::Coverage complete;
+  for (const ObjectKind kind : relation.table->kinds) complete.add(*relation.table, kind);
   Strings names;
   for (const inventory::CollectionInfo& collection : collections) {
-    if (!collection.coverage.covers(whole))
+    if (!collection.coverage.covers(complete))
       names.push_back(collection.server + " (collected with " + collection.selection + ")");
   }
   if (!names.empty())
-    printError(relation.name + ": not collected, or not all of it, of " + joinNames(names, kMostNames));
+    printError(relation.name + ": not collected, or only partly, for " + joinNames(names, kMaxNames));
 }
 
 std::vector<CapturedTable> capture(const ShowOptions& options) {
@@ -329,11 +335,11 @@ std::vector<CapturedTable> capture(const ShowOptions& options) {
       (!options.columns.empty() || !options.conditions.empty() || !options.sort.empty())) {
     throw UsageError("--columns, --where and --sort need a table");
   }
-  const std::vector<Relation> named = relationsNamed(options.tables);
+  const std::vector<Relation> named = findRelations(options.tables);
   if (named.size() > 1 && options.format == Format::kCsv) {
     std::string all;
     for (const Relation& relation : named) all += (all.empty() ? "" : ", ") + relation.name;
-    throw UsageError("csv takes one table at a time; these are: " + all);
+    throw UsageError("csv prints one table at a time; selected: " + all);
   }
   const auto inventory = inventory::openForReading(options.database, options.access);
   inventory::Reader reader = inventory->read(reportSuccessor);
@@ -350,22 +356,22 @@ std::vector<CapturedTable> capture(const ShowOptions& options) {
 
 void show(const ShowOptions& options, Output& output) {
   std::vector<CapturedTable> tables = retryOnDisconnect([&] { return capture(options); });
-  const bool several = tables.size() > 1;
+  const bool hasSeveral = tables.size() > 1;
   for (CapturedTable& table : tables) {
     const bool isFirst = &table == &tables.front();
     Listing listing{table.columns, {}};
     listing.forEachRow = [&table](const std::function<void(const Row&)>& each) {
       table.rows.forEach(table.columns.size(), each);
     };
-    // Tables one below the other, or as members of one object.
-    if (several && options.format == Format::kTable) {
+    // Several tables are printed below each other, or as members of one JSON object.
+    if (hasSeveral && options.format == Format::kTable) {
       output.write((isFirst ? "" : "\n") + table.name + "\n\n");
-    } else if (several) {
+    } else if (hasSeveral) {
       output.write((isFirst ? "{\"" : ",\"") + table.name + "\": ");
     }
     print(listing, {options.format, true, options.isWide, options.vertical, options.writeBom}, output);
   }
-  if (several && options.format == Format::kJson) output.write("}\n");
+  if (hasSeveral && options.format == Format::kJson) output.write("}\n");
   output.flush();
 }
 

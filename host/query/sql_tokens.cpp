@@ -10,7 +10,7 @@ bool isWordCharacter(char c) {
          static_cast<signed char>(c) < 0;
 }
 
-// Where a quotation that begins at `start` ends. A doubled quotation mark is a character of it.
+// Returns the end of the quotation that begins at `start`. A doubled quotation mark is an escaped one.
 std::size_t endOfQuotation(std::string_view sql, std::size_t start) {
   for (std::size_t at = start + 1; at < sql.size(); ++at) {
     if (sql[at] != sql[start]) continue;

@@ -1,4 +1,4 @@
-// The words of an SQL text.
+// Splits SQL into tokens.
 #pragma once
 
 #include <string>
@@ -10,12 +10,12 @@ namespace host {
 struct SqlToken {
   enum class Kind { kWord, kQuotedName, kText, kNumber, kSymbol };
   Kind kind = Kind::kSymbol;
-  std::string_view text;     // as it is written
+  std::string_view text;     // unchanged, with quotation marks
   std::size_t position = 0;  // in the SQL text
 };
 
-// Divides a text into tokens and leaves comments out. An unclosed quotation ends with the text. A symbol is
-// one character.
+// Returns the tokens of a text, without line comments. An unterminated quotation ends with the text. A symbol
+// is one character.
 std::vector<SqlToken> sqlTokens(std::string_view sql);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// What belongs to what on a server, drawn: boxes on the left, boxes on the right, and lines between them.
+// Draws a relation as SVG: boxes on the left, boxes on the right, and lines between them.
 #pragma once
 
 #include <array>
@@ -14,38 +14,39 @@ namespace host {
 
 class Drawing {
  public:
-  // Kinds are the classes of the page's style.
+  // `kind`: a class of the page's style sheet.
   struct Node {
     std::string name;
     std::string kind;
   };
-  // Further nodes are not drawn, only counted.
-  static constexpr std::size_t kMostNodes = 150;
+  // Further nodes of a column are counted, not drawn.
+  static constexpr std::size_t kMaxNodes = 150;
 
-  // A box of that name, which is made where it isn't there. Gives its place. One on the left that no line
-  // begins at is drawn with a dashed edge.
-  std::size_t left(const std::string& name);
-  std::size_t right(const std::string& name, std::string_view kind = "");
-  // It isn't known which lines begin at it.
-  void leaveOpen(std::size_t left);
-  void join(std::size_t left, std::size_t right, bool isStrong = false);
+  // Adds a box of that name unless it exists. Returns its index. A box on the left without a line has a
+  // dashed edge.
+  std::size_t addLeft(const std::string& name);
+  std::size_t addRight(const std::string& name, std::string_view kind = "");
+  // Marks a box on the left whose lines are not known: its edge is not dashed.
+  void markUnknown(std::size_t left);
+  // Adds a line. A repeated line is strong if one of them is.
+  void connect(std::size_t left, std::size_t right, bool isStrong = false);
 
   bool empty() const { return left_.nodes.empty(); }
 
-  // As SVG in a figure, in HTML.
-  std::string html(const std::string& caption) const;
+  // Returns an HTML figure with the SVG.
+  std::string render(const std::string& caption) const;
 
  private:
   struct Column {
-    std::vector<Node> nodes;  // that are drawn
-    std::unordered_map<std::string, std::size_t> places;
+    std::vector<Node> nodes;                               // at most kMaxNodes
+    std::unordered_map<std::string, std::size_t> indexes;  // of all nodes, by name
     std::size_t add(const std::string& name, std::string_view kind);
   };
 
   Column left_;
   Column right_;
-  std::array<bool, kMostNodes> isJoined_{};                    // on the left, or left open
-  std::map<std::pair<std::size_t, std::size_t>, bool> lines_;  // between drawn nodes, strong ones
+  std::array<bool, kMaxNodes> hasLines_{};                     // of the left nodes, or unknown
+  std::map<std::pair<std::size_t, std::size_t>, bool> lines_;  // between drawn nodes: whether strong
 };
 
 }  // namespace host

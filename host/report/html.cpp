@@ -17,17 +17,17 @@ std::string render(const char* part, const data& values) {
   return known->render(values);
 }
 
-data flag(bool is) {
-  return data(is ? data::type::bool_true : data::type::bool_false);
+data toFlag(bool value) {
+  return data(value ? data::type::bool_true : data::type::bool_false);
 }
 
-std::string shown(const inventory::DataRow& row, std::size_t column) {
+std::string cellText(const inventory::DataRow& row, std::size_t column) {
   if (row.isUnknown(column)) return "not known";
   const inventory::Cell cell = row.cell(column);
   return cell ? escapeForTerminal(*cell) : "-";
 }
 
-std::string escaped(const std::string& text) {
+std::string escapeHtml(const std::string& text) {
   std::string result;
   for (const char c : text) {
     switch (c) {

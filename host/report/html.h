@@ -10,18 +10,18 @@
 
 namespace host {
 
-// A template with its values, which it escapes. `part` is one of host::parts.
+// Renders a template with its values, which it escapes. `part`: one of host::parts.
 std::string render(const char* part, const kainjow::mustache::data& values);
 
-kainjow::mustache::data flag(bool is);
+kainjow::mustache::data toFlag(bool value);
 
-// A cell as it is shown: "not known" if it is unknown, "-" if nothing was written.
-std::string shown(const inventory::DataRow& row, std::size_t column);
-inline std::string shown(const inventory::DataRow& row, inventory::ColumnRef column) {
-  return shown(row, column.column);
+// Returns a cell's text for display: "not known" if it is unknown, "-" if no value was stored.
+std::string cellText(const inventory::DataRow& row, std::size_t column);
+inline std::string cellText(const inventory::DataRow& row, inventory::ColumnRef column) {
+  return cellText(row, column.column);
 }
 
 // Escapes a text for HTML that is written without a template.
-std::string escaped(const std::string& text);
+std::string escapeHtml(const std::string& text);
 
 }  // namespace host

@@ -82,8 +82,8 @@ constexpr AccessColumns kDirectoryAccess = {
     column("tblvirtualDirSecurity", "Granted IP Address (Subnet mask)"),
     column("tblvirtualDirSecurity", "Denied IP Address (Subnet mask)")};
 
-// Who may reach a site or directory, by all its rows.
-std::string access(const Rows& rows, const AccessColumns& columns) {
+// Returns the clients that a site or directory admits, by all its rows.
+std::string allowedClients(const Rows& rows, const AccessColumns& columns) {
   std::string granted, denied;
   for (const DataRow& row : rows) {
     for (const ColumnRef each : {columns.all, columns.granted, columns.denied}) {
@@ -97,20 +97,20 @@ std::string access(const Rows& rows, const AccessColumns& columns) {
     add(denied, columns.denied);
   }
   const std::string all = rows.front().text(columns.all);
-  if (all == "Granted") return denied.empty() ? "everybody" : "everybody but " + escapeForTerminal(denied);
-  if (all == "Denied") return granted.empty() ? "nobody" : "only " + escapeForTerminal(granted);
+  if (all == "Granted") return denied.empty() ? "all" : "all except " + escapeForTerminal(denied);
+  if (all == "Denied") return granted.empty() ? "none" : "only " + escapeForTerminal(granted);
   return all.empty() ? "-" : escapeForTerminal(all);
 }
 
-// A documented default that a value differs from; empty for a default, and for a column without one.
-std::string otherDefault(const inventory::Column& column, const std::string& value) {
+// Returns the documented default if a value differs from it; empty if it doesn't, or if there is none.
+std::string differingDefault(const inventory::Column& column, const std::string& value) {
   std::string_view rest = column.defaults;
   if (value.empty() || rest.empty() || ("|" + std::string(rest) + "|").find("|" + value + "|") != rest.npos)
     return {};
   return std::string(rest.substr(0, rest.find('|')));
 }
 
-// The fields of a site's or pool's rows in a table, but for those that say what the row is about.
+// The fields of a site's or pool's rows in a table, without those that identify it.
 class Fields {
  public:
   void addAll(const Rows& rows) {
@@ -120,9 +120,9 @@ class Fields {
     for (std::size_t at = 0; at < row.table().columns.size(); ++at) {
       const inventory::Column& each = row.table().columns[at];
       const bool isUnknown = row.isUnknown(at);
-      // Null: the format or kind of item doesn't have the column.
+      // A null means that the column does not apply.
       if (each.role == inventory::Role::kIdentity || (!isUnknown && !row.cell(at))) continue;
-      std::string value = shown(row, at);
+      std::string value = cellText(row, at);
       if (isLogFields && !isUnknown) {
         std::string& names = value == "True" || value == "Yes" ? on : off;
         names += (names.empty() ? "" : ", ") + std::string(each.name);
@@ -133,22 +133,22 @@ class Fields {
           if (!rows[other].text(at).empty()) value += ", " + escapeForTerminal(rows[other].text(at));
         }
       }
-      const std::string usual = isUnknown ? "" : otherDefault(each, value);
-      add(each.name, value.empty() ? "(empty)" : value, isUnknown, usual);
+      const std::string defaultValue = isUnknown ? "" : differingDefault(each, value);
+      add(each.name, value.empty() ? "(empty)" : value, isUnknown, defaultValue);
     }
     if (!on.empty()) add("Logged", on);
     if (!off.empty()) add("Not logged", off);
   }
 
-  // `usual` is the default of a value that differs from it.
+  // `defaultValue` is the default of a value that differs from it.
   void add(std::string_view label, const std::string& value, bool isUnknown = false,
-           const std::string& usual = {}) {
+           const std::string& defaultValue = {}) {
     data field;
     field.set("label", std::string(label));
     field.set("value", value);
-    field.set("isUnknown", flag(isUnknown));
-    field.set("isChanged", flag(!usual.empty()));
-    if (!usual.empty()) field.set("note", "default " + usual);
+    field.set("isUnknown", toFlag(isUnknown));
+    field.set("isChanged", toFlag(!defaultValue.empty()));
+    if (!defaultValue.empty()) field.set("note", "default " + defaultValue);
     list.push_back(field);
   }
 
@@ -161,11 +161,11 @@ void addGroup(const ServerData& server, data& groups, const Tab& tab, const Rows
   Fields fields;
   result.set("title", std::string(tab.title));
   if (rows.empty()) {
-    const std::string why = whyMissing(server, tab.table, kind, object);
+    const std::string why = missingReason(server, tab.table, kind, object);
     result.set("missing", why.empty() ? "Nothing is stored here." : why);
   } else if (tab.table == kAddresses) {
-    const std::string who = access(rows, kSiteAccess);
-    fields.add("Who may come in", who, who == "not known");
+    const std::string clients = allowedClients(rows, kSiteAccess);
+    fields.add("Allowed clients", clients, clients == "not known");
   } else {
     fields.addAll(rows);
   }
@@ -183,7 +183,7 @@ void addGroup(const ServerData& server, data& groups, const Tab& tab, const Rows
   groups.push_back(result);
 }
 
-data marksOf(const Marks& rules) {
+data toMarks(const Marks& rules) {
   data marks{data::type::list};
   for (const Rule* const rule : rules) {
     data mark;
@@ -197,12 +197,12 @@ std::string pathOf(const DataRow& directory) {
   return inventory::folded(directory.text(kParentPath) + "/" + directory.text(kDirectoryName));
 }
 
-std::string directory(const ServerData& server, const DataRow& row, bool withPath) {
+std::string renderDirectory(const ServerData& server, const DataRow& row, bool withPath) {
   data entry;
   const std::string name = row.text(kDirectoryName);
   entry.set("name", escapeForTerminal(withPath ? row.text(kParentPath) + "/" + name : name));
-  entry.set("path", shown(row, kPath));
-  entry.set("isPathUnknown", flag(row.isUnknown(kPath)));
+  entry.set("path", cellText(row, kPath));
+  entry.set("isPathUnknown", toFlag(row.isUnknown(kPath)));
   std::string rights;
   const auto add = [&](ColumnRef right, const char* word) {
     const std::string value = row.isUnknown(right) ? "?" : row.text(right);
@@ -213,14 +213,14 @@ std::string directory(const ServerData& server, const DataRow& row, bool withPat
   add(kWrite, "write");
   add(kLogVisits, "logged");
   entry.set("rights", rights.empty() ? "no access" : rights);
-  entry.set("mayWrite", flag(!row.isUnknown(kWrite) && row.text(kWrite) == "Yes"));
+  entry.set("mayWrite", toFlag(!row.isUnknown(kWrite) && row.text(kWrite) == "Yes"));
   const std::int64_t object = row.objectId();
   const Rows addresses = object == 0 ? Rows() : server.rowsOf(kDirectoryAddresses, object);
   if (!addresses.empty()) {
-    const std::string who = access(addresses, kDirectoryAccess);
-    entry.set("who", who);
-    entry.set("isWhoUnknown", flag(who == "not known"));
-    if (who == "not known") {
+    const std::string clients = allowedClients(addresses, kDirectoryAccess);
+    entry.set("clients", clients);
+    entry.set("isClientsUnknown", toFlag(clients == "not known"));
+    if (clients == "not known") {
       const auto reasons = server.reasons(inventory::tables()[kDirectoryAddresses].name, object);
       if (!reasons.empty()) entry.set("reason", escapeForTerminal(reasons.front()));
     }
@@ -228,15 +228,15 @@ std::string directory(const ServerData& server, const DataRow& row, bool withPat
   return render(parts::directory, entry);
 }
 
-// Directories as nested lists.
-std::string tree(const ServerData& server, const Rows& rows) {
+// Renders directories as nested lists.
+std::string renderTree(const ServerData& server, const Rows& rows) {
   std::unordered_map<std::string, std::vector<std::size_t>> children;
-  std::set<std::string> there;
-  for (const DataRow& row : rows) there.insert(pathOf(row));
+  std::set<std::string> paths;
+  for (const DataRow& row : rows) paths.insert(pathOf(row));
   std::vector<std::pair<std::size_t, std::size_t>> open;  // row and depth, the next one last
   for (std::size_t at = rows.size(); at > 0; --at) {
     const std::string parent = inventory::folded(rows[at - 1].text(kParentPath));
-    if (there.contains(parent)) {
+    if (paths.contains(parent)) {
       children[parent].push_back(at - 1);
     } else {
       open.emplace_back(at - 1, 1);
@@ -255,7 +255,7 @@ std::string tree(const ServerData& server, const Rows& rows) {
       html += depth == 0 ? "<ul class=\"tree\">" : "<ul>";
       depth = drawn;
     }
-    html += "\n<li>" + directory(server, rows[at], level > kMaxDepth);
+    html += "\n<li>" + renderDirectory(server, rows[at], level > kMaxDepth);
     if (const auto below = children.find(pathOf(rows[at])); below != children.end()) {
       for (const std::size_t child : below->second) open.emplace_back(child, level + 1);
     }
@@ -264,10 +264,10 @@ std::string tree(const ServerData& server, const Rows& rows) {
   return html + "\n";
 }
 
-// Stands for the address and the port together.
+// A column index for the address and the port together.
 constexpr std::size_t kAddressAndPort = SIZE_MAX;
 
-std::string table(const char* part, const Rows& rows, std::initializer_list<std::size_t> columns) {
+std::string renderTable(const char* part, const Rows& rows, std::initializer_list<std::size_t> columns) {
   data page, list{data::type::list};
   for (const DataRow& row : rows) {
     data entry, cells{data::type::list};
@@ -277,11 +277,11 @@ std::string table(const char* part, const Rows& rows, std::initializer_list<std:
         const bool isPortUnknown = row.isUnknown(kApplicationPort);
         const bool hasPort = isPortUnknown || !row.text(kApplicationPort).empty();
         cell.set("value",
-                 shown(row, kApplicationAddress) + (hasPort ? ":" + shown(row, kApplicationPort) : ""));
-        cell.set("isUnknown", flag(row.isUnknown(kApplicationAddress) || isPortUnknown));
+                 cellText(row, kApplicationAddress) + (hasPort ? ":" + cellText(row, kApplicationPort) : ""));
+        cell.set("isUnknown", toFlag(row.isUnknown(kApplicationAddress) || isPortUnknown));
       } else {
-        cell.set("value", shown(row, each));
-        cell.set("isUnknown", flag(row.isUnknown(each)));
+        cell.set("value", cellText(row, each));
+        cell.set("isUnknown", toFlag(row.isUnknown(each)));
       }
       cells.push_back(cell);
     }
@@ -294,15 +294,15 @@ std::string table(const char* part, const Rows& rows, std::initializer_list<std:
 
 }  // namespace
 
-std::string whyMissing(const ServerData& server, std::size_t table, ObjectKind kind, std::int64_t object) {
+std::string missingReason(const ServerData& server, std::size_t table, ObjectKind kind, std::int64_t object) {
   const std::string_view name = inventory::tables()[table].name;
   if (!server.isCollected(name, kind, object)) return "Not collected.";
   const std::vector<std::string> reasons = server.reasons(name, object);
   return reasons.empty() ? "" : "Not known: " + escapeForTerminal(reasons.front());
 }
 
-std::string missingParagraph(const std::string& whyMissing, const std::string& none) {
-  if (!whyMissing.empty()) return "<p class=\"unknown\">" + escaped(whyMissing) + "</p>\n";
+std::string missingParagraph(const std::string& reason, const std::string& none) {
+  if (!reason.empty()) return "<p class=\"unknown\">" + escapeHtml(reason) + "</p>\n";
   return none.empty() ? "" : "<p class=\"faint\">" + none + "</p>\n";
 }
 
@@ -321,20 +321,21 @@ std::string ItemBlocks::site(const DataRow& site, const std::string& id, const M
   const std::int64_t object = site.objectId();
   data page, groups{data::type::list};
   page.set("anchor", id);
-  page.set("name", site.text(kSiteName).empty() ? "(no name)" : shown(site, kSiteName));
+  page.set("name", site.text(kSiteName).empty() ? "(no name)" : cellText(site, kSiteName));
   page.set("identifier", "site " + escapeForTerminal(site.text(kIdentifier)));
-  page.set("marks", marksOf(marks));
+  page.set("marks", toMarks(marks));
   for (const Tab& tab : kSiteTabs) {
     const Rows rows = data_.rowsOf(tab.table, object);
     if (tab.table == kGeneral && !rows.empty()) {
       const DataRow& row = rows.front();
-      page.set("address", shown(row, kAddress) + ":" + shown(row, kPort) + ", " + shown(row, kState));
+      page.set("address",
+               cellText(row, kAddress) + ":" + cellText(row, kPort) + ", " + cellText(row, kState));
     }
     addGroup(data_, groups, tab, rows, ObjectKind::kSite, object);
   }
   page.set("groups", groups);
   const std::string list = directories(site);
-  page.set("hasTable", flag(!list.empty()));
+  page.set("hasTable", toFlag(!list.empty()));
   page.set("tableTitle", "Virtual directories");
   page.set("table", list);
   return render(parts::site, page);
@@ -342,8 +343,8 @@ std::string ItemBlocks::site(const DataRow& site, const std::string& id, const M
 
 std::string ItemBlocks::directories(const DataRow& site) const {
   const auto found = directories_.find(site.text(kIdentifier));
-  if (found != directories_.end()) return tree(data_, found->second);
-  return missingParagraph(whyMissing(data_, kDirectories, ObjectKind::kDirectory, site.objectId()), "");
+  if (found != directories_.end()) return renderTree(data_, found->second);
+  return missingParagraph(missingReason(data_, kDirectories, ObjectKind::kDirectory, site.objectId()), "");
 }
 
 std::string ItemBlocks::pool(const DataRow& pool, const std::string& id, const Marks& marks) const {
@@ -351,14 +352,14 @@ std::string ItemBlocks::pool(const DataRow& pool, const std::string& id, const M
   data page, groups{data::type::list};
   page.set("anchor", id);
   page.set("name", escapeForTerminal(pool.text(kPoolName)));
-  page.set("marks", marksOf(marks));
+  page.set("marks", toMarks(marks));
   for (const Tab& tab : kPoolTabs) {
     const Rows rows = data_.rowsOf(tab.table, object);
-    if (tab.table == kGeneral && !rows.empty()) page.set("address", shown(rows.front(), kState));
+    if (tab.table == kGeneral && !rows.empty()) page.set("address", cellText(rows.front(), kState));
     addGroup(data_, groups, tab, rows, ObjectKind::kPool, object);
   }
   page.set("groups", groups);
-  page.set("hasTable", flag(true));
+  page.set("hasTable", toFlag(true));
   page.set("tableTitle", "Applications");
   page.set("table", applications(pool));
   return render(parts::site, page);
@@ -367,26 +368,28 @@ std::string ItemBlocks::pool(const DataRow& pool, const std::string& id, const M
 std::string ItemBlocks::applications(const DataRow& pool) const {
   const auto found = applications_.find(inventory::folded(pool.text(kPoolName)));
   if (found == applications_.end()) {
-    return missingParagraph(whyMissing(data_, kApplications, ObjectKind::kApplication, pool.objectId()),
+    return missingParagraph(missingReason(data_, kApplications, ObjectKind::kApplication, pool.objectId()),
                             "None.");
   }
-  constexpr auto place = [](ColumnRef each) { return std::size_t{each.column}; };
-  return table(parts::applications, found->second,
-               {place(column("tblAppliedObject", "Object name")),
-                place(column("tblAppliedObject", "Object type")), kAddressAndPort,
-                place(column("tblAppliedObject", "State")), place(column("tblAppliedObject", "Local path"))});
+  constexpr auto index = [](ColumnRef each) { return std::size_t{each.column}; };
+  return renderTable(
+      parts::applications, found->second,
+      {index(column("tblAppliedObject", "Object name")), index(column("tblAppliedObject", "Object type")),
+       kAddressAndPort, index(column("tblAppliedObject", "State")),
+       index(column("tblAppliedObject", "Local path"))});
 }
 
 std::string ItemBlocks::extensions() const {
   Rows rows;
   for (std::size_t at = 0; at < data_.rowCount(kExtensions); ++at) rows.push_back(data_.row(kExtensions, at));
   if (rows.empty()) return "";
-  constexpr auto place = [](ColumnRef each) { return std::size_t{each.column}; };
-  return table(parts::extensions, rows,
-               {place(column("tblWSExtension", "Web service extension")),
-                place(column("tblWSExtension", "Description")), place(column("tblWSExtension", "Status")),
-                place(column("tblWSExtension", "Required files path")),
-                place(column("tblWSExtension", "File access"))});
+  constexpr auto index = [](ColumnRef each) { return std::size_t{each.column}; };
+  return renderTable(
+      parts::extensions, rows,
+      {index(column("tblWSExtension", "Web service extension")),
+       index(column("tblWSExtension", "Description")), index(column("tblWSExtension", "Status")),
+       index(column("tblWSExtension", "Required files path")),
+       index(column("tblWSExtension", "File access"))});
 }
 
 }  // namespace host

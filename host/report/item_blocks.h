@@ -1,4 +1,4 @@
-// The blocks of a report's page about the sites, pools and extensions of one server, in HTML.
+// Renders the blocks of the report about the sites, pools and extensions of one server.
 #pragma once
 
 #include <cstdint>
@@ -11,25 +11,25 @@
 
 namespace host {
 
-// The rules that hold for an object.
+// The rules with findings on an object.
 using Marks = std::vector<const Rule*>;
 
-// "Not collected.", "Not known: ..." with the first reason, or empty if there are no rows of a table about an
-// object because there is nothing. An object of 0 means any.
-std::string whyMissing(const inventory::ServerData& data, std::size_t table, inventory::ObjectKind kind,
-                       std::int64_t object);
-// The same as a paragraph; `none` means nothing.
-std::string missingParagraph(const std::string& whyMissing, const std::string& none);
+// Explains why a table has no rows about an object: "Not collected.", "Not known: ..." with the first reason,
+// or empty if there is nothing to list. An object of 0 means any.
+std::string missingReason(const inventory::ServerData& data, std::size_t table, inventory::ObjectKind kind,
+                          std::int64_t object);
+// Returns a missingReason() as a paragraph, or `none` if it is empty.
+std::string missingParagraph(const std::string& reason, const std::string& none);
 
 class ItemBlocks {
  public:
   explicit ItemBlocks(const inventory::ServerData& data);
 
-  // A site or pool with all its tabs. `row` is the one that lists it, `id` the block's anchor.
+  // Return the block of a site or pool with all its tabs. `row`: the one that lists it. `id`: the anchor.
   std::string site(const inventory::DataRow& row, const std::string& id, const Marks& marks) const;
   std::string pool(const inventory::DataRow& row, const std::string& id, const Marks& marks) const;
 
-  // The table of the extensions; empty if there are none.
+  // Returns the table of the extensions; empty if there are none.
   std::string extensions() const;
 
  private:

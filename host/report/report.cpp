@@ -40,7 +40,7 @@ using inventory::ObjectKind;
 using inventory::ServerData;
 using kainjow::mustache::data;
 
-constexpr std::size_t kMaxLinks = 40;       // to servers behind a bar
+constexpr std::size_t kMaxLinks = 40;       // to servers, per rule
 constexpr std::size_t kMaxProblems = 2000;  // of one server
 
 constexpr std::size_t kSites = inventory::table("tblFTPSiteInfo");
@@ -67,14 +67,14 @@ void forEachRow(const ServerData& server, std::size_t table, const Each& each) {
   for (std::size_t at = 0; at < server.rowCount(table); ++at) each(server.row(table, at));
 }
 
-// The drive or share that a path is on.
+// Returns the drive or share that a path is on.
 std::string rootOf(const std::string& path) {
   if (!path.starts_with("\\\\")) return path.substr(0, path.size() > 1 && path[1] == ':' ? 2 : path.size());
   const std::size_t server = path.find('\\', 2);
   return path.substr(0, server == path.npos ? path.npos : path.find('\\', server + 1));
 }
 
-// The sections of the servers, which follow a head that depends on all of them.
+// Stores the sections of the servers until the head of the page, which depends on all of them, is written.
 class SectionsFile {
  public:
   SectionsFile() : output_(file_.descriptor(), "a temporary file") {}
@@ -95,26 +95,30 @@ class SectionsFile {
   Output output_;
 };
 
-// What a server adds to the head of the page.
-struct Summary {
+// A server's counts for the head of the page.
+struct ServerSummary {
   std::vector<Counts> counts;  // by rule
   std::int64_t sites = 0;
   std::int64_t pools = 0;
 };
 
-// The section of one server.
+// Writes the section of one server.
 class ServerSection {
  public:
-  // `place`: of the server in the findings.
-  ServerSection(const ServerData& server, Findings& findings, std::size_t place, std::string anchor,
+  // `findingsIndex`: index of the server in the findings.
+  ServerSection(const ServerData& server, Findings& findings, std::size_t findingsIndex, std::string anchor,
                 Output& output)
-      : server_(server), findings_(findings), place_(place), anchor_(std::move(anchor)), output_(output) {
+      : server_(server),
+        findings_(findings),
+        findingsIndex_(findingsIndex),
+        anchor_(std::move(anchor)),
+        output_(output) {
     summary_.counts.resize(findings.rules().size());
     summary_.sites = static_cast<std::int64_t>(server.rowCount(kSites));
     summary_.pools = static_cast<std::int64_t>(server.rowCount(kPools));
   }
 
-  Summary write() {
+  ServerSummary write() {
     writeFindings();
     writePoolDrawing();
     writeContentDrawing();
@@ -144,18 +148,18 @@ class ServerSection {
   void writeHeading(const std::string& title, std::size_t table, ObjectKind kind) {
     const std::size_t count = server_.rowCount(table);
     output_.write("<h3>" + title + " <span class=\"faint\">" + std::to_string(count) + "</span></h3>\n");
-    if (count == 0) output_.write(missingParagraph(whyMissing(server_, table, kind, 0), "None."));
+    if (count == 0) output_.write(missingParagraph(missingReason(server_, table, kind, 0), "None."));
   }
 
   void writeFindings() {
     data unevaluated{data::type::list};
-    std::string findings, ofRule;
+    std::string findings, ruleRows;
     const Rule* rule = nullptr;
     const auto closeRule = [&] {
-      if (!ofRule.empty()) findings += ruleStart(*rule) + ofRule + parts::rule_end;
-      ofRule.clear();
+      if (!ruleRows.empty()) findings += ruleStart(*rule) + ruleRows + parts::rule_end;
+      ruleRows.clear();
     };
-    findings_.forEachOf(place_, [&](const Result& result) {
+    findings_.forEachOf(findingsIndex_, [&](const Result& result) {
       if (const Rule* const next = &findings_.rules()[result.rule]; next != rule) {
         closeRule();
         rule = next;
@@ -163,7 +167,7 @@ class ServerSection {
       summary_.counts[result.rule].add(result);
       if (result.isFinding()) {
         if (result.ignored == nullptr) marks_[result.objectId].push_back(rule);
-        ofRule += findingRow(result);
+        ruleRows += findingRow(result);
         return;
       }
       data entry;
@@ -185,9 +189,10 @@ class ServerSection {
     output_.write(render(parts::unevaluated, rest));
   }
 
-  // How many rules pass, fail and so on; each counts once.
+  // Returns how many rules passed, failed and so on. Each rule counts once.
   std::string ruleCounts() const {
-    if (place_ >= findings_.servers().size()) return "Not evaluated: it was collected again meanwhile.";
+    if (findingsIndex_ >= findings_.servers().size())
+      return "Not evaluated: collected again while the report was written.";
     std::int64_t failed = 0, suppressed = 0, unknown = 0, notCollected = 0;
     for (const Counts& counts : summary_.counts) {
       if (counts.findings > 0) {
@@ -257,18 +262,18 @@ class ServerSection {
   void writePoolDrawing() {
     Drawing pools;
     forEachRow(server_, kPools, [&](const DataRow& pool) {
-      const std::size_t place = pools.left(pool.text(kPoolName));
-      if (!whyMissing(server_, kApplications, ObjectKind::kApplication, pool.objectId()).empty())
-        pools.leaveOpen(place);
+      const std::size_t place = pools.addLeft(pool.text(kPoolName));
+      if (!missingReason(server_, kApplications, ObjectKind::kApplication, pool.objectId()).empty())
+        pools.markUnknown(place);
     });
     forEachRow(server_, kApplications, [&](const DataRow& row) {
       const std::string path = row.isUnknown(kLocalPath) ? "" : row.text(kLocalPath);
-      pools.join(pools.left(row.text(kApplicationPool)),
-                 pools.right(row.text(kApplicationName) + (path.empty() ? "" : " \u2013 " + path),
-                             path.starts_with("\\\\") ? "share" : ""));
+      pools.connect(pools.addLeft(row.text(kApplicationPool)),
+                    pools.addRight(row.text(kApplicationName) + (path.empty() ? "" : " \u2013 " + path),
+                                   path.starts_with("\\\\") ? "share" : ""));
     });
     if (!pools.empty())
-      output_.write(pools.html("Application pools and what they serve; a network share is coloured"));
+      output_.write(pools.render("Application pools and their applications (network shares are coloured)"));
   }
 
   void writeContentDrawing() {
@@ -276,26 +281,25 @@ class ServerSection {
     std::unordered_map<std::string, std::size_t> sites;
     forEachRow(server_, kSites, [&](const DataRow& site) {
       const std::string id = site.text(kIdentifier);
-      sites[id] = content.left(id + " \u2013 " + site.text(kSiteName));
+      sites[id] = content.addLeft(id + " \u2013 " + site.text(kSiteName));
     });
-    const auto join = [&](ColumnRef identifier, ColumnRef pathColumn, ColumnRef write) {
+    const auto connect = [&](ColumnRef identifier, ColumnRef pathColumn, ColumnRef write) {
       forEachRow(server_, identifier.table, [&](const DataRow& row) {
         const auto site = sites.find(row.text(identifier));
         const std::string path = row.text(pathColumn);
         if (site == sites.end() || row.isUnknown(pathColumn) || path.empty()) return;
         const std::string root = rootOf(path);
-        content.join(site->second, content.right(root, root.starts_with("\\\\") ? "share" : ""),
-                     !row.isUnknown(write) && row.text(write) == "Yes");
+        content.connect(site->second, content.addRight(root, root.starts_with("\\\\") ? "share" : ""),
+                        !row.isUnknown(write) && row.text(write) == "Yes");
       });
     };
-    join(column("tblHomeDirectorySetting", "Identifier"), column("tblHomeDirectorySetting", "Path"),
-         column("tblHomeDirectorySetting", "Write"));
-    join(column("tblvirtualDirectory", "Identifier"), column("tblvirtualDirectory", "Path"),
-         column("tblvirtualDirectory", "Write"));
+    connect(column("tblHomeDirectorySetting", "Identifier"), column("tblHomeDirectorySetting", "Path"),
+            column("tblHomeDirectorySetting", "Write"));
+    connect(column("tblvirtualDirectory", "Identifier"), column("tblvirtualDirectory", "Path"),
+            column("tblvirtualDirectory", "Write"));
     if (!content.empty())
-      output_.write(content.html(
-          "FTP sites and the drives and shares that their directories lead to; a red line: may be "
-          "written to"));
+      output_.write(
+          content.render("FTP sites and the drives and shares of their directories (red lines: writable)"));
   }
 
   void writeProblems() {
@@ -309,32 +313,32 @@ class ServerSection {
       char number[16] = "";
       if (problem.number)
         std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
-      entry.set("where", escapeForTerminal(problem.node.empty() ? item : problem.node));
+      entry.set("location", escapeForTerminal(problem.node.empty() ? item : problem.node));
       entry.set("table", escapeForTerminal(problem.table));
       entry.set("property", escapeForTerminal(problem.property));
       entry.set("number", number);
       entry.set("message", escapeForTerminal(problem.message));
-      entry.set("isNote", flag(problem.isNote));
+      entry.set("isNote", toFlag(problem.isNote));
       list.push_back(entry);
     }
     page.set("rows", list);
     if (problems.size() > kMaxProblems) {
       page.set("more", numbered("The first ", kMaxProblems) + numbered(" of ", problems.size()) +
-                           "; 'iisinventory show Problems' has them all.");
+                           "; list all: iisinventory show Problems.");
     }
     output_.write(render(parts::problems, page));
   }
 
   const ServerData& server_;
   Findings& findings_;
-  const std::size_t place_;
+  const std::size_t findingsIndex_;
   const std::string anchor_;
   Output& output_;
-  Summary summary_;
+  ServerSummary summary_;
   std::unordered_map<std::int64_t, Marks> marks_;  // by object
 };
 
-// A rule in the overview.
+// A rule's counts for the overview.
 struct RuleSummary {
   std::int64_t findings = 0;
   std::size_t servers = 0;  // with findings
@@ -342,7 +346,7 @@ struct RuleSummary {
   data links{data::type::list};
 };
 
-// The page. Servers are added one by one; what comes before their sections needs to know all of them.
+// Builds the page. Servers are added one by one; write() then writes all of it.
 class Page {
  public:
   Page(SectionsFile& sections, Findings& findings, std::string profile)
@@ -350,16 +354,17 @@ class Page {
         findings_(findings),
         profile_(std::move(profile)),
         rules_(findings.rules().size()) {
-    for (std::size_t at = 0; at < findings.servers().size(); ++at) places_[findings.servers()[at].id] = at;
+    for (std::size_t at = 0; at < findings.servers().size(); ++at)
+      findingsIndexes_[findings.servers()[at].id] = at;
   }
 
   void add(const ServerData& server) {
     const std::string anchor = numbered("server-", ++servers_);
     name_ = server.server();
-    // A server that was collected again meanwhile has its findings in the next report.
-    const auto found = places_.find(server.info().id);
-    const std::size_t place = found == places_.end() ? places_.size() : found->second;
-    const Summary summary = ServerSection(server, findings_, place, anchor, sections_.output()).write();
+    // A server that was collected again after the evaluation has no findings here.
+    const auto found = findingsIndexes_.find(server.info().id);
+    const std::size_t place = found == findingsIndexes_.end() ? findingsIndexes_.size() : found->second;
+    const ServerSummary summary = ServerSection(server, findings_, place, anchor, sections_.output()).write();
     sites_ += summary.sites;
     pools_ += summary.pools;
     std::int64_t findings = 0;
@@ -429,7 +434,7 @@ class Page {
             collection.selection.empty() ? "everything" : escapeForTerminal(collection.selection));
     row.set("rows", std::to_string(collection.rows));
     row.set("problems", std::to_string(collection.problems));
-    row.set("hasProblems", flag(collection.problems > 0));
+    row.set("hasProblems", toFlag(collection.problems > 0));
     row.set("findings", std::to_string(findings));
     serverRows_ += render(parts::server_row, row);
   }
@@ -450,11 +455,11 @@ class Page {
     }
     const bool isComplete =
         std::ranges::all_of(rules_, [](const RuleSummary& each) { return each.unevaluated == 0; });
-    page.set("chosen", profile_.empty() ? "those that options chose"
-                                        : "those of the profile " + escapeForTerminal(profile_));
-    page.set("lead", all > 0      ? "Matches per rule; evidence is under each server."
-                     : isComplete ? "No findings."
-                                  : "No findings in what could be evaluated.");
+    page.set("selection",
+             profile_.empty() ? "selected by options" : "profile " + escapeForTerminal(profile_));
+    page.set("summary", all > 0      ? "Matches per rule; evidence is under each server."
+                        : isComplete ? "No findings."
+                                     : "No findings in what could be evaluated.");
     page.set("barTitle", servers_ == 1 ? "Server" : "Servers");
     page.set("rules", list);
     output.write(render(parts::overview, page));
@@ -465,7 +470,7 @@ class Page {
     entry.set("title", rule.title);
     entry.set("why", rule.why);
     entry.set("count", std::to_string(summary.findings));
-    entry.set("isNone", flag(summary.findings == 0));
+    entry.set("isNone", toFlag(summary.findings == 0));
     if (summary.findings > 0) {
       entry.set("bar", std::to_string(std::max<std::int64_t>(2, 160 * summary.findings / most)));
       entry.set("barLabel", pluralize(summary.findings, "finding", "findings"));
@@ -480,9 +485,10 @@ class Page {
   SectionsFile& sections_;
   Findings& findings_;
   const std::string profile_;
-  std::unordered_map<std::int64_t, std::size_t> places_;  // of servers in the findings, by collection
+  std::unordered_map<std::int64_t, std::size_t>
+      findingsIndexes_;  // of servers in the findings, by collection
   std::size_t servers_ = 0;
-  std::string name_;  // of the latest
+  std::string name_;  // of the latest server
   std::int64_t sites_ = 0;
   std::int64_t pools_ = 0;
   std::string serverRows_;

@@ -22,7 +22,8 @@ struct ReportOptions {
 };
 
 // Writes one self-contained HTML page about servers. A file is written completely or not changed. Throws
-// inventory::Error, std::runtime_error, and UsageError for an unknown server.
+// inventory::Error if the inventory cannot be read, std::runtime_error if the page cannot be written,
+// RuleError for a rule that fails, and UsageError for an unknown server.
 void report(const ReportOptions& options, Output& output);
 
 }  // namespace host
