@@ -266,7 +266,7 @@ TEST_F(Findings, DetermineTheExitStatus) {
       {{"--profile", "migration", "--rule", "pool-local-system"}, 2, "no rule matches these options"},
       {{"--profile", "defalt"}, 2, "default"},
       {{"--no-builtin"}, 2, "--no-builtin needs --rules"},
-      {{"--format", "xml"}, 2, "the format 'xml'"},
+      {{"--format", "xml"}, 2, "unknown format 'xml'"},
       {{"--output", path("findings")}, 2, "unknown format"},
   };
   for (const auto& [arguments, status, words] : cases) run(arguments, status, words);
@@ -357,7 +357,7 @@ TEST_F(Findings, AreSuppressedByIgnoreFiles) {
       {"0123 |  | why", "line 2: '0123' is neither"},
       {"stopped: WEB01/* | soon | why", "'soon' is not a date"},
       {"stopped: WEB01/* | 2026-12-31 | ", "the reason is missing"},
-      {"stopped: WEB01/*", "line 2: it is not"}};
+      {"stopped: WEB01/*", "line 2: expected"}};
   for (const auto& [line, words] : malformed)
     run({"--ignore-file", folder_.file("bad.ignore", std::string("#\n") + line)}, 2, words);
   run({"--ignore-file", path("none.ignore")}, 2, "it does not exist");

@@ -388,8 +388,8 @@ TEST_F(MetabaseTest, ContinuesAfterParseWarnings) {
 <IIsFtpService Location='/LM/MsFtpSvc'/>)");
   const auto snapshot = platform::metabase::snapshotOf(u"Web01");
   std::string all = "\n";
-  for (const Metabase::ParseWarning& oddity : snapshot->warnings())
-    all += snapshot->describe(oddity, u"S") + "\n";
+  for (const Metabase::ParseWarning& warning : snapshot->warnings())
+    all += snapshot->describe(warning, u"S") + "\n";
   EXPECT_EQ(all, R"(
 MetaBase.xml, line 4: the element "IIsFtpServer" has no Location
 MetaBase.xml, line 4: unexpected text inside "MBProperty"

@@ -119,7 +119,7 @@ TEST_F(Sources, FindsMetabasesInArchivesAsInFolders) {
     SCOPED_TRACE(ending);
     fs::remove(path("inventory.db"));
     writeArchive(path("THREE" + ending), members);
-    collect({path("THREE" + ending)}, 0, "and not " + path("THREE" + ending) + ":ONE/History/old.xml");
+    collect({path("THREE" + ending)}, 0, "ignoring " + path("THREE" + ending) + ":ONE/History/old.xml");
     EXPECT_EQ(servers(), (Strings{"ONE", "THREE", "TWO"}));
   }
   EXPECT_FALSE(fs::exists(folder_.path().parent_path() / "TWO"));
@@ -220,7 +220,8 @@ TEST_F(Sources, ReportsParseWarningsAndCollects) {
             "3");
   EXPECT_EQ(database.value("select Node from Problems where Message like '%Custom%'"),
             "IIS://ODD/MSFTPSVC/1");
-  EXPECT_EQ(database.value("select Node || ',' || Property from Problems where Message like '%twice%'"),
+  EXPECT_EQ(database.value(
+                "select Node || ',' || Property from Problems where Message like '%duplicate property%'"),
             "IIS://ODD/W3SVC,AppPoolId");
   const std::string log = test::contents(path("ODD.log"));
   EXPECT_NE(log.find("\tMetabase                                \tcheck    "), std::string::npos);

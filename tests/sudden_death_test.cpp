@@ -157,7 +157,7 @@ TEST_F(SuddenDeath, IsCleanedUpByTheNextRun) {
     ASSERT_NE(test::contents(journal_)[0], '\0');
     if (shows) {
       fs::permissions(database_.parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
-      test::runExpecting(folder_, {"show", "--database", database_.string()}, 2, "has been killed",
+      test::runExpecting(folder_, {"show", "--database", database_.string()}, 2, "an interrupted write",
                          test::dropFileCapabilities);
       fs::permissions(database_.parent_path(), fs::perms::owner_all);
       const auto shown = test::run(folder_, {"show", "tblGeneral", "--database", database_.string()});

@@ -38,8 +38,8 @@ int check(const CheckOptions& options, Output& output) {
             pluralize(static_cast<std::int64_t>(metabase->nodeCount()), "node", "nodes") +
             (places == 0 ? ", no warnings" : ", " + pluralize(places, "warning", "warnings")) + "\n");
       const automation::Text name = automation::fromUtf8(server.name);
-      for (const auto& oddity : metabase->warnings()) {
-        print("  " + escapeForTerminal(metabase->describe(oddity, name)) + "\n");
+      for (const auto& warning : metabase->warnings()) {
+        print("  " + escapeForTerminal(metabase->describe(warning, name)) + "\n");
       }
       if (places > 0) status = std::max(status, 1);
     } catch (const automation::Failure& failure) {

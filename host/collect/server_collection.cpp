@@ -265,17 +265,17 @@ class ServerCollection {
   void logOddities(const platform::metabase::Metabase& metabase) {
     ObjectRef sites;
     ObjectRef pools;
-    for (const platform::metabase::Metabase::ParseWarning& oddity : metabase.warnings()) {
-      const std::string address = oddity.node ? metabase.address(*oddity.node, serverName_) : std::string();
+    for (const platform::metabase::Metabase::ParseWarning& warning : metabase.warnings()) {
+      const std::string address = warning.node ? metabase.address(*warning.node, serverName_) : std::string();
       const bool isPools = isBelow(address, "/W3SVC");
       ObjectRef& object = isPools ? pools : sites;
       if (object == nullptr) {
         object = component(isPools ? TORVINFTPAppDataCom::kAppPoolCollectionProgrammaticId
                                    : TORVINFTPAppDataCom::kFTPCollectionProgrammaticId);
       }
-      const Text message = fromUtf8(metabase.describe(oddity, serverName_));
+      const Text message = fromUtf8(metabase.describe(warning, serverName_));
       attempt(RecordContext::ofItem({}, isPools ? ObjectKind::kPool : ObjectKind::kSite, {}, {}),
-              [&] { call(object, u"WriteToLog", oddity.failureNumber, message, u"Metabase", u"check"); });
+              [&] { call(object, u"WriteToLog", warning.failureNumber, message, u"Metabase", u"check"); });
     }
   }
 

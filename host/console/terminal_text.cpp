@@ -109,6 +109,7 @@ std::vector<std::string> wrapToWidth(std::string_view text, std::size_t width) {
   std::vector<std::string> lines;
   while (fitting(text, width) < text.size()) {
     std::size_t end = std::max(fitting(text, width), characterAt(text, 0).length);
+    if (end == text.size()) break;
     std::size_t next = end;
     if (text[end] == ' ') {
       next = end + 1;

@@ -7,8 +7,8 @@
 
 namespace platform::metabase {
 
-// Reads a whole file as os::readFile() does. Throws automation::Failure with a number of this layer; the message
-// names the file.
+// Reads a whole file as os::readFile() does. Throws automation::Failure with a number of this layer; the
+// message names the file.
 os::FileBytes readFile(const std::filesystem::path& path);
 
 }  // namespace platform::metabase
