@@ -14,6 +14,9 @@ bool isTerminal(int file);
 // The width of the terminal behind a file in columns; 80 if it is unknown or there is no terminal.
 std::size_t terminalColumns(int file);
 
+// The width of a character in columns: 0, 1 or 2. The locale's character set must be UTF-8.
+std::size_t characterWidth(char32_t character);
+
 // Writes a text. Returns 0, or the error number of the failed write.
 int writeText(int file, std::string_view text) noexcept;
 

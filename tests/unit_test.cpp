@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <clocale>
 #include <set>
 #include <string>
 #include <string_view>
@@ -63,6 +64,7 @@ TEST(Selections, ContainSectionsBySideAndName) {
 }
 
 TEST(TerminalText, IsWrappedAndTruncatedByColumns) {
+  std::setlocale(LC_CTYPE, "C.UTF-8");
   EXPECT_EQ(host::displayWidth("a\u00FC\u4E2Du\u0308"), 5U);
   EXPECT_EQ(host::cutToWidth("abc", 3) + host::cutToWidth("abc", 0) + host::cutToWidth("", 0), "abc");
   EXPECT_EQ(host::cutToWidth("abcd", 3), "ab\u2026");
@@ -72,6 +74,7 @@ TEST(TerminalText, IsWrappedAndTruncatedByColumns) {
       {"one two three", 7, {"one two", "three"}},
       {"one two", 3, {"one", "two"}},
       {"unbroken x", 4, {"unbr", "oken", "x"}},
+      {"\u4E2D", 1, {"\u4E2D"}},
       {"\u4E2D\u4E2D\u4E2D", 4, {"\u4E2D\u4E2D", "\u4E2D"}}};
   for (const auto& [text, width, expected] : wrapped)
     EXPECT_EQ(host::wrapToWidth(text, width), expected) << text;

@@ -4,13 +4,8 @@
 #include "host/cli/command_options.h"
 #include "host/cli/rule_options.h"
 #include "host/console/suggestion.h"
-#include "host/console/text.h"
-#include "host/query/findings_output.h"
-#include "host/query/retry.h"
-#include "host/query/servers.h"
+#include "host/query/findings_run.h"
 #include "inventory/names.h"
-#include "os/new_file.h"
-#include "os/termination_signals.h"
 
 namespace host {
 namespace {
@@ -31,8 +26,6 @@ constexpr const char* kFooter =
     "  iisinventory findings -d inventory.db --output out.sarif --fail-on high\n"
     "  iisinventory findings -d inventory.db --write-ignore inventory.db.ignore";
 
-constexpr std::string_view kAny = "any";
-
 struct Raw {
   DatabaseArguments database;
   RawRules rules;
@@ -42,30 +35,9 @@ struct Raw {
   bool strict = false;
 };
 
-struct Request {
-  std::string database;
-  inventory::Access access;
-  std::vector<std::string> servers;
-  std::string at;
-  std::vector<Rule> rules;
-  FindingsOptions options;
-  bool isComplete = false;  // includes all servers and rules
-};
-
-// A condition of --fail-on: a severity, or a pattern of ids.
-struct FailOn {
-  std::string text;
-  std::optional<Severity> severity;
-
-  bool matches(const Rule& rule) const {
-    if (severity) return rule.severity >= *severity;
-    return inventory::sameName(text, kAny) || matchesPattern(rule.id, text);
-  }
-};
-
 std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
   std::vector<FailOn> all;
-  std::vector<std::string> known{std::string(kAny)};
+  std::vector<std::string> known{std::string(FailOn::kAny)};
   known.insert(known.end(), kSeverities.begin(), kSeverities.end());
   for (const Rule& rule : rules) known.push_back(rule.id);
   const std::vector<std::string> texts = commaSeparated(raw.failOn);
@@ -73,7 +45,7 @@ std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
   for (const std::string& text : texts) {
     const FailOn condition{text, severityOf(text)};
     const bool isKnown =
-        condition.severity || inventory::sameName(text, kAny) ||
+        condition.severity || inventory::sameName(text, FailOn::kAny) ||
         std::ranges::any_of(rules, [&](const Rule& rule) { return condition.matches(rule); });
     if (!isKnown)
       throw UsageError("--fail-on: no rule '" + text + "' is evaluated (see --profile and --rule)" +
@@ -83,136 +55,13 @@ std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
   return all;
 }
 
-// Whether a rule that an entry refers to was evaluated. A fingerprint may refer to any rule.
-bool isEvaluated(const Findings& findings, const IgnoreFile::Entry& entry) {
-  const auto isMeant = [&](const Rule& rule) {
-    return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
-  };
-  return findings.failures().empty() && std::ranges::any_of(findings.rules(), isMeant);
-}
-
-void reportEntries(const Findings& findings, bool isComplete) {
-  for (const IgnoreFile::Entry& entry : findings.ignoreFile().entries()) {
-    const std::string place = "'" + findings.ignoreFile().name() + "' line " + std::to_string(entry.line);
-    if (entry.isExpired) {
-      printError(place + " expired on " + entry.until + ": " + entry.reason);
-    } else if (!entry.hasMatched && isComplete && isEvaluated(findings, entry)) {
-      printError(place + " matches no finding of these rules: " + entry.reason);
-    }
-  }
-}
-
-// Writes the previous content and the findings that it does not ignore, or a new file with all findings.
-void writeIgnoreFile(Findings& findings, const std::string& former, Output& output) {
-  output.write(
-      !former.empty()
-          ? former
-          : "# Ignored findings: FINGERPRINT | UNTIL | REASON, or RULE: SERVER/KIND/KEY | UNTIL | REASON.\n");
-  if (!former.empty() && former.back() != '\n') output.write("\n");
-  findings.forEach([&](const Result& result) {
-    if (!result.isFinding() || (result.ignored != nullptr && !former.empty())) return;
-    const std::string fingerprint = result.data["fingerprint"], object = result.data["object_path"];
-    output.write(result.ignored != nullptr
-                     ? ignoreLine(fingerprint, result.ignored->until, result.ignored->reason)
-                     : ignoreLine(fingerprint, "", findings.rules()[result.rule].id + ": " + object));
-  });
-}
-
-// The output files, opened before the evaluation. A signal removes them.
-class OutputFiles {
- public:
-  OutputFiles(const Raw& raw, const std::string& database) {
-    for (const std::string& name : raw.outputs) add("--output", name, database);
-    if (!raw.writeIgnore.empty()) {
-      const std::filesystem::path path = add("--write-ignore", raw.writeIgnore, database);
-      std::error_code error;
-      if (std::filesystem::exists(path, error)) formerIgnores_ = readTextFile(path);
-    }
-    if (files_.empty()) return;
-    signals_.emplace();
-    signals_->await([this](int signalNumber) {
-      for (const auto& each : files_) each->file.remove();
-      os::endBySignal(signalNumber);
-    });
-  }
-
-  void write(const Raw& raw, Findings& findings) {
-    for (std::size_t at = 0; at < raw.outputs.size(); ++at) {
-      const std::string extension = std::filesystem::path(raw.outputs[at]).extension().string();
-      writeFindings(findings, findingsFormatOf(extension), raw.showSuppressed, files_[at]->output, false);
-    }
-    if (!raw.writeIgnore.empty()) {
-      if (!findings.failures().empty())
-        throw std::runtime_error("cannot write '" + raw.writeIgnore + "': a rule failed");
-      writeIgnoreFile(findings, formerIgnores_, files_.back()->output);
-    }
-    if (signals_) signals_->ignore();
-    for (const auto& each : files_) {
-      each->output.flush();
-      each->file.finish();
-    }
-  }
-
- private:
-  struct OutputFile {
-    explicit OutputFile(const std::filesystem::path& path)
-        : file(path), output(file.descriptor(), "'" + path.string() + "'") {}
-    os::NewFile file;
-    Output output;
-  };
-
-  std::filesystem::path add(const char* option, const std::string& name, const std::string& database) {
-    const std::filesystem::path path = wholePath(option, name);
-    std::error_code error;
-    if (!inventory::isOnServer(database) && std::filesystem::equivalent(path, database, error))
-      throw UsageError(std::string(option) + " '" + name + "': it is the database");
-    files_.push_back(std::make_unique<OutputFile>(path));
-    return path;
-  }
-
-  std::vector<std::unique_ptr<OutputFile>> files_;
-  std::string formerIgnores_;
-  std::optional<os::TerminationSignals> signals_;
-};
-
-int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool strict) {
-  int status = 0;
-  for (std::size_t at = 0; at < findings.rules().size(); ++at) {
-    const Rule& rule = findings.rules()[at];
-    const Counts& counts = findings.counts()[at];
-    if (std::ranges::none_of(failOn, [&](const FailOn& each) { return each.matches(rule); })) continue;
-    if (counts.findings > 0) status = 1;
-    if (counts.unknown > 0) {
-      status = 1;
-      printError("could not evaluate " + rule.id + " for " + pluralize(counts.unknown, "object", "objects"));
-    }
-    if (strict && counts.notCollected > 0) {
-      status = 1;
-      printError("not collected for " + rule.id + ": " +
-                 pluralize(counts.notCollected, "server or object", "servers and objects"));
-    }
-  }
-  return status;
-}
-
-int run(const Raw& raw, const Request& request, const std::vector<FailOn>& failOn, Output& output) {
-  OutputFiles files(raw, request.database);
-  auto evaluated = retryOnDisconnect([&] {
-    const auto inventory = inventory::openForReading(request.database, request.access);
-    inventory::Reader reader = inventory->read(reportSuccessor);
-    return evaluateRules(reader, chosenServers(reader, request.servers, request.at), request.rules,
-                         request.options);
-  });
-  Findings& findings = *evaluated;
-  for (const std::string& failure : findings.failures()) printError(failure);
-  reportEntries(findings, request.isComplete);
-  files.write(raw, findings);
-  const int status = findings.failures().empty() ? statusOf(findings, failOn, raw.strict) : 2;
-  return printed(output, status, [&] {
-    if (raw.outputs.empty() || !raw.format.empty())
-      writeFindings(findings, raw.format.empty() ? FindingsFormat::kTable : findingsFormatOf(raw.format),
-                    raw.showSuppressed, output, true);
-  });
+// The file to write. Throws UsageError if it is the database.
+std::filesystem::path fileFor(const char* option, const std::string& name, const std::string& database) {
+  const std::filesystem::path path = wholePath(option, name);
+  std::error_code error;
+  if (!inventory::isOnServer(database) && std::filesystem::equivalent(path, database, error))
+    throw UsageError(std::string(option) + " '" + name + "': it is the database");
+  return path;
 }
 
 }  // namespace
@@ -238,18 +87,27 @@ void addFindings(CLI::App& program, CommandAction& action) {
     refuseEmpty("--server", raw->servers);
     refuseEmpty("--output", raw->outputs);
     refuseEmpty("--fail-on", raw->failOn);
-    if (!raw->format.empty()) findingsFormatOf(raw->format);
-    for (const std::string& name : raw->outputs)
-      findingsFormatOf(std::filesystem::path(name).extension().string());
-    Request request{
-        raw->database.name(), raw->database.access(), raw->servers, timeOf("--at", raw->at), {}, {}, false};
+    FindingsRequest request;
+    request.database = raw->database.name();
+    request.access = raw->database.access();
+    request.servers = raw->servers;
+    request.at = timeOf("--at", raw->at);
     const RuleOptions options = ruleOptionsOf(raw->rules);
     request.rules = chooseRules(options);
     request.options = findingsOptionsOf(raw->rules, request.database);
     request.isComplete = raw->servers.empty() && raw->at.empty() && isEverything(options);
-    action = [raw, request, failOn = failOnOf(*raw, request.rules)](Output& output) {
-      return run(*raw, request, failOn, output);
-    };
+    request.failOn = failOnOf(*raw, request.rules);
+    request.strict = raw->strict;
+    request.showSuppressed = raw->showSuppressed;
+    for (const std::string& name : raw->outputs) {
+      request.outputs.push_back(fileFor("--output", name, request.database));
+      findingsFormatOf(request.outputs.back().extension().string());
+    }
+    if (!raw->writeIgnore.empty())
+      request.writeIgnore = fileFor("--write-ignore", raw->writeIgnore, request.database);
+    if (raw->outputs.empty() || !raw->format.empty())
+      request.printedFormat = raw->format.empty() ? FindingsFormat::kTable : findingsFormatOf(raw->format);
+    action = [request = std::move(request)](Output& output) { return runFindings(request, output); };
   });
 }
 

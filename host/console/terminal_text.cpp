@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "automation/text.h"
+#include "os/terminal.h"
 
 namespace host {
 namespace {
@@ -16,21 +17,12 @@ struct Range {
   char32_t last;
 };
 
-// Approximate ranges of wide and full-width characters, "East Asian Width" (Unicode Standard Annex 11).
-constexpr Range kWide[] = {{0x1100, 0x115F},  {0x2E80, 0x303E}, {0x3041, 0x4DBF},   {0x4E00, 0xA4CF},
-                           {0xA960, 0xA97F},  {0xAC00, 0xD7A3}, {0xF900, 0xFAFF},   {0xFE30, 0xFE6F},
-                           {0xFF00, 0xFF60},  {0xFFE0, 0xFFE6}, {0x1F300, 0x1F64F}, {0x1F900, 0x1F9FF},
-                           {0x20000, 0x3FFFD}};
-constexpr Range kCombining[] = {{0x0300, 0x036F}, {0x0483, 0x0489}, {0x0591, 0x05BD}, {0x064B, 0x065F},
-                                {0x1AB0, 0x1AFF}, {0x1DC0, 0x1DFF}, {0x200B, 0x200D}, {0x20D0, 0x20FF},
-                                {0xFE00, 0xFE0F}, {0xFE20, 0xFE2F}};
 // Marks and controls of writing direction, and the separators of lines and paragraphs.
 constexpr Range kActing[] = {
     {0x061C, 0x061C}, {0x200E, 0x200F}, {0x2028, 0x202E}, {0x2066, 0x206F}, {0xFEFF, 0xFEFF}};
 
-template <std::size_t count>
-bool isIn(const Range (&ranges)[count], char32_t point) {
-  return std::any_of(std::begin(ranges), std::end(ranges),
+bool actsOnTerminal(char32_t point) {
+  return std::any_of(std::begin(kActing), std::end(kActing),
                      [&](const Range& range) { return point >= range.first && point <= range.last; });
 }
 
@@ -45,19 +37,13 @@ Character characterAt(std::string_view text, std::size_t at) {
   return {point, at - begin};
 }
 
-std::size_t widthOf(char32_t point) {
-  if (point < 0x300) return 1;
-  if (isIn(kCombining, point)) return 0;
-  return isIn(kWide, point) ? 2 : 1;
-}
-
 // The position after the characters that fit.
 std::size_t fitting(std::string_view text, std::size_t width) {
   std::size_t at = 0;
   std::size_t taken = 0;
   while (at < text.size()) {
     const Character character = characterAt(text, at);
-    taken += widthOf(character.point);
+    taken += os::characterWidth(character.point);
     if (taken > width) break;
     at += character.length;
   }
@@ -79,7 +65,7 @@ std::string escapeForTerminal(std::string_view text) {
       const char32_t picture = character.point == 0x7F ? 0x21 : character.point;
       shown += "\xE2\x90";
       shown += static_cast<char>(0x80 + picture);
-    } else if ((character.point >= 0x80 && character.point < 0xA0) || isIn(kActing, character.point)) {
+    } else if ((character.point >= 0x80 && character.point < 0xA0) || actsOnTerminal(character.point)) {
       shown += kReplacement;
     } else {
       shown.append(valid, at, character.length);
@@ -93,7 +79,7 @@ std::size_t displayWidth(std::string_view text) {
   std::size_t width = 0;
   for (std::size_t at = 0; at < text.size();) {
     const Character character = characterAt(text, at);
-    width += widthOf(character.point);
+    width += os::characterWidth(character.point);
     at += character.length;
   }
   return width;

@@ -27,30 +27,4 @@ std::string cellText(const inventory::DataRow& row, std::size_t column) {
   return cell ? escapeForTerminal(*cell) : "-";
 }
 
-std::string escapeHtml(const std::string& text) {
-  std::string result;
-  for (const char c : text) {
-    switch (c) {
-      case '&':
-        result += "&amp;";
-        break;
-      case '<':
-        result += "&lt;";
-        break;
-      case '>':
-        result += "&gt;";
-        break;
-      case '"':
-        result += "&quot;";
-        break;
-      case '\'':
-        result += "&#39;";
-        break;
-      default:
-        result += c;
-    }
-  }
-  return result;
-}
-
 }  // namespace host

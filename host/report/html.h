@@ -21,7 +21,4 @@ inline std::string cellText(const inventory::DataRow& row, inventory::ColumnRef 
   return cellText(row, column.column);
 }
 
-// Escapes a text for HTML that is written without a template.
-std::string escapeHtml(const std::string& text);
-
 }  // namespace host

@@ -302,7 +302,8 @@ std::string missingReason(const ServerData& server, std::size_t table, ObjectKin
 }
 
 std::string missingParagraph(const std::string& reason, const std::string& none) {
-  if (!reason.empty()) return "<p class=\"unknown\">" + escapeHtml(reason) + "</p>\n";
+  constexpr const char* kUnknown = "<p class=\"unknown\">{{reason}}</p>\n";
+  if (!reason.empty()) return render(kUnknown, kainjow::mustache::data{"reason", reason});
   return none.empty() ? "" : "<p class=\"faint\">" + none + "</p>\n";
 }
 

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cwchar>
 
 namespace os {
 
@@ -17,6 +18,11 @@ std::size_t terminalColumns(int file) {
   winsize size{};
   if (::ioctl(file, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kDefaultColumns;
   return size.ws_col;
+}
+
+std::size_t characterWidth(char32_t character) {
+  const int width = ::wcwidth(static_cast<wchar_t>(character));
+  return width < 0 ? 1 : static_cast<std::size_t>(width);
 }
 
 int writeText(int file, std::string_view text) noexcept {
