@@ -81,7 +81,7 @@ Selection select(const std::vector<std::string>& names, const std::vector<std::s
   };
   for (const std::string& name : names) {
     if (!isKnown(name)) {
-      throw UsageError("--only: there is no tab '" + name + "'; there are: " + sectionNames());
+      throw UsageError("--only: no tab '" + name + "'; tabs: " + sectionNames());
     }
   }
 
@@ -89,14 +89,14 @@ Selection select(const std::vector<std::string>& names, const std::vector<std::s
   selection.sites = sites;
   selection.pools = pools;
   selection.isWhole = names.empty() && sites.empty() && pools.empty();
-  const auto tell = [&](const char* option, const std::vector<std::string>& values) {
+  const auto addOption = [&](const char* option, const std::vector<std::string>& values) {
     for (const std::string& value : values) {
       selection.text += (selection.text.empty() ? "" : " ") + std::string(option) + " '" + value + "'";
     }
   };
-  tell("--only", names);
-  tell("--site", sites);
-  tell("--pool", pools);
+  addOption("--only", names);
+  addOption("--site", sites);
+  addOption("--pool", pools);
   const bool filtered = !sites.empty() || !pools.empty();
   for (const Section& section : sections()) {
     const bool named = std::any_of(names.begin(), names.end(), [&](const std::string& name) {

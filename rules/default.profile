@@ -1,4 +1,4 @@
-# What is worth a look on any server.
+# Findings on any server.
 anonymous-*
 pool-local-system
 pool-no-pinging

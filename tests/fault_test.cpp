@@ -25,6 +25,10 @@ namespace {
 
 using namespace automation;
 
+std::filesystem::path pathOf(const Environment& environment) {
+  return toUtf8(environment.database);
+}
+
 // What fails during a whole call: a log, or the host's object whose operations start with the text.
 const std::string kNothing = "nothing";
 const std::string kBothLogs = "both logs";
@@ -333,25 +337,33 @@ struct Locked {
   std::shared_ptr<sqlite::Transaction> lock = nullptr;
 };
 
-// Makes a private database unable to grow: without memory, and with rows of nulls in its temporary file.
+// Makes a database unable to grow. Rows of nulls use the free space of a file; a private database has no
+// memory, and they use the beginning of its temporary file.
 class Full {
  public:
-  explicit Full(std::vector<Text> tables) : tables_(std::move(tables)) {}
+  Full(std::vector<Text> tables, Layer layer)
+      : tables_(std::move(tables)), isPrivate_(layer == Layer::kPrivate) {}
 
   void operator()(Environment& environment) {
     full_ = !full_;
     if (!full_) limitFiles(RLIM_INFINITY);
+    if (full_ && !isPrivate_) limitFiles(std::filesystem::file_size(pathOf(environment)));
     if (!full_ && !environment.fatalError().empty()) return;
     const auto database = environment.openDatabase();
-    database->execute("pragma cache_size = 1");
+    if (isPrivate_) database->execute("pragma cache_size = 1");
     for (const Text& name : tables_) {
       const std::string table = toUtf8(name);
       const char* const first = table.starts_with("tblvirtual") ? "IISPath" : "Server name";
       if (!full_) database->execute("delete from " + table + " where \"" + first + "\" is null");
-      for (int row = 0; full_ && row < 1000; ++row)
-        database->execute("insert into " + table + " default values");
+      for (int row = 0; full_ && (row < 1000 || !isPrivate_); ++row) {
+        try {
+          database->execute("insert into " + table + " default values");
+        } catch (const sqlite::Error&) {
+          break;
+        }
+      }
     }
-    if (full_) limitFiles(8 * 1024);
+    if (full_ && isPrivate_) limitFiles(8 * 1024);
   }
 
  private:
@@ -364,12 +376,26 @@ class Full {
   }
 
   std::vector<Text> tables_;
+  bool isPrivate_;
   bool full_ = false;
+};
+
+// Moves the database file away and back.
+class Gone {
+ public:
+  void operator()(Environment& environment) {
+    const std::filesystem::path path = pathOf(environment), aside = path.string() + ".aside";
+    std::filesystem::rename(gone_ ? aside : path, gone_ ? path : aside);
+    gone_ = !gone_;
+  }
+
+ private:
+  bool gone_ = false;
 };
 
 // A call that cannot save its rows ends, closes what it opened and logs the failure; rows in the database are
 // complete. A private database reports that rows may be missing.
-TEST_F(EverySingleFault, IsHandledForALockedOrFullDatabase) {
+TEST_F(EverySingleFault, IsHandledForALockedFullOrMissingDatabase) {
   platform::store::setLockWait(std::chrono::milliseconds(0));
   std::map<std::string, int> losses;
   for (const Call& call : calls()) {
@@ -381,7 +407,10 @@ TEST_F(EverySingleFault, IsHandledForALockedOrFullDatabase) {
         std::string name;
         Layer layer;
         std::function<void(Environment&)> disturb;
-      } disturbances[] = {{"full", Layer::kPrivate, Full(call.tables)}, {"locked", Layer::kFile, Locked()}};
+      } disturbances[] = {{"full, private", Layer::kPrivate, Full(call.tables, Layer::kPrivate)},
+                          {"full", Layer::kFile, Full(call.tables, Layer::kFile)},
+                          {"locked", Layer::kFile, Locked()},
+                          {"gone", Layer::kFile, Gone()}};
       for (const auto& [name, layer, disturb] : disturbances) {
         if (layer == Layer::kFile && part % 2 == 1) continue;
         SCOPED_TRACE(call.name + ", " + name + " before operation " + std::to_string(operation) + ": " +
@@ -389,7 +418,7 @@ TEST_F(EverySingleFault, IsHandledForALockedOrFullDatabase) {
         const Outcome outcome = runOnce(call, kNothing, layer, operation, operation, disturb);
         EXPECT_FALSE(outcome.threw);
         expectClosed(outcome);
-        if (outcome.rows != clean.rows) {
+        if (outcome.rows != clean.rows && name != "gone") {
           ++losses[name];
           EXPECT_NE(outcome.log + outcome.appLog, "");
           EXPECT_EQ(layer == Layer::kPrivate, outcome.fatalError != "");
@@ -402,7 +431,7 @@ TEST_F(EverySingleFault, IsHandledForALockedOrFullDatabase) {
       }
     }
   }
-  for (const char* trouble : {"locked", "full"}) EXPECT_GT(losses[trouble], 0) << trouble;
+  for (const char* trouble : {"locked", "full", "full, private"}) EXPECT_GT(losses[trouble], 0) << trouble;
 }
 
 }  // namespace

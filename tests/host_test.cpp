@@ -105,7 +105,7 @@ TEST_F(Host, RefusesWrongUsageAndCreatesNothing) {
       {{"collect", path("gone.xml"), "--database", here}, "gone: " + path("gone.xml")},
       {{"collect", "-", "--database", here}, "put a name and '='"},
       {{"collect", "A=" SAMPLES_DIRECTORY, "--database", here}, "NAME= needs exactly one metabase; found 2"},
-      {{"collect", folder_.folder("empty").string(), "--database", here}, "there is no metabase in "},
+      {{"collect", folder_.folder("empty").string(), "--database", here}, "no metabase in "},
       {{"show", "--database", here}, "there is no such file"},
       {{"show", "--database", noDatabase}, "it is not a database"},
       {{"report", "--database", foreign}, "it has no inventory"},

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sched.h>
 #include <sys/file.h>
 #include <sys/mount.h>
@@ -555,6 +556,8 @@ TEST_F(Publication, IsNotBlockedByABlockedOutput) {
   };
   const auto shows = start({"show", "tblvirtualDirectory"});
   char byte = 0;
+  pollfd readable{ends[0], POLLIN, 0};
+  while (::poll(&readable, 1, 10) == 0) ASSERT_TRUE(shows->isRunning());
   EXPECT_EQ(::read(ends[0], &byte, 1), 1);
   const int filler = ::open(("/proc/self/fd/" + std::to_string(ends[1])).c_str(), O_WRONLY | O_NONBLOCK);
   while (::write(filler, "x", 1) == 1) {
@@ -766,7 +769,7 @@ TEST_F(Publication, ReflectsTheFileAsFirstRead) {
     }
     EXPECT_EQ(rows(), expected);
     EXPECT_TRUE(value("select Kind || Message from Problems")
-                    .ends_with("has changed since it was read; the inventory shows what it held before"));
+                    .ends_with("has changed since it was read; the inventory shows its earlier contents"));
     EXPECT_EQ(value("select Problems || ' ' || Notes from Collections"), "0 1");
   }
 }

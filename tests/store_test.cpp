@@ -1,5 +1,8 @@
 // The store's objects and the database wrapper below them.
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
@@ -358,6 +361,19 @@ void expectLockWait(Database& other, const std::function<void()>& impatient,
   });
   patient();
   release.join();
+}
+
+TEST_F(Store, SavedRowsSurviveTheDeathOfTheProcess) {
+  const pid_t process = ::fork();
+  if (process == 0) {
+    const Recordset added = selectNone(connect());
+    for (int row = 0; row < 500; ++row) addRow(added, "WEB01", "saved");
+    added.addNew();
+    added.set("Site", "pending");
+    ::kill(::getpid(), SIGKILL);
+  }
+  ::waitpid(process, nullptr, 0);
+  EXPECT_EQ(rows(), Rows(500, "WEB01|saved|-"));
 }
 
 TEST_F(Store, WaitsForLocksOfOtherProcesses) {

@@ -8,7 +8,7 @@ namespace host {
 namespace {
 
 constexpr const char* kCheckFooter =
-    "Exit status: 0 no warnings, 1 warnings, 2 a file is no metabase.\n"
+    "Exit status: 0 no warnings, 1 warnings, 2 not a metabase.\n"
     "\n"
     "Example:\n"
     "  iisinventory check WEB01/MetaBase.xml";
@@ -17,7 +17,7 @@ constexpr const char* kCheckFooter =
 
 void addCheck(CLI::App& program, CommandAction& action) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App& command = *program.add_subcommand("check", "Check metabase files for errors");
+  CLI::App& command = *program.add_subcommand("check", "Check metabase files");
   command.add_option("METABASE", options->metabases, "Metabase file, folder or archive; - for stdin")
       ->required()
       ->type_name("");

@@ -39,15 +39,15 @@ const std::string kCollectFooter =
     "A collection that covers less than the one it would replace needs --replace.\n"
     "\n"
     "In a folder or an archive every metabase is found, at any depth; a server is\n"
-    "named after the nearest folder that is none of the file's usual homes (inetsrv,\n"
+    "named after the nearest folder that is not a usual location (inetsrv,\n"
     "system32, windows, History, MetaBack, C$ and the like).\n"
     "\n"
     "A database is an SQLite file, or one on a PostgreSQL server:\n"
     "postgresql://USER@HOST:PORT/NAME or service=NAME. Its password comes from\n"
     "PGPASSWORD, ~/.pgpass or a service file; the logs go to the current directory.\n"
     "\n"
-    "Exit status: 0 all of it and no problem, 1 problems, or a server that wasn't\n"
-    "published while another was, 2 nothing was published.\n"
+    "Exit status: 0 everything was published without problems, 1 problems, or a\n"
+    "server was not published, 2 nothing was published.\n"
     "\n"
     "Examples:\n"
     "  iisinventory collect WEB01/MetaBase.xml WEB02/MetaBase.xml --database all.db\n"
@@ -116,7 +116,7 @@ void addCollect(CLI::App& program, CommandAction& action) {
   command.add_flag("--replace", raw->replace, "Also replace a collection that covers more");
   command.add_option("--log-dir", raw->logDirectory, "Directory of the logs (default: the file's or .)")
       ->type_name("DIR");
-  command.add_option("--jobs", raw->jobs, "How many servers side by side (default: 1)")
+  command.add_option("--jobs", raw->jobs, "Servers to collect in parallel (default: 1)")
       ->type_name("N")
       ->check(CLI::Range(1U, kMostJobs).description(""));
   addForce(command, raw->database);

@@ -8,8 +8,8 @@ namespace host {
 namespace {
 
 constexpr const char* kCopyFooter =
-    "Copies every kept collection of the servers, in place of those that TO has of\n"
-    "them; all servers or none. Exit status: 0 all, 1 a server is missing, 2 nothing\n"
+    "Copies every kept collection of the servers, replacing those in TO; all\n"
+    "servers or none. Exit status: 0 all, 1 a server is missing, 2 nothing\n"
     "was copied, or the outcome is unknown.\n"
     "\n"
     "Examples:\n"

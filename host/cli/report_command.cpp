@@ -8,8 +8,8 @@ namespace host {
 namespace {
 
 constexpr const char* kFooter =
-    "The page needs nothing else: no network, no other file. It opens from a mail\n"
-    "and prints. Without --output it goes to the standard output.\n"
+    "The page is self-contained: it needs no network and no other file. Without\n"
+    "--output it is written to the standard output.\n"
     "\n"
     "Examples:\n"
     "  iisinventory report -d inventory.db -o report.html\n"

@@ -80,7 +80,7 @@ void addShow(CLI::App& program, CommandAction& action) {
   command.add_option("--sort", options.sort, "Sort by this column")->type_name("COLUMN");
   command.add_flag("--reverse", options.isReversed, "Reverse order");
   addFormat(command, raw->format);
-  command.add_flag("--wide", options.isWide, "Don't truncate lines on a terminal");
+  command.add_flag("--wide", options.isWide, "Do not truncate lines on a terminal");
   command.add_flag("--blocks", options.vertical, "One column per line");
   command.add_flag("--bom", options.writeBom, "Begin csv with a byte order mark, for Excel");
   command.footer(kFooter);

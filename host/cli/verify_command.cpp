@@ -13,7 +13,7 @@ namespace {
 constexpr const char* kFooter =
     "Checks the database's own structures, the row counts of every collection, and\n"
     "that nothing refers to a missing row. Exit status: 0 no problems found,\n"
-    "1 problems, 2 trouble.\n"
+    "1 problems, 2 on errors.\n"
     "\n"
     "Examples:\n"
     "  iisinventory verify inventory.db\n"

@@ -156,8 +156,8 @@ class Collection : private Publisher::Listener {
     const std::size_t spare = *limit > kDescriptorsOfAll ? *limit - kDescriptorsOfAll : 0;
     const auto most = std::max<std::size_t>(1, spare / kDescriptorsOfJob);
     if (count > most) {
-      note("at most " + std::to_string(*limit) + " files may be open here, so " + std::to_string(most) +
-           " servers are collected side by side and not " + std::to_string(count));
+      note("collecting " + std::to_string(most) + " servers in parallel instead of " + std::to_string(count) +
+           ": at most " + std::to_string(*limit) + " files may be open");
       count = most;
     }
     return count;
@@ -171,8 +171,8 @@ class Collection : private Publisher::Listener {
         others.emplace_back([this, at] { work(at); });
       }
     } catch (const std::system_error& error) {
-      note("no more threads can be started, so the servers collected side by side are " +
-           std::to_string(others.size() + 1) + " and not " + std::to_string(count) + ": " + error.what());
+      note("collecting " + std::to_string(others.size() + 1) + " servers in parallel instead of " +
+           std::to_string(count) + ": cannot start more threads: " + error.what());
     }
     work(0);
   }
@@ -396,7 +396,7 @@ class Collection : private Publisher::Listener {
     if (results_.collectedCount == 0) return;
     for (const std::string& item : std::set<std::string>(wanted.begin(), wanted.end())) {
       if (found.contains(item)) continue;
-      printError(std::string("there is no ") + what + " '" + item + "'" +
+      printError(std::string("no ") + what + " '" + item + "'" +
                  (results_.collectedCount == 1 ? "" : " on any of the servers"));
       ++results_.errorCount;
     }

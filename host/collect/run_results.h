@@ -1,4 +1,4 @@
-// What a run over many servers has brought.
+// Results of a run.
 #pragma once
 
 #include <cstdint>
@@ -38,10 +38,10 @@ struct RunResults {
   ProblemGroups groups;
   inventory::RowCounts rows;
   std::map<std::string, std::vector<std::string>> remarks;  // with the servers
-  std::map<std::size_t, Row> dryRunRows;                    // by the server's place
+  std::map<std::size_t, Row> dryRunRows;                    // by the server's index
   std::int64_t replacedRows = 0;
   std::vector<std::string> replaced;  // servers with replaced rows
-  std::vector<PublishState> states;   // by the server's place
+  std::vector<PublishState> states;   // by the server's index
   std::string workerError;            // why a thread ended
   std::set<std::string> foundSites;
   std::set<std::string> foundPools;

@@ -106,27 +106,27 @@ struct ServerCapabilities {
 
 // Throws automation::Failure for a server without FTP and web services.
 ServerCapabilities capabilitiesOf(const Server& server) {
-  ServerCapabilities shape;
-  shape.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
-  shape.hasWeb = objectAt(server.name, u"/W3SVC") != nullptr;
-  if (!shape.hasSites) shape.sitesNote = "no FTP service, so there are no FTP sites to collect";
-  if (!shape.hasWeb) {
-    shape.poolsNote = "no web service, so there are no application pools to collect";
+  ServerCapabilities capabilities;
+  capabilities.hasSites = objectAt(server.name, u"/MSFTPSVC") != nullptr;
+  capabilities.hasWeb = objectAt(server.name, u"/W3SVC") != nullptr;
+  if (!capabilities.hasSites) capabilities.sitesNote = "no FTP service, so there are no FTP sites to collect";
+  if (!capabilities.hasWeb) {
+    capabilities.poolsNote = "no web service, so there are no application pools to collect";
   } else if (const auto version = versionOf(server.name); version && *version < kFirstVersionWithPools) {
-    shape.hasWeb = false;
-    shape.poolsNote = "no application pools (IIS " + std::to_string(*version) + " has none)";
+    capabilities.hasWeb = false;
+    capabilities.poolsNote = "no application pools (IIS " + std::to_string(*version) + " has none)";
   } else {
-    shape.hasPools = objectAt(server.name, u"/W3SVC/AppPools") != nullptr;
-    if (!shape.hasPools) {
-      shape.poolsNote = "no node /LM/W3SVC/AppPools, so there are no application pools to collect";
+    capabilities.hasPools = objectAt(server.name, u"/W3SVC/AppPools") != nullptr;
+    if (!capabilities.hasPools) {
+      capabilities.poolsNote = "no node /LM/W3SVC/AppPools, so there are no application pools to collect";
     }
   }
-  if (!shape.hasSites && !shape.hasWeb) {
-    platform::metabase::fail(
-        platform::metabase::number::kPathNotFound,
-        server.source.shown() + ": the server has " + shape.sitesNote + ", and it has " + shape.poolsNote);
+  if (!capabilities.hasSites && !capabilities.hasWeb) {
+    platform::metabase::fail(platform::metabase::number::kPathNotFound,
+                             server.source.shown() + ": the server has " + capabilities.sitesNote +
+                                 ", and it has " + capabilities.poolsNote);
   }
-  return shape;
+  return capabilities;
 }
 
 // The component's status bar: its texts show the progress of a call.
@@ -200,14 +200,14 @@ class ServerCollection {
     recordOrigin(bytes);
     const auto metabase = platform::metabase::Metabase::parse(std::move(bytes), server_.source.shown());
     const MappedServer mapped(serverName_, metabase);
-    const ServerCapabilities shape = capabilitiesOf(server_);
+    const ServerCapabilities capabilities = capabilitiesOf(server_);
     canonicalizeSelection();
-    remarkWhatIsMissing(shape);
+    remarkWhatIsMissing(capabilities);
     {
       const platform::store::ConnectionRedirect redirect(staging_.database());
       logOddities(*metabase);
-      if (shape.hasSites && has(Side::kFtp)) collectSites();
-      if (shape.hasWeb && has(Side::kPools)) collectPools(shape.hasPools);
+      if (capabilities.hasSites && has(Side::kFtp)) collectSites();
+      if (capabilities.hasWeb && has(Side::kPools)) collectPools(capabilities.hasPools);
     }
     if (const std::string& why = staging_.database().fatalError(); !why.empty()) throw Incomplete(why);
     if (hasChanged(server_.source, stamp)) noteChangedFile();
@@ -256,9 +256,11 @@ class ServerCollection {
     spell(selection_.pools, u"/W3SVC/AppPools", outcome_.foundPools);
   }
 
-  void remarkWhatIsMissing(const ServerCapabilities& shape) {
-    if (has(Side::kFtp) && !shape.sitesNote.empty()) outcome_.remarks.push_back(shape.sitesNote);
-    if (has(Side::kPools) && !shape.poolsNote.empty()) outcome_.remarks.push_back(shape.poolsNote);
+  void remarkWhatIsMissing(const ServerCapabilities& capabilities) {
+    if (has(Side::kFtp) && !capabilities.sitesNote.empty())
+      outcome_.remarks.push_back(capabilities.sitesNote);
+    if (has(Side::kPools) && !capabilities.poolsNote.empty())
+      outcome_.remarks.push_back(capabilities.poolsNote);
   }
 
   // Logs each parse warning through the class whose part of the file it concerns.
@@ -291,7 +293,7 @@ class ServerCollection {
     Problem note;
     note.isNote = true;
     note.message = "the file " + server_.source.shown() +
-                   " has changed since it was read; the inventory shows what it held before";
+                   " has changed since it was read; the inventory shows its earlier contents";
     note.time = inventory::utcNow();
     outcome_.collected.problems.push_back(std::move(note));
   }

@@ -148,9 +148,8 @@ void printTable(const Listing& listing, const PrintOptions& options, Output& out
     missing =
         pluralize(static_cast<std::int64_t>(columns - widths.size()), "column", "columns") + " left out; ";
   }
-  const char* const way =
-      options.hasForms ? "--wide shows all, --blocks below each other" : "a pipe or a file gets all of it";
-  output.write(cutToWidth("(cut: " + missing + way + ")", room) + "\n");
+  const char* const way = options.hasForms ? "use --wide or --blocks" : "redirect for full output";
+  output.write(cutToWidth("(truncated; " + missing + way + ")", room) + "\n");
 }
 
 void printCsv(const Listing& listing, bool writeBom, Output& output) {

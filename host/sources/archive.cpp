@@ -16,9 +16,9 @@ constexpr std::size_t kBlock = 64 * 1024;
 
 std::string reasonOf(archive* handle) {
   const char* const why = archive_error_string(handle);
-  // The library calls a format unknown also where it comes to no format, for nothing can be decompressed.
-  const bool isTold = why != nullptr && std::string_view(why) != "Unrecognized archive format";
-  return isTold ? why : "it is broken";
+  // The library also reports an unknown format if decompression fails.
+  const bool hasReason = why != nullptr && std::string_view(why) != "Unrecognized archive format";
+  return hasReason ? why : "it is broken";
 }
 
 }  // namespace
@@ -58,7 +58,7 @@ std::optional<Archive> Archive::open(const std::filesystem::path& file) {
       archive_read_support_format_iso9660(handle);
     }
     if (archive_read_open_filename(handle, file.c_str(), kBlock) != ARCHIVE_OK) {
-      // As one file anything can be read, but for what is compressed and broken.
+      // Reading as a single file fails only for damaged compressed data.
       if (single && why.empty()) why = reasonOf(handle);
       continue;
     }

@@ -48,8 +48,8 @@ bool isUsualFolder(const std::string& folder) {
   return isDrive || kHomes.contains(name);
 }
 
-// The server's name from a file's path below a place: that of the nearest folder that is not a usual one, or
-// else the place's own.
+// The server's name from a file's path below a folder or archive: that of the nearest folder that is not a
+// usual one, or else the place's own.
 std::string nameFor(std::string_view path, const std::string& place) {
   std::vector<std::string> folders;
   for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/')) {
@@ -174,7 +174,7 @@ class Finder {
                 const fs::path& place, std::size_t problems) {
     if (found.empty()) {
       if (sources_.problems.size() > problems) return;
-      sources_.problems.push_back("there is no metabase in " + place.string());
+      sources_.problems.push_back("no metabase in '" + place.string() + "'");
       return;
     }
     if (name) {

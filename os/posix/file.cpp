@@ -52,7 +52,7 @@ class File {
     if (::fstat(file_.number(), &status) != 0)
       refuseSystem(FileFailure::kReadFault, "the file cannot be read");
     if (S_ISDIR(status.st_mode)) refuse(FileFailure::kIsDirectory, "this is a directory and not a file");
-    if (!S_ISREG(status.st_mode)) refuse(FileFailure::kUnreadable, "this is no ordinary file");
+    if (!S_ISREG(status.st_mode)) refuse(FileFailure::kUnreadable, "it is not a regular file");
     return stampFrom(status);
   }
 

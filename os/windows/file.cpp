@@ -54,7 +54,7 @@ class File {
 
   FileStamp stamp() const {
     if (::GetFileType(file_.get()) != FILE_TYPE_DISK) {
-      refuse(FileFailure::kUnreadable, "this is no ordinary file");
+      refuse(FileFailure::kUnreadable, "it is not a regular file");
     }
     BY_HANDLE_FILE_INFORMATION found{};
     if (::GetFileInformationByHandle(file_.get(), &found) == 0) {

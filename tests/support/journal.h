@@ -21,7 +21,7 @@ inline constexpr std::int32_t kInjectedFailure = static_cast<std::int32_t>(0x800
 //
 //   GetObject IIS://WEB01/MSFTPSVC        CreateObject ADODB.Connection
 //   /MSFTPSVC/1.servercomment             Connection1.Provider = Microsoft.Jet.OLEDB.4.0
-//   Recordset1[Identifier] = 1            Connection1.Open(/tmp/test.mdb)
+//   Recordset1[Identifier] = 1            Connection1.Open(C:\test.mdb)
 //   children of /MSFTPSVC                 next of /MSFTPSVC
 class Journal : public std::enable_shared_from_this<Journal> {
  public:

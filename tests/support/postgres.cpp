@@ -29,7 +29,7 @@ std::string programFolder() {
   for (const auto& version : fs::directory_iterator("/usr/lib/postgresql", error)) {
     if (fs::exists(version.path() / "bin" / "initdb")) found.push_back((version.path() / "bin").string());
   }
-  if (found.empty()) throw std::runtime_error("PostgreSQL's server isn't installed: scripts/test does that");
+  if (found.empty()) throw std::runtime_error("PostgreSQL's server is not installed (run scripts/test)");
   return *std::max_element(found.begin(), found.end());
 }
 
