@@ -10,7 +10,7 @@ namespace os {
 // there.
 class ScratchFile {
  public:
-  // Throws std::system_error.
+  // Throws std::runtime_error.
   ScratchFile();
 
   // For reading and writing; owned by this.

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
-#include <system_error>
 
 namespace os {
 namespace {
@@ -51,11 +50,7 @@ void Spool::add(std::span<const std::optional<std::string_view>> row) {
 }
 
 void Spool::spill() {
-  try {
-    if (!file_) file_.emplace();
-  } catch (const std::system_error& error) {
-    fail(error.code().value());
-  }
+  if (!file_) file_.emplace();
   if (std::fwrite(buffer_.data(), 1, buffer_.size(), file_->stream()) != buffer_.size()) fail(errno);
   buffer_.clear();
 }

@@ -37,9 +37,9 @@ _iisinventory() {
     *--category) choices=$'security\nreliability\nmigration\nhousekeeping' ;;
     *--profile) choices=$'default\nstig-iis6\nmigration' ;;
     collect--only | collect-o)
-      # The answer to a tab that there is not names those that there are.
+      # The error message about an unknown tab lists the tabs.
       choices=$("$program" collect --database x --only '?' x=x 2>&1 |
-        sed -n 's/.*there are: \(.*\) (see .*/\1/p' | tr , '\n' | sed 's/^ *//')
+        sed -n 's/.*tabs: \(.*\) (see .*/\1/p' | tr , '\n' | sed 's/^ *//')
       ;;
     *--server | *--against)
       [[ -z $database ]] || choices=$("$program" servers -d "$database" --format csv 2>/dev/null | _iisinventory_names)

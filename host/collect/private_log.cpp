@@ -26,6 +26,11 @@ std::string encodeCounted(automation::TextView text) {
 
 }  // namespace
 
+std::int64_t beginCountingRecords() {
+  encodedTexts = triedRecords() * kTextsOfRecord;
+  return triedRecords();
+}
+
 void countTriedRecords() {
   automation::setSystemEncoding(&encodeCounted);
 }
@@ -52,8 +57,10 @@ std::string_view PrivateLog::readNew() {
   stream_.clear();
   stream_.seekg(static_cast<std::streamoff>(known));
   stream_.read(text_.data() + known, static_cast<std::streamsize>(size - known));
-  if (stream_.bad() || stream_.gcount() != static_cast<std::streamsize>(size - known))
+  if (stream_.bad() || stream_.gcount() != static_cast<std::streamsize>(size - known)) {
+    text_.resize(known + static_cast<std::size_t>(stream_.gcount()));
     fail("it cannot be read");
+  }
   if (!text_.empty() && !text_.ends_with("\r\n")) fail("a record is incomplete");
   return std::string_view(text_).substr(known);
 }
@@ -72,8 +79,8 @@ void PrivateLog::checkWritable() {
 }
 
 void PrivateLog::clear() {
-  if (text_.empty()) return;
   text_.clear();
+  tried_ = triedRecords();
   std::error_code error;
   std::filesystem::resize_file(file_, 0, error);
   if (error) fail(error.message());

@@ -15,6 +15,9 @@ void countTriedRecords();
 // The number of records that the component has tried to write on this thread, successfully or not.
 std::int64_t triedRecords();
 
+// The same before a collection. A record that has failed halfway does not count towards the next one.
+std::int64_t beginCountingRecords();
+
 // A file in a private folder that the component appends records to on this thread. Members throw
 // std::runtime_error if the log cannot be written or read.
 class PrivateLog {

@@ -316,8 +316,10 @@ class ServerCollection {
     try {
       componentCall();
     } catch (const Failure& failure) {
+      takeRecords();
       throw Incomplete(toUtf8(failure.description()));
     } catch (const std::bad_alloc&) {
+      takeRecords();
       throw Incomplete("out of memory");
     }
     takeRecords();
@@ -530,7 +532,7 @@ class ServerCollection {
   std::vector<std::string> poolNames_;
   std::string lost_;  // why records have been lost
   // The component may lose a record without reporting it.
-  const std::int64_t triedBefore_ = triedRecords();
+  const std::int64_t triedBefore_ = beginCountingRecords();
   std::int64_t recordCount_ = 0;  // records that were read
   Outcome outcome_;
 };

@@ -1,9 +1,11 @@
 #include "os/scratch_file.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 
@@ -12,8 +14,9 @@
 namespace os {
 
 ScratchFile::ScratchFile() {
-  std::string name = (temporaryDirectory() / "iisinventory-XXXXXX").string();
-  const int descriptor = ::mkstemp(name.data());
+  const std::string directory = temporaryDirectory().string();
+  std::string name = directory + "/iisinventory-XXXXXX";
+  const int descriptor = ::mkostemp(name.data(), O_CLOEXEC);
   if (descriptor >= 0) {
     ::unlink(name.c_str());
     stream_.reset(::fdopen(descriptor, "w+"));
@@ -21,7 +24,8 @@ ScratchFile::ScratchFile() {
   }
   const int error = errno;
   if (descriptor >= 0) ::close(descriptor);
-  throw std::system_error(error, std::generic_category());
+  throw std::runtime_error("cannot create a temporary file in '" + directory +
+                           "': " + std::generic_category().message(error));
 }
 
 int ScratchFile::descriptor() const {

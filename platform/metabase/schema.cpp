@@ -1,6 +1,7 @@
 #include "platform/metabase/schema.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <unordered_map>
 #include <vector>
 
@@ -55,7 +56,9 @@ std::uint64_t classBits(std::string_view list, NameTable& classes) {
   std::uint64_t bits = 0;
   while (!list.empty()) {
     const std::size_t end = std::min(list.find(' '), list.size());
-    bits |= std::uint64_t{1} << classes.enter(list.substr(0, end));
+    const NameTable::Id id = classes.enter(list.substr(0, end));
+    if (id >= 64) throw std::logic_error("the metabase schema has more than 64 classes");
+    bits |= std::uint64_t{1} << id;
     list.remove_prefix(std::min(end + 1, list.size()));
   }
   return bits;
@@ -77,13 +80,14 @@ void apply(const SchemaRow& row, Property& property, NameTable& classes) {
 void addFlags(Schema& schema) {
   for (const FlagRow& row : kFlagRows) schema.flags.push_back(row.flag);
   for (std::size_t at = 0; at < schema.flags.size(); ++at) {
-    const NameTable::Id owner = *schema.names.find(kFlagRows[at].property);
+    const NameTable::Id owner = schema.names.find(kFlagRows[at].property).value();
     Property& property = schema.properties[owner];
     // The flags of a property are adjacent.
     const std::size_t count = property.flags.size() + 1;
     property.flags = std::span(schema.flags).subspan(at + 1 - count, count);
     property.type = Type::kFlags;
-    schema.names.enter(schema.flags[at].name);
+    if (schema.names.enter(schema.flags[at].name) != schema.properties.size() + at)
+      throw std::logic_error("a flag of the metabase schema has the name of a property or flag");
     schema.flagProperties.push_back({owner, schema.flags[at].mask});
   }
 }
