@@ -11,8 +11,10 @@ namespace os {
 // target. It keeps the permissions of the file that it replaces. A device or pipe is written to directly.
 class NewFile {
  public:
+  enum class Readers { kUsual, kOwnerOnly };  // kOwnerOnly: whatever the replaced file permits
+
   // Throws std::runtime_error with the path and the cause, as all members do.
-  explicit NewFile(std::filesystem::path path);
+  explicit NewFile(std::filesystem::path path, Readers readers = Readers::kUsual);
   ~NewFile() { remove(); }
   NewFile(const NewFile&) = delete;
   NewFile& operator=(const NewFile&) = delete;

@@ -44,7 +44,7 @@ _iisinventory() {
     *--server | *--against)
       [[ -z $database ]] || choices=$("$program" servers -d "$database" --format csv 2>/dev/null | _iisinventory_names)
       ;;
-    *--database | *-d | *--output | *-o | *--log-dir | *--from | *--to) ;;
+    *--database | *-d | *--output | *-o | *--table | *--log-dir | *--from | *--to) ;;
     *)
       if [[ $word == -* ]]; then
         help=$("$program" ${command:+"$command"} --help 2>/dev/null)

@@ -118,7 +118,7 @@ TEST_F(Host, RefusesWrongUsageAndCreatesNothing) {
     EXPECT_FALSE(fs::exists(here));
   }
   for (const char* command : {"", "collect", "check", "servers", "show", "report", "findings", "rules",
-                              "diff", "rename", "remove", "copy", "verify", "schema"}) {
+                              "diff", "rename", "remove", "copy", "verify", "schema", "redact"}) {
     const Result help =
         run(*command == '\0' ? Arguments{"--help"} : Arguments{command, "--help"}, 0, "Example");
     for (const std::string& line : lines(help.out)) EXPECT_LT(line.size(), 80U) << line;

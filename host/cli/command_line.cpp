@@ -20,8 +20,8 @@ constexpr const char* kProgramFooter =
     "See 'iisinventory COMMAND --help' for a command.";
 
 constexpr void (*kCommands[])(Program&, CommandAction&) = {
-    addCollect, addCheck,  addServers, addShow, addReport, addFindings,     addRules,
-    addDiff,    addRename, addRemove,  addCopy, addVerify, addSchemaCommand};
+    addCollect, addCheck,  addServers, addShow, addReport, addFindings,      addRules,
+    addDiff,    addRename, addRemove,  addCopy, addVerify, addSchemaCommand, addRedact};
 
 struct CommandLine {
   CommandLine() {

@@ -25,6 +25,7 @@ void addCollect(Program& program, CommandAction& action);
 void addCheck(Program& program, CommandAction& action);
 void addShow(Program& program, CommandAction& action);
 void addDiff(Program& program, CommandAction& action);
+void addRedact(Program& program, CommandAction& action);
 void addReport(Program& program, CommandAction& action);
 void addFindings(Program& program, CommandAction& action);
 void addRules(Program& program, CommandAction& action);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <iterator>
 #include <optional>
 #include <vector>
 
@@ -74,26 +75,35 @@ class Resolved {
   Resolved& operator=(const Resolved&) = delete;
 
   std::string_view text() const { return text_; }
-  // How the bytes from `begin` to `end` of the text are spelled.
+  // How the characters from `begin` to `end` of the text are spelled.
   std::string_view spelling(std::size_t begin, std::size_t end) const {
-    return offsets_.empty() ? spelled_.substr(begin, end - begin)
-                            : spelled_.substr(offsets_[begin], offsets_[end] - offsets_[begin]);
+    const std::size_t from = spelledAt(begin);
+    return spelled_.substr(from, spelledAt(end) - from);
   }
 
  private:
+  // From here to the next one a byte of the text is one of its spelling.
+  struct Piece {
+    std::size_t text = 0;
+    std::size_t spelled = 0;
+  };
+
   void resolve() {
-    for (std::size_t at = 0; at < spelled_.size();) {
-      const std::size_t start = at;
-      if (spelled_[at] == '&') {
-        at = spelled_.find(';', at) + 1;
-        appendUtf8(pointOf(spelled_.substr(start + 1, at - start - 2)), resolved_);
-      } else {
-        resolved_ += spelled_[at++];
-      }
-      offsets_.resize(resolved_.size(), start);
+    for (std::size_t at = 0, mark = 0; at < spelled_.size(); at = mark) {
+      mark = std::min(spelled_.find('&', at), spelled_.size());
+      resolved_ += spelled_.substr(at, mark - at);
+      if (mark == spelled_.size()) break;
+      const std::size_t end = spelled_.find(';', mark);
+      appendUtf8(pointOf(spelled_.substr(mark + 1, end - mark - 1)), resolved_);
+      mark = end + 1;
+      pieces_.push_back({resolved_.size(), mark});
     }
-    offsets_.push_back(spelled_.size());
     text_ = resolved_;
+  }
+
+  std::size_t spelledAt(std::size_t at) const {
+    const auto after = std::ranges::upper_bound(pieces_, at, {}, &Piece::text);
+    return std::prev(after)->spelled + at - std::prev(after)->text;
   }
 
   // The character that a reference names.
@@ -111,7 +121,7 @@ class Resolved {
   std::string_view spelled_;
   std::string_view text_;
   std::string resolved_;
-  std::vector<std::size_t> offsets_;  // of each byte of the text, and its end; empty if nothing is resolved
+  std::vector<Piece> pieces_{Piece{}};
 };
 
 // One pass through a text, word by word.

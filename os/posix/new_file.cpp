@@ -14,7 +14,7 @@ namespace os {
 
 namespace fs = std::filesystem;
 
-NewFile::NewFile(fs::path path) : path_(std::move(path)), target_(path_) {
+NewFile::NewFile(fs::path path, Readers readers) : path_(std::move(path)), target_(path_) {
   struct stat previous {};
   const bool isThere = ::stat(path_.c_str(), &previous) == 0;
   if (isThere && S_ISDIR(previous.st_mode)) fail(EISDIR);
@@ -23,14 +23,16 @@ NewFile::NewFile(fs::path path) : path_(std::move(path)), target_(path_) {
   } else {
     if (isThere) target_ = fs::canonical(path_);
     temporary_ = target_.string() + "." + std::to_string(::getpid()) + ".new";
-    descriptor_ = Descriptor(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    descriptor_ = Descriptor(::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC,
+                                    readers == Readers::kOwnerOnly ? 0600 : 0666));
   }
   const int error = errno;
   if (!descriptor_) {
     temporary_.clear();
     fail(error);
   }
-  if (isThere && !temporary_.empty()) ::fchmod(descriptor_.number(), previous.st_mode & 07777);
+  const mode_t mode = readers == Readers::kOwnerOnly ? 0600 : previous.st_mode & 07777;
+  if (isThere && !temporary_.empty()) ::fchmod(descriptor_.number(), mode);
 }
 
 void NewFile::finish() {
