@@ -75,7 +75,7 @@ class Redaction : public testing::Test {
     sqlite::Database opened(folder_ / database, sqlite::Database::Mode::kReadOnly, {});
     auto problems = opened.prepare(
         "select coalesce(Item, '-') || ' ' || coalesce(Node, '-') || ' ' || Message from Problems");
-    while (problems.step()) rows.push_back(problems.text(0).value_or("-"));
+    while (problems.step()) rows.emplace_back(problems.text(0).value_or("-"));
     return rows;
   }
 
@@ -125,7 +125,7 @@ TEST_F(Redaction, KeepsNoWordThatIsNotListed) {
           if (word.size() == 1 || listed.contains(lower(word)) || isMask) return;
           if (isNumber && word.find('.') == std::string::npos) return;
           // Binary lists keep their structure.
-          if (!word.starts_with("18000080")) EXPECT_FALSE(kept.contains(lower(word))) << word;
+          EXPECT_TRUE(word.starts_with("18000080") || !kept.contains(lower(word))) << word;
         },
         skip);
   }
