@@ -1,6 +1,7 @@
 // The command-line program, run as a process.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -298,19 +299,27 @@ TEST_F(Host, ReadsCollectionsOfTheHistory) {
   EXPECT_EQ(listed({"servers", "--history"}).size(), 1U);
 }
 
-// An existing file keeps its permissions; the database is refused; a device stays a device.
+// An existing file keeps its owner and permissions; the database and a read-only file are refused; a device
+// stays a device.
 TEST_F(Host, ReplacesReportFilesAtomically) {
   collect({kWeb01});
   const auto report = [&](const std::string& output, int status, const std::string& words = "") {
     run({"report", "-d", database_, "-o", output}, status, words);
   };
   const std::string page = folder_.file("page.html", "former");
+  fs::permissions(page, fs::perms(0400));
+  report(page, 2, "the file is read-only");
+  EXPECT_EQ(test::contents(page), "former");
   fs::permissions(page, fs::perms(0600));
+  const bool isRoot = ::chown(page.c_str(), 4321, 8765) == 0;
   fs::create_symlink(page, path("link.html"));
   report(path("no/such/page.html"), 2);
   report(path("link.html"), 0);
   EXPECT_TRUE(fs::is_symlink(path("link.html")));
   EXPECT_EQ(fs::status(page).permissions(), fs::perms(0600));
+  struct stat status {};
+  ASSERT_EQ(::stat(page.c_str(), &status), 0);
+  EXPECT_TRUE(!isRoot || (status.st_uid == 4321 && status.st_gid == 8765));
   EXPECT_TRUE(test::contents(page).ends_with("</html>\n"));
   report("/dev/full", 2, "cannot write '/dev/full': No space left");
   EXPECT_TRUE(fs::is_character_file("/dev/full"));
