@@ -49,9 +49,13 @@ Value addressOf(const DataRow& application) {
   return {address.text, address.isUnknown || port.isUnknown};
 }
 
-TableRow applicationOf(const DataRow& row) {
-  return {{valueOf(row, kApplicationName), valueOf(row, kApplicationType), addressOf(row),
-           valueOf(row, kApplicationState), valueOf(row, kApplicationPath)}};
+Table applicationTable(const Rows& rows) {
+  Table table{"applications", "Applications", {"Application", "Type", "Address", "State", "Path"}, {}};
+  for (const DataRow& row : rows) {
+    table.addRow({valueOf(row, kApplicationName), valueOf(row, kApplicationType), addressOf(row),
+                  valueOf(row, kApplicationState), valueOf(row, kApplicationPath)});
+  }
+  return table;
 }
 
 }  // namespace
@@ -97,20 +101,22 @@ Item Items::pool(const DataRow& row, std::string anchor, const Marks& marks) con
   item.listTitle = "Applications";
   if (const auto found = applications_.find(inventory::folded(row.text(kPoolName)));
       found != applications_.end()) {
-    for (const DataRow& each : found->second) item.applications.push_back(applicationOf(each));
+    item.applications = applicationTable(found->second);
   } else {
     item.missing = missingReason(server_, kApplications, ObjectKind::kApplication, object);
   }
   return item;
 }
 
-std::vector<TableRow> Items::extensions() const {
-  std::vector<TableRow> rows;
+Table Items::extensions() const {
+  Table table{
+      "extensions", "Web service extensions", {"Extension", "Description", "Status", "File", "Access"}, {}};
   forEachRow(server_, kExtensions, [&](const DataRow& row) {
-    TableRow& cells = rows.emplace_back();
-    for (const ColumnRef each : kExtensionColumns) cells.cells.push_back(valueOf(row, each));
+    std::vector<Value> values;
+    for (const ColumnRef each : kExtensionColumns) values.push_back(valueOf(row, each));
+    table.addRow(std::move(values));
   });
-  return rows;
+  return table;
 }
 
 }  // namespace host::page

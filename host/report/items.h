@@ -8,17 +8,12 @@
 #include "host/query/rule.h"
 #include "host/report/directory_tree.h"
 #include "host/report/setting_groups.h"
+#include "host/report/table.h"
 
 namespace host::page {
 
 // The rules with findings on an object.
 using Marks = std::vector<const Rule*>;
-
-struct TableRow {
-  std::vector<Value> cells;
-
-  void visit(auto& add) const { add("cells", cells); }
-};
 
 // A site or pool.
 struct Item {
@@ -28,17 +23,17 @@ struct Item {
   std::string address;
   std::vector<std::string> marks;  // titles of rules
   std::vector<SettingGroup> groups;
-  std::string listTitle;               // of the directories or applications; empty for no list
-  DirectoryTree tree;                  // of a site
-  std::vector<TableRow> applications;  // of a pool
-  std::string missing;                 // why the list is empty
+  std::string listTitle;     // of the directories or applications; empty for no list
+  DirectoryTree tree;        // of a site
+  Table applications;        // of a pool
+  std::string missing = {};  // why the list is empty
 
   void visit(auto& add) const {
     add("anchor", anchor)("name", name)("identifier", identifier)("address", address)("marks", marks)(
         "groups", groups)("listTitle", listTitle)("directories", tree.directories)(
-        "openLists", std::vector<bool>(tree.openLists, true))("hasApplications", !applications.empty())(
+        "openLists", std::vector<bool>(tree.openLists, true))("hasApplications", !applications.rows.empty())(
         "applications", applications)("missing", missing)(
-        "isEmpty", tree.directories.empty() && applications.empty() && missing.empty());
+        "isEmpty", tree.directories.empty() && applications.rows.empty() && missing.empty());
   }
 };
 
@@ -50,7 +45,7 @@ class Items {
   Item site(const DataRow& row, std::string anchor, const Marks& marks) const;
   Item pool(const DataRow& row, std::string anchor, const Marks& marks) const;
 
-  std::vector<TableRow> extensions() const;
+  Table extensions() const;
 
  private:
   using RowsByItem = std::unordered_map<std::string, Rows>;

@@ -89,7 +89,8 @@ PageHead Page::head() const {
           IISINVENTORY_VERSION,
           parts::style,
           hashOf(parts::style),
-          hashOf(parts::script)};
+          hashOf(parts::script),
+          index_};
 }
 
 }  // namespace host::page

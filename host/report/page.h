@@ -17,11 +17,12 @@ struct PageHead {
   std::string serverCount, siteCount, poolCount;
   std::string written, version;
   std::string style, styleHash, scriptHash;
+  std::string index;  // the page that links to this one; empty for none
 
   void visit(auto& add) const {
-    add("title", title)("serverCount", serverCount)("siteCount", siteCount)("poolCount", poolCount)(
-        "written", written)("version", version)("style", style)("styleHash", styleHash)("scriptHash",
-                                                                                        scriptHash);
+    add("index", index)("title", title)("serverCount", serverCount)("siteCount", siteCount)(
+        "poolCount", poolCount)("written", written)("version", version)("style", style)(
+        "styleHash", styleHash)("scriptHash", scriptHash);
   }
 };
 
@@ -70,7 +71,9 @@ struct ServerSummary {
 // Builds a page. The section of each server, if it has one, is written before the server is added.
 class Page {
  public:
-  Page(const std::vector<Rule>& rules, std::string profile) : overview_(rules, std::move(profile)) {}
+  // `index`: the page that links to this one; empty for none.
+  Page(const std::vector<Rule>& rules, std::string profile, std::string index = {})
+      : overview_(rules, std::move(profile)), index_(std::move(index)) {}
 
   StoredPart& sections() { return sections_; }
   // `address`: where its section is.
@@ -78,10 +81,14 @@ class Page {
            const ServerSummary& summary);
   void write(Output& output);
 
+  // What grows with the number of servers and of their objects, in bytes.
+  std::size_t size() const { return rows_.size() + sections_.size(); }
+
  private:
   PageHead head() const;
 
   Overview overview_;
+  const std::string index_;
   StoredPart rows_;  // of the table of servers
   StoredPart sections_;
   std::int64_t servers_ = 0;

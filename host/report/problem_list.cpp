@@ -2,8 +2,6 @@
 
 #include <fmt/core.h>
 
-#include <algorithm>
-
 #include "host/console/terminal_text.h"
 
 namespace host::page {
@@ -14,25 +12,23 @@ constexpr std::size_t kMaxRows = 2000;
 ProblemRow rowOf(const inventory::Problem& problem) {
   const std::string item =
       problem.item.empty() ? "" : fmt::format("{} {}", wordFor(problem.itemKind), problem.item);
-  return {escapeForTerminal(problem.node.empty() ? item : problem.node),
-          escapeForTerminal(problem.table),
+  return {escapeForTerminal(problem.node.empty() ? item : problem.node), escapeForTerminal(problem.table),
           escapeForTerminal(problem.property),
           problem.number ? fmt::format("0x{:X}", static_cast<unsigned>(*problem.number)) : "",
-          escapeForTerminal(problem.message),
-          problem.isNote};
+          escapeForTerminal(problem.message)};
 }
 
 }  // namespace
 
-ProblemList problemList(const ServerData& server) {
-  ProblemList list;
-  const auto problems = server.problems();
-  for (const inventory::Problem& problem : problems.first(std::min(problems.size(), kMaxRows)))
-    list.rows.push_back(rowOf(problem));
-  if (problems.size() > kMaxRows) {
-    list.more =
-        fmt::format("The first {} of {}; list all: iisinventory show Problems.", kMaxRows, problems.size());
+ProblemList problemList(const ServerData& server, bool notes) {
+  ProblemList list{"Problems", "Data that could not be read. Affected values are marked above as not known."};
+  if (notes) list = {"Notes", "Conditions that cannot be corrected. No value is missing because of them."};
+  for (const inventory::Problem& problem : server.problems()) {
+    if (problem.isNote == notes && ++list.count <= kMaxRows) list.rows.push_back(rowOf(problem));
   }
+  if (list.count > kMaxRows)
+    list.more =
+        fmt::format("The first {} of {}; list all: iisinventory show Problems.", kMaxRows, list.count);
   return list;
 }
 

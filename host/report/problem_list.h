@@ -1,4 +1,4 @@
-// The problems of one server.
+// The problems and notes of one server.
 #pragma once
 
 #include <string>
@@ -10,21 +10,25 @@ namespace host::page {
 
 struct ProblemRow {
   std::string location, table, property, number, message;
-  bool isNote = false;
 
   void visit(auto& add) const {
-    add("location", location)("table", table)("property", property)("number", number)("message", message)(
-        "isNote", isNote);
+    add("location", location)("table", table)("property", property)("number", number)("message", message);
   }
 };
 
 struct ProblemList {
-  std::vector<ProblemRow> rows;
-  std::string more;  // what is not listed
+  std::string title;
+  std::string lead;
+  std::size_t count = 0;
+  std::vector<ProblemRow> rows = {};
+  std::string more = {};  // what is not listed
 
-  void visit(auto& add) const { add("rows", rows)("more", more); }
+  void visit(auto& add) const {
+    add("title", title)("lead", lead)("count", count)("rows", rows)("more", more);
+  }
 };
 
-ProblemList problemList(const ServerData& server);
+// Problems, or notes: what cannot be corrected and makes nothing unknown.
+ProblemList problemList(const ServerData& server, bool notes);
 
 }  // namespace host::page

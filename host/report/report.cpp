@@ -2,7 +2,10 @@
 
 #include <fmt/core.h>
 
+#include <functional>
+#include <memory>
 #include <optional>
+#include <stdexcept>
 #include <system_error>
 #include <unordered_map>
 #include <utility>
@@ -10,6 +13,7 @@
 #include "host/query/retry.h"
 #include "host/query/servers.h"
 #include "host/report/page.h"
+#include "host/report/page_folder.h"
 #include "host/report/server_section.h"
 #include "host/usage_error.h"
 #include "inventory/inventory.h"
@@ -22,23 +26,47 @@ namespace {
 using inventory::CollectionInfo;
 using inventory::ServerData;
 
-std::unordered_map<std::int64_t, std::size_t> indexesOf(const Findings& findings) {
-  std::unordered_map<std::int64_t, std::size_t> indexes;
-  for (std::size_t at = 0; at < findings.servers().size(); ++at) indexes[findings.servers()[at].id] = at;
-  return indexes;
+// A server with its findings.
+struct Subject {
+  const ServerData& server;
+  Findings& findings;
+  std::optional<std::size_t>
+      index;  // in the findings; nothing if it was collected again after the evaluation
+
+  page::ServerSummary writeSection(const std::string& anchor, page::Page& page) const {
+    return page::writeSection(server, findings, index, anchor, page.sections());
+  }
+};
+
+// Evaluates the rules, calls `begin`, and passes the servers in order; again from the start if the connection
+// is lost.
+void forEachServer(const ReportOptions& options, const std::function<void()>& begin,
+                   const std::function<void(const Subject&)>& each) {
+  retryOnDisconnect([&] {
+    const auto inventory = inventory::openForReading(options.database, options.access);
+    inventory::Reader reader = inventory->read(reportSuccessor);
+    const std::vector<CollectionInfo> collections = chosenServers(reader, options.servers, options.at);
+    const auto findings = evaluateRules(reader, collections, options.rules, options.findings);
+    if (!findings->failures().empty()) throw RuleError(findings->failures().front());
+    std::unordered_map<std::int64_t, std::size_t> indexes;  // by collection
+    for (std::size_t at = 0; at < findings->servers().size(); ++at) indexes[findings->servers()[at].id] = at;
+    begin();
+    reader.forEach(collections, [&](std::unique_ptr<ServerData> server) {
+      const auto found = indexes.find(server->info().id);
+      each({*server, *findings, found == indexes.end() ? std::nullopt : std::optional(found->second)});
+    });
+  });
 }
 
-void checkOutput(const ReportOptions& options) {
+void checkNotDatabase(const ReportOptions& options, const std::filesystem::path& file) {
   std::error_code ignored;
   if (!inventory::isOnServer(options.database) &&
-      std::filesystem::equivalent(options.output, options.database, ignored))
-    throw UsageError(fmt::format("--output '{}': it is the database", options.output.string()));
+      std::filesystem::equivalent(file, options.database, ignored))
+    throw UsageError(fmt::format("--output '{}': it is the database", file.string()));
 }
 
-}  // namespace
-
-void report(const ReportOptions& options, Output& output) {
-  checkOutput(options);
+void writePage(const ReportOptions& options, Output& output) {
+  checkNotDatabase(options, options.output);
   std::optional<os::NewFile> file;
   std::optional<Output> fileOutput;
   if (!options.output.empty()) {
@@ -51,28 +79,61 @@ void report(const ReportOptions& options, Output& output) {
     os::endBySignal(signalNumber);
   });
   std::optional<page::Page> page;
-  retryOnDisconnect([&] {
-    const auto inventory = inventory::openForReading(options.database, options.access);
-    inventory::Reader reader = inventory->read(reportSuccessor);
-    const std::vector<CollectionInfo> collections = chosenServers(reader, options.servers, options.at);
-    const auto findings = evaluateRules(reader, collections, options.rules, options.findings);
-    if (!findings->failures().empty()) throw RuleError(findings->failures().front());
-    const auto indexes = indexesOf(*findings);
+  std::size_t count = 0;
+  const auto begin = [&] {
     page.emplace(options.rules, options.profile);
-    std::size_t number = 0;
-    reader.forEach(collections, [&](std::unique_ptr<ServerData> server) {
-      const std::string anchor = fmt::format("server-{}", ++number);
-      const auto found = indexes.find(server->info().id);
-      const auto index = found == indexes.end() ? std::nullopt : std::optional(found->second);
-      page->add(server->info(), "#" + anchor,
-                page::writeSection(*server, *findings, index, anchor, page->sections()));
-    });
+    count = 0;
+  };
+  forEachServer(options, begin, [&](const Subject& subject) {
+    const std::string anchor = fmt::format("server-{}", ++count);
+    page->add(subject.server.info(), "#" + anchor, subject.writeSection(anchor, *page));
+    if (page->size() > options.maxBytes) {
+      throw std::runtime_error(
+          fmt::format("cannot write the page: it is larger than {} MB (write a page for each server with "
+                      "--output DIRECTORY/, or select servers with --server)",
+                      options.maxBytes / 1'000'000));
+    }
   });
   page->write(fileOutput ? *fileOutput : output);
   if (fileOutput) fileOutput->flush();
   signals.ignore();
   if (file) file->finish();
   output.flush();
+}
+
+// The index comes last, so that it links to complete pages only.
+void writeFolder(const ReportOptions& options) {
+  checkNotDatabase(options, options.output / page::kIndexName);
+  page::PageFolder folder(options.output);
+  os::TerminationSignals signals;
+  signals.await([&](int signalNumber) {
+    folder.discard();
+    os::endBySignal(signalNumber);
+  });
+  std::optional<page::Page> index;
+  const auto begin = [&] { index.emplace(options.rules, options.profile); };
+  forEachServer(options, begin, [&](const Subject& subject) {
+    const CollectionInfo& info = subject.server.info();
+    const std::string name = page::pageNameOf(info.server);
+    checkNotDatabase(options, options.output / name);
+    page::Page page(options.rules, options.profile, page::kIndexName);
+    const page::ServerSummary summary = subject.writeSection("server-1", page);
+    page.add(info, "#server-1", summary);
+    folder.write(name, page);
+    index->add(info, name, summary);
+  });
+  folder.write(page::kIndexName, *index);
+  signals.ignore();
+}
+
+}  // namespace
+
+void report(const ReportOptions& options, Output& output) {
+  if (options.isDirectory) {
+    writeFolder(options);
+  } else {
+    writePage(options, output);
+  }
 }
 
 }  // namespace host

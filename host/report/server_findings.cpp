@@ -24,10 +24,10 @@ RuleFindings ruleFindings(const Rule& rule) {
   return result;
 }
 
-FindingRow findingRow(const Result& result) {
+FindingRow findingRow(const Result& result, const std::vector<std::string>& columns) {
   FindingRow row{escapeForTerminal(result.objectText()), {}, {}};
   for (const auto& value : result.data["evidence"])
-    row.cells.push_back(escapeForTerminal(evidenceValue(value)));
+    row.cells.push_back({columns.at(row.cells.size()), {escapeForTerminal(evidenceValue(value))}});
   if (result.ignored != nullptr) {
     const std::string& until = result.ignored->until;
     row.ignored = escapeForTerminal(result.ignored->reason + (until.empty() ? "" : " (until " + until + ")"));
@@ -67,7 +67,7 @@ ServerFindings serverFindings(Findings& findings, std::optional<std::size_t> ind
   all.counts.resize(findings.rules().size());
   all.summary = "Not evaluated: collected again while the report was written.";
   if (!index) return all;
-  std::optional<std::size_t> current;  // the rule of all.rules.back()
+  std::optional<std::size_t> last;  // the rule of all.rules.back()
   findings.forEachOf(*index, [&](const Result& result) {
     const Rule& rule = findings.rules()[result.rule];
     all.counts[result.rule].add(result);
@@ -75,10 +75,11 @@ ServerFindings serverFindings(Findings& findings, std::optional<std::size_t> ind
       all.unevaluated.entries.push_back(unevaluated(rule, result));
       return;
     }
-    if (std::exchange(current, result.rule) != result.rule) all.rules.push_back(ruleFindings(rule));
-    all.rules.back().rows.push_back(findingRow(result));
+    if (std::exchange(last, result.rule) != result.rule) all.rules.push_back(ruleFindings(rule));
+    RuleFindings& current = all.rules.back();
+    current.rows.push_back(findingRow(result, current.columns));
     if (result.ignored != nullptr) return;
-    ++all.rules.back().count;
+    ++current.count;
     all.marks[result.objectId].push_back(&rule);
   });
   all.summary = summaryOf(all.counts);

@@ -21,7 +21,7 @@ struct Reference {
 
 struct FindingRow {
   std::string subject;
-  std::vector<std::string> cells;
+  std::vector<TableCell> cells;
   std::string ignored;  // why; empty unless it is ignored
 
   void visit(auto& add) const { add("subject", subject)("cells", cells)("ignored", ignored); }
@@ -52,7 +52,7 @@ struct Unevaluated {
 struct UnevaluatedRules {
   std::vector<Unevaluated> entries;
 
-  void visit(auto& add) const { add("unevaluated", entries); }
+  void visit(auto& add) const { add("unevaluated", entries)("count", entries.size()); }
 };
 
 struct ServerFindings {

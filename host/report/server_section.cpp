@@ -58,8 +58,9 @@ ServerSummary writeSection(const ServerData& server, Findings& allFindings,
       tableSection(server, "Web service extensions", kExtensions, ObjectKind::kExtension);
   extensions.extensions = items.extensions();
   output.write(render(extensions));
-  if (const ProblemList problems = problemList(server); !problems.rows.empty())
-    output.write(render(problems));
+  for (const bool notes : {false, true}) {
+    if (const ProblemList list = problemList(server, notes); list.count > 0) output.write(render(list));
+  }
   output.write(parts::section_end);
   return {std::move(findings.counts), static_cast<std::int64_t>(server.rowCount(kSites)),
           static_cast<std::int64_t>(server.rowCount(kPools))};

@@ -23,11 +23,11 @@ struct TableSection {
   std::string title;
   std::size_t count = 0;
   std::string missing;  // why there are none
-  std::vector<TableRow> extensions;
+  Table extensions;
 
   void visit(auto& add) const {
     add("title", title)("count", count)("missing", missing)("isEmpty", count == 0 && missing.empty())(
-        "hasExtensions", !extensions.empty())("extensions", extensions);
+        "hasExtensions", !extensions.rows.empty())("extensions", extensions);
   }
 };
 

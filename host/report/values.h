@@ -11,8 +11,6 @@ namespace host::page {
 struct Value {
   std::string text;
   bool isUnknown = false;
-
-  void visit(auto& add) const { add("value", text)("isUnknown", isUnknown); }
 };
 
 // Returns a cell's value: "not known" if it is unknown, "-" if none was stored.
