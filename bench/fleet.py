@@ -18,7 +18,6 @@ import time
 from pathlib import Path
 
 FILES = 20  # distinct
-LARGEST_REPORT = 1000
 VIEW = "select * from {} where server = '{}'"
 
 
@@ -74,10 +73,7 @@ def report(program, files, size, database, second, folder, count):
     if second:
         run([program, "copy", "--from", database, "--to", second])
         add([program, "diff", database, second])
-    if size <= LARGEST_REPORT:
-        add([program, "report", "-d", database, "-o", str(folder / "report.html")])
-    else:
-        cells.append("")
+    add([program, "report", "-d", database, "-o", f"{folder}/report{size}/"])
     cells.append(f"{view_seconds(database, middle) * 1000:.1f} ms")
     print("| " + " | ".join(cells) + " |", flush=True)
 

@@ -2,13 +2,16 @@
 #pragma once
 
 #include <filesystem>
+#include <mutex>
+#include <string>
 
 #include "os/descriptor.h"
 
 namespace os {
 
-// A file that is written next to its final path and renamed to it when complete; a link is followed to its
-// target. It keeps the permissions of the file that it replaces. A device or pipe is written to directly.
+// A file that is written under a random name next to its final path and renamed to it when complete; a link
+// is followed to its target. It keeps the permissions of the file that it replaces, and its owner and group
+// if the system allows it; a read-only file is not replaced. A device or pipe is written to directly.
 class NewFile {
  public:
   enum class Readers { kUsual, kOwnerOnly };  // kOwnerOnly: whatever the replaced file permits
@@ -33,8 +36,10 @@ class NewFile {
 
   const std::filesystem::path path_;
   std::filesystem::path target_;
-  std::filesystem::path temporary_;  // empty for a device or pipe
+  Descriptor directory_;  // of the target
   Descriptor descriptor_;
+  std::mutex mutex_;       // guards temporary_
+  std::string temporary_;  // name in the directory; empty for a device or pipe, and for a finished file
 };
 
 }  // namespace os

@@ -1,6 +1,7 @@
 // The command-line program, run as a process.
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,11 +10,13 @@
 #include <filesystem>
 #include <functional>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "host/console/progress.h"
+#include "host/report/report.h"
 #include "tests/support/collection.h"
 #include "tests/support/process.h"
 
@@ -298,19 +301,27 @@ TEST_F(Host, ReadsCollectionsOfTheHistory) {
   EXPECT_EQ(listed({"servers", "--history"}).size(), 1U);
 }
 
-// An existing file keeps its permissions; the database is refused; a device stays a device.
+// An existing file keeps its owner and permissions; the database and a read-only file are refused; a device
+// stays a device.
 TEST_F(Host, ReplacesReportFilesAtomically) {
   collect({kWeb01});
   const auto report = [&](const std::string& output, int status, const std::string& words = "") {
     run({"report", "-d", database_, "-o", output}, status, words);
   };
   const std::string page = folder_.file("page.html", "former");
+  fs::permissions(page, fs::perms(0400));
+  report(page, 2, "the file is read-only");
+  EXPECT_EQ(test::contents(page), "former");
   fs::permissions(page, fs::perms(0600));
+  const bool isRoot = ::chown(page.c_str(), 4321, 8765) == 0;
   fs::create_symlink(page, path("link.html"));
   report(path("no/such/page.html"), 2);
   report(path("link.html"), 0);
   EXPECT_TRUE(fs::is_symlink(path("link.html")));
   EXPECT_EQ(fs::status(page).permissions(), fs::perms(0600));
+  struct stat status {};
+  ASSERT_EQ(::stat(page.c_str(), &status), 0);
+  EXPECT_TRUE(!isRoot || (status.st_uid == 4321 && status.st_gid == 8765));
   EXPECT_TRUE(test::contents(page).ends_with("</html>\n"));
   report("/dev/full", 2, "cannot write '/dev/full': No space left");
   EXPECT_TRUE(fs::is_character_file("/dev/full"));
@@ -319,6 +330,44 @@ TEST_F(Host, ReplacesReportFilesAtomically) {
   EXPECT_FALSE(rows("tblFTPSiteInfo").empty());
   for (const auto& entry : fs::directory_iterator(folder_.path()))
     EXPECT_NE(entry.path().extension(), ".new");
+}
+
+// The pages link to each other. A run that fails leaves the index as it is; a page that is too large is not
+// written. Notes are not problems.
+TEST_F(Host, WritesAPageForEachServer) {
+  collect({kWeb01, "<a>=" + kLegacy}, 1);
+  const auto report = [&](const Arguments& more, int status, const std::string& words = "") {
+    Arguments arguments{"report", "-d", database_, "-o", path("pages/")};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    run(arguments, status, words);
+  };
+  report({}, 0);
+  const std::string index = test::contents(path("pages/index.html"));
+  std::set<std::string> found;
+  for (const auto& entry : fs::directory_iterator(path("pages"))) {
+    const std::string name = entry.path().filename();
+    found.insert(name);
+    if (name == "index.html") continue;
+    EXPECT_NE(index.find("<a href=\"" + name + "\">"), index.npos) << name;
+    EXPECT_NE(test::contents(entry.path()).find("<a href=\"index.html\">All servers</a>"), index.npos);
+  }
+  EXPECT_EQ(found.size(), 3U);
+  EXPECT_TRUE(found.contains("server-web01.html"));
+  fs::remove(path("pages/server-web01.html"));
+  fs::create_directory(path("pages/server-web01.html"));
+  report({"--server", "WEB01"}, 2, "server-web01.html': Is a directory");
+  EXPECT_EQ(test::contents(path("pages/index.html")), index);
+
+  Database(database_, Database::Mode::kCreate, {}).execute("update Problems set Kind = 'note'");
+  host::ReportOptions options{database_, {}, {}, path("page.html")};
+  options.maxBytes = 1'000'000;
+  host::Output output;
+  EXPECT_NO_THROW(host::report(options, output));
+  const std::string page = test::contents(path("page.html"));
+  EXPECT_TRUE(page.find("<h3>Notes <") != page.npos && page.find("<h3>Problems") == page.npos);
+  options.maxBytes = 10'000;
+  EXPECT_THROW(host::report(options, output), std::runtime_error);
+  EXPECT_EQ(test::contents(path("page.html")), page);
 }
 
 TEST_F(Host, ShowsProgressOnOneErasedLine) {

@@ -25,6 +25,14 @@ ATTACKS = [
     "x" * 10000,
 ]
 
+# How many elements are wider inside than they are, and in how many lines the text of each element stands.
+SCROLLING = """return [...document.querySelectorAll(arguments[0])].filter(
+    each => each.scrollWidth > each.clientWidth).length"""
+LINES = """return [...document.querySelectorAll(arguments[0])].map(each => {
+    const range = document.createRange();
+    range.selectNodeContents(each);
+    return new Set([...range.getClientRects()].map(box => box.top)).size; })"""
+
 
 def hostile_metabase():
     sites = ""
@@ -131,7 +139,18 @@ class ReportPage(unittest.TestCase):
                 self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", metrics)
                 self.open(name)
                 self.browser.find_element(By.ID, "open").click()
-                self.assertLessEqual(self.browser.execute_script("return document.documentElement.scrollWidth"), width)
+                for part in ["html"] + ([".wide", "table"] if width == 400 else []):
+                    self.assertEqual(self.browser.execute_script(SCROLLING, part), 0, (name, width, part))
+
+    def test_words_and_hashes_are_not_broken(self):
+        self.open("samples")
+        for media, width in (("screen", 1280), ("print", 718)):
+            metrics = {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False}
+            self.browser.execute_cdp_cmd("Emulation.setDeviceMetricsOverride", metrics)
+            self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": media})
+            for part in (".servers .hash", ".servers td:nth-child(3)"):
+                self.assertEqual(self.browser.execute_script(LINES, part), [1, 1], (media, part))
+        self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {"media": ""})
 
 
 if __name__ == "__main__":

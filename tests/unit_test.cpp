@@ -13,6 +13,7 @@
 #include "host/collect/record_parser.h"
 #include "host/console/suggestion.h"
 #include "host/console/terminal_text.h"
+#include "host/report/page_folder.h"
 #include "host/sections.h"
 #include "host/usage_error.h"
 #include "inventory/catalog/catalog.h"
@@ -36,6 +37,21 @@ TEST(Records, AreParsedWithMultilineMessages) {
   EXPECT_EQ(all,
             "One,Open,-2147463156,two\r\nlines\t1|Two,a\tb,9,|Three,,0,no number|,,0,no object|"
             "Four,,0,r\t       G12\tx|Five,r,0,last|");
+}
+
+TEST(PageNames, AreSafeAndUnique) {
+  EXPECT_EQ(host::page::pageNameOf("WEB01"), "server-web01.html");
+  EXPECT_EQ(host::page::pageNameOf("\u00c4"), host::page::pageNameOf("\u00e4"));
+  std::set<std::string> names;
+  const std::string longName(64, 'a');
+  for (const std::string& server :
+       {std::string("a"), std::string("a<"), std::string("a "), std::string("%61"), std::string(".."),
+        std::string("a~"), std::string("\u00e4"), longName, longName + "a", longName + "b"}) {
+    const std::string name = host::page::pageNameOf(server);
+    EXPECT_TRUE(names.insert(name).second) << name;
+    EXPECT_EQ(name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_.~"), name.npos) << name;
+    EXPECT_LT(name.size(), 128U);
+  }
 }
 
 TEST(Selections, ContainSectionsBySideAndName) {

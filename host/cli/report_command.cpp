@@ -8,11 +8,13 @@ namespace {
 
 constexpr const char* kFooter =
     "The page is self-contained: it needs no network and no other file. Without\n"
-    "--output it is written to the standard output.\n"
+    "--output it is written to the standard output. A directory (a path that ends\n"
+    "with '/', or an existing one) gets index.html and a page for each server.\n"
     "\n"
     "Examples:\n"
     "  iisinventory report -d inventory.db -o report.html\n"
-    "  iisinventory report -d inventory.db --server WEB01 > web01.html";
+    "  iisinventory report -d inventory.db --server WEB01 > web01.html\n"
+    "  iisinventory report -d fleet.db -o fleet/";
 
 struct Raw {
   DatabaseArguments database;
@@ -30,7 +32,7 @@ void addReport(Program& program, CommandAction& action) {
   addDatabase(command, raw->database);
   command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
   addAt(command, raw->at);
-  command.option("-o,--output", raw->output, "FILE", "File to write");
+  command.option("-o,--output", raw->output, "FILE", "File or directory to write");
   addRuleOptions(command, raw->rules);
   addFindingsOptions(command, raw->rules);
   command.footer(kFooter);
@@ -42,6 +44,9 @@ void addReport(Program& program, CommandAction& action) {
     options.findings = findingsOptionsOf(raw->rules, options.database);
     options.at = timeOf("--at", raw->at);
     if (!raw->output.empty() && raw->output != "-") options.output = wholePath("--output", raw->output);
+    std::error_code ignored;
+    options.isDirectory =
+        raw->output.ends_with('/') || std::filesystem::is_directory(options.output, ignored);
     action = [options](Output& output) {
       report(options, output);
       return 0;

@@ -1,6 +1,7 @@
 // The command "report".
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -15,15 +16,18 @@ struct ReportOptions {
   inventory::Access access;
   std::vector<std::string> servers;  // all if empty
   std::filesystem::path output;      // absolute; empty for the standard output
+  bool isDirectory = false;          // the output: it gets a page for each server, and an index
   std::string at = {};               // a time in UTC; empty for the current collections
   std::string profile = {};          // of the rules; empty if rules were named
   std::vector<Rule> rules = {};
   FindingsOptions findings = {};
+  std::size_t maxBytes = 50'000'000;  // of a single page: browsers take long to open a larger one
 };
 
-// Writes one self-contained HTML page about servers. A file is written completely or not changed. Throws
-// inventory::Error if the inventory cannot be read, std::runtime_error if the page cannot be written,
-// RuleError for a rule that fails, and UsageError for an unknown server.
+// Writes one self-contained HTML page about servers, or a directory of such pages, the index at last. A file
+// is written completely or not changed. Throws inventory::Error if the inventory cannot be read,
+// std::runtime_error if a page cannot be written or a single page is too large, RuleError for a rule that
+// fails, and UsageError for an unknown server.
 void report(const ReportOptions& options, Output& output);
 
 }  // namespace host

@@ -1,0 +1,61 @@
+#include "host/report/page_folder.h"
+
+#include <fmt/core.h>
+
+#include <algorithm>
+#include <iterator>
+#include <stdexcept>
+#include <system_error>
+#include <utility>
+
+#include "host/sha256.h"
+#include "inventory/names.h"
+
+namespace host::page {
+namespace {
+
+constexpr std::size_t kLongestName = 64;  // bytes that a page's name keeps of a server's
+constexpr std::size_t kHashLength = 32;
+
+bool isSafe(char c) {
+  return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.';
+}
+
+}  // namespace
+
+// The prefix keeps a name from being special to a system. A name that is not kept whole has a hash, behind a
+// character that no other has.
+std::string pageNameOf(std::string_view server) {
+  const std::string name = inventory::folded(server);
+  if (name.size() <= kLongestName && std::ranges::all_of(name, isSafe))
+    return fmt::format("server-{}.html", name);
+  std::string kept;
+  std::ranges::copy_if(std::string_view(name).substr(0, kLongestName), std::back_inserter(kept), isSafe);
+  return fmt::format("server-{}~{}.html", kept, sha256Hex(name).substr(0, kHashLength));
+}
+
+PageFolder::PageFolder(std::filesystem::path directory) : directory_(std::move(directory)) {
+  std::error_code error;
+  std::filesystem::create_directory(directory_, error);
+  if (error)
+    throw std::runtime_error(fmt::format("cannot create '{}': {}", directory_.string(), error.message()));
+}
+
+void PageFolder::write(const std::string& name, Page& page) {
+  const std::filesystem::path path = directory_ / name;
+  {
+    const std::lock_guard lock(mutex_);
+    file_.emplace(path);
+  }
+  Output output(file_->descriptor(), fmt::format("'{}'", path.string()));
+  page.write(output);
+  output.flush();
+  file_->finish();
+}
+
+void PageFolder::discard() noexcept {
+  mutex_.lock();
+  if (file_) file_->remove();
+}
+
+}  // namespace host::page
