@@ -208,7 +208,7 @@ TEST_F(Sources, ReportsParseWarningsAndCollects) {
 </MBProperty></configuration>
 )");
   const Result checked =
-      test::runExpecting(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1, "3 warnings");
+      test::runExpecting(folder_, {"check", odd, SAMPLES_DIRECTORY "/WEB01/MetaBase.xml"}, 1, "3 problems");
   EXPECT_NE(checked.out.find("WEB01/MetaBase.xml: a metabase of"), std::string::npos);
   test::runExpecting(folder_, {"check", folder_.file("x.txt", "text")}, 2, "");
   test::runExpecting(folder_, {"check", "-", "-"}, 2, "METABASE '-': ");
