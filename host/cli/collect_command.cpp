@@ -127,7 +127,7 @@ void addCollect(Program& program, CommandAction& action) {
   command.choice("-f,--format", raw->format, {"table", "json"}, "FORMAT",
                  "Summary: table or json (default: table)");
   command.choice("--fail-on", raw->failOn, {"problems", "unpublished"}, "WHAT",
-                 "Status 1 for: problems or unpublished (default: problems)");
+                 "Status 1: problems (default) or unpublished");
   command.footer(kCollectFooter);
   command.onParsed([raw, &action] {
     action = [options = optionsOf(*raw)](Output& output) { return collect(options, output); };

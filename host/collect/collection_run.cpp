@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -36,9 +37,8 @@ CollectionRun::CollectionRun(const CollectOptions& options, const Sources& sourc
       signals_(signals),
       console_(options.quiet, !options.quiet && !options.json, sources.servers.size(), output),
       publisher_(inventory, options.jobs, {options.replace}, *this),
-      results_(sources.servers.size()) {
-  if (!options.dryRun) userLogs_.emplace(options.logDirectory, options.access.wait);
-}
+      userLogs_(options.logDirectory, options.access.wait),
+      results_(sources.servers.size()) {}
 
 int CollectionRun::run() {
   signals_.await([this](int signalNumber) { end(signalNumber); });
@@ -170,7 +170,7 @@ bool CollectionRun::tryCollect(const Server& server, PrivateLogs& logs,
 
 // Appends the component's records to the user's logs, whether the rows are published or not.
 void CollectionRun::keepLogs(std::size_t place, const PrivateLogs& logs, inventory::Collected* collected) {
-  for (const std::string& why : userLogs_->append(servers_[place].name, logs)) {
+  for (const std::string& why : userLogs_.append(servers_[place].name, logs)) {
     failServer(place, why);
     if (collected == nullptr) continue;
     inventory::Problem problem;

@@ -5,7 +5,6 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <span>
 #include <string>
 #include <vector>
@@ -71,7 +70,7 @@ class CollectionRun : private Publisher::Listener {
   os::PrivateFolder folder_;
   RunConsole console_;
   Publisher publisher_;
-  std::optional<UserLogs> userLogs_;  // not in a dry run
+  UserLogs userLogs_;
   std::atomic<std::size_t> next_ = 0;
   std::mutex mutex_;  // guards the results while there are several threads
   RunResults results_;

@@ -156,7 +156,8 @@ std::string RecordContext::directory() const {
 std::optional<Problem> RecordContext::problemOf(const Record& record, const std::string& server,
                                                 const std::string& unset) {
   MessageLocation place = parseMessageLocation(record.message);
-  if (place.node.empty() && !unset.empty()) place = parseMessageLocation(unset + ": ");
+  const bool isUnset = place.node.empty() && !unset.empty();
+  if (isUnset) place = parseMessageLocation(unset + ": ");
   // A step without an object fails because the previous step, which should have set it, has failed.
   if (record.number == automation::number::kObjectNotSet && place.node.empty() &&
       record.routine == lastRoutine_) {
@@ -191,7 +192,8 @@ std::optional<Problem> RecordContext::problemOf(const Record& record, const std:
   if (const std::string item = itemOf(kind_, place.node, server); isOther && !item.empty())
     problem.item = item;
   problem.node = place.node;
-  problem.property = place.property;
+  // The routine stops at a value that is not set, which leaves more unknown than what derives from it.
+  if (!isUnset) problem.property = place.property;
   // For a directory's security, the next status text names the directory.
   if (problem.node.empty() && problem.table != kDirectorySecurity) {
     problem.node = directory();
