@@ -15,7 +15,7 @@ namespace host {
 // Members may be called from any thread.
 class RunConsole {
  public:
-  // `quiet`: neither progress nor notes.
+  // `quiet`: no progress.
   RunConsole(bool quiet, bool wantsNotes, std::size_t servers, Output& output)
       : wantsNotes_(wantsNotes), output_(output), progress_(!quiet, servers) {}
 
