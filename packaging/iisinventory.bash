@@ -29,9 +29,11 @@ _iisinventory() {
   case $command$before in
     schema--format | schema-f) choices=$'table\njson\nmarkdown' ;;
     findings--format | findings-f) choices=$'table\ncsv\njson\njsonl\nsarif' ;;
+    collect--format | collect-f | check--format | check-f) choices=$'table\njson' ;;
     *--format | *-f) choices=$'table\ncsv\njson' ;;
     *--color) choices=$'auto\nalways\nnever' ;;
     *--min-severity) choices=$severities ;;
+    collect--fail-on) choices=$'problems\nunpublished' ;;
     *--fail-on) choices=any$'\n'$severities$'\n'$(_iisinventory_rules "$program") ;;
     *--rule) choices=$(_iisinventory_rules "$program") ;;
     *--category) choices=$'security\nreliability\nmigration\nhousekeeping' ;;

@@ -8,6 +8,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -96,7 +97,7 @@ TEST_F(Host, RefusesWrongUsageAndCreatesNothing) {
       {{"collect", "--databse", here}, "no option '--databse' (did you mean '--database'?)"},
       {{"collect", "--database", here}, "METABASE is required"},
       {{"collect", kWeb01}, "--database is required"},
-      {{"collect", kWeb01, "--database", path("no/such.db")}, "it does not exist"},
+      {{"collect", kWeb01, "--database", path("no/such.db")}, "its directory does not exist"},
       {{"collect", kWeb01, "--database", noDatabase}, "it is not a database"},
       {{"collect", kWeb01, "web01=" + kLegacy, "--database", here}, "is given already"},
       {{"collect", "=x", "--database", here}, "it is empty"},
@@ -160,8 +161,13 @@ TEST_F(Host, ReportsOnlyTheProblemsOfThisRun) {
     const Result result = collect({kLegacy}, 1, "LEGACY has no application pools (IIS 5 has none)");
     const auto records =
         lines(test::contents(path("LEGACY.log"))).size() / static_cast<std::size_t>(time + 1);
-    EXPECT_NE(result.out.find(std::to_string(records) + " problems:"), std::string::npos);
-    EXPECT_NE(result.out.find("the logs in " + folder_.path().string() + "\n"), std::string::npos);
+    for (const std::string& words :
+         {"\n3 problems in " + std::to_string(records) + " places:\n  3 x GetVirtualDirSecurityProperties, ",
+          "the logs in " + folder_.path().string() + "\n",
+          std::string(
+              "\n  1 x GetHomeDirectoryProperties, 0x5E\n      Path is not set (Invalid use of Null)\n"
+              "      at IIS://LEGACY/MSFTPSVC/4/MirrorAgent\n")})
+      EXPECT_NE(result.out.find(words), std::string::npos) << words << result.out;
   }
   const Result quiet = collect({kLegacy, "--quiet", "--log-dir", folder_.folder("logs").string()}, 1,
                                "the logs in " + path("logs"));
@@ -172,8 +178,8 @@ TEST_F(Host, ReportsOnlyTheProblemsOfThisRun) {
 
   const std::string summary = collect({kLegacy, kWeb01, "--color", "always"}, 1).out;
   EXPECT_EQ(summary.find("WEB01"), std::string::npos) << summary;
-  for (const char* words :
-       {"replaced 241 rows of 2 servers", "\n\x1b[31m5 problems\x1b[0m:\n", "\n  on 1 server: LEGACY (5)\n"})
+  for (const char* words : {"replaced 241 rows of 2 servers", "\n\x1b[31m3 problems in 5 places\x1b[0m:\n",
+                            "\n  on 1 server: LEGACY (5)\n"})
     EXPECT_NE(summary.find(words), std::string::npos) << words << summary;
   EXPECT_TRUE(collect({kLegacy, kWeb01, "-v"}, 1)
                   .out.starts_with("LEGACY: 31 rows (replaced 31), 5 problems\nWEB01: 210 rows (replaced "
@@ -412,6 +418,78 @@ TEST_F(Host, ErasesTheProgressLineOnASignal) {
             "iisinventory: ended by a signal; published: none; not published: MANY\r\n");
   collect({"MANY=" + kWeb01});
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
+}
+
+// The folder of one thread is removed while that of another one, with many files, remains for a while.
+TEST_F(Host, PrintsOneLineAfterASignal) {
+  Arguments arguments = {"collect", "--jobs", "2"};
+  const std::string metabase = metabaseOf("S", 50).substr(2);
+  for (int at = 0; at < 400; ++at) arguments.push_back("S" + std::to_string(at) + "=" + metabase);
+  bool sent = false;
+  const Result result = runOnTerminal(80, arguments, [&](pid_t child, const std::string& shown) {
+    if (sent || shown.find(": Processing") == std::string::npos) return;
+    sent = true;
+    fs::path last;
+    for (const auto& entry : fs::directory_iterator(fs::directory_iterator(folder_ / "temporary")->path()))
+      if (entry.is_directory()) last = entry.path();
+    for (int at = 0; at < 30000; ++at) std::ofstream(last / std::to_string(at));
+    kill(child, SIGINT);
+  });
+  EXPECT_EQ(result.status, -SIGINT);
+  const std::string end = result.out.substr(result.out.rfind(kWipe) + 4);
+  EXPECT_TRUE(end.starts_with("iisinventory: ended by a signal; published: ")) << end;
+  EXPECT_EQ(lines(end).size(), 1U) << end;
+}
+
+TEST_F(Host, RecommendsACommandThatWorks) {
+  database_ = path("it's here.db");
+  const std::string summary = collect({kLegacy}, 1).out, start = "\nlist them: ";
+  const std::size_t at = summary.find(start) + start.size();
+  const std::string command = summary.substr(at, summary.find('\n', at) - at);
+  EXPECT_EQ(test::runShell(command + " --format csv"),
+            runCommand({"show", "Problems", "--format", "csv"}).out);
+  // The message is readable at 80 columns.
+  std::string words;
+  for (const std::string& line : lines(runOnTerminal(80, {"show", "Problems"}).out)) {
+    EXPECT_LE(columns(line), 80U) << line;
+    words += line.size() > 29 ? line.substr(29) : "";
+  }
+  EXPECT_NE(words.find("Path is not set (Invalid use of Null)"), std::string::npos) << words;
+}
+
+TEST_F(Host, WritesTheResultsAsJson) {
+  const auto document = [&](Arguments arguments, int status) {
+    arguments.insert(arguments.end(), {"--format", "json"});
+    return json::parse(run(arguments, status).out);
+  };
+  const Arguments both = {"collect", kLegacy, kWeb01, "-d", database_, "--fail-on", "unpublished"};
+  const json first = document(both, 0), second = document(both, 0);
+  EXPECT_EQ(first["end"], "complete");
+  EXPECT_EQ(second["servers"][0]["replaced_rows"], 31);
+  EXPECT_EQ(second["servers"][1]["tables"]["tblGeneral"], 18);
+  EXPECT_EQ(second["totals"]["problem_records"], 5);
+  const json problems = second["servers"][0]["problems"];
+  ASSERT_EQ(problems.size(), 3U);
+  EXPECT_EQ(problems[0]["records"], 3);
+  EXPECT_EQ(document({"check", kLegacy}, 1)["servers"][0]["problems"], problems);
+  const json partial =
+      document({"collect", kLegacy, path("gone.xml"), "-d", database_, "--fail-on", "unpublished"}, 1);
+  EXPECT_EQ(partial["servers"][1]["state"], "not published");
+  EXPECT_EQ(partial["servers"][1]["errors"].size(), 1U);
+  const json failed = document({"collect", kWeb01, "-d", path("no/x.db")}, 2);
+  EXPECT_EQ(failed["end"], "failed");
+  EXPECT_EQ(failed["errors"].size(), 1U);
+  Database locking(database_, Database::Mode::kReadWrite, {});
+  const sqlite::Transaction lock(locking);
+  fs::remove(path("LEGACY.log"));  // its next record comes after the signal handler
+  Arguments waiting = both;
+  waiting.insert(waiting.end(), {"--format", "json", "--wait", "100000"});
+  test::Program program(folder_, waiting);
+  while (program.isRunning() && !fs::exists(path("LEGACY.log"))) usleep(1000);
+  kill(program.id(), SIGTERM);
+  const json interrupted = json::parse(program.wait().out);
+  EXPECT_EQ(interrupted["end"], "interrupted");
+  EXPECT_EQ(interrupted["totals"]["published"], 0);
 }
 
 TEST_F(Host, IgnoresAClosedOutputPipe) {

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <fstream>
+#include <iomanip>
 #include <set>
 #include <string>
 #include <string_view>
@@ -10,6 +12,8 @@
 #include <utility>
 #include <vector>
 
+#include "automation/runtime.h"
+#include "host/collect/collection_records.h"
 #include "host/collect/record_parser.h"
 #include "host/console/suggestion.h"
 #include "host/console/terminal_text.h"
@@ -18,6 +22,7 @@
 #include "host/usage_error.h"
 #include "inventory/catalog/catalog.h"
 #include "inventory/model.h"
+#include "tests/support/folder.h"
 
 namespace {
 
@@ -52,6 +57,38 @@ TEST(PageNames, AreSafeAndUnique) {
     EXPECT_EQ(name.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_.~"), name.npos) << name;
     EXPECT_LT(name.size(), 128U);
   }
+}
+
+TEST(Records, BecomeProblemsWithTheirMeaning) {
+  host::countTriedRecords();
+  const test::Folder folder;
+  host::PrivateLogs logs(folder.path());
+  host::CollectionRecords records(logs, "S");
+  const auto message = [&](const char* routine, int number, const std::string& text) {
+    std::ofstream log(logs.server.file(), std::ios::app | std::ios::binary);
+    log << "01/31/2026 12:00:00\tObject\t" << routine << "\t" << std::setw(10) << std::hex << std::uppercase
+        << number << "\t" << text << "\r\n";
+    for (int part = 0; part < 3; ++part) automation::toSystemEncoding(u"");
+  };
+  records.begin(host::RecordContext::ofItem("tblGeneral", inventory::ObjectKind::kSite, "1", {}));
+  for (int time = 0; time < 9; ++time) message("GetFTPPropertyInfo", 6, "Overflow");
+  message("GetServerGeneralProperty", 6, "Overflow");
+  message("EnumAppsInPool", 6, "Overflow");
+  message("GetX", 94, "Invalid use of Null");
+  message("GetX", 5, "IIS://S/1 (C), P: odd");
+  message("GetX", 91, "Object variable not set");
+  message("GetAppliedObjectProperties", static_cast<int>(0x8000500D), "IIS://S/1 (C), Path: no such");
+  records.end("");
+  std::string all;
+  for (const inventory::Problem& problem : records.takeProblems())
+    all += (problem.isNote ? "note " : "") + problem.table + ": " + problem.message + "\n";
+  EXPECT_EQ(all,
+            "note : more than 32,767 sites: the rest is not counted (Overflow)\n"
+            "tblGeneral: a number does not fit in 16 bits (Overflow)\n"
+            "tblAppliedObject: more than 32,767 applications: none of them is collected (Overflow)\n"
+            "tblGeneral: a value is not set (Invalid use of Null)\n"
+            "tblGeneral: IIS://S/1 (C), P: odd\n"
+            "tblGeneral: P cannot be read, so what depends on it is unknown (Object variable not set)\n");
 }
 
 TEST(Selections, ContainSectionsBySideAndName) {

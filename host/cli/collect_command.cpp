@@ -45,7 +45,8 @@ const std::string kCollectFooter =
     "PGPASSWORD, ~/.pgpass or a service file; the logs go to the current directory.\n"
     "\n"
     "Exit status: 0 everything was published without problems, 1 problems, or a\n"
-    "server was not published, 2 nothing was published.\n"
+    "server was not published, 2 nothing was published. With --fail-on unpublished,\n"
+    "1 only if a server was not published.\n"
     "\n"
     "Examples:\n"
     "  iisinventory collect WEB01/MetaBase.xml WEB02/MetaBase.xml --database all.db\n"
@@ -69,6 +70,8 @@ struct Raw {
   bool dryRun = false;
   bool quiet = false;
   bool verbose = false;
+  std::string format = "table";
+  std::string failOn = "problems";
 };
 
 CollectOptions optionsOf(const Raw& raw) {
@@ -76,6 +79,9 @@ CollectOptions optionsOf(const Raw& raw) {
   refuseEmpty("--pool", raw.pools);
   if (raw.quiet && raw.verbose) throw UsageError("--quiet and --verbose exclude each other");
   if (raw.list && raw.dryRun) throw UsageError("--list and --dry-run exclude each other");
+  const bool isJson = raw.format == "json";
+  if (isJson && raw.list) throw UsageError("--list and --format json exclude each other (use --dry-run)");
+  if (isJson && raw.verbose) throw UsageError("--verbose and --format json exclude each other");
   CollectOptions options;
   options.metabases = raw.metabases;
   options.maxSize = raw.maxSize;
@@ -93,6 +99,8 @@ CollectOptions optionsOf(const Raw& raw) {
   options.quiet = raw.quiet;
   options.verbose = raw.verbose;
   options.dryRun = raw.dryRun;
+  options.json = isJson;
+  options.failOnUnpublished = raw.failOn == "unpublished";
   return options;
 }
 
@@ -116,6 +124,10 @@ void addCollect(Program& program, CommandAction& action) {
   addForce(command, raw->database);
   command.flag("-q,--quiet", raw->quiet, "No progress and no summary, problems only");
   command.flag("-v,--verbose", raw->verbose, "A line for each server, too");
+  command.choice("-f,--format", raw->format, {"table", "json"}, "FORMAT",
+                 "Summary: table or json (default: table)");
+  command.choice("--fail-on", raw->failOn, {"problems", "unpublished"}, "WHAT",
+                 "Status 1: problems (default) or unpublished");
   command.footer(kCollectFooter);
   command.onParsed([raw, &action] {
     action = [options = optionsOf(*raw)](Output& output) { return collect(options, output); };

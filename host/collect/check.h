@@ -12,10 +12,11 @@ namespace host {
 struct CheckOptions {
   std::vector<std::string> metabases;  // as given
   std::uint64_t maxSize = 0;           // of a metabase in an archive or stream, in bytes
+  bool json = false;                   // a JSON document
 };
 
-// Reads metabase files and prints the warnings about them; writes nothing. Returns the exit status: 0 no
-// warnings, 1 warnings, 2 a file is no metabase or cannot be read.
+// Collects metabase files and prints the problems that a collection would record; publishes nothing. Returns
+// the exit status: 0 no problems, 1 problems, 2 a file cannot be collected.
 int check(const CheckOptions& options, Output& output);
 
 }  // namespace host

@@ -24,7 +24,9 @@ struct CollectOptions {
   bool replace = false;  // also replaces a collection that covers more
   unsigned jobs = 1;
   bool quiet = false;
-  bool verbose = false;  // a line for each server
+  bool verbose = false;            // a line for each server
+  bool json = false;               // a JSON document in place of the summary
+  bool failOnUnpublished = false;  // problems do not change the status
 };
 
 // Collects servers and prints a summary. Returns the exit status: 0 complete, 1 with problems, 2 nothing was

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <deque>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -10,6 +11,9 @@
 #include "automation/text.h"
 
 namespace host {
+
+using platform::metabase::Metabase;
+
 namespace {
 
 // Longer than any record: paths have at most 32,767 characters.
@@ -19,14 +23,27 @@ constexpr std::size_t kProbe = std::size_t{128} * 1024;
 constexpr std::int64_t kTextsOfRecord = 3;
 thread_local std::int64_t encodedTexts = 0;
 
+// The description of the failure that a component's record of an unset value contains.
+constexpr automation::TextView kUseOfNull = u"Invalid use of Null";
+thread_local std::deque<Metabase::UnsetRead> unsetReads;
+
 std::string encodeCounted(automation::TextView text) {
   ++encodedTexts;
+  if (text == kUseOfNull) unsetReads.push_back(Metabase::takeUnsetRead());
   return automation::toUtf8(text);
 }
 
 }  // namespace
 
+Metabase::UnsetRead takeUnsetRead() {
+  if (unsetReads.empty()) return {};
+  const Metabase::UnsetRead first = unsetReads.front();
+  unsetReads.pop_front();
+  return first;
+}
+
 std::int64_t beginCountingRecords() {
+  unsetReads.clear();
   encodedTexts = triedRecords() * kTextsOfRecord;
   return triedRecords();
 }

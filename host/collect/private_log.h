@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/metabase/metabase.h"
+
 namespace host {
 
 // Starts counting the records that the component tries to write, in every thread.
@@ -17,6 +19,10 @@ std::int64_t triedRecords();
 
 // The same before a collection. A record that has failed halfway does not count towards the next one.
 std::int64_t beginCountingRecords();
+
+// Of the records about the use of a value that is not set, the first one that this function has not been
+// called for: which value that was. Call it for each of these records of this thread, in their order.
+platform::metabase::Metabase::UnsetRead takeUnsetRead();
 
 // A file in a private folder that the component appends records to on this thread. Members throw
 // std::runtime_error if the log cannot be written or read.

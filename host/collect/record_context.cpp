@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "automation/failure.h"
+#include "host/collect/problem_text.h"
 #include "inventory/clock.h"
 
 namespace host {
@@ -22,12 +23,10 @@ constexpr std::string_view kNodeStart = "IIS://";
 constexpr TextView kProcessing = u"Processing ";
 
 // The walk over the children of a web site always meets some whose class has no path. Nothing is wrong with
-// them, so their records are notes.
-constexpr std::string_view kNoteRoutine = "GetAppliedObjectProperties";
-constexpr std::string_view kNoteProperty = "Path";
+// them, so their records stay in the log.
+constexpr std::string_view kChildRoutine = "GetAppliedObjectProperties";
+constexpr std::string_view kChildProperty = "Path";
 constexpr auto kNoSuchProperty = static_cast<std::int32_t>(0x8000500D);
-
-constexpr std::int32_t kNoObject = automation::number::kObjectNotSet;
 
 constexpr std::string_view kDirectories = "tblvirtualDirectory";
 constexpr std::string_view kDirectorySecurity = "tblvirtualDirSecurity";
@@ -154,16 +153,34 @@ std::string RecordContext::directory() const {
   return directoryStatus_.empty() ? std::string() : node_ + "/" + toUtf8(quotedIn(directoryStatus_));
 }
 
-Problem RecordContext::problemOf(const Record& record, const std::string& server) {
+std::optional<Problem> RecordContext::problemOf(const Record& record, const std::string& server,
+                                                const std::string& unset) {
   MessageLocation place = parseMessageLocation(record.message);
+  const bool isUnset = place.node.empty() && !unset.empty();
+  if (isUnset) place = parseMessageLocation(unset + ": ");
   // A step without an object fails because the previous step, which should have set it, has failed.
-  if (record.number == kNoObject && place.node.empty() && record.routine == lastRoutine_) {
+  if (record.number == automation::number::kObjectNotSet && place.node.empty() &&
+      record.routine == lastRoutine_) {
     place.node = last_.node;
     place.property = last_.property;
   }
   lastRoutine_ = record.routine;
   last_ = place;
+  if (record.routine == kChildRoutine && place.property == kChildProperty && record.number == kNoSuchProperty)
+    return std::nullopt;
   Problem problem;
+  problem.time = inventory::utcNow();
+  problem.routine = record.routine;
+  problem.number = record.number;
+  if (const CountedItems* counted = findCountOverflow(record)) {
+    problem.isNote = counted->table.empty();
+    problem.table = counted->table;
+    problem.itemKind = kind_;
+    problem.item = counted->table.empty() ? "" : item_;
+    problem.node = nodeOf(kind_, problem.item, server);
+    problem.message = messageOf(*counted);
+    return problem;
+  }
   problem.table = table_;
   for (const RoutineTable& entry : kRoutineTables) {
     if (entry.routine != record.routine) continue;
@@ -174,19 +191,15 @@ Problem RecordContext::problemOf(const Record& record, const std::string& server
   const bool isOther = items_ != nullptr || item_.empty();
   if (const std::string item = itemOf(kind_, place.node, server); isOther && !item.empty())
     problem.item = item;
-  problem.node = std::move(place.node);
-  problem.property = std::move(place.property);
+  problem.node = place.node;
+  // The routine stops at a value that is not set, which leaves more unknown than what derives from it.
+  if (!isUnset) problem.property = place.property;
   // For a directory's security, the next status text names the directory.
   if (problem.node.empty() && problem.table != kDirectorySecurity) {
     problem.node = directory();
     if (problem.node.empty()) problem.node = node_.empty() ? nodeOf(kind_, problem.item, server) : node_;
   }
-  problem.routine = record.routine;
-  problem.number = record.number;
-  problem.message = record.message;
-  problem.time = inventory::utcNow();
-  problem.isNote =
-      record.routine == kNoteRoutine && problem.property == kNoteProperty && record.number == kNoSuchProperty;
+  problem.message = messageOf(record, place.property);
   return problem;
 }
 

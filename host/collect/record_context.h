@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -41,8 +42,11 @@ class RecordContext {
   // Handles a status text. `since`: the problems since the previous one.
   void sent(automation::TextView status, std::span<inventory::Problem> since);
 
-  // Converts a record of this call. Must be called in the order of the records.
-  inventory::Problem problemOf(const Record& record, const std::string& server);
+  // Converts a record of this call; nothing if it is no problem. Must be called in the order of the records.
+  // `unset`: the location of the value whose absence the record is about, as a message begins with it; empty
+  // if it is unknown.
+  std::optional<inventory::Problem> problemOf(const Record& record, const std::string& server,
+                                              const std::string& unset);
 
  private:
   // In a walk over directories: the one in the last status text; empty if there is none.

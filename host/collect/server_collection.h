@@ -1,15 +1,12 @@
-// The collection of one server: calls the component's two classes in order, which write into a private
-// database and private logs.
+// The collection of one server into a private database and private logs.
 #pragma once
 
-#include <filesystem>
-#include <functional>
-#include <memory>
-#include <stdexcept>
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "host/collect/private_log.h"
+#include "host/collect/collection_records.h"
 #include "host/collect/staging_database.h"
 #include "host/console/progress.h"
 #include "host/sections.h"
@@ -18,25 +15,10 @@
 
 namespace host {
 
-// The logs of one collection, reused for the next, in a folder.
-struct PrivateLogs {
-  explicit PrivateLogs(const std::filesystem::path& folder)
-      : directory(folder), application(folder / "TORVINLog.Log"), server(folder / "server.log") {}
-
-  std::filesystem::path directory;
-  PrivateLog application;
-  PrivateLog server;
-};
-
-// A collection is incomplete, for example because a record was lost, and must not be published.
-class Incomplete : public std::runtime_error {
- public:
-  using std::runtime_error::runtime_error;
-};
-
 // The result of collecting a server.
 struct Outcome {
   inventory::Collected collected;  // without the rows
+  std::size_t nodeCount = 0;       // of the metabase
   // What the server lacks, as a phrase after "has": "no FTP service, so ...".
   std::vector<std::string> remarks;
   // The selected sites and pools that the server has, spelled as the user spells them.

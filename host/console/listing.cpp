@@ -3,9 +3,10 @@
 #include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
-#include <numeric>
 #include <string_view>
 #include <utility>
+
+#include <fmt/core.h>
 
 #include "automation/text.h"
 #include "host/console/color.h"
@@ -43,45 +44,30 @@ std::vector<std::size_t> columnWidths(const Listing& listing) {
   return widths;
 }
 
+// A column of no width is left out.
 std::size_t lineWidth(const std::vector<std::size_t>& widths) {
-  return std::accumulate(widths.begin(), widths.end(),
-                         widths.empty() ? std::size_t{0} : (widths.size() - 1) * kGap.size());
+  std::size_t whole = 0;
+  for (const std::size_t width : widths) whole += width == 0 ? 0 : width + kGap.size();
+  return whole == 0 ? 0 : whole - kGap.size();
 }
 
-// Narrows the widest columns until a line fits, and then drops columns from the end.
-void narrow(std::vector<std::size_t>& widths, std::size_t room) {
-  std::size_t whole = lineWidth(widths);
-  while (whole > room) {
-    const auto widest = std::max_element(widths.begin(), widths.end());
-    if (widest == widths.end() || *widest <= kLeastColumn) break;
-    --*widest;
-    --whole;
+// Narrows the widest columns until a line fits, after leaving out as many as necessary, from the last
+// one on. A message keeps most of the line.
+void narrow(const Listing& listing, std::vector<std::size_t>& widths, std::size_t room) {
+  std::vector<std::size_t> least;
+  for (std::size_t at = 0; at < widths.size(); ++at)
+    least.push_back(std::min(widths[at], listing.columns[at].isMessage ? room * 5 / 8 : kLeastColumn));
+  for (std::size_t at = widths.size(); at-- > 1 && lineWidth(least) > room;) {
+    if (!listing.columns[at].isMessage) least[at] = widths[at] = 0;
   }
-  while (widths.size() > 1 && lineWidth(widths) > room) widths.pop_back();
+  for (std::size_t whole = lineWidth(widths); whole > room; --whole) {
+    const auto spare = [&](std::size_t at) { return widths[at] > least[at] ? widths[at] : 0; };
+    std::size_t widest = 0;
+    for (std::size_t at = 1; at < widths.size(); ++at) widest = spare(at) > spare(widest) ? at : widest;
+    if (spare(widest) == 0) break;
+    --widths[widest];
+  }
   if (!widths.empty()) widths.front() = std::min(widths.front(), room);
-}
-
-// Columns beside each other: a line for each row, with as many columns as there are widths.
-void printLines(const Listing& listing, const std::vector<std::size_t>& widths, Output& output) {
-  const auto printLine = [&](const std::function<std::string(std::size_t)>& cell) {
-    std::string line, gap;
-    for (std::size_t at = 0; at < widths.size(); ++at) {
-      const std::string text = cutToWidth(cell(at), widths[at]);
-      const std::size_t width = displayWidth(text);
-      const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
-      const bool isAlarming = listing.columns[at].isProblemCount && text[0] >= '1' && text[0] <= '9';
-      const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, os::kStandardOutput)
-                                : isAlarming          ? colored(text, Ink::kProblem, os::kStandardOutput)
-                                                      : text;
-      line += gap + (listing.columns[at].isNumber ? fill + shown : shown);
-      gap = (listing.columns[at].isNumber ? "" : fill) + std::string(kGap);
-    }
-    line.erase(line.find_last_not_of(' ') + 1);
-    output.write(line + "\n");
-  };
-  printLine([&](std::size_t at) { return escapeForTerminal(listing.columns[at].name); });
-  printLine([&](std::size_t at) { return std::string(widths[at], '-'); });
-  listing.forEachRow([&](const Row& row) { printLine([&](std::size_t at) { return shown(row[at]); }); });
 }
 
 // The lines of a value, which may contain line breaks.
@@ -97,6 +83,43 @@ std::vector<std::string> wrappedLines(const Value& value, std::size_t width) {
     if (end == rest.size()) return lines;
     rest.remove_prefix(end + 1);
   }
+}
+
+// Columns beside each other. A row has a line, or as many as its message needs.
+void printLines(const Listing& listing, const std::vector<std::size_t>& widths, Output& output) {
+  const auto padded = [&](std::size_t at, const std::string& text) {
+    const std::size_t width = displayWidth(text);
+    const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
+    const bool isAlarming = listing.columns[at].isProblemCount && text[0] >= '1' && text[0] <= '9';
+    const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, os::kStandardOutput)
+                              : isAlarming          ? colored(text, Ink::kProblem, os::kStandardOutput)
+                                                    : text;
+    return listing.columns[at].isNumber ? fill + shown : shown + fill;
+  };
+  const auto printRow = [&](const std::function<Value(std::size_t)>& cell) {
+    std::vector<std::vector<std::string>> cells;
+    std::size_t height = 1;
+    for (std::size_t at = 0; at < widths.size(); ++at) {
+      const Value value = cell(at);
+      cells.push_back(listing.columns[at].isMessage && widths[at] > 0
+                          ? wrappedLines(value, widths[at])
+                          : std::vector{cutToWidth(shown(value), widths[at])});
+      height = std::max(height, cells.back().size());
+    }
+    for (std::size_t number = 0; number < height; ++number) {
+      std::string line;
+      for (std::size_t at = 0; at < widths.size(); ++at) {
+        if (widths[at] == 0) continue;
+        line += (line.empty() ? std::string() : std::string(kGap)) +
+                padded(at, number < cells[at].size() ? cells[at][number] : "");
+      }
+      line.erase(line.find_last_not_of(' ') + 1);
+      output.write(line + "\n");
+    }
+  };
+  printRow([&](std::size_t at) { return Value(listing.columns[at].name); });
+  printRow([&](std::size_t at) { return Value(std::string(widths[at], '-')); });
+  listing.forEachRow([&](const Row& row) { printRow([&](std::size_t at) { return row[at]; }); });
 }
 
 // Columns below each other: a block for each row, with lines for each column.
@@ -138,18 +161,16 @@ void printTable(const Listing& listing, const PrintOptions& options, Output& out
   const std::size_t room = os::terminalColumns(os::kStandardOutput);
   if (options.vertical) return printBlocks(listing, room, output);
   std::vector<std::size_t> widths = columnWidths(listing);
-  const std::size_t columns = widths.size();
   const bool isCut = onTerminal && !options.isWide && lineWidth(widths) > room;
-  if (isCut) narrow(widths, room);
+  if (isCut) narrow(listing, widths, room);
   printLines(listing, widths, output);
   if (!isCut) return;
-  std::string missing;
-  if (widths.size() < columns) {
-    missing =
-        pluralize(static_cast<std::int64_t>(columns - widths.size()), "column", "columns") + " left out; ";
-  }
-  const char* const way = options.hasForms ? "use --wide or --blocks" : "redirect for full output";
-  output.write(cutToWidth("(truncated; " + missing + way + ")", room) + "\n");
+  const auto missing = std::ranges::count(widths, std::size_t{0});
+  output.write(
+      cutToWidth(fmt::format("(truncated; {}{})\n",
+                             missing > 0 ? pluralize(missing, "column", "columns") + " left out; " : "",
+                             options.hasForms ? "use --wide or --blocks" : "redirect for full output"),
+                 room + 1));
 }
 
 void printCsv(const Listing& listing, bool writeBom, Output& output) {

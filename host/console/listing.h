@@ -24,6 +24,7 @@ struct Listing {
     bool isNumber = false;
     bool isJson = false;  // objects and booleans
     bool isProblemCount = false;
+    bool isMessage = false;  // stays on a narrow terminal
   };
   std::vector<Column> columns;
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
@@ -47,6 +48,7 @@ std::string jsonText(std::string_view text);
 // Prints a listing row by row, in constant memory.
 //
 // kTable enumerates the rows twice, first for the widths, and cuts the widest columns to a terminal's width.
+// What then does not fit is left out, from the last column on, but never a message, which is wrapped.
 // kCsv follows RFC 4180; kJson is an array of objects with numbers and JSON values unquoted. A value that was
 // not written is "-" in a table, an empty field in CSV and null in JSON. Characters that a terminal would
 // interpret are shown visibly on a terminal and in tables, and escaped in JSON.

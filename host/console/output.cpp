@@ -4,6 +4,8 @@
 #include <new>
 #include <system_error>
 
+#include <fmt/core.h>
+
 #include "host/console/terminal_text.h"
 #include "os/terminal.h"
 
@@ -25,8 +27,8 @@ void Output::flush() {
   const int error = os::writeText(descriptor_, text);
   if (error == EPIPE && name_.empty()) throw OutputClosed();
   if (error != 0) {
-    throw std::runtime_error("cannot write " + (name_.empty() ? "the output" : name_) + ": " +
-                             std::generic_category().message(error));
+    throw std::runtime_error(fmt::format("cannot write {}: {}", name_.empty() ? "the output" : name_,
+                                         std::generic_category().message(error)));
   }
 }
 

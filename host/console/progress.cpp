@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include <fmt/core.h>
+
 #include "automation/failure.h"
 #include "host/console/output.h"
 #include "host/console/terminal_text.h"
@@ -72,10 +74,11 @@ std::string timeLeft(std::chrono::steady_clock::duration took, std::size_t done,
       std::chrono::duration<double>(took) * (static_cast<double>(all - done) / static_cast<double>(done));
   if (left < kWorthTelling) return "";
   // No more digits than are reliable.
-  const auto rounded = [](double count) { return std::to_string(static_cast<long long>(std::ceil(count))); };
-  if (left <= std::chrono::seconds(90)) return "about " + rounded(left.count() / 10) + "0 s left";
-  if (left <= std::chrono::minutes(90)) return "about " + rounded(left.count() / 60) + " min left";
-  return "about " + rounded(left.count() / 3600) + " h left";
+  if (left <= std::chrono::seconds(90))
+    return fmt::format("about {:.0f}0 s left", std::ceil(left.count() / 10));
+  if (left <= std::chrono::minutes(90))
+    return fmt::format("about {:.0f} min left", std::ceil(left.count() / 60));
+  return fmt::format("about {:.0f} h left", std::ceil(left.count() / 3600));
 }
 
 // One of the three progress objects. Each has a property that is written; the bar also has a method.
@@ -127,7 +130,7 @@ ProgressLine::~ProgressLine() {
 
 std::shared_ptr<ProgressLine::Lane> ProgressLine::begin(const std::string& name, std::size_t number) {
   auto lane = std::make_shared<Lane>();
-  if (servers_ > 1) lane->name = std::to_string(number) + "/" + std::to_string(servers_) + " " + name;
+  if (servers_ > 1) lane->name = fmt::format("{}/{} {}", number, servers_, name);
   const std::lock_guard lock(mutex_);
   lanes_.push_back(lane);
   return lane;

@@ -17,4 +17,7 @@ std::string countedProblems(std::int64_t count);
 // "A", "A and B", "A, B and 3 more": at most `most` names; "none" if there are none.
 std::string joinNames(const std::vector<std::string>& names, std::size_t most);
 
+// A text as one word for a POSIX shell.
+std::string shellQuoted(const std::string& text);
+
 }  // namespace host

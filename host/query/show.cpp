@@ -135,7 +135,8 @@ class TableReader {
 
   Listing::Column listingColumn(const Column& column) const {
     const bool isNumber = column.type == inventory::Type::kInteger || column.type == inventory::Type::kReal;
-    return {column.name, isNumber, column.type == inventory::Type::kBoolean || isRowsByTable(column)};
+    return {column.name, isNumber, column.type == inventory::Type::kBoolean || isRowsByTable(column), false,
+            column.name == "Message" || column.name == "message"};
   }
 
   bool isRowsByTable(const Column& column) const {

@@ -16,6 +16,8 @@ namespace {
 using automation::TextView;
 using automation::Variant;
 
+thread_local Metabase::UnsetRead unsetRead;
+
 // "ServerState": 2 is started, 4 is stopped. "AppPoolState" has the same two numbers.
 constexpr std::int32_t kRunning = 2;
 constexpr std::int32_t kStopped = 4;
@@ -259,7 +261,12 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
   }
   if (type == Type::kMultiString) return automation::Array();
   if (type == Type::kIpSecurity) return makeIpSecurityObject({});
+  unsetRead = {this, node, names_.text(property)};
   return automation::Null;
+}
+
+Metabase::UnsetRead Metabase::takeUnsetRead() {
+  return std::exchange(unsetRead, {});
 }
 
 Variant Metabase::convert(const Reading& reading, Type type, std::string_view valueText) const {

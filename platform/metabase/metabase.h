@@ -91,6 +91,15 @@ class Metabase {
   // its type, or if the property is secured.
   automation::Variant read(NodeId node, PropertyId property, automation::TextView server) const;
 
+  // A read that returned Null because nothing sets the property.
+  struct UnsetRead {
+    const Metabase* metabase = nullptr;  // null if there was none
+    NodeId node = 0;
+    std::string_view property = {};
+  };
+  // The last such read on this thread since the previous call.
+  static UnsetRead takeUnsetRead();
+
   // The text of the node's own value, or nullopt. Not available for properties of type kFlags.
   std::optional<std::string_view> ownText(NodeId node, PropertyId property) const;
 

@@ -9,7 +9,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
+#include <memory>
 #include <stdexcept>
 #include <string>
 
@@ -89,6 +92,15 @@ Result runExpecting(const Folder& folder, const Arguments& arguments, int status
   EXPECT_EQ(result.status, status) << testing::PrintToString(arguments) << all;
   EXPECT_NE(all.find(words), std::string::npos) << testing::PrintToString(arguments) << words << all;
   return result;
+}
+
+std::string runShell(const std::string& command) {
+  const std::string folder = std::filesystem::path(IISINVENTORY_PROGRAM).parent_path();
+  const std::unique_ptr<FILE, int (*)(FILE*)> pipe(
+      ::popen(("PATH=" + folder + ":$PATH; " + command).c_str(), "r"), &::pclose);
+  std::string text;
+  for (int c = std::fgetc(pipe.get()); c != EOF; c = std::fgetc(pipe.get())) text += static_cast<char>(c);
+  return text;
 }
 
 int killRounds() {

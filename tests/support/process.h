@@ -54,6 +54,9 @@ inline Result run(const Folder& folder, const Arguments& arguments,
 Result runExpecting(const Folder& folder, const Arguments& arguments, int status, const std::string& words,
                     const std::function<void()>& prepare = {});
 
+// The standard output of a shell command, which finds the program by its name.
+std::string runShell(const std::string& command);
+
 // The number of rounds of a test of random kills: the environment variable TORVIN_KILL_ROUNDS, or 30.
 int killRounds();
 
