@@ -1,8 +1,31 @@
 #include "host/sources/server_name.h"
 
+#include <set>
+#include <vector>
+
 #include "automation/text.h"
+#include "inventory/names.h"
 
 namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kMetabaseFile = "MetaBase.xml";
+
+// Whether a folder contains the file on every server and so does not identify one: its usual folders, and
+// drives as they are shared or backed up.
+bool isUsualFolder(const std::string& folder) {
+  static const std::set<std::string, std::less<>> kHomes = {"inetsrv", "system32", "windows",
+                                                            "winnt",   "history",  "metaback"};
+  const std::string name = inventory::folded(folder);
+  const bool isLetter = !name.empty() && name[0] >= 'a' && name[0] <= 'z';
+  const bool isDrive =
+      isLetter && (name.size() == 1 || (name.size() == 2 && (name[1] == '$' || name[1] == ':')));
+  return isDrive || kHomes.contains(name);
+}
+
+}  // namespace
 
 std::optional<std::string> serverNameError(const std::string& name) {
   if (name.empty()) return "it is empty";
@@ -13,6 +36,32 @@ std::optional<std::string> serverNameError(const std::string& name) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it contains a control character";
   }
   return std::nullopt;
+}
+
+std::string nameBelow(std::string_view path, const std::string& place) {
+  std::vector<std::string> folders;
+  for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/')) {
+    if (slash > 0) folders.emplace_back(path.substr(0, slash));
+    path.remove_prefix(slash + 1);
+  }
+  for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
+    if (*folder != "." && *folder != ".." && !isUsualFolder(*folder)) return *folder;
+  }
+  return place;
+}
+
+std::string nameOfFile(const fs::path& file) {
+  const auto isUsual = [&](const fs::path& name) {
+    return inventory::folded(name.string()) == inventory::folded(std::string(kMetabaseFile));
+  };
+  const bool usual = isUsual(file.filename()) || isUsual(file.filename().stem());
+  return usual ? file.parent_path().filename().string() : file.stem().string();
+}
+
+std::string stemOf(const fs::path& file) {
+  fs::path stem = file.filename();
+  while (stem.has_extension() && stem.has_stem()) stem = stem.stem();
+  return stem.string();
 }
 
 }  // namespace host

@@ -13,12 +13,15 @@
 
 namespace host {
 
+// The path of a source that is the standard input.
+inline constexpr const char* kStandardInput = "-";
+
 // The source of one metabase.
 struct Source {
   enum class Kind { kFile, kMember, kStream };
 
   Kind kind = Kind::kFile;
-  std::filesystem::path path;  // of the file or the archive; "-" for the standard input
+  std::filesystem::path path;  // of the file or the archive; or kStandardInput
   std::size_t member = 0;      // number in the archive, from 0
   std::string memberName = {};
   std::int64_t modified = 0;   // seconds since 1970
@@ -55,6 +58,9 @@ Sources findSources(const std::vector<std::string>& arguments, std::uint64_t max
 // Reads a source: a consistent state of a file, anything else to its end. Throws automation::Failure, also
 // for a stream or member of more than `maxSize` bytes.
 os::FileBytes readSource(const Source& source, std::uint64_t maxSize);
+
+// Why a source of more than `maxSize` bytes is not read.
+std::string tooLarge(std::uint64_t maxSize);
 
 // Whether a file or archive has changed since it was read.
 bool hasChanged(const Source& source, const os::FileStamp& stamp);
