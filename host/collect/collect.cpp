@@ -26,6 +26,7 @@
 #include "host/console/progress.h"
 #include "host/console/terminal_text.h"
 #include "host/console/text.h"
+#include "host/sources/source_list.h"
 #include "host/usage_error.h"
 #include "inventory/clock.h"
 #include "inventory/names.h"
@@ -475,28 +476,11 @@ class Collection : private Publisher::Listener {
   RunResults results_;
 };
 
-// Lists the servers and their files. Returns the exit status.
-int list(const Sources& sources, Output& output) {
-  std::size_t width = 0;
-  for (const Server& server : sources.servers)
-    width = std::max(width, displayWidth(escapeForTerminal(server.name)));
-  for (const Server& server : sources.servers) {
-    const std::string name = escapeForTerminal(server.name);
-    output.write(name + std::string(width - displayWidth(name) + 2, ' ') +
-                 escapeForTerminal(server.source.shown()) + "\n");
-  }
-  for (const std::string& text : sources.notes) output.write(escapeForTerminal(text) + "\n");
-  output.flush();
-  for (const std::string& text : sources.problems) printError(text);
-  if (sources.servers.empty()) return 2;
-  return sources.problems.empty() ? 0 : 1;
-}
-
 }  // namespace
 
 int collect(const CollectOptions& options, Output& output) {
   Sources sources = findSources(options.metabases, options.maxSize);
-  if (options.listOnly) return list(sources, output);
+  if (options.listOnly) return listSources(sources, Format::kTable, output);
   requireLogDirectory(options.logDirectory);
   os::useLargePages();
   platform::metabase::registerMoniker();

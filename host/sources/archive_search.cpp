@@ -6,7 +6,6 @@
 
 #include "host/sources/archive.h"
 #include "host/sources/search.h"
-#include "host/sources/server_name.h"
 #include "os/file.h"
 #include "platform/metabase/metabase.h"
 
@@ -26,6 +25,7 @@ class ArchiveSearch {
       : file_(file), maxSize_(maxSize), mostKept_(mostKept) {}
 
   void run(Archive& archive) {
+    if (!archive.isSingle()) results_.others.push_back({file_.string(), {}, "searched"});
     int failures = 0;
     for (std::size_t member = 0; failures < kMostFailures; ++member) {
       std::string name;
@@ -44,9 +44,7 @@ class ArchiveSearch {
     }
   }
 
-  void addProblem(const Source& source, std::string_view why) {
-    results_.problems.push_back(fmt::format("cannot read '{}': {}", source.shown(), why));
-  }
+  void addProblem(const Source& source, std::string_view why) { results_.addProblem(source.shown(), why); }
 
   std::size_t mostKept() const { return mostKept_; }
   SearchResults takeResults() { return std::move(results_); }
@@ -59,7 +57,8 @@ class ArchiveSearch {
     if (archive.isEncrypted()) return addProblem(source, "it is encrypted");
     auto bytes = std::make_shared<std::string>();
     bool more = archive.read(*bytes, kHeadSize);
-    if (!platform::metabase::looksLikeMetabase(*bytes)) return;
+    if (!platform::metabase::looksLikeMetabase(*bytes))
+      return results_.others.push_back({source.shown(), {}, "not a metabase"});
     if (more && maxSize_ > bytes->size()) more = archive.read(*bytes, maxSize_ - bytes->size());
     if (more && archive.read(*bytes, 1)) return addProblem(source, tooLarge(maxSize_));
     if (!archive.warning().empty())
@@ -69,10 +68,10 @@ class ArchiveSearch {
       mostKept_ -= bytes->size();
       source.kept = std::move(bytes);
     }
-    const std::string server = source.memberName.empty()
-                                   ? nameOfFile(source.path.parent_path() / source.path.stem())
-                                   : nameBelow(source.memberName, stemOf(source.path));
-    results_.found.push_back({server, std::move(source)});
+    const std::string place = source.path.string();
+    Location location = source.memberName.empty() ? locate(place.substr(1), "", "")
+                                                  : locate(source.memberName, place, stemOf(source.path));
+    results_.found.push_back({std::move(source), std::move(location)});
   }
 
   const fs::path& file_;
@@ -103,8 +102,7 @@ std::optional<SearchResults> searchArchive(const fs::path& file, std::uint64_t m
     }
     if (attempt < kAttempts) continue;
     results = {};
-    results.problems.push_back(
-        fmt::format("cannot read '{}': the archive keeps changing while it is being read", file.string()));
+    results.addProblem(file.string(), "the archive keeps changing while it is being read");
     return results;
   }
 }

@@ -1,11 +1,7 @@
-#include <algorithm>
 #include <system_error>
 #include <utility>
 
-#include <fmt/core.h>
-
 #include "host/sources/search.h"
-#include "host/sources/server_name.h"
 #include "os/file.h"
 #include "platform/metabase/metabase.h"
 
@@ -24,7 +20,6 @@ class FolderSearch {
       waiting_.pop_back();
       searchLevel(here);
     }
-    std::ranges::sort(results_.found, {}, [](const Candidate& each) { return each.source.path; });
     return std::move(results_);
   }
 
@@ -43,18 +38,20 @@ class FolderSearch {
 
   void addFile(const fs::path& file, const os::FileStatus& status) {
     try {
-      if (!platform::metabase::looksLikeMetabase(os::readHead(file, kHeadSize))) return;
+      if (!platform::metabase::looksLikeMetabase(os::readHead(file, kHeadSize)))
+        return results_.others.push_back({file.string(), {}, "not a metabase"});
     } catch (const std::system_error& error) {
       return addProblem(file, error.code());
     }
     Source source{Source::Kind::kFile, file};
     source.modified = status.modified;
     const std::string below = file.lexically_relative(folder_).generic_string();
-    results_.found.push_back({nameBelow(below, folder_.filename().string()), std::move(source)});
+    results_.found.push_back(
+        {std::move(source), locate(below, folder_.string(), folder_.filename().string())});
   }
 
   void addProblem(const fs::path& path, const std::error_code& error) {
-    results_.problems.push_back(fmt::format("cannot read '{}': {}", path.string(), error.message()));
+    results_.addProblem(path.string(), error.message());
   }
 
   const fs::path folder_;

@@ -5,22 +5,28 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "host/sources/server_name.h"
 #include "host/sources/sources.h"
 
 namespace host {
 
 // A metabase that was found below an argument.
 struct Candidate {
-  std::string name;  // of its server
   Source source;
+  Location location;
 };
 
 struct SearchResults {
   std::vector<Candidate> found;
   std::vector<std::string> notes;
   std::vector<std::string> problems;
+  std::vector<ListedFile> others;  // files that are not among `found`
+
+  void addProblem(const std::string& file, std::string_view why);
+  void add(SearchResults&& more);
 };
 
 // How many bytes of a file are read to recognise a metabase.

@@ -1,7 +1,6 @@
 #include "host/sources/server_name.h"
 
 #include <set>
-#include <vector>
 
 #include "automation/text.h"
 #include "inventory/names.h"
@@ -25,6 +24,12 @@ bool isUsualFolder(const std::string& folder) {
   return isDrive || kHomes.contains(name);
 }
 
+// "WEB01.xml" of WEB01.xml.gz.
+fs::path withoutCompression(const fs::path& file) {
+  static const std::set<std::string, std::less<>> kExtensions = {".gz", ".bz2", ".xz", ".zst", ".lz4", ".z"};
+  return kExtensions.contains(inventory::folded(file.extension().string())) ? file.stem() : file;
+}
+
 }  // namespace
 
 std::optional<std::string> serverNameError(const std::string& name) {
@@ -38,16 +43,24 @@ std::optional<std::string> serverNameError(const std::string& name) {
   return std::nullopt;
 }
 
-std::string nameBelow(std::string_view path, const std::string& place) {
-  std::vector<std::string> folders;
-  for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/')) {
-    if (slash > 0) folders.emplace_back(path.substr(0, slash));
-    path.remove_prefix(slash + 1);
+Location locate(std::string_view path, const std::string& place, const std::string& placeName) {
+  Location location{place, placeName, {}, false};
+  std::string folder;  // nearest one
+  std::size_t begin = 0;
+  for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', begin)) {
+    folder = path.substr(begin, slash - begin);
+    begin = slash + 1;
+    if (folder.empty() || folder == "." || folder == ".." || isUsualFolder(folder)) continue;
+    location.home = place + "/" + std::string(path.substr(0, slash));
+    location.homeName = folder;
   }
-  for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
-    if (*folder != "." && *folder != ".." && !isUsualFolder(*folder)) return *folder;
-  }
-  return place;
+  const fs::path file(path.substr(begin));
+  location.stem = stemOf(file);
+  const std::string name = inventory::folded(withoutCompression(file).string());
+  folder = inventory::folded(folder);
+  location.isVersion = name == "metabase.xml" || (name.starts_with("metabase_") && name.ends_with(".xml")) ||
+                       folder == "history" || folder == "metaback";
+  return location;
 }
 
 std::string nameOfFile(const fs::path& file) {
@@ -59,9 +72,7 @@ std::string nameOfFile(const fs::path& file) {
 }
 
 std::string stemOf(const fs::path& file) {
-  fs::path stem = file.filename();
-  while (stem.has_extension() && stem.has_stem()) stem = stem.stem();
-  return stem.string();
+  return withoutCompression(file.filename()).stem().string();
 }
 
 }  // namespace host

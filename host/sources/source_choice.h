@@ -2,7 +2,8 @@
 #pragma once
 
 #include <cstddef>
-#include <map>
+#include <limits>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,23 +19,31 @@ class SourceChoice {
   // Adds the source that an argument names. Throws UsageError.
   void addGiven(const std::string& argument, const std::string& name, Source source);
 
-  // Adds what was found below an argument.
-  void addFound(std::vector<Candidate> found);
+  // Adds what was found below an argument. Throws UsageError if the argument gives a name, and there are
+  // metabases that are not versions of one server.
+  void addFound(const std::string& argument, const std::optional<std::string>& name, SearchResults results);
 
-  void addProblem(std::string problem) { sources_.problems.push_back(std::move(problem)); }
-  void addNote(std::string note) { sources_.notes.push_back(std::move(note)); }
-
-  // The servers. Of several sources with the same name, uses the one that was given as an argument, or else
-  // the newest, or else the first by path.
+  // The servers: those of addGiven() in their order, then the others by name.
   Sources finish();
 
  private:
-  void addIgnoredNote(const Candidate& ignored, const Source& used);
+  struct Named {
+    std::string name;
+    std::string key;  // folded
+    Candidate candidate;
+    std::size_t place = kFound;  // of the argument that gives the name
+  };
+
+  static constexpr std::size_t kFound = std::numeric_limits<std::size_t>::max();
+
+  // Throws UsageError for a name that no server can have or that another argument gives.
+  void requireName(const std::string& argument, const std::string& name) const;
+  void chooseAmong(std::vector<Named>::iterator first, std::vector<Named>::iterator last);
 
   const bool isAny_;
   Sources sources_;
-  std::map<std::string, std::size_t> given_;  // by folded name, the place in sources_.servers
-  std::vector<Candidate> found_;
+  std::vector<Named> named_;
+  std::vector<Named> chosen_;
 };
 
 }  // namespace host

@@ -61,14 +61,18 @@ class Finder {
     if (argument.path == kStandardInput) return addStandardInput(argument);
     const fs::path whole = os::absolutePath(argument.path);
     std::error_code ignored;
-    const os::FileKind kind = os::statusOf(whole, ignored).kind;
+    const os::FileStatus status = os::statusOf(whole, ignored);
+    const os::FileKind kind = status.kind;
     if (kind == os::FileKind::kDirectory) return addFound(argument, searchFolder(whole), whole);
     if (kind == os::FileKind::kRegular && !mayBeMetabase(whole)) {
       if (auto found = searchArchive(whole, maxSize_, mostKept_))
         return addFound(argument, *std::move(found), whole);
     }
     const bool isStream = kind == os::FileKind::kStream;
-    addSource(argument, Source{isStream ? Source::Kind::kStream : Source::Kind::kFile, whole});
+    Source source{isStream ? Source::Kind::kStream : Source::Kind::kFile, whole};
+    if (!isStream) source.modified = status.modified;
+    const std::string name = argument.name ? *argument.name : nameOfFile(whole);
+    choice_.addGiven(argument.text, name, std::move(source));
   }
 
   Sources finish() { return choice_.finish(); }
@@ -82,20 +86,10 @@ class Finder {
                      Source{Source::Kind::kStream, std::string(kStandardInput)});
   }
 
-  void addSource(const Argument& argument, Source source) {
-    const std::string name = argument.name ? *argument.name : nameOfFile(source.path);
-    choice_.addGiven(argument.text, name, std::move(source));
-  }
-
   void addFound(const Argument& argument, SearchResults results, const fs::path& place) {
     if (results.found.empty() && results.problems.empty())
       results.problems.push_back(fmt::format("no metabase in '{}'", place.string()));
-    for (std::string& problem : results.problems) choice_.addProblem(std::move(problem));
-    for (std::string& note : results.notes) choice_.addNote(std::move(note));
-    if (!argument.name) return choice_.addFound(std::move(results.found));
-    if (results.found.size() > 1)
-      argument.refuse(fmt::format("NAME= needs exactly one metabase; found {}", results.found.size()));
-    for (Candidate& each : results.found) addSource(argument, std::move(each.source));
+    choice_.addFound(argument.text, argument.name, std::move(results));
   }
 
   const std::uint64_t maxSize_;

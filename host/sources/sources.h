@@ -39,19 +39,32 @@ struct Server {
   Source source;
 };
 
+// A file below an argument, or a member of an archive, and what becomes of it.
+struct ListedFile {
+  std::string file;
+  std::string server;  // empty if it is none of a server
+  std::string result;
+};
+
 // The metabases that arguments refer to.
 struct Sources {
   // Whether several files may have the same name, which a collection does not allow.
   enum class Names { kEachItsOwn, kAny };
 
   std::vector<Server> servers;
-  std::vector<std::string> notes;     // about choices between files
-  std::vector<std::string> problems;  // sources that cannot be read
+  std::vector<std::string> notes;  // about choices between files
+  // Sources that cannot be read, and names that several sources have.
+  std::vector<std::string> problems;
+  std::vector<ListedFile> files;  // in the order of their paths
 };
 
 // Finds the metabases of arguments of the form [NAME=]FILE, [NAME=]FOLDER, [NAME=]ARCHIVE or NAME=-. Searches
 // folders at any depth without following links, and whole archives; recognises metabases there by content.
-// Throws UsageError for an invalid argument.
+//
+// MetaBase.xml and its history copies are versions of one server, which is named after their folder; the
+// newest is used. Another metabase is named after its folder too, or after itself if there are others. If
+// sources that are no versions of each other have one name, the newest is used and the others are problems.
+// A source that an argument names is preferred to all others. Throws UsageError for an invalid argument.
 Sources findSources(const std::vector<std::string>& arguments, std::uint64_t maxSize,
                     Sources::Names names = Sources::Names::kEachItsOwn);
 
