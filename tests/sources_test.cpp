@@ -143,6 +143,43 @@ TEST_F(Sources, FindsMetabasesInArchivesAsInFolders) {
   EXPECT_FALSE(fs::exists(folder_.path().parent_path() / "TWO"));
 }
 
+TEST_F(Sources, SearchesArchivesWithinArchives) {
+  const auto archiveOf = [&](const std::string& name, const std::vector<Member>& members) {
+    writeArchive(path(name), members, name == "SECRET.zip" ? "zip:encryption=traditional" : nullptr);
+    return Member{"sub/" + name, test::contents(path(name))};
+  };
+  const Member web02 = archiveOf("WEB02.zip", {{"inetsrv/MetaBase.xml", kWeb01}});
+  const Member tooDeep = archiveOf("2.tar", {archiveOf("3.7z", {web02})});
+  folder_.folder("fleet");
+  writeArchive(path("fleet/outer.zip"),
+               {web02,
+                archiveOf("middle.tar.gz", {archiveOf("WEB03.7z", {{"a.xml", kWeb01}})}),
+                archiveOf("SECRET.zip", {{"MetaBase.xml", kWeb01}}),
+                archiveOf("1.tar", {tooDeep}),
+                {"old.rar", "Rar!\x1A\x07 unreadable"}});
+  const std::string outer = "cannot read '" + path("fleet/outer.zip") + ":";
+  const Result result = collect({path("fleet")}, 1, outer + "old.rar': the format RAR is not supported");
+  for (const std::string problem : {"sub/SECRET.zip:MetaBase.xml': it is encrypted",
+                                    "sub/1.tar:sub/2.tar:sub/3.7z': it is an archive within 3 others"})
+    EXPECT_NE(result.err.find(outer + problem), std::string::npos) << result.err;
+  EXPECT_EQ(servers(), (Strings{"WEB02", "WEB03"}));
+  collect({path("fleet"), "--max-size", "1kB"}, 2,
+          "the archives in '" + path("fleet/outer.zip") + "' are larger");
+}
+
+TEST_F(Sources, StartsNoProgramToDecompress) {
+  for (const char* program : {"bin/grzip", "bin/lrzip"}) {
+    fs::permissions(folder_.file(program, "#!/bin/sh\n/usr/bin/touch '" + path("started") + "'\n"),
+                    fs::perms::owner_all);
+  }
+  using namespace std::string_literals;
+  const std::string grzip = folder_.file("a", "GRZipII\0\2\4:)"s + std::string(40, 'x'));
+  const std::string lrzip = folder_.file("b", "LRZI\0\6"s + std::string(40, 'x'));
+  test::runExpecting(folder_, {"check", grzip, lrzip, folder_.path().string()}, 2, "the format lrzip is not",
+                     [&] { ::setenv("PATH", path("bin").c_str(), 1); });
+  EXPECT_FALSE(fs::exists(path("started")));
+}
+
 TEST_F(Sources, SkipsBadArchivesOnly) {
   writeArchive(path("GOOD.zip"), {{"GOOD/MetaBase.xml", kWeb01}});
   writeArchive(path("BAD.zip"), {{"SECRET/MetaBase.xml", kWeb01}}, "zip:encryption=traditional");
@@ -157,6 +194,12 @@ TEST_F(Sources, SkipsBadArchivesOnly) {
   bytes[5000] ^= 1;
   collect({folder_.file("DAMAGED.zip", bytes)}, 1, "DAMAGED.zip:FIRST/MetaBase.xml': ZIP bad CRC");
   EXPECT_EQ(servers(), (Strings{"GOOD", "SECOND"}));
+
+  bytes[5000] ^= 1;
+  for (const std::string record : {"PK\3\4", "PK\1\2"})
+    bytes[bytes.rfind(record) + (record[2] == 1 ? 10 : 8)] = 97;
+  collect({folder_.file("UNKNOWN.zip", bytes)}, 1,
+          "UNKNOWN.zip:SECOND/MetaBase.xml': Unsupported ZIP compression");
 
   writeArchive(path("LARGE.tar.gz"), {{"LARGE/MetaBase.xml", kWeb01 + std::string(4000000, ' ')}});
   collect({path("LARGE.tar.gz"), "--max-size", "1MB"}, 2, "LARGE/MetaBase.xml': it is larger than");

@@ -1,13 +1,12 @@
-#include <algorithm>
 #include <string_view>
 #include <utility>
 
 #include <fmt/core.h>
 
 #include "host/sources/archive.h"
+#include "host/sources/file_type.h"
 #include "host/sources/search.h"
 #include "os/file.h"
-#include "platform/metabase/metabase.h"
 
 namespace host {
 namespace {
@@ -17,28 +16,34 @@ namespace fs = std::filesystem;
 constexpr int kAttempts = 3;
 // Consecutive unreadable entries after which an archive is given up.
 constexpr int kMostFailures = 100;
+// How deep archives may lie within each other, the outermost included.
+constexpr std::size_t kMostLevels = 3;
 
-// One pass through an archive.
+// One pass through an archive and those within it.
 class ArchiveSearch {
  public:
-  ArchiveSearch(const fs::path& file, std::uint64_t maxSize, std::size_t mostKept)
-      : file_(file), maxSize_(maxSize), mostKept_(mostKept) {}
+  ArchiveSearch(const fs::path& file, const SearchLimits& limits)
+      : file_(file), limits_(limits), nestedLeft_(limits.maxSize) {}
 
-  void run(Archive& archive) {
-    if (!archive.isSingle()) results_.others.push_back({file_.string(), {}, "searched"});
+  // Searches an archive, which is `self` and itself a file at `location`.
+  void run(Archive& archive, const Source& self, const Location& location) {
+    if (!archive.isSingle()) results_.others.push_back({self.shown(), {}, "searched"});
     int failures = 0;
-    for (std::size_t member = 0; failures < kMostFailures; ++member) {
-      std::string name;
+    for (std::size_t number = 0; failures < kMostFailures; ++number) {
+      Source source = self;
+      source.members.push_back(number);
       try {
         if (!archive.next()) break;
         failures = 0;
-        name = archive.name();
-        addMember(archive, Source{Source::Kind::kMember, file_, member, name});
+        const std::string name = archive.name();
+        source.memberName += source.memberName.empty() || name.empty() ? name : ":" + name;
+        source.modified = archive.modified();
+        addMember(archive, std::move(source),
+                  archive.isSingle() ? location : locate(name, self.shown(), location.stem));
       } catch (const ArchiveError& error) {
         const bool isOver = error.isOver() || ++failures == kMostFailures;
-        addProblem(
-            Source{Source::Kind::kMember, file_, member, name},
-            std::string(error.what()) + (isOver && !archive.isSingle() ? "; what follows was not read" : ""));
+        addProblem(source, fmt::format("{}{}", error.what(),
+                                       isOver && !archive.isSingle() ? "; what follows was not read" : ""));
         if (isOver) break;
       }
     }
@@ -46,58 +51,83 @@ class ArchiveSearch {
 
   void addProblem(const Source& source, std::string_view why) { results_.addProblem(source.shown(), why); }
 
-  std::size_t mostKept() const { return mostKept_; }
+  std::uint64_t mostKept() const { return limits_.mostKept; }
   SearchResults takeResults() { return std::move(results_); }
 
  private:
-  // Adds a member if it is a metabase.
-  void addMember(Archive& archive, Source source) {
+  void addMember(Archive& archive, const Source& source, const Location& location) {
     if (archive.isLink()) addProblem(source, "it is a link to another member, which is not followed");
     if (!archive.isFile()) return;
     if (archive.isEncrypted()) return addProblem(source, "it is encrypted");
-    auto bytes = std::make_shared<std::string>();
-    bool more = archive.read(*bytes, kHeadSize);
-    if (!platform::metabase::looksLikeMetabase(*bytes))
-      return results_.others.push_back({source.shown(), {}, "not a metabase"});
-    if (more && maxSize_ > bytes->size()) more = archive.read(*bytes, maxSize_ - bytes->size());
-    if (more && archive.read(*bytes, 1)) return addProblem(source, tooLarge(maxSize_));
+    std::string head;
+    archive.read(head, kHeadSize);
+    switch (const FileType type = recognizeFile(head, source.memberName); type.kind) {
+      case FileType::Kind::kMetabase:
+        return addMetabase(archive, source, location, std::move(head));
+      case FileType::Kind::kArchive:
+        return addNested(archive, source, location, std::move(head));
+      case FileType::Kind::kUnsupportedArchive:
+        return addProblem(source, unsupportedArchive(type));
+      case FileType::Kind::kOther:
+        return results_.others.push_back({source.shown(), {}, "not a metabase"});
+    }
+  }
+
+  void addMetabase(Archive& archive, Source source, const Location& location, std::string head) {
+    auto bytes = archive.readAll(limits_.maxSize, std::move(head));
+    if (!bytes) return addProblem(source, tooLarge(limits_.maxSize));
     if (!archive.warning().empty())
       results_.notes.push_back(fmt::format("{}: {}", source.shown(), archive.warning()));
-    source.modified = archive.modified();
-    if (bytes->size() <= mostKept_) {
-      mostKept_ -= bytes->size();
-      source.kept = std::move(bytes);
+    if (bytes->size <= limits_.mostKept) {
+      limits_.mostKept -= bytes->size;
+      source.kept = std::make_shared<std::optional<os::FileBytes>>(std::move(bytes));
     }
-    const std::string place = source.path.string();
-    Location location = source.memberName.empty() ? locate(place.substr(1), "", "")
-                                                  : locate(source.memberName, place, stemOf(source.path));
-    results_.found.push_back({std::move(source), std::move(location)});
+    results_.found.push_back({std::move(source), location});
+  }
+
+  void addNested(Archive& archive, const Source& source, const Location& location, std::string head) {
+    if (source.members.size() == kMostLevels)
+      return addProblem(source, fmt::format("it is an archive within {} others (unpack it)", kMostLevels));
+    const auto bytes = archive.readAll(nestedLeft_, std::move(head));
+    if (!bytes) {
+      return addProblem(source, fmt::format("the archives in '{}' are larger than {} bytes (--max-size)",
+                                            file_.string(), limits_.maxSize));
+    }
+    nestedLeft_ -= bytes->size;
+    try {
+      if (auto nested = Archive::open({bytes->bytes.get(), bytes->size}, source.modified))
+        return run(*nested, source, location);
+    } catch (const ArchiveError& error) {
+      return addProblem(source, error.what());
+    }
+    results_.others.push_back({source.shown(), {}, "not a metabase"});
   }
 
   const fs::path& file_;
-  const std::uint64_t maxSize_;
-  std::size_t mostKept_;
+  SearchLimits limits_;
+  std::uint64_t nestedLeft_;
   SearchResults results_;
 };
 
 }  // namespace
 
-std::optional<SearchResults> searchArchive(const fs::path& file, std::uint64_t maxSize,
-                                           std::size_t& mostKept) {
+std::optional<SearchResults> searchArchive(const fs::path& file, const Location& location,
+                                           SearchLimits& limits) {
+  const Source self{Source::Kind::kMember, file};
   for (int attempt = 1;; ++attempt) {
     const auto stamp = os::stampOf(file);
-    ArchiveSearch search(file, maxSize, mostKept);
+    ArchiveSearch search(file, limits);
     try {
       auto archive = Archive::open(file);
       if (!archive) return std::nullopt;
-      search.run(*archive);
+      search.run(*archive, self, location);
     } catch (const ArchiveError& error) {
-      search.addProblem(Source{Source::Kind::kMember, file}, error.what());
+      search.addProblem(self, error.what());
     }
     SearchResults results = search.takeResults();
     if (stamp && os::stampOf(file) == stamp) {
       for (Candidate& each : results.found) each.source.archive = *stamp;
-      mostKept = search.mostKept();
+      limits.mostKept = search.mostKept();
       return results;
     }
     if (attempt < kAttempts) continue;

@@ -1,9 +1,9 @@
 #include <system_error>
 #include <utility>
 
+#include "host/sources/file_type.h"
 #include "host/sources/search.h"
 #include "os/file.h"
-#include "platform/metabase/metabase.h"
 
 namespace host {
 namespace {
@@ -12,7 +12,8 @@ namespace fs = std::filesystem;
 
 class FolderSearch {
  public:
-  explicit FolderSearch(const fs::path& folder) : folder_(folder), waiting_{folder} {}
+  FolderSearch(const fs::path& folder, SearchLimits& limits)
+      : folder_(folder), limits_(limits), waiting_{folder} {}
 
   SearchResults run() {
     while (!waiting_.empty()) {
@@ -37,17 +38,25 @@ class FolderSearch {
   }
 
   void addFile(const fs::path& file, const os::FileStatus& status) {
+    FileType type;
     try {
-      if (!platform::metabase::looksLikeMetabase(os::readHead(file, kHeadSize)))
-        return results_.others.push_back({file.string(), {}, "not a metabase"});
+      type = recognizeFile(os::readHead(file, kHeadSize), file.string());
     } catch (const std::system_error& error) {
       return addProblem(file, error.code());
     }
-    Source source{Source::Kind::kFile, file};
-    source.modified = status.modified;
-    const std::string below = file.lexically_relative(folder_).generic_string();
-    results_.found.push_back(
-        {std::move(source), locate(below, folder_.string(), folder_.filename().string())});
+    Location location = locate(file.lexically_relative(folder_).generic_string(), folder_.string(),
+                               folder_.filename().string());
+    if (type.kind == FileType::Kind::kMetabase) {
+      Source source{Source::Kind::kFile, file};
+      source.modified = status.modified;
+      return results_.found.push_back({std::move(source), std::move(location)});
+    }
+    if (type.kind == FileType::Kind::kUnsupportedArchive)
+      return results_.addProblem(file.string(), unsupportedArchive(type));
+    if (type.kind == FileType::Kind::kArchive) {
+      if (auto results = searchArchive(file, location, limits_)) return results_.add(*std::move(results));
+    }
+    results_.others.push_back({file.string(), {}, "not a metabase"});
   }
 
   void addProblem(const fs::path& path, const std::error_code& error) {
@@ -55,14 +64,15 @@ class FolderSearch {
   }
 
   const fs::path folder_;
+  SearchLimits& limits_;
   std::vector<fs::path> waiting_;
   SearchResults results_;
 };
 
 }  // namespace
 
-SearchResults searchFolder(const fs::path& folder) {
-  return FolderSearch(folder).run();
+SearchResults searchFolder(const fs::path& folder, SearchLimits& limits) {
+  return FolderSearch(folder, limits).run();
 }
 
 }  // namespace host

@@ -29,15 +29,18 @@ struct SearchResults {
   void add(SearchResults&& more);
 };
 
-// How many bytes of a file are read to recognise a metabase.
-inline constexpr std::size_t kHeadSize = 4096;
+// Limits of a search, in bytes.
+struct SearchLimits {
+  std::uint64_t maxSize;   // of a metabase, and of all archives within one archive together
+  std::uint64_t mostKept;  // of metabases of archives that are kept in memory; decreases
+};
 
-// Searches a folder at any depth, without following links.
-SearchResults searchFolder(const std::filesystem::path& folder);
+// Searches a folder and the archives in it at any depth, without following links.
+SearchResults searchFolder(const std::filesystem::path& folder, SearchLimits& limits);
 
-// Searches an archive or compressed file; nothing for another file. If it changes meanwhile, searches it
-// again, at most twice. Keeps the bytes of metabases while `mostKept`, which it reduces, lasts.
-std::optional<SearchResults> searchArchive(const std::filesystem::path& file, std::uint64_t maxSize,
-                                           std::size_t& mostKept);
+// Searches an archive or compressed file and the archives in it; nothing for another file. If it changes
+// meanwhile, searches it again, at most twice. `location` is the file's.
+std::optional<SearchResults> searchArchive(const std::filesystem::path& file, const Location& location,
+                                           SearchLimits& limits);
 
 }  // namespace host

@@ -7,6 +7,7 @@
 
 #include <fmt/core.h>
 
+#include "host/sources/file_type.h"
 #include "host/sources/search.h"
 #include "host/sources/server_name.h"
 #include "host/sources/source_choice.h"
@@ -19,9 +20,6 @@ namespace host {
 namespace {
 
 namespace fs = std::filesystem;
-
-// How many bytes of archives' metabases are kept between finding and collecting; the rest is read again.
-constexpr std::size_t kMostKept = std::size_t{256} * 1024 * 1024;
 
 // Whether a file is a metabase by its content, or cannot be read.
 bool mayBeMetabase(const fs::path& file) {
@@ -54,7 +52,8 @@ struct Argument {
 // Collects the sources of all arguments.
 class Finder {
  public:
-  Finder(std::uint64_t maxSize, Sources::Names names) : maxSize_(maxSize), names_(names), choice_(names) {}
+  Finder(std::uint64_t maxSize, Sources::Names names)
+      : limits_{maxSize, maxSize}, names_(names), choice_(names) {}
 
   void add(const Argument& argument) {
     if (argument.path.empty()) argument.refuse("the path is empty");
@@ -63,10 +62,11 @@ class Finder {
     std::error_code ignored;
     const os::FileStatus status = os::statusOf(whole, ignored);
     const os::FileKind kind = status.kind;
-    if (kind == os::FileKind::kDirectory) return addFound(argument, searchFolder(whole), whole);
+    if (kind == os::FileKind::kDirectory) return addFound(argument, searchFolder(whole, limits_), whole);
     if (kind == os::FileKind::kRegular && !mayBeMetabase(whole)) {
-      if (auto found = searchArchive(whole, maxSize_, mostKept_))
-        return addFound(argument, *std::move(found), whole);
+      const Location location = locate(whole.relative_path().generic_string(), "", "");
+      if (auto results = searchArchive(whole, location, limits_))
+        return addFound(argument, *std::move(results), whole);
     }
     const bool isStream = kind == os::FileKind::kStream;
     Source source{isStream ? Source::Kind::kStream : Source::Kind::kFile, whole};
@@ -89,13 +89,18 @@ class Finder {
   void addFound(const Argument& argument, SearchResults results, const fs::path& place) {
     if (results.found.empty() && results.problems.empty())
       results.problems.push_back(fmt::format("no metabase in '{}'", place.string()));
+    const bool isCompressedFile = results.found.size() == 1 && results.others.empty() &&
+                                  results.found.front().source.memberName.empty();
+    if (isCompressedFile && !argument.name) {
+      const std::string name = nameOfFile(place.parent_path() / place.stem());
+      return choice_.addGiven(argument.text, name, std::move(results.found.front().source));
+    }
     choice_.addFound(argument.text, argument.name, std::move(results));
   }
 
-  const std::uint64_t maxSize_;
+  SearchLimits limits_;
   const Sources::Names names_;
   SourceChoice choice_;
-  std::size_t mostKept_ = kMostKept;
   bool hasStandardInput_ = false;
 };
 
