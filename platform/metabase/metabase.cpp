@@ -38,6 +38,9 @@ const StateProperties& stateProperties() {
   return ids;
 }
 
+// The longest value that is read, in bytes. The component copies a value dozens of times.
+constexpr std::size_t kLongestValue = std::size_t{1} << 20;
+
 std::uint64_t nextSerial() {
   static std::atomic<std::uint64_t> last = 0;
   return ++last;
@@ -141,6 +144,16 @@ std::string Metabase::path(NodeId node) const {
   return whole;
 }
 
+bool Metabase::isPartialExport() const {
+  bool hasBelow = false;
+  for (const TextView service : {u"LM/W3SVC", u"LM/MSFTPSVC"}) {
+    const auto node = find(root(), service);
+    if (node && line(*node) > 0) return false;
+    hasBelow = hasBelow || node;
+  }
+  return hasBelow;
+}
+
 std::string_view Metabase::className(NodeId node) const {
   return classes_.text(nodes_[node].classId);
 }
@@ -227,9 +240,14 @@ void Metabase::failValue(const Reading& reading, std::string_view valueText, std
   failRead(reading, number::kWrongValue, what.append(" ").append(why));
 }
 
+bool Metabase::isUnclassified(NodeId node) const {
+  return nodes_[node].classId >= schemaClasses().size() && className(node) == "IIsConfigObject";
+}
+
 // Whether the schema knows the node's class and the class does not have the property.
 bool Metabase::isExcludedByClass(NodeId node, PropertyId property) const {
-  const NameTable::Id classId = nodes_[node].classId;
+  static const NameTable::Id object = *schemaClasses().find(std::string_view("IIsObject"));
+  const NameTable::Id classId = isUnclassified(node) ? object : nodes_[node].classId;
   if (property >= properties().size() || classId >= schemaClasses().size()) return false;
   const std::uint64_t having = properties()[property].classes;
   return having != 0 && (having >> classId & 1) == 0;
@@ -245,9 +263,10 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
   if (property == ids.status || property == ids.serverState || property == ids.appPoolState) {
     return readState(reading);
   }
-  if (isExcludedByClass(node, property) && ownValue(node, property) == nullptr)
-    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   const Value* const value = effectiveValue(node, property);
+  const bool hasValue = isUnclassified(node) ? value != nullptr : ownValue(node, property) != nullptr;
+  if (!hasValue && isExcludedByClass(node, property))
+    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
     failRead(reading, number::kSecured, "the property is secured and cannot be read");
   }
@@ -263,6 +282,7 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
 }
 
 Variant Metabase::convert(const Reading& reading, Type type, std::string_view valueText) const {
+  if (valueText.size() > kLongestValue) failValue(reading, valueText, "is longer than 1 MiB");
   switch (type) {
     case Type::kString:
     case Type::kExpandString:
