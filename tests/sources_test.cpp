@@ -102,19 +102,19 @@ TEST_F(Sources, NamesServersAfterTheirFolders) {
 
 TEST_F(Sources, ReportsSourcesWithOneName) {
   for (const char* file :
-       {"flat/SRV1.xml", "flat/SRV2.xml", "flat/SRV.3.xml", "flat/MetaBase.xml", "a/X/one.xml",
-        "b/x/MetaBase.xml", "b/x/MetaBase_0000000012.xml", "flat/unrelated.txt"})
+       {"flat/SRV1.xml", "flat/SRV2.xml", "flat/SRV.3.xml", "flat/MetaBase.xml", "a/XY/one.xml",
+        "b/xy/MetaBase.xml", "b/xy/MetaBase_0000000012.xml", "flat/unrelated.txt"})
     folder_.file(file, std::string_view(file).ends_with("txt") ? "text" : kWeb01);
-  for (const char* older : {"a/X/one.xml", "b/x/MetaBase_0000000012.xml"})
+  for (const char* older : {"a/XY/one.xml", "b/xy/MetaBase_0000000012.xml"})
     fs::last_write_time(path(older), fs::file_time_type::clock::now() - std::chrono::hours(1));
-  const std::string chosen = "using '" + path("b/x/MetaBase.xml") + "' of 2";
+  const std::string chosen = "using '" + path("b/xy/MetaBase.xml") + "' of 2";
   const Result result =
-      collect({path("flat"), path("a"), path("b")}, 1, "several sources are called 'x': " + chosen);
-  EXPECT_NE(result.err.find("ignoring '" + path("a/X/one.xml") + "' of 2"), std::string::npos) << result.err;
-  EXPECT_NE(result.out.find("x: " + chosen), std::string::npos) << result.out;
-  EXPECT_EQ(servers(), (Strings{"SRV.3", "SRV1", "SRV2", "flat", "x"}));
+      collect({path("flat"), path("a"), path("b")}, 1, "several sources are called 'xy': " + chosen);
+  EXPECT_NE(result.err.find("ignoring '" + path("a/XY/one.xml") + "' of 2"), std::string::npos) << result.err;
+  EXPECT_NE(result.out.find("xy: " + chosen), std::string::npos) << result.out;
+  EXPECT_EQ(servers(), (Strings{"SRV.3", "SRV1", "SRV2", "flat", "xy"}));
   test::runExpecting(folder_, {"collect", "Y=" + path("b"), "--list"}, 0,
-                     path("b/x/MetaBase_0000000012.xml") + "  Y       older version");
+                     path("b/xy/MetaBase_0000000012.xml") + "  Y       older version");
   test::runExpecting(folder_, {"collect", "Y=" + path("flat"), "--list"}, 2, "exactly one metabase; found 4");
 }
 

@@ -90,6 +90,7 @@ class Finder {
     if (results.found.empty() && results.problems.empty())
       results.problems.push_back(fmt::format("no metabase in '{}'", place.string()));
     const bool isCompressedFile = results.found.size() == 1 && results.others.empty() &&
+                                  results.found.front().source.kind == Source::Kind::kMember &&
                                   results.found.front().source.memberName.empty();
     if (isCompressedFile && !argument.name) {
       const std::string name = nameOfFile(place.parent_path() / place.stem());

@@ -15,7 +15,6 @@ namespace {
 
 constexpr std::size_t kMaxPathLength = 32767;  // in UTF-16 units; the limit of Windows
 constexpr std::size_t kMaxWarnings = 10000;
-constexpr std::string_view kUnclassified = "IIsConfigObject";
 
 // The classes of nodes that the file only implies, by the class of the parent.
 struct ImpliedClass {
@@ -98,7 +97,7 @@ class Metabase::Builder {
       if (each.name.empty() || (each.name == "#" ? isNumber : equalFolded(name, each.name)))
         return each.className;
     }
-    return kUnclassified;
+    return kNoClass;
   }
 
   [[noreturn]] void reject(std::int32_t failureNumber, std::size_t line, const std::string& what) const {
@@ -177,7 +176,7 @@ class Metabase::Builder {
     std::size_t capacity = 16;
     while (capacity * 3 < nodes * 4) capacity *= 2;
     metabase_.slots_.assign(capacity, Slot{0, kNoNode});
-    unclassified_ = metabase_.classes_.enter(kUnclassified);
+    unclassified_ = metabase_.classes_.enter(kNoClass);
     metabase_.nodes_.push_back(Node{kNoNode, kNoNode, kNoNode, kNoNode, 0, 0, 0, 0, unclassified_, 0});
   }
 

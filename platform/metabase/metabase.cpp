@@ -240,17 +240,19 @@ void Metabase::failValue(const Reading& reading, std::string_view valueText, std
   failRead(reading, number::kWrongValue, what.append(" ").append(why));
 }
 
-bool Metabase::isUnclassified(NodeId node) const {
-  return nodes_[node].classId >= schemaClasses().size() && className(node) == "IIsConfigObject";
-}
-
 // Whether the schema knows the node's class and the class does not have the property.
 bool Metabase::isExcludedByClass(NodeId node, PropertyId property) const {
-  static const NameTable::Id object = *schemaClasses().find(std::string_view("IIsObject"));
-  const NameTable::Id classId = isUnclassified(node) ? object : nodes_[node].classId;
+  const NameTable::Id classId = nodes_[node].classId;
   if (property >= properties().size() || classId >= schemaClasses().size()) return false;
   const std::uint64_t having = properties()[property].classes;
   return having != 0 && (having >> classId & 1) == 0;
+}
+
+// Whether the property is a text that is empty by default, which a node of no class is not taken to have.
+bool Metabase::isEmptyTextOfNoClass(NodeId node, PropertyId property) const {
+  if (property >= properties().size() || className(node) != kNoClass) return false;
+  const Property& known = properties()[property];
+  return known.defaultText == "" && (known.type == Type::kString || known.type == Type::kExpandString);
 }
 
 Variant Metabase::read(NodeId node, PropertyId property, TextView server) const {
@@ -264,8 +266,8 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
     return readState(reading);
   }
   const Value* const value = effectiveValue(node, property);
-  const bool hasValue = isUnclassified(node) ? value != nullptr : ownValue(node, property) != nullptr;
-  if (!hasValue && isExcludedByClass(node, property))
+  if ((isExcludedByClass(node, property) && ownValue(node, property) == nullptr) ||
+      (value == nullptr && isEmptyTextOfNoClass(node, property)))
     failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
     failRead(reading, number::kSecured, "the property is secured and cannot be read");

@@ -90,7 +90,7 @@ class Metabase {
   // node's own value, else 2 (running) if the node starts automatically, else 4 (stopped). Throws Failure,
   // naming `server`, if the node's class does not have the property (0x8000500D), if the value does not match
   // its type or is longer than 1 MiB, or if the property is secured. A node's own value counts whatever its
-  // class; a node of the class IIsConfigObject, which is IIsObject to the schema, also has what it inherits.
+  // class. For a node of no class, IIsConfigObject, every default counts except that of a text that is empty.
   automation::Variant read(NodeId node, PropertyId property, automation::TextView server) const;
 
   // The text of the node's own value, or nullopt. Not available for properties of type kFlags.
@@ -164,8 +164,8 @@ class Metabase {
   const Value* ownValue(NodeId node, PropertyId property) const;
   const Value* effectiveValue(NodeId node, PropertyId property) const;
   Type typeOf(const Value* value, PropertyId property) const;
-  bool isUnclassified(NodeId node) const;
   bool isExcludedByClass(NodeId node, PropertyId property) const;
+  bool isEmptyTextOfNoClass(NodeId node, PropertyId property) const;
   automation::Variant convert(const Reading& reading, Type type, std::string_view text) const;
   automation::Variant readFlag(const Reading& reading, const FlagProperty& flag) const;
   automation::Variant readState(const Reading& reading) const;
