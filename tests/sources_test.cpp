@@ -257,6 +257,18 @@ TEST_F(Sources, ReadsStreamsToTheirEnd) {
   collect({"ZERO=/dev/zero", "--max-size", "2MB"}, 2, "it is larger than");
 }
 
+TEST_F(Sources, CollectsAnExportOfOneSite) {
+  folder_.file("ONE.xml",
+               "<configuration><MBProperty>"
+               "<IIsFtpServer Location='/LM/MSFTPSVC/7' ServerComment='One' ServerBindings=':21:' "
+               "LogPluginClsid='{FF160663-DE82-11CF-BC0A-00AA006111E0}'/>"
+               "<IIsFtpVirtualDir Location='/LM/MSFTPSVC/7/ROOT' Path='C:\\x'/>"
+               "</MBProperty></configuration>");
+  collect({path("ONE.xml")}, 0, "no element of the FTP service (a partial export)");
+  sqlite::Database database(path("inventory.db"), sqlite::Database::Mode::kReadOnly, {});
+  EXPECT_EQ(database.value("select \"Protocol Status\" || Host from tblExtendedLogSetting"), "YesNo");
+}
+
 TEST_F(Sources, ReportsParseWarningsAndCollects) {
   const std::string odd = folder_.file("ODD.xml", R"(<?xml version="1.0"?>
 <configuration xmlns="urn:microsoft-catalog:XML_Metabase_V64_0"><MBProperty>
