@@ -30,6 +30,8 @@ constexpr std::size_t kTenThousand = 10000 / kDivisor;
 constexpr std::size_t kMillion = 1000000 / kDivisor;
 constexpr std::size_t kLargeValue = (std::size_t{64} << 20) / kDivisor;
 
+constexpr std::size_t kLongestValue = std::size_t{1} << 20;
+
 const std::string kHead = "<?xml version =\"1.0\"?>\r\n<configuration>\r\n<MBProperty>\r\n";
 const std::string kTail = "</MBProperty>\r\n</configuration>\r\n";
 
@@ -86,18 +88,21 @@ TEST_F(Hostile, ReadsAMillionNodes) {
       odd->describe(odd->warnings().front(), u"H").ends_with("on line 11 is used (line " + line + ")"));
 }
 
-TEST_F(Hostile, ReadsAValueOf64MiB) {
-  const auto valueOf = [](const std::string& property, const std::string& piece) {
+TEST_F(Hostile, RefusesAValueOf64MiBAndReadsOneOf1MiB) {
+  const auto valueOf = [](const std::string& property, const std::string& piece, std::size_t size) {
     std::string all;
-    while (all.size() + piece.size() <= kLargeValue) all += piece;
+    while (all.size() + piece.size() <= size) all += piece;
     serve("<a Location=\"/LM/MSFTPSVC/1\" " + property + "=\"" + all + "\"/>");
     return read(object("/MSFTPSVC/1"), fromUtf8(property));
   };
-  const Text comment = toText(valueOf("ServerComment", "ü&lt;"));
-  EXPECT_EQ(comment.size(), kLargeValue / 6 * 2);
+  for (const char* property : {"ServerComment", "ServerBindings"})
+    EXPECT_THROW(valueOf(property, "x\r\n\t", kLargeValue), automation::Failure);
+  const Text comment = toText(valueOf("ServerComment", "ü&lt;", kLongestValue));
+  EXPECT_EQ(comment.size(), kLongestValue / 6 * 2);
   EXPECT_EQ(comment.find_first_not_of(u"ü<"), Text::npos);
-  const automation::Variant lines = valueOf("ServerBindings", std::string(1000, 'x') + "\r\n\t");
-  EXPECT_EQ(automation::upperBound(lines), static_cast<std::int32_t>(kLargeValue / 1003) - 1);
+  const automation::Variant lines =
+      valueOf("ServerBindings", std::string(1000, 'x') + "\r\n\t", kLongestValue);
+  EXPECT_EQ(automation::upperBound(lines), static_cast<std::int32_t>(kLongestValue / 1003) - 1);
   EXPECT_EQ(toText(automation::element(lines, 7)), Text(1000, u'x'));
 }
 

@@ -106,7 +106,7 @@ TEST_F(MetabaseTest, KeepsTheSpellingOfPathsAndNames) {
 <IIS_Global Location ='.' ChangeNumber='4'/><IIS_ROOT Location ='/'/>)");
   EXPECT_EQ(children(""), "'msftpsvc'");
   EXPECT_EQ(children("/MSFTPSVC"), "'2''20''1'");
-  shows("/mSFTPsvc/2", "CLASS='IIsConfigObject'");
+  shows("/mSFTPsvc/2", "CLASS='IIsFtpServer'");
   shows("/msftpsvc/2/ü.BUNG", "Name='Ü.bung'; Parent='IIS://Web01/msftpsvc/2'");
   shows("iis://web01/msftpsvc/1", "AdsPath='IIS://web01/msftpsvc/1'");
   for (const char* path : {"/W3SVC", "/", "//MSFTPSVC", "/MSFTPSVC/", "/MSFTPSVC//1"})
@@ -130,20 +130,24 @@ TEST_F(MetabaseTest, KeepsTheSpellingOfPathsAndNames) {
 
 TEST_F(MetabaseTest, ReadsOwnThenInheritedThenDefaultValues) {
   write(R"(<IIsConfigObject Location ='/LM' ConnectionTimeout='77'/>
-<IIsFtpService Location ='/LM/MSFTPSVC' AnonymousUserName='IUSR' ServerBindings=':21:' MaxConnections='5'/>
+<IIsFtpService Location ='/LM/MSFTPSVC' AnonymousUserName='IUSR' ServerBindings=':21:' MaxConnections='5'
+  UNCUserName='joe'/>
 <IIsFtpServer Location ='/LM/MSFTPSVC/1' MaxConnections='4294967295' LocalName='here'/>
 <IIsFtpVirtualDir Location ='/LM/MSFTPSVC/1/ROOT/a/b'/>)");
   shows("/MSFTPSVC", "MAXCONNECTIONS=5");
   shows("/MSFTPSVC/1", "Maxconnections=-1; connectiontimeout=77; Anonymoususername='IUSR'; LocalName='here'");
-  shows("/MSFTPSVC/1/ROOT/a/b", "MaxConnections=-1; ConnectionTimeout=77");
+  shows("/MSFTPSVC/1/ROOT/a/b", "UNCUserName='joe'; Path=''");
   // Not inherited: properties that the schema excludes, and unknown ones.
-  shows("/MSFTPSVC/1/ROOT", "ServerBindings=[]; LocalName=null");
-  shows("/MSFTPSVC/1", R"(ServerComment=null; ExitMessage=''; LogFileTruncateSize=2000000; GreetingMessage=[];
-logfiledirectory='%windir%\system32\logfiles'; AllowAnonymous=True; dontlog=False; AccessRead=True; AccessWrite=False)");
+  shows("/MSFTPSVC/1", "ServerBindings=[]");
+  shows("/MSFTPSVC/1/ROOT", "LocalName=null");
+  shows(
+      "/MSFTPSVC/1",
+      R"(ServerComment=null; LogPluginClsid=null; ExitMessage=''; LogFileTruncateSize=2000000; GreetingMessage=[];
+logfiledirectory='%Windir%\System32\LogFiles'; DisableSocketPooling=True; AllowAnonymous=True; dontlog=False; AccessRead=True; AccessWrite=False)");
 }
 
 TEST_F(MetabaseTest, EverySchemaDefaultMatchesItsType) {
-  write("<IIsConfigObject Location ='/LM/MSFTPSVC'/>");
+  write("<AnyClass Location ='/LM/MSFTPSVC'/>");
   const auto metabase = platform::metabase::snapshotOf(u"WEB01");
   const auto node = metabase->find(metabase->root(), u"LM/MSFTPSVC");
   const auto properties = platform::metabase::properties();
@@ -153,16 +157,18 @@ TEST_F(MetabaseTest, EverySchemaDefaultMatchesItsType) {
         << platform::metabase::schemaNames().text(id);
   }
   // A misspelled class in the data would be another one.
-  EXPECT_EQ(platform::metabase::schemaClasses().size(), 36U);
+  EXPECT_EQ(platform::metabase::schemaClasses().size(), 33U);
 }
 
 TEST_F(MetabaseTest, FailsForUnknownNodesAndProperties) {
   write(R"(<IIsWebServer Location ='/LM/w3svc/1' Path='C:\site' MaxConnections='many'/>
 <IIsFilters Location ='/LM/w3svc/1/Filters'/><IIsCertMapper Location ='/LM/w3svc/1/Mapper' Path='D:'/>
-<IIsWebVirtualDir Location ='/LM/w3svc/1/ROOT'/><Invented Location ='/LM/w3svc/1/y'/>)");
+<IIsWebVirtualDir Location ='/LM/w3svc/1/ROOT'/><Invented Location ='/LM/w3svc/1/y'/>
+<IIsWebDirectory Location ='/LM/w3svc/1/ROOT/d'/><IIsConfigObject Location ='/LM/w3svc/z'/>)");
   // The node's own values count, whatever its class.
   shows("/W3SVC/1/Mapper", "path='D:'");
   for (const char* path : {"/W3SVC/1", "/W3SVC/1/ROOT", "/W3SVC/1/y"}) shows(path, "Path='C:\\site'");
+  for (const char* path : {"/W3SVC/1/ROOT/d", "/W3SVC/z"}) fails(path, "Path", number::kNotOfClass, {});
   const std::string filters = "IIS://Web01/w3svc/1/Filters (IIsFilters), ";
   fails("/W3SVC/1/FILTERS", "path", number::kNotOfClass,
         {filters + "Path: nodes of this class do not have the property"});
@@ -171,8 +177,8 @@ TEST_F(MetabaseTest, FailsForUnknownNodesAndProperties) {
   const auto change = [&] { automation::write(node, u"ServerComment", u"x"); };
   EXPECT_EQ(failureOf(change, {filters + "ServerComment: a metabase"}), number::kReadOnly);
   EXPECT_EQ(failureOf([&] { call(node, u"Start"); }), automation::number::kMemberNotSupported);
-  fails("iis://WEB01/w3svc/1/filters", "MaxConnections", number::kWrongValue,
-        {"IIS://WEB01/w3svc/1/Filters (IIsFilters), MaxConnections: the value \"many\", inherited from "
+  fails("iis://WEB01/w3svc/1/Y", "MaxConnections", number::kWrongValue,
+        {"IIS://WEB01/w3svc/1/y (Invented), MaxConnections: the value \"many\", inherited from "
          "/LM/w3svc/1, is not a number"});
 }
 
@@ -192,7 +198,7 @@ TEST_F(MetabaseTest, ReadsValuesWithTheTypeOfTheirProperty) {
   EXPECT_EQ(get(u"Get", u"allowanonymous"), "True");
   EXPECT_EQ(get(u"GetEx", u"ExitMessage"), "[a\r\nb\t c & \"d\"]");
   EXPECT_EQ(get(u"getex", u"ServerBindings"), "[:21:|10.0.0.5:2121:]");
-  EXPECT_EQ(get(u"GetEx", u"HttpRedirect"), "[]");
+  EXPECT_EQ(get(u"GetEx", u"LogPluginClsid"), "[]");
 }
 
 TEST_F(MetabaseTest, ReadsFlagsAsBooleans) {
@@ -290,11 +296,11 @@ TEST_F(MetabaseTest, FailsOnReadingInvalidValues) {
     std::string property, value, fragment;
     std::int32_t code = number::kWrongValue;
   };
-  const std::string digits(1001, '9');
+  const std::string digits(1001, '9'), large((std::size_t{1} << 20) + 1, 'x');
   for (const Case& wrong :
        {Case{"MaxConnections", "4294967296", "4294967296"}, Case{"ConnectionTimeout", "-1", "-1"},
         Case{"LogType", "", "not a number"}, Case{"LogType", digits, "999..."},
-        Case{"AllowAnonymous", "yes" + digits, "yes9"},
+        Case{"AllowAnonymous", "yes" + digits, "yes9"}, Case{"ExitMessage", large, "is longer than 1 MiB"},
         Case{"AccessFlags", "AccessRead | AccessFly" + digits, "AccessFly9"},
         Case{"AdminACL", "00", "AdminACL", number::kSecured},
         Case{"IPSecurity", "0102030405060708\r\n\t\t\tFF00", "10 bytes", number::kBinaryIpSecurity},

@@ -276,7 +276,7 @@ TEST_F(Publication, RecordsUnknownColumnsAndSourceLines) {
     const std::string marks = "select not_known from " + std::string(table.name) + " where not_known <> ''";
     for (const std::string& names : values(marks)) unknown.push_back(names);
   }
-  EXPECT_EQ(unknown, (Strings{"|content_source|path|may_read|may_write|logs_visits|listing_style|",
+  EXPECT_EQ(unknown, (Strings{"|content_source|path|listing_style|",
                               "|grants_others|granted_addresses|denied_addresses|"}));
   EXPECT_EQ(value("select parent || name from ftp_access where grants_others is null or address is null"),
             "IIS://LEGACY/MSFTPSVC/1/ROOTprivate");

@@ -92,19 +92,37 @@ TEST_F(Sources, NamesServersAfterTheirFolders) {
 
   const Result listed =
       test::runExpecting(folder_, {"collect", path("fleet"), "--list"}, 0,
-                         "; ignoring " + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History"));
-  EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 4);
+                         "Z; ignoring '" + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History"));
+  EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 7);
   EXPECT_FALSE(fs::exists(path("inventory.db")));
 
   collect({path("fleet")});
   EXPECT_EQ(servers(), (Strings{"WEB01", "Zürich", "fleet"}));
 }
 
+TEST_F(Sources, ReportsSourcesWithOneName) {
+  for (const char* file :
+       {"flat/SRV1.xml", "flat/SRV2.xml", "flat/SRV.3.xml", "flat/MetaBase.xml", "a/XY/one.xml",
+        "b/xy/MetaBase.xml", "b/xy/MetaBase_0000000012.xml", "flat/unrelated.txt"})
+    folder_.file(file, std::string_view(file).ends_with("txt") ? "text" : kWeb01);
+  for (const char* older : {"a/XY/one.xml", "b/xy/MetaBase_0000000012.xml"})
+    fs::last_write_time(path(older), fs::file_time_type::clock::now() - std::chrono::hours(1));
+  const std::string chosen = "using '" + path("b/xy/MetaBase.xml") + "' of 2";
+  const Result result =
+      collect({path("flat"), path("a"), path("b")}, 1, "several sources are called 'xy': " + chosen);
+  EXPECT_NE(result.err.find("ignoring '" + path("a/XY/one.xml") + "' of 2"), std::string::npos) << result.err;
+  EXPECT_NE(result.out.find("xy: " + chosen), std::string::npos) << result.out;
+  EXPECT_EQ(servers(), (Strings{"SRV.3", "SRV1", "SRV2", "flat", "xy"}));
+  test::runExpecting(folder_, {"collect", "Y=" + path("b"), "--list"}, 0,
+                     path("b/xy/MetaBase_0000000012.xml") + "  Y       older version");
+  test::runExpecting(folder_, {"collect", "Y=" + path("flat"), "--list"}, 2, "exactly one metabase; found 4");
+}
+
 TEST_F(Sources, ReportsAnUnreadableFolder) {
   folder_.file("fleet/GOOD/MetaBase.xml", kWeb01);
   folder_.file("fleet/CLOSED/MetaBase.xml", kWeb01);
   fs::permissions(path("fleet/CLOSED"), fs::perms::none);
-  collect({path("fleet")}, 1, path("fleet/CLOSED") + ": it cannot be read", test::dropFileCapabilities);
+  collect({path("fleet")}, 1, "cannot read '" + path("fleet/CLOSED") + "': ", test::dropFileCapabilities);
   fs::permissions(path("fleet/CLOSED"), fs::perms::owner_all);
   EXPECT_EQ(servers(), Strings{"GOOD"});
 }
@@ -119,17 +137,54 @@ TEST_F(Sources, FindsMetabasesInArchivesAsInFolders) {
     SCOPED_TRACE(ending);
     fs::remove(path("inventory.db"));
     writeArchive(path("THREE" + ending), members);
-    collect({path("THREE" + ending)}, 0, "ignoring " + path("THREE" + ending) + ":ONE/History/old.xml");
+    collect({path("THREE" + ending)}, 0, "ignoring '" + path("THREE" + ending) + ":ONE/History/old.xml");
     EXPECT_EQ(servers(), (Strings{"ONE", "THREE", "TWO"}));
   }
   EXPECT_FALSE(fs::exists(folder_.path().parent_path() / "TWO"));
+}
+
+TEST_F(Sources, SearchesArchivesWithinArchives) {
+  const auto archiveOf = [&](const std::string& name, const std::vector<Member>& members) {
+    writeArchive(path(name), members, name == "SECRET.zip" ? "zip:encryption=traditional" : nullptr);
+    return Member{"sub/" + name, test::contents(path(name))};
+  };
+  const Member web02 = archiveOf("WEB02.zip", {{"inetsrv/MetaBase.xml", kWeb01}});
+  const Member tooDeep = archiveOf("2.tar", {archiveOf("3.7z", {web02})});
+  folder_.folder("fleet");
+  writeArchive(path("fleet/outer.zip"),
+               {web02,
+                archiveOf("middle.tar.gz", {archiveOf("WEB03.7z", {{"a.xml", kWeb01}})}),
+                archiveOf("SECRET.zip", {{"MetaBase.xml", kWeb01}}),
+                archiveOf("1.tar", {tooDeep}),
+                {"old.rar", "Rar!\x1A\x07 unreadable"}});
+  const std::string outer = "cannot read '" + path("fleet/outer.zip") + ":";
+  const Result result = collect({path("fleet")}, 1, outer + "old.rar': the format RAR is not supported");
+  for (const std::string problem : {"sub/SECRET.zip:MetaBase.xml': it is encrypted",
+                                    "sub/1.tar:sub/2.tar:sub/3.7z': it is an archive within 3 others"})
+    EXPECT_NE(result.err.find(outer + problem), std::string::npos) << result.err;
+  EXPECT_EQ(servers(), (Strings{"WEB02", "WEB03"}));
+  collect({path("fleet"), "--max-size", "1kB"}, 2,
+          "the archives in '" + path("fleet/outer.zip") + "' are larger");
+}
+
+TEST_F(Sources, StartsNoProgramToDecompress) {
+  for (const char* program : {"bin/grzip", "bin/lrzip"}) {
+    fs::permissions(folder_.file(program, "#!/bin/sh\n/usr/bin/touch '" + path("started") + "'\n"),
+                    fs::perms::owner_all);
+  }
+  using namespace std::string_literals;
+  const std::string grzip = folder_.file("a", "GRZipII\0\2\4:)"s + std::string(40, 'x'));
+  const std::string lrzip = folder_.file("b", "LRZI\0\6"s + std::string(40, 'x'));
+  test::runExpecting(folder_, {"check", grzip, lrzip, folder_.path().string()}, 2, "the format lrzip is not",
+                     [&] { ::setenv("PATH", path("bin").c_str(), 1); });
+  EXPECT_FALSE(fs::exists(path("started")));
 }
 
 TEST_F(Sources, SkipsBadArchivesOnly) {
   writeArchive(path("GOOD.zip"), {{"GOOD/MetaBase.xml", kWeb01}});
   writeArchive(path("BAD.zip"), {{"SECRET/MetaBase.xml", kWeb01}}, "zip:encryption=traditional");
   const Result encrypted =
-      collect({path("BAD.zip"), path("GOOD.zip")}, 1, "BAD.zip:SECRET/MetaBase.xml: it is encrypted");
+      collect({path("BAD.zip"), path("GOOD.zip")}, 1, "BAD.zip:SECRET/MetaBase.xml': it is encrypted");
   EXPECT_EQ(encrypted.err.find("no metabase in"), std::string::npos);
   EXPECT_EQ(servers(), Strings{"GOOD"});
 
@@ -137,16 +192,22 @@ TEST_F(Sources, SkipsBadArchivesOnly) {
                "zip:compression=store");
   std::string bytes = test::contents(path("DAMAGED.zip"));
   bytes[5000] ^= 1;
-  collect({folder_.file("DAMAGED.zip", bytes)}, 1, "DAMAGED.zip:FIRST/MetaBase.xml: ZIP bad CRC");
+  collect({folder_.file("DAMAGED.zip", bytes)}, 1, "DAMAGED.zip:FIRST/MetaBase.xml': ZIP bad CRC");
   EXPECT_EQ(servers(), (Strings{"GOOD", "SECOND"}));
 
+  bytes[5000] ^= 1;
+  for (const std::string record : {"PK\3\4", "PK\1\2"})
+    bytes[bytes.rfind(record) + (record[2] == 1 ? 10 : 8)] = 97;
+  collect({folder_.file("UNKNOWN.zip", bytes)}, 1,
+          "UNKNOWN.zip:SECOND/MetaBase.xml': Unsupported ZIP compression");
+
   writeArchive(path("LARGE.tar.gz"), {{"LARGE/MetaBase.xml", kWeb01 + std::string(4000000, ' ')}});
-  collect({path("LARGE.tar.gz"), "--max-size", "1MB"}, 2, "LARGE/MetaBase.xml: it is larger than");
+  collect({path("LARGE.tar.gz"), "--max-size", "1MB"}, 2, "LARGE/MetaBase.xml': it is larger than");
 
   const std::string whole = test::contents(path("LARGE.tar.gz"));
   folder_.file("CUT.tar.gz", whole.substr(0, whole.size() / 2));
-  const std::string words = "CUT.tar.gz: the archive cannot be read: truncated gzip input";
-  EXPECT_EQ(collect({path("CUT.tar.gz"), "--list"}, 2, words).out.find("CUT.tar.gz"), std::string::npos);
+  const std::string words = "CUT.tar.gz': truncated gzip input";
+  EXPECT_NE(collect({path("CUT.tar.gz"), "--list"}, 2, words).out.find("not read"), std::string::npos);
 }
 
 TEST_F(Sources, ReadsAnArchiveAsOfTheFirstPass) {
@@ -177,7 +238,8 @@ TEST_F(Sources, FollowsLinksLikeTheSystem) {
   folder_.file("real/WEB.xml", kWeb01);
   fs::create_directory_symlink(path("real/below"), path("link"));
   const Result listed = test::run(folder_, {"collect", path("link/../WEB.xml"), "--list"});
-  EXPECT_EQ(listed.out, "WEB  " + path("real/WEB.xml") + "\n") << listed.err;
+  EXPECT_NE(listed.out.find("\n" + path("real/WEB.xml") + "  WEB     collected\n"), std::string::npos)
+      << listed.out;
   test::runExpecting(folder_, {"collect", path("link/./..//"), "--database", path("link/../i.db")}, 0, "");
   EXPECT_TRUE(fs::exists(path("real/i.db")));
 }
@@ -193,6 +255,18 @@ TEST_F(Sources, ReadsStreamsToTheirEnd) {
   EXPECT_EQ(test::waitFor(writer), 0);
   EXPECT_EQ(servers(), (Strings{"IN", "PIPE"}));
   collect({"ZERO=/dev/zero", "--max-size", "2MB"}, 2, "it is larger than");
+}
+
+TEST_F(Sources, CollectsAnExportOfOneSite) {
+  folder_.file("ONE.xml",
+               "<configuration><MBProperty>"
+               "<IIsFtpServer Location='/LM/MSFTPSVC/7' ServerComment='One' ServerBindings=':21:' "
+               "LogPluginClsid='{FF160663-DE82-11CF-BC0A-00AA006111E0}'/>"
+               "<IIsFtpVirtualDir Location='/LM/MSFTPSVC/7/ROOT' Path='C:\\x'/>"
+               "</MBProperty></configuration>");
+  collect({path("ONE.xml")}, 0, "no element of the FTP service (a partial export)");
+  sqlite::Database database(path("inventory.db"), sqlite::Database::Mode::kReadOnly, {});
+  EXPECT_EQ(database.value("select \"Protocol Status\" || Host from tblExtendedLogSetting"), "YesNo");
 }
 
 TEST_F(Sources, ReportsParseWarningsAndCollects) {

@@ -120,7 +120,10 @@ TEST_F(WmiTest, ProvidesTheHostObjects) {
       "<IIsWebInfo Location='/LM/W3SVC/Info'/>"
       "<IIsFtpInfo Location='/LM/MSFTPSVC/Info' MajorIIsVersionNumber='5'/>");
   EXPECT_EQ(getos(), 5);
-  write("");
+  // A partial export.
+  write("<IIsFtpServer Location='/LM/MSFTPSVC/1'/>");
+  EXPECT_EQ(getos(), 6);
+  write("<IIsWebService Location='/LM/W3SVC'/>");
   EXPECT_EQ(test::failureNumber(getos), static_cast<std::int32_t>(0x80070032));
   write("<IIsWebInfo Location='/LM/W3SVC/Info' MajorIIsVersionNumber='70000'/>");
   EXPECT_EQ(test::failureOf(getos).second,

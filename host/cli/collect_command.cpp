@@ -38,7 +38,8 @@ const std::string kCollectFooter =
     "\n"
     "In a folder or an archive every metabase is found, at any depth; a server is\n"
     "named after the nearest folder that is not a usual location (inetsrv,\n"
-    "system32, windows, History, MetaBack, C$ and the like).\n"
+    "system32, windows, History, MetaBack, C$ and the like), or after the file if\n"
+    "there are others. Of MetaBase.xml and its history copies the newest is used.\n"
     "\n"
     "A database is an SQLite file, or one on a PostgreSQL server:\n"
     "postgresql://USER@HOST:PORT/NAME or service=NAME. Its password comes from\n"
@@ -112,7 +113,7 @@ void addCollect(Program& program, CommandAction& action) {
   command.argument("METABASE", raw->metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin",
                    Presence::kRequired);
   addDatabase(command, raw->database);
-  command.flag("--list", raw->list, "List the files and their servers' names only");
+  command.flag("--list", raw->list, "Only list all files and what becomes of them");
   command.flag("-n,--dry-run", raw->dryRun, "Show what would be collected; write nothing");
   addMaxSize(command, raw->maxSize);
   command.list("-o,--only", raw->only, "TAB", "Collect only this tab (repeatable)");

@@ -65,9 +65,9 @@ std::string timeOf(const char* option, const std::string& text) {
 }
 
 void addMaxSize(Command& command, std::uint64_t& size) {
-  constexpr std::uint64_t kUsual = 1ULL << 30;
+  constexpr std::uint64_t kUsual = 256ULL << 20;
   size = kUsual;
-  command.size("--max-size", size, "Largest from an archive or a pipe (default: 1GiB)");
+  command.size("--max-size", size, "Largest in an archive or pipe (default: 256MiB)");
 }
 
 void addFormat(Command& command, std::string& format) {

@@ -9,7 +9,7 @@
 #include "host/collect/collection_run.h"
 #include "host/collect/component_driver.h"
 #include "host/collect/run_document.h"
-#include "host/console/terminal_text.h"
+#include "host/sources/source_list.h"
 #include "os/process.h"
 
 namespace host {
@@ -26,26 +26,9 @@ LastCollected readLastCollected(inventory::Inventory& inventory) {
   return last;
 }
 
-// Lists the servers and their files. Returns the exit status.
-int list(const Sources& sources, Output& output) {
-  std::size_t width = 0;
-  for (const Server& server : sources.servers)
-    width = std::max(width, displayWidth(escapeForTerminal(server.name)));
-  for (const Server& server : sources.servers) {
-    const std::string name = escapeForTerminal(server.name);
-    output.write(name + std::string(width - displayWidth(name) + 2, ' ') +
-                 escapeForTerminal(server.source.shown()) + "\n");
-  }
-  for (const std::string& text : sources.notes) output.write(escapeForTerminal(text) + "\n");
-  output.flush();
-  for (const std::string& text : sources.problems) printError(text);
-  if (sources.servers.empty()) return 2;
-  return sources.problems.empty() ? 0 : 1;
-}
-
 int collectInto(const CollectOptions& options, Output& output) {
   const Sources sources = findSources(options.metabases, options.maxSize);
-  if (options.listOnly) return list(sources, output);
+  if (options.listOnly) return listSources(sources, Format::kTable, output);
   os::useLargePages();
   registerComponent();
   std::error_code error;

@@ -9,6 +9,8 @@
 #include "automation/failure.h"
 #include "automation/runtime.h"
 #include "platform/metabase/failures.h"
+#include "platform/metabase/metabase.h"
+#include "platform/metabase/servers.h"
 
 namespace host {
 namespace {
@@ -86,6 +88,12 @@ ServerCapabilities capabilitiesOf(const Server& server) {
     if (!capabilities.hasPools) {
       capabilities.poolsNote = "no node /LM/W3SVC/AppPools, so there are no application pools to collect";
     }
+  }
+  if (platform::metabase::snapshotOf(fromUtf8(server.name))->isPartialExport()) {
+    const std::string note =
+        " (a partial export): what it hands down is unknown, so defaults count, and IIS 6 is assumed";
+    if (capabilities.hasSites) capabilities.sitesNote = "no element of the FTP service" + note;
+    if (capabilities.hasPools) capabilities.poolsNote = "no element of the web service" + note;
   }
   if (!capabilities.hasSites && !capabilities.hasWeb) {
     platform::metabase::fail(platform::metabase::number::kPathNotFound,

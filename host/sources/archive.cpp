@@ -5,9 +5,9 @@
 
 #include <algorithm>
 #include <new>
-#include <string_view>
+#include <utility>
 
-#include "os/file.h"
+#include "host/sources/byte_blocks.h"
 
 namespace host {
 namespace {
@@ -19,6 +19,33 @@ std::string reasonOf(archive* handle) {
   // The library also reports an unknown format if decompression fails.
   const bool hasReason = why != nullptr && std::string_view(why) != "Unrecognized archive format";
   return hasReason ? why : "it is broken";
+}
+
+// Filters of compiled-in libraries only: without its library, a filter would start a program.
+void supportFilters(archive* handle) {
+  constexpr struct {
+    const char* (*version)();
+    int (*support)(archive*);
+  } kFilters[] = {{archive_zlib_version, archive_read_support_filter_gzip},
+                  {archive_bzlib_version, archive_read_support_filter_bzip2},
+                  {archive_liblzma_version, archive_read_support_filter_xz},
+                  {archive_libzstd_version, archive_read_support_filter_zstd},
+                  {archive_liblz4_version, archive_read_support_filter_lz4}};
+  for (const auto& filter : kFilters) {
+    if (filter.version() != nullptr) filter.support(handle);
+  }
+  archive_read_support_filter_compress(handle);
+}
+
+void supportFormats(archive* handle, bool single) {
+  if (single) {
+    archive_read_support_format_raw(handle);
+    return;
+  }
+  for (const auto support : {archive_read_support_format_zip, archive_read_support_format_tar,
+                             archive_read_support_format_7zip, archive_read_support_format_cab,
+                             archive_read_support_format_cpio, archive_read_support_format_iso9660})
+    support(handle);
 }
 
 }  // namespace
@@ -35,6 +62,17 @@ std::optional<Archive> Archive::open(const std::filesystem::path& file) {
   std::error_code error;
   const os::FileStatus status = os::statusOf(file, error);
   if (status.kind != os::FileKind::kRegular || status.size == 0) return std::nullopt;
+  return openBy([&](archive* handle) { return archive_read_open_filename(handle, file.c_str(), kBlock); },
+                status.modified);
+}
+
+std::optional<Archive> Archive::open(std::string_view bytes, std::int64_t modified) {
+  return openBy([&](archive* handle) { return archive_read_open_memory(handle, bytes.data(), bytes.size()); },
+                modified);
+}
+
+template <typename Open>
+std::optional<Archive> Archive::openBy(const Open& openHandle, std::int64_t modified) {
   std::string why;  // of what is an archive, as far as it can be read
   // A compressed file that holds nothing but one file is an archive only because it is compressed.
   for (const bool single : {false, true}) {
@@ -42,22 +80,9 @@ std::optional<Archive> Archive::open(const std::filesystem::path& file) {
     opened.handle_.reset(archive_read_new());
     archive* const handle = opened.handle_.get();
     if (handle == nullptr) throw std::bad_alloc();
-    archive_read_support_filter_all(handle);
-    if (single) {
-      archive_read_support_format_raw(handle);
-    } else {
-      archive_read_support_format_zip(handle);
-      archive_read_support_format_tar(handle);
-      archive_read_support_format_7zip(handle);
-      archive_read_support_format_cab(handle);
-      archive_read_support_format_rar(handle);
-      archive_read_support_format_rar5(handle);
-      archive_read_support_format_cpio(handle);
-      archive_read_support_format_lha(handle);
-      archive_read_support_format_xar(handle);
-      archive_read_support_format_iso9660(handle);
-    }
-    if (archive_read_open_filename(handle, file.c_str(), kBlock) != ARCHIVE_OK) {
+    supportFilters(handle);
+    supportFormats(handle, single);
+    if (openHandle(handle) != ARCHIVE_OK) {
       // Reading as a single file fails only for damaged compressed data.
       if (single && why.empty()) why = reasonOf(handle);
       continue;
@@ -71,7 +96,7 @@ std::optional<Archive> Archive::open(const std::filesystem::path& file) {
     opened.hasEntry_ = result != ARCHIVE_EOF;
     if (result == ARCHIVE_EOF) opened.entry_ = nullptr;
     if (result == ARCHIVE_WARN) opened.warning_ = reasonOf(handle);
-    opened.fileModified_ = status.modified;
+    opened.fileModified_ = modified;
     return opened;
   }
   if (!why.empty()) throw ArchiveError(why, true);
@@ -117,6 +142,11 @@ std::int64_t Archive::modified() const {
   return isSingle_ || archive_entry_mtime_is_set(entry_) == 0 ? fileModified_ : archive_entry_mtime(entry_);
 }
 
+std::optional<std::uint64_t> Archive::size() const {
+  if (isSingle_ || archive_entry_size_is_set(entry_) == 0) return std::nullopt;
+  return static_cast<std::uint64_t>(std::max<la_int64_t>(archive_entry_size(entry_), 0));
+}
+
 bool Archive::read(std::string& bytes, std::size_t most) {
   const std::size_t end = bytes.size() + most;
   while (bytes.size() < end) {
@@ -128,6 +158,19 @@ bool Archive::read(std::string& bytes, std::size_t most) {
     if (count == 0) return false;
   }
   return true;
+}
+
+std::optional<os::FileBytes> Archive::readAll(std::uint64_t most, std::string head) {
+  if (size().value_or(0) > most) return std::nullopt;
+  ByteBlocks blocks;
+  blocks.append(std::move(head));
+  for (bool more = true; more;) {
+    std::string block;
+    more = read(block, ByteBlocks::kBlock);
+    blocks.append(std::move(block));
+    if (blocks.size() > most) return std::nullopt;
+  }
+  return blocks.join();
 }
 
 }  // namespace host

@@ -7,6 +7,9 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+
+#include "os/file.h"
 
 struct archive;
 struct archive_entry;
@@ -24,12 +27,14 @@ class ArchiveError : public std::runtime_error {
   bool isOver_;
 };
 
-// One pass through an archive (.zip, .tar, .7z and others, compressed or not) or a compressed file. Members
-// throw ArchiveError.
+// One pass through an archive (zip, tar, 7z, cpio, cab or iso9660, compressed or not) or a file compressed by
+// gzip, bzip2, xz, zstd, lz4 or compress. Starts no other program. Members throw ArchiveError.
 class Archive {
  public:
   // Opens an archive; nothing for a file that is none.
   static std::optional<Archive> open(const std::filesystem::path& file);
+  // Opens an archive within another one. The bytes must outlive it; `modified` is their time.
+  static std::optional<Archive> open(std::string_view bytes, std::int64_t modified);
 
   // Moves to the next member, initially to the first. Returns false after the last one.
   bool next();
@@ -42,17 +47,24 @@ class Archive {
   bool isLink() const;
   bool isEncrypted() const;
   std::int64_t modified() const;  // seconds since 1970
+  // The member's size, if the archive tells it.
+  std::optional<std::uint64_t> size() const;
   // A warning about the member's entry; empty if there is none.
   const std::string& warning() const { return warning_; }
 
   // Appends up to `most` bytes of the member to `bytes`. Returns whether there may be more.
   bool read(std::string& bytes, std::size_t most);
+  // All bytes of a member after `head`, which has been read; nothing for more than `most`.
+  std::optional<os::FileBytes> readAll(std::uint64_t most, std::string head = {});
 
  private:
   struct Closer {
     void operator()(archive* handle) const noexcept;
   };
 
+  // Opens by `openHandle`, which returns a status.
+  template <typename Open>
+  static std::optional<Archive> openBy(const Open& openHandle, std::int64_t modified);
   [[noreturn]] void fail(int result) const;
 
   std::unique_ptr<archive, Closer> handle_;

@@ -1,8 +1,36 @@
 #include "host/sources/server_name.h"
 
+#include <set>
+
 #include "automation/text.h"
+#include "inventory/names.h"
 
 namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kMetabaseFile = "MetaBase.xml";
+
+// Whether a folder contains the file on every server and so does not identify one: its usual folders, and
+// drives as they are shared or backed up.
+bool isUsualFolder(const std::string& folder) {
+  static const std::set<std::string, std::less<>> kHomes = {"inetsrv", "system32", "windows",
+                                                            "winnt",   "history",  "metaback"};
+  const std::string name = inventory::folded(folder);
+  const bool isLetter = !name.empty() && name[0] >= 'a' && name[0] <= 'z';
+  const bool isDrive =
+      isLetter && (name.size() == 1 || (name.size() == 2 && (name[1] == '$' || name[1] == ':')));
+  return isDrive || kHomes.contains(name);
+}
+
+// "WEB01.xml" of WEB01.xml.gz.
+fs::path withoutCompression(const fs::path& file) {
+  static const std::set<std::string, std::less<>> kExtensions = {".gz", ".bz2", ".xz", ".zst", ".lz4", ".z"};
+  return kExtensions.contains(inventory::folded(file.extension().string())) ? file.stem() : file;
+}
+
+}  // namespace
 
 std::optional<std::string> serverNameError(const std::string& name) {
   if (name.empty()) return "it is empty";
@@ -13,6 +41,38 @@ std::optional<std::string> serverNameError(const std::string& name) {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) return "it contains a control character";
   }
   return std::nullopt;
+}
+
+Location locate(std::string_view path, const std::string& place, const std::string& placeName) {
+  Location location{place, placeName, {}, false};
+  std::string folder;  // nearest one
+  std::size_t begin = 0;
+  for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', begin)) {
+    folder = path.substr(begin, slash - begin);
+    begin = slash + 1;
+    if (folder.empty() || folder == "." || folder == ".." || isUsualFolder(folder)) continue;
+    location.home = place + "/" + std::string(path.substr(0, slash));
+    location.homeName = folder;
+  }
+  const fs::path file(path.substr(begin));
+  location.stem = stemOf(file);
+  const std::string name = inventory::folded(withoutCompression(file).string());
+  folder = inventory::folded(folder);
+  location.isVersion = name == "metabase.xml" || (name.starts_with("metabase_") && name.ends_with(".xml")) ||
+                       folder == "history" || folder == "metaback";
+  return location;
+}
+
+std::string nameOfFile(const fs::path& file) {
+  const auto isUsual = [&](const fs::path& name) {
+    return inventory::folded(name.string()) == inventory::folded(std::string(kMetabaseFile));
+  };
+  const bool usual = isUsual(file.filename()) || isUsual(file.filename().stem());
+  return usual ? file.parent_path().filename().string() : file.stem().string();
+}
+
+std::string stemOf(const fs::path& file) {
+  return withoutCompression(file.filename()).stem().string();
 }
 
 }  // namespace host

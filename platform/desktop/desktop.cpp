@@ -26,6 +26,7 @@ constexpr TextView kErrorLogPath = u"ErrorLogPath";
 constexpr TextView kGetOs = u"getos";
 constexpr TextView kVersion = u"MajorIIsVersionNumber";
 constexpr TextView kMousePointer = u"MousePointer";
+constexpr std::int16_t kVersionOfExports = 6;
 constexpr std::int32_t kNoVersion = static_cast<std::int32_t>(0x80070032);
 
 class CommonObject : public MemberlessObject {
@@ -72,6 +73,7 @@ class CommonObject : public MemberlessObject {
         failAt(failure.number(), failure.description());
       }
     }
+    if (metabase->isPartialExport()) return kVersionOfExports;
     failAt(kNoVersion,
            u"neither /W3SVC/Info nor /MSFTPSVC/Info has a value, so the server's version is unknown");
     return {};

@@ -15,7 +15,18 @@ namespace {
 
 constexpr std::size_t kMaxPathLength = 32767;  // in UTF-16 units; the limit of Windows
 constexpr std::size_t kMaxWarnings = 10000;
-constexpr std::string_view kUnclassified = "IIsConfigObject";
+
+// The classes of nodes that the file only implies, by the class of the parent.
+struct ImpliedClass {
+  std::string_view parent;
+  std::string_view name;  // of the node; "#" is any number, "" any name
+  std::string_view className;
+};
+constexpr ImpliedClass kImpliedClasses[] = {
+    {"IIsComputer", "MSFTPSVC", "IIsFtpService"}, {"IIsFtpService", "#", "IIsFtpServer"},
+    {"IIsFtpServer", "ROOT", "IIsFtpVirtualDir"}, {"IIsFtpVirtualDir", "", "IIsFtpVirtualDir"},
+    {"IIsComputer", "W3SVC", "IIsWebService"},    {"IIsWebService", "#", "IIsWebServer"},
+    {"IIsWebServer", "ROOT", "IIsWebVirtualDir"}, {"IIsWebService", "AppPools", "IIsApplicationPools"}};
 constexpr std::string_view kUnknownNamePrefix = "UnknownName_";
 
 // The attributes of a value ("METADATA_RECORD").
@@ -63,6 +74,7 @@ class Metabase::Builder {
       const NodeId parentNode = nodes[node].parent;
       nodes[node].valueAncestor =
           nodes[parentNode].valueCount > 0 ? parentNode : nodes[parentNode].valueAncestor;
+      if (nodes[node].line == 0) nodes[node].classId = metabase_.classes_.enter(impliedClass(node));
     }
     // The document's memory is free by now. Small excess capacity is not worth a copy.
     if (nodes.capacity() / 4 > nodes.size() / 3) nodes.shrink_to_fit();
@@ -75,6 +87,19 @@ class Metabase::Builder {
   }
 
  private:
+  std::string_view impliedClass(NodeId node) const {
+    const NodeId parentNode = metabase_.nodes_[node].parent;
+    const std::string_view name = metabase_.name(node);
+    if (parentNode == metabase_.root() && equalFolded(name, std::string_view("LM"))) return "IIsComputer";
+    const bool isNumber = name.find_first_not_of("0123456789") == std::string_view::npos;
+    for (const ImpliedClass& each : kImpliedClasses) {
+      if (!equalFolded(metabase_.className(parentNode), each.parent)) continue;
+      if (each.name.empty() || (each.name == "#" ? isNumber : equalFolded(name, each.name)))
+        return each.className;
+    }
+    return kNoClass;
+  }
+
   [[noreturn]] void reject(std::int32_t failureNumber, std::size_t line, const std::string& what) const {
     fail(failureNumber, metabase_.file_ + ", line " + std::to_string(line) + ": " + what);
   }
@@ -151,7 +176,7 @@ class Metabase::Builder {
     std::size_t capacity = 16;
     while (capacity * 3 < nodes * 4) capacity *= 2;
     metabase_.slots_.assign(capacity, Slot{0, kNoNode});
-    unclassified_ = metabase_.classes_.enter(kUnclassified);
+    unclassified_ = metabase_.classes_.enter(kNoClass);
     metabase_.nodes_.push_back(Node{kNoNode, kNoNode, kNoNode, kNoNode, 0, 0, 0, 0, unclassified_, 0});
   }
 

@@ -40,6 +40,9 @@ const StateProperties& stateProperties() {
   return ids;
 }
 
+// The longest value that is read, in bytes. The component copies a value dozens of times.
+constexpr std::size_t kLongestValue = std::size_t{1} << 20;
+
 std::uint64_t nextSerial() {
   static std::atomic<std::uint64_t> last = 0;
   return ++last;
@@ -143,6 +146,16 @@ std::string Metabase::path(NodeId node) const {
   return whole;
 }
 
+bool Metabase::isPartialExport() const {
+  bool hasBelow = false;
+  for (const TextView service : {u"LM/W3SVC", u"LM/MSFTPSVC"}) {
+    const auto node = find(root(), service);
+    if (node && line(*node) > 0) return false;
+    hasBelow = hasBelow || node;
+  }
+  return hasBelow;
+}
+
 std::string_view Metabase::className(NodeId node) const {
   return classes_.text(nodes_[node].classId);
 }
@@ -237,6 +250,13 @@ bool Metabase::isExcludedByClass(NodeId node, PropertyId property) const {
   return having != 0 && (having >> classId & 1) == 0;
 }
 
+// Whether the property is a text that is empty by default, which a node of no class is not taken to have.
+bool Metabase::isEmptyTextOfNoClass(NodeId node, PropertyId property) const {
+  if (property >= properties().size() || className(node) != kNoClass) return false;
+  const Property& known = properties()[property];
+  return known.defaultText == "" && (known.type == Type::kString || known.type == Type::kExpandString);
+}
+
 Variant Metabase::read(NodeId node, PropertyId property, TextView server) const {
   const Reading reading{node, property, server};
   const std::size_t known = properties().size();
@@ -247,9 +267,10 @@ Variant Metabase::read(NodeId node, PropertyId property, TextView server) const 
   if (property == ids.status || property == ids.serverState || property == ids.appPoolState) {
     return readState(reading);
   }
-  if (isExcludedByClass(node, property) && ownValue(node, property) == nullptr)
-    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   const Value* const value = effectiveValue(node, property);
+  if ((isExcludedByClass(node, property) && ownValue(node, property) == nullptr) ||
+      (value == nullptr && isEmptyTextOfNoClass(node, property)))
+    failRead(reading, number::kNotOfClass, "nodes of this class do not have the property");
   if ((property < known && properties()[property].secured) || (value != nullptr && keySecured(value->key))) {
     failRead(reading, number::kSecured, "the property is secured and cannot be read");
   }
@@ -270,6 +291,7 @@ Metabase::UnsetRead Metabase::takeUnsetRead() {
 }
 
 Variant Metabase::convert(const Reading& reading, Type type, std::string_view valueText) const {
+  if (valueText.size() > kLongestValue) failValue(reading, valueText, "is longer than 1 MiB");
   switch (type) {
     case Type::kString:
     case Type::kExpandString:

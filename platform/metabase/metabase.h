@@ -68,7 +68,8 @@ class Metabase {
   std::string_view name(NodeId node) const;
   std::string path(NodeId node) const;
 
-  // The name of the node's element, or "IIsConfigObject" if the file only implies the node.
+  // The name of the node's element. Of a node that the file only implies, the class that follows from its
+  // place, as of the parents that a partial export lacks, or else "IIsConfigObject".
   std::string_view className(NodeId node) const;
 
   // The node's ADsPath if the server is called `server`: "IIS://server" for /LM, followed by the rest of the
@@ -88,7 +89,8 @@ class Metabase {
   // IPSecurity an object. Status, ServerState and AppPoolState, which exist only while a server runs, are the
   // node's own value, else 2 (running) if the node starts automatically, else 4 (stopped). Throws Failure,
   // naming `server`, if the node's class does not have the property (0x8000500D), if the value does not match
-  // its type, or if the property is secured.
+  // its type or is longer than 1 MiB, or if the property is secured. A node's own value counts whatever its
+  // class. For a node of no class, IIsConfigObject, every default counts except that of a text that is empty.
   automation::Variant read(NodeId node, PropertyId property, automation::TextView server) const;
 
   // A read that returned Null because nothing sets the property.
@@ -115,6 +117,10 @@ class Metabase {
 
   // The file's name in messages.
   const std::string& file() const { return file_; }
+
+  // Whether the file has nodes below a service of IIS but no element of a service, as an export of a single
+  // site or pool. IIS 6 is the first version that writes such a file.
+  bool isPartialExport() const;
 
   std::size_t nodeCount() const { return nodes_.size(); }
 
@@ -168,6 +174,7 @@ class Metabase {
   const Value* effectiveValue(NodeId node, PropertyId property) const;
   Type typeOf(const Value* value, PropertyId property) const;
   bool isExcludedByClass(NodeId node, PropertyId property) const;
+  bool isEmptyTextOfNoClass(NodeId node, PropertyId property) const;
   automation::Variant convert(const Reading& reading, Type type, std::string_view text) const;
   automation::Variant readFlag(const Reading& reading, const FlagProperty& flag) const;
   automation::Variant readState(const Reading& reading) const;

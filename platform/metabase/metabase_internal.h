@@ -15,6 +15,9 @@
 
 namespace platform::metabase {
 
+// The class of a node that has none.
+inline constexpr std::string_view kNoClass = "IIsConfigObject";
+
 inline constexpr std::uint32_t kNoNode = 0xFFFFFFFF;
 
 // A value's key, from the highest bit: the property's id, so that keys sort by it; four bits with the type

@@ -9,7 +9,7 @@
 
 namespace platform::metabase {
 
-// A row of schema.tsv or schema_overrides.tsv as text.
+// A row of schema.tsv as text.
 struct SchemaRow {
   std::string_view name;
   std::string_view identifier;
@@ -32,8 +32,6 @@ struct FlagRow {
 namespace platform::metabase {
 namespace {
 
-constexpr std::string_view kUnchanged = "=";
-constexpr std::string_view kAny = "*";
 constexpr std::string_view kNone = "-";
 
 struct Schema {
@@ -52,7 +50,6 @@ Type schemaType(std::string_view name) {
 }
 
 std::uint64_t classBits(std::string_view list, NameTable& classes) {
-  if (list == kAny) return 0;
   std::uint64_t bits = 0;
   while (!list.empty()) {
     const std::size_t end = std::min(list.find(' '), list.size());
@@ -64,17 +61,16 @@ std::uint64_t classBits(std::string_view list, NameTable& classes) {
   return bits;
 }
 
-void apply(const SchemaRow& row, Property& property, NameTable& classes) {
-  if (row.identifier != kUnchanged) property.identifier = parseDword(row.identifier).value_or(0);
-  if (row.type != kUnchanged) property.type = schemaType(row.type);
-  if (row.inherits != kUnchanged) property.inherits = row.inherits == "yes";
-  if (row.secured != kUnchanged) property.secured = row.secured == "yes";
-  if (row.defaultText == kNone) {
-    property.defaultText.reset();
-  } else if (row.defaultText != kUnchanged) {
-    property.defaultText = row.defaultText;
-  }
-  if (row.classes != kUnchanged) property.classes = classBits(row.classes, classes);
+Property propertyOf(const SchemaRow& row, NameTable& classes) {
+  Property property;
+  property.name = row.name;
+  property.identifier = parseDword(row.identifier).value_or(0);
+  property.type = schemaType(row.type);
+  property.inherits = row.inherits == "yes";
+  property.secured = row.secured == "yes";
+  if (row.defaultText != kNone) property.defaultText = row.defaultText;
+  property.classes = classBits(row.classes, classes);
+  return property;
 }
 
 void addFlags(Schema& schema) {
@@ -96,13 +92,9 @@ Schema buildSchema() {
   Schema schema;
   for (const std::string_view name : kClassNames) schema.classes.enter(name);
   for (const SchemaRow& row : kSchemaRows) {
-    if (row.name == kAny) {
-      for (Property& property : schema.properties) apply(row, property, schema.classes);
-      continue;
-    }
-    const NameTable::Id id = schema.names.enter(row.name);
-    if (id == schema.properties.size()) schema.properties.emplace_back().name = row.name;
-    apply(row, schema.properties[id], schema.classes);
+    if (schema.names.enter(row.name) != schema.properties.size())
+      throw std::logic_error("the metabase schema has a property twice");
+    schema.properties.push_back(propertyOf(row, schema.classes));
   }
   for (NameTable::Id id = 0; id < schema.properties.size(); ++id) {
     if (schema.properties[id].identifier != 0)

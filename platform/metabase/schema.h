@@ -1,5 +1,5 @@
 // The schema of the metabase: type, inheritance, default, identifier and classes of each property, from
-// schema.tsv, as modified by schema_overrides.tsv.
+// schema.tsv.
 #pragma once
 
 #include <cstddef>
@@ -57,8 +57,8 @@ std::span<const FlagProperty> flagProperties();
 // `properties()`.
 const NameTable& schemaNames();
 
-// The names of the classes that the schema or an override names. IIsConfigObject, the class of a node that
-// has none, is not among them.
+// The names of the classes that the schema names. IIsConfigObject, the class of a node that has none, is not
+// among them.
 const NameTable& schemaClasses();
 
 // The property with an identifier, or nullopt.

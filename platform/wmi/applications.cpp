@@ -32,6 +32,17 @@ bool isApplicationRoot(const Metabase& metabase, Metabase::NodeId node, std::str
   return metabase::equalFolded(metabase.path(node), appRoot);
 }
 
+// The property AppPoolId of a node; null for one of a class that does not have it.
+automation::Variant poolOf(const Metabase& metabase, Metabase::NodeId node, Metabase::PropertyId appPoolId,
+                           TextView server) {
+  try {
+    return metabase.read(node, appPoolId, server);
+  } catch (const automation::Failure& failure) {
+    if (failure.number() == metabase::number::kNotOfClass) return automation::Null;
+    throw;
+  }
+}
+
 }  // namespace
 
 Applications::Applications(const Metabase& metabase, TextView server) {
@@ -42,7 +53,7 @@ Applications::Applications(const Metabase& metabase, TextView server) {
   for (auto node = nextInTree(metabase, *top, *top); node; node = nextInTree(metabase, *top, *node)) {
     const auto own = metabase.ownText(*node, *appRoot);
     if (!own || !isApplicationRoot(metabase, *node, *own)) continue;
-    const automation::Variant pool = metabase.read(*node, *appPoolId, server);
+    const automation::Variant pool = poolOf(metabase, *node, *appPoolId, server);
     if (pool.isNull()) continue;
     if (pool.asArray() != nullptr) {
       metabase::fail(metabase::number::kWrongValue, metabase.location(*node, server, "AppPoolId") +

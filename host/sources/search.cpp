@@ -1,0 +1,23 @@
+#include "host/sources/search.h"
+
+#include <algorithm>
+#include <iterator>
+#include <utility>
+
+#include <fmt/core.h>
+
+namespace host {
+
+void SearchResults::addProblem(const std::string& file, std::string_view why) {
+  problems.push_back(fmt::format("cannot read '{}': {}", file, why));
+  others.push_back({file, {}, "not read"});
+}
+
+void SearchResults::add(SearchResults&& more) {
+  std::ranges::move(more.found, std::back_inserter(found));
+  std::ranges::move(more.notes, std::back_inserter(notes));
+  std::ranges::move(more.problems, std::back_inserter(problems));
+  std::ranges::move(more.others, std::back_inserter(others));
+}
+
+}  // namespace host
