@@ -29,6 +29,7 @@ _iisinventory() {
   case $command$before in
     schema--format | schema-f) choices=$'table\njson\nmarkdown' ;;
     findings--format | findings-f) choices=$'table\ncsv\njson\njsonl\nsarif' ;;
+    show--format | show-f) choices=$'table\ncsv\njson\nxlsx' ;;
     *--format | *-f) choices=$'table\ncsv\njson' ;;
     *--color) choices=$'auto\nalways\nnever' ;;
     *--min-severity) choices=$severities ;;

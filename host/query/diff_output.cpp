@@ -46,7 +46,7 @@ class TextPrinter {
  public:
   TextPrinter(const DiffOptions& options, Output& output)
       : options_(options),
-        inOld_(options.against.empty() ? "in old" : "on " + options.server),
+        inOld_(options.against.empty() ? "in old" : "on " + options.servers.front()),
         inNew_(options.against.empty() ? "in new" : "on " + options.against),
         output_(output) {}
 
@@ -126,7 +126,7 @@ void printDifferences(const DiffOptions& options, Differences& differences, Outp
   if (differences.skippedServers > 0) printError(skippedText(options, differences.skippedServers));
   const Listing listing{
       {{"Server"}, {"Object"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}}, forEachRow};
-  print(listing, {options.format}, output);
+  print(listing, {.format = options.format, .forExcel = options.forExcel}, output);
 }
 
 }  // namespace host

@@ -1,5 +1,7 @@
 #include "host/query/findings_output.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -54,7 +56,7 @@ void writeJson(Findings& findings, bool withSuppressed, bool isArray, Output& ou
   output.write(!isArray ? separator : separator == "[\n" ? "[]\n" : "\n]\n");
 }
 
-void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
+void writeCsv(Findings& findings, bool withSuppressed, bool forExcel, Output& output) {
   constexpr const char* kKeys[] = {"state",       "severity",    "rule",       "title", "server",
                                    "object_kind", "object",      "evidence",   "file",  "node",
                                    "line",        "fingerprint", "suppression"};
@@ -73,18 +75,17 @@ void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
       each(row);
     });
   };
-  print(listing, {Format::kCsv}, output);
+  print(listing, {.format = Format::kCsv, .forExcel = forExcel}, output);
 }
 
 // Writes the format "table".
 class TableWriter {
  public:
-  TableWriter(Findings& findings, bool withSuppressed, Output& output, bool isTerminal)
+  TableWriter(Findings& findings, bool withSuppressed, Output& output)
       : findings_(findings),
         withSuppressed_(withSuppressed),
         output_(output),
-        width_(isTerminal ? std::max<std::size_t>(40, os::terminalColumns(os::kStandardOutput)) : 80),
-        isTerminal_(isTerminal) {}
+        width_(std::max<std::size_t>(40, os::terminalColumns(output.descriptor()))) {}
 
   void write() {
     findings_.forEach([&](const Result& result) {
@@ -113,11 +114,9 @@ class TableWriter {
     const Counts& counts = findings_.counts()[index];
     const bool hasFindings = counts.findings > 0;
     const std::string heading = std::string(wordFor(rule.severity)) + ": " + rule.title;
-    output_.write(std::string(isFirst_ ? "" : "\n") +
-                  (isTerminal_
-                       ? colored(heading, hasFindings ? Ink::kProblem : Ink::kNotice, os::kStandardOutput)
-                       : heading) +
-                  " [" + rule.id + "]\n");
+    output_.write(fmt::format(
+        "{}{} [{}]\n", isFirst_ ? "" : "\n",
+        colored(heading, hasFindings ? Ink::kProblem : Ink::kNotice, output_.descriptor()), rule.id));
     isFirst_ = false;
     if (!hasFindings) return;
     writeWrapped("  ", rule.why);
@@ -186,7 +185,6 @@ class TableWriter {
   const bool withSuppressed_;
   Output& output_;
   const std::size_t width_;
-  const bool isTerminal_;
   bool isFirst_ = true;
   std::optional<std::size_t> rule_, server_;
   std::set<std::string> notCollected_;
@@ -309,13 +307,13 @@ FindingsFormat findingsFormatOf(const std::string& name) {
   return static_cast<FindingsFormat>(found - kNames.begin());
 }
 
-void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output,
-                   bool isTerminal) {
+void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, bool forExcel,
+                   Output& output) {
   switch (format) {
     case FindingsFormat::kTable:
-      return TableWriter(findings, withSuppressed, output, isTerminal).write();
+      return TableWriter(findings, withSuppressed, output).write();
     case FindingsFormat::kCsv:
-      return writeCsv(findings, withSuppressed, output);
+      return writeCsv(findings, withSuppressed, forExcel, output);
     case FindingsFormat::kJson:
     case FindingsFormat::kJsonl:
       return writeJson(findings, withSuppressed, format == FindingsFormat::kJson, output);

@@ -1,16 +1,15 @@
 #include "host/query/findings_run.h"
 
 #include <algorithm>
-#include <memory>
 #include <stdexcept>
 
+#include "host/console/output_files.h"
 #include "host/console/text.h"
+#include "host/query/pattern.h"
 #include "host/query/retry.h"
 #include "host/query/rule_set.h"
 #include "host/query/servers.h"
 #include "inventory/names.h"
-#include "os/new_file.h"
-#include "os/termination_signals.h"
 
 namespace host {
 
@@ -40,8 +39,12 @@ void reportEntries(const Findings& findings, bool isComplete) {
   }
 }
 
-// Writes the previous content and the findings that it does not ignore, or a new file with all findings.
-void writeIgnoreFile(Findings& findings, const std::string& previous, Output& output) {
+// Writes the file's previous content and the findings that it does not ignore, or a new file with all.
+void writeIgnoreFile(Findings& findings, const std::filesystem::path& path, Output& output) {
+  if (!findings.failures().empty())
+    throw std::runtime_error("cannot write '" + path.string() + "': a rule failed");
+  std::error_code error;
+  const std::string previous = std::filesystem::exists(path, error) ? readTextFile(path) : "";
   output.write(
       !previous.empty()
           ? previous
@@ -55,58 +58,6 @@ void writeIgnoreFile(Findings& findings, const std::string& previous, Output& ou
                      : ignoreLine(fingerprint, "", findings.rules()[result.rule].id + ": " + object));
   });
 }
-
-// The output files, opened before the evaluation. A signal removes them.
-class OutputFiles {
- public:
-  explicit OutputFiles(const FindingsRequest& request) : request_(request) {
-    for (const std::filesystem::path& path : request.outputs)
-      files_.push_back(std::make_unique<OutputFile>(path));
-    if (!request.writeIgnore.empty()) {
-      files_.push_back(std::make_unique<OutputFile>(request.writeIgnore));
-      std::error_code error;
-      if (std::filesystem::exists(request.writeIgnore, error))
-        previousIgnores_ = readTextFile(request.writeIgnore);
-    }
-    if (files_.empty()) return;
-    signals_.emplace();
-    signals_->await([this](int signalNumber) {
-      for (const auto& each : files_) each->file.remove();
-      os::endBySignal(signalNumber);
-    });
-  }
-
-  void write(Findings& findings) {
-    for (std::size_t at = 0; at < request_.outputs.size(); ++at) {
-      const std::string extension = request_.outputs[at].extension().string();
-      writeFindings(findings, findingsFormatOf(extension), request_.showSuppressed, files_[at]->output,
-                    false);
-    }
-    if (!request_.writeIgnore.empty()) {
-      if (!findings.failures().empty())
-        throw std::runtime_error("cannot write '" + request_.writeIgnore.string() + "': a rule failed");
-      writeIgnoreFile(findings, previousIgnores_, files_.back()->output);
-    }
-    if (signals_) signals_->ignore();
-    for (const auto& each : files_) {
-      each->output.flush();
-      each->file.finish();
-    }
-  }
-
- private:
-  struct OutputFile {
-    explicit OutputFile(const std::filesystem::path& path)
-        : file(path), output(file.descriptor(), "'" + path.string() + "'") {}
-    os::NewFile file;
-    Output output;
-  };
-
-  const FindingsRequest& request_;
-  std::vector<std::unique_ptr<OutputFile>> files_;
-  std::string previousIgnores_;
-  std::optional<os::TerminationSignals> signals_;
-};
 
 int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool strict) {
   int status = 0;
@@ -130,8 +81,16 @@ int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool s
 
 }  // namespace
 
+bool FindingsRequest::writes(FindingsFormat format) const {
+  return printedFormat == format || std::ranges::any_of(outputs, [&](const std::filesystem::path& path) {
+           return findingsFormatOf(path.extension().string()) == format;
+         });
+}
+
 int runFindings(const FindingsRequest& request, Output& output) {
-  OutputFiles files(request);
+  std::vector<std::filesystem::path> paths = request.outputs;
+  if (!request.writeIgnore.empty()) paths.push_back(request.writeIgnore);
+  OutputFiles files(paths);
   auto evaluated = retryOnDisconnect([&] {
     const auto inventory = inventory::openForReading(request.database, request.access);
     inventory::Reader reader = inventory->read(reportSuccessor);
@@ -141,11 +100,16 @@ int runFindings(const FindingsRequest& request, Output& output) {
   Findings& findings = *evaluated;
   for (const std::string& failure : findings.failures()) printError(failure);
   reportEntries(findings, request.isComplete);
-  files.write(findings);
+  for (std::size_t at = 0; at < request.outputs.size(); ++at) {
+    writeFindings(findings, findingsFormatOf(request.outputs[at].extension().string()),
+                  request.showSuppressed, request.forExcel, files[at]);
+  }
+  if (!request.writeIgnore.empty()) writeIgnoreFile(findings, request.writeIgnore, files[paths.size() - 1]);
+  files.finish();
   const int status = findings.failures().empty() ? statusOf(findings, request.failOn, request.strict) : 2;
   return printed(output, status, [&] {
     if (request.printedFormat)
-      writeFindings(findings, *request.printedFormat, request.showSuppressed, output, true);
+      writeFindings(findings, *request.printedFormat, request.showSuppressed, request.forExcel, output);
   });
 }
 

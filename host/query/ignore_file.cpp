@@ -5,6 +5,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "host/query/pattern.h"
 #include "host/query/rule_set.h"
 
 namespace host {

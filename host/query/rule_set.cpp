@@ -8,6 +8,7 @@
 
 #include "host/console/suggestion.h"
 #include "host/query/builtin_rules.h"
+#include "host/query/pattern.h"
 #include "host/usage_error.h"
 #include "inventory/names.h"
 
@@ -138,26 +139,6 @@ std::string readTextFile(const fs::path& path) {
   std::string text{std::istreambuf_iterator<char>(file), {}};
   if (!file) fail("it is not readable");
   return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
-}
-
-bool matchesPattern(std::string_view text, std::string_view pattern) {
-  const std::string folded = inventory::folded(text), wanted = inventory::folded(pattern);
-  std::size_t at = 0, patternAt = 0, star = wanted.npos, resume = 0;
-  while (at < folded.size()) {
-    if (patternAt < wanted.size() && wanted[patternAt] == '*') {
-      star = patternAt++;
-      resume = at;
-    } else if (patternAt < wanted.size() && (wanted[patternAt] == '?' || wanted[patternAt] == folded[at])) {
-      ++at;
-      ++patternAt;
-    } else if (star != wanted.npos) {
-      patternAt = star + 1;
-      at = ++resume;
-    } else {
-      return false;
-    }
-  }
-  return wanted.find_first_not_of('*', patternAt) == wanted.npos;
 }
 
 std::vector<std::string> builtinProfiles() {
