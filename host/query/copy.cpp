@@ -60,7 +60,7 @@ int copy(const CopyOptions& options, Output& output) {
     return 2;
   }
   for (const inventory::Problem& problem : copied.rows.problems)
-    printError(problem.table + " " + problem.item + ": " + problem.message);
+    printError(fmt::format("{} {}: {}", problem.table, problem.item, problem.message));
   const std::int64_t replaced = inventory::sumOf(copied.rows.replaced);
   output.write(fmt::format("copied {} into {}: {}{}\n",
                            pluralize(std::ssize(copied.servers), "server", "servers"),

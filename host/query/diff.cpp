@@ -33,7 +33,7 @@ Strings foldIgnoredColumns(const Strings& names) {
   for (const std::string& name : names) {
     ignored.push_back(inventory::folded(name));
     if (std::ranges::none_of(all, [&](const std::string& each) { return inventory::sameName(each, name); }))
-      throw UsageError("--ignore: no table has a column '" + name + "'" + didYouMean(name, all));
+      throw UsageError(fmt::format("--ignore: no table has a column '{}'{}", name, didYouMean(name, all)));
   }
   return ignored;
 }

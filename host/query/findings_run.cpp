@@ -1,5 +1,7 @@
 #include "host/query/findings_run.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <stdexcept>
 
@@ -20,21 +22,20 @@ bool FailOn::matches(const Rule& rule) const {
 
 namespace {
 
-// Whether a rule that an entry refers to was evaluated. A fingerprint may refer to any rule.
-bool isEvaluated(const Findings& findings, const IgnoreFile::Entry& entry) {
-  const auto isMeant = [&](const Rule& rule) {
-    return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
-  };
-  return findings.failures().empty() && std::ranges::any_of(findings.rules(), isMeant);
-}
-
+// Reports entries that have expired and, if all servers and rules were evaluated, those that match nothing. A
+// fingerprint may refer to any rule.
 void reportEntries(const Findings& findings, bool isComplete) {
+  const auto isEvaluated = [&](const IgnoreFile::Entry& entry) {
+    return std::ranges::any_of(findings.rules(), [&](const Rule& rule) {
+      return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
+    });
+  };
   for (const IgnoreFile::Entry& entry : findings.ignoreFile().entries()) {
-    const std::string place = "'" + findings.ignoreFile().name() + "' line " + std::to_string(entry.line);
+    const std::string place = fmt::format("'{}' line {}", findings.ignoreFile().name(), entry.line);
     if (entry.isExpired) {
-      printError(place + " expired on " + entry.until + ": " + entry.reason);
-    } else if (!entry.hasMatched && isComplete && isEvaluated(findings, entry)) {
-      printError(place + " matches no finding of these rules: " + entry.reason);
+      printError(fmt::format("{} expired on {}: {}", place, entry.until, entry.reason));
+    } else if (!entry.hasMatched && isComplete && findings.failures().empty() && isEvaluated(entry)) {
+      printError(fmt::format("{} matches no finding of these rules: {}", place, entry.reason));
     }
   }
 }
@@ -59,22 +60,21 @@ void writeIgnoreFile(Findings& findings, const std::filesystem::path& path, Outp
   });
 }
 
-int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool strict) {
+int statusOf(const Findings& findings, const FindingsRequest& request) {
   int status = 0;
   for (std::size_t at = 0; at < findings.rules().size(); ++at) {
     const Rule& rule = findings.rules()[at];
     const Counts& counts = findings.counts()[at];
-    if (std::ranges::none_of(failOn, [&](const FailOn& each) { return each.matches(rule); })) continue;
-    if (counts.findings > 0) status = 1;
-    if (counts.unknown > 0) {
-      status = 1;
-      printError("could not evaluate " + rule.id + " for " + pluralize(counts.unknown, "object", "objects"));
-    }
-    if (strict && counts.notCollected > 0) {
-      status = 1;
-      printError("not collected for " + rule.id + ": " +
-                 pluralize(counts.notCollected, "server or object", "servers and objects"));
-    }
+    if (std::ranges::none_of(request.failOn, [&](const FailOn& each) { return each.matches(rule); }))
+      continue;
+    const std::int64_t notCollected = request.strict ? counts.notCollected : 0;
+    if (counts.findings + counts.unknown + notCollected > 0) status = 1;
+    if (counts.unknown > 0)
+      printError(fmt::format("could not evaluate {} for {}", rule.id,
+                             pluralize(counts.unknown, "object", "objects")));
+    if (notCollected > 0)
+      printError(fmt::format("not collected for {}: {}", rule.id,
+                             pluralize(notCollected, "server or object", "servers and objects")));
   }
   return status;
 }
@@ -106,7 +106,7 @@ int runFindings(const FindingsRequest& request, Output& output) {
   }
   if (!request.writeIgnore.empty()) writeIgnoreFile(findings, request.writeIgnore, files[paths.size() - 1]);
   files.finish();
-  const int status = findings.failures().empty() ? statusOf(findings, request.failOn, request.strict) : 2;
+  const int status = findings.failures().empty() ? statusOf(findings, request) : 2;
   return printed(output, status, [&] {
     if (request.printedFormat)
       writeFindings(findings, *request.printedFormat, request.showSuppressed, request.forExcel, output);
