@@ -30,6 +30,7 @@ _iisinventory() {
     schema--format | schema-f) choices=$'table\njson\nmarkdown' ;;
     findings--format | findings-f) choices=$'table\ncsv\njson\njsonl\nsarif' ;;
     collect--format | collect-f | check--format | check-f) choices=$'table\njson' ;;
+    show--format | show-f) choices=$'table\ncsv\njson\nxlsx' ;;
     *--format | *-f) choices=$'table\ncsv\njson' ;;
     *--color) choices=$'auto\nalways\nnever' ;;
     *--min-severity) choices=$severities ;;

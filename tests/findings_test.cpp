@@ -83,12 +83,15 @@ ftp-log-without-identity; tblExtendedLogSetting; User Name; No; log_user_name
 ftp-log-without-identity; tblExtendedLogSetting; Client IP Address; No; log_client_ip
 ftp-msdos-listing; tblHomeDirectorySetting; Directory Listing Style; MS-DOS; listing_style
 ftp-nested-home; tblHomeDirectorySetting; Path; \; path
+ftp-nested-home; tblvirtualDirectory; Path; \FILES2\x; path; +site 2, ?directory 3/ROOT/dir0
+ftp-nested-home; tblvirtualDirectory; Path; \files1\x; path; ?directory 3/ROOT/dir0
 ftp-nested-home; tblHomeDirectorySetting; Path; \Files; path; ?site 3
 ftp-no-user-can-log-on; tblSecurityAccounts; Allow Anonymous Connections; No; allows_anonymous
 ftp-same-binding; tblGeneral; TCP Port; 2002; state; +site 1, +site 2
 ftp-shared-directory; tblHomeDirectorySetting; Path; \FILES2; path; +site 1, +site 2, ?site 3
 ftp-shared-directory; tblvirtualDirectory; Path; \files2; path; +directory 1/ROOT/dir0, +site 2, ?directory 3/ROOT/dir0
 ftp-unlimited-connections; tblGeneral; Maximum Connections; -1; state; +site 1
+ftp-unlimited-connections; tblGeneral; Maximum Connections; 0; state; +site 1
 pool-idle-timeout; tblPerformance; Idle timeout settings; False; ends_when_idle
 pool-idle-timeout; tblPerformance; Idle timeout (in minutes); 21; idle_minutes
 pool-local-system; tblIdentity; Security account; Local System; account
@@ -113,6 +116,8 @@ anonymous-from-anywhere; update tblDirectorySecuritySetting set "All computer ac
   update objects set incomplete = '|ftp_access|' where key = '3'; +site 1, ?site 3
 anonymous-write; update tblSecurityAccounts set "Allow Anonymous Connections" = 'No';
   update tblvirtualDirectory set Write = 'Yes', not_known = '|path|'; -
+ftp-nested-home; update tblvirtualDirectory set Path = case id when (select min(id) from tblvirtualDirectory)
+  then '\files1\a' when (select max(id) from tblvirtualDirectory) then '\FILES1\b\' else Path end; +site 1
 anonymous-write; update objects set incomplete = '|ftp_directory|' where key = '3'; ?site 3
 ftp-same-binding; update tblGeneral set not_known = '|tcp_port|' where Identifier = '3'; ?site 3
 ftp-unlimited-connections; update tblGeneral set not_known = '|maximum_connections|' where Identifier = '3'; ?site 3

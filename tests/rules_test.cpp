@@ -6,6 +6,7 @@
 #include <tuple>
 #include <utility>
 
+#include "host/query/pattern.h"
 #include "host/query/rule_set.h"
 #include "host/query/sql_tokens.h"
 

@@ -79,7 +79,16 @@ void addFormat(Command& command, std::string& format) {
 Format formatOf(const std::string& format) {
   if (inventory::sameName(format, "csv")) return Format::kCsv;
   if (inventory::sameName(format, "json")) return Format::kJson;
+  if (inventory::sameName(format, "xlsx")) return Format::kXlsx;
   return Format::kTable;
+}
+
+void addExcel(Command& command, bool& forExcel) {
+  command.flag("--excel", forExcel, "csv for Excel: byte order mark, no formulas");
+}
+
+void requireCsv(bool forExcel, bool isCsv) {
+  if (forExcel && !isCsv) throw UsageError("--excel is for csv (xlsx needs no such option)");
 }
 
 std::string databaseName(const std::string& option, const std::string& database) {
@@ -93,6 +102,15 @@ std::filesystem::path wholePath(const std::string& option, const std::string& pa
   if (path.empty()) throw UsageError(option + ": the path is empty");
   if (!isUtf8(path)) throw UsageError(option + " '" + path + "': the path is not UTF-8");
   return os::absolutePath(path);
+}
+
+std::filesystem::path fileToWrite(const std::string& option, const std::string& name,
+                                  const std::string& database) {
+  const std::filesystem::path path = wholePath(option, name);
+  std::error_code error;
+  if (!inventory::isOnServer(database) && std::filesystem::equivalent(path, database, error))
+    throw UsageError(option + " '" + name + "': it is the database");
+  return path;
 }
 
 void refuseEmpty(const char* option, const std::vector<std::string>& values) {

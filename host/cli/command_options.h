@@ -68,12 +68,19 @@ void addMaxSize(Command& command, std::uint64_t& size);
 // --format: table, csv or json.
 void addFormat(Command& command, std::string& format);
 Format formatOf(const std::string& format);
+// --excel, which is for csv. Throws UsageError if it is given and the format is another one.
+void addExcel(Command& command, bool& forExcel);
+void requireCsv(bool forExcel, bool isCsv);
 
 // The database to open, from an option or argument. Throws UsageError.
 std::string databaseName(const std::string& option, const std::string& database);
 
 // The absolute path. Throws UsageError unless it is UTF-8, since the component uses paths as text.
 std::filesystem::path wholePath(const std::string& option, const std::string& path);
+
+// The file to write. Throws UsageError if it is the database.
+std::filesystem::path fileToWrite(const std::string& option, const std::string& name,
+                                  const std::string& database);
 
 void refuseEmpty(const char* option, const std::vector<std::string>& values);
 

@@ -37,7 +37,7 @@ void addCopy(Program& program, CommandAction& action) {
   command.option("--from", raw->from, "DATABASE", "Database to copy from: file or address",
                  Presence::kRequired);
   command.option("--to", raw->to, "DATABASE", "Database to copy to", Presence::kRequired);
-  command.list("--server", raw->servers, "NAME", "Copy only this server (repeatable)");
+  command.list("--server", raw->servers, "NAME", "Only this server, with * and ? (repeatable)");
   addSchema(command, raw->database);
   addWait(command, raw->database);
   addForce(command, raw->database);

@@ -33,7 +33,9 @@ struct Raw {
 
 DiffOptions optionsOf(const Raw& raw) {
   DiffOptions options = raw.options;
-  if (!options.against.empty() && options.server.empty()) throw UsageError("--against needs --server");
+  if (!options.against.empty() && options.servers.size() != 1)
+    throw UsageError("--against needs --server, once");
+  refuseEmpty("--server", options.servers);
   if (!options.against.empty() && !options.since.empty())
     throw UsageError("--since and --against exclude each other");
   const std::size_t count = raw.databases.size();
@@ -46,6 +48,7 @@ DiffOptions optionsOf(const Raw& raw) {
   options.since = timeOf("--since", options.since);
   options.access = raw.database.access();
   options.format = formatOf(raw.format);
+  requireCsv(options.forExcel, options.format == Format::kCsv);
   return options;
 }
 
@@ -56,11 +59,12 @@ void addDiff(Program& program, CommandAction& action) {
   Command command = program.add("diff", "Compare two inventories, states or servers");
   command.argument("DATABASE", raw->databases, "OLD and NEW, or one: files or servers' addresses",
                    Presence::kRequired);
-  command.option("--server", raw->options.server, "NAME", "Only this server");
+  command.list("--server", raw->options.servers, "NAME", "Only this server, with * and ? (repeatable)");
   command.option("--against", raw->options.against, "NAME", "Another server of the same database");
   command.option("--since", raw->options.since, "TIME", "Compare with the state at this time, in UTC");
   command.list("--ignore", raw->options.ignored, "COLUMN", "Leave this column out (repeatable)");
   addFormat(command, raw->format);
+  addExcel(command, raw->options.forExcel);
   addSchema(command, raw->database);
   addWait(command, raw->database);
   command.footer(kFooter);

@@ -32,6 +32,7 @@ struct Raw {
   std::string at, format, writeIgnore;
   bool showSuppressed = false;
   bool strict = false;
+  bool forExcel = false;
 };
 
 std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
@@ -54,25 +55,17 @@ std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
   return all;
 }
 
-// The file to write. Throws UsageError if it is the database.
-std::filesystem::path fileFor(const char* option, const std::string& name, const std::string& database) {
-  const std::filesystem::path path = wholePath(option, name);
-  std::error_code error;
-  if (!inventory::isOnServer(database) && std::filesystem::equivalent(path, database, error))
-    throw UsageError(std::string(option) + " '" + name + "': it is the database");
-  return path;
-}
-
 }  // namespace
 
 void addFindings(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("findings", "Evaluate rules about servers");
   addDatabase(command, raw->database);
-  command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
+  command.list("--server", raw->servers, "NAME", "Only this server, with * and ? (repeatable)");
   addAt(command, raw->at);
   command.option("-f,--format", raw->format, "FORMAT", "table, csv, json, jsonl or sarif (default: table)");
   command.list("-o,--output", raw->outputs, "FILE", "File to write (repeatable)");
+  addExcel(command, raw->forExcel);
   addRuleOptions(command, raw->rules);
   addFindingsOptions(command, raw->rules);
   command.option("--write-ignore", raw->writeIgnore, "FILE", "Add the findings to an ignore file");
@@ -97,13 +90,15 @@ void addFindings(Program& program, CommandAction& action) {
     request.strict = raw->strict;
     request.showSuppressed = raw->showSuppressed;
     for (const std::string& name : raw->outputs) {
-      request.outputs.push_back(fileFor("--output", name, request.database));
+      request.outputs.push_back(fileToWrite("--output", name, request.database));
       findingsFormatOf(request.outputs.back().extension().string());
     }
     if (!raw->writeIgnore.empty())
-      request.writeIgnore = fileFor("--write-ignore", raw->writeIgnore, request.database);
+      request.writeIgnore = fileToWrite("--write-ignore", raw->writeIgnore, request.database);
     if (raw->outputs.empty() || !raw->format.empty())
       request.printedFormat = raw->format.empty() ? FindingsFormat::kTable : findingsFormatOf(raw->format);
+    request.forExcel = raw->forExcel;
+    requireCsv(raw->forExcel, request.writes(FindingsFormat::kCsv));
     action = [request = std::move(request)](Output& output) { return runFindings(request, output); };
   });
 }

@@ -48,7 +48,7 @@ RuleOptions ruleOptionsOf(const RawRules& raw) {
 
 FindingsOptions findingsOptionsOf(const RawRules& raw, const std::string& database) {
   FindingsOptions options;
-  options.evaluation.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(raw.timeout * 1000));
+  options.timeout = std::chrono::milliseconds(static_cast<std::int64_t>(raw.timeout * 1000));
   options.usesUserRules = !raw.files.empty();
   options.force = raw.force;
   std::error_code error;

@@ -78,8 +78,7 @@ std::vector<std::string> resultsFor(const Rule& rule, const fs::path& metabase) 
   const auto inventory = inventory::openForReading(options.database, options.access);
   inventory::Reader reader = inventory->read();
   const std::vector<Rule> rules{rule};
-  Findings findings(rules, {});
-  findings.evaluate(reader, reader.collections(), {});
+  Findings findings(reader, reader.collections(), rules, {});
   if (!findings.failures().empty()) throw RuleError(findings.failures().front());
   std::vector<std::string> lines;
   findings.forEach([&](const Result& result) {

@@ -61,7 +61,7 @@ void addServers(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("servers", "List the servers in a database");
   addDatabase(command, raw->database);
-  command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
+  command.list("--server", raw->servers, "NAME", "Only this server, with * and ? (repeatable)");
   command.flag("--history", raw->history, "List every collection that is kept");
   addFormat(command, raw->format);
   command.number("--set-keep", raw->keep, 1, kMaxKeep, "N", "Collections to keep of each server");
@@ -78,7 +78,7 @@ void addServers(Program& program, CommandAction& action) {
 void addRemove(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("remove", "Remove servers from a database");
-  command.argument("SERVER", raw->servers, "Servers to remove", Presence::kRequired);
+  command.argument("SERVER", raw->servers, "Servers to remove, with * and ?", Presence::kRequired);
   addDatabase(command, raw->database);
   command.option("--before", raw->before, "TIME", "Only collections published before it, in UTC");
   command.footer(kRemoveFooter);

@@ -10,7 +10,8 @@ namespace {
 ColorUse colorUse = ColorUse::kAuto;
 
 bool takesColor(int file) {
-  if (colorUse != ColorUse::kAuto) return colorUse == ColorUse::kAlways;
+  // A file that an option names is never coloured.
+  if (colorUse != ColorUse::kAuto) return colorUse == ColorUse::kAlways && file <= os::kStandardError;
   const char* const refused = std::getenv("NO_COLOR");
   const char* const terminal = std::getenv("TERM");
   return (refused == nullptr || *refused == '\0') && os::isTerminal(file) &&

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <nlohmann/json.hpp>
+#include <numeric>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
@@ -91,8 +93,8 @@ void printLines(const Listing& listing, const std::vector<std::size_t>& widths, 
     const std::size_t width = displayWidth(text);
     const std::string fill = blanks(widths[at] > width ? widths[at] - width : 0);
     const bool isAlarming = listing.columns[at].isProblemCount && text[0] >= '1' && text[0] <= '9';
-    const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, os::kStandardOutput)
-                              : isAlarming          ? colored(text, Ink::kProblem, os::kStandardOutput)
+    const std::string shown = text == kNotKnownText ? colored(text, Ink::kNotice, output.descriptor())
+                              : isAlarming          ? colored(text, Ink::kProblem, output.descriptor())
                                                     : text;
     return listing.columns[at].isNumber ? fill + shown : shown + fill;
   };
@@ -157,8 +159,8 @@ void printBlocks(const Listing& listing, std::size_t width, Output& output) {
 }
 
 void printTable(const Listing& listing, const PrintOptions& options, Output& output) {
-  const bool onTerminal = os::isTerminal(os::kStandardOutput);
-  const std::size_t room = os::terminalColumns(os::kStandardOutput);
+  const bool onTerminal = os::isTerminal(output.descriptor());
+  const std::size_t room = os::terminalColumns(output.descriptor());
   if (options.vertical) return printBlocks(listing, room, output);
   std::vector<std::size_t> widths = columnWidths(listing);
   const bool isCut = onTerminal && !options.isWide && lineWidth(widths) > room;
@@ -173,11 +175,15 @@ void printTable(const Listing& listing, const PrintOptions& options, Output& out
                  room + 1));
 }
 
-void printCsv(const Listing& listing, bool writeBom, Output& output) {
-  const bool onTerminal = os::isTerminal(os::kStandardOutput);
-  if (writeBom) output.write("\uFEFF");
+// A spreadsheet reads a cell that begins with one of these as a formula.
+constexpr std::string_view kFormulaStarts = "=+-@\t\r";
+
+void printCsv(const Listing& listing, bool forExcel, Output& output) {
+  const bool onTerminal = os::isTerminal(output.descriptor());
+  if (forExcel) output.write("\uFEFF");
   const auto printField = [&](std::size_t at, std::string_view field) {
-    const std::string text = onTerminal ? escapeForTerminal(field) : std::string(field);
+    std::string text = onTerminal ? escapeForTerminal(field) : std::string(field);
+    if (forExcel && !field.empty() && kFormulaStarts.find(field[0]) != field.npos) text.insert(0, "'");
     if (at > 0) output.write(",");
     if (text.find_first_of("\",\r\n") == std::string::npos) return output.write(text);
     std::string quoted = "\"";
@@ -247,9 +253,11 @@ void print(const Listing& listing, const PrintOptions& options, Output& output) 
     case Format::kTable:
       return printTable(listing, options, output);
     case Format::kCsv:
-      return printCsv(listing, options.writeBom, output);
+      return printCsv(listing, options.forExcel, output);
     case Format::kJson:
       return printJson(listing, output);
+    case Format::kXlsx:
+      throw std::logic_error("a workbook is not printed");
   }
 }
 

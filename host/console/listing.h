@@ -8,10 +8,12 @@
 #include <vector>
 
 #include "host/console/output.h"
+#include "inventory/catalog/catalog.h"
 
 namespace host {
 
-enum class Format { kTable, kCsv, kJson };
+// kXlsx is not for print(): see writeWorkbook().
+enum class Format { kTable, kCsv, kJson, kXlsx };
 
 // A value of a row; nothing if none was written.
 using Value = std::optional<std::string>;
@@ -24,6 +26,7 @@ struct Listing {
     bool isNumber = false;
     bool isJson = false;  // objects and booleans
     bool isProblemCount = false;
+    inventory::Type cellType = inventory::Type::kText;  // of its cells in a spreadsheet
     bool isMessage = false;  // stays on a narrow terminal
   };
   std::vector<Column> columns;
@@ -39,7 +42,7 @@ struct PrintOptions {
   bool hasForms = false;  // whether the command has options for the next two
   bool isWide = false;    // does not truncate lines
   bool vertical = false;  // columns below each other
-  bool writeBom = false;  // writes a byte order mark before CSV, for spreadsheets
+  bool forExcel = false;  // CSV for spreadsheets: a byte order mark, and no cell that is a formula
 };
 
 // A text as a JSON string. Characters that a terminal would interpret are escaped.
@@ -49,9 +52,10 @@ std::string jsonText(std::string_view text);
 //
 // kTable enumerates the rows twice, first for the widths, and cuts the widest columns to a terminal's width.
 // What then does not fit is left out, from the last column on, but never a message, which is wrapped.
-// kCsv follows RFC 4180; kJson is an array of objects with numbers and JSON values unquoted. A value that was
-// not written is "-" in a table, an empty field in CSV and null in JSON. Characters that a terminal would
-// interpret are shown visibly on a terminal and in tables, and escaped in JSON.
+// kCsv follows RFC 4180, with `forExcel` cells that begin with = + - @ TAB or CR get an apostrophe; kJson is
+// an array of objects with numbers and JSON values unquoted. A value that was not written is "-" in a table,
+// an empty field in CSV and null in JSON. Characters that a terminal would interpret are shown visibly on a
+// terminal and in tables, and escaped in JSON.
 void print(const Listing& listing, const PrintOptions& options, Output& output);
 
 }  // namespace host

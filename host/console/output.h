@@ -24,6 +24,8 @@ class Output {
   Output(const Output&) = delete;
   Output& operator=(const Output&) = delete;
 
+  int descriptor() const { return descriptor_; }
+
   // Throws OutputClosed if the reader of the standard output has closed it, and std::runtime_error if the
   // text cannot be written.
   void write(std::string_view text);

@@ -1,15 +1,18 @@
 #include "host/query/copy.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdint>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "host/console/terminal_text.h"
 #include "host/console/text.h"
 #include "host/query/retry.h"
+#include "host/query/servers.h"
 #include "inventory/inventory.h"
-#include "inventory/names.h"
 
 namespace host {
 namespace {
@@ -20,19 +23,19 @@ struct CopyResult {
   inventory::Published rows;
 };
 
+void addNew(std::vector<std::string>& names, const std::string& name) {
+  if (std::ranges::find(names, name) == names.end()) names.push_back(name);
+}
+
 CopyResult copyServers(const CopyOptions& options) {
   const auto source = inventory::openForReading(options.from, options.access);
   CopyResult copied;
   const std::vector<std::string> known = source->read().serverNames();
-  const auto hasName = [](const std::string& name) {
-    return [folded = inventory::folded(name)](const std::string& other) {
-      return inventory::folded(other) == folded;
-    };
-  };
-  for (const std::string& name : options.servers.empty() ? known : options.servers) {
-    const auto found = std::ranges::find_if(known, hasName(name));
-    auto& list = found == known.end() ? copied.missing : copied.servers;
-    if (std::ranges::none_of(list, hasName(name))) list.push_back(found == known.end() ? name : *found);
+  if (options.servers.empty()) copied.servers = known;
+  for (const std::string& wanted : options.servers) {
+    const std::vector<std::string> matches = matchServers(known, wanted);
+    if (matches.empty()) addNew(copied.missing, wanted);
+    for (const std::string& name : matches) addNew(copied.servers, name);
   }
   if (copied.servers.empty()) return copied;
   const auto target = inventory::openForPublishing(options.to, options.access);
@@ -51,18 +54,19 @@ CopyResult copyServers(const CopyOptions& options) {
 int copy(const CopyOptions& options, Output& output) {
   const CopyResult copied = retryOnDisconnect([&] { return copyServers(options); });
   for (const std::string& name : copied.missing)
-    printError("no server '" + name + "' in " + inventory::shownName(options.from));
+    printError(fmt::format("no server '{}' in {}", name, inventory::shownName(options.from)));
   if (copied.servers.empty()) {
     printError("nothing copied: no server to copy in " + inventory::shownName(options.from));
     return 2;
   }
   for (const inventory::Problem& problem : copied.rows.problems)
-    printError(problem.table + " " + problem.item + ": " + problem.message);
+    printError(fmt::format("{} {}: {}", problem.table, problem.item, problem.message));
   const std::int64_t replaced = inventory::sumOf(copied.rows.replaced);
-  output.write("copied " + pluralize(static_cast<std::int64_t>(copied.servers.size()), "server", "servers") +
-               " into " + escapeForTerminal(inventory::shownName(options.to)) + ": " +
-               pluralize(inventory::sumOf(copied.rows.added), "row", "rows") +
-               (replaced > 0 ? " (replaced " + std::to_string(replaced) + ")" : "") + "\n");
+  output.write(fmt::format("copied {} into {}: {}{}\n",
+                           pluralize(std::ssize(copied.servers), "server", "servers"),
+                           escapeForTerminal(inventory::shownName(options.to)),
+                           pluralize(inventory::sumOf(copied.rows.added), "row", "rows"),
+                           replaced > 0 ? fmt::format(" (replaced {})", replaced) : ""));
   output.flush();
   return copied.missing.empty() && copied.rows.problems.empty() ? 0 : 1;
 }

@@ -1,5 +1,7 @@
 #include "host/query/diff.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstdint>
 #include <memory>
@@ -31,7 +33,7 @@ Strings foldIgnoredColumns(const Strings& names) {
   for (const std::string& name : names) {
     ignored.push_back(inventory::folded(name));
     if (std::ranges::none_of(all, [&](const std::string& each) { return inventory::sameName(each, name); }))
-      throw UsageError("--ignore: no table has a column '" + name + "'" + didYouMean(name, all));
+      throw UsageError(fmt::format("--ignore: no table has a column '{}'{}", name, didYouMean(name, all)));
   }
   return ignored;
 }
@@ -43,14 +45,19 @@ class CollectionComparer {
       : options_(options),
         types_(entityTypes(foldIgnoredColumns(options.ignored))),
         oldReader_(oldReader),
-        newReader_(newReader) {}
+        newReader_(newReader) {
+    if (options.servers.empty()) return;
+    Strings known = oldReader.serverNames();
+    if (&oldReader != &newReader) {
+      const Strings more = newReader.serverNames();
+      known.insert(known.end(), more.begin(), more.end());
+    }
+    servers_ = selectServers(known, options.servers);
+  }
 
   Differences run() {
     if (!options_.against.empty()) {
-      const auto find = [&](const std::string& server) {
-        return chosenServers(oldReader_, {server}).front();
-      };
-      addPair(find(options_.server), find(options_.against));
+      addPair(findOnly(options_.servers.front()), findOnly(options_.against));
     } else if (options_.other.empty() && options_.since.empty()) {
       compareWithPrevious();
     } else {
@@ -65,6 +72,13 @@ class CollectionComparer {
 
   // Rows to read at a time: a query per pair would mostly wait for the answers of a database server.
   static constexpr std::int64_t kBatchRows = 5000;
+
+  CollectionInfo findOnly(const std::string& name) const {
+    const auto found = chosenServers(oldReader_, {name});
+    if (!inventory::sameName(found.front().server, name))
+      throw UsageError(fmt::format("--against: '{}' is not a server's full name", name));
+    return found.front();
+  }
 
   void addPair(const CollectionInfo& oldCollection, const CollectionInfo& newCollection) {
     oldPending_.push_back(oldCollection);
@@ -96,8 +110,8 @@ class CollectionComparer {
   }
 
   void compareWithPrevious() {
-    const std::vector<CollectionInfo> all = oldReader_.history(serverNames());
-    if (all.empty()) static_cast<void>(chosenServers(oldReader_, serverNames()));  // throws
+    const std::vector<CollectionInfo> all = oldReader_.history(servers_);
+    if (all.empty()) static_cast<void>(chosenServers(oldReader_, {}));  // throws
     for (std::size_t at = 0; at < all.size(); ++at) {
       if (!all[at].isCurrent) continue;
       if (at > 0 && all[at - 1].serverKey == all[at].serverKey) {
@@ -110,10 +124,8 @@ class CollectionComparer {
 
   // Compares two databases, or one at two times.
   void compareStates() {
-    const auto oldState = oldReader_.collections({serverNames(), options_.since}),
-               newState = newReader_.collections({serverNames(), {}});
-    if (oldState.empty() && newState.empty() && !options_.server.empty())
-      static_cast<void>(chosenServers(newReader_, serverNames()));  // throws
+    const auto oldState = oldReader_.collections({servers_, options_.since}),
+               newState = newReader_.collections({servers_, {}});
     // Both are sorted by server.
     auto one = oldState.begin(), other = newState.begin();
     while (one != oldState.end() || other != newState.end()) {
@@ -139,12 +151,11 @@ class CollectionComparer {
     differences_.add({server.server, "server", server.server, {}, {}, {}, {}, outcome});
   }
 
-  Strings serverNames() const { return options_.server.empty() ? Strings() : Strings{options_.server}; }
-
   const DiffOptions& options_;
   const std::vector<EntityType> types_;
   inventory::Reader& oldReader_;
   inventory::Reader& newReader_;
+  Strings servers_;                                      // all if empty
   std::vector<CollectionInfo> oldPending_, newPending_;  // pairs still to compare
   std::int64_t pendingRows_ = 0;
   Differences differences_;

@@ -14,11 +14,12 @@ struct DiffOptions {
   std::string old;
   std::string other;                 // empty to compare within one database
   inventory::Access access;          // to both databases
-  std::string server;                // all if empty
-  std::string against;               // another server of the same database
+  std::vector<std::string> servers;  // names or patterns; all if empty
+  std::string against;               // another server of the same database, to compare the only one with
   std::string since;                 // a time in UTC: compare with the collections that were current then
   std::vector<std::string> ignored;  // columns
   Format format = Format::kTable;
+  bool forExcel = false;  // see PrintOptions
 };
 
 // Compares two states of servers, or two servers. Returns the exit status: 0 equal, 1 different. Throws

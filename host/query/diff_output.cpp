@@ -1,5 +1,7 @@
 #include "host/query/diff_output.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <functional>
 #include <string>
@@ -46,7 +48,7 @@ class TextPrinter {
  public:
   TextPrinter(const DiffOptions& options, Output& output)
       : options_(options),
-        inOld_(options.against.empty() ? "in old" : "on " + options.server),
+        inOld_(options.against.empty() ? "in old" : "on " + options.servers.front()),
         inNew_(options.against.empty() ? "in new" : "on " + options.against),
         output_(output) {}
 
@@ -90,15 +92,16 @@ class TextPrinter {
     const bool isKnown = !hasOutcome(row, Outcome::kNotKnown);
     if (row[kColumn]->empty()) {
       const bool isNotCollected = !isKnown && (row[kOld] || row[kNew]);
-      return *row[kTable] + ": " + outcomeText(row) +
-             (isNotCollected ? std::string(", ") + kNotCollectedText + " " + (row[kOld] ? inOld_ : inNew_)
-                             : "");
+      return fmt::format(
+          "{}: {}{}", *row[kTable], outcomeText(row),
+          isNotCollected ? fmt::format(", {} {}", kNotCollectedText, row[kOld] ? inOld_ : inNew_) : "");
     }
-    const std::string start = *row[kTable] + ", " + *row[kColumn] + ": ";
-    if (isKnown && !hasOutcome(row, Outcome::kDifferent))
-      return start + outcomeText(row) + ": " +
-             valueText(hasOutcome(row, Outcome::kOnlyOld) ? row[kOld] : row[kNew]);
-    return start + valueText(row[kOld]) + " -> " + valueText(row[kNew]);
+    const std::string start = fmt::format("{}, {}: ", *row[kTable], *row[kColumn]);
+    if (isKnown && !hasOutcome(row, Outcome::kDifferent)) {
+      return fmt::format("{}{}: {}", start, outcomeText(row),
+                         valueText(hasOutcome(row, Outcome::kOnlyOld) ? row[kOld] : row[kNew]));
+    }
+    return fmt::format("{}{} -> {}", start, valueText(row[kOld]), valueText(row[kNew]));
   }
 
   const DiffOptions& options_;
@@ -126,7 +129,7 @@ void printDifferences(const DiffOptions& options, Differences& differences, Outp
   if (differences.skippedServers > 0) printError(skippedText(options, differences.skippedServers));
   const Listing listing{
       {{"Server"}, {"Object"}, {"Name"}, {"Table"}, {"Column"}, {"Old"}, {"New"}, {"Result"}}, forEachRow};
-  print(listing, {options.format}, output);
+  print(listing, {.format = options.format, .forExcel = options.forExcel}, output);
 }
 
 }  // namespace host

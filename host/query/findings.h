@@ -53,28 +53,22 @@ struct Counts {
   void add(const Result& result);
 };
 
-struct EvaluationOptions {
-  std::chrono::milliseconds timeout{10000};  // of a query, per thousand servers
-  std::int64_t maxResults = 1000000;         // of a rule
-};
-
 struct FindingsOptions {
-  std::filesystem::path ignoreFile;  // empty for none
-  EvaluationOptions evaluation;
+  std::filesystem::path ignoreFile;          // empty for none
+  std::chrono::milliseconds timeout{10000};  // of a query, per thousand servers
   bool usesUserRules = false;
   bool force = false;  // evaluate the user's rules even with a role that may do more than read
 };
 
-// Evaluates rules and stores the results, in a temporary file if there are many.
+// The results of rules, stored in a temporary file if there are many.
 class Findings {
  public:
-  // `rules` must outlive the object.
-  Findings(const std::vector<Rule>& rules, IgnoreFile ignored);
-
-  // Evaluates the rules for collections, with one query for many of them. A rule that fails has no results,
-  // only an entry in failures(). Throws inventory::Error if the database fails.
-  void evaluate(inventory::Reader& reader, const std::vector<inventory::CollectionInfo>& collections,
-                const EvaluationOptions& options);
+  // Evaluates rules, which must outlive the object, for collections, with one query for many of them. A rule
+  // that fails has no results, only an entry in failures(). Throws inventory::Error if the database fails or
+  // the user's rules would run with a role that may do more than read tables, and std::runtime_error for an
+  // invalid ignore file.
+  Findings(inventory::Reader& reader, const std::vector<inventory::CollectionInfo>& collections,
+           const std::vector<Rule>& rules, const FindingsOptions& options);
 
   // Passes the results in the order of rules, servers and objects. If not `withData`, `Result::data` is
   // empty.
@@ -107,10 +101,11 @@ class Findings {
   bool isIndexed_ = false;
 };
 
-// Evaluates rules, which must outlive the result. Throws inventory::Error if the user's rules would run with
-// a role that may do more than read tables, and std::runtime_error for an invalid ignore file.
-std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
-                                        const std::vector<inventory::CollectionInfo>& collections,
-                                        const std::vector<Rule>& rules, const FindingsOptions& options);
+inline std::unique_ptr<Findings> evaluateRules(inventory::Reader& reader,
+                                               const std::vector<inventory::CollectionInfo>& collections,
+                                               const std::vector<Rule>& rules,
+                                               const FindingsOptions& options) {
+  return std::make_unique<Findings>(reader, collections, rules, options);
+}
 
 }  // namespace host

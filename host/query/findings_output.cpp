@@ -1,5 +1,7 @@
 #include "host/query/findings_output.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <filesystem>
@@ -36,30 +38,30 @@ Json commonMembers(const Findings& findings, const Result& result) {
 
 void writeJson(Findings& findings, bool withSuppressed, bool isArray, Output& output) {
   std::string_view separator = isArray ? "[\n" : "";
-  const auto write = [&](const Result& result) {
-    if (result.ignored != nullptr && !withSuppressed) return;
-    std::string object = toText(commonMembers(findings, result));
-    object.back() = ',';
-    object.append(result.text, 1);
-    if (result.ignored != nullptr) {
-      object.back() = ',';
-      object += "\"suppression\":" +
-                toText({{"reason", result.ignored->reason}, {"until", result.ignored->until}}) + "}";
-    }
-    output.write(separator);
-    output.write(object);
-    separator = isArray ? ",\n" : "\n";
-  };
-  findings.forEach(write, false);
+  findings.forEach(
+      [&](const Result& result) {
+        if (result.ignored != nullptr && !withSuppressed) return;
+        std::string object = toText(commonMembers(findings, result));
+        object.back() = ',';
+        object.append(result.text, 1);
+        if (result.ignored != nullptr) {
+          const Json suppression{{"reason", result.ignored->reason}, {"until", result.ignored->until}};
+          object.back() = ',';
+          object += "\"suppression\":" + toText(suppression) + "}";
+        }
+        output.write(separator);
+        output.write(object);
+        separator = isArray ? ",\n" : "\n";
+      },
+      false);
   output.write(!isArray ? separator : separator == "[\n" ? "[]\n" : "\n]\n");
 }
 
-void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
-  constexpr const char* kKeys[] = {"state",       "severity",    "rule",       "title", "server",
-                                   "object_kind", "object",      "evidence",   "file",  "node",
-                                   "line",        "fingerprint", "suppression"};
+void writeCsv(Findings& findings, bool withSuppressed, bool forExcel, Output& output) {
   Listing listing;
-  for (const char* const key : kKeys) listing.columns.push_back({key});
+  for (const char* const key : {"state", "severity", "rule", "title", "server", "object_kind", "object",
+                                "evidence", "file", "node", "line", "fingerprint", "suppression"})
+    listing.columns.push_back({key});
   listing.forEachRow = [&](const std::function<void(const Row&)>& each) {
     findings.forEach([&](const Result& result) {
       if (result.ignored != nullptr && !withSuppressed) return;
@@ -68,174 +70,152 @@ void writeCsv(Findings& findings, bool withSuppressed, Output& output) {
       json["evidence"] = evidenceText(result);
       if (result.ignored != nullptr) json["suppression"] = result.ignored->reason;
       Row row;
-      for (const char* const key : kKeys)
-        row.push_back(json[key].is_null() ? Value() : evidenceValue(json[key]));
+      for (const Listing::Column& column : listing.columns) {
+        const Json& value = json[column.name];
+        row.push_back(value.is_null() ? Value() : evidenceValue(value));
+      }
       each(row);
     });
   };
-  print(listing, {Format::kCsv}, output);
+  print(listing, {.format = Format::kCsv, .forExcel = forExcel}, output);
 }
 
 // Writes the format "table".
 class TableWriter {
  public:
-  TableWriter(Findings& findings, bool withSuppressed, Output& output, bool isTerminal)
+  TableWriter(Findings& findings, Output& output)
       : findings_(findings),
-        withSuppressed_(withSuppressed),
         output_(output),
-        width_(isTerminal ? std::max<std::size_t>(40, os::terminalColumns(os::kStandardOutput)) : 80),
-        isTerminal_(isTerminal) {}
+        width_(std::max<std::size_t>(40, os::terminalColumns(output.descriptor()))) {}
 
-  void write() {
+  void write(bool withSuppressed) {
     findings_.forEach([&](const Result& result) {
-      if (result.ignored != nullptr && !withSuppressed_) return;
+      if (result.ignored != nullptr && !withSuppressed) return;
       if (rule_ != result.rule) beginRule(result.rule);
+      const std::string& server = findings_.servers()[result.server].server;
       if (result.state == State::kNotCollected && result.objectId == 0) {
-        notCollected_.insert(findings_.servers()[result.server].server);
+        notCollected_.insert(server);
         return;
       }
-      if (server_ != result.server) {
-        server_ = result.server;
-        output_.write("  " + escapeForTerminal(findings_.servers()[*server_].server) + "\n");
-      }
+      if (server_ != result.server) output_.write("  " + escapeForTerminal(server) + "\n");
+      server_ = result.server;
       writeResult(result);
     });
     endRule();
-    writeSummary();
+    output_.write(rule_ ? "\n" : "");
+    writeWrapped("", summary());
   }
 
  private:
   void beginRule(std::size_t index) {
     endRule();
+    const Rule& rule = findings_.rules()[index];
+    const bool hasFindings = findings_.counts()[index].findings > 0;
+    output_.write(fmt::format("{}{} [{}]\n", rule_ ? "\n" : "",
+                              colored(fmt::format("{}: {}", wordFor(rule.severity), rule.title),
+                                      hasFindings ? Ink::kProblem : Ink::kNotice, output_.descriptor()),
+                              rule.id));
     rule_ = index;
     server_.reset();
-    const Rule& rule = findings_.rules()[index];
-    const Counts& counts = findings_.counts()[index];
-    const bool hasFindings = counts.findings > 0;
-    const std::string heading = std::string(wordFor(rule.severity)) + ": " + rule.title;
-    output_.write(std::string(isFirst_ ? "" : "\n") +
-                  (isTerminal_
-                       ? colored(heading, hasFindings ? Ink::kProblem : Ink::kNotice, os::kStandardOutput)
-                       : heading) +
-                  " [" + rule.id + "]\n");
-    isFirst_ = false;
     if (!hasFindings) return;
     writeWrapped("  ", rule.why);
     writeWrapped("  Fix: ", rule.fix);
   }
 
   void endRule() {
-    if (!notCollected_.empty()) {
+    if (!notCollected_.empty())
       writeWrapped("  Not collected: ", joinNames({notCollected_.begin(), notCollected_.end()}, 5));
-      notCollected_.clear();
-    }
+    notCollected_.clear();
   }
 
   void writeResult(const Result& result) {
-    const std::string object = result.objectText();
-    if (!result.isFinding()) {
-      const char* const reason =
-          result.state == State::kUnknown ? ": could not be evaluated" : ": not collected";
-      return writeWrapped("    ", object + reason);
-    }
-    const std::string evidence = evidenceText(result);
-    writeWrapped("    ", object + (evidence.empty() ? "" : ": " + evidence));
+    std::string evidence = evidenceText(result);
+    if (result.state == State::kUnknown) evidence = "could not be evaluated";
+    if (result.state == State::kNotCollected) evidence = "not collected";
+    writeWrapped("    ", result.objectText() + (evidence.empty() ? "" : ": ") + evidence);
     if (result.ignored == nullptr) return;
-    const std::string& until = result.ignored->until;
+    const IgnoreFile::Entry& entry = *result.ignored;
     writeWrapped("      Suppressed: ",
-                 result.ignored->reason + (until.empty() ? "" : " (until " + until + ")"));
+                 entry.reason + (entry.until.empty() ? "" : fmt::format(" (until {})", entry.until)));
   }
 
-  void writeSummary() {
-    Counts all;
-    std::array<std::int64_t, kSeverities.size()> bySeverity{};
-    for (std::size_t at = 0; at < findings_.rules().size(); ++at) {
-      const Counts& counts = findings_.counts()[at];
-      bySeverity[static_cast<std::size_t>(findings_.rules()[at].severity)] += counts.findings;
-      all.findings += counts.findings;
-      all.suppressed += counts.suppressed;
-      all.unknown += counts.unknown;
-      all.notCollected += counts.notCollected;
-    }
+  std::string summary() const {
+    const auto sum = [&](auto member, std::optional<Severity> severity = {}) {
+      std::int64_t total = 0;
+      for (std::size_t at = 0; at < findings_.rules().size(); ++at) {
+        if (!severity || findings_.rules()[at].severity == *severity) total += findings_.counts()[at].*member;
+      }
+      return total;
+    };
     std::string severities;
     for (std::size_t at = kSeverities.size(); at-- > 0;) {
-      if (bySeverity[at] > 0)
-        severities += (severities.empty() ? " (" : ", ") + std::to_string(bySeverity[at]) + " " +
-                      std::string(kSeverities[at]);
+      if (const std::int64_t count = sum(&Counts::findings, static_cast<Severity>(at)); count > 0)
+        severities += fmt::format("{}{} {}", severities.empty() ? " (" : ", ", count, kSeverities[at]);
     }
-    std::string line = pluralize(all.findings, "finding", "findings") +
-                       (severities.empty() ? "" : severities + ")") + " of " +
-                       pluralize(static_cast<std::int64_t>(findings_.rules().size()), "rule", "rules");
-    if (all.suppressed > 0) line += ", " + std::to_string(all.suppressed) + " suppressed";
-    if (all.unknown > 0) line += ", " + std::to_string(all.unknown) + " could not be evaluated";
-    if (all.notCollected > 0) line += ", " + std::to_string(all.notCollected) + " not collected";
-    output_.write(isFirst_ ? "" : "\n");
-    writeWrapped("", line);
+    std::string line =
+        fmt::format("{}{}{} of {}", pluralize(sum(&Counts::findings), "finding", "findings"), severities,
+                    severities.empty() ? "" : ")", pluralize(std::ssize(findings_.rules()), "rule", "rules"));
+    const auto add = [&](std::int64_t count, const char* what) {
+      if (count > 0) line += fmt::format(", {} {}", count, what);
+    };
+    add(sum(&Counts::suppressed), "suppressed");
+    add(sum(&Counts::unknown), "could not be evaluated");
+    add(sum(&Counts::notCollected), "not collected");
+    return line;
   }
 
   // Continuation lines are indented to the start of the text.
-  void writeWrapped(const std::string& start, const std::string& text) {
-    std::string prefix = start;
-    for (const std::string& line : wrapToWidth(escapeForTerminal(text), width_ - displayWidth(start))) {
-      output_.write(prefix + line + "\n");
-      prefix = std::string(displayWidth(start), ' ');
+  void writeWrapped(std::string start, const std::string& text) {
+    const std::size_t indent = displayWidth(start);
+    for (const std::string& line : wrapToWidth(escapeForTerminal(text), width_ - indent)) {
+      output_.write(start + line + "\n");
+      start.assign(indent, ' ');
     }
   }
 
   Findings& findings_;
-  const bool withSuppressed_;
   Output& output_;
   const std::size_t width_;
-  const bool isTerminal_;
-  bool isFirst_ = true;
   std::optional<std::size_t> rule_, server_;
   std::set<std::string> notCollected_;
 };
 
 // SARIF 2.1.0: docs.oasis-open.org/sarif/sarif/v2.1.0
 
-struct SarifSeverity {
-  const char* level;
-  const char* score;  // "security-severity", from which code scanning derives severities
-};
-constexpr SarifSeverity kSarif[] = {
-    {"note", "1.0"}, {"note", "2.0"}, {"warning", "5.5"}, {"error", "8.0"}, {"error", "9.5"}};
+// Levels, and "security-severity", from which code scanning derives severities.
+constexpr std::array<const char*, 5> kLevels = {"note", "note", "warning", "error", "error"},
+                                     kScores = {"1.0", "2.0", "5.5", "8.0", "9.5"};
 
 Json sarifRule(const Rule& rule) {
-  const SarifSeverity& severity = kSarif[static_cast<std::size_t>(rule.severity)];
+  const auto severity = static_cast<std::size_t>(rule.severity);
+  Json tags = Json::array({rule.category});
   Json json{{"id", rule.id},
             {"shortDescription", {{"text", rule.title}}},
             {"fullDescription", {{"text", rule.why}}},
             {"help", {{"text", rule.fix}}},
-            {"defaultConfiguration", {{"level", severity.level}}},
-            {"properties", {{"tags", Json::array({rule.category})}, {"severity", wordFor(rule.severity)}}}};
+            {"defaultConfiguration", {{"level", kLevels[severity]}}},
+            {"properties", Json::object()}};
   for (const Rule::Reference& each : rule.references) {
     if (!each.address.empty() && !json.contains("helpUri")) json["helpUri"] = each.address;
     const std::string tag = each.id.empty() ? each.name : each.name + " " + each.id;
-    Json& tags = json["properties"]["tags"];
     if (std::find(tags.begin(), tags.end(), tag) == tags.end()) tags.push_back(tag);
   }
-  if (rule.category == "security") json["properties"]["security-severity"] = severity.score;
+  json["properties"] = {{"tags", tags}, {"severity", wordFor(rule.severity)}};
+  if (rule.category == "security") json["properties"]["security-severity"] = kScores[severity];
   return json;
 }
 
-// Returns a path as a relative or absolute reference (RFC 3986).
+// Code scanning requires paths relative to its working directory.
 std::string toUri(const std::string& file) {
-  // Code scanning requires paths relative to its working directory.
   std::error_code error;
   const std::string relative =
       std::filesystem::path(file).lexically_relative(std::filesystem::current_path(error)).string();
   const std::string path = relative.empty() || relative.starts_with("..") ? file : relative;
-  constexpr std::string_view kUnescaped =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~/";
   std::string uri = path.starts_with('/') ? "file://" : "";
   for (const char c : path) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (kUnescaped.find(c) != kUnescaped.npos) {
-      uri += c;
-    } else {
-      uri.append({'%', "0123456789ABCDEF"[byte >> 4], "0123456789ABCDEF"[byte & 15]});
-    }
+    const bool isPlain =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '-' && c <= '9') || c == '_' || c == '~';
+    uri += isPlain ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned char>(c));
   }
   return uri;
 }
@@ -243,28 +223,31 @@ std::string toUri(const std::string& file) {
 Json sarifResult(const Findings& findings, const Result& result) {
   const Rule& rule = findings.rules()[result.rule];
   const inventory::CollectionInfo& server = findings.servers()[result.server];
+  const Json& data = result.data;
   const std::string evidence = evidenceText(result);
-  std::string message = rule.title + ": " + result.objectText() + " of " + server.server;
-  if (result.state == State::kUnknown) message += " could not be evaluated";
-  if (result.state == State::kNotCollected) message += " was not collected";
-  if (result.isFinding() && !evidence.empty()) message += " (" + evidence + ")";
-  Json location{{"physicalLocation", {{"artifactLocation", {{"uri", toUri(server.file)}}}}}};
-  if (result.data.contains("line") && !result.data["line"].is_null())
-    location["physicalLocation"]["region"] = {{"startLine", result.data["line"]}};
-  location["logicalLocations"] = Json::array({{{"name", result.data["object"]},
-                                               {"fullyQualifiedName", result.data["object_path"]},
-                                               {"kind", result.data["object_kind"]}}});
+  std::string_view kind = "fail", level = kLevels[static_cast<std::size_t>(rule.severity)];
+  std::string end = evidence.empty() ? "" : " (" + evidence + ")";
+  if (!result.isFinding()) {
+    const bool isUnknown = result.state == State::kUnknown;
+    level = "none";
+    kind = isUnknown ? "open" : "notApplicable";
+    end = isUnknown ? " could not be evaluated" : " was not collected";
+  }
+  Json location{{"artifactLocation", {{"uri", toUri(server.file)}}}};
+  if (data.contains("line") && !data["line"].is_null()) location["region"] = {{"startLine", data["line"]}};
+  const Json place{
+      {"name", data["object"]}, {"fullyQualifiedName", data["object_path"]}, {"kind", data["object_kind"]}};
+  const std::string message =
+      fmt::format("{}: {} of {}{}", rule.title, result.objectText(), server.server, end);
   Json json{{"ruleId", rule.id},
             {"ruleIndex", result.rule},
-            {"kind", result.isFinding()                ? "fail"
-                     : result.state == State::kUnknown ? "open"
-                                                       : "notApplicable"},
-            {"level", result.isFinding() ? kSarif[static_cast<std::size_t>(rule.severity)].level : "none"},
+            {"kind", kind},
+            {"level", level},
             {"message", {{"text", message}}},
-            {"locations", Json::array({location})},
-            {"properties", result.data}};
-  if (result.isFinding())
-    json["partialFingerprints"] = {{"primaryLocationLineHash", result.data["fingerprint"]}};
+            {"locations",
+             Json::array({{{"physicalLocation", location}, {"logicalLocations", Json::array({place})}}})},
+            {"properties", data}};
+  if (result.isFinding()) json["partialFingerprints"] = {{"primaryLocationLineHash", data["fingerprint"]}};
   if (result.ignored != nullptr) {
     const Json until{{"until", result.ignored->until}};
     json["suppressions"] = Json::array({{{"kind", "external"},
@@ -309,13 +292,13 @@ FindingsFormat findingsFormatOf(const std::string& name) {
   return static_cast<FindingsFormat>(found - kNames.begin());
 }
 
-void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output,
-                   bool isTerminal) {
+void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, bool forExcel,
+                   Output& output) {
   switch (format) {
     case FindingsFormat::kTable:
-      return TableWriter(findings, withSuppressed, output, isTerminal).write();
+      return TableWriter(findings, output).write(withSuppressed);
     case FindingsFormat::kCsv:
-      return writeCsv(findings, withSuppressed, output);
+      return writeCsv(findings, withSuppressed, forExcel, output);
     case FindingsFormat::kJson:
     case FindingsFormat::kJsonl:
       return writeJson(findings, withSuppressed, format == FindingsFormat::kJson, output);

@@ -16,9 +16,9 @@ FindingsFormat findingsFormatOf(const std::string& name);
 
 // Writes the results, a row or an object for each. kSarif is SARIF 2.1.0 and always includes the suppressed
 // findings; the others include them if `withSuppressed`.
-// `isTerminal`: the output may be a terminal, whose width and colours the table then uses.
-void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, Output& output,
-                   bool isTerminal);
+// `forExcel`: see PrintOptions.
+void writeFindings(Findings& findings, FindingsFormat format, bool withSuppressed, bool forExcel,
+                   Output& output);
 
 // Returns the evidence of a result in one line: "path = D:\Files, may_write = yes". Omits empty texts.
 std::string evidenceText(const Result& result);

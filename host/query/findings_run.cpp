@@ -1,16 +1,17 @@
 #include "host/query/findings_run.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
-#include <memory>
 #include <stdexcept>
 
+#include "host/console/output_files.h"
 #include "host/console/text.h"
+#include "host/query/pattern.h"
 #include "host/query/retry.h"
 #include "host/query/rule_set.h"
 #include "host/query/servers.h"
 #include "inventory/names.h"
-#include "os/new_file.h"
-#include "os/termination_signals.h"
 
 namespace host {
 
@@ -21,27 +22,30 @@ bool FailOn::matches(const Rule& rule) const {
 
 namespace {
 
-// Whether a rule that an entry refers to was evaluated. A fingerprint may refer to any rule.
-bool isEvaluated(const Findings& findings, const IgnoreFile::Entry& entry) {
-  const auto isMeant = [&](const Rule& rule) {
-    return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
-  };
-  return findings.failures().empty() && std::ranges::any_of(findings.rules(), isMeant);
-}
-
+// Reports entries that have expired and, if all servers and rules were evaluated, those that match nothing. A
+// fingerprint may refer to any rule.
 void reportEntries(const Findings& findings, bool isComplete) {
+  const auto isEvaluated = [&](const IgnoreFile::Entry& entry) {
+    return std::ranges::any_of(findings.rules(), [&](const Rule& rule) {
+      return !entry.fingerprint.empty() || matchesPattern(rule.id, entry.rule);
+    });
+  };
   for (const IgnoreFile::Entry& entry : findings.ignoreFile().entries()) {
-    const std::string place = "'" + findings.ignoreFile().name() + "' line " + std::to_string(entry.line);
+    const std::string place = fmt::format("'{}' line {}", findings.ignoreFile().name(), entry.line);
     if (entry.isExpired) {
-      printError(place + " expired on " + entry.until + ": " + entry.reason);
-    } else if (!entry.hasMatched && isComplete && isEvaluated(findings, entry)) {
-      printError(place + " matches no finding of these rules: " + entry.reason);
+      printError(fmt::format("{} expired on {}: {}", place, entry.until, entry.reason));
+    } else if (!entry.hasMatched && isComplete && findings.failures().empty() && isEvaluated(entry)) {
+      printError(fmt::format("{} matches no finding of these rules: {}", place, entry.reason));
     }
   }
 }
 
-// Writes the previous content and the findings that it does not ignore, or a new file with all findings.
-void writeIgnoreFile(Findings& findings, const std::string& previous, Output& output) {
+// Writes the file's previous content and the findings that it does not ignore, or a new file with all.
+void writeIgnoreFile(Findings& findings, const std::filesystem::path& path, Output& output) {
+  if (!findings.failures().empty())
+    throw std::runtime_error("cannot write '" + path.string() + "': a rule failed");
+  std::error_code error;
+  const std::string previous = std::filesystem::exists(path, error) ? readTextFile(path) : "";
   output.write(
       !previous.empty()
           ? previous
@@ -56,82 +60,37 @@ void writeIgnoreFile(Findings& findings, const std::string& previous, Output& ou
   });
 }
 
-// The output files, opened before the evaluation. A signal removes them.
-class OutputFiles {
- public:
-  explicit OutputFiles(const FindingsRequest& request) : request_(request) {
-    for (const std::filesystem::path& path : request.outputs)
-      files_.push_back(std::make_unique<OutputFile>(path));
-    if (!request.writeIgnore.empty()) {
-      files_.push_back(std::make_unique<OutputFile>(request.writeIgnore));
-      std::error_code error;
-      if (std::filesystem::exists(request.writeIgnore, error))
-        previousIgnores_ = readTextFile(request.writeIgnore);
-    }
-    if (files_.empty()) return;
-    signals_.emplace();
-    signals_->await([this](int signalNumber) {
-      for (const auto& each : files_) each->file.remove();
-      os::endBySignal(signalNumber);
-    });
-  }
-
-  void write(Findings& findings) {
-    for (std::size_t at = 0; at < request_.outputs.size(); ++at) {
-      const std::string extension = request_.outputs[at].extension().string();
-      writeFindings(findings, findingsFormatOf(extension), request_.showSuppressed, files_[at]->output,
-                    false);
-    }
-    if (!request_.writeIgnore.empty()) {
-      if (!findings.failures().empty())
-        throw std::runtime_error("cannot write '" + request_.writeIgnore.string() + "': a rule failed");
-      writeIgnoreFile(findings, previousIgnores_, files_.back()->output);
-    }
-    if (signals_) signals_->ignore();
-    for (const auto& each : files_) {
-      each->output.flush();
-      each->file.finish();
-    }
-  }
-
- private:
-  struct OutputFile {
-    explicit OutputFile(const std::filesystem::path& path)
-        : file(path), output(file.descriptor(), "'" + path.string() + "'") {}
-    os::NewFile file;
-    Output output;
-  };
-
-  const FindingsRequest& request_;
-  std::vector<std::unique_ptr<OutputFile>> files_;
-  std::string previousIgnores_;
-  std::optional<os::TerminationSignals> signals_;
-};
-
-int statusOf(const Findings& findings, const std::vector<FailOn>& failOn, bool strict) {
+int statusOf(const Findings& findings, const FindingsRequest& request) {
   int status = 0;
   for (std::size_t at = 0; at < findings.rules().size(); ++at) {
     const Rule& rule = findings.rules()[at];
     const Counts& counts = findings.counts()[at];
-    if (std::ranges::none_of(failOn, [&](const FailOn& each) { return each.matches(rule); })) continue;
-    if (counts.findings > 0) status = 1;
-    if (counts.unknown > 0) {
-      status = 1;
-      printError("could not evaluate " + rule.id + " for " + pluralize(counts.unknown, "object", "objects"));
-    }
-    if (strict && counts.notCollected > 0) {
-      status = 1;
-      printError("not collected for " + rule.id + ": " +
-                 pluralize(counts.notCollected, "server or object", "servers and objects"));
-    }
+    if (std::ranges::none_of(request.failOn, [&](const FailOn& each) { return each.matches(rule); }))
+      continue;
+    const std::int64_t notCollected = request.strict ? counts.notCollected : 0;
+    if (counts.findings + counts.unknown + notCollected > 0) status = 1;
+    if (counts.unknown > 0)
+      printError(fmt::format("could not evaluate {} for {}", rule.id,
+                             pluralize(counts.unknown, "object", "objects")));
+    if (notCollected > 0)
+      printError(fmt::format("not collected for {}: {}", rule.id,
+                             pluralize(notCollected, "server or object", "servers and objects")));
   }
   return status;
 }
 
 }  // namespace
 
+bool FindingsRequest::writes(FindingsFormat format) const {
+  return printedFormat == format || std::ranges::any_of(outputs, [&](const std::filesystem::path& path) {
+           return findingsFormatOf(path.extension().string()) == format;
+         });
+}
+
 int runFindings(const FindingsRequest& request, Output& output) {
-  OutputFiles files(request);
+  std::vector<std::filesystem::path> paths = request.outputs;
+  if (!request.writeIgnore.empty()) paths.push_back(request.writeIgnore);
+  OutputFiles files(paths);
   auto evaluated = retryOnDisconnect([&] {
     const auto inventory = inventory::openForReading(request.database, request.access);
     inventory::Reader reader = inventory->read(reportSuccessor);
@@ -141,11 +100,16 @@ int runFindings(const FindingsRequest& request, Output& output) {
   Findings& findings = *evaluated;
   for (const std::string& failure : findings.failures()) printError(failure);
   reportEntries(findings, request.isComplete);
-  files.write(findings);
-  const int status = findings.failures().empty() ? statusOf(findings, request.failOn, request.strict) : 2;
+  for (std::size_t at = 0; at < request.outputs.size(); ++at) {
+    writeFindings(findings, findingsFormatOf(request.outputs[at].extension().string()),
+                  request.showSuppressed, request.forExcel, files[at]);
+  }
+  if (!request.writeIgnore.empty()) writeIgnoreFile(findings, request.writeIgnore, files[paths.size() - 1]);
+  files.finish();
+  const int status = findings.failures().empty() ? statusOf(findings, request) : 2;
   return printed(output, status, [&] {
     if (request.printedFormat)
-      writeFindings(findings, *request.printedFormat, request.showSuppressed, output, true);
+      writeFindings(findings, *request.printedFormat, request.showSuppressed, request.forExcel, output);
   });
 }
 

@@ -36,7 +36,10 @@ struct FindingsRequest {
   bool showSuppressed = false;
   std::optional<FindingsFormat> printedFormat;  // on the standard output
   std::vector<std::filesystem::path> outputs;   // their extensions are their formats
+  bool forExcel = false;                        // of csv: see PrintOptions
   std::filesystem::path writeIgnore;            // empty for none
+
+  bool writes(FindingsFormat format) const;
 };
 
 // Evaluates rules, prints and writes the findings. Returns the exit status: 1 if `failOn` matches, 2 if a

@@ -5,9 +5,9 @@
 #pragma once
 
 #include <filesystem>
+#include <map>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 namespace host {
@@ -40,8 +40,7 @@ class IgnoreFile {
 
   std::string name_;
   std::vector<Entry> entries_;
-  std::unordered_multimap<std::string, std::size_t> byFingerprint_;
-  std::vector<std::size_t> patterns_;  // indexes of the other entries
+  std::multimap<std::string, std::size_t> indexes_;  // of the entries, by fingerprint
 };
 
 // Returns an entry's line for a fingerprint, or for "RULE: OBJECT".

@@ -1,5 +1,7 @@
 #include "host/query/rule.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <charconv>
 #include <functional>
@@ -82,16 +84,16 @@ class HeaderParser {
     finishValue();
     position_ = position;
     key_ = trimmed(line.substr(0, std::min(colon, line.size())));
-    if (colon == line.npos) fail("'" + key_ + "' is not a header line 'KEY: VALUE'");
+    if (colon == line.npos) fail(fmt::format("'{}' is not a header line 'KEY: VALUE'", key_));
     value_ = trimmed(line.substr(colon + 1));
   }
 
   void finishValue() {
     if (key_.empty()) return;
     value_ = trimmed(value_);
-    if (value_.empty()) fail("'" + key_ + "' has no value");
+    if (value_.empty()) fail(fmt::format("'{}' has no value", key_));
     const bool isList = key_ == "references" || key_ == "param" || key_ == "requires" || key_ == "columns";
-    if (seen_[key_]++ > 0 && !isList) fail("'" + key_ + "' is given twice");
+    if (seen_[key_]++ > 0 && !isList) fail(fmt::format("'{}' is given twice", key_));
     setValue();
     key_.clear();
   }
@@ -105,11 +107,13 @@ class HeaderParser {
       rule_.fix = value_;
     } else if (key_ == "severity") {
       const auto severity = severityOf(value_);
-      if (!severity) fail("unknown severity '" + value_ + "' (use info, low, medium, high or critical)");
+      if (!severity)
+        fail(fmt::format("unknown severity '{}' (use info, low, medium, high or critical)", value_));
       rule_.severity = *severity;
     } else if (key_ == "category") {
       if (std::ranges::find(kCategories, value_) == kCategories.end())
-        fail("unknown category '" + value_ + "' (use security, reliability, migration or housekeeping)");
+        fail(fmt::format("unknown category '{}' (use security, reliability, migration or housekeeping)",
+                         value_));
       rule_.category = value_;
     } else if (key_ == "references") {
       addReference();
@@ -120,7 +124,7 @@ class HeaderParser {
     } else if (key_ == "param") {
       addParameter(split(value_, ' '));
     } else {
-      fail("unknown key '" + key_ + "'");
+      fail(fmt::format("unknown key '{}'", key_));
     }
   }
 
@@ -138,10 +142,10 @@ class HeaderParser {
     const Rule::Requirement requirement{text.substr(0, dot), dot == text.npos ? "" : text.substr(dot + 1)};
     const auto views = inventory::views(inventory::Dialect(inventory::Dialect::Kind::kSqlite), "s");
     const auto view = std::ranges::find(views, requirement.view, &inventory::View::name);
-    if (view == views.end()) fail("'requires': no view '" + requirement.view + "'");
+    if (view == views.end()) fail(fmt::format("'requires': no view '{}'", requirement.view));
     if (!requirement.column.empty() && std::ranges::find(view->columns, requirement.column,
                                                          &inventory::ViewColumn::name) == view->columns.end())
-      fail("'requires': the view " + view->name + " has no column '" + requirement.column + "'");
+      fail(fmt::format("'requires': the view {} has no column '{}'", view->name, requirement.column));
     rule_.requirements.push_back(requirement);
   }
 
@@ -159,7 +163,8 @@ class HeaderParser {
       fail("invalid parameter (use NAME TYPE DEFAULT, of type text, integer or boolean)");
     std::string value = words[2];
     for (const std::string& word : std::span(words).subspan(3)) value += " " + word;
-    if (!isOfType(value, *type)) fail("'" + value + "' is not a valid value of the parameter " + words[0]);
+    if (!isOfType(value, *type))
+      fail(fmt::format("'{}' is not a valid value of the parameter {}", value, words[0]));
     rule_.parameters.push_back({words[0], *type, value});
   }
 
@@ -291,9 +296,10 @@ inventory::Parameters Rule::parameterValues() const {
 
 void Rule::setParameter(const std::string& name, const std::string& value) {
   const auto found = std::ranges::find(parameters, name, &Parameter::name);
-  if (found == parameters.end()) throw UsageError("the rule " + id + " has no parameter '" + name + "'");
+  if (found == parameters.end()) throw UsageError(fmt::format("the rule {} has no parameter '{}'", id, name));
   if (!isOfType(value, found->type))
-    throw UsageError("the rule " + id + ": '" + value + "' is not a valid value of the parameter " + name);
+    throw UsageError(
+        fmt::format("the rule {}: '{}' is not a valid value of the parameter {}", id, value, name));
   found->value = value;
 }
 

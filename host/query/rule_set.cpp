@@ -1,5 +1,7 @@
 #include "host/query/rule_set.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <fstream>
 #include <iterator>
@@ -8,6 +10,7 @@
 
 #include "host/console/suggestion.h"
 #include "host/query/builtin_rules.h"
+#include "host/query/pattern.h"
 #include "host/usage_error.h"
 #include "inventory/names.h"
 
@@ -36,9 +39,9 @@ void addRules(const fs::path& path, std::vector<Rule>& rules) {
   for (const auto& entry : fs::directory_iterator(path, error)) {
     if (entry.path().extension() == ".sql") files.push_back(entry.path());
   }
-  if (error) throw std::runtime_error("cannot read '" + path.string() + "': " + error.message());
+  if (error) throw std::runtime_error(fmt::format("cannot read '{}': {}", path.string(), error.message()));
   if (files.empty())
-    throw std::runtime_error("cannot use '" + path.string() + "': it contains no *.sql file");
+    throw std::runtime_error(fmt::format("cannot use '{}': it contains no *.sql file", path.string()));
   std::ranges::sort(files);
   for (const fs::path& file : files) addRule(file, rules);
 }
@@ -63,13 +66,13 @@ std::vector<ProfileEntry> parseProfile(const std::string& name, const std::strin
       const std::size_t equals = word.find('=');
       const std::string value = equals == word.npos ? "" : word.substr(equals + 1);
       const auto fail = [&](const std::string& why) {
-        throw RuleError(name + ":" + std::to_string(number) + ": " + why);
+        throw RuleError(fmt::format("{}:{}: {}", name, number, why));
       };
-      if (value.empty()) fail("'" + word + "' is not severity=SEVERITY or PARAMETER=VALUE");
+      if (value.empty()) fail(fmt::format("'{}' is not severity=SEVERITY or PARAMETER=VALUE", word));
       if (!word.starts_with("severity=")) {
         entry.parameters.emplace_back(word.substr(0, equals), value);
       } else if (!(entry.severity = severityOf(value))) {
-        fail("unknown severity '" + value + "' (use info, low, medium, high or critical)");
+        fail(fmt::format("unknown severity '{}' (use info, low, medium, high or critical)", value));
       }
     }
     entries.push_back(std::move(entry));
@@ -82,7 +85,7 @@ std::vector<ProfileEntry> loadProfile(const std::string& name) {
     if (each.name == name) return parseProfile(name, std::string(each.text));
   }
   if (name.find('/') != name.npos || fs::exists(name)) return parseProfile(name, readTextFile(name));
-  throw UsageError("no profile '" + name + "'" + didYouMean(name, builtinProfiles()));
+  throw UsageError(fmt::format("no profile '{}'{}", name, didYouMean(name, builtinProfiles())));
 }
 
 // Removes the rules that a profile does not list, except the user's if `keepsUserRules`. Sets the profile's
@@ -101,7 +104,7 @@ void applyProfile(const std::string& name, std::size_t builtinCount, bool keepsU
     }
     // If the built-in rules are excluded, a built-in profile lists rules that are missing.
     if (!matches && builtinCount > 0)
-      throw UsageError("the profile " + name + ": no rule '" + entry.pattern + "'");
+      throw UsageError(fmt::format("the profile {}: no rule '{}'", name, entry.pattern));
   }
   std::vector<Rule> kept;
   for (std::size_t at = 0; at < rules.size(); ++at) {
@@ -115,7 +118,7 @@ void requireMatches(const std::vector<std::string>& patterns, const std::vector<
   for (const Rule& rule : rules) ids.push_back(rule.id);
   for (const std::string& pattern : patterns) {
     if (std::ranges::none_of(ids, [&](const std::string& id) { return matchesPattern(id, pattern); }))
-      throw UsageError("--rule: no rule '" + pattern + "'" + didYouMean(pattern, ids));
+      throw UsageError(fmt::format("--rule: no rule '{}'{}", pattern, didYouMean(pattern, ids)));
   }
 }
 
@@ -130,7 +133,7 @@ std::string readTextFile(const fs::path& path) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   std::error_code error;
   const auto fail = [&](const char* why) {
-    throw std::runtime_error("cannot read '" + path.string() + "': " + why);
+    throw std::runtime_error(fmt::format("cannot read '{}': {}", path.string(), why));
   };
   if (!fs::exists(path, error)) fail("it does not exist");
   if (fs::is_directory(path, error)) fail("it is a directory");
@@ -138,26 +141,6 @@ std::string readTextFile(const fs::path& path) {
   std::string text{std::istreambuf_iterator<char>(file), {}};
   if (!file) fail("it is not readable");
   return text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text;
-}
-
-bool matchesPattern(std::string_view text, std::string_view pattern) {
-  const std::string folded = inventory::folded(text), wanted = inventory::folded(pattern);
-  std::size_t at = 0, patternAt = 0, star = wanted.npos, resume = 0;
-  while (at < folded.size()) {
-    if (patternAt < wanted.size() && wanted[patternAt] == '*') {
-      star = patternAt++;
-      resume = at;
-    } else if (patternAt < wanted.size() && (wanted[patternAt] == '?' || wanted[patternAt] == folded[at])) {
-      ++at;
-      ++patternAt;
-    } else if (star != wanted.npos) {
-      patternAt = star + 1;
-      at = ++resume;
-    } else {
-      return false;
-    }
-  }
-  return wanted.find_first_not_of('*', patternAt) == wanted.npos;
 }
 
 std::vector<std::string> builtinProfiles() {
@@ -178,7 +161,8 @@ std::vector<Rule> chooseRules(const RuleOptions& options) {
           0, "duplicate rule " + rules[at].id + ", also in " + duplicate->file + " (rename the file)");
   }
   for (const std::string& category : options.categories) {
-    if (!contains(kCategories, category)) throw UsageError("--category: no category '" + category + "'");
+    if (!contains(kCategories, category))
+      throw UsageError(fmt::format("--category: no category '{}'", category));
   }
   requireMatches(options.ids, rules);
   const bool hasProfile = !options.profile.empty();

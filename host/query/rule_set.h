@@ -26,9 +26,6 @@ struct RuleOptions {
 // read.
 std::vector<Rule> chooseRules(const RuleOptions& options);
 
-// Whether a text matches a pattern with * and ?, ignoring case.
-bool matchesPattern(std::string_view text, std::string_view pattern);
-
 // Returns the content of a text file, without a byte order mark. Throws std::runtime_error.
 std::string readTextFile(const std::filesystem::path& path);
 

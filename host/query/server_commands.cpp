@@ -1,5 +1,7 @@
 #include "host/query/server_commands.h"
 
+#include <fmt/core.h>
+
 #include <functional>
 #include <utility>
 
@@ -7,6 +9,8 @@
 #include "host/console/text.h"
 #include "host/query/retry.h"
 #include "host/query/servers.h"
+#include "host/usage_error.h"
+#include "inventory/names.h"
 
 namespace host {
 namespace {
@@ -92,8 +96,8 @@ int listServers(const ServersRequest& request, Output& output) {
   const Kept kept = retryOnDisconnect([&] { return readCollections(request); });
   print(listCollections(request, kept.collections), {request.format}, output);
   if (kept.keep != 1 && request.format == Format::kTable) {
-    output.write("\nkeeps the latest " + std::to_string(kept.keep) + " collections of each server" +
-                 (request.history ? "\n" : " (see --history)\n"));
+    output.write(fmt::format("\nkeeps the latest {} collections of each server{}\n", kept.keep,
+                             request.history ? "" : " (see --history)"));
   }
   output.flush();
   return 0;
@@ -105,30 +109,35 @@ int setKeep(const ServersRequest& request, int count, Output& output) {
   inventory::openForPublishing(request.database, request.access)->setKeep(count);
   const std::string what = pluralize(count, "collection", "collections") + " of each server";
   const std::string name = escapeForTerminal(inventory::shownName(request.database));
-  if (count == before) return reportDone(output, name + " keeps " + what + " already");
-  return reportDone(output,
-                    name + " keeps " + what + " (before: " + std::to_string(before) + ")" +
-                        (count < before ? "; others are deleted when their server is next published" : ""));
+  if (count == before) return reportDone(output, fmt::format("{} keeps {} already", name, what));
+  return reportDone(
+      output, fmt::format("{} keeps {} (before: {}){}", name, what, before,
+                          count < before ? "; others are deleted when their server is next published" : ""));
 }
 
 int removeServers(const ServersRequest& request, const std::string& before, Output& output) {
   const Strings servers = namesOf(request);
   const std::int64_t rows =
       inventory::openForPublishing(request.database, request.access)->remove(servers, before);
-  const std::string what = servers.size() == 1
-                               ? escapeForTerminal(servers.front())
-                               : pluralize(static_cast<std::int64_t>(servers.size()), "server", "servers");
-  return reportDone(output, "removed " +
-                                (before.empty() ? what : "collections of " + what + " before " + before) +
-                                " from " + escapeForTerminal(inventory::shownName(request.database)) + ": " +
-                                pluralize(rows, "row", "rows"));
+  constexpr std::size_t kMaxNames = 20;
+  const std::string names = escapeForTerminal(joinNames(servers, kMaxNames));
+  const std::string what =
+      servers.size() == 1 ? names : fmt::format("{} servers ({})", servers.size(), names);
+  return reportDone(
+      output,
+      fmt::format("removed {} from {}: {}",
+                  before.empty() ? what : fmt::format("collections of {} before {}", what, before),
+                  escapeForTerminal(inventory::shownName(request.database)), pluralize(rows, "row", "rows")));
 }
 
 int renameServer(const ServersRequest& request, const std::string& name, Output& output) {
-  const std::string server = namesOf(request).front();
+  const std::string server = namesOf(request).front(), &wanted = request.servers.front();
+  if (!inventory::sameName(server, wanted))
+    throw UsageError(fmt::format("OLD '{}': give a server's full name", wanted));
   inventory::openForPublishing(request.database, request.access)->rename(server, name);
-  return reportDone(output, "renamed " + escapeForTerminal(server) + " to " + escapeForTerminal(name) +
-                                " in " + escapeForTerminal(inventory::shownName(request.database)));
+  return reportDone(output,
+                    fmt::format("renamed {} to {} in {}", escapeForTerminal(server), escapeForTerminal(name),
+                                escapeForTerminal(inventory::shownName(request.database))));
 }
 
 }  // namespace host
