@@ -1,5 +1,6 @@
 #include "inventory/postgres/connection.h"
 
+#include <fmt/core.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -10,7 +11,6 @@
 #include <map>
 #include <random>
 #include <regex>
-#include <sstream>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -41,8 +41,10 @@ std::string replaced(const std::string& text, const char* pattern, const char* w
 
 std::string grantsFor(const Target& target) {
   const std::string schema = quotedName(target.access.schema);
-  return " (the schema's owner runs: grant usage on schema " + schema +
-         " to ...; grant select on all tables in schema " + schema + " to ...)";
+  return fmt::format(
+      " (the schema's owner runs: grant usage on schema {0} to ...; grant select on all tables in schema {0} "
+      "to ...)",
+      schema);
 }
 
 // libpq's message as one line.
@@ -136,7 +138,7 @@ bool StopSignal::pauseUntil(steady_clock::time_point end) const {
 Target::Target(std::string database, const Access& options)
     : address(std::move(database)), shown(shownAddress(address)), access(options) {
   if (access.schema.empty() || access.schema.size() > 63)
-    throw Error("cannot use the schema '" + access.schema + "': a schema's name has 1 to 63 bytes");
+    throw Error(fmt::format("cannot use the schema '{}': a schema's name has 1 to 63 bytes", access.schema));
 }
 
 Cell ResultSet::text(int row, int column) const {
@@ -203,10 +205,9 @@ short Connection::await(short events, milliseconds limit) {
   }
   isLost_ = true;
   target_->stop.check();
-  std::ostringstream seconds;
-  seconds << static_cast<double>(limit.count()) / 1000;
-  throw Unreachable("cannot reach '" + target_->shown + "': no answer from the server for " + seconds.str() +
-                    " s (use --server-timeout to wait longer)");
+  throw Unreachable(fmt::format(
+      "cannot reach '{}': no answer from the server for {} s (use --server-timeout to wait longer)",
+      target_->shown, static_cast<double>(limit.count()) / 1000));
 }
 
 // Asks the server to end the running statement, and limits the wait for its answer.
@@ -327,7 +328,7 @@ void Connection::fail(const PGresult* result) {
     if (std::regex_search(why, match, std::regex(":  ([0-9A-Z]{5}): "))) state_ = match[1];
     why = replaced(why, "  [0-9A-Z]{5}:|LOCATION: [^\n]*", "");
   }
-  why = "'" + target_->shown + "': " + (why.empty() ? "the connection is lost" : oneLine(why));
+  why = fmt::format("'{}': {}", target_->shown, why.empty() ? "the connection is lost" : oneLine(why));
   for (const auto& [state, hint] : kHints) {
     if (state_.starts_with(state)) why += hint;
   }
@@ -355,29 +356,27 @@ std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target)
     return std::string(value != nullptr ? value : "");
   };
   if (PQserverVersion(connection->raw()) < kOldestVersion) {
-    target->refuse("the server is PostgreSQL " + setting("server_version") +
-                   ", an inventory needs version 13 or later");
+    target->refuse(fmt::format("the server is PostgreSQL {}, an inventory needs version 13 or later",
+                               setting("server_version")));
   }
   if (const std::string encoding = setting("server_encoding"); encoding != "UTF8")
-    target->refuse("its encoding is " + encoding + " (use a database that was created with encoding 'UTF8')");
+    target->refuse(
+        fmt::format("its encoding is {} (use a database that was created with encoding 'UTF8')", encoding));
   // Whatever the role's own settings are: names mean the same everywhere, only this program limits the time,
   // and what is committed is safe on the disk. Some of the settings are missing from older servers.
   const std::string& schema = target->access.schema;
-  const ResultSet hidden = connection->run(
-      "set search_path = " + quotedName(schema) +
-      R"(, pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off;
-set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = )" +
-      std::to_string(clamped(target->access.wait, 1)) +
-      R"(;
+  const ResultSet hidden = connection->run(fmt::format(
+      R"(set search_path = {}, pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off;
+set jit = off; set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = {};
 select set_config(name, '0', false) from pg_settings where name in
     ('statement_timeout', 'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');
 select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = 'off';
-select 1 from pg_namespace where nspname = )" +
-      quotedText(schema) + " and not has_schema_privilege(oid, 'USAGE')");
+select 1 from pg_namespace where nspname = {} and not has_schema_privilege(oid, 'USAGE'))",
+      quotedName(schema), clamped(target->access.wait, 1), quotedText(schema)));
   // Otherwise the server reports the schema as missing.
   if (hidden.rows() > 0) {
-    throw Forbidden("cannot use '" + target->shown + "': the role may not use the schema '" + schema + "'" +
-                    grantsFor(*target));
+    throw Forbidden(fmt::format("cannot use '{}': the role may not use the schema '{}'{}", target->shown,
+                                schema, grantsFor(*target)));
   }
   return connection;
 }
