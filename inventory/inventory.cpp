@@ -136,7 +136,7 @@ void Inventory::finishPublishing() {
   if (addedRows_.exchange(0) >= kManyRows) driver_->analyze(tableNames());
 }
 
-bool isOnServer(std::string_view database) {
+bool isOnServer(const std::string& database) {
   return postgres::isAddress(database);
 }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <map>
 #include <random>
 #include <regex>
@@ -22,7 +23,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::string_view kService = "service=";
 constexpr milliseconds kCancelWait{1000};
 constexpr int kOldestVersion = 130000;
 
@@ -62,6 +62,25 @@ void requireClearCredentials(std::string_view rest) {
       "'%40' instead");
 }
 
+using ParsedOptions = std::unique_ptr<PQconninfoOption, Freer<PQconninfoFree>>;
+
+bool isUrl(std::string_view name) {
+  return name.starts_with("postgresql://") || name.starts_with("postgres://");
+}
+
+// Whether a text begins like libpq's "KEYWORD=VALUE ...", or has a password anywhere.
+bool isKeywordList(const std::string& text) {
+  static const std::regex kFirst(R"(^\s*(\w+)\s*=)"), kPassword(R"(\b(password|pwd)\s*=)", std::regex::icase);
+  std::smatch match;
+  if (!std::regex_search(text, match, kFirst)) return false;
+  const ParsedOptions known(PQconninfoParse("", nullptr));
+  for (const PQconninfoOption* option = known.get(); option != nullptr && option->keyword != nullptr;
+       ++option) {
+    if (match[1] == option->keyword) return true;
+  }
+  return std::regex_search(text, kPassword);
+}
+
 // Whether a failed connect without a server's answer may succeed later.
 bool isTransient(const std::string& words) {
   static const std::regex kReasons(
@@ -76,33 +95,30 @@ int clamped(milliseconds time, int least) {
 
 }  // namespace
 
-bool isAddress(std::string_view name) {
-  return name.starts_with("postgresql://") || name.starts_with("postgres://") || name.starts_with(kService);
+bool isAddress(const std::string& name) {
+  if (isUrl(name) || name.starts_with("service=")) return true;
+  std::error_code error;
+  return isKeywordList(name) && !std::filesystem::exists(name, error);
 }
 
 std::string shownAddress(const std::string& address) {
-  if (address.starts_with(kService)) {
-    if (address.size() == kService.size() ||
-        address.find_first_of(" '\\\t\n\r=", kService.size()) != std::string::npos) {
-      throw Error(
-          "cannot parse the database's address: 'service=' needs one service name without blanks or quotes");
-    }
-    return address;
-  }
-  requireClearCredentials(std::string_view(address).substr(address.find("://") + 3));
+  if (isUrl(address)) requireClearCredentials(std::string_view(address).substr(address.find("://") + 3));
   char* words = nullptr;
-  const std::unique_ptr<PQconninfoOption, Freer<PQconninfoFree>> options(
-      PQconninfoParse(address.c_str(), &words));
+  const ParsedOptions options(PQconninfoParse(address.c_str(), &words));
   if (options == nullptr) {
-    // After the colon libpq quotes the invalid part.
-    const std::string why = words != nullptr ? oneLine(words) : "out of memory";
+    // After a colon or in double quotes libpq shows the invalid part.
+    std::string why = words != nullptr ? replaced(oneLine(words), R"("=" after)", "'='") : "out of memory";
     PQfreemem(words);
-    throw Error("cannot parse the database's address: " + why.substr(0, why.find_first_of(":\"")));
+    why.resize(std::min(why.size(), why.find_first_of(":\"")));
+    throw Error(fmt::format(
+        "cannot parse the database's address: {} (write postgresql://USER@HOST:PORT/NAME)", oneLine(why)));
   }
   std::map<std::string_view, std::string> parts;
   for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
     if (option->val != nullptr) parts[option->keyword] = option->val;
   }
+  if (!parts["service"].empty() && parts["host"].empty() && parts["dbname"].empty())
+    return "service=" + parts["service"];
   // A socket directory is not valid as the host of an address.
   std::string folder;
   if (std::string& host = parts["host"]; host.starts_with('/')) folder = "?host=" + std::exchange(host, "");
@@ -149,27 +165,25 @@ Cell ResultSet::text(int row, int column) const {
 
 Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move(target)) {
   const std::string& address = target_->address;
-  const bool isService = address.starts_with(kService);
   // Unacknowledged packets end the connection well before the server timeout.
   const std::string userTimeout =
       std::to_string(std::min<milliseconds::rep>(30000, target_->access.serverTimeout.count() / 2 + 1));
   // The address overrides options before it and is overridden by options after it.
-  const std::pair<const char*, const char*> options[] = {
-      {"tcp_user_timeout", userTimeout.c_str()},
-      {"keepalives_idle", "15"},
-      {"keepalives_interval", "5"},
-      {"keepalives_count", "3"},
-      {"fallback_application_name", "iisinventory"},
-      {isService ? "service" : "dbname", address.c_str() + (isService ? kService.size() : 0)},
-      {"keepalives", "1"},
-      {"client_encoding", "UTF8"},
-      {nullptr, nullptr}};
+  const std::pair<const char*, const char*> options[] = {{"tcp_user_timeout", userTimeout.c_str()},
+                                                         {"keepalives_idle", "15"},
+                                                         {"keepalives_interval", "5"},
+                                                         {"keepalives_count", "3"},
+                                                         {"fallback_application_name", "iisinventory"},
+                                                         {"dbname", address.c_str()},
+                                                         {"keepalives", "1"},
+                                                         {"client_encoding", "UTF8"},
+                                                         {nullptr, nullptr}};
   std::vector<const char*> keywords, values;
   for (const auto& [keyword, value] : options) {
     keywords.push_back(keyword);
     values.push_back(value);
   }
-  connection_.reset(PQconnectStartParams(keywords.data(), values.data(), isService ? 0 : 1));
+  connection_.reset(PQconnectStartParams(keywords.data(), values.data(), 1));
   if (connection_ == nullptr) throw std::bad_alloc();
   PQsetNoticeProcessor(
       raw(), [](void*, const char*) {}, nullptr);
