@@ -1,6 +1,8 @@
 // Collections killed at random moments. --gtest_random_seed varies the moments.
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
@@ -140,10 +142,23 @@ TEST_F(SuddenDeath, IsCleanedUpByTheNextRun) {
     kill(program->id(), SIGKILL);
     EXPECT_EQ(program->wait().status, -SIGKILL);
   }
-  EXPECT_FALSE(fs::is_empty(temporary_));
+  const fs::path left = fs::directory_iterator(temporary_)->path();
+  for (int file = 0; file < 30; ++file) fs::create_directory(left / std::to_string(file));
   fs::create_directory(temporary_ / "iisinventory-private-early");  // of a run that was killed early
+  const int removals = ::inotify_init1(IN_CLOEXEC);
+  ASSERT_GT(::inotify_add_watch(removals, left.c_str(), IN_DELETE), 0);
   EXPECT_EQ(collect(1)->wait().status, 0);
   EXPECT_TRUE(fs::is_empty(temporary_));
+  // If that run had been killed too, the next one would have recognised the rest by the mark.
+  alignas(inotify_event) char events[1 << 16];
+  std::string last;
+  for (ssize_t size = ::read(removals, events, sizeof events), at = 0; at < size;) {
+    const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
+    if ((event->mask & IN_DELETE) != 0) last = event->name;
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
+  EXPECT_EQ(last, "mark-of-a-private-folder");
+  ::close(removals);
 
   // A partial change that is already in the file.
   const Strings before = test::readAllRows(database_);
