@@ -1,7 +1,5 @@
 #include "host/cli/command_options.h"
 
-#include <CLI/CLI.hpp>
-
 #include "host/collect/check.h"
 
 namespace host {
@@ -15,15 +13,14 @@ constexpr const char* kCheckFooter =
 
 }  // namespace
 
-void addCheck(CLI::App& program, CommandAction& action) {
+void addCheck(Program& program, CommandAction& action) {
   const auto options = std::make_shared<CheckOptions>();
-  CLI::App& command = *program.add_subcommand("check", "Check metabase files");
-  command.add_option("METABASE", options->metabases, "Metabase file, folder or archive; - for stdin")
-      ->required()
-      ->type_name("");
+  Command command = program.add("check", "Check metabase files");
+  command.argument("METABASE", options->metabases, "Metabase file, folder or archive; - for stdin",
+                   Presence::kRequired);
   addMaxSize(command, options->maxSize);
   command.footer(kCheckFooter);
-  command.callback(
+  command.onParsed(
       [options, &action] { action = [options](Output& output) { return check(*options, output); }; });
 }
 

@@ -1,7 +1,5 @@
 #include "host/cli/command_options.h"
 
-#include <CLI/CLI.hpp>
-
 #include "host/collect/collect.h"
 #include "host/console/terminal_text.h"
 #include "host/sections.h"
@@ -9,7 +7,7 @@
 namespace host {
 namespace {
 
-constexpr unsigned kMostJobs = 256;
+constexpr int kMostJobs = 256;
 
 // A text as lines below a heading of the help.
 std::string inLines(const std::string& text) {
@@ -65,7 +63,7 @@ struct Raw {
   std::vector<std::string> pools;
   std::string logDirectory;
   std::uint64_t maxSize = 0;
-  unsigned jobs = 1;
+  int jobs = 1;
   bool replace = false;
   bool list = false;
   bool dryRun = false;
@@ -91,7 +89,7 @@ CollectOptions optionsOf(const Raw& raw) {
                              : std::filesystem::path(options.database).parent_path();
   options.selection = select(raw.only, raw.sites, raw.pools);
   options.replace = raw.replace;
-  options.jobs = raw.jobs;
+  options.jobs = static_cast<unsigned>(raw.jobs);
   options.quiet = raw.quiet;
   options.verbose = raw.verbose;
   options.dryRun = raw.dryRun;
@@ -100,30 +98,26 @@ CollectOptions optionsOf(const Raw& raw) {
 
 }  // namespace
 
-void addCollect(CLI::App& program, CommandAction& action) {
+void addCollect(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("collect", "Collect servers into a database");
-  command.add_option("METABASE", raw->metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin")
-      ->required()
-      ->type_name("");
+  Command command = program.add("collect", "Collect servers into a database");
+  command.argument("METABASE", raw->metabases, "[NAME=]FILE, FOLDER or ARCHIVE; NAME=- for stdin",
+                   Presence::kRequired);
   addDatabase(command, raw->database);
-  command.add_flag("--list", raw->list, "List the files and their servers' names only");
-  command.add_flag("-n,--dry-run", raw->dryRun, "Show what would be collected; write nothing");
+  command.flag("--list", raw->list, "List the files and their servers' names only");
+  command.flag("-n,--dry-run", raw->dryRun, "Show what would be collected; write nothing");
   addMaxSize(command, raw->maxSize);
-  addList(command, "-o,--only", raw->only, "TAB", "Collect only this tab (repeatable)");
-  addList(command, "--site", raw->sites, "ID", "Collect only this FTP site (repeatable)");
-  addList(command, "--pool", raw->pools, "NAME", "Collect only this application pool (repeatable)");
-  command.add_flag("--replace", raw->replace, "Also replace a collection that covers more");
-  command.add_option("--log-dir", raw->logDirectory, "Directory of the logs (default: the file's or .)")
-      ->type_name("DIR");
-  command.add_option("--jobs", raw->jobs, "Servers to collect in parallel (default: 1)")
-      ->type_name("N")
-      ->check(CLI::Range(1U, kMostJobs).description(""));
+  command.list("-o,--only", raw->only, "TAB", "Collect only this tab (repeatable)");
+  command.list("--site", raw->sites, "ID", "Collect only this FTP site (repeatable)");
+  command.list("--pool", raw->pools, "NAME", "Collect only this application pool (repeatable)");
+  command.flag("--replace", raw->replace, "Also replace a collection that covers more");
+  command.option("--log-dir", raw->logDirectory, "DIR", "Directory of the logs (default: the file's or .)");
+  command.number("--jobs", raw->jobs, 1, kMostJobs, "N", "Servers to collect in parallel (default: 1)");
   addForce(command, raw->database);
-  command.add_flag("-q,--quiet", raw->quiet, "No progress and no summary, problems only");
-  command.add_flag("-v,--verbose", raw->verbose, "A line for each server, too");
+  command.flag("-q,--quiet", raw->quiet, "No progress and no summary, problems only");
+  command.flag("-v,--verbose", raw->verbose, "A line for each server, too");
   command.footer(kCollectFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     action = [options = optionsOf(*raw)](Output& output) { return collect(options, output); };
   });
 }

@@ -1,6 +1,6 @@
 #include "host/cli/command_options.h"
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 
 #include "automation/text.h"
 #include "inventory/names.h"
@@ -31,33 +31,28 @@ inventory::Access DatabaseArguments::access() const {
   return {milliseconds("--wait", wait), milliseconds("--server-timeout", serverTimeout), force, schema};
 }
 
-void addDatabase(CLI::App& command, DatabaseArguments& raw) {
-  command.add_option("-d,--database", raw.database, "Database: a file or a server's address")
-      ->type_name("DATABASE");
+void addDatabase(Command& command, DatabaseArguments& raw) {
+  command.option("-d,--database", raw.database, "DATABASE", "Database: a file or a server's address");
   addSchema(command, raw);
   addWait(command, raw);
 }
 
-void addSchema(CLI::App& command, DatabaseArguments& raw) {
-  command.add_option("--schema", raw.schema, "Schema of the tables on a server (iis_inventory)")
-      ->type_name("NAME");
+void addSchema(Command& command, DatabaseArguments& raw) {
+  command.option("--schema", raw.schema, "NAME", "Schema of the tables on a server (iis_inventory)");
 }
 
-void addWait(CLI::App& command, DatabaseArguments& raw) {
-  command.add_option("--wait", raw.wait, "Seconds to wait for a lock (default: 5)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.0, kMaxSeconds).description(""));
-  command.add_option("--server-timeout", raw.serverTimeout, "Seconds a server may be silent (default: 60)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.001, kMaxSeconds).description(""));
+void addWait(Command& command, DatabaseArguments& raw) {
+  command.number("--wait", raw.wait, 0.0, kMaxSeconds, "SECONDS", "Seconds to wait for a lock (default: 5)");
+  command.number("--server-timeout", raw.serverTimeout, 0.001, kMaxSeconds, "SECONDS",
+                 "Seconds a server may be silent (default: 60)");
 }
 
-void addForce(CLI::App& command, DatabaseArguments& raw) {
-  command.add_flag("--force", raw.force, "Allow other tables in the database");
+void addForce(Command& command, DatabaseArguments& raw) {
+  command.flag("--force", raw.force, "Allow other tables in the database");
 }
 
-void addAt(CLI::App& command, std::string& at) {
-  command.add_option("--at", at, "State at this time, in UTC")->type_name("TIME");
+void addAt(Command& command, std::string& at) {
+  command.option("--at", at, "TIME", "State at this time, in UTC");
 }
 
 std::string timeOf(const char* option, const std::string& text) {
@@ -69,42 +64,22 @@ std::string timeOf(const char* option, const std::string& text) {
   }
 }
 
-void addMaxSize(CLI::App& command, std::uint64_t& size) {
+void addMaxSize(Command& command, std::uint64_t& size) {
   constexpr std::uint64_t kUsual = 1ULL << 30;
   size = kUsual;
-  const CLI::Validator positive(
-      [](const std::string& text) {
-        return text == "0" || text.starts_with('-') ? "it must be greater than 0" : std::string();
-      },
-      "");
-  command.add_option("--max-size", size, "Largest from an archive or a pipe (default: 1GiB)")
-      ->type_name("SIZE")
-      ->transform(CLI::AsSizeValue(false).description(""))
-      // Checked first: the other validators would read "-1" as a very large number.
-      ->transform(positive)
-      ->check(positive);
+  command.size("--max-size", size, "Largest from an archive or a pipe (default: 1GiB)");
 }
 
-void addFormat(CLI::App& command, std::string& format) {
+void addFormat(Command& command, std::string& format) {
   format = "table";
-  command.add_option("-f,--format", format, "table, csv or json (default: table)")
-      ->type_name("FORMAT")
-      ->check(CLI::IsMember({"table", "csv", "json"}, CLI::ignore_case).description(""));
+  command.choice("-f,--format", format, {"table", "csv", "json"}, "FORMAT",
+                 "table, csv or json (default: table)");
 }
 
 Format formatOf(const std::string& format) {
   if (inventory::sameName(format, "csv")) return Format::kCsv;
   if (inventory::sameName(format, "json")) return Format::kJson;
   return Format::kTable;
-}
-
-void addList(CLI::App& command, const char* option, std::vector<std::string>& values, const char* type,
-             const char* what) {
-  command.add_option(option, values, what)
-      ->type_name(type)
-      ->expected(1)
-      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll)
-      ->allow_extra_args(false);
 }
 
 std::string databaseName(const std::string& option, const std::string& database) {
@@ -124,6 +99,20 @@ void refuseEmpty(const char* option, const std::vector<std::string>& values) {
   for (const std::string& value : values) {
     if (value.empty()) throw UsageError(std::string(option) + ": the value is empty");
   }
+}
+
+std::vector<std::string> commaSeparated(const std::vector<std::string>& lists) {
+  constexpr const char* kBlanks = " \t";
+  std::vector<std::string> all;
+  for (const std::string& list : lists) {
+    for (std::size_t start = 0; start <= list.size();) {
+      const std::size_t end = std::min(list.find(',', start), list.size());
+      const std::size_t first = std::min(list.find_first_not_of(kBlanks, start), end);
+      if (first < end) all.push_back(list.substr(first, list.find_last_not_of(kBlanks, end - 1) + 1 - first));
+      start = end + 1;
+    }
+  }
+  return all;
 }
 
 }  // namespace host

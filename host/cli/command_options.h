@@ -8,14 +8,11 @@
 #include <string>
 #include <vector>
 
+#include "host/cli/command.h"
 #include "host/console/listing.h"
 #include "host/console/output.h"
 #include "host/usage_error.h"
 #include "inventory/inventory.h"
-
-namespace CLI {
-class App;
-}
 
 namespace host {
 
@@ -24,19 +21,19 @@ using CommandAction = std::function<int(Output&)>;
 
 // Each adds one command to the program, with its options and its help. If the command is given, parsing sets
 // `action` and may throw UsageError.
-void addCollect(CLI::App& program, CommandAction& action);
-void addCheck(CLI::App& program, CommandAction& action);
-void addShow(CLI::App& program, CommandAction& action);
-void addDiff(CLI::App& program, CommandAction& action);
-void addReport(CLI::App& program, CommandAction& action);
-void addFindings(CLI::App& program, CommandAction& action);
-void addRules(CLI::App& program, CommandAction& action);
-void addServers(CLI::App& program, CommandAction& action);
-void addRemove(CLI::App& program, CommandAction& action);
-void addRename(CLI::App& program, CommandAction& action);
-void addCopy(CLI::App& program, CommandAction& action);
-void addVerify(CLI::App& program, CommandAction& action);
-void addSchemaCommand(CLI::App& program, CommandAction& action);
+void addCollect(Program& program, CommandAction& action);
+void addCheck(Program& program, CommandAction& action);
+void addShow(Program& program, CommandAction& action);
+void addDiff(Program& program, CommandAction& action);
+void addReport(Program& program, CommandAction& action);
+void addFindings(Program& program, CommandAction& action);
+void addRules(Program& program, CommandAction& action);
+void addServers(Program& program, CommandAction& action);
+void addRemove(Program& program, CommandAction& action);
+void addRename(Program& program, CommandAction& action);
+void addCopy(Program& program, CommandAction& action);
+void addVerify(Program& program, CommandAction& action);
+void addSchemaCommand(Program& program, CommandAction& action);
 
 // Options that several commands share, with unchecked values.
 
@@ -53,27 +50,23 @@ struct DatabaseArguments {
 };
 
 // --database, --schema, --wait and --server-timeout.
-void addDatabase(CLI::App& command, DatabaseArguments& raw);
-void addSchema(CLI::App& command, DatabaseArguments& raw);
+void addDatabase(Command& command, DatabaseArguments& raw);
+void addSchema(Command& command, DatabaseArguments& raw);
 // --wait and --server-timeout.
-void addWait(CLI::App& command, DatabaseArguments& raw);
-void addForce(CLI::App& command, DatabaseArguments& raw);
+void addWait(Command& command, DatabaseArguments& raw);
+void addForce(Command& command, DatabaseArguments& raw);
 
 // --at: the collections that were current at a time.
-void addAt(CLI::App& command, std::string& at);
+void addAt(Command& command, std::string& at);
 // The time in an option, in the inventory's format; empty if the option is. Throws UsageError.
 std::string timeOf(const char* option, const std::string& text);
 
 // --max-size, in bytes.
-void addMaxSize(CLI::App& command, std::uint64_t& size);
+void addMaxSize(Command& command, std::uint64_t& size);
 
 // --format: table, csv or json.
-void addFormat(CLI::App& command, std::string& format);
+void addFormat(Command& command, std::string& format);
 Format formatOf(const std::string& format);
-
-// Adds an option with one value that can be repeated.
-void addList(CLI::App& command, const char* option, std::vector<std::string>& values, const char* type,
-             const char* what);
 
 // The database to open, from an option or argument. Throws UsageError.
 std::string databaseName(const std::string& option, const std::string& database);
@@ -82,5 +75,8 @@ std::string databaseName(const std::string& option, const std::string& database)
 std::filesystem::path wholePath(const std::string& option, const std::string& path);
 
 void refuseEmpty(const char* option, const std::vector<std::string>& values);
+
+// The items of comma-separated lists.
+std::vector<std::string> commaSeparated(const std::vector<std::string>& lists);
 
 }  // namespace host

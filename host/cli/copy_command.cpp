@@ -1,7 +1,5 @@
 #include "host/cli/command_options.h"
 
-#include <CLI/CLI.hpp>
-
 #include "host/query/copy.h"
 
 namespace host {
@@ -33,19 +31,18 @@ CopyOptions optionsOf(const Raw& raw) {
 
 }  // namespace
 
-void addCopy(CLI::App& program, CommandAction& action) {
+void addCopy(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("copy", "Copy servers from one database to another");
-  command.add_option("--from", raw->from, "Database to copy from: file or address")
-      ->required()
-      ->type_name("DATABASE");
-  command.add_option("--to", raw->to, "Database to copy to")->required()->type_name("DATABASE");
-  addList(command, "--server", raw->servers, "NAME", "Copy only this server (repeatable)");
+  Command command = program.add("copy", "Copy servers from one database to another");
+  command.option("--from", raw->from, "DATABASE", "Database to copy from: file or address",
+                 Presence::kRequired);
+  command.option("--to", raw->to, "DATABASE", "Database to copy to", Presence::kRequired);
+  command.list("--server", raw->servers, "NAME", "Copy only this server (repeatable)");
   addSchema(command, raw->database);
   addWait(command, raw->database);
   addForce(command, raw->database);
   command.footer(kCopyFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     action = [options = optionsOf(*raw)](Output& output) { return copy(options, output); };
   });
 }

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 
 #include "host/cli/command_options.h"
 #include "host/query/diff.h"
@@ -52,23 +51,20 @@ DiffOptions optionsOf(const Raw& raw) {
 
 }  // namespace
 
-void addDiff(CLI::App& program, CommandAction& action) {
+void addDiff(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("diff", "Compare two inventories, states or servers");
-  command.add_option("DATABASE", raw->databases, "OLD and NEW, or one: files or servers' addresses")
-      ->required()
-      ->type_name("");
-  command.add_option("--server", raw->options.server, "Only this server")->type_name("NAME");
-  command.add_option("--against", raw->options.against, "Another server of the same database")
-      ->type_name("NAME");
-  command.add_option("--since", raw->options.since, "Compare with the state at this time, in UTC")
-      ->type_name("TIME");
-  addList(command, "--ignore", raw->options.ignored, "COLUMN", "Leave this column out (repeatable)");
+  Command command = program.add("diff", "Compare two inventories, states or servers");
+  command.argument("DATABASE", raw->databases, "OLD and NEW, or one: files or servers' addresses",
+                   Presence::kRequired);
+  command.option("--server", raw->options.server, "NAME", "Only this server");
+  command.option("--against", raw->options.against, "NAME", "Another server of the same database");
+  command.option("--since", raw->options.since, "TIME", "Compare with the state at this time, in UTC");
+  command.list("--ignore", raw->options.ignored, "COLUMN", "Leave this column out (repeatable)");
   addFormat(command, raw->format);
   addSchema(command, raw->database);
   addWait(command, raw->database);
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     action = [options = optionsOf(*raw)](Output& output) { return diff(options, output); };
   });
 }

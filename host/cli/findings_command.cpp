@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "host/cli/command_options.h"
@@ -66,24 +65,22 @@ std::filesystem::path fileFor(const char* option, const std::string& name, const
 
 }  // namespace
 
-void addFindings(CLI::App& program, CommandAction& action) {
+void addFindings(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("findings", "Evaluate rules about servers");
+  Command command = program.add("findings", "Evaluate rules about servers");
   addDatabase(command, raw->database);
-  addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
+  command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
   addAt(command, raw->at);
-  command.add_option("-f,--format", raw->format, "table, csv, json, jsonl or sarif (default: table)")
-      ->type_name("FORMAT");
-  addList(command, "-o,--output", raw->outputs, "FILE", "File to write (repeatable)");
+  command.option("-f,--format", raw->format, "FORMAT", "table, csv, json, jsonl or sarif (default: table)");
+  command.list("-o,--output", raw->outputs, "FILE", "File to write (repeatable)");
   addRuleOptions(command, raw->rules);
   addFindingsOptions(command, raw->rules);
-  command.add_option("--write-ignore", raw->writeIgnore, "Add the findings to an ignore file")
-      ->type_name("FILE");
-  command.add_flag("--show-suppressed", raw->showSuppressed, "List ignored findings too");
-  addList(command, "--fail-on", raw->failOn, "SEVERITY|RULE", "Status 1 if a finding matches (repeatable)");
-  command.add_flag("--strict", raw->strict, "Let --fail-on count what was not collected");
+  command.option("--write-ignore", raw->writeIgnore, "FILE", "Add the findings to an ignore file");
+  command.flag("--show-suppressed", raw->showSuppressed, "List ignored findings too");
+  command.list("--fail-on", raw->failOn, "SEVERITY|RULE", "Status 1 if a finding matches (repeatable)");
+  command.flag("--strict", raw->strict, "Let --fail-on count what was not collected");
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     refuseEmpty("--server", raw->servers);
     refuseEmpty("--output", raw->outputs);
     refuseEmpty("--fail-on", raw->failOn);

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 
 #include "host/cli/command_options.h"
 #include "host/cli/rule_options.h"
@@ -25,17 +24,17 @@ struct Raw {
 
 }  // namespace
 
-void addReport(CLI::App& program, CommandAction& action) {
+void addReport(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("report", "Write a page about servers, in HTML");
+  Command command = program.add("report", "Write a page about servers, in HTML");
   addDatabase(command, raw->database);
-  addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
+  command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
   addAt(command, raw->at);
-  command.add_option("-o,--output", raw->output, "File to write")->type_name("FILE");
+  command.option("-o,--output", raw->output, "FILE", "File to write");
   addRuleOptions(command, raw->rules);
   addFindingsOptions(command, raw->rules);
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     refuseEmpty("--server", raw->servers);
     ReportOptions options{raw->database.name(), raw->database.access(), raw->servers, {}};
     options.profile = raw->rules.profile.empty() && raw->rules.ids.empty() ? "default" : raw->rules.profile;

@@ -1,7 +1,5 @@
 #include "host/cli/rule_options.h"
 
-#include <CLI/CLI.hpp>
-
 #include "host/cli/command_options.h"
 
 namespace host {
@@ -11,23 +9,20 @@ constexpr double kMaxSeconds = 1e6;
 
 }  // namespace
 
-void addRuleOptions(CLI::App& command, RawRules& raw) {
-  addList(command, "--rules", raw.files, "PATH", "Also these rules: a file or a folder (repeatable)");
-  command.add_flag("--no-builtin", raw.noBuiltin, "Leave the built-in rules out");
-  addList(command, "--rule", raw.ids, "ID", "Only this rule, with * and ? (repeatable)");
-  addList(command, "--category", raw.categories, "CATEGORY", "Only this category (repeatable)");
-  command.add_option("--min-severity", raw.minSeverity, "Only rules of this severity or above")
-      ->type_name("SEVERITY");
-  command.add_option("--profile", raw.profile, "Rules to use, a name or a file (default: default)")
-      ->type_name("PROFILE");
+void addRuleOptions(Command& command, RawRules& raw) {
+  command.list("--rules", raw.files, "PATH", "Also these rules: a file or a folder (repeatable)");
+  command.flag("--no-builtin", raw.noBuiltin, "Leave the built-in rules out");
+  command.list("--rule", raw.ids, "ID", "Only this rule, with * and ? (repeatable)");
+  command.list("--category", raw.categories, "CATEGORY", "Only this category (repeatable)");
+  command.option("--min-severity", raw.minSeverity, "SEVERITY", "Only rules of this severity or above");
+  command.option("--profile", raw.profile, "PROFILE", "Rules to use, a name or a file (default: default)");
 }
 
-void addFindingsOptions(CLI::App& command, RawRules& raw) {
-  command.add_option("--ignore-file", raw.ignoreFile, "Findings to ignore")->type_name("FILE");
-  command.add_option("--rule-timeout", raw.timeout, "Seconds that a query may take (default: 10)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0.001, kMaxSeconds).description(""));
-  command.add_flag("--force", raw.force, "Use --rules even as a privileged database role");
+void addFindingsOptions(Command& command, RawRules& raw) {
+  command.option("--ignore-file", raw.ignoreFile, "FILE", "Findings to ignore");
+  command.number("--rule-timeout", raw.timeout, 0.001, kMaxSeconds, "SECONDS",
+                 "Seconds that a query may take (default: 10)");
+  command.flag("--force", raw.force, "Use --rules even as a privileged database role");
 }
 
 RuleOptions ruleOptionsOf(const RawRules& raw) {
@@ -68,16 +63,6 @@ FindingsOptions findingsOptionsOf(const RawRules& raw, const std::string& databa
 bool isEverything(const RuleOptions& options) {
   return options.withBuiltin && options.ids.empty() && options.categories.empty() &&
          options.profile.empty() && options.minSeverity == Severity::kInfo;
-}
-
-std::vector<std::string> commaSeparated(const std::vector<std::string>& lists) {
-  std::vector<std::string> all;
-  for (const std::string& list : lists) {
-    for (std::string& piece : CLI::detail::split(list, ',')) {
-      if (std::string item = CLI::detail::trim(piece); !item.empty()) all.push_back(std::move(item));
-    }
-  }
-  return all;
 }
 
 }  // namespace host

@@ -4,12 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "host/cli/command.h"
 #include "host/query/findings.h"
 #include "host/query/rule_set.h"
-
-namespace CLI {
-class App;
-}
 
 namespace host {
 
@@ -23,9 +20,9 @@ struct RawRules {
 };
 
 // --rules, --no-builtin, --rule, --category, --min-severity and --profile.
-void addRuleOptions(CLI::App& command, RawRules& raw);
+void addRuleOptions(Command& command, RawRules& raw);
 // --ignore-file, --rule-timeout and --force.
-void addFindingsOptions(CLI::App& command, RawRules& raw);
+void addFindingsOptions(Command& command, RawRules& raw);
 
 // Both throw UsageError for malformed values.
 RuleOptions ruleOptionsOf(const RawRules& raw);
@@ -33,8 +30,5 @@ FindingsOptions findingsOptionsOf(const RawRules& raw, const std::string& databa
 
 // Whether the options select all built-in rules of the profile.
 bool isEverything(const RuleOptions& options);
-
-// The items of comma-separated lists.
-std::vector<std::string> commaSeparated(const std::vector<std::string>& lists);
 
 }  // namespace host

@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <sstream>
 
@@ -158,17 +157,15 @@ CommandAction workOf(const Raw& raw, Format format) {
 
 }  // namespace
 
-void addRules(CLI::App& program, CommandAction& action) {
+void addRules(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("rules", "List, print and test rules");
-  command.add_option("ACTION", raw->action, "show or test; none for a list")
-      ->type_name("")
-      ->check(CLI::IsMember({"show", "test"}).description(""));
-  command.add_option("TARGET", raw->target, "The rule to show, the folder to test")->type_name("");
+  Command command = program.add("rules", "List, print and test rules");
+  command.choice("ACTION", raw->action, {"show", "test"}, "", "show or test; none for a list");
+  command.argument("TARGET", raw->target, "The rule to show, the folder to test", Presence::kOptional);
   addRuleOptions(command, raw->rules);
   addFormat(command, raw->format);
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     if (!raw->action.empty() && raw->target.empty())
       throw UsageError(raw->action == "show" ? "'rules show' needs a rule's id"
                                              : "'rules test' needs a folder");

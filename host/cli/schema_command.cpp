@@ -1,6 +1,5 @@
 // The command "schema".
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 
 #include "host/cli/command_options.h"
@@ -21,11 +20,9 @@ constexpr const char* kFooter =
     "  iisinventory schema ftp_site\n"
     "  iisinventory schema --format markdown > tables.md";
 
-constexpr const char* kFormats[] = {"table", "json", "markdown"};
-
 struct Raw {
   std::string table;
-  std::string format = kFormats[0];
+  std::string format = "table";
 };
 
 Entries entriesOf(const std::string& table) {
@@ -80,17 +77,14 @@ void printJson(const Entries& entries, Output& output) {
 
 }  // namespace
 
-void addSchemaCommand(CLI::App& program, CommandAction& action) {
+void addSchemaCommand(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("schema", "Describe the tables and views of a database");
-  command.add_option("TABLE", raw->table, "Table or view to describe")->type_name("");
-  command.add_option("-f,--format", raw->format, "table, json or markdown (default: table)")
-      ->type_name("FORMAT")
-      ->check(
-          CLI::IsMember(std::vector<std::string>(std::begin(kFormats), std::end(kFormats)), CLI::ignore_case)
-              .description(""));
+  Command command = program.add("schema", "Describe the tables and views of a database");
+  command.argument("TABLE", raw->table, "Table or view to describe", Presence::kOptional);
+  command.choice("-f,--format", raw->format, {"table", "json", "markdown"}, "FORMAT",
+                 "table, json or markdown (default: table)");
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     action = [entries = entriesOf(raw->table), format = raw->format](Output& output) {
       if (inventory::sameName(format, "json")) {
         printJson(entries, output);

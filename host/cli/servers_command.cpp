@@ -1,7 +1,5 @@
 // The commands about whole servers: "servers", "remove" and "rename".
 
-#include <CLI/CLI.hpp>
-
 #include "host/cli/command_options.h"
 #include "host/query/server_commands.h"
 #include "host/sources/server_name.h"
@@ -59,18 +57,16 @@ ServersRequest requestOf(const Raw& raw, const char* serverOption) {
 
 }  // namespace
 
-void addServers(CLI::App& program, CommandAction& action) {
+void addServers(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("servers", "List the servers in a database");
+  Command command = program.add("servers", "List the servers in a database");
   addDatabase(command, raw->database);
-  addList(command, "--server", raw->servers, "NAME", "Only this server (repeatable)");
-  command.add_flag("--history", raw->history, "List every collection that is kept");
+  command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
+  command.flag("--history", raw->history, "List every collection that is kept");
   addFormat(command, raw->format);
-  command.add_option("--set-keep", raw->keep, "Collections to keep of each server")
-      ->type_name("N")
-      ->check(CLI::Range(1, kMaxKeep).description(""));
+  command.number("--set-keep", raw->keep, 1, kMaxKeep, "N", "Collections to keep of each server");
   command.footer(kServersFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     if (raw->keep > 0 && (raw->history || !raw->servers.empty()))
       throw UsageError("--set-keep excludes --history and --server");
     action = [request = requestOf(*raw, "--server"), keep = raw->keep](Output& output) {
@@ -79,29 +75,28 @@ void addServers(CLI::App& program, CommandAction& action) {
   });
 }
 
-void addRemove(CLI::App& program, CommandAction& action) {
+void addRemove(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("remove", "Remove servers from a database");
-  command.add_option("SERVER", raw->servers, "Servers to remove")->required()->type_name("");
+  Command command = program.add("remove", "Remove servers from a database");
+  command.argument("SERVER", raw->servers, "Servers to remove", Presence::kRequired);
   addDatabase(command, raw->database);
-  command.add_option("--before", raw->before, "Only collections published before it, in UTC")
-      ->type_name("TIME");
+  command.option("--before", raw->before, "TIME", "Only collections published before it, in UTC");
   command.footer(kRemoveFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     action = [request = requestOf(*raw, "SERVER"), before = timeOf("--before", raw->before)](Output& output) {
       return removeServers(request, before, output);
     };
   });
 }
 
-void addRename(CLI::App& program, CommandAction& action) {
+void addRename(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("rename", "Give a server in a database another name");
-  command.add_option("OLD", raw->oldName, "Server to rename")->required()->type_name("");
-  command.add_option("NEW", raw->newName, "Its new name")->required()->type_name("");
+  Command command = program.add("rename", "Give a server in a database another name");
+  command.argument("OLD", raw->oldName, "Server to rename", Presence::kRequired);
+  command.argument("NEW", raw->newName, "Its new name", Presence::kRequired);
   addDatabase(command, raw->database);
   command.footer(kRenameFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     if (const auto why = serverNameError(raw->newName))
       throw UsageError("NEW '" + raw->newName + "' cannot be a server's name: " + *why);
     raw->servers = {raw->oldName};

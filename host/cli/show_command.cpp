@@ -1,4 +1,3 @@
-#include <CLI/CLI.hpp>
 
 #include "host/cli/command_options.h"
 #include "host/query/show.h"
@@ -41,15 +40,6 @@ Condition conditionOf(const std::string& text) {
   return {text.substr(0, at), Condition::Kind::kIs, text.substr(at + 1)};
 }
 
-// No column name contains a comma.
-std::vector<std::string> pieces(const std::vector<std::string>& lists) {
-  std::vector<std::string> all;
-  for (const std::string& list : lists) {
-    for (std::string& piece : CLI::detail::split(list, ',')) all.push_back(CLI::detail::trim(piece));
-  }
-  return all;
-}
-
 ShowOptions optionsOf(const Raw& raw) {
   refuseEmpty("--server", raw.options.servers);
   ShowOptions options = raw.options;
@@ -57,7 +47,8 @@ ShowOptions optionsOf(const Raw& raw) {
   options.access = raw.database.access();
   options.at = timeOf("--at", raw.options.at);
   options.format = formatOf(raw.format);
-  options.columns = pieces(raw.columns);
+  refuseEmpty("--columns", raw.columns);
+  options.columns = commaSeparated(raw.columns);
   for (const std::string& text : raw.conditions) options.conditions.push_back(conditionOf(text));
   if (options.writeBom && options.format != Format::kCsv) throw UsageError("--bom is for --format csv");
   if (options.isReversed && options.sort.empty()) throw UsageError("--reverse needs --sort");
@@ -67,24 +58,24 @@ ShowOptions optionsOf(const Raw& raw) {
 
 }  // namespace
 
-void addShow(CLI::App& program, CommandAction& action) {
+void addShow(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   ShowOptions& options = raw->options;
-  CLI::App& command = *program.add_subcommand("show", "Show tables and views of a database");
-  command.add_option("TABLE", options.tables, "Tables, views or tabs to show")->type_name("");
+  Command command = program.add("show", "Show tables and views of a database");
+  command.argument("TABLE", options.tables, "Tables, views or tabs to show", Presence::kOptional);
   addDatabase(command, raw->database);
-  addList(command, "--server", options.servers, "NAME", "Only this server (repeatable)");
+  command.list("--server", options.servers, "NAME", "Only this server (repeatable)");
   addAt(command, options.at);
-  addList(command, "--columns", raw->columns, "A,B,...", "Only these columns (repeatable)");
-  addList(command, "--where", raw->conditions, "CONDITION", "Only rows that meet it (repeatable)");
-  command.add_option("--sort", options.sort, "Sort by this column")->type_name("COLUMN");
-  command.add_flag("--reverse", options.isReversed, "Reverse order");
+  command.list("--columns", raw->columns, "A,B,...", "Only these columns (repeatable)");
+  command.list("--where", raw->conditions, "CONDITION", "Only rows that meet it (repeatable)");
+  command.option("--sort", options.sort, "COLUMN", "Sort by this column");
+  command.flag("--reverse", options.isReversed, "Reverse order");
   addFormat(command, raw->format);
-  command.add_flag("--wide", options.isWide, "Do not truncate lines on a terminal");
-  command.add_flag("--blocks", options.vertical, "One column per line");
-  command.add_flag("--bom", options.writeBom, "Begin csv with a byte order mark, for Excel");
+  command.flag("--wide", options.isWide, "Do not truncate lines on a terminal");
+  command.flag("--blocks", options.vertical, "One column per line");
+  command.flag("--bom", options.writeBom, "Begin csv with a byte order mark, for Excel");
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     action = [shown = optionsOf(*raw)](Output& output) {
       show(shown, output);
       return 0;

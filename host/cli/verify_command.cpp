@@ -1,7 +1,5 @@
 // The command "verify".
 
-#include <CLI/CLI.hpp>
-
 #include "host/cli/command_options.h"
 #include "host/console/terminal_text.h"
 #include "host/console/text.h"
@@ -57,13 +55,13 @@ int verify(const std::string& database, const inventory::Access& access, Output&
 
 }  // namespace
 
-void addVerify(CLI::App& program, CommandAction& action) {
+void addVerify(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
-  CLI::App& command = *program.add_subcommand("verify", "Check a database for damage");
-  command.add_option("DATABASE", raw->positional, "Database, in place of --database")->type_name("");
+  Command command = program.add("verify", "Check a database for damage");
+  command.argument("DATABASE", raw->positional, "Database, in place of --database", Presence::kOptional);
   addDatabase(command, raw->database);
   command.footer(kFooter);
-  command.callback([raw, &action] {
+  command.onParsed([raw, &action] {
     if (!raw->positional.empty() && !raw->database.database.empty())
       throw UsageError("DATABASE and --database exclude each other");
     if (!raw->positional.empty()) raw->database.database = raw->positional;
