@@ -1,5 +1,7 @@
 #include "host/query/server_commands.h"
 
+#include <fmt/core.h>
+
 #include <functional>
 #include <utility>
 
@@ -64,14 +66,8 @@ Listing listCollections(const ServersRequest& request, const Collections& collec
   return listing;
 }
 
-// Prints what was done; the status is 0 even if that fails.
-int reportDone(Output& output, const std::string& done) {
-  try {
-    return printed(output, 0, [&] { output.write(done + "\n"); });
-  } catch (const std::runtime_error& error) {
-    printError(error.what());
-  }
-  return 0;
+std::string shownDatabase(const ServersRequest& request) {
+  return escapeForTerminal(inventory::shownName(request.database));
 }
 
 // The named servers, as the database spells them.
@@ -88,12 +84,21 @@ Strings namesOf(const ServersRequest& request) {
 
 }  // namespace
 
+int reportChange(Output& output, const std::string& done, int status) {
+  try {
+    return printed(output, status, [&] { output.write(done + "\n"); });
+  } catch (const std::runtime_error& error) {
+    printError(fmt::format("{} ({})", done, error.what()));
+  }
+  return status;
+}
+
 int listServers(const ServersRequest& request, Output& output) {
   const Kept kept = retryOnDisconnect([&] { return readCollections(request); });
   print(listCollections(request, kept.collections), {request.format}, output);
   if (kept.keep != 1 && request.format == Format::kTable) {
-    output.write("\nkeeps the latest " + std::to_string(kept.keep) + " collections of each server" +
-                 (request.history ? "\n" : " (see --history)\n"));
+    output.write(fmt::format("\nkeeps the latest {} collections of each server{}\n", kept.keep,
+                             request.history ? "" : " (see --history)"));
   }
   output.flush();
   return 0;
@@ -103,12 +108,13 @@ int setKeep(const ServersRequest& request, int count, Output& output) {
   const int before =
       retryOnDisconnect([&] { return inventory::openForReading(request.database, request.access)->keep(); });
   inventory::openForPublishing(request.database, request.access)->setKeep(count);
-  const std::string what = pluralize(count, "collection", "collections") + " of each server";
-  const std::string name = escapeForTerminal(inventory::shownName(request.database));
-  if (count == before) return reportDone(output, name + " keeps " + what + " already");
-  return reportDone(output,
-                    name + " keeps " + what + " (before: " + std::to_string(before) + ")" +
-                        (count < before ? "; others are deleted when their server is next published" : ""));
+  const std::string keeps = fmt::format("{} keeps {} of each server", shownDatabase(request),
+                                        pluralize(count, "collection", "collections"));
+  if (count == before) return reportChange(output, keeps + " already");
+  return reportChange(output, fmt::format("{} (before: {}){}", keeps, before,
+                                          count < before ? "; others are deleted when their server is next "
+                                                           "published"
+                                                         : ""));
 }
 
 int removeServers(const ServersRequest& request, const std::string& before, Output& output) {
@@ -118,17 +124,17 @@ int removeServers(const ServersRequest& request, const std::string& before, Outp
   const std::string what = servers.size() == 1
                                ? escapeForTerminal(servers.front())
                                : pluralize(static_cast<std::int64_t>(servers.size()), "server", "servers");
-  return reportDone(output, "removed " +
-                                (before.empty() ? what : "collections of " + what + " before " + before) +
-                                " from " + escapeForTerminal(inventory::shownName(request.database)) + ": " +
-                                pluralize(rows, "row", "rows"));
+  return reportChange(
+      output, fmt::format("removed {} from {}: {}",
+                          before.empty() ? what : fmt::format("collections of {} before {}", what, before),
+                          shownDatabase(request), pluralize(rows, "row", "rows")));
 }
 
 int renameServer(const ServersRequest& request, const std::string& name, Output& output) {
   const std::string server = namesOf(request).front();
   inventory::openForPublishing(request.database, request.access)->rename(server, name);
-  return reportDone(output, "renamed " + escapeForTerminal(server) + " to " + escapeForTerminal(name) +
-                                " in " + escapeForTerminal(inventory::shownName(request.database)));
+  return reportChange(output, fmt::format("renamed {} to {} in {}", escapeForTerminal(server),
+                                          escapeForTerminal(name), shownDatabase(request)));
 }
 
 }  // namespace host
