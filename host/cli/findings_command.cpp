@@ -68,7 +68,7 @@ std::filesystem::path fileFor(const char* option, const std::string& name, const
 void addFindings(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("findings", "Evaluate rules about servers");
-  addDatabase(command, raw->database);
+  addDatabaseOrArgument(command, raw->database);
   command.list("--server", raw->servers, "NAME", "Only this server (repeatable)");
   addAt(command, raw->at);
   command.option("-f,--format", raw->format, "FORMAT", "table, csv, json, jsonl or sarif (default: table)");

@@ -76,6 +76,7 @@ void addShow(Program& program, CommandAction& action) {
   command.flag("--bom", options.writeBom, "Begin csv with a byte order mark, for Excel");
   command.footer(kFooter);
   command.onParsed([raw, &action] {
+    raw->database.takeFrom(raw->options.tables);
     action = [shown = optionsOf(*raw)](Output& output) {
       show(shown, output);
       return 0;
