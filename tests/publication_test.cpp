@@ -277,7 +277,7 @@ TEST_F(Publication, RecordsUnknownColumnsAndSourceLines) {
     for (const std::string& names : values(marks)) unknown.push_back(names);
     const std::string shown = runCommand({"show", std::string(table.name), "--format", "json"});
     for (const json& row : json::parse(shown)) {
-      if (!row["Not known"].is_null()) unknown.push_back(row["Not known"]);
+      if (row["Not known"] != "") unknown.push_back(row["Not known"]);
     }
   }
   EXPECT_EQ(
