@@ -113,6 +113,7 @@ RowCounts deleteOf(Session& session, const KnownServers& servers, const std::str
 Published copyServers(Driver& source, Session& target, const std::vector<std::string>& servers) {
   addServers(target, servers);
   std::vector<std::string> keys;
+  keys.reserve(servers.size());
   for (const std::string& server : servers) keys.push_back(folded(server));
   const KnownServers known = findServers(target, keys);
   Published copied;

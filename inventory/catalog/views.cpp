@@ -250,7 +250,7 @@ std::string withViews(const Dialect& dialect, const std::string& selected, const
   const std::string lowered = folded(sql);
   std::string text = fmt::format("with selected(collection_id, server) as ({})", selected);
   for (const View& view : views(dialect, std::string(kSelectedView))) {
-    if (lowered.find(view.name) == lowered.npos) continue;
+    if (lowered.find(view.name) == std::string::npos) continue;
     text += fmt::format(", {} as not materialized ({})", view.name, view.select);
   }
   return text + " " + sql;

@@ -55,8 +55,8 @@ std::string oneLine(const std::string& words) {
 // Throws Error for an address in which libpq could misparse a part of the password and report it.
 void requireClearCredentials(std::string_view rest) {
   const std::size_t end = rest.find_first_of("@/");
-  if (end != rest.npos && rest[end] == '@') rest.remove_prefix(end + 1);
-  if (rest.substr(0, rest.find('?')).find('@') == rest.npos) return;
+  if (end != std::string_view::npos && rest[end] == '@') rest.remove_prefix(end + 1);
+  if (rest.substr(0, rest.find('?')).find('@') == std::string_view::npos) return;
   throw Error(
       "the database's address has a '/' or an '@' in its user, password or database name; write '%2F' and "
       "'%40' instead");
@@ -151,8 +151,8 @@ bool StopSignal::pauseUntil(steady_clock::time_point end) const {
   return !isRaised_;
 }
 
-Target::Target(std::string database, const Access& options)
-    : address(std::move(database)), shown(shownAddress(address)), access(options) {
+Target::Target(std::string database, Access options)
+    : address(std::move(database)), shown(shownAddress(address)), access(std::move(options)) {
   if (access.schema.empty() || access.schema.size() > 63)
     throw Error(fmt::format("cannot use the schema '{}': a schema's name has 1 to 63 bytes", access.schema));
 }

@@ -57,7 +57,7 @@ class StopSignal {
 // Shared by the connections to a database.
 struct Target {
   // Throws Error for an invalid address or schema.
-  Target(std::string database, const Access& options);
+  Target(std::string database, Access options);
 
   [[noreturn]] void refuse(const std::string& why) const {
     throw Error("cannot use '" + shown + "': " + why);

@@ -50,7 +50,7 @@ class PostgresCursor : public Cursor {
   static std::string spelledTime(std::string time) {
     time.resize(time.find('+'));
     time[10] = 'T';
-    if (time.find('.') == time.npos) time += '.';
+    if (time.find('.') == std::string::npos) time += '.';
     time.resize(23, '0');
     return time + "Z";
   }

@@ -176,7 +176,7 @@ class SqliteReading : public SqliteSession {
 
 class SqliteDriver : public Driver {
  public:
-  SqliteDriver(std::string file, const Access& access) : file_(std::move(file)), access_(access) {}
+  SqliteDriver(std::string file, Access access) : file_(std::move(file)), access_(std::move(access)) {}
 
   void openForReading() { open(Database::Mode::kReadOnly); }
 

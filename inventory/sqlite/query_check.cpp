@@ -46,7 +46,7 @@ class EmptyInventory {
     sqlite3_finalize(statement);
     if (result == SQLITE_OK) {
       const auto end = static_cast<std::size_t>(rest - sql.c_str());
-      if (sql.find_first_not_of(" \t\r\n;", end) == sql.npos) return std::nullopt;
+      if (sql.find_first_not_of(" \t\r\n;", end) == std::string::npos) return std::nullopt;
       return QueryError{end, "there is more than one statement"};
     }
     const int offset = sqlite3_error_offset(database_.raw());
