@@ -1,5 +1,7 @@
 #include "inventory/checked_rows.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <cstring>
 #include <utility>
@@ -45,8 +47,8 @@ Cell CheckedRows::cell(std::size_t column) {
 
 Cell CheckedRows::replaced(std::size_t column, std::string_view text) {
   if (text.size() > kLongestValue) {
-    report(column, "has " + std::to_string(text.size()) + " bytes and is not stored; the maximum is " +
-                       std::to_string(kLongestValue));
+    report(column,
+           fmt::format("has {} bytes and is not stored; the maximum is {}", text.size(), kLongestValue));
     return std::nullopt;
   }
   std::string clean = cleanText(text);
@@ -74,7 +76,7 @@ void CheckedRows::report(std::size_t column, std::string message) {
   }
   problem.node = valueOf(kPathColumn);
   problem.property = table_.columns[column].name;
-  problem.message = "the value of '" + problem.property + "' " + message;
+  problem.message = fmt::format("the value of '{}' {}", problem.property, message);
   problem.time = utcNow();
   problems_.push_back(std::move(problem));
 }

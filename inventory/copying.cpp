@@ -1,5 +1,7 @@
 #include "inventory/copying.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <set>
 
@@ -33,7 +35,7 @@ class Copier {
     for (const auto& [key, server] : servers_) {
       const auto found = latest_.find(key);
       if (found == latest_.end())
-        throw Error("cannot copy " + server.name + ": it was removed from the source meanwhile");
+        throw Error(fmt::format("cannot copy {}: it was removed from the source meanwhile", server.name));
       updates += currentSql(server.id, found->second.second, found->second.first);
     }
     target_.execute(updates);
@@ -94,7 +96,7 @@ RowCounts deleteOf(Session& session, const KnownServers& servers, const std::str
   std::vector<std::int64_t> found;
   for (const auto& [key, server] : servers) {
     const auto list = session.query(
-        "select collection_id, \"Rows by table\" from \"Collections\" where server_id = $1" + condition,
+        R"(select collection_id, "Rows by table" from "Collections" where server_id = $1)" + condition,
         {server.id});
     while (list->next()) {
       found.push_back(list->number(0));
@@ -111,6 +113,7 @@ RowCounts deleteOf(Session& session, const KnownServers& servers, const std::str
 Published copyServers(Driver& source, Session& target, const std::vector<std::string>& servers) {
   addServers(target, servers);
   std::vector<std::string> keys;
+  keys.reserve(servers.size());
   for (const std::string& server : servers) keys.push_back(folded(server));
   const KnownServers known = findServers(target, keys);
   Published copied;
@@ -136,9 +139,9 @@ Published copyServers(Driver& source, Session& target, const std::vector<std::st
 std::int64_t removeServers(Session& session, const KnownServers& servers, const std::string& before) {
   if (!before.empty()) {
     return sumOf(deleteOf(session, servers,
-                          " and \"Published\" < " + quotedText(before) +
-                              " and collection_id <> (select current_collection from servers where "
-                              "server_id = $1)"));
+                          fmt::format(R"( and "Published" < {}
+and collection_id <> (select current_collection from servers where server_id = $1))",
+                                      quotedText(before))));
   }
   const std::int64_t rows = sumOf(deleteOf(session, servers, ""));
   for (const auto& [key, server] : servers)
@@ -147,34 +150,37 @@ std::int64_t removeServers(Session& session, const KnownServers& servers, const 
 }
 
 void renameServer(Session& session, const KnownServer& server, const std::string& name) {
-  const std::string to = quotedText(name), path = quotedName(kPathColumn), id = std::to_string(server.id);
+  const std::string to = quotedText(name), path = quotedName(kPathColumn);
   std::vector<std::int64_t> collections;
   {
-    const auto rows = session.query("select collection_id from \"Collections\" where server_id = " + id);
+    const auto rows =
+        session.query(R"(select collection_id from "Collections" where server_id = $1)", {server.id});
     while (rows->next()) collections.push_back(rows->number(0));
   }
-  const std::string position = session.dialect().isPostgres() ? "strpos" : "instr";
-  const std::string newPath = path + " = case when " + path + " like 'IIS://%/%' then 'IIS://' || " + to +
-                              " || substr(" + path + ", 6 + " + position + "(substr(" + path +
-                              ", 7), '/')) else " + path + " end";
-  // A node's path may end in the name.
-  const std::string change = ", 'IIS://' || \"Server name\" || '/', 'IIS://' || " + to + " || '/')",
-                    node = "replace(\"Node\" || '/'" + change;
-  const auto update = [&](std::string_view table, const std::string& changes, const std::string& condition) {
-    session.execute("update " + quotedName(table) + " set " + changes + " where " + condition);
+  const std::string newName = fmt::format(R"("Server name" = {})", to);
+  const std::string newPath = fmt::format(
+      R"({0} = case when {0} like 'IIS://%/%'
+    then 'IIS://' || {1} || substr({0}, 6 + strpos(substr({0}, 7), '/')) else {0} end)",
+      path, to);
+  const auto readdressed = [&](std::string_view value) {
+    return fmt::format(R"(replace({}, 'IIS://' || "Server name" || '/', 'IIS://' || {} || '/'))", value, to);
   };
-  const std::string newName = "\"Server name\" = " + to;
+  // A node's path may end in the name.
+  const std::string node = readdressed(R"("Node" || '/')");
+  const std::string newTexts = fmt::format(R"("Node" = substr({0}, 1, length({0}) - 1), "Message" = {1})",
+                                           node, readdressed(R"("Message")"));
+  const auto update = [&](std::string_view table, const std::string& changes, const std::string& condition) {
+    session.execute(fmt::format("update {} set {} where {}", quotedName(table), changes, condition));
+  };
   for (std::size_t at = 0; at < collections.size(); at += kMaxCollections) {
     const auto chunk = std::span(collections).subspan(at, std::min(kMaxCollections, collections.size() - at));
     const std::string ids = idsCondition("id", {chunk.begin(), chunk.end()});
     for (const Table& table : tables()) update(table.name, table.hasServerColumn() ? newName : newPath, ids);
-    update("Problems",
-           "\"Node\" = substr(" + node + ", 1, length(" + node + ") - 1), \"Message\" = replace(\"Message\"" +
-               change + ", " + newName,
-           ids);
+    update("Problems", newTexts + ", " + newName, ids);
   }
-  update("Collections", newName, "server_id = " + id);
-  update("servers", "name = " + to + ", server_key = " + quotedText(folded(name)), "server_id = " + id);
+  const std::string isServer = fmt::format("server_id = {}", server.id);
+  update("Collections", newName, isServer);
+  update("servers", fmt::format("name = {}, server_key = {}", to, quotedText(folded(name))), isServer);
 }
 
 }  // namespace inventory

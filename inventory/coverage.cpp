@@ -104,7 +104,7 @@ Coverage Coverage::fromTexts(std::string_view tables, std::string_view items) {
     for (const auto& [word, names] : all.items())
       coverage.restrict(objectKind(word), names.get<std::vector<std::string>>());
   } catch (const json::exception&) {
-    throw Error("the column \"Items\" of \"Collections\" holds an invalid text");
+    throw Error(R"(the column "Items" of "Collections" holds an invalid text)");
   }
   return coverage;
 }

@@ -1,5 +1,7 @@
 #include "inventory/inventory.h"
 
+#include <fmt/core.h>
+
 #include <optional>
 #include <regex>
 
@@ -25,7 +27,8 @@ void requireUnchanged(const KnownServers& before, const KnownServers& now) {
   for (const auto& [key, server] : now) {
     const auto former = before.find(key);
     if ((former == before.end() ? 0 : former->second.current) != server.current)
-      throw ServerRefused("another process published " + server.name + " while the connection was lost");
+      throw ServerRefused(
+          fmt::format("another process published {} while the connection was lost", server.name));
   }
 }
 
@@ -58,7 +61,7 @@ void Inventory::change(const std::vector<std::string>& servers, const std::strin
 
 void Inventory::require(const std::string& server, const KnownServers& known) const {
   if (!known.contains(folded(server)))
-    throw Error("the database '" + shownName() + "' has no server '" + server + "'");
+    throw Error(fmt::format("the database '{}' has no server '{}'", shownName(), server));
 }
 
 void Inventory::checkWritable() {
@@ -100,8 +103,10 @@ void Inventory::rename(const std::string& server, const std::string& name) {
     require(server, known);
     const auto other = known.find(folded(name));
     if (other != known.end() && !sameName(server, name)) {
-      throw Error("cannot rename " + server + ": the database '" + shownName() + "' already has a server '" +
-                  other->second.name + "' (remove it first: iisinventory remove)");
+      throw Error(
+          fmt::format("cannot rename {}: the database '{}' already has a server '{}' (remove it first: "
+                      "iisinventory remove)",
+                      server, shownName(), other->second.name));
     }
     renameServer(session, known.at(folded(server)), name);
   });
@@ -131,7 +136,7 @@ void Inventory::finishPublishing() {
   if (addedRows_.exchange(0) >= kManyRows) driver_->analyze(tableNames());
 }
 
-bool isOnServer(std::string_view database) {
+bool isOnServer(const std::string& database) {
   return postgres::isAddress(database);
 }
 
@@ -155,8 +160,8 @@ std::string momentOf(const std::string& text) {
   static const std::regex kForm(R"((\d{4}-\d\d-\d\d)([T ](\d\d:\d\d(:\d\d(\.\d{3})?)?))?Z?)");
   std::smatch match;
   if (!std::regex_match(text, match, kForm)) {
-    throw Error("'" + text +
-                "' is not a time such as 2026-01-31, 2026-01-31T12:00 or 2026-01-31T12:00:00Z (UTC)");
+    throw Error(fmt::format(
+        "'{}' is not a time such as 2026-01-31, 2026-01-31T12:00 or 2026-01-31T12:00:00Z (UTC)", text));
   }
   const std::string moment = match.str(1) + "T" + match.str(3);
   return moment + std::string("0000-00-00T00:00:00.000Z").substr(moment.size());

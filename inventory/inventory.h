@@ -171,9 +171,9 @@ class Inventory {
   std::atomic<std::int64_t> addedRows_ = 0;
 };
 
-// Whether a database is one on a PostgreSQL server ("postgresql://...", "postgres://..." or "service=NAME")
-// and not a file.
-bool isOnServer(std::string_view database);
+// Whether a database is one on a PostgreSQL server ("postgresql://...", "service=NAME", or libpq's
+// "KEYWORD=VALUE ...") and not a file.
+bool isOnServer(const std::string& database);
 
 // A database's name for messages, without a password. Throws Error for an invalid address.
 std::string shownName(const std::string& database);

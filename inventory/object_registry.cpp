@@ -39,7 +39,7 @@ std::string_view pathBelowServer(std::string_view address) {
   constexpr std::string_view kStart = "IIS://";
   if (!address.starts_with(kStart)) return {};
   const std::size_t slash = address.find('/', kStart.size());
-  return slash == address.npos ? std::string_view() : address.substr(slash + 1);
+  return slash == std::string_view::npos ? std::string_view() : address.substr(slash + 1);
 }
 
 ObjectKind kindOfRow(const Table& table, Rows& row) {

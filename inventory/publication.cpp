@@ -1,9 +1,10 @@
 #include "inventory/publication.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <cstdio>
 #include <deque>
 #include <nlohmann/json.hpp>
 #include <unordered_set>
@@ -219,14 +220,14 @@ void requireCoverage(Session& session, std::span<const Collected> collected,
     const KnownServer& server = servers.at(folded(each.origin.server));
     if (server.current == 0) continue;
     const auto rows = session.query(
-        "select \"Looked at\", \"Items\", \"Selection\" from \"Collections\" where collection_id = $1",
+        R"(select "Looked at", "Items", "Selection" from "Collections" where collection_id = $1)",
         {server.current});
     if (!rows->next()) continue;
     if (each.coverage.covers(Coverage::fromTexts(rows->text(0), rows->text(1)))) continue;
     const std::string selection = rows->text(2);
-    throw ServerRefused("the previous collection of " + each.origin.server + " is of " +
-                        (selection.empty() ? "everything" : selection) +
-                        ", which this one does not cover (use --replace to replace it)");
+    throw ServerRefused(fmt::format(
+        "the previous collection of {} is of {}, which this one does not cover (use --replace to replace it)",
+        each.origin.server, selection.empty() ? "everything" : selection));
   }
 }
 
@@ -243,9 +244,9 @@ std::map<std::int64_t, RowCounts> deleteOldest(Session& session,
   const int keep = readKeep(session);
   std::map<std::int64_t, int> kept;
   std::vector<std::int64_t> old;
-  const auto rows = session.query(
-      "select collection_id, server_id, \"Rows by table\" from \"Collections\" where server_id in (" + ids +
-      ") order by collection_id desc");
+  const auto rows = session.query(fmt::format(R"(select collection_id, server_id, "Rows by table"
+from "Collections" where server_id in ({}) order by collection_id desc)",
+                                              ids));
   while (rows->next()) {
     if (++kept[rows->number(1)] < keep) continue;
     old.push_back(rows->number(0));
@@ -276,9 +277,10 @@ void addServers(Session& session, std::span<const std::string> names) {
       rows += (rows.empty() ? "(" : ", (") + placeholders(values.size() + 1, 2) + ")";
       values.insert(values.end(), {name, folded(name)});
     }
-    session.execute(
-        "insert into servers (name, server_key) values " + rows + " on conflict (server_key) do nothing",
-        values);
+    session.execute(fmt::format("insert into servers (name, server_key) values {} "
+                                "on conflict (server_key) do nothing",
+                                rows),
+                    values);
   }
 }
 
@@ -286,10 +288,11 @@ std::map<std::string, KnownServer> findServers(Session& session, std::span<const
   std::map<std::string, KnownServer> found;
   for (std::size_t at = 0; at < keys.size(); at += kChunk) {
     const auto chunk = keys.subspan(at, std::min(kChunk, keys.size() - at));
-    const auto rows = session.query(
-        "select server_key, server_id, name, current_collection from servers where server_key in (" +
-            placeholders(1, chunk.size()) + ")",
-        Parameters(chunk.begin(), chunk.end()));
+    const auto rows =
+        session.query(fmt::format("select server_key, server_id, name, current_collection from servers "
+                                  "where server_key in ({})",
+                                  placeholders(1, chunk.size())),
+                      Parameters(chunk.begin(), chunk.end()));
     while (rows->next()) found[rows->text(0)] = {rows->number(1), rows->text(2), rows->number(3)};
   }
   return found;
@@ -302,9 +305,8 @@ std::string idsCondition(std::string_view column, std::vector<std::int64_t> coll
   for (std::size_t at = 0; at < collections.size();) {
     std::size_t end = at + 1;
     while (end < collections.size() && collections[end] <= collections[end - 1] + 1) ++end;
-    condition += (condition.empty() ? "(" : " or ") + std::string(column) +
-                 " >= " + std::to_string(collections[at] << 32) + " and " + std::string(column) + " < " +
-                 std::to_string((collections[end - 1] + 1) << 32);
+    condition += fmt::format("{0}{1} >= {2} and {1} < {3}", condition.empty() ? "(" : " or ", column,
+                             collections[at] << 32, (collections[end - 1] + 1) << 32);
     at = end;
   }
   return condition + ")";
@@ -314,8 +316,8 @@ std::vector<std::int64_t> newCollectionIds(Session& session, std::size_t count) 
   const Dialect& dialect = session.dialect();
   std::vector<std::int64_t> ids;
   if (dialect.isPostgres()) {
-    const auto rows = session.query("select nextval('collection_ids') from generate_series(1, " +
-                                    std::to_string(count) + ") order by 1");
+    const auto rows = session.query(
+        fmt::format("select nextval('collection_ids') from generate_series(1, {}) order by 1", count));
     while (rows->next()) ids.push_back(rows->number(0));
     return ids;
   }
@@ -336,14 +338,15 @@ void deleteCollections(Session& session, const std::vector<std::int64_t>& collec
         collections.begin() + static_cast<std::ptrdiff_t>(at),
         collections.begin() + static_cast<std::ptrdiff_t>(std::min(at + kChunk, collections.size())));
     const auto remove = [&](std::string_view table, const std::string& condition) {
-      return "delete from " + quotedName(table) + " where " + condition + ";";
+      return fmt::format("delete from {} where {};", quotedName(table), condition);
     };
-    std::string sql, ids;
-    for (const std::int64_t id : chunk) ids += (ids.empty() ? "" : ", ") + std::to_string(id);
+    const std::string isChosen = fmt::format(
+        "collection_id in ({})", joined(chunk, [](std::int64_t id) { return std::to_string(id); }));
+    std::string sql;
     for (const Table& table : tables()) sql += remove(table.name, idsCondition("id", chunk));
     sql += remove("Problems", idsCondition("id", chunk));
-    sql += remove("objects", "collection_id in (" + ids + ")");
-    session.execute(sql + remove("Collections", "collection_id in (" + ids + ")"));
+    sql += remove("objects", isChosen);
+    session.execute(sql + remove("Collections", isChosen));
   }
 }
 
@@ -358,8 +361,8 @@ RowCounts rowCountsOf(std::string_view rowsByTable) {
 
 void writeProblem(const Problem& problem, const std::string& server, std::int64_t id, std::int64_t collection,
                   std::int64_t object, Inserter& inserter) {
-  char number[16] = "";
-  if (problem.number) std::snprintf(number, sizeof number, "0x%X", static_cast<unsigned>(*problem.number));
+  const std::string number =
+      problem.number ? fmt::format("0x{:X}", static_cast<std::uint32_t>(*problem.number)) : "";
   std::string texts[5];
   std::ranges::transform(
       std::array{&Problem::item, &Problem::node, &Problem::property, &Problem::routine, &Problem::message},
@@ -368,8 +371,7 @@ void writeProblem(const Problem& problem, const std::string& server, std::int64_
   out << id << collection;
   out.orNull(object);
   out << server << (problem.isNote ? "note" : "problem") << problem.table << wordFor(problem.itemKind)
-      << texts[0] << texts[1] << texts[2] << texts[3] << static_cast<const char*>(number) << texts[4]
-      << problem.time;
+      << texts[0] << texts[1] << texts[2] << texts[3] << number << texts[4] << problem.time;
   inserter.endRow();
 }
 
@@ -391,9 +393,8 @@ void writeCollection(const CollectionInfo& info, std::int64_t id, std::int64_t s
 }
 
 std::string currentSql(std::int64_t serverId, const std::string& name, std::int64_t collection) {
-  return "update servers set name = " + quotedText(name) +
-         ", current_collection = " + std::to_string(collection) +
-         " where server_id = " + std::to_string(serverId) + ";";
+  return fmt::format("update servers set name = {}, current_collection = {} where server_id = {};",
+                     quotedText(name), collection, serverId);
 }
 
 std::vector<InsertColumn> insertColumnsOf(const Table& table) {

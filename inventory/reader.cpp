@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <unordered_map>
 #include <utility>
@@ -55,9 +57,9 @@ std::string keysCondition(const std::vector<std::string>& servers) {
 // An SQL expression for the collection of a server that a selection means.
 std::string chosenCollection(const Selection& selection) {
   if (selection.at.empty()) return "s.current_collection";
-  return R"((select x.collection_id from "Collections" x where x.server_id = s.server_id
-    and x."Published" <= )" +
-         quotedText(selection.at) + R"( order by x."Published" desc, x.collection_id desc limit 1))";
+  return fmt::format(R"((select x.collection_id from "Collections" x where x.server_id = s.server_id
+    and x."Published" <= {} order by x."Published" desc, x.collection_id desc limit 1))",
+                     quotedText(selection.at));
 }
 
 Problem problemOf(Cursor& row) {
@@ -135,13 +137,13 @@ std::vector<CollectionInfo> Reader::infos(const std::string& conditions) {
 }
 
 std::vector<CollectionInfo> Reader::collections(const Selection& selection) {
-  return infos("c.collection_id = " + chosenCollection(selection) + " where " +
-               keysCondition(selection.servers) + " order by s.server_key");
+  return infos(fmt::format("c.collection_id = {} where {} order by s.server_key", chosenCollection(selection),
+                           keysCondition(selection.servers)));
 }
 
 std::vector<CollectionInfo> Reader::history(const std::vector<std::string>& servers) {
-  return infos("c.server_id = s.server_id where " + keysCondition(servers) +
-               " order by s.server_key, c.collection_id");
+  return infos(fmt::format("c.server_id = s.server_id where {} order by s.server_key, c.collection_id",
+                           keysCondition(servers)));
 }
 
 std::vector<std::string> Reader::serverNames() {
@@ -157,20 +159,21 @@ std::vector<std::string> Reader::serverNames() {
 std::unique_ptr<Cursor> Reader::rowsOf(Session& session, const Table& table,
                                        const std::vector<std::int64_t>& collections) {
   const std::vector<InsertColumn> columns = insertColumnsOf(table);
-  const std::string select = "select " + namesOf(columns) + " from " + quotedName(table.name) + " where ",
-                    order = " order by " + std::string(table.key);
+  const auto query = [&](const std::string& condition, const Parameters& parameters = {}) {
+    return session.query(fmt::format("select {} from {} where {} order by {}", namesOf(columns),
+                                     quotedName(table.name), condition, table.key),
+                         parameters);
+  };
   const bool hasIds = columns.front().name == "id";
   if (collections.size() == 1) {
     // A constant text, which is prepared once.
     const std::int64_t id = collections.front();
-    return hasIds ? session.query(select + "id >= $1 and id < $2" + order, {id << 32, (id + 1) << 32})
-                  : session.query(select + "collection_id = $1" + order, {id});
+    return hasIds ? query("id >= $1 and id < $2", {id << 32, (id + 1) << 32})
+                  : query("collection_id = $1", {id});
   }
   const auto text = [](std::int64_t id) { return std::to_string(id); };
-  return session.query(
-      select +
-      (hasIds ? idsCondition("id", collections) : "collection_id in (" + joined(collections, text) + ")") +
-      order);
+  return query(hasIds ? idsCondition("id", collections)
+                      : fmt::format("collection_id in ({})", joined(collections, text)));
 }
 
 void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size_t most, const OnPiece& each,
@@ -187,13 +190,13 @@ void Reader::forEachPiece(std::span<const CollectionInfo> collections, std::size
 
 // The collection, or its server's current one if it was deleted; nullopt if the server was removed.
 std::optional<CollectionInfo> Reader::presentOf(Session& session, const CollectionInfo& wanted) {
-  if (!session.value("select 1 from \"Collections\" where collection_id = $1", {wanted.id}).empty())
+  if (!session.value(R"(select 1 from "Collections" where collection_id = $1)", {wanted.id}).empty())
     return wanted;
   if (onSuccessor_) onSuccessor_(wanted);
-  const auto rows = session.query(std::string(kSelectInfo) +
-                                      "c.collection_id = s.current_collection where s.server_id = $1 and "
-                                      "s.server_key = $2",
-                                  {wanted.serverId, wanted.serverKey});
+  const auto rows = session.query(
+      fmt::format("{}c.collection_id = s.current_collection where s.server_id = $1 and s.server_key = $2",
+                  kSelectInfo),
+      {wanted.serverId, wanted.serverKey});
   return rows->next() ? std::optional(infoOf(*rows)) : std::nullopt;
 }
 
@@ -274,9 +277,9 @@ void Reader::inViews(std::span<const CollectionInfo> collections, const Piece& w
   const auto each = [&](Session& session, std::span<const CollectionInfo> piece) {
     const auto id = [](const CollectionInfo& collection) { return std::to_string(collection.id); };
     work(session, piece,
-         R"(select c.collection_id, s.name from "Collections" c join servers s on s.server_id = c.server_id
-where c.collection_id in ()" +
-             joined(piece, id) + ")");
+         fmt::format(R"(select c.collection_id, s.name
+from "Collections" c join servers s on s.server_id = c.server_id where c.collection_id in ({}))",
+                     joined(piece, id)));
   };
   // A server would scan its tables for each piece, and long reads do not block publishers.
   if (driver_.readsConcurrently())

@@ -11,7 +11,7 @@ std::uint64_t unknownBits(const Table& table, std::string_view notKnown) {
   std::uint64_t bits = 0;
   for (std::size_t at = 0; !notKnown.empty() && at < table.columns.size(); ++at) {
     const std::string mark = "|" + std::string(table.columns[at].viewName) + "|";
-    if (notKnown.find(mark) != notKnown.npos) bits |= std::uint64_t{1} << at;
+    if (notKnown.find(mark) != std::string_view::npos) bits |= std::uint64_t{1} << at;
   }
   return bits;
 }

@@ -34,7 +34,7 @@ Columns columnsMadeOf(const Table& table, ObjectKind kind, std::string_view prop
     if (column.properties == "-" || (column.onlyOf != ObjectKind::kNone && column.onlyOf != kind)) continue;
     all |= bit(at);
     const std::string properties = " " + folded(column.properties) + " ";
-    if (!property.empty() && properties.find(wanted) != properties.npos) made |= bit(at);
+    if (!property.empty() && properties.find(wanted) != std::string::npos) made |= bit(at);
   }
   return made != 0 ? made : all;
 }
@@ -43,7 +43,7 @@ Columns columnsMadeOf(const Table& table, ObjectKind kind, std::string_view prop
 bool mayBeAt(const std::string& path, std::string_view type, std::string_view name) {
   constexpr std::string_view kBelow = "/w3svc/";
   const std::size_t start = path.find(kBelow);
-  if (start == path.npos) return true;
+  if (start == std::string::npos) return true;
   const auto depth = std::ranges::count(std::string_view(path).substr(start + kBelow.size()), '/');
   return type == "Web site" ? depth <= 1 : depth >= 2 && path.ends_with("/" + folded(name));
 }

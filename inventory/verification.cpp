@@ -1,5 +1,7 @@
 #include "inventory/verification.h"
 
+#include <fmt/core.h>
+
 #include <map>
 
 #include "inventory/publication.h"
@@ -25,18 +27,18 @@ void compareCounts(Session& session, const std::string& table,
   for (const auto& [id, counts] : collections) found[id] = 0;
   {
     const auto rows =
-        session.query("select id / 4294967296, count(*) from " + quotedName(table) + " group by 1");
+        session.query(fmt::format("select id / 4294967296, count(*) from {} group by 1", quotedName(table)));
     while (rows->next()) found[rows->number(0)] = rows->number(1);
   }
   int left = kMaxLines;
   for (const auto& [id, count] : found) {
     const auto at = collections.find(id);
     if ((at != collections.end() && count == expected(at->second)) || left-- <= 0) continue;
-    const std::string rows = std::to_string(count) + " rows ", number = std::to_string(id);
-    lines.push_back(at == collections.end()
-                        ? table + " has " + rows + "of collection " + number + ", which does not exist"
-                        : "collection " + number + " of " + at->second.server + " has " + rows + "in " +
-                              table + ", expected " + std::to_string(expected(at->second)));
+    lines.push_back(
+        at == collections.end()
+            ? fmt::format("{} has {} rows of collection {}, which does not exist", table, count, id)
+            : fmt::format("collection {} of {} has {} rows in {}, expected {}", id, at->second.server, count,
+                          table, expected(at->second)));
   }
 }
 
@@ -52,7 +54,7 @@ std::vector<std::string> verifyContents(Session& session) {
       collections[rows->number(0)] = {rows->text(1), rowCountsOf(rows->text(2)), rows->number(3)};
   }
   const auto report = [&](const std::string& what, const std::string& from) {
-    const std::string count = session.value("select count(*) from " + from + ")");
+    const std::string count = session.value("select count(*) from " + from);
     if (count != "0") lines.push_back(count + " " + what);
   };
   for (std::size_t at = 0; at < tables().size(); ++at) {
@@ -60,21 +62,21 @@ std::vector<std::string> verifyContents(Session& session) {
     compareCounts(
         session, table, collections, [at](const Counts& counts) { return counts.rows[at]; }, lines);
     // Numbers from 2^31 on are those of rows about no object.
-    report("rows in " + table + " about no object", quotedName(table) + " t where t.id % 4294967296 < " +
-                                                        std::to_string(kFirstExtra) +
-                                                        R"( and not exists (select 1 from objects o
-where o.collection_id = t.id / 4294967296 and o.number = t.id % 4294967296)");
+    report("rows in " + table + " about no object",
+           fmt::format(R"({} t where t.id % 4294967296 < {} and not exists (select 1 from objects o
+where o.collection_id = t.id / 4294967296 and o.number = t.id % 4294967296))",
+                       quotedName(table), kFirstExtra));
   }
   compareCounts(
       session, "Problems", collections, [](const Counts& counts) { return counts.problems; }, lines);
   report(
       "objects of no collection",
-      R"(objects o where not exists (select 1 from "Collections" c where c.collection_id = o.collection_id)");
+      R"(objects o where not exists (select 1 from "Collections" c where c.collection_id = o.collection_id))");
   report("servers whose current collection is missing",
          R"(servers s where current_collection is not null and not exists (select 1 from "Collections" c
-where c.collection_id = s.current_collection and c.server_id = s.server_id)");
+where c.collection_id = s.current_collection and c.server_id = s.server_id))");
   report("collections of no server",
-         R"("Collections" c where not exists (select 1 from servers s where s.server_id = c.server_id)");
+         R"("Collections" c where not exists (select 1 from servers s where s.server_id = c.server_id))");
   return lines;
 }
 

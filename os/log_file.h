@@ -15,8 +15,8 @@ class LogLocked : public std::runtime_error {
 };
 
 // Appends whole records to a log, either all of them or none, and creates the file if it does not exist. Only
-// a regular file is written to. Waits for the log's lock (flock) for `wait` at most. Throws LogLocked and
-// std::runtime_error.
+// a regular file is written to; a symbolic link in a directory that other users can write to is not followed.
+// Waits for the log's lock (flock) for `wait` at most. Throws LogLocked and std::runtime_error.
 void appendToLog(const std::filesystem::path& file, std::string_view records, std::chrono::milliseconds wait);
 
 }  // namespace os

@@ -1,6 +1,7 @@
 // Rows that are stored until they are printed.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <span>
@@ -25,6 +26,7 @@ class Spool {
  private:
   void spill();
 
+  std::uint64_t rows_ = 0;
   std::string buffer_;
   std::optional<ScratchFile> file_;
 };

@@ -1,5 +1,6 @@
 // The command-line program, run as a process.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -97,7 +98,9 @@ TEST_F(Host, RefusesWrongUsageAndCreatesNothing) {
       {{"collect", "--databse", here}, "no option '--databse' (did you mean '--database'?)"},
       {{"collect", "--database", here}, "METABASE is required"},
       {{"collect", kWeb01}, "--database is required"},
-      {{"collect", kWeb01, "--database", path("no/such.db")}, "its directory does not exist"},
+      {{"collect", kWeb01, "--database", path("no/such.db")}, "there is no directory '" + path("no") + "'"},
+      {{"-d", here, "servers"}, "option '-d' must follow the command: iisinventory servers -d ..."},
+      {{"servers", noDatabase, "-d", here}, "exclude each other"},
       {{"collect", kWeb01, "--database", noDatabase}, "it is not a database"},
       {{"collect", kWeb01, "web01=" + kLegacy, "--database", here}, "is given already"},
       {{"collect", "=x", "--database", here}, "it is empty"},
@@ -132,6 +135,8 @@ TEST_F(Host, RefusesWrongUsageAndCreatesNothing) {
 
 TEST_F(Host, CollectsTheSampleAndShowsItInEachFormat) {
   const Result collected = collect({kWeb01}, 0, "no problems\n");
+  for (const char* const command : {"show", "servers", "verify"})
+    EXPECT_EQ(run({command, database_}).out, runCommand({command}).out);
   EXPECT_EQ(collected.err, "");
   for (const char c : collected.out) EXPECT_TRUE(c == '\n' || (c >= 0x20 && c < 0x7F)) << int{c};
 
@@ -500,6 +505,16 @@ TEST_F(Host, IgnoresAClosedOutputPipe) {
     EXPECT_EQ(runCommand(arguments, status, "", test::breakOutputPipe).err, "");
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
   runCommand({"show", "tblGeneral"}, 2, "cannot write the output", [] { close(STDOUT_FILENO); });
+  // A change is made before it is reported.
+  const std::pair<Arguments, std::string> changes[] = {
+      {{"copy", "--from", database_, "--to", path("copy.db")}, "copied 1 server"},
+      {{"rename", "WEB01", "WEB9", "-d", database_}, "renamed WEB01 to WEB9"},
+      {{"remove", database_, "WEB9"}, "removed WEB9"}};
+  for (const auto& [arguments, words] : changes) {
+    const Result result =
+        run(arguments, 0, words, [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
+    EXPECT_TRUE(result.err.ends_with("(cannot write the output: No space left on device)\n")) << result.err;
+  }
 }
 
 }  // namespace

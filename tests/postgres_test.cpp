@@ -134,6 +134,22 @@ class Postgres : public testing::Test {
     ASSERT_EQ(found.size(), expected.size());
     for (const auto& [table, rows] : expected) EXPECT_EQ(found.at(table), rows) << table;
   }
+  // The stored views must select what commands select with the views' definitions.
+  static void expectSameViews(const std::string& database) {
+    const auto inventory = inventory::openForReading(database, {});
+    const auto session = inventory->driver().read();
+    const auto select = [&](const std::string& sql) {
+      return session->value(inventory::withViews(session->dialect(), inventory::selectCurrent(), sql));
+    };
+    for (const inventory::View& view : allViews()) {
+      const std::string stored = (session->dialect().isPostgres() ? "iis_inventory." : "main.") + view.name;
+      EXPECT_EQ(select("select count(*) from " + view.name),
+                session->value("select count(*) from " + stored));
+      EXPECT_EQ(select("select count(*) from (select * from " + view.name + " except select * from " +
+                       stored + ") x"),
+                "0");
+    }
+  }
   static std::vector<inventory::View> allViews() {
     return inventory::views(inventory::Dialect(inventory::Dialect::Kind::kSqlite), "");
   }
@@ -215,6 +231,7 @@ TEST_F(Postgres, StoresTheSameRowsAsSqlite) {
   const std::string small = generateMetabase("LARGE", 20, 2);
   collectBoth({small});
   collectBoth({small, "--only", "General", "--replace"});
+  for (const std::string& database : {file_, fleet_}) expectSameViews(database);
   collectBoth({small, "--site", "3"}, 2, "--replace");
   collectBoth({small, "--site", "3", "--pool", "pool 1", "--replace"});
   collectBoth({"web01=" + kWeb, "--pool", "\u00DCBERSICHT", "--site", "2", "--replace"});
@@ -435,7 +452,9 @@ TEST_F(Postgres, ReportsConnectionErrorsWithHints) {
   run({"show", "--database", server_.address("secret", "fleet", "wrong")}, 2, "PGPASSWORD");
   refused("postgresql://secret:pass/geheim@1@/fleet", "write '%2F' and '%40'");
   refused("postgresql://secret:%zzgeheim@/fleet", "cannot parse the database's address");
-  refused("service=nobody password=geheim", "one service");
+  for (const char* const pairs : {"host=db1 pass=geheim", "host=db1 password=my geheim", "password='geheim",
+                                  "Server=db1;User Id=sa;Password=geheim"})
+    refused(pairs, "(write postgresql://USER@HOST:PORT/NAME)");
   refused(fleet_ + "&sslmode=never", "sslmode");
   refused(server_.address("writer", "nowhere"), "create database");
   refused(server_.address("stranger", "fleet"), "create schema \"iis_inventory\" authorization stranger");
@@ -511,10 +530,14 @@ TEST_F(Postgres, NeverShowsPasswords) {
       "create role secret login password 'geheim/\u00DF@word'; grant writer to secret; "
       "alter role secret set role writer");
   const fs::path logs = folder_.folder("quiet");
-  const std::string address = server_.address("secret", "fleet", "geheim%2F\u00DF%40word");
-  Result result = run({"collect", kLegacy, "--database", address, "--log-dir", logs.string()}, 1,
-                      "into postgresql://secret@/fleet");
-  std::string all = result.out + result.err;
+  const std::string pairs =
+      "host=" + server_.socket() + " dbname=fleet user=secret password='geheim/\u00DF@word'";
+  std::string all;
+  for (const std::string& address : {server_.address("secret", "fleet", "geheim%2F\u00DF%40word"), pairs}) {
+    const Result result = run({"collect", kLegacy, "--database", address, "--log-dir", logs.string()}, 1,
+                              "into postgresql://secret@/fleet");
+    all += result.out + result.err;
+  }
   for (const auto& log : fs::directory_iterator(logs)) all += test::contents(log.path());
   for (const auto& [table, rows] : readInventory(fleet_))
     for (const std::string& row : rows) all += row;
@@ -529,6 +552,8 @@ TEST_F(Postgres, NeverShowsPasswords) {
   run({"show", "--database", "service=fleet"}, 0, "tblGeneral",
       [&] { ::setenv("PGSERVICEFILE", services.c_str(), 1); });
   run({"show", "--database", "./service=fleet"}, 2, "service=fleet'");
+  folder_.file("logs/host=db1", "a file of that name");
+  run({"show", "--database", "host=db1"}, 2, "host=db1'");
 }
 
 TEST_F(Postgres, PublishesEachServerOnceWithManyWriters) {

@@ -1,10 +1,13 @@
 // Collections killed at random moments. --gtest_random_seed varies the moments.
 
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <random>
 #include <string>
@@ -140,10 +143,28 @@ TEST_F(SuddenDeath, IsCleanedUpByTheNextRun) {
     kill(program->id(), SIGKILL);
     EXPECT_EQ(program->wait().status, -SIGKILL);
   }
-  EXPECT_FALSE(fs::is_empty(temporary_));
+  const fs::path left = fs::directory_iterator(temporary_)->path();
+  // In whatever order the file system lists them, the mark is between them.
+  const fs::path mark = left / "mark-of-a-private-folder";
+  for (int file = 0; file < 30; ++file) {
+    if (file == 15 && fs::remove(mark)) std::ofstream(mark).flush();
+    fs::create_directory(left / std::to_string(file));
+  }
   fs::create_directory(temporary_ / "iisinventory-private-early");  // of a run that was killed early
+  const int removals = ::inotify_init1(IN_CLOEXEC);
+  ASSERT_GT(::inotify_add_watch(removals, left.c_str(), IN_DELETE), 0);
   EXPECT_EQ(collect(1)->wait().status, 0);
   EXPECT_TRUE(fs::is_empty(temporary_));
+  // If that run had been killed too, the next one would have recognised the rest by the mark.
+  alignas(inotify_event) char events[1 << 16];
+  std::string last;
+  for (ssize_t size = ::read(removals, events, sizeof events), at = 0; at < size;) {
+    const auto* const event = reinterpret_cast<const inotify_event*>(events + at);
+    if ((event->mask & IN_DELETE) != 0) last = event->name;
+    at += static_cast<ssize_t>(sizeof *event + event->len);
+  }
+  EXPECT_EQ(last, mark.filename());
+  ::close(removals);
 
   // A partial change that is already in the file.
   const Strings before = test::readAllRows(database_);

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <clocale>
+#include <filesystem>
 #include <fstream>
 #include <iomanip>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -22,10 +24,12 @@
 #include "host/usage_error.h"
 #include "inventory/catalog/catalog.h"
 #include "inventory/model.h"
+#include "os/spool.h"
 #include "tests/support/folder.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using Strings = std::vector<std::string>;
 
 TEST(Records, AreParsedWithMultilineMessages) {
@@ -141,6 +145,26 @@ TEST(Suggestions, AreTheNearestWord) {
   EXPECT_EQ(host::nearest("\u00FCbersich", words), words[3]);
   for (const std::string& word : {std::string("xyz"), std::string(), std::string(201, 'h')})
     EXPECT_EQ(host::didYouMean(word, words), "") << word;
+}
+
+TEST(Spool, ReportsATruncatedTemporaryFile) {
+  const test::Folder folder;
+  ::setenv("TMPDIR", folder.path().c_str(), 1);
+  const std::string value(std::size_t{1} << 20, 'x');
+  const std::optional<std::string_view> row[] = {value};
+  os::Spool spool;
+  int rows = 0;
+  const auto count = [&](const os::Spool::Row&) { ++rows; };
+  for (int at = 0; at < 20; ++at) spool.add(row);
+  spool.forEach(1, count);
+  EXPECT_EQ(rows, 20);
+  for (const auto& descriptor : fs::directory_iterator("/proc/self/fd")) {
+    std::error_code error;
+    const fs::path file = fs::read_symlink(descriptor, error);
+    if (file.string().starts_with(folder.path().string()))
+      fs::resize_file(descriptor, 10 * (8 + value.size()));
+  }
+  EXPECT_THROW(spool.forEach(1, count), std::runtime_error);
 }
 
 TEST(Catalogue, HasDistinctNamesAndConsistentKinds) {

@@ -71,7 +71,7 @@ class Parameters {
 
   // Updates the arguments from the values that were returned: all of them, or none if one cannot be
   // converted.
-  void giveBack() const {
+  void copyBack() const {
     std::vector<Variant> back(arguments_.begin(), arguments_.end());
     for (std::size_t at = 0; at < arguments_.size(); ++at) {
       const VARIANT& passed = passed_[passed_.size() - 1 - at];
@@ -175,7 +175,7 @@ Variant DispatchObject::call(TextView member, Arguments arguments) {
   const HRESULT code = invoke(number, DISPATCH_METHOD, parameters, &result.get(), exception.get());
   if (code < 0) failCall(code, exception.get(), member);
   Variant answer = fromSystem(result.get());
-  passed.giveBack();
+  passed.copyBack();
   return answer;
 }
 

@@ -73,15 +73,15 @@ void failCall(HRESULT code, EXCEPINFO& exception, TextView member) {
     throw Failure(number, systemText(code) + u": " + Text(member));
   }
   if (exception.pfnDeferredFillIn != nullptr) exception.pfnDeferredFillIn(&exception);
-  HRESULT told = exception.scode;
-  std::int32_t number = told != 0 ? numberOf(told) : exception.wCode;
+  HRESULT reported = exception.scode;
+  std::int32_t number = reported != 0 ? numberOf(reported) : exception.wCode;
   if (number == 0) {
-    told = DISP_E_EXCEPTION;
-    number = told;
+    reported = DISP_E_EXCEPTION;
+    number = reported;
   }
-  if (told == 0) told = codeOf(number);
+  if (reported == 0) reported = codeOf(number);
   Text description(viewOf(exception.bstrDescription));
-  if (description.empty()) description = systemText(told);
+  if (description.empty()) description = systemText(reported);
   throw Failure(number, std::move(description), Text(viewOf(exception.bstrSource)));
 }
 
@@ -104,30 +104,30 @@ void failPlain(HRESULT code, TextView about) {
 }
 
 Outgoing outgoing(TextView ownSource) noexcept {
-  Outgoing told;
+  Outgoing failed;
   try {
-    told.source = ownSource;
+    failed.source = ownSource;
     try {
       throw;
     } catch (const Failure& failure) {
-      told.code = codeOf(failure.number());
-      told.description = failure.description();
-      if (!failure.source().empty()) told.source = failure.source();
+      failed.code = codeOf(failure.number());
+      failed.description = failure.description();
+      if (!failure.source().empty()) failed.source = failure.source();
     } catch (const std::bad_alloc&) {
-      told.code = E_OUTOFMEMORY;
-      told.description = systemText(E_OUTOFMEMORY);
+      failed.code = E_OUTOFMEMORY;
+      failed.description = systemText(E_OUTOFMEMORY);
     } catch (const std::exception& error) {
-      told.code = codeOf(number::kInternal);
-      told.description = fromUtf8(error.what());
+      failed.code = codeOf(number::kInternal);
+      failed.description = fromUtf8(error.what());
     } catch (...) {
-      told.code = codeOf(number::kInternal);
-      told.description = u"Unexpected failure";
+      failed.code = codeOf(number::kInternal);
+      failed.description = u"Unexpected failure";
     }
   } catch (...) {
     // No memory for the message.
-    told.code = E_OUTOFMEMORY;
+    failed.code = E_OUTOFMEMORY;
   }
-  return told;
+  return failed;
 }
 
 HRESULT tellException(const Outgoing& failure, EXCEPINFO* exception) noexcept {

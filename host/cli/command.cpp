@@ -146,6 +146,9 @@ void Program::failOnExtras(const std::string& message, const std::vector<std::st
   std::vector<std::string> names;
   for (const CLI::Option* each : command().get_options()) {
     for (const std::string& name : each->get_lnames()) names.push_back("--" + name);
+    if (!each->check_name(option)) continue;
+    throw UsageError(fmt::format("option '{}' must follow the command: {} {} {} ...", option,
+                                 app_->get_name(), command().get_name(), option));
   }
   const std::string suggestion = didYouMean(option, names);
   throw UsageError(fmt::format("no option '{}'{}", option, suggestion.empty() ? seeHelp() : suggestion));

@@ -1,5 +1,7 @@
 #include "host/cli/command_options.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 
 #include "automation/text.h"
@@ -18,8 +20,21 @@ bool isUtf8(const std::string& text) {
 }  // namespace
 
 std::string DatabaseArguments::name() const {
+  if (!argument.empty() && !database.empty())
+    throw UsageError(fmt::format("'{}' and --database exclude each other", argument));
+  if (!argument.empty()) return databaseName("DATABASE", argument);
   if (database.empty()) throw UsageError("--database is required");
   return databaseName("--database", database);
+}
+
+void DatabaseArguments::takeFrom(std::vector<std::string>& arguments) {
+  const auto found = std::ranges::find_if(arguments, [](const std::string& each) {
+    std::error_code error;
+    return inventory::isOnServer(each) || std::filesystem::is_regular_file(each, error);
+  });
+  if (!database.empty() || found == arguments.end()) return;
+  argument = *found;
+  arguments.erase(found);
 }
 
 inventory::Access DatabaseArguments::access() const {
@@ -35,6 +50,11 @@ void addDatabase(Command& command, DatabaseArguments& raw) {
   command.option("-d,--database", raw.database, "DATABASE", "Database: a file or a server's address");
   addSchema(command, raw);
   addWait(command, raw);
+}
+
+void addDatabaseOrArgument(Command& command, DatabaseArguments& raw) {
+  command.argument("DATABASE", raw.argument, "Database, in place of --database", Presence::kOptional);
+  addDatabase(command, raw);
 }
 
 void addSchema(Command& command, DatabaseArguments& raw) {
@@ -92,10 +112,17 @@ void requireCsv(bool forExcel, bool isCsv) {
 }
 
 std::string databaseName(const std::string& option, const std::string& database) {
-  if (!inventory::isOnServer(database)) return wholePath(option, database).string();
-  if (!isUtf8(database)) throw UsageError(option + ": not UTF-8");
-  static_cast<void>(inventory::shownName(database));
-  return database;
+  if (inventory::isOnServer(database)) {
+    if (!isUtf8(database)) throw UsageError(option + ": not UTF-8");
+    static_cast<void>(inventory::shownName(database));
+    return database;
+  }
+  const std::filesystem::path path = wholePath(option, database), directory = path.parent_path();
+  std::error_code error;
+  if (!std::filesystem::exists(directory, error) && !error)
+    throw UsageError(
+        fmt::format("{} '{}': there is no directory '{}'", option, database, directory.string()));
+  return path.string();
 }
 
 std::filesystem::path wholePath(const std::string& option, const std::string& path) {

@@ -40,11 +40,14 @@ void addSchemaCommand(Program& program, CommandAction& action);
 
 struct DatabaseArguments {
   std::string database;
+  std::string argument;  // in place of the option
   std::string schema = inventory::Access().schema;
   double wait = 5;
   double serverTimeout = 60;
   bool force = false;
 
+  // Uses the first argument that is a file or a server's address, unless there is a database.
+  void takeFrom(std::vector<std::string>& arguments);
   // The database to open: a server's address, or a file's absolute path. Throws UsageError.
   std::string name() const;
   inventory::Access access() const;
@@ -52,6 +55,8 @@ struct DatabaseArguments {
 
 // --database, --schema, --wait and --server-timeout.
 void addDatabase(Command& command, DatabaseArguments& raw);
+// The same, and DATABASE in place of --database.
+void addDatabaseOrArgument(Command& command, DatabaseArguments& raw);
 void addSchema(Command& command, DatabaseArguments& raw);
 // --wait and --server-timeout.
 void addWait(Command& command, DatabaseArguments& raw);

@@ -60,7 +60,7 @@ std::vector<FailOn> failOnOf(const Raw& raw, const std::vector<Rule>& rules) {
 void addFindings(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("findings", "Evaluate rules about servers");
-  addDatabase(command, raw->database);
+  addDatabaseOrArgument(command, raw->database);
   command.list("--server", raw->servers, "NAME", "Only this server, with * and ? (repeatable)");
   addAt(command, raw->at);
   command.option("-f,--format", raw->format, "FORMAT", "table, csv, json, jsonl or sarif (default: table)");

@@ -29,7 +29,7 @@ struct Raw {
 void addReport(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("report", "Write a page about servers, in HTML");
-  addDatabase(command, raw->database);
+  addDatabaseOrArgument(command, raw->database);
   command.list("--server", raw->servers, "NAME", "Only this server, with * and ? (repeatable)");
   addAt(command, raw->at);
   command.option("-o,--output", raw->output, "FILE", "File or directory to write");

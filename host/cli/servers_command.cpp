@@ -60,7 +60,7 @@ ServersRequest requestOf(const Raw& raw, const char* serverOption) {
 void addServers(Program& program, CommandAction& action) {
   const auto raw = std::make_shared<Raw>();
   Command command = program.add("servers", "List the servers in a database");
-  addDatabase(command, raw->database);
+  addDatabaseOrArgument(command, raw->database);
   command.list("--server", raw->servers, "NAME", "Only this server, with * and ? (repeatable)");
   command.flag("--history", raw->history, "List every collection that is kept");
   addFormat(command, raw->format);
@@ -83,6 +83,7 @@ void addRemove(Program& program, CommandAction& action) {
   command.option("--before", raw->before, "TIME", "Only collections published before it, in UTC");
   command.footer(kRemoveFooter);
   command.onParsed([raw, &action] {
+    raw->database.takeFrom(raw->servers);
     action = [request = requestOf(*raw, "SERVER"), before = timeOf("--before", raw->before)](Output& output) {
       return removeServers(request, before, output);
     };

@@ -94,6 +94,7 @@ void addShow(Program& program, CommandAction& action) {
   addExcel(command, options.forExcel);
   command.footer(kFooter);
   command.onParsed([raw, &action] {
+    raw->database.takeFrom(raw->options.tables);
     action = [shown = optionsOf(*raw)](Output& output) {
       show(shown, output);
       return 0;

@@ -17,11 +17,6 @@ constexpr const char* kFooter =
     "  iisinventory verify inventory.db\n"
     "  iisinventory verify postgresql://iis@db1/inventory";
 
-struct Raw {
-  DatabaseArguments database;
-  std::string positional;
-};
-
 struct Verified {
   std::vector<std::string> problems;
   std::int64_t collections = 0;
@@ -56,16 +51,12 @@ int verify(const std::string& database, const inventory::Access& access, Output&
 }  // namespace
 
 void addVerify(Program& program, CommandAction& action) {
-  const auto raw = std::make_shared<Raw>();
+  const auto raw = std::make_shared<DatabaseArguments>();
   Command command = program.add("verify", "Check a database for damage");
-  command.argument("DATABASE", raw->positional, "Database, in place of --database", Presence::kOptional);
-  addDatabase(command, raw->database);
+  addDatabaseOrArgument(command, *raw);
   command.footer(kFooter);
   command.onParsed([raw, &action] {
-    if (!raw->positional.empty() && !raw->database.database.empty())
-      throw UsageError("DATABASE and --database exclude each other");
-    if (!raw->positional.empty()) raw->database.database = raw->positional;
-    action = [database = raw->database.name(), access = raw->database.access()](Output& output) {
+    action = [database = raw->name(), access = raw->access()](Output& output) {
       return verify(database, access, output);
     };
   });

@@ -11,6 +11,7 @@
 #include "host/console/terminal_text.h"
 #include "host/console/text.h"
 #include "host/query/retry.h"
+#include "host/query/server_commands.h"
 #include "host/query/servers.h"
 #include "inventory/inventory.h"
 
@@ -53,22 +54,22 @@ CopyResult copyServers(const CopyOptions& options) {
 
 int copy(const CopyOptions& options, Output& output) {
   const CopyResult copied = retryOnDisconnect([&] { return copyServers(options); });
-  for (const std::string& name : copied.missing)
-    printError(fmt::format("no server '{}' in {}", name, inventory::shownName(options.from)));
+  const std::string from = inventory::shownName(options.from);
+  for (const std::string& name : copied.missing) printError(fmt::format("no server '{}' in {}", name, from));
   if (copied.servers.empty()) {
-    printError("nothing copied: no server to copy in " + inventory::shownName(options.from));
+    printError("nothing copied: no server to copy in " + from);
     return 2;
   }
   for (const inventory::Problem& problem : copied.rows.problems)
     printError(fmt::format("{} {}: {}", problem.table, problem.item, problem.message));
   const std::int64_t replaced = inventory::sumOf(copied.rows.replaced);
-  output.write(fmt::format("copied {} into {}: {}{}\n",
-                           pluralize(std::ssize(copied.servers), "server", "servers"),
-                           escapeForTerminal(inventory::shownName(options.to)),
-                           pluralize(inventory::sumOf(copied.rows.added), "row", "rows"),
-                           replaced > 0 ? fmt::format(" (replaced {})", replaced) : ""));
-  output.flush();
-  return copied.missing.empty() && copied.rows.problems.empty() ? 0 : 1;
+  const std::string done =
+      fmt::format("copied {} into {}: {}{}",
+                  pluralize(static_cast<std::int64_t>(copied.servers.size()), "server", "servers"),
+                  escapeForTerminal(inventory::shownName(options.to)),
+                  pluralize(inventory::sumOf(copied.rows.added), "row", "rows"),
+                  replaced > 0 ? fmt::format(" (replaced {})", replaced) : "");
+  return reportChange(output, done, copied.missing.empty() && copied.rows.problems.empty() ? 0 : 1);
 }
 
 }  // namespace host

@@ -68,14 +68,8 @@ Listing listCollections(const ServersRequest& request, const Collections& collec
   return listing;
 }
 
-// Prints what was done; the status is 0 even if that fails.
-int reportDone(Output& output, const std::string& done) {
-  try {
-    return printed(output, 0, [&] { output.write(done + "\n"); });
-  } catch (const std::runtime_error& error) {
-    printError(error.what());
-  }
-  return 0;
+std::string shownDatabase(const ServersRequest& request) {
+  return escapeForTerminal(inventory::shownName(request.database));
 }
 
 // The named servers, as the database spells them.
@@ -92,6 +86,15 @@ Strings namesOf(const ServersRequest& request) {
 
 }  // namespace
 
+int reportChange(Output& output, const std::string& done, int status) {
+  try {
+    return printed(output, status, [&] { output.write(done + "\n"); });
+  } catch (const std::runtime_error& error) {
+    printError(fmt::format("{} ({})", done, error.what()));
+  }
+  return status;
+}
+
 int listServers(const ServersRequest& request, Output& output) {
   const Kept kept = retryOnDisconnect([&] { return readCollections(request); });
   print(listCollections(request, kept.collections), {request.format}, output);
@@ -107,12 +110,13 @@ int setKeep(const ServersRequest& request, int count, Output& output) {
   const int before =
       retryOnDisconnect([&] { return inventory::openForReading(request.database, request.access)->keep(); });
   inventory::openForPublishing(request.database, request.access)->setKeep(count);
-  const std::string what = pluralize(count, "collection", "collections") + " of each server";
-  const std::string name = escapeForTerminal(inventory::shownName(request.database));
-  if (count == before) return reportDone(output, fmt::format("{} keeps {} already", name, what));
-  return reportDone(
-      output, fmt::format("{} keeps {} (before: {}){}", name, what, before,
-                          count < before ? "; others are deleted when their server is next published" : ""));
+  const std::string keeps = fmt::format("{} keeps {} of each server", shownDatabase(request),
+                                        pluralize(count, "collection", "collections"));
+  if (count == before) return reportChange(output, keeps + " already");
+  return reportChange(output, fmt::format("{} (before: {}){}", keeps, before,
+                                          count < before ? "; others are deleted when their server is next "
+                                                           "published"
+                                                         : ""));
 }
 
 int removeServers(const ServersRequest& request, const std::string& before, Output& output) {
@@ -123,11 +127,10 @@ int removeServers(const ServersRequest& request, const std::string& before, Outp
   const std::string names = escapeForTerminal(joinNames(servers, kMaxNames));
   const std::string what =
       servers.size() == 1 ? names : fmt::format("{} servers ({})", servers.size(), names);
-  return reportDone(
-      output,
-      fmt::format("removed {} from {}: {}",
-                  before.empty() ? what : fmt::format("collections of {} before {}", what, before),
-                  escapeForTerminal(inventory::shownName(request.database)), pluralize(rows, "row", "rows")));
+  return reportChange(
+      output, fmt::format("removed {} from {}: {}",
+                          before.empty() ? what : fmt::format("collections of {} before {}", what, before),
+                          shownDatabase(request), pluralize(rows, "row", "rows")));
 }
 
 int renameServer(const ServersRequest& request, const std::string& name, Output& output) {
@@ -135,9 +138,8 @@ int renameServer(const ServersRequest& request, const std::string& name, Output&
   if (!inventory::sameName(server, wanted))
     throw UsageError(fmt::format("OLD '{}': give a server's full name", wanted));
   inventory::openForPublishing(request.database, request.access)->rename(server, name);
-  return reportDone(output,
-                    fmt::format("renamed {} to {} in {}", escapeForTerminal(server), escapeForTerminal(name),
-                                escapeForTerminal(inventory::shownName(request.database))));
+  return reportChange(output, fmt::format("renamed {} to {} in {}", escapeForTerminal(server),
+                                          escapeForTerminal(name), shownDatabase(request)));
 }
 
 }  // namespace host

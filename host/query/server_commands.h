@@ -26,6 +26,8 @@ int listServers(const ServersRequest& request, Output& output);
 int setKeep(const ServersRequest& request, int count, Output& output);
 // Removes servers, or their collections before a time in UTC if that is not empty.
 int removeServers(const ServersRequest& request, const std::string& before, Output& output);
+// Prints what a change did and returns the status, even if the text cannot be written: the change is made.
+int reportChange(Output& output, const std::string& done, int status = 0);
 // Renames the only server of the request.
 int renameServer(const ServersRequest& request, const std::string& name, Output& output);
 

@@ -17,7 +17,7 @@ ReadArguments
 ' Ends the script through Quit, because the script host returns 0 for a runtime error.
 On Error Resume Next
 Collect
-Quit Server & " can't be collected into " & Database & ": " & Err.Description
+Quit "cannot collect " & Server & " into " & Database & ": " & Err.Description
 
 Sub Collect()
   FindServer
@@ -59,7 +59,7 @@ Sub ReadArguments()
   Database = FileSystem.GetAbsolutePathName(Chosen("/database"))
   Logs = FileSystem.GetParentFolderName(Database)
   If Chosen("/logs") <> "" Then Logs = FileSystem.GetAbsolutePathName(Chosen("/logs"))
-  If Not FileSystem.FolderExists(Logs) Then Quit "there is no folder " & Logs & " for the logs"
+  If Not FileSystem.FolderExists(Logs) Then Quit "no folder " & Logs & " for the logs"
   ' The log of database failures, whose name the component prescribes, and the log of the server's failures.
   DatabaseLog = FileSystem.BuildPath(Logs, "TORVINLog.Log")
   ServerLog = FileSystem.BuildPath(Logs, Server & ".log")
@@ -125,7 +125,7 @@ Function OfServer(Table)
 End Function
 
 Sub OpenDatabase()
-  Dim Table, Former
+  Dim Table, Previous
   If Not FileSystem.FileExists(Database) Then
     CreateObject("ADOX.Catalog").Create "Provider=" & Chosen("/provider") & ";Data Source=" & Database
   End If
@@ -139,19 +139,19 @@ Sub OpenDatabase()
   Next
   On Error GoTo 0
   For Each Table In Columns.Keys
-    Former = Former + RowsOf(Table).RecordCount
+    Previous = Previous + RowsOf(Table).RecordCount
   Next
-  If Former = 0 Then Exit Sub
-  If Not Chosen.Exists("/replace") Then Quit Server & " is in the database already, with " & Former & _
-    " rows; /replace deletes them first"
+  If Previous = 0 Then Exit Sub
+  If Not Chosen.Exists("/replace") Then Quit "the database already has " & Previous & " rows of " & Server & _
+    " (use /replace to replace them)"
   For Each Table In Columns.Keys
     Connection.Execute "delete from [" & Table & "]" & OfServer(Table)
   Next
-  WScript.Echo "deleted " & Former & " former rows of " & Server
+  WScript.Echo "deleted " & Previous & " previous rows of " & Server
 End Sub
 
 ' Prints and counts a failure of the script's own reads.
-Sub Tell(Where)
+Sub ReportFailure(Where)
   WScript.Echo "  " & Where & ": 0x" & Hex(Err.Number) & " " & Err.Description
   Failures = Failures + 1
   Err.Clear
@@ -162,14 +162,14 @@ Function ObjectAt(Path)
   Set ObjectAt = Nothing
   On Error Resume Next
   Set ObjectAt = GetObject("IIS://" & Server & Path)
-  If Err.Number <> 0 And Err.Number <> &H80070003 Then Tell "IIS://" & Server & Path
+  If Err.Number <> 0 And Err.Number <> &H80070003 Then ReportFailure "IIS://" & Server & Path
 End Function
 
 ' Reads the server and creates both classes before anything is changed.
 Sub FindServer()
   HasSites = Not ObjectAt("/MSFTPSVC") Is Nothing
   HasWeb = Not ObjectAt("/W3SVC") Is Nothing
-  If Failures > 0 Then Quit Server & " can't be read"
+  If Failures > 0 Then Quit "cannot read " & Server
   If Not HasSites And Not HasWeb Then Quit Server & " has neither an FTP service nor a web service"
   Set Sites = NewCollection("FTPCollection")
   Set Pools = NewCollection("AppPoolCollection")
@@ -203,9 +203,9 @@ Function DirectoriesBelow(Directory, Path)
   For Each Child In Directory
     If Err.Number <> 0 Then Exit For
     Found.Add Child.ADsPath, Child
-    If Err.Number <> 0 Then Tell "a directory below " & Path
+    If Err.Number <> 0 Then ReportFailure "a directory below " & Path
   Next
-  If Err.Number <> 0 Then Tell "the directories below " & Path
+  If Err.Number <> 0 Then ReportFailure "the directories below " & Path
 End Function
 
 ' Collects the directories below each directory, parents before children.
@@ -286,15 +286,15 @@ Function Problems(Log, From)
 End Function
 
 Sub Summarize()
-  Dim Table, Told
+  Dim Table, Count
   Refresh
   WScript.Echo "rows of " & Server & " in " & Database
   For Each Table In Columns.Keys
     WScript.Echo "  " & Table & " " & RowsOf(Table).RecordCount
   Next
-  Told = Problems(DatabaseLog, LinesBefore(0)) + Problems(ServerLog, LinesBefore(1))
-  If Failures > 0 Then WScript.Echo Failures & " failures to read the server, told above"
-  WScript.Echo Told & " problems, told in " & DatabaseLog & " and " & ServerLog
-  If Told + Failures > 0 Then WScript.Quit 1
+  Count = Problems(DatabaseLog, LinesBefore(0)) + Problems(ServerLog, LinesBefore(1))
+  If Failures > 0 Then WScript.Echo Failures & " failures to read the server, listed above"
+  WScript.Echo Count & " problems, recorded in " & DatabaseLog & " and " & ServerLog
+  If Count + Failures > 0 Then WScript.Quit 1
   WScript.Quit 0
 End Sub

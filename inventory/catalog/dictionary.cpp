@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include "inventory/catalog/catalog.h"
 #include "inventory/catalog/views.h"
 
@@ -65,12 +67,13 @@ std::string dictionaryPage(std::span<const DictionaryEntry> entries) {
   for (const DictionaryEntry& entry : entries) {
     if (entry.relation != relation) {
       relation = entry.relation;
-      page += "\n## " + relation + "\n\n" + (entry.isView ? "View. " : "Table. ") +
-              std::string(entry.relationMeaning) +
-              ".\n\n| Column | Type | Meaning | Null | Metabase properties |\n|---|---|---|---|---|\n";
+      page += fmt::format("\n## {}\n\n{}. {}.\n\n", relation, entry.isView ? "View" : "Table",
+                          entry.relationMeaning);
+      page += "| Column | Type | Meaning | Null | Metabase properties |\n|---|---|---|---|---|\n";
     }
-    page += "| `" + escapedForMarkdown(entry.column) + "` | " + std::string(wordFor(entry.type)) + " | " +
-            escapedForMarkdown(entry.meaning) + " | " + entry.nullMeaning + " | " + entry.properties + " |\n";
+    page +=
+        fmt::format("| `{}` | {} | {} | {} | {} |\n", escapedForMarkdown(entry.column), wordFor(entry.type),
+                    escapedForMarkdown(entry.meaning), entry.nullMeaning, entry.properties);
   }
   return page;
 }

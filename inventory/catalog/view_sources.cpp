@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 
@@ -47,14 +49,13 @@ std::vector<ViewSource> sourcesOf(std::string_view view, std::string_view column
 std::string objectsQuery(const std::string& sql, const std::vector<std::string>& columns) {
   constexpr ColumnRef kName = column("tblFTPSiteInfo", "FTP site name");
   const Table& sites = tables()[kName.table];
-  std::string query = "select r.object_id, r.holds, o.kind, o.key, p.key, t." +
-                      quotedName(sites.columns[kName.column].name) + ", o.line";
-  for (const std::string& each : columns) query += ", r." + quotedName(each);
-  return query + " from (" + sql +
-         R"(
+  const auto column = [](const std::string& name) { return ", r." + quotedName(name); };
+  return fmt::format(R"(select r.object_id, r.holds, o.kind, o.key, p.key, t.{}, o.line{} from ({}
 ) r left join objects o on o.collection_id = r.object_id / 4294967296 and o.number = r.object_id % 4294967296
-left join objects p on p.collection_id = o.collection_id and p.number = o.parent left join )" +
-         quotedName(sites.name) + " t on t.id = r.object_id where r.holds is not false";
+left join objects p on p.collection_id = o.collection_id and p.number = o.parent
+left join {} t on t.id = r.object_id where r.holds is not false)",
+                     quotedName(sites.columns[kName.column].name), joined(columns, column, ""), sql,
+                     quotedName(sites.name));
 }
 
 }  // namespace inventory

@@ -1,4 +1,7 @@
 #include "inventory/catalog/views.h"
+
+#include <fmt/core.h>
+
 #include "inventory/names.h"
 
 namespace inventory {
@@ -44,9 +47,9 @@ class PartMaker {
     if (part.kind != ObjectKind::kNone || part.table == "objects") {
       addObject();
     } else {
-      from_ += " join " + quotedName(part.table) + " t on t.collection_id = s.collection_id";
+      from_ += fmt::format(" join {} t on t.collection_id = s.collection_id", quotedName(part.table));
       if (part.name == "problem")
-        add("is_note", "t.\"Kind\" = 'note'", Type::kBoolean, "Whether it is a note and no problem");
+        add("is_note", R"(t."Kind" = 'note')", Type::kBoolean, "Whether it is a note and no problem");
       addColumns(part.table, "t");
     }
     view_.select = "select " + columns_ + from_;
@@ -60,7 +63,7 @@ class PartMaker {
     if (part_.name == "object") {
       addPlace();
     } else {
-      from_ += " and o.kind = " + std::to_string(static_cast<int>(part_.kind));
+      from_ += fmt::format(" and o.kind = {}", static_cast<int>(part_.kind));
       if (part_.name == "ftp_site")
         add("identifier", number("o.key"), Type::kInteger, "Identifier of the site");
       if (part_.name == "app_pool") add("name", "o.key", Type::kText, "Name of the application pool");
@@ -77,10 +80,10 @@ class PartMaker {
   void addPlace() {
     std::string kinds = "case o.kind", nodes = "case o.kind";
     for (std::size_t at = 1; at < std::size(kKindWords); ++at) {
-      const std::string when = " when " + std::to_string(at) + " then ";
       const std::string_view root = nodeRootOf(static_cast<ObjectKind>(at));
-      kinds += when + quotedText(kKindWords[at]);
-      if (!root.empty()) nodes += when + quotedText("/LM/" + std::string(root)) + " || o.key";
+      kinds += fmt::format(" when {} then {}", at, quotedText(kKindWords[at]));
+      if (!root.empty())
+        nodes += fmt::format(" when {} then {} || o.key", at, quotedText(fmt::format("/LM/{}", root)));
     }
     add("kind", kinds + " end", Type::kText, "site, directory, pool, extension or application");
     add("key", "o.key", Type::kText, "Identifier, path below the service, or name");
@@ -95,15 +98,15 @@ class PartMaker {
   // that are the same in all of them come from the first row.
   void addTables() {
     if (!part_.table.empty()) {
-      from_ += " join " + quotedName(part_.table) + " t on t.id = " + kId;
+      from_ += fmt::format(" join {} t on t.id = {}", quotedName(part_.table), kId);
       return part_.name == "ftp_access" ? addAccess() : addColumns(part_.table, "t");
     }
     int joins = 0;
     for (const Table& table : tables()) {
       if (!table.isAbout(part_.kind)) continue;
-      const std::string alias = "t" + std::to_string(++joins);
-      from_ += " left join " + quotedName(table.name) + " " + alias + " on " + alias + ".id = " + kId +
-               (table.hasSeveralRows ? " and " + alias + ".number = 1" : "");
+      const std::string alias = fmt::format("t{}", ++joins);
+      from_ += fmt::format(" left join {0} {1} on {1}.id = {2}", quotedName(table.name), alias, kId);
+      if (table.hasSeveralRows) from_ += fmt::format(" and {}.number = 1", alias);
       addColumns(table.name, alias);
     }
   }
@@ -111,9 +114,9 @@ class PartMaker {
   // One row per address, and one for an object without addresses.
   void addAccess() {
     const bool isSite = part_.kind == ObjectKind::kSite;
-    const std::string granted = "t.\"Granted IP Address (Subnet mask)\"",
-                      denied = "t.\"Denied IP Address (Subnet mask)\"",
-                      entry = "coalesce(nullif(" + granted + ", ''), " + denied + ", '')",
+    const std::string granted = "t." + quotedName("Granted IP Address (Subnet mask)"),
+                      denied = "t." + quotedName("Denied IP Address (Subnet mask)"),
+                      entry = fmt::format("coalesce(nullif({}, ''), {}, '')", granted, denied),
                       bracket = position(entry + " || ' ('", " (");
     const std::span<const Column> columns = declarations::columnsOf(part_.table);
     const Column& all = *std::ranges::find(columns, "grants_others", &Column::viewName);
@@ -130,11 +133,11 @@ class PartMaker {
     add("name", text(kDirectoryColumn), Type::kText, "Name of the directory; null for a site");
     addKnown(all.viewName, Type::kBoolean, typed("t." + quotedName(all.name), Type::kBoolean), all.meaning);
     addKnown("is_granted", Type::kBoolean,
-             "case when " + granted + " <> '' then true when " + denied + " <> '' then false end",
+             fmt::format("case when {} <> '' then true when {} <> '' then false end", granted, denied),
              "Whether the address is granted or denied access; null where there is no address");
-    addKnown("address", Type::kText, "substr(" + entry + ", 1, " + bracket + " - 1)",
+    addKnown("address", Type::kText, fmt::format("substr({}, 1, {} - 1)", entry, bracket),
              "Address; empty for an object without any");
-    addKnown("mask", Type::kText, "replace(substr(" + entry + ", " + bracket + " + 2), ')', '')",
+    addKnown("mask", Type::kText, fmt::format("replace(substr({}, {} + 2), ')', '')", entry, bracket),
              "Subnet mask; empty for a single address");
   }
 
@@ -144,7 +147,7 @@ class PartMaker {
       const bool isOfKind = column.onlyOf == ObjectKind::kNone || column.onlyOf == part_.kind;
       const bool isThere = std::ranges::count(view_.columns, column.viewName, &ViewColumn::name) > 0;
       if (column.viewName.empty() || !isOfKind || isThere) continue;
-      std::string value = alias + "." + quotedName(column.name);
+      std::string value = fmt::format("{}.{}", alias, quotedName(column.name));
       if (part_.kind != ObjectKind::kNone) {
         const bool isList = part_.table.empty() && column.role == Role::kListed;
         value = known(alias, column, isList ? listOf(column) : typed(value, column.viewType));
@@ -157,59 +160,64 @@ class PartMaker {
   }
 
   void addIncomplete(std::string_view name, const std::string& view) {
-    add(name, position("coalesce(o.incomplete, '')", "|" + view + "|") + " > 0", Type::kBoolean,
-        "Whether rows in " + view + " may be missing");
+    add(name, position("coalesce(o.incomplete, '')", fmt::format("|{}|", view)) + " > 0", Type::kBoolean,
+        fmt::format("Whether rows in {} may be missing", view));
   }
 
   void add(std::string_view name, const std::string& sql, Type type, std::string_view meaning,
            std::string_view properties = {}) {
-    columns_ += (columns_.empty() ? "" : ", ") + sql + " as " + quotedName(name);
+    columns_ += fmt::format("{}{} as {}", columns_.empty() ? "" : ", ", sql, quotedName(name));
     view_.columns.push_back(
         {std::string(name), type, std::string(meaning), properties, name.ends_with("_id")});
   }
 
   // All values of an object in a column, separated by commas.
   std::string listOf(const Column& column) const {
-    const std::string value = "nullif(x." + quotedName(column.name) + ", '')";
-    const std::string from = " from " + quotedName(column.table) + " x where x.id = " + kId;
-    return dialect_.isPostgres()
-               ? "coalesce((select string_agg(" + value + ", ', ' order by x.number)" + from + "), '')"
-               : "coalesce((select group_concat(v, ', ') from (select " + value + " as v" + from +
-                     " order by x.number)), '')";
+    const std::string value = fmt::format("nullif(x.{}, '')", quotedName(column.name));
+    const std::string from = fmt::format("from {} x where x.id = {}", quotedName(column.table), kId);
+    if (dialect_.isPostgres())
+      return fmt::format("coalesce((select string_agg({}, ', ' order by x.number) {}), '')", value, from);
+    return fmt::format(
+        "coalesce((select group_concat(v, ', ') from (select {} as v {} order by x.number)), '')", value,
+        from);
   }
 
   // Null if the row is missing or the cell is unknown.
   std::string known(const std::string& alias, const Column& column, const std::string& value) const {
-    return "case when " + alias + ".id is null or " +
-           position("coalesce(" + alias + ".not_known, '')", "|" + std::string(column.viewName) + "|") +
-           " > 0 then null else " + value + " end";
+    const std::string notKnown = fmt::format("coalesce({}.not_known, '')", alias);
+    return fmt::format("case when {}.id is null or {} > 0 then null else {} end", alias,
+                       position(notKnown, fmt::format("|{}|", column.viewName)), value);
   }
 
   std::string position(const std::string& value, const std::string& what) const {
-    return (dialect_.isPostgres() ? "strpos(" : "instr(") + value + ", " + quotedText(what) + ")";
+    return fmt::format("{}({}, {})", dialect_.isPostgres() ? "strpos" : "instr", value, quotedText(what));
   }
 
   std::string number(const std::string& value) const {
     if (dialect_.isPostgres())
-      return "case when " + value + " ~ '^-?[0-9]{1,18}$' then " + value + "::bigint end";
-    const std::string digits = "ltrim(" + value + ", '-')";
-    return "case when " + digits + " <> '' and length(" + digits + ") <= 18 and length(" + value +
-           ") - length(" + digits + ") <= 1 and " + digits + " not glob '*[^0-9]*' then cast(" + value +
-           " as integer) end";
+      return fmt::format("case when {0} ~ '^-?[0-9]{{1,18}}$' then {0}::bigint end", value);
+    return fmt::format(
+        "case when {1} <> '' and length({1}) <= 18 and length({0}) - length({1}) <= 1 "
+        "and {1} not glob '*[^0-9]*' then cast({0} as integer) end",
+        value, fmt::format("ltrim({}, '-')", value));
   }
 
   std::string typed(const std::string& value, Type type) const {
     if (type == Type::kInteger) return number(value);
     if (type == Type::kBoolean) {
-      return "case when " + value + " in ('Yes', 'True', 'Enabled', 'Allowed', 'Granted') then true when " +
-             value + " in ('No', 'False', 'Disabled', 'Prohibited', 'Denied') then false end";
+      return fmt::format(
+          "case when {0} in ('Yes', 'True', 'Enabled', 'Allowed', 'Granted') then true "
+          "when {0} in ('No', 'False', 'Disabled', 'Prohibited', 'Denied') then false end",
+          value);
     }
-    if (type != Type::kTime) return "coalesce(" + value + ", '')";
-    return dialect_.isPostgres()
-               ? "case when " + value + " ~ '^[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9:.]{12}Z$' then " + value +
-                     "::timestamptz end"
-               : "case when " + value + " glob '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T*Z' then " +
-                     value + " end";
+    if (type != Type::kTime) return fmt::format("coalesce({}, '')", value);
+    if (dialect_.isPostgres()) {
+      return fmt::format(
+          "case when {0} ~ '^[0-9]{{4}}-[0-9]{{2}}-[0-9]{{2}}T[0-9:.]{{12}}Z$' then {0}::timestamptz end",
+          value);
+    }
+    return fmt::format("case when {0} glob '[0-9][0-9][0-9][0-9]-[0-9][0-9]-[0-9][0-9]T*Z' then {0} end",
+                       value);
   }
 
   const Dialect& dialect_;
@@ -234,16 +242,16 @@ std::vector<View> views(const Dialect& dialect, const std::string& selected) {
 }
 
 std::string selectCurrent() {
-  return "select current_collection as collection_id, name as server from servers where current_collection "
-         "is not null";
+  return "select current_collection as collection_id, name as server from servers "
+         "where current_collection is not null";
 }
 
 std::string withViews(const Dialect& dialect, const std::string& selected, const std::string& sql) {
   const std::string lowered = folded(sql);
-  std::string text = "with selected(collection_id, server) as (" + selected + ")";
+  std::string text = fmt::format("with selected(collection_id, server) as ({})", selected);
   for (const View& view : views(dialect, std::string(kSelectedView))) {
-    if (lowered.find(view.name) == lowered.npos) continue;
-    text += ", " + view.name + " as not materialized (" + view.select + ")";
+    if (lowered.find(view.name) == std::string::npos) continue;
+    text += fmt::format(", {} as not materialized ({})", view.name, view.select);
   }
   return text + " " + sql;
 }

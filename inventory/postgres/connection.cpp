@@ -1,5 +1,6 @@
 #include "inventory/postgres/connection.h"
 
+#include <fmt/core.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -7,10 +8,10 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <map>
 #include <random>
 #include <regex>
-#include <sstream>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -22,7 +23,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::string_view kService = "service=";
 constexpr milliseconds kCancelWait{1000};
 constexpr int kOldestVersion = 130000;
 
@@ -41,8 +41,10 @@ std::string replaced(const std::string& text, const char* pattern, const char* w
 
 std::string grantsFor(const Target& target) {
   const std::string schema = quotedName(target.access.schema);
-  return " (the schema's owner runs: grant usage on schema " + schema +
-         " to ...; grant select on all tables in schema " + schema + " to ...)";
+  return fmt::format(
+      " (the schema's owner runs: grant usage on schema {0} to ...; grant select on all tables in schema {0} "
+      "to ...)",
+      schema);
 }
 
 // libpq's message as one line.
@@ -53,11 +55,30 @@ std::string oneLine(const std::string& words) {
 // Throws Error for an address in which libpq could misparse a part of the password and report it.
 void requireClearCredentials(std::string_view rest) {
   const std::size_t end = rest.find_first_of("@/");
-  if (end != rest.npos && rest[end] == '@') rest.remove_prefix(end + 1);
-  if (rest.substr(0, rest.find('?')).find('@') == rest.npos) return;
+  if (end != std::string_view::npos && rest[end] == '@') rest.remove_prefix(end + 1);
+  if (rest.substr(0, rest.find('?')).find('@') == std::string_view::npos) return;
   throw Error(
       "the database's address has a '/' or an '@' in its user, password or database name; write '%2F' and "
       "'%40' instead");
+}
+
+using ParsedOptions = std::unique_ptr<PQconninfoOption, Freer<PQconninfoFree>>;
+
+bool isUrl(std::string_view name) {
+  return name.starts_with("postgresql://") || name.starts_with("postgres://");
+}
+
+// Whether a text begins like libpq's "KEYWORD=VALUE ...", or has a password anywhere.
+bool isKeywordList(const std::string& text) {
+  static const std::regex kFirst(R"(^\s*(\w+)\s*=)"), kPassword(R"(\b(password|pwd)\s*=)", std::regex::icase);
+  std::smatch match;
+  if (!std::regex_search(text, match, kFirst)) return false;
+  const ParsedOptions known(PQconninfoParse("", nullptr));
+  for (const PQconninfoOption* option = known.get(); option != nullptr && option->keyword != nullptr;
+       ++option) {
+    if (match[1] == option->keyword) return true;
+  }
+  return std::regex_search(text, kPassword);
 }
 
 // Whether a failed connect without a server's answer may succeed later.
@@ -74,33 +95,30 @@ int clamped(milliseconds time, int least) {
 
 }  // namespace
 
-bool isAddress(std::string_view name) {
-  return name.starts_with("postgresql://") || name.starts_with("postgres://") || name.starts_with(kService);
+bool isAddress(const std::string& name) {
+  if (isUrl(name) || name.starts_with("service=")) return true;
+  std::error_code error;
+  return isKeywordList(name) && !std::filesystem::exists(name, error);
 }
 
 std::string shownAddress(const std::string& address) {
-  if (address.starts_with(kService)) {
-    if (address.size() == kService.size() ||
-        address.find_first_of(" '\\\t\n\r=", kService.size()) != std::string::npos) {
-      throw Error(
-          "cannot parse the database's address: 'service=' needs one service name without blanks or quotes");
-    }
-    return address;
-  }
-  requireClearCredentials(std::string_view(address).substr(address.find("://") + 3));
+  if (isUrl(address)) requireClearCredentials(std::string_view(address).substr(address.find("://") + 3));
   char* words = nullptr;
-  const std::unique_ptr<PQconninfoOption, Freer<PQconninfoFree>> options(
-      PQconninfoParse(address.c_str(), &words));
+  const ParsedOptions options(PQconninfoParse(address.c_str(), &words));
   if (options == nullptr) {
-    // After the colon libpq quotes the invalid part.
-    const std::string why = words != nullptr ? oneLine(words) : "out of memory";
+    // After a colon or in double quotes libpq shows the invalid part.
+    std::string why = words != nullptr ? replaced(oneLine(words), R"("=" after)", "'='") : "out of memory";
     PQfreemem(words);
-    throw Error("cannot parse the database's address: " + why.substr(0, why.find_first_of(":\"")));
+    why.resize(std::min(why.size(), why.find_first_of(":\"")));
+    throw Error(fmt::format(
+        "cannot parse the database's address: {} (write postgresql://USER@HOST:PORT/NAME)", oneLine(why)));
   }
   std::map<std::string_view, std::string> parts;
   for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
     if (option->val != nullptr) parts[option->keyword] = option->val;
   }
+  if (!parts["service"].empty() && parts["host"].empty() && parts["dbname"].empty())
+    return "service=" + parts["service"];
   // A socket directory is not valid as the host of an address.
   std::string folder;
   if (std::string& host = parts["host"]; host.starts_with('/')) folder = "?host=" + std::exchange(host, "");
@@ -133,10 +151,10 @@ bool StopSignal::pauseUntil(steady_clock::time_point end) const {
   return !isRaised_;
 }
 
-Target::Target(std::string database, const Access& options)
-    : address(std::move(database)), shown(shownAddress(address)), access(options) {
+Target::Target(std::string database, Access options)
+    : address(std::move(database)), shown(shownAddress(address)), access(std::move(options)) {
   if (access.schema.empty() || access.schema.size() > 63)
-    throw Error("cannot use the schema '" + access.schema + "': a schema's name has 1 to 63 bytes");
+    throw Error(fmt::format("cannot use the schema '{}': a schema's name has 1 to 63 bytes", access.schema));
 }
 
 Cell ResultSet::text(int row, int column) const {
@@ -147,27 +165,25 @@ Cell ResultSet::text(int row, int column) const {
 
 Connection::Connection(std::shared_ptr<const Target> target) : target_(std::move(target)) {
   const std::string& address = target_->address;
-  const bool isService = address.starts_with(kService);
   // Unacknowledged packets end the connection well before the server timeout.
   const std::string userTimeout =
       std::to_string(std::min<milliseconds::rep>(30000, target_->access.serverTimeout.count() / 2 + 1));
   // The address overrides options before it and is overridden by options after it.
-  const std::pair<const char*, const char*> options[] = {
-      {"tcp_user_timeout", userTimeout.c_str()},
-      {"keepalives_idle", "15"},
-      {"keepalives_interval", "5"},
-      {"keepalives_count", "3"},
-      {"fallback_application_name", "iisinventory"},
-      {isService ? "service" : "dbname", address.c_str() + (isService ? kService.size() : 0)},
-      {"keepalives", "1"},
-      {"client_encoding", "UTF8"},
-      {nullptr, nullptr}};
+  const std::pair<const char*, const char*> options[] = {{"tcp_user_timeout", userTimeout.c_str()},
+                                                         {"keepalives_idle", "15"},
+                                                         {"keepalives_interval", "5"},
+                                                         {"keepalives_count", "3"},
+                                                         {"fallback_application_name", "iisinventory"},
+                                                         {"dbname", address.c_str()},
+                                                         {"keepalives", "1"},
+                                                         {"client_encoding", "UTF8"},
+                                                         {nullptr, nullptr}};
   std::vector<const char*> keywords, values;
   for (const auto& [keyword, value] : options) {
     keywords.push_back(keyword);
     values.push_back(value);
   }
-  connection_.reset(PQconnectStartParams(keywords.data(), values.data(), isService ? 0 : 1));
+  connection_.reset(PQconnectStartParams(keywords.data(), values.data(), 1));
   if (connection_ == nullptr) throw std::bad_alloc();
   PQsetNoticeProcessor(
       raw(), [](void*, const char*) {}, nullptr);
@@ -203,10 +219,9 @@ short Connection::await(short events, milliseconds limit) {
   }
   isLost_ = true;
   target_->stop.check();
-  std::ostringstream seconds;
-  seconds << static_cast<double>(limit.count()) / 1000;
-  throw Unreachable("cannot reach '" + target_->shown + "': no answer from the server for " + seconds.str() +
-                    " s (use --server-timeout to wait longer)");
+  throw Unreachable(fmt::format(
+      "cannot reach '{}': no answer from the server for {} s (use --server-timeout to wait longer)",
+      target_->shown, static_cast<double>(limit.count()) / 1000));
 }
 
 // Asks the server to end the running statement, and limits the wait for its answer.
@@ -327,7 +342,7 @@ void Connection::fail(const PGresult* result) {
     if (std::regex_search(why, match, std::regex(":  ([0-9A-Z]{5}): "))) state_ = match[1];
     why = replaced(why, "  [0-9A-Z]{5}:|LOCATION: [^\n]*", "");
   }
-  why = "'" + target_->shown + "': " + (why.empty() ? "the connection is lost" : oneLine(why));
+  why = fmt::format("'{}': {}", target_->shown, why.empty() ? "the connection is lost" : oneLine(why));
   for (const auto& [state, hint] : kHints) {
     if (state_.starts_with(state)) why += hint;
   }
@@ -355,29 +370,27 @@ std::unique_ptr<Connection> connect(const std::shared_ptr<const Target>& target)
     return std::string(value != nullptr ? value : "");
   };
   if (PQserverVersion(connection->raw()) < kOldestVersion) {
-    target->refuse("the server is PostgreSQL " + setting("server_version") +
-                   ", an inventory needs version 13 or later");
+    target->refuse(fmt::format("the server is PostgreSQL {}, an inventory needs version 13 or later",
+                               setting("server_version")));
   }
   if (const std::string encoding = setting("server_encoding"); encoding != "UTF8")
-    target->refuse("its encoding is " + encoding + " (use a database that was created with encoding 'UTF8')");
+    target->refuse(
+        fmt::format("its encoding is {} (use a database that was created with encoding 'UTF8')", encoding));
   // Whatever the role's own settings are: names mean the same everywhere, only this program limits the time,
   // and what is committed is safe on the disk. Some of the settings are missing from older servers.
   const std::string& schema = target->access.schema;
-  const ResultSet hidden = connection->run(
-      "set search_path = " + quotedName(schema) +
-      R"(, pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off; set jit = off;
-set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = )" +
-      std::to_string(clamped(target->access.wait, 1)) +
-      R"(;
+  const ResultSet hidden = connection->run(fmt::format(
+      R"(set search_path = {}, pg_temp; set timezone = 'UTC'; set datestyle = 'ISO'; set row_security = off;
+set jit = off; set standard_conforming_strings = on; set extra_float_digits = 1; set lock_timeout = {};
 select set_config(name, '0', false) from pg_settings where name in
     ('statement_timeout', 'transaction_timeout', 'idle_in_transaction_session_timeout', 'idle_session_timeout');
 select set_config('synchronous_commit', 'on', false) where current_setting('synchronous_commit') = 'off';
-select 1 from pg_namespace where nspname = )" +
-      quotedText(schema) + " and not has_schema_privilege(oid, 'USAGE')");
+select 1 from pg_namespace where nspname = {} and not has_schema_privilege(oid, 'USAGE'))",
+      quotedName(schema), clamped(target->access.wait, 1), quotedText(schema)));
   // Otherwise the server reports the schema as missing.
   if (hidden.rows() > 0) {
-    throw Forbidden("cannot use '" + target->shown + "': the role may not use the schema '" + schema + "'" +
-                    grantsFor(*target));
+    throw Forbidden(fmt::format("cannot use '{}': the role may not use the schema '{}'{}", target->shown,
+                                schema, grantsFor(*target)));
   }
   return connection;
 }

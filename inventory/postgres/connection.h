@@ -14,9 +14,9 @@
 
 namespace inventory::postgres {
 
-// Whether a database's name is the address of one on a server: "postgresql://...", "postgres://..." or
-// "service=NAME".
-bool isAddress(std::string_view name);
+// Whether a database's name is the address of one on a server: "postgresql://...", "postgres://...",
+// "service=NAME", or unless there is such a file, libpq's "KEYWORD=VALUE ...".
+bool isAddress(const std::string& name);
 
 // The address without a password. Throws Error for an invalid address, without any part that may be a
 // password.
@@ -57,7 +57,7 @@ class StopSignal {
 // Shared by the connections to a database.
 struct Target {
   // Throws Error for an invalid address or schema.
-  Target(std::string database, const Access& options);
+  Target(std::string database, Access options);
 
   [[noreturn]] void refuse(const std::string& why) const {
     throw Error("cannot use '" + shown + "': " + why);

@@ -1,3 +1,5 @@
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
@@ -191,22 +193,28 @@ from (select 1) x left join pg_namespace n on n.nspname = $1)",
       {name, joined(tables, std::identity(), ",")});
   const auto is = [&](int column) { return found.text(0, column) == "t"; };
   const std::string role = textOf(found, 5), table = textOf(found, 4), schema = quotedName(name),
-                    start = "cannot use '" + target_->shown + "': the role " + role + " may not ";
+                    start = fmt::format("cannot use '{}': the role {} may not ", target_->shown, role);
   if (is(0)) target_->refuse("the server is a read-only standby (use the primary server)");
   if (is(1)) {
-    target_->refuse("the server is read-only for the role " + role +
-                    " (its administrator sets default_transaction_read_only to off)");
+    target_->refuse(
+        fmt::format("the server is read-only for the role {} (its administrator sets "
+                    "default_transaction_read_only to off)",
+                    role));
   }
   if (!is(2) && !is(3)) {
-    throw Forbidden(start + "create the schema '" + name + "' (the database's owner runs: create schema " +
-                    schema + " authorization " + role + ")");
+    throw Forbidden(start + fmt::format("create the schema '{}' (the database's owner runs: create schema {} "
+                                        "authorization {})",
+                                        name, schema, role));
   }
   if (!is(2)) return;
   if (!table.empty()) {
-    throw Forbidden(start + "change or create the table '" + table +
-                    "' (the schema's owner runs: grant usage, create on schema " + schema + " to " + role +
-                    "; grant select, insert, update, delete on all tables in schema " + schema + " to " +
-                    role + "; grant usage on all sequences in schema " + schema + " to " + role + ")");
+    throw Forbidden(
+        start +
+        fmt::format(
+            "change or create the table '{0}' (the schema's owner runs: grant usage, create on schema "
+            "{1} to {2}; grant select, insert, update, delete on all tables in schema {1} to {2}; "
+            "grant usage on all sequences in schema {1} to {2})",
+            table, schema, role));
   }
   checkSchema(*beginTransaction(dialect_, connection, kBeginReading));
 }
@@ -265,11 +273,11 @@ std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Sh
                                                   const Attempt& attempt) const {
   Parameters names{target_->access.schema};
   const bool isOfAll = change.serverKeys.size() > kMaxLocks;
-  std::string sql = std::string("select pg_try_advisory_xact_lock") + (isOfAll ? "" : "_shared") +
-                    "(hashtextextended($1, 0))";
+  std::string sql =
+      fmt::format("select pg_try_advisory_xact_lock{}(hashtextextended($1, 0))", isOfAll ? "" : "_shared");
   for (std::size_t at = 0; !isOfAll && at < change.serverKeys.size(); ++at) {
     names.push_back(target_->access.schema + "/" + change.serverKeys[at]);
-    sql += " and pg_try_advisory_xact_lock(hashtextextended($" + std::to_string(names.size()) + ", 0))";
+    sql += fmt::format(" and pg_try_advisory_xact_lock(hashtextextended(${}, 0))", names.size());
   }
   const auto end = steady_clock::now() + target_->access.wait;
   do {
@@ -282,13 +290,13 @@ std::unique_ptr<Transaction> PostgresDriver::lock(const Change& change, const Sh
               ->run("select 1 from pg_locks where locktype = 'advisory' and pid = $1",
                     {std::int64_t{attempt.formerBackend}})
               .rows() > 0) {
-    throw Unreachable(
-        "cannot publish " + change.subject + " into '" + target_->shown +
-        "': the connection was lost, and the server has not ended its session yet (use --wait to "
-        "wait longer)");
+    throw Unreachable(fmt::format(
+        "cannot publish {} into '{}': the connection was lost, and the server has not ended its session yet "
+        "(use --wait to wait longer)",
+        change.subject, target_->shown));
   }
-  throw ServerLocked("another process is publishing " + change.subject + " into '" + target_->shown +
-                     "' (use --wait to wait longer)");
+  throw ServerLocked(fmt::format("another process is publishing {} into '{}' (use --wait to wait longer)",
+                                 change.subject, target_->shown));
 }
 
 // Determines the outcome of a transaction whose commit was sent. Returns a connection for retrying the
@@ -313,8 +321,8 @@ std::shared_ptr<Connection> PostgresDriver::resolve(const Change& change, const 
       if (dynamic_cast<const Unreachable*>(&error) == nullptr) break;
     }
   } while (target_->stop.pauseUntil(end));
-  throw OutcomeUnknown("outcome unknown: " + change.subject + " may or may not " + change.effect + ": " +
-                       why);
+  throw OutcomeUnknown(
+      fmt::format("outcome unknown: {} may or may not {}: {}", change.subject, change.effect, why));
 }
 
 }  // namespace

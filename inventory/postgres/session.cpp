@@ -1,5 +1,7 @@
 #include "inventory/postgres/session.h"
 
+#include <fmt/core.h>
+
 #include <array>
 #include <bit>
 #include <utility>
@@ -48,7 +50,7 @@ class PostgresCursor : public Cursor {
   static std::string spelledTime(std::string time) {
     time.resize(time.find('+'));
     time[10] = 'T';
-    if (time.find('.') == time.npos) time += '.';
+    if (time.find('.') == std::string::npos) time += '.';
     time.resize(23, '0');
     return time + "Z";
   }
@@ -162,13 +164,14 @@ class PostgresTransaction : public Transaction {
   }
 
   void limitQueries(std::chrono::milliseconds limit) override {
-    connection_->run("set local statement_timeout = " + std::to_string(limit.count()));
+    connection_->run(fmt::format("set local statement_timeout = {}", limit.count()));
   }
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
                                        std::span<const InsertColumn> columns) override {
     return std::make_unique<PostgresInserter>(
-        *connection_, "copy " + quotedName(table) + " (" + namesOf(columns) + ") from stdin (format binary)",
+        *connection_,
+        fmt::format("copy {} ({}) from stdin (format binary)", quotedName(table), namesOf(columns)),
         columns.size());
   }
 

@@ -1,5 +1,6 @@
 // The driver for SQLite: one file, one writer at a time.
 
+#include <fmt/core.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,7 +37,7 @@ decltype(auto) attempt(const Work& work) {
 
 void bindAll(Statement& statement, const Parameters& parameters) {
   for (std::size_t at = 0; at < parameters.size(); ++at) {
-    const std::string name = "$" + std::to_string(at + 1);
+    const std::string name = fmt::format("${}", at + 1);
     const int place = sqlite3_bind_parameter_index(statement.raw(), name.c_str());
     if (place == 0) continue;
     const Parameter& parameter = parameters[at];
@@ -145,8 +146,9 @@ class SqliteSession : public Session {
 
   std::unique_ptr<Inserter> insertInto(std::string_view table,
                                        std::span<const InsertColumn> columns) override {
-    const std::string sql = "insert into " + quotedName(table) + " (" + namesOf(columns) + ") values (" +
-                            joined(columns, [](const InsertColumn&) { return "?"; }) + ")";
+    const std::string sql =
+        fmt::format("insert into {} ({}) values ({})", quotedName(table), namesOf(columns),
+                    joined(columns, [](const InsertColumn&) { return "?"; }));
     return attempt([&] { return std::make_unique<SqliteInserter>(handle_.statement(sql)); });
   }
 
@@ -174,7 +176,7 @@ class SqliteReading : public SqliteSession {
 
 class SqliteDriver : public Driver {
  public:
-  SqliteDriver(std::string file, const Access& access) : file_(std::move(file)), access_(access) {}
+  SqliteDriver(std::string file, Access access) : file_(std::move(file)), access_(std::move(access)) {}
 
   void openForReading() { open(Database::Mode::kReadOnly); }
 
@@ -215,9 +217,8 @@ class SqliteDriver : public Driver {
       }
       // The file was replaced after it was opened.
       handle_.reset();
-      if (hasChanged_)
-        throw Error("cannot use the database '" + file_ + "': it was moved or replaced during this run");
-      if (tries == kMaxTries) throw Error("cannot use the database '" + file_ + "': it keeps being replaced");
+      if (hasChanged_) throw Error(cannotUse("it was moved or replaced during this run"));
+      if (tries == kMaxTries) throw Error(cannotUse("it keeps being replaced"));
     }
   }
 
@@ -256,20 +257,24 @@ class SqliteDriver : public Driver {
       sqlite3_db_config(database.raw(), SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
       addFunctions(database);
       database.execute(
-          "pragma trusted_schema = off; pragma synchronous = full; pragma cache_size = -" +
-          std::to_string(mode == Database::Mode::kReadOnly ? kReadingKibibytes : kCacheKibibytes));
+          fmt::format("pragma trusted_schema = off; pragma synchronous = full; pragma cache_size = -{}",
+                      mode == Database::Mode::kReadOnly ? kReadingKibibytes : kCacheKibibytes));
     });
+  }
+
+  std::string cannotUse(std::string_view why) const {
+    return fmt::format("cannot use the database '{}': {}", file_, why);
   }
 
   void requireWritableDirectory(const std::string& verb, const fs::path& file) const {
     const auto refuse = [&](const std::string& why) {
-      throw Error("cannot " + verb + " the database '" + file_ + "': " + why);
+      throw Error(fmt::format("cannot {} the database '{}': {}", verb, file_, why));
     };
     const fs::path folder = fs::absolute(file).parent_path();
     std::error_code error;
     if (!fs::is_directory(folder, error)) refuse("its directory does not exist");
     if (::access(folder.c_str(), W_OK | X_OK) != 0)
-      refuse(std::string("its directory is not writable: ") + std::strerror(errno));
+      refuse(fmt::format("its directory is not writable: {}", std::strerror(errno)));
   }
 
   // Opens the file if it is not open. Returns whether it was created.
@@ -299,7 +304,7 @@ class SqliteDriver : public Driver {
       Database& database = handle_->database();
       if (database.value("pragma journal_mode") == "wal") {
         if (database.value("pragma journal_mode = delete") != "delete")
-          throw Locked("cannot use the database '" + file_ + "': it is locked by another process");
+          throw Locked(cannotUse("it is locked by another process"));
         // In exclusive mode SQLite neither uses nor removes the log index of a killed process.
         std::error_code ignored;
         fs::remove(std::string(sqlite3_db_filename(database.raw(), "main")) + "-shm", ignored);
@@ -321,7 +326,7 @@ class SqliteDriver : public Driver {
     std::string prepared = database.value("pragma schema_version");
     transaction.commit();
     if (database.hasMoved())
-      throw Error("the database '" + file_ + "' was moved or replaced while it was written to");
+      throw Error(fmt::format("the database '{}' was moved or replaced while it was written to", file_));
     preparedVersion_ = std::move(prepared);
     hasChanged_ = true;
     return true;

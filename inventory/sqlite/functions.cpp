@@ -47,8 +47,8 @@ void strpos(sqlite3_context* context, int, sqlite3_value** arguments) {
   if (isNull(arguments[0]) || isNull(arguments[1])) return;
   const std::string_view text = textOf(arguments[0]);
   const std::size_t found = text.find(textOf(arguments[1]));
-  sqlite3_int64 place = found == text.npos ? 0 : 1;
-  for (std::size_t at = 0; found != text.npos && at < found; ++at)
+  sqlite3_int64 place = found == std::string_view::npos ? 0 : 1;
+  for (std::size_t at = 0; found != std::string_view::npos && at < found; ++at)
     place += (static_cast<unsigned char>(text[at]) & 0xC0) != 0x80 ? 1 : 0;
   sqlite3_result_int64(context, place);
 }

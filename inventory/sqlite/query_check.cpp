@@ -1,5 +1,7 @@
 #include "inventory/sqlite/query_check.h"
 
+#include <fmt/core.h>
+
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -25,10 +27,8 @@ class EmptyInventory {
   EmptyInventory() : database_("", 64) {
     std::string sql;
     for (const View& view : views(Dialect(Dialect::Kind::kSqlite), std::string(kSelectedView))) {
-      std::string columns;
-      for (const ViewColumn& column : view.columns)
-        columns += (columns.empty() ? "" : ", ") + quotedName(column.name);
-      sql += "create table " + quotedName(view.name) + " (" + columns + ");";
+      sql += fmt::format("create table {} ({});", quotedName(view.name),
+                         joined(view.columns, [](const ViewColumn& each) { return quotedName(each.name); }));
     }
     addFunctions(database_);
     database_.execute(sql);
@@ -46,7 +46,7 @@ class EmptyInventory {
     sqlite3_finalize(statement);
     if (result == SQLITE_OK) {
       const auto end = static_cast<std::size_t>(rest - sql.c_str());
-      if (sql.find_first_not_of(" \t\r\n;", end) == sql.npos) return std::nullopt;
+      if (sql.find_first_not_of(" \t\r\n;", end) == std::string::npos) return std::nullopt;
       return QueryError{end, "there is more than one statement"};
     }
     const int offset = sqlite3_error_offset(database_.raw());
@@ -66,11 +66,11 @@ class EmptyInventory {
       // Everything else is built into SQLite.
       const std::string name = folded(first);
       if (!name.starts_with("sqlite_") && !name.starts_with("pragma_")) return true;
-      return refuse("no view '" + name + "'");
+      return refuse(fmt::format("no view '{}'", name));
     }
     if (action == SQLITE_FUNCTION) {
       if (std::ranges::find(kFunctions, std::string_view(second)) != std::end(kFunctions)) return true;
-      return refuse(std::string("the function '") + second + "' is not available");
+      return refuse(fmt::format("the function '{}' is not available", second));
     }
     if (action == SQLITE_RECURSIVE) return refuse("recursion is not available");
     return refuse("only a SELECT is allowed");

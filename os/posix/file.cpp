@@ -12,11 +12,10 @@
 #include <utility>
 
 #include "os/descriptor.h"
+#include "os/unchanged_file.h"
 
 namespace os {
 namespace {
-
-constexpr int kAttempts = 3;
 
 FileStamp stampFrom(const struct stat& status) {
   return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
@@ -118,14 +117,7 @@ FileStatus linkStatusOf(const std::filesystem::path& path, std::error_code& erro
 }
 
 FileBytes readFile(const std::filesystem::path& path) {
-  for (int attempt = 1;; ++attempt) {
-    const File file(path);
-    FileBytes bytes = file.read();
-    if (file.stamp() == bytes.stamp && stampOf(path) == bytes.stamp) return bytes;
-    if (attempt == kAttempts) {
-      file.refuse(FileFailure::kChanged, "the file keeps changing while it is being read");
-    }
-  }
+  return readUnchanged<File>(path);
 }
 
 std::string readHead(const std::filesystem::path& path, std::size_t size) {

@@ -15,6 +15,8 @@ namespace os {
 namespace {
 
 constexpr std::chrono::milliseconds kPause{5};
+// Without O_NONBLOCK opening a FIFO would wait for a reader.
+constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 // Returns false if another process holds the lock for the whole wait. Where the file system has no locks,
 // none is needed.
@@ -29,6 +31,13 @@ bool lock(const Descriptor& log, std::chrono::milliseconds wait) {
   return true;
 }
 
+// Whether users other than the owner can create a link in the file's directory.
+bool isInSharedDirectory(const std::filesystem::path& file) {
+  struct stat status {};
+  const std::filesystem::path directory = std::filesystem::absolute(file).parent_path();
+  return ::stat(directory.c_str(), &status) != 0 || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
 }  // namespace
 
 void appendToLog(const std::filesystem::path& file, std::string_view records,
@@ -36,9 +45,11 @@ void appendToLog(const std::filesystem::path& file, std::string_view records,
   if (records.empty()) return;
   const std::string what = "cannot write the log " + file.string() + ": ";
   const auto fail = [&](const char* why) { throw std::runtime_error(what + why); };
-  // Without O_NONBLOCK opening a FIFO would wait for a reader.
-  const int flags = O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-  const Descriptor log(::open(file.c_str(), flags, 0666));
+  Descriptor log(::open(file.c_str(), kFlags | O_NOFOLLOW, 0666));
+  if (!log && errno == ELOOP) {
+    if (isInSharedDirectory(file)) fail("it is a symbolic link in a directory that other users can write to");
+    log = Descriptor(::open(file.c_str(), kFlags, 0666));
+  }
   struct stat status {};
   if (!log) fail(errno == ENXIO ? "it is a FIFO" : std::strerror(errno));
   if (::fstat(log.number(), &status) != 0) fail(std::strerror(errno));

@@ -38,21 +38,38 @@ bool isStill(const fs::path& folder, const Descriptor& descriptor) {
          here.st_dev == there.st_dev && here.st_ino == there.st_ino;
 }
 
+// Removes a folder with its contents. The mark goes last, and only from an otherwise empty folder, so that a
+// later process recognises what a killed one leaves.
+void removeMarked(const fs::path& folder) {
+  std::error_code error;
+  bool isEmpty = true;
+  for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+    if (entry->path().filename() == kMark) continue;
+    std::error_code failure;
+    fs::remove_all(entry->path(), failure);
+    isEmpty = isEmpty && !failure;
+  }
+  if (!isEmpty || error) return;
+  fs::remove(folder / kMark, error);
+  ::rmdir(folder.c_str());
+}
+
 // The lock of a folder is released with the process that holds it, however that ends.
 void removeAbandonedFolders(const fs::path& directory) {
   std::error_code error;
-  for (const fs::directory_entry& entry : fs::directory_iterator(directory, error)) {
-    if (!entry.path().filename().string().starts_with(kPrefix)) continue;
-    const Descriptor folder = openFolder(entry.path());
+  for (fs::directory_iterator entry(directory, error), end; !error && entry != end; entry.increment(error)) {
+    const fs::path& path = entry->path();
+    if (!path.filename().string().starts_with(kPrefix)) continue;
+    const Descriptor folder = openFolder(path);
     struct stat status {};
     if (!folder || ::fstat(folder.number(), &status) != 0 || status.st_uid != ::geteuid()) continue;
     if (::flock(folder.number(), LOCK_EX | LOCK_NB) != 0) continue;
     std::error_code ignored;
-    if (fs::exists(entry.path() / kMark, ignored)) {
-      fs::remove_all(entry.path(), ignored);
+    if (fs::exists(path / kMark, ignored)) {
+      removeMarked(path);
     } else {
-      // A process that was killed before it made the mark leaves an empty folder.
-      ::rmdir(entry.path().c_str());
+      // A process that was killed before it made the mark, or after it removed it, leaves an empty folder.
+      ::rmdir(path.c_str());
     }
   }
 }
@@ -97,14 +114,7 @@ void PrivateFolder::remove() noexcept {
     fs::path folder = path_.string() + "-gone";
     if (::rename(path_.c_str(), folder.c_str()) != 0) folder = path_;
     std::error_code error;
-    for (int tries = 0; tries < kMostTries; ++tries) {
-      // The mark goes last, so that a partly removed folder is still recognised.
-      for (const fs::directory_entry& entry : fs::directory_iterator(folder, error)) {
-        if (entry.path().filename() != kMark) fs::remove_all(entry.path(), error);
-      }
-      fs::remove(folder / kMark, error);
-      if (::rmdir(folder.c_str()) == 0 || errno != ENOTEMPTY) return;
-    }
+    for (int tries = 0; tries < kMostTries && fs::exists(folder, error); ++tries) removeMarked(folder);
   } catch (const std::exception&) {
     // A later process removes it.
   }

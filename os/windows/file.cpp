@@ -8,11 +8,12 @@
 #include <string>
 #include <system_error>
 
+#include "os/unchanged_file.h"
+
 // A file is identified by its volume and its index there.
 namespace os {
 namespace {
 
-constexpr int kAttempts = 3;
 constexpr std::uint64_t kTicksPerSecond = 10'000'000;
 constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 
@@ -115,14 +116,7 @@ std::optional<FileStamp> stampOf(const std::filesystem::path& path) {
 }
 
 FileBytes readFile(const std::filesystem::path& path) {
-  for (int attempt = 1;; ++attempt) {
-    const File file(path);
-    FileBytes bytes = file.read();
-    if (file.stamp() == bytes.stamp && stampOf(path) == bytes.stamp) return bytes;
-    if (attempt == kAttempts) {
-      file.refuse(FileFailure::kChanged, "the file keeps changing while it is being read");
-    }
-  }
+  return readUnchanged<File>(path);
 }
 
 }  // namespace os

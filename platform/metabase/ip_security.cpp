@@ -271,8 +271,8 @@ std::optional<IpSecurity> decodeIpSecurity(std::string_view bytes, IpSecurityPro
   return security;
 }
 
-automation::ObjectRef makeIpSecurityObject(IpSecurity security) {
-  return std::make_shared<IpSecurityObject>(std::move(security));
+automation::ObjectRef makeIpSecurityObject(const IpSecurity& security) {
+  return std::make_shared<IpSecurityObject>(security);
 }
 
 }  // namespace platform::metabase

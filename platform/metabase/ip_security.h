@@ -49,6 +49,6 @@ std::optional<IpSecurity> decodeIpSecurity(std::string_view bytes, IpSecurityPro
 
 // Creates the automation object, with the members GrantByDefault, IPGrant, IPDeny, DomainGrant and DomainDeny
 // of "IIsIPSecurity (ADSI)". The lists of domains are always empty.
-automation::ObjectRef makeIpSecurityObject(IpSecurity security);
+automation::ObjectRef makeIpSecurityObject(const IpSecurity& security);
 
 }  // namespace platform::metabase

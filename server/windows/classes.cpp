@@ -149,7 +149,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
   static Variant valueOf(LONG number) { return std::int32_t{number}; }
   static Variant valueOf(short number) { return std::int16_t{number}; }
 
-  static void giveBack(BSTR* text, const Variant& value) {
+  static void copyBack(BSTR* text, const Variant& value) {
     const auto* left = value.as<automation::Text>();
     if (left == nullptr || *left == automation::com::viewOf(*text)) return;
     BSTR made = automation::com::makeText(*left);
@@ -157,14 +157,14 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
     *text = made;
   }
   template <typename Value>
-  static void giveBack(Value, const Variant&) {}
+  static void copyBack(Value, const Variant&) {}
 
   template <typename... Values>
   Variant answer(TextView member, Values... values) {
     std::array<Variant, sizeof...(Values)> arguments{valueOf(values)...};
     Variant result = object_->call(member, arguments);
     std::size_t at = 0;
-    (giveBack(values, arguments[at++]), ...);
+    (copyBack(values, arguments[at++]), ...);
     return result;
   }
 
