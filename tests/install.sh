@@ -33,7 +33,7 @@ expect() {
   _iisinventory "$program" "${COMP_WORDS[COMP_CWORD]}" "${COMP_WORDS[COMP_CWORD - 1]}" || true
   [ "${COMPREPLY[*]}" = "$expected" ] || fail "$*: '${COMPREPLY[*]}' and not '$expected'"
 }
-expect 'report rename remove' --color never re
+expect 'report rename remove redact' --color never re
 expect '--list --log-dir' collect --l
 expect 'Message Memory\ Recycling' collect --only m
 expect 'Message Memory\ Recycling' collect -o M

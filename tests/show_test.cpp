@@ -110,7 +110,7 @@ TEST_F(Show, SelectsRowsByAlternativesAndText) {
   run({"show", "--search", "no such text"}, 0, "no row contains 'no such text'");
   run({"show", "ftp_sites"}, 2, "did you mean 'ftp_site'?");
   const json relations = rows({"show"});
-  EXPECT_EQ(relations[relations.size() - 9], json({{"Table", "ftp_site"}, {"Rows", 12}}));
+  EXPECT_EQ(relations[relations.size() - 9], json({{"Table", "ftp_site"}, {"Rows", nullptr}}));
 }
 
 TEST_F(Show, WritesCsvWithoutFormulas) {

@@ -134,24 +134,30 @@ TEST_F(SuddenDeath, KeepsEachServerCompletelyOldOrNew) {
 }
 
 TEST_F(SuddenDeath, IsCleanedUpByTheNextRun) {
+  constexpr const char* kMark = "mark-of-a-private-folder";
   {
     // The lock keeps the program from finishing.
     Database locking(database_, Database::Mode::kReadWrite, {});
     const sqlite::Transaction lock(locking);
     const auto program = collect(0, "100000");
-    while (program->isRunning() && (!fs::exists(temporary_) || fs::is_empty(temporary_))) pause();
+    const auto hasMark = [&] {
+      std::error_code error;
+      const fs::directory_iterator folder(temporary_, error);
+      return folder != fs::directory_iterator() && fs::exists(folder->path() / kMark, error);
+    };
+    while (program->isRunning() && !hasMark()) pause();
     kill(program->id(), SIGKILL);
     EXPECT_EQ(program->wait().status, -SIGKILL);
   }
   const fs::path left = fs::directory_iterator(temporary_)->path();
   // In whatever order the file system lists them, the mark is between them.
-  const fs::path mark = left / "mark-of-a-private-folder";
+  const fs::path mark = left / kMark;
   for (int file = 0; file < 30; ++file) {
     if (file == 15 && fs::remove(mark)) std::ofstream(mark).flush();
     fs::create_directory(left / std::to_string(file));
   }
   fs::create_directory(temporary_ / "iisinventory-private-early");  // of a run that was killed early
-  const int removals = ::inotify_init1(IN_CLOEXEC);
+  const int removals = ::inotify_init1(IN_CLOEXEC | IN_NONBLOCK);
   ASSERT_GT(::inotify_add_watch(removals, left.c_str(), IN_DELETE), 0);
   EXPECT_EQ(collect(1)->wait().status, 0);
   EXPECT_TRUE(fs::is_empty(temporary_));

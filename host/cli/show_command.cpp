@@ -7,7 +7,7 @@ namespace {
 
 constexpr const char* kFooter =
     "TABLE is a table, a view or a tab: General for tblGeneral; see 'iisinventory\n"
-    "schema'. Without TABLE, lists the tables and views with their row counts;\n"
+    "schema'. Without TABLE, lists the tables and their row counts, and the views;\n"
     "--search then searches all tables, and xlsx has a sheet for each view.\n"
     "\n"
     "CONDITION is COLUMN=TEXT, COLUMN!=TEXT or COLUMN~TEXT (contains), in any case.\n"

@@ -27,23 +27,8 @@ namespace {
 using Collections = std::vector<inventory::CollectionInfo>;
 using Strings = std::vector<std::string>;
 
-// Returns the number of rows of each view in the collections.
-std::vector<std::int64_t> countViewRows(inventory::Reader& reader, const Collections& collections,
-                                        const std::vector<Relation>& views) {
-  std::string sql;
-  for (const Relation& view : views)
-    sql += fmt::format("{}select count(*) from {}", sql.empty() ? "" : " union all ",
-                       inventory::quotedName(view.name));
-  std::vector<std::int64_t> counts(views.size());
-  reader.inViews(collections, [&](inventory::Session& session, auto, const std::string& selected) {
-    const auto rows = session.query(inventory::withViews(session.dialect(), selected, sql));
-    for (std::int64_t& count : counts) count += rows->next() ? rows->number(0) : 0;
-  });
-  return counts;
-}
-
-// Returns the list of the tables and views with their row counts.
-CapturedTable listRelations(inventory::Reader& reader, const Collections& collections) {
+// Returns the list of the tables, with their row counts, and the views.
+CapturedTable listRelations(const Collections& collections) {
   std::vector<std::int64_t> counts(inventory::tables().size());
   std::int64_t problems = 0;
   for (const inventory::CollectionInfo& collection : collections) {
@@ -52,14 +37,11 @@ CapturedTable listRelations(inventory::Reader& reader, const Collections& collec
   }
   counts.insert(counts.end(), {std::ssize(collections), problems});
   const std::vector<Relation> all = relations();
-  const std::vector<std::int64_t> ofViews =
-      countViewRows(reader, collections, {all.begin() + std::ssize(counts), all.end()});
-  counts.insert(counts.end(), ofViews.begin(), ofViews.end());
   CapturedTable captured;
   captured.columns = {{"Table"}, {"Rows", true}};
   for (std::size_t at = 0; at < all.size(); ++at) {
-    const std::string count = std::to_string(counts[at]);
-    captured.add({all[at].name, count});
+    const std::string count = at < counts.size() ? std::to_string(counts[at]) : "";
+    captured.add({all[at].name, count.empty() ? inventory::Cell() : inventory::Cell(count)});
   }
   return captured;
 }
@@ -100,7 +82,7 @@ std::vector<CapturedTable> capture(const ShowOptions& options) {
   inventory::Reader reader = inventory->read(reportSuccessor);
   const Collections collections = chosenServers(reader, options.servers, options.at);
   std::vector<CapturedTable> tables;
-  if (chosen.empty()) tables.push_back(listRelations(reader, collections));
+  if (chosen.empty()) tables.push_back(listRelations(collections));
   for (const Relation& relation : chosen) {
     CapturedTable table = TableReader(options, relation).read(reader, collections);
     if (isNamed) reportNotCollected(relation, collections);
