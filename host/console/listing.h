@@ -27,7 +27,7 @@ struct Listing {
     bool isJson = false;  // objects and booleans
     bool isProblemCount = false;
     inventory::Type cellType = inventory::Type::kText;  // of its cells in a spreadsheet
-    bool isMessage = false;  // stays on a narrow terminal
+    bool isMessage = false;                             // stays on a narrow terminal
   };
   std::vector<Column> columns;
   std::function<void(const std::function<void(const Row&)>&)> forEachRow;
