@@ -9,21 +9,31 @@ with places as (
   select object_id, server, identifier as site, path, rtrim(fold(path), '\') || '\' as folded from ftp_site
   union all
   select object_id, server, site_identifier, path, rtrim(fold(path), '\') || '\' from ftp_directory),
--- The order in which a directory is followed by what it contains. A directory of several sites has site null.
+-- The site of a path; null if it is of several.
+paths as (
+  select object_id, server, site, path, folded,
+         case when min(site) over same = max(site) over same then site end as path_site
+  from places where path <> ''
+  window same as (partition by server, folded)),
+-- In this order a directory is followed by what it contains. A change is a path of another site than the one before.
 ordered as (
-  select server, folded, lag(site) over following = site as has_site_of_previous,
-         lead(folded) over following as next, lead(site) over following as next_site
-  from (select server, folded, case when min(site) = max(site) then min(site) end as site
-        from places where path <> '' group by server, folded) paths
-  window following as (partition by server order by folded)),
--- Of another site than the next directory: the first one after that.
+  select object_id, server, site, path, folded,
+         lead(folded) over following as next, lead(path_site) over following as next_site,
+         case when coalesce(lag(folded) over following = folded or lag(path_site) over following = path_site, false)
+              then null else folded end as change
+  from paths
+  window following as (partition by server order by folded, object_id)),
+candidates as (
+  select object_id, site, path, folded,
+         max(case when next <> folded then next end) over same as next,
+         max(case when next <> folded then next_site end) over same as next_site,
+         -- The first one after the next that is of another site than the one before it.
+         min(change) over (partition by server order by folded desc
+                           groups between unbounded preceding and 2 preceding) as later
+  from ordered
+  window same as (partition by server, folded)),
 others as (
-  select server, folded, next, next_site,
-         min(case when has_site_of_previous then null else folded end) over (
-           partition by server order by folded desc rows between unbounded preceding and 2 preceding) as later
-  from ordered)
-select object_id, case when path is null then null else starts_with(contains, folded) end as holds, path, contains
-from (select p.object_id, p.path, n.folded, case when n.next_site = p.site then n.later else n.next end as contains
-      from places p
-      left join others n on n.server = p.server and n.folded = p.folded and p.path <> '') candidates
-where path is null or contains is not null
+  select object_id, path, folded, case when next_site = site then later else next end as contains from candidates)
+select object_id, null as holds, path, null as contains from places where path is null
+union all
+select object_id, starts_with(contains, folded), path, contains from others where contains is not null

@@ -83,7 +83,7 @@ TEST_F(Sources, NamesServersAfterTheirFolders) {
   folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml", kWeb01);
   folder_.file("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml", kWeb01);
   fs::last_write_time(path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History/MetaBase_0000000012.xml"),
-                      fs::file_time_type::clock::now() - std::chrono::hours(1));
+                      fs::last_write_time(path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/MetaBase.xml")));
   folder_.file("fleet/site b/Zürich/export.txt", test::utf16("\uFEFF" + kWeb01.substr(3), true));
   folder_.file("fleet/D/MetaBase.xml", kWeb01);
   folder_.file("fleet/notes/readme.xml", "<notes/>");

@@ -44,7 +44,7 @@ std::optional<std::string> serverNameError(const std::string& name) {
 }
 
 Location locate(std::string_view path, const std::string& place, const std::string& placeName) {
-  Location location{place, placeName, {}, false};
+  Location location{place, placeName, {}};
   std::string folder;  // nearest one
   std::size_t begin = 0;
   for (std::size_t slash = path.find('/'); slash != path.npos; slash = path.find('/', begin)) {
@@ -58,8 +58,9 @@ Location locate(std::string_view path, const std::string& place, const std::stri
   location.stem = stemOf(file);
   const std::string name = inventory::folded(withoutCompression(file).string());
   folder = inventory::folded(folder);
-  location.isVersion = name == "metabase.xml" || (name.starts_with("metabase_") && name.ends_with(".xml")) ||
-                       folder == "history" || folder == "metaback";
+  const bool isInHistory = folder == "history" || folder == "metaback";
+  location.isCopy = isInHistory || (name.starts_with("metabase_") && name.ends_with(".xml"));
+  location.isVersion = location.isCopy || name == inventory::folded(kMetabaseFile);
   return location;
 }
 

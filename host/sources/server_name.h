@@ -18,6 +18,7 @@ struct Location {
   std::string stem;      // the file's name without extensions
   // Whether it is MetaBase.xml or one of its history copies. Those of one home are versions of one server.
   bool isVersion = false;
+  bool isCopy = false;  // a version, but not MetaBase.xml itself
 };
 
 // `path` is that of the file below `place`, a folder or archive, which is its home if there is no other.

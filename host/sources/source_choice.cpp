@@ -109,7 +109,10 @@ Sources SourceChoice::finish() {
       const Source& b = right.candidate.source;
       if (left.key != right.key) return left.key < right.key;
       if (left.place != right.place) return left.place < right.place;
-      return a.modified != b.modified ? a.modified > b.modified : a.path < b.path;
+      if (a.modified != b.modified) return a.modified > b.modified;
+      // The server saves both at once.
+      const bool isCopy = left.candidate.location.isCopy;
+      return isCopy != right.candidate.location.isCopy ? !isCopy : a.path < b.path;
     });
     for (auto first = named_.begin(); first != named_.end();) {
       const auto last =
