@@ -282,7 +282,7 @@ TEST_F(Host, ShowsSelectedRowsAndUnknownValues) {
 
 TEST_F(Host, ReadsCollectionsOfTheHistory) {
   const auto listed = [&](Arguments arguments) {
-    arguments.insert(arguments.end(), {"--format", "json"});
+    arguments.insert(arguments.end(), {"--format", "JSON"});
     return json::parse(runCommand(arguments).out);
   };
   collect({"WEB=" + kLegacy}, 1);
@@ -367,6 +367,13 @@ TEST_F(Host, WritesAPageForEachServer) {
   fs::create_directory(path("pages/server-web01.html"));
   report({"--server", "WEB01"}, 2, "server-web01.html': Is a directory");
   EXPECT_EQ(test::contents(path("pages/index.html")), index);
+  fs::remove(path("pages/server-web01.html"));
+  ASSERT_EQ(mkfifo(path("pages/server-web01.html").c_str(), 0600), 0);
+  report({"--server", "WEB01"}, 2, "it is not a regular file");
+  fs::remove(path("pages/server-web01.html"));
+  folder_.file("pages/server-mine.html", "<!DOCTYPE html>");
+  report({"--server", "WEB01"}, 0);  // removes only its own page of the other server
+  EXPECT_EQ(std::distance(fs::directory_iterator(path("pages")), {}), 3);
 
   Database(database_, Database::Mode::kCreate, {}).execute("update Problems set Kind = 'note'");
   host::ReportOptions options{database_, {}, {}, path("page.html")};
@@ -463,7 +470,7 @@ TEST_F(Host, RecommendsACommandThatWorks) {
 
 TEST_F(Host, WritesTheResultsAsJson) {
   const auto document = [&](Arguments arguments, int status) {
-    arguments.insert(arguments.end(), {"--format", "json"});
+    arguments.insert(arguments.end(), {"--format", "JSON"});
     return json::parse(run(arguments, status).out);
   };
   const Arguments both = {"collect", kLegacy, kWeb01, "-d", database_, "--fail-on", "unpublished"};
@@ -505,14 +512,15 @@ TEST_F(Host, IgnoresAClosedOutputPipe) {
     EXPECT_EQ(runCommand(arguments, status, "", test::breakOutputPipe).err, "");
   EXPECT_EQ(rows("tblFTPSiteInfo").size(), 12U);
   runCommand({"show", "tblGeneral"}, 2, "cannot write the output", [] { close(STDOUT_FILENO); });
+  const auto toFullDevice = [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); };
+  runCommand({"collect", kWeb01, "--fail-on", "unpublished"}, 1, "cannot write the output", toFullDevice);
   // A change is made before it is reported.
   const std::pair<Arguments, std::string> changes[] = {
       {{"copy", "--from", database_, "--to", path("copy.db")}, "copied 1 server"},
       {{"rename", "WEB01", "WEB9", "-d", database_}, "renamed WEB01 to WEB9"},
       {{"remove", database_, "WEB9"}, "removed WEB9"}};
   for (const auto& [arguments, words] : changes) {
-    const Result result =
-        run(arguments, 0, words, [] { dup2(open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
+    const Result result = run(arguments, 0, words, toFullDevice);
     EXPECT_TRUE(result.err.ends_with("(cannot write the output: No space left on device)\n")) << result.err;
   }
 }

@@ -1,14 +1,20 @@
-// Redacted metabases: what is kept, what is replaced, and that a collection cannot tell the difference.
+// Redacted metabases: what is kept, what is replaced, and that a collection is equal but for the replaced
+// words.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
+#include <csignal>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -121,8 +127,7 @@ TEST_F(Redaction, KeepsNoWordThatIsNotListed) {
   const auto list = [&](const std::string& word) { listed.insert(lower(word)); };
   const auto skip = [](char) {};
   forEachWord(test::contents(SOURCE_DIRECTORY "/host/redact/harmless.tsv"), list, skip);
-  for (const char* const table :
-       {"schema.tsv", "schema_flags.tsv", "schema_classes.tsv", "schema_overrides.tsv"})
+  for (const char* const table : {"schema.tsv", "schema_flags.tsv", "schema_classes.tsv"})
     forEachWord(test::contents(SOURCE_DIRECTORY "/platform/metabase/" + std::string(table)), list, skip);
   forEachWord("\xEF\xBB\xBF version amp lt gt quot apos x000A x000D", list, skip);
   for (const std::string& text : {kWeb01, kLegacy}) {
@@ -185,11 +190,14 @@ TEST_F(Redaction, WritesItsFilesWholeAndReplacesNoOther) {
   const std::string file = folder_.file("m.xml", kWeb01);
   const std::string out = (folder_ / "out.xml").string();
   const std::string table = (folder_ / "words.csv").string();
-  const auto expect = [&](test::Arguments arguments, int status, const std::string& words) {
+  const auto expect = [&](test::Arguments arguments, int status, const std::string& words,
+                          const std::function<void()>& prepare = {}) {
     arguments.insert(arguments.begin(), "redact");
-    return runExpecting(folder_, arguments, status, words).out;
+    return runExpecting(folder_, arguments, status, words, prepare).out;
   };
   expect({folder_.file("cut.xml", kWeb01.substr(0, 5000)), "-o", out}, 2, "cut.xml, line ");
+  expect({file, "-o", out}, 2, "cannot write the output",
+         [] { ::dup2(::open("/dev/full", O_WRONLY | O_CLOEXEC), STDOUT_FILENO); });
   EXPECT_FALSE(fs::exists(out));
   EXPECT_NE(expect({file, "-o", out}, 0, "Original,Replacement").find("\nWEB01,WORD"), std::string::npos);
   EXPECT_EQ(test::contents(out), redact(kWeb01).file);
@@ -202,6 +210,23 @@ TEST_F(Redaction, WritesItsFilesWholeAndReplacesNoOther) {
   ASSERT_EQ(::stat(table.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600U);
   EXPECT_NE(test::contents(table).find("\nWEB01,WORD"), std::string::npos);
+}
+
+TEST_F(Redaction, IsInterruptedWhileItsTableIsNotRead) {
+  const fs::path directory = folder_.folder("redacted");
+  test::Program program(
+      folder_, {"redact", folder_.file("m.xml", kWeb01), "-o", (directory / "out.xml").string()}, [] {
+        int ends[2];
+        if (::pipe2(ends, O_NONBLOCK) != 0) throw std::runtime_error("no pipe");
+        while (::write(ends[1], "", 1) == 1) {
+        }
+        ::fcntl(ends[1], F_SETFL, 0);
+        ::dup2(ends[1], STDOUT_FILENO);
+      });
+  while (program.isRunning() && fs::is_empty(directory)) ::usleep(1000);
+  ::kill(program.id(), SIGTERM);
+  EXPECT_EQ(program.wait().status, -SIGTERM);
+  EXPECT_TRUE(fs::is_empty(directory));
 }
 
 }  // namespace

@@ -165,6 +165,9 @@ TEST_F(Show, WritesWorkbooks) {
   EXPECT_EQ(test::contents(file), before);
   run({"show", "--output", file, "--server", "WEB01", "--format", "XLSX", "app_pool"});
   run({"show", "--format", "xlsx"}, 2, "needs --output");
+  run({"show", "--output", path("book.pdf")}, 2, "use .txt, .csv, .json or .xlsx");
+  run({"collect", kWeb01, "--quiet", "--only", "Message", "--replace"});
+  run({"show", "--output", file}, 0, "ftp_directory: not collected, or only partly, for WEB01");
 }
 
 TEST(Workbook, HasValidAndDistinctSheetNames) {

@@ -93,7 +93,7 @@ TEST_F(Sources, NamesServersAfterTheirFolders) {
   const Result listed =
       test::runExpecting(folder_, {"collect", path("fleet"), "--list"}, 0,
                          "Z; ignoring '" + path("fleet/WEB01/C$/WINDOWS/system32/inetsrv/History"));
-  EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 7);
+  EXPECT_EQ(std::count(listed.out.begin(), listed.out.end(), '\n'), 9);
   EXPECT_FALSE(fs::exists(path("inventory.db")));
 
   collect({path("fleet")});
@@ -102,8 +102,8 @@ TEST_F(Sources, NamesServersAfterTheirFolders) {
 
 TEST_F(Sources, ReportsSourcesWithOneName) {
   for (const char* file :
-       {"flat/SRV1.xml", "flat/SRV2.xml", "flat/SRV.3.xml", "flat/MetaBase.xml", "a/XY/one.xml",
-        "b/xy/MetaBase.xml", "b/xy/MetaBase_0000000012.xml", "flat/unrelated.txt"})
+       {"flat/SRV1.xml", "flat/SRV2.xml", "flat/SRV.3.xml", "flat/MetaBase_SRV4.xml", "flat/MetaBase.xml",
+        "a/XY/one.xml", "b/xy/MetaBase.xml", "b/xy/MetaBase_0000000012.xml", "flat/unrelated.txt"})
     folder_.file(file, std::string_view(file).ends_with("txt") ? "text" : kWeb01);
   for (const char* older : {"a/XY/one.xml", "b/xy/MetaBase_0000000012.xml"})
     fs::last_write_time(path(older), fs::file_time_type::clock::now() - std::chrono::hours(1));
@@ -112,10 +112,33 @@ TEST_F(Sources, ReportsSourcesWithOneName) {
       collect({path("flat"), path("a"), path("b")}, 1, "several sources are called 'xy': " + chosen);
   EXPECT_NE(result.err.find("ignoring '" + path("a/XY/one.xml") + "' of 2"), std::string::npos) << result.err;
   EXPECT_NE(result.out.find("xy: " + chosen), std::string::npos) << result.out;
-  EXPECT_EQ(servers(), (Strings{"SRV.3", "SRV1", "SRV2", "flat", "xy"}));
+  EXPECT_EQ(servers(), (Strings{"MetaBase_SRV4", "SRV.3", "SRV1", "SRV2", "flat", "xy"}));
   test::runExpecting(folder_, {"collect", "Y=" + path("b"), "--list"}, 0,
                      path("b/xy/MetaBase_0000000012.xml") + "  Y       older version");
-  test::runExpecting(folder_, {"collect", "Y=" + path("flat"), "--list"}, 2, "exactly one metabase; found 4");
+  test::runExpecting(folder_, {"collect", "Y=" + path("flat"), "--list"}, 2, "exactly one metabase; found 5");
+  test::runExpecting(folder_,
+                     {"collect", path("b/xy/MetaBase_0000000012.xml"), path("b/xy/MetaBase.xml"), "--list"},
+                     0, path("b/xy/MetaBase_0000000012.xml") + "  xy      older version");
+}
+
+TEST_F(Sources, ReportsWhatIsOnlyCalledLikeAMetabase) {
+  using namespace std::string_literals;
+  folder_.file("fleet/EMPTY/MetaBase.xml", "");
+  folder_.file("fleet/COPY/MetaBase_0000000012_0000000000.xml.gz", "text");
+  writeArchive(path("fleet/BAD.zip"), {{"BAD/MetaBase.xml", "text"}});
+  fs::create_symlink("EMPTY/MetaBase.xml", path("fleet/METABASE.xml"));
+  ASSERT_EQ(::mkfifo(path("fleet/COPY/MetaBase.xml").c_str(), 0600), 0);
+  for (const std::string& text : {"a=-lh9 b"s, "070701 is a date"s, "\x5D\0\0"s, "\x60\xEA"s})
+    folder_.file("fleet/" + std::to_string(text[0]), text);
+  const std::string err = collect({path("fleet"), "--list"}, 2).err;
+  for (const char* problem :
+       {"EMPTY/MetaBase.xml': it is not a metabase",
+        "COPY/MetaBase_0000000012_0000000000.xml.gz': it is not a metabase",
+        "BAD.zip:BAD/MetaBase.xml': it is not a metabase", "METABASE.xml': it is a link, not followed",
+        "COPY/MetaBase.xml': it is not a regular file"}) {
+    EXPECT_NE(err.find("cannot read '" + path("fleet/") + problem), std::string::npos) << err;
+  }
+  EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 5) << err;
 }
 
 TEST_F(Sources, ReportsAnUnreadableFolder) {
@@ -141,6 +164,8 @@ TEST_F(Sources, FindsMetabasesInArchivesAsInFolders) {
     EXPECT_EQ(servers(), (Strings{"ONE", "THREE", "TWO"}));
   }
   EXPECT_FALSE(fs::exists(folder_.path().parent_path() / "TWO"));
+  writeArchive(path("TWICE.tar"), {{"FOUR.xml", kWeb01}, {"FOUR.xml", kWeb01}});
+  collect({path("TWICE.tar"), "--list"}, 1, "several sources are called 'FOUR'");
 }
 
 TEST_F(Sources, SearchesArchivesWithinArchives) {
@@ -164,7 +189,7 @@ TEST_F(Sources, SearchesArchivesWithinArchives) {
     EXPECT_NE(result.err.find(outer + problem), std::string::npos) << result.err;
   EXPECT_EQ(servers(), (Strings{"WEB02", "WEB03"}));
   collect({path("fleet"), "--max-size", "1kB"}, 2,
-          "the archives in '" + path("fleet/outer.zip") + "' are larger");
+          "the archives in '" + path("fleet/outer.zip") + "' are together larger");
 }
 
 TEST_F(Sources, StartsNoProgramToDecompress) {

@@ -49,7 +49,7 @@ class Children final : public Implementation<IEnumVARIANT> {
     } catch (...) {
       const Outgoing failure = outgoing({});
       while (given > 0) VariantClear(&values[--given]);
-      return tellErrorObject(failure, IID_IEnumVARIANT);
+      return returnErrorObject(failure, IID_IEnumVARIANT);
     }
     if (fetched != nullptr) *fetched = given;
     return given == count ? S_OK : S_FALSE;
@@ -62,7 +62,7 @@ class Children final : public Implementation<IEnumVARIANT> {
       }
       return S_OK;
     } catch (...) {
-      return tellErrorObject(outgoing({}), IID_IEnumVARIANT);
+      return returnErrorObject(outgoing({}), IID_IEnumVARIANT);
     }
   }
 
@@ -71,7 +71,7 @@ class Children final : public Implementation<IEnumVARIANT> {
       walk_ = object_->children();
       return S_OK;
     } catch (...) {
-      return tellErrorObject(outgoing({}), IID_IEnumVARIANT);
+      return returnErrorObject(outgoing({}), IID_IEnumVARIANT);
     }
   }
 
@@ -135,7 +135,7 @@ class ExposedObject final : public Implementation<IDispatch> {
     try {
       return invoke(member, kind, *parameters, result);
     } catch (...) {
-      return tellException(outgoing({}), exception);
+      return returnException(outgoing({}), exception);
     }
   }
 

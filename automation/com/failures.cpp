@@ -130,7 +130,7 @@ Outgoing outgoing(TextView ownSource) noexcept {
   return failed;
 }
 
-HRESULT tellException(const Outgoing& failure, EXCEPINFO* exception) noexcept {
+HRESULT returnException(const Outgoing& failure, EXCEPINFO* exception) noexcept {
   if (failure.code == E_OUTOFMEMORY) return E_OUTOFMEMORY;
   if (exception == nullptr) return DISP_E_EXCEPTION;
   *exception = {};
@@ -140,7 +140,7 @@ HRESULT tellException(const Outgoing& failure, EXCEPINFO* exception) noexcept {
   return DISP_E_EXCEPTION;
 }
 
-HRESULT tellErrorObject(const Outgoing& failure, const IID& interfaceId) noexcept {
+HRESULT returnErrorObject(const Outgoing& failure, const IID& interfaceId) noexcept {
   Pointer<ICreateErrorInfo> made;
   if (CreateErrorInfo(made.put()) < 0) return failure.code;
   BSTR description = textOrNull(failure.description);

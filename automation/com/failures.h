@@ -36,7 +36,7 @@ Outgoing outgoing(TextView ownSource) noexcept;
 
 // Reports the exception being handled to a caller through IDispatch, the vtable or a moniker. Return the
 // result code.
-HRESULT tellException(const Outgoing& failure, EXCEPINFO* exception) noexcept;
-HRESULT tellErrorObject(const Outgoing& failure, const IID& interfaceId) noexcept;
+HRESULT returnException(const Outgoing& failure, EXCEPINFO* exception) noexcept;
+HRESULT returnErrorObject(const Outgoing& failure, const IID& interfaceId) noexcept;
 
 }  // namespace automation::com

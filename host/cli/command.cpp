@@ -42,7 +42,8 @@ void Command::choice(const char* names, std::string& value, std::initializer_lis
                      const char* type, const char* what) {
   const std::vector<std::string> all(choices.begin(), choices.end());
   named(app_.add_option(names, value, what), type)
-      ->check(CLI::IsMember(all, CLI::ignore_case).description(""));
+      // Stores the value as it is listed.
+      ->transform(CLI::IsMember(all, CLI::ignore_case).description(""));
 }
 
 void Command::number(const char* names, int& value, int min, int max, const char* type, const char* what) {

@@ -24,7 +24,8 @@ constexpr const char* kServersFooter =
 constexpr const char* kRemoveFooter =
     "Removes all of the servers, or none; with --before only their collections that\n"
     "were published earlier, except the current ones. Logs are kept. Exit status:\n"
-    "0 done, 2 nothing was removed, or the outcome is unknown.\n"
+    "0 done, 2 nothing was removed, or the outcome is unknown. An argument that is a\n"
+    "file or a server's address is the database.\n"
     "\n"
     "Examples:\n"
     "  iisinventory remove WEB01 WEB02 -d inventory.db\n"

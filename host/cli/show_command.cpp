@@ -1,6 +1,8 @@
+#include <fmt/core.h>
 
 #include "host/cli/command_options.h"
 #include "host/query/show.h"
+#include "inventory/names.h"
 
 namespace host {
 namespace {
@@ -48,18 +50,24 @@ Condition conditionOf(const std::string& text) {
 // Without --format, the extension of the file is the format.
 Format chosenFormat(const Raw& raw) {
   if (!raw.format.empty()) return formatOf(raw.format);
-  const std::string extension = std::filesystem::path(raw.output).extension().string();
-  return formatOf(extension.empty() ? extension : extension.substr(1));
+  const std::string extension = inventory::folded(std::filesystem::path(raw.output).extension().string());
+  if (extension.empty() || extension == ".txt") return Format::kTable;
+  for (const char* const known : {".csv", ".json", ".xlsx"}) {
+    if (extension == known) return formatOf(extension.substr(1));
+  }
+  throw UsageError(fmt::format("--output '{}': use .txt, .csv, .json or .xlsx, or --format", raw.output));
 }
 
 ShowOptions optionsOf(const Raw& raw) {
   refuseEmpty("--server", raw.options.servers);
   ShowOptions options = raw.options;
+  if (raw.database.database.empty() && raw.database.argument.empty() && !options.tables.empty())
+    throw UsageError(fmt::format("--database is required: '{}' is no database", options.tables.front()));
   options.database = raw.database.name();
   options.access = raw.database.access();
   options.at = timeOf("--at", raw.options.at);
-  options.format = chosenFormat(raw);
   if (!raw.output.empty()) options.output = fileToWrite("--output", raw.output, options.database);
+  options.format = chosenFormat(raw);
   if (options.format == Format::kXlsx && raw.output.empty())
     throw UsageError("--format xlsx needs --output FILE");
   refuseEmpty("--columns", raw.columns);

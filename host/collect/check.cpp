@@ -1,6 +1,7 @@
 #include "host/collect/check.h"
 
 #include <algorithm>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -58,7 +59,7 @@ class Check {
       if (!options_.json) printResult(server, outcome, result);
     } catch (const automation::Failure& failure) {
       fail(result, automation::toUtf8(failure.description()));
-    } catch (const Incomplete& error) {
+    } catch (const std::exception& error) {
       fail(result, fmt::format("{}: {}", server.name, error.what()));
     }
     StagingDatabase::recycle(staging_);

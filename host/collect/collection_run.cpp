@@ -259,10 +259,13 @@ void CollectionRun::reportUnprocessed() {
   const std::string why =
       "not collected: " +
       (publisher_.hasGivenUp() ? "the database cannot be published into" : results_.workerError);
-  for (ServerResult& server : results_.servers) {
-    if (server.state != PublishState::kOpen) continue;
-    server.state = PublishState::kFailed;
-    server.errors.push_back(why);
+  {
+    const std::lock_guard lock(mutex_);
+    for (ServerResult& server : results_.servers) {
+      if (server.state != PublishState::kOpen) continue;
+      server.state = PublishState::kFailed;
+      server.errors.push_back(why);
+    }
   }
   console_.error(joinNames(names, kMostNames) + ": " + why);
 }
@@ -289,7 +292,8 @@ int CollectionRun::summarize() {
   } else if (const std::string problems = summary().problems(); !problems.empty()) {
     console_.remark(problems);
   }
-  return summary().status();
+  const int status = summary().status();
+  return console_.hasLostOutput() ? std::max(1, status) : status;
 }
 
 RunSummary CollectionRun::summary() const {

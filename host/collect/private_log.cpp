@@ -44,6 +44,7 @@ Metabase::UnsetRead takeUnsetRead() {
 
 std::int64_t beginCountingRecords() {
   unsetReads.clear();
+  Metabase::takeUnsetRead();
   encodedTexts = triedRecords() * kTextsOfRecord;
   return triedRecords();
 }

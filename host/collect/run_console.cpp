@@ -43,7 +43,7 @@ void RunConsole::print(const std::function<void(Output&)>& prints) {
     } catch (const OutputClosed&) {
       outputFailed_ = true;
     } catch (const std::runtime_error& error) {
-      outputFailed_ = true;
+      outputFailed_ = hasLostOutput_ = true;
       ++errorCount_;
       printError(error.what());
     }

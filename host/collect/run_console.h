@@ -24,6 +24,8 @@ class RunConsole {
   // An error, of which the run counts the number.
   void error(const std::string& text);
   std::int64_t errorCount() const { return errorCount_; }
+  // Whether the output could not be written, other than to a reader that is gone.
+  bool hasLostOutput() const { return hasLostOutput_; }
 
   // More about errors that have been reported.
   void remark(const std::string& text);
@@ -47,6 +49,7 @@ class RunConsole {
   std::atomic<bool> isClosed_ = false;
   std::atomic<bool> isWhole_ = true;
   std::atomic<bool> outputFailed_ = false;
+  std::atomic<bool> hasLostOutput_ = false;
   std::atomic<std::int64_t> errorCount_ = 0;
 };
 

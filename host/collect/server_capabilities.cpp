@@ -90,8 +90,7 @@ ServerCapabilities capabilitiesOf(const Server& server) {
     }
   }
   if (platform::metabase::snapshotOf(fromUtf8(server.name))->isPartialExport()) {
-    const std::string note =
-        " (a partial export): what it hands down is unknown, so defaults count, and IIS 6 is assumed";
+    const std::string note = " (a partial export)";
     if (capabilities.hasSites) capabilities.sitesNote = "no element of the FTP service" + note;
     if (capabilities.hasPools) capabilities.poolsNote = "no element of the web service" + note;
   }

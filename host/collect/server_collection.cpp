@@ -80,11 +80,10 @@ void logParseWarnings(const Metabase& metabase, const std::string& server, Compo
   }
 }
 
-inventory::Problem changedFileNote(const Source& source) {
+inventory::Problem noteOf(std::string message) {
   inventory::Problem note;
   note.isNote = true;
-  note.message = fmt::format(
-      "the file {} has changed since it was read; the inventory shows its earlier contents", source.shown());
+  note.message = std::move(message);
   note.time = inventory::utcNow();
   return note;
 }
@@ -145,7 +144,16 @@ Outcome collectServer(const Server& server, std::uint64_t maxSize, const Selecti
     if (capabilities.hasWeb && includes(selection, Side::kPools)) driver.collectPools(capabilities.hasPools);
   }
   if (const std::string& why = staging.database().fatalError(); !why.empty()) throw Incomplete(why);
-  if (hasChanged(server.source, stamp)) records.add(changedFileNote(server.source));
+  if (metabase->isPartialExport()) {
+    records.add(
+        noteOf("the file is a partial export: what its nodes inherit is not known, so defaults are shown in "
+               "its place, and IIS 6 is assumed"));
+  }
+  if (hasChanged(server.source, stamp)) {
+    records.add(noteOf(
+        fmt::format("the file {} has changed since it was read; the inventory shows its earlier contents",
+                    server.source.shown())));
+  }
   collected.problems = records.takeProblems();
   collected.coverage = coverageOf(selection);
   collected.lineOf = [metabase](const std::string& node) { return lineOf(*metabase, node); };

@@ -183,7 +183,9 @@ void printCsv(const Listing& listing, bool forExcel, Output& output) {
   if (forExcel) output.write("\uFEFF");
   const auto printField = [&](std::size_t at, std::string_view field) {
     std::string text = onTerminal ? escapeForTerminal(field) : std::string(field);
-    if (forExcel && !field.empty() && kFormulaStarts.find(field[0]) != field.npos) text.insert(0, "'");
+    if (forExcel && !listing.columns[at].isNumber && !field.empty() &&
+        kFormulaStarts.find(field[0]) != field.npos)
+      text.insert(0, "'");
     if (at > 0) output.write(",");
     if (text.find_first_of("\",\r\n") == std::string::npos) return output.write(text);
     std::string quoted = "\"";

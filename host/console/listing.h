@@ -52,7 +52,7 @@ std::string jsonText(std::string_view text);
 //
 // kTable enumerates the rows twice, first for the widths, and cuts the widest columns to a terminal's width.
 // What then does not fit is left out, from the last column on, but never a message, which is wrapped.
-// kCsv follows RFC 4180, with `forExcel` cells that begin with = + - @ TAB or CR get an apostrophe; kJson is
+// kCsv follows RFC 4180, with `forExcel` texts that begin with = + - @ TAB or CR get an apostrophe; kJson is
 // an array of objects with numbers and JSON values unquoted. A value that was not written is "-" in a table,
 // an empty field in CSV and null in JSON. Characters that a terminal would interpret are shown visibly on a
 // terminal and in tables, and escaped in JSON.

@@ -17,8 +17,9 @@ namespace host {
 // them. Members throw std::runtime_error.
 class OutputFiles {
  public:
-  // Must be called before other threads start.
-  explicit OutputFiles(std::span<const std::filesystem::path> paths);
+  // Must be called before other threads start. finish() moves the files to their paths in this order.
+  explicit OutputFiles(std::span<const std::filesystem::path> paths,
+                       os::NewFile::Readers readersOfFirst = os::NewFile::Readers::kUsual);
   OutputFiles(const OutputFiles&) = delete;
   OutputFiles& operator=(const OutputFiles&) = delete;
 
@@ -27,8 +28,8 @@ class OutputFiles {
 
  private:
   struct File {
-    explicit File(const std::filesystem::path& path)
-        : file(path), output(file.descriptor(), "'" + path.string() + "'") {}
+    File(const std::filesystem::path& path, os::NewFile::Readers readers)
+        : file(path, readers), output(file.descriptor(), "'" + path.string() + "'") {}
     os::NewFile file;
     Output output;
   };

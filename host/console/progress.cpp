@@ -33,7 +33,7 @@ constexpr std::size_t kBarWidth = 16;
 constexpr std::size_t kLeastForStatus = 32;
 // Estimates are shown after this time, and for at least this rest.
 constexpr std::chrono::seconds kNoGuessBefore{5};
-constexpr std::chrono::seconds kWorthTelling{10};
+constexpr std::chrono::seconds kShortestShown{10};
 
 bool isCapableTerminal() {
   const char* kind = std::getenv("TERM");
@@ -72,7 +72,7 @@ std::string timeLeft(std::chrono::steady_clock::duration took, std::size_t done,
   if (took < kNoGuessBefore || done == 0 || done >= all) return "";
   const auto left =
       std::chrono::duration<double>(took) * (static_cast<double>(all - done) / static_cast<double>(done));
-  if (left < kWorthTelling) return "";
+  if (left < kShortestShown) return "";
   // No more digits than are reliable.
   if (left <= std::chrono::seconds(90))
     return fmt::format("about {:.0f}0 s left", std::ceil(left.count() / 10));
@@ -181,7 +181,7 @@ void ProgressLine::change(const std::shared_ptr<Lane>& lane, const std::function
   const std::size_t columns = os::terminalColumns(os::kStandardError);
   const std::string line = std::string(kWipe) + layOut(*current_, timeLeft(now - start_, done_, servers_),
                                                        columns > 1 ? columns - 1 : 1);
-  lineStands_ = true;
+  isLineShown_ = true;
   printToError(line);
 }
 
@@ -195,9 +195,9 @@ void ProgressLine::chooseLane(Clock::time_point now) {
 }
 
 void ProgressLine::wipe() noexcept {
-  if (!lineStands_) return;
+  if (!isLineShown_) return;
   printToError(kWipe);
-  lineStands_ = false;
+  isLineShown_ = false;
 }
 
 }  // namespace host

@@ -76,7 +76,7 @@ class ProgressLine {
   Clock::time_point currentSince_;
   Clock::time_point drawn_;
   std::size_t done_ = 0;
-  bool lineStands_ = false;
+  bool isLineShown_ = false;
   std::atomic<bool> stopped_ = false;
 };
 

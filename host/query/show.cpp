@@ -49,9 +49,14 @@ CapturedTable listRelations(const Collections& collections) {
 // Prints the servers for which a table was not collected, or only partly.
 void reportNotCollected(const Relation& relation, const Collections& collections) {
   constexpr std::size_t kMaxNames = 20;
-  if (!relation.isData()) return;
   inventory::Coverage complete;
-  for (const inventory::ObjectKind kind : relation.table->kinds) complete.add(*relation.table, kind);
+  if (relation.isData()) {
+    for (const inventory::ObjectKind kind : relation.table->kinds) complete.add(*relation.table, kind);
+  } else if (relation.isView()) {
+    for (const auto& [table, kind] : inventory::sourcesOf(relation.name, "")) complete.add(*table, kind);
+  } else {
+    return;
+  }
   Strings names;
   for (const inventory::CollectionInfo& collection : collections) {
     if (!collection.coverage.covers(complete))
@@ -85,7 +90,7 @@ std::vector<CapturedTable> capture(const ShowOptions& options) {
   if (chosen.empty()) tables.push_back(listRelations(collections));
   for (const Relation& relation : chosen) {
     CapturedTable table = TableReader(options, relation).read(reader, collections);
-    if (isNamed) reportNotCollected(relation, collections);
+    if (isNamed || options.format == Format::kXlsx) reportNotCollected(relation, collections);
     if (isNamed || options.search.empty() || !table.isEmpty) tables.push_back(std::move(table));
   }
   return tables;

@@ -4,13 +4,13 @@
 
 #include <stdexcept>
 #include <system_error>
+#include <vector>
 
 #include "host/console/listing.h"
+#include "host/console/output_files.h"
 #include "host/console/terminal_text.h"
 #include "host/console/text.h"
 #include "os/file.h"
-#include "os/new_file.h"
-#include "os/termination_signals.h"
 
 namespace host {
 namespace {
@@ -51,27 +51,22 @@ void checkRedactionPaths(const RedactionPaths& paths) {
 }
 
 void writeRedaction(const Redaction& redaction, const RedactionPaths& paths, Output& output) {
-  const os::TerminationSignals blocked;
-  os::NewFile file(paths.file);
-  Output text(file.descriptor(), "'" + os::shownPath(paths.file) + "'");
-  text.write(redaction.file);
-  text.flush();
+  std::vector<fs::path> files{paths.file};
+  if (!paths.table.empty()) files.insert(files.begin(), paths.table);
+  OutputFiles opened(files,
+                     paths.table.empty() ? os::NewFile::Readers::kUsual : os::NewFile::Readers::kOwnerOnly);
+  opened[files.size() - 1].write(redaction.file);
   if (!paths.table.empty()) {
-    os::NewFile tableFile(paths.table, os::NewFile::Readers::kOwnerOnly);
-    Output table(tableFile.descriptor(), "'" + os::shownPath(paths.table) + "'");
-    printTable(redaction, table);
-    table.flush();
-    tableFile.finish();
-  }
-  file.finish();
-  if (paths.table.empty()) {
-    printTable(redaction, output);
-  } else {
+    printTable(redaction, opened[0]);
+    opened.finish();
     const auto count = static_cast<std::int64_t>(redaction.replaced.size());
     output.write(escapeForTerminal(os::shownPath(paths.file)) + ": " + pluralize(count, "text", "texts") +
                  " replaced\n");
+    output.flush();
+  } else {
+    printed(output, 0, [&] { printTable(redaction, output); });
+    opened.finish();
   }
-  output.flush();
 }
 
 }  // namespace host

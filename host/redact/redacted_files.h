@@ -18,7 +18,8 @@ struct RedactionPaths {
 // Throws std::runtime_error if a file is there already, or would replace another one of the three.
 void checkRedactionPaths(const RedactionPaths& paths);
 
-// Writes the file as a whole and the table of the replacements, in CSV, for its owner only.
+// Writes the file as a whole and the table of the replacements, in CSV, for its owner only. The file is
+// not moved to its path unless its table is written.
 void writeRedaction(const Redaction& redaction, const RedactionPaths& paths, Output& output);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-// Redacts the texts of a metabase: names, values and what stands between them.
+// Redacts the texts of a metabase: names, values and what is between them.
 #pragma once
 
 #include <cstddef>

@@ -54,9 +54,12 @@ void StoredPart::copyTo(Output& target) {
   output_.flush();
   std::rewind(file_.stream());
   std::array<char, 65536> bytes{};
-  while (const std::size_t size = std::fread(bytes.data(), 1, bytes.size(), file_.stream()))
+  std::size_t copied = 0;
+  while (const std::size_t size = std::fread(bytes.data(), 1, bytes.size(), file_.stream())) {
     target.write({bytes.data(), size});
-  if (std::ferror(file_.stream()) != 0) throw std::runtime_error("cannot read a temporary file");
+    copied += size;
+  }
+  if (copied != size_) throw std::runtime_error("cannot read a temporary file");
 }
 
 void Page::add(const inventory::CollectionInfo& collection, const std::string& address,

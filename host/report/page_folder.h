@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -25,13 +26,17 @@ class PageFolder {
   // Writes a page completely or not at all; a page of that name is replaced. Throws std::runtime_error.
   void write(const std::string& name, Page& page);
 
+  // Removes the servers' pages that an earlier run wrote and this one did not. Throws std::runtime_error.
+  void removeOldPages() const;
+
   // Discards the page that is being written. Later calls of write() wait for ever. For another thread that
   // ends the process.
   void discard() noexcept;
 
  private:
   const std::filesystem::path directory_;
-  std::mutex mutex_;
+  std::set<std::string> written_;
+  std::mutex mutex_;  // guards file_
   std::optional<os::NewFile> file_;
 };
 

@@ -10,6 +10,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "host/console/output_files.h"
 #include "host/query/retry.h"
 #include "host/query/servers.h"
 #include "host/report/page.h"
@@ -17,7 +18,6 @@
 #include "host/report/server_section.h"
 #include "host/usage_error.h"
 #include "inventory/inventory.h"
-#include "os/new_file.h"
 #include "os/termination_signals.h"
 
 namespace host {
@@ -67,17 +67,9 @@ void checkNotDatabase(const ReportOptions& options, const std::filesystem::path&
 
 void writePage(const ReportOptions& options, Output& output) {
   checkNotDatabase(options, options.output);
-  std::optional<os::NewFile> file;
-  std::optional<Output> fileOutput;
-  if (!options.output.empty()) {
-    file.emplace(options.output);
-    fileOutput.emplace(file->descriptor(), fmt::format("'{}'", options.output.string()));
-  }
-  os::TerminationSignals signals;
-  signals.await([&](int signalNumber) {
-    if (file) file->remove();
-    os::endBySignal(signalNumber);
-  });
+  std::vector<std::filesystem::path> paths;
+  if (!options.output.empty()) paths.push_back(options.output);
+  OutputFiles files(paths);
   std::optional<page::Page> page;
   std::size_t count = 0;
   const auto begin = [&] {
@@ -94,10 +86,8 @@ void writePage(const ReportOptions& options, Output& output) {
                       options.maxBytes / 1'000'000));
     }
   });
-  page->write(fileOutput ? *fileOutput : output);
-  if (fileOutput) fileOutput->flush();
-  signals.ignore();
-  if (file) file->finish();
+  page->write(paths.empty() ? output : files[0]);
+  files.finish();
   output.flush();
 }
 
@@ -123,6 +113,7 @@ void writeFolder(const ReportOptions& options) {
     index->add(info, name, summary);
   });
   folder.write(page::kIndexName, *index);
+  folder.removeOldPages();
   signals.ignore();
 }
 

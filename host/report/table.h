@@ -10,7 +10,7 @@
 
 namespace host::page {
 
-// `label`: the title of the column, which stands before the value on a narrow screen.
+// `label`: the title of the column, which is shown before the value on a narrow screen.
 struct TableCell {
   std::string label;
   Value value;

@@ -47,7 +47,7 @@ class Archive {
   bool isLink() const;
   bool isEncrypted() const;
   std::int64_t modified() const;  // seconds since 1970
-  // The member's size, if the archive tells it.
+  // The member's size, if it is known.
   std::optional<std::uint64_t> size() const;
   // A warning about the member's entry; empty if there is none.
   const std::string& warning() const { return warning_; }

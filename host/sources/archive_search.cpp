@@ -69,7 +69,7 @@ class ArchiveSearch {
       case FileType::Kind::kUnsupportedArchive:
         return addProblem(source, unsupportedArchive(type));
       case FileType::Kind::kOther:
-        return results_.others.push_back({source.shown(), {}, "not a metabase"});
+        return results_.addOther(source.shown(), location, "not a metabase");
     }
   }
 
@@ -90,8 +90,9 @@ class ArchiveSearch {
       return addProblem(source, fmt::format("it is an archive within {} others (unpack it)", kMostLevels));
     const auto bytes = archive.readAll(nestedLeft_, std::move(head));
     if (!bytes) {
-      return addProblem(source, fmt::format("the archives in '{}' are larger than {} bytes (--max-size)",
-                                            file_.string(), limits_.maxSize));
+      return addProblem(source,
+                        fmt::format("the archives in '{}' are together larger than {} bytes (--max-size)",
+                                    file_.string(), limits_.maxSize));
     }
     nestedLeft_ -= bytes->size;
     try {
@@ -100,7 +101,7 @@ class ArchiveSearch {
     } catch (const ArchiveError& error) {
       return addProblem(source, error.what());
     }
-    results_.others.push_back({source.shown(), {}, "not a metabase"});
+    results_.addOther(source.shown(), location, "not a metabase");
   }
 
   const fs::path& file_;

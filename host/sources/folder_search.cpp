@@ -33,6 +33,9 @@ class FolderSearch {
       if (failure && failure != std::errc::no_such_file_or_directory) addProblem(entry->path(), failure);
       if (status.kind == os::FileKind::kDirectory) waiting_.push_back(entry->path());
       if (status.kind == os::FileKind::kRegular) addFile(entry->path(), status);
+      if (status.kind == os::FileKind::kStream || status.kind == os::FileKind::kOther) {
+        addOther(entry->path(), entry->is_symlink(failure) ? "a link, not followed" : "not a regular file");
+      }
     }
     if (error) addProblem(folder, error);
   }
@@ -44,8 +47,7 @@ class FolderSearch {
     } catch (const std::system_error& error) {
       return addProblem(file, error.code());
     }
-    Location location = locate(file.lexically_relative(folder_).generic_string(), folder_.string(),
-                               folder_.filename().string());
+    Location location = locationOf(file);
     if (type.kind == FileType::Kind::kMetabase) {
       Source source{Source::Kind::kFile, file};
       source.modified = status.modified;
@@ -56,7 +58,16 @@ class FolderSearch {
     if (type.kind == FileType::Kind::kArchive) {
       if (auto results = searchArchive(file, location, limits_)) return results_.add(*std::move(results));
     }
-    results_.others.push_back({file.string(), {}, "not a metabase"});
+    addOther(file, "not a metabase");
+  }
+
+  Location locationOf(const fs::path& file) const {
+    return locate(file.lexically_relative(folder_).generic_string(), folder_.string(),
+                  folder_.filename().string());
+  }
+
+  void addOther(const fs::path& file, const std::string& what) {
+    results_.addOther(file.string(), locationOf(file), what);
   }
 
   void addProblem(const fs::path& path, const std::error_code& error) {

@@ -26,6 +26,8 @@ struct SearchResults {
   std::vector<ListedFile> others;  // files that are not among `found`
 
   void addProblem(const std::string& file, std::string_view why);
+  // Adds a file that is passed over, being `what`; a problem if it is called like a metabase.
+  void addOther(const std::string& file, const Location& location, const std::string& what);
   void add(SearchResults&& more);
 };
 

@@ -11,6 +11,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::string_view kMetabaseFile = "MetaBase.xml";
+constexpr std::string_view kCopyStart = "metabase_";  // folded
 
 // Whether a folder contains the file on every server and so does not identify one: its usual folders, and
 // drives as they are shared or backed up.
@@ -59,12 +60,20 @@ Location locate(std::string_view path, const std::string& place, const std::stri
   const std::string name = inventory::folded(withoutCompression(file).string());
   folder = inventory::folded(folder);
   const bool isInHistory = folder == "history" || folder == "metaback";
-  location.isCopy = isInHistory || (name.starts_with("metabase_") && name.ends_with(".xml"));
-  location.isVersion = location.isCopy || name == inventory::folded(kMetabaseFile);
+  const bool isMain = name == inventory::folded(kMetabaseFile);
+  const bool isLonger = name.starts_with(kCopyStart) && name.ends_with(".xml");
+  // The server numbers its copies: MetaBase_0000000012_0000000000.xml.
+  const bool isNumbered =
+      isLonger && name.find_first_not_of("0123456789_", kCopyStart.size()) == name.size() - 4;
+  location.isCopy = isInHistory || isNumbered;
+  location.isVersion = location.isCopy || isMain;
+  location.hasUsualName = isMain || isLonger;
   return location;
 }
 
 std::string nameOfFile(const fs::path& file) {
+  const Location location = locate(file.relative_path().generic_string(), "", "");
+  if (location.isVersion && location.hasUsualName && !location.homeName.empty()) return location.homeName;
   const auto isUsual = [&](const fs::path& name) {
     return inventory::folded(name.string()) == inventory::folded(std::string(kMetabaseFile));
   };

@@ -27,6 +27,16 @@ bool areVersions(const Candidate& left, const Candidate& right) {
   return left.location.isVersion && right.location.isVersion && left.location.home == right.location.home;
 }
 
+// The same for files that arguments name. They must exist, have the names that the server gives them, and
+// not both be MetaBase.xml.
+bool areGivenVersions(const Candidate& left, const Candidate& right) {
+  const auto isOne = [](const Candidate& each) {
+    return each.location.hasUsualName && each.source.modified != 0;
+  };
+  const bool isAnyCopy = left.location.isCopy || right.location.isCopy;
+  return isAnyCopy && isOne(left) && isOne(right) && areVersions(left, right);
+}
+
 // The names of what was found below an argument.
 std::vector<std::string> namesOf(const std::vector<Candidate>& found) {
   struct Home {
@@ -50,9 +60,15 @@ std::vector<std::string> namesOf(const std::vector<Candidate>& found) {
 }  // namespace
 
 void SourceChoice::addGiven(const std::string& argument, const std::string& name, Source source) {
-  requireName(argument, name);
   Location location = locate(source.path.relative_path().generic_string(), "", "");
-  named_.push_back({name, inventory::folded(name), {std::move(source), std::move(location)}, named_.size()});
+  Candidate candidate{std::move(source), std::move(location)};
+  const auto first = std::ranges::find_if(named_, [&](const Named& other) {
+    return other.place != kFound && inventory::sameName(other.name, name) &&
+           areGivenVersions(other.candidate, candidate);
+  });
+  if (first == named_.end()) requireName(argument, name);
+  const std::size_t place = first == named_.end() ? named_.size() : first->place;
+  named_.push_back({name, inventory::folded(name), std::move(candidate), place});
 }
 
 void SourceChoice::addFound(const std::string& argument, const std::optional<std::string>& name,
@@ -138,7 +154,7 @@ void SourceChoice::chooseAmong(std::vector<Named>::iterator first, std::vector<N
   for (auto other = std::next(first); other != last; ++other) {
     const Source& source = other->candidate.source;
     // Found below another argument, too.
-    if (source.shown() == used.shown()) continue;
+    if (source.shown() == used.shown() && source.members == used.members) continue;
     const bool isVersion = areVersions(first->candidate, other->candidate);
     sources_.files.push_back({source.shown(), other->name, isVersion ? "older version" : "not collected"});
     if (!isVersion) {

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A name that nobody can create beforehand.
+// A name that another process cannot predict.
 std::string randomName() {
   std::uint64_t number = 0;
   if (::getentropy(&number, sizeof number) != 0)

@@ -75,7 +75,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
     try {
       return invoke(number, kind, *parameters, result);
     } catch (...) {
-      return tellException(automation::com::outgoing(kSource), exception);
+      return returnException(automation::com::outgoing(kSource), exception);
     }
   }
 
@@ -94,7 +94,7 @@ class Automation : public Implementation<Dual, ISupportErrorInfo> {
       operation();
       return S_OK;
     } catch (...) {
-      return tellErrorObject(automation::com::outgoing(kSource), __uuidof(Dual));
+      return returnErrorObject(automation::com::outgoing(kSource), __uuidof(Dual));
     }
   }
 

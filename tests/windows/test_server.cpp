@@ -147,7 +147,7 @@ class Parser final : public Implementation<IParseDisplayName> {
       *eaten = static_cast<ULONG>(text.size());
       return CreatePointerMoniker(object.get(), moniker);
     } catch (...) {
-      return com::tellErrorObject(com::outgoing({}), IID_IParseDisplayName);
+      return com::returnErrorObject(com::outgoing({}), IID_IParseDisplayName);
     }
   }
 };
@@ -194,7 +194,7 @@ class Factory final : public Implementation<IClassFactory> {
           name == u"TORVINTest.Control" ? std::make_shared<Control>() : objectOfClass(name);
       return com::dispatchOf(made)->QueryInterface(id, object);
     } catch (...) {
-      return com::tellErrorObject(com::outgoing({}), IID_IClassFactory);
+      return com::returnErrorObject(com::outgoing({}), IID_IClassFactory);
     }
   }
 
@@ -234,7 +234,7 @@ STDAPI DllGetClassObject(const CLSID& classId, const IID& interfaceId, void** fa
     }
     return CLASS_E_CLASSNOTAVAILABLE;
   } catch (...) {
-    return automation::com::tellErrorObject(automation::com::outgoing({}), IID_IClassFactory);
+    return automation::com::returnErrorObject(automation::com::outgoing({}), IID_IClassFactory);
   }
 }
 
