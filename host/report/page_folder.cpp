@@ -22,8 +22,10 @@ constexpr std::string_view kPrefix = "server-";
 constexpr std::string_view kSuffix = ".html";
 
 // How each page begins, with the name of its generator.
-constexpr std::string_view kPageStart =
-    std::string_view(parts::page_start).substr(0, std::string_view(parts::page_start).find("{{"));
+std::string_view pageStart() {
+  const std::string_view page(parts::page_start);
+  return page.substr(0, page.find("{{"));
+}
 
 bool isSafe(char c) {
   return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.';
@@ -72,7 +74,7 @@ void PageFolder::removeOldPages() const {
       const std::string name = entry.path().filename().string();
       if (name.starts_with(kPrefix) && name.ends_with(kSuffix) && !written_.contains(name) &&
           entry.symlink_status().type() == std::filesystem::file_type::regular &&
-          os::readHead(entry.path(), kPageStart.size()) == kPageStart)
+          os::readHead(entry.path(), pageStart().size()) == pageStart())
         std::filesystem::remove(entry.path());
     }
   } catch (const std::system_error& error) {
